@@ -1,0 +1,225 @@
+// SPDX-License-Identifier: MIT
+// BaseFB<T>: a Lua userdata as a function block with named variables, kept as OPC UA variants.
+// A block lives in memory that Lua owns; `__gc` runs its destructor only.
+// Threads: the one that runs the Lua state; under the runtime's scan lock also the modem port
+// driver's.
+#pragma once
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <limits>
+#include <map>
+#include <sstream>
+#include <string>
+#include <string_view>
+
+#include "addins/corvane_fb_lib/stdafx.h"
+#include "share/base_lua_fb.h"
+#include "share/lua_value.h"
+#include "share/opcua_variant_hlp.h"
+
+/// One row of a block class's declaration table, which ends with a null row.
+struct FBMetaEntry {
+  const char* name;
+  const char* type;  ///< IEC 61131-3 elementary type
+};
+
+/// The slot of one variable.
+struct FBInput {
+  std::string text;  // always empty
+  OpcUa_VariantHlp value;
+};
+
+/// What the Lua glue calls of a block, and what the block's own code reads and writes.
+///
+/// A name that is not among the variables is never an error: every operation first adds it with a
+/// Null value. Inputs and outputs are not told apart.
+///
+/// @tparam T the block class; it has `static const FBMetaEntry* GetMetaTable()`
+template <class T>
+class BaseFB : public BaseLuaFB {
+ public:
+  /// Attaches the metatable to the userdata on top of the stack and declares the variables.
+  BaseFB(lua_State* L, const std::string& type_name) : BaseLuaFB(L, type_name.c_str()) {
+    loadInputs();
+  }
+
+  /// Stores the initial values of the table below the new userdata (nil: none), then calls Inited.
+  /// Keys other than strings and numbers are skipped.
+  virtual int Init(lua_State* L);
+  /// `__index`, name at -1: pushes the variable's value.
+  virtual int getField(lua_State* L);
+  /// `__newindex`, name at -2, value at -1: stores it, converted to the variable's current type.
+  virtual int setField(lua_State* L);
+  /// `__call`: one Execute. The result is whatever is on top of the stack, that is the last
+  /// argument.
+  virtual int call(lua_State* /*L*/) {
+    Execute();
+    return 1;
+  }
+  /// Called once, after the initial values are stored.
+  virtual void Inited(lua_State* /*L*/) {}
+  /// The block's work, once per call from the program.
+  virtual void Execute() {}
+
+  /// The Lua chunk that enters the block's name and variables into TYPES.StandardFB.
+  static std::string MakeMetadata(const char* type_name);
+
+ protected:
+  /// Numbers are true when not zero; text only as "true", "True", "TRUE". A Float is never true:
+  /// intended.
+  bool GetBool(const std::string& name);
+  /// The low 32 bits of an integer, the whole part of a Double (saturated, NaN: 0), the number that
+  /// a text begins with. An SByte counts as a Byte, a UInt16 as an Int16, a Float as 0: intended.
+  int GetInt(const std::string& name);
+  /// The text form; empty when the value has none.
+  std::string GetString(const std::string& name);
+  /// The variable is an Int32 afterwards, whatever it was declared as.
+  void SetValue(const std::string& name, int value) { Find(name).SetInt32(value); }
+  void SetValue(const std::string& name, const std::string& value) {
+    Find(name).SetString(value.data(), value.length());
+  }
+  void SetBool(const std::string& name, bool value) { Find(name).SetBoolean(value); }
+
+  /// The variable's value, added as Null where there is none of that name.
+  OpcUa_VariantHlp& Find(const std::string& name) { return variables_[name].value; }
+
+ private:
+  void loadInputs();
+  /// As above for a name on the Lua stack. No C++ object is left alive, so that a Lua error may
+  /// follow.
+  OpcUa_VariantHlp& FindKey(const char* key, std::size_t length) {
+    return Find(std::string(key, length));
+  }
+
+  std::map<std::string, FBInput> variables_;
+};
+
+template <class T>
+void BaseFB<T>::loadInputs() {
+  for (const FBMetaEntry* entry = T::GetMetaTable(); entry->name != nullptr; ++entry) {
+    OpcUa_VariantHlp& value = Find(entry->name);
+    value.Reset(OpcUa_VariantHlp::GetUaTypeFromName(entry->type));
+    if (value.Datatype == OpcUaType_String) OpcUa_String_Initialize(&value.Value.String);
+  }
+}
+
+template <class T>
+int BaseFB<T>::Init(lua_State* L) {
+  if (lua_istable(L, -2)) {
+    lua_pushvalue(L, -2);
+    for (lua_pushnil(L); lua_next(L, -2) != 0; lua_pop(L, 1)) {
+      if (lua_isstring(L, -2) == 0) continue;
+      // setField turns a number key into text; on a copy, the traversal does not notice.
+      lua_pushvalue(L, -2);
+      lua_insert(L, -2);
+      setField(L);
+      lua_remove(L, -2);
+    }
+    lua_pop(L, 1);
+  }
+  Inited(L);
+  return 0;
+}
+
+template <class T>
+int BaseFB<T>::getField(lua_State* L) {
+  std::size_t length = 0;
+  const char* key = lua_tolstring(L, -1, &length);
+  if (CheckIndexProlog(L, key, this) != 0) return 1;
+  if (std::strcmp(key, "__Internal") == 0) {
+    lua_pushboolean(L, 1);
+    return 1;
+  }
+  WriteLuaValue(FindKey(key, length), L);
+  return 1;
+}
+
+template <class T>
+int BaseFB<T>::setField(lua_State* L) {
+  std::size_t length = 0;
+  const char* key = lua_tolstring(L, -2, &length);
+  if (std::strcmp(key, "EnO") == 0) return 0;  // the enable output is the host's
+  OpcUa_VariantHlp& value = FindKey(key, length);
+  return ReadLuaValueOpcUaVariant(value, L, -1, static_cast<OpcUa_BuiltInType>(value.Datatype));
+}
+
+template <class T>
+bool BaseFB<T>::GetBool(const std::string& name) {
+  const OpcUa_VariantHlp& value = Find(name);
+  switch (value.Datatype) {
+    case OpcUaType_Boolean: return value.Value.Boolean != 0;
+    case OpcUaType_SByte:
+    case OpcUaType_Byte:
+    case OpcUaType_Int16:
+    case OpcUaType_UInt16:
+    case OpcUaType_Int32:
+    case OpcUaType_UInt32: return value.Value.UInt32 != 0;  // the whole slot counts
+    case OpcUaType_Int64:
+    case OpcUaType_UInt64: return value.Value.UInt64 != 0;
+    case OpcUaType_Double: return value.Value.Double != 0.0;
+    case OpcUaType_String: {
+      const char* bytes = OpcUa_String_GetRawString(&value.Value.String);
+      if (bytes == nullptr) return false;
+      const std::string_view text(bytes, OpcUa_String_StrLen(&value.Value.String));
+      return text == "true" || text == "True" || text == "TRUE";
+    }
+    default: return false;
+  }
+}
+
+template <class T>
+int BaseFB<T>::GetInt(const std::string& name) {
+  const OpcUa_VariantHlp& value = Find(name);
+  switch (value.Datatype) {
+    case OpcUaType_Boolean: return value.Value.Boolean != 0 ? 1 : 0;
+    case OpcUaType_SByte:
+    case OpcUaType_Byte: return value.Value.Byte;
+    case OpcUaType_Int16:
+    case OpcUaType_UInt16: return value.Value.Int16;
+    case OpcUaType_Int32:
+    case OpcUaType_UInt32:
+    case OpcUaType_Int64:
+    case OpcUaType_UInt64: return value.Value.Int32;
+    case OpcUaType_Double: {
+      const double number = value.Value.Double;
+      if (std::isnan(number)) return 0;
+      constexpr double kMin = std::numeric_limits<int>::min();
+      constexpr double kMax = std::numeric_limits<int>::max();
+      return static_cast<int>(std::fmin(std::fmax(number, kMin), kMax));
+    }
+    case OpcUaType_String: {
+      // As strtol saturates where a long has 32 bits, so it does everywhere.
+      const long long number = std::strtoll(GetString(name).c_str(), nullptr, 10);
+      return static_cast<int>(std::clamp<long long>(number, std::numeric_limits<int>::min(),
+                                                    std::numeric_limits<int>::max()));
+    }
+    default: return 0;
+  }
+}
+
+template <class T>
+std::string BaseFB<T>::GetString(const std::string& name) {
+  std::string text;
+  Find(name).GetString(text);  // without a text form it stays empty
+  return text;
+}
+
+template <class T>
+std::string BaseFB<T>::MakeMetadata(const char* type_name) {
+  std::ostringstream text;
+  text << "TYPES.StandardFB." << type_name;
+  text << "= FBMetadata({ Name = '" << type_name << "', Hash = 1001, \n";
+  text << "Vars = \n";
+  text << "\t{\n";
+  const FBMetaEntry* entries = T::GetMetaTable();
+  for (int i = 0; entries[i].name != nullptr; ++i) {
+    if (i != 0) text << ",\n";
+    text << "\t\t" << entries[i].name << " = { Hash = " << i << ", Type = TYPES.Elementary."
+         << entries[i].type << ", Retain = true }";
+  }
+  text << "\n\t}\n";
+  text << "})\n";
+  return text.str();
+}

@@ -1,0 +1,10 @@
+// SPDX-License-Identifier: MIT
+// The add-in's entry points, called by the runtime that loads it.
+#pragma once
+
+#include "addins/corvane_fb_lib/stdafx.h"
+
+/// Registers the five block types with the runtime. Never fails. @return 0
+CORVANE_FB_EXPORT int InitAddin();
+/// Does nothing: what static initialisation made goes when the library is unloaded.
+CORVANE_FB_EXPORT void DisposeAddin();

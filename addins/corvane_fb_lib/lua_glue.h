@@ -1,0 +1,174 @@
+// SPDX-License-Identifier: MIT
+// The functions through which Lua reaches a block, and the tables that publish them. Everything is
+// a template over the block class; DEFINE_FUNCTION_BLOCK gives a class its own set.
+// No C++ exception leaves a function here: a std::exception becomes a Lua error, raised when no C++
+// object is alive any more. Threads: the one that runs the Lua state.
+#pragma once
+
+#include <cstdio>
+#include <exception>
+#include <new>
+#include <type_traits>
+
+#include "addins/corvane_fb_lib/base_fb.h"
+#include "corvane/st_library.h"
+
+/// Per block class: the record with its names.
+template <class T>
+const LuaFBUtil& FBUtil();
+
+/// Calls `body` and returns its result; a std::exception becomes a Lua error with its what().
+template <class Body>
+int Guarded(lua_State* L, const Body& body) {
+  char what[256];  // plain memory: raising the error skips destructors where Lua is compiled as C
+  try {
+    return body();
+  } catch (const std::exception& error) {
+    std::snprintf(what, sizeof what, "%s", error.what());
+  }
+  return luaL_error(L, "%s", what);
+}
+
+/// The block at argument 1; a Lua argument error when it is something else.
+template <class T>
+T* CheckFB(lua_State* L) {
+  void* memory = luaL_checkudata(L, 1, FBUtil<T>().typeName);
+  if (memory == nullptr) luaL_argerror(L, 1, FBUtil<T>().errorText);
+  return static_cast<T*>(memory);
+}
+
+/// Raises a Lua argument error unless a variable name stands at `index` (negative) of a call with
+/// at least `arguments` arguments. A number is a name, too.
+inline void CheckVariableName(lua_State* L, int index, int arguments) {
+  const int count = lua_gettop(L);
+  if (count < arguments) {
+    luaL_argerror(
+        L, count + 1,
+        count < 2 ? "variable name expected, got no value" : "value expected, got no value");
+  }
+  if (lua_isstring(L, index) != 0) return;
+  luaL_argerror(L, lua_absindex(L, index),
+                lua_pushfstring(L, "variable name expected, got %s", luaL_typename(L, index)));
+}
+
+/// Lua aligns userdata for these types and no others.
+union LuaAlignment {
+  double number;
+  void* pointer;
+  long integer;
+};
+
+/// Constructs the block in the userdata on top of the stack. False: it threw, `what` tells what.
+template <class T>
+bool ConstructFB(lua_State* L, void* memory, char* what, std::size_t size) {
+  static_assert(alignof(T) <= alignof(LuaAlignment));
+  try {
+    const std::string type_name(FBUtil<T>().typeName);
+    new (memory) T(L, type_name);
+    return true;
+  } catch (const std::exception& error) {
+    std::snprintf(what, size, "%s", error.what());
+    return false;
+  }
+}
+
+/// Module function `new([table])`: a new block with the table's pairs as initial values.
+template <class T>
+int NewFB(lua_State* L) {
+  lua_settop(L, 1);
+  if (!lua_isnil(L, 1)) luaL_checktype(L, 1, LUA_TTABLE);
+  void* memory = lua_newuserdata(L, sizeof(T));
+  char what[256];
+  if (!ConstructFB<T>(L, memory, what, sizeof what)) {
+    // The base may have attached the metatable already; its __gc must not see what was not built.
+    lua_pushnil(L);
+    lua_setmetatable(L, 2);
+    return luaL_error(L, "%s", what);
+  }
+  Guarded(L, [=] { return static_cast<T*>(memory)->Init(L); });
+  return 1;
+}
+
+/// `__call` and module function `call`.
+template <class T>
+int Call(lua_State* L) {
+  T* block = CheckFB<T>(L);
+  return Guarded(L, [=] { return block->call(L); });
+}
+
+/// `__index` and module function `get`.
+template <class T>
+int Get(lua_State* L) {
+  T* block = CheckFB<T>(L);
+  CheckVariableName(L, -1, 2);
+  return Guarded(L, [=] { return block->getField(L); });
+}
+
+/// `__newindex` and module function `set`.
+template <class T>
+int Set(lua_State* L) {
+  T* block = CheckFB<T>(L);
+  CheckVariableName(L, -2, 3);
+  return Guarded(L, [=] { return block->setField(L); });
+}
+
+/// `__gc`: the destructor; the memory stays Lua's. The metatable goes first, so that a program
+/// which calls this by hand has no block left to use or to destroy again.
+template <class T>
+int GC(lua_State* L) {
+  T* block = CheckFB<T>(L);
+  lua_settop(L, 1);
+  lua_pushnil(L);
+  lua_setmetatable(L, 1);
+  block->~T();
+  return 1;
+}
+
+/// Opener of a block type: leaves its metatable and its module table on the stack and enters its
+/// metadata into TYPES. @return 1, or -1 when the metadata failed, which is logged
+template <class T>
+int OpenFB(lua_State* L, const luaL_Reg* metatable, const luaL_Reg* module) {
+  const char* type_name = FBUtil<T>().typeName;
+  luaL_newmetatable(L, type_name);
+  luaL_openlib(L, nullptr, metatable, 0);
+  luaL_openlib(L, type_name, module, 0);
+  // Loading and running report errors by their result, so the text may live here.
+  const std::string metadata = T::MakeMetadata(type_name);
+  const bool failed =
+      luaL_loadbufferx(L, metadata.data(), metadata.length(), type_name, nullptr) != LUA_OK ||
+      lua_pcallk(L, 0, LUA_MULTRET, 0, 0, nullptr) != LUA_OK;
+  if (!failed) return 1;
+  logMsg("%s\n", lua_tostring(L, -1));
+  lua_settop(L, -2);
+  return -1;
+}
+
+/// Declares the exported functions of a block class.
+#define DECLARE_FUNCTION_BLOCK(Class)                \
+  CORVANE_FB_EXPORT int luaopen_##Class(lua_State*); \
+  CORVANE_FB_EXPORT int RegisterSTLibs##Class();
+
+/// Defines the record, the tables and the exported functions of a block class.
+#define DEFINE_FUNCTION_BLOCK(Class, type_name)                        \
+  static LuaFBUtil FBUtil_##Class(type_name);                          \
+  template <>                                                          \
+  const LuaFBUtil& FBUtil<Class>() {                                   \
+    return FBUtil_##Class;                                             \
+  }                                                                    \
+  static const luaL_Reg Class##_Lib_m[] = {{"__index", Get<Class>},    \
+                                           {"__newindex", Set<Class>}, \
+                                           {"__call", Call<Class>},    \
+                                           {"__gc", GC<Class>},        \
+                                           {nullptr, nullptr}};        \
+  static const luaL_Reg Class##_Lib_f[] = {{"new", NewFB<Class>},      \
+                                           {"get", Get<Class>},        \
+                                           {"set", Set<Class>},        \
+                                           {"call", Call<Class>},      \
+                                           {nullptr, nullptr}};        \
+  int luaopen_##Class(lua_State* L) {                                  \
+    return OpenFB<Class>(L, Class##_Lib_m, Class##_Lib_f);             \
+  }                                                                    \
+  int RegisterSTLibs##Class() {                                        \
+    RegisterExternalSTLib(type_name, luaopen_##Class);                 \
+    return 0;                                                          \
+  }

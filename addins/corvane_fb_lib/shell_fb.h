@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: MIT
+// SysProcessCreate: starts a shell command line in the background and reports nothing back.
+#pragma once
+
+#include <string>
+
+#include "addins/corvane_fb_lib/base_fb.h"
+#include "addins/corvane_fb_lib/lua_glue.h"
+
+class ShellFB : public BaseFB<ShellFB> {
+ public:
+  using BaseFB::BaseFB;
+  static const FBMetaEntry* GetMetaTable();
+
+  /// Starts the command on a rising edge of `Run`.
+  void Execute() override;
+
+ private:
+  /// `Command`, a blank, `Args`, and the ampersand that sends it to the background; nothing quoted.
+  std::string getCommand();
+  /// @return the result of system(), which is the shell's, not the command's
+  int Run(const std::string& command);
+
+  std::string spare_;
+  bool busy_ = false;      // true inside Run
+  bool last_run_ = false;  // `Run` at the last call
+};
+
+DECLARE_FUNCTION_BLOCK(ShellFB)

@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: MIT
+// SysProcessCreateWithResult: runs a shell command line, waits for its end and returns what it
+// wrote to its standard output, and a status.
+#pragma once
+
+#include <cstdio>
+#include <string>
+
+#include "addins/corvane_fb_lib/base_fb.h"
+#include "addins/corvane_fb_lib/lua_glue.h"
+
+class ShellResFB : public BaseFB<ShellResFB> {
+ public:
+  using BaseFB::BaseFB;
+  static const FBMetaEntry* GetMetaTable();
+
+  /// Runs the command on a rising edge of `Run`; returns when it has ended.
+  void Execute() override;
+
+ private:
+  /// Sets `Code` and `Output`. Throws std::length_error when no pipe can be made; the block then
+  /// stays busy for good and both keep their values.
+  void Run(const std::string& command);
+  /// Closes the pipe and sets `Code`.
+  void close(FILE* pipe);
+
+  std::string spare_;
+  bool busy_ = false;      // true inside Run
+  bool last_run_ = false;  // `Run` at the last call
+};
+
+DECLARE_FUNCTION_BLOCK(ShellResFB)

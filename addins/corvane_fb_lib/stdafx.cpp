@@ -1,0 +1,3 @@
+// SPDX-License-Identifier: MIT
+// Compiles the common header on its own.
+#include "addins/corvane_fb_lib/stdafx.h"

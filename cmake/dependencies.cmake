@@ -1,0 +1,17 @@
+# SPDX-License-Identifier: MIT
+# What we use of Debian 12. packaging/packages.sh installs it.
+find_package(Threads REQUIRED)
+find_package(PkgConfig REQUIRED)
+find_package(spdlog REQUIRED)
+find_package(CLI11 REQUIRED)
+find_package(nlohmann_json REQUIRED)
+find_package(utf8cpp REQUIRED)
+find_package(Boost 1.74 REQUIRED)
+
+# Lua compiled as C++: an error unwinds the C++ frames it passes.
+pkg_check_modules(LUA REQUIRED IMPORTED_TARGET lua5.2-c++)
+
+# The headers alone, for code whose host brings the library. LUA_COMPAT_MODULE declares luaL_openlib.
+add_library(lua_headers INTERFACE)
+target_include_directories(lua_headers SYSTEM INTERFACE ${LUA_INCLUDE_DIRS})
+target_compile_definitions(lua_headers INTERFACE LUA_COMPAT_MODULE)

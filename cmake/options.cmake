@@ -1,0 +1,22 @@
+# SPDX-License-Identifier: MIT
+# How every target of ours is compiled, and where its result goes.
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
+
+# The programs and libraries find each other wherever the tree is moved or installed to.
+set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
+
+if(CORVANE_SANITIZE)
+  add_compile_options(-fsanitize=${CORVANE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${CORVANE_SANITIZE})
+endif()
+
+# The warnings for our own code; third-party headers come in as system headers.
+add_library(corvane_warnings INTERFACE)
+target_compile_options(corvane_warnings INTERFACE
+  -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wnon-virtual-dtor -Wold-style-cast -Werror)

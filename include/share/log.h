@@ -1,0 +1,13 @@
+// SPDX-License-Identifier: MIT
+// The runtime's log, as add-ins write to it. Implemented by corvaneshare.so; any thread may call.
+#pragma once
+
+extern "C" {
+
+/// Logs a printf-formatted text, one log line for each of its lines; line ends at its end are
+/// dropped. Add-ins log what went wrong, so the line has the level "warning".
+void logMsg(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+/// Logs `line` as it stands, without formatting.
+void logMsgLn(const char* line);
+}

@@ -1,0 +1,20 @@
+// SPDX-License-Identifier: MIT
+// The option `--addin` and what it means.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "runtime/corvane/addin.h"
+
+namespace corvane::cli {
+
+void AddAddinOption(CLI::App& command, std::vector<std::string>& files);
+
+/// Loads the files in their order; without any, the add-in that belongs to this installation.
+/// Throws AddinError.
+[[nodiscard]] std::vector<std::unique_ptr<Addin>> LoadAddins(const std::vector<std::string>& files);
+
+}  // namespace corvane::cli

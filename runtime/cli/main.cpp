@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: MIT
+// corvane: runs control programs, and what an engineer needs beside them.
+#include <fmt/format.h>
+
+#include <cstdio>
+#include <exception>
+
+#include "runtime/cli/commands.h"
+
+namespace {
+
+int Main(int argc, char** argv) {
+  CLI::App app(
+      "Runs PLC control programs written in Lua, with blocks for SMS, e-mail and commands.",
+      "corvane");
+  app.set_version_flag("--version", "corvane " CORVANE_VERSION);
+  app.require_subcommand(1);
+  corvane::cli::Action action;
+  corvane::cli::AddRunCommand(app, action);
+  corvane::cli::AddBlocksCommand(app, action);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    if (error.get_exit_code() == 0) return app.exit(error);  // --help, --version
+    fmt::print(stderr, "corvane: {} (try {} --help)\n", error.what(),
+               app.get_subcommands().empty()
+                   ? "corvane"
+                   : "corvane " + app.get_subcommands().front()->get_name());
+    return corvane::cli::kUsage;
+  }
+  return action();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return Main(argc, argv);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "corvane: %s\n", error.what());
+    return corvane::cli::kProgramFailed;
+  }
+}

@@ -1,0 +1,124 @@
+// SPDX-License-Identifier: MIT
+// corvane run: one control program, cycle after cycle.
+#include <fmt/format.h>
+#include <spdlog/spdlog.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "runtime/cli/addin_loading.h"
+#include "runtime/cli/commands.h"
+#include "runtime/cli/log_setup.h"
+#include "runtime/corvane/control_program.h"
+#include "runtime/corvane/scan.h"
+
+namespace corvane::cli {
+namespace {
+
+struct RunOptions {
+  std::string program;
+  std::vector<std::string> arguments;
+  std::string period = "100ms";
+  std::uint64_t cycles = 0;
+  std::vector<std::string> addins;
+  std::string log_level = "info";
+};
+
+/// CLI11 validator: empty when `text` is a duration, else what is wrong with it.
+std::string CheckDuration(const std::string& text) {
+  if (ParseDuration(text)) return {};
+  return fmt::format("'{}' is no duration; write a number and a unit, such as 100ms, 2s or 0",
+                     text);
+}
+
+/// Empty when `path` is a program that can be read, else what is wrong with it.
+std::string CheckProgram(const std::string& path) {
+  std::error_code error;
+  const auto status = std::filesystem::status(path, error);
+  if (!std::filesystem::exists(status)) return "program " + path + " does not exist";
+  if (std::filesystem::is_directory(status)) return path + " is a folder, no control program";
+  const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path.c_str(), "re"), std::fclose);
+  if (file == nullptr) {
+    return fmt::format("program {} cannot be read: {}", path,
+                       std::generic_category().message(errno));
+  }
+  return {};
+}
+
+/// Gives a lock up while it lives, and takes it again however the scope ends.
+class Unlocked {
+ public:
+  explicit Unlocked(std::unique_lock<ScanLock>& lock) : lock_(lock) { lock_.unlock(); }
+  Unlocked(const Unlocked&) = delete;
+  Unlocked& operator=(const Unlocked&) = delete;
+  ~Unlocked() { lock_.lock(); }
+
+ private:
+  std::unique_lock<ScanLock>& lock_;
+};
+
+/// Loads and runs the program; returns its exit status. Throws LuaError.
+int RunProgram(const RunOptions& options, Scan& scan) {
+  std::unique_lock lock(TheScanLock());  // the program is made, loaded and closed under it, too
+  ControlProgram program(options.program, options.arguments);
+  program.Load();
+  if (!program.stop_status()) {
+    const Unlocked unlocked(lock);
+    scan.Run(
+        [&program](std::uint64_t number) {
+          program.Cycle(number);
+          return !program.stop_status();
+        },
+        [&scan] { spdlog::info("{}", scan.statistics().Summary()); });
+  }
+  return program.stop_status().value_or(kSuccess);
+}
+
+int Run(const RunOptions& options) {
+  SetUpLog(options.log_level);
+  // Output to a file or a pipe leaves line by line, too, and a failing program loses none of it.
+  std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+  const auto addins = LoadAddins(options.addins);
+  SystemScanClock clock;
+  Scan scan({*ParseDuration(options.period), options.cycles}, clock, TheScanLock());
+  int status = kProgramFailed;
+  try {
+    status = RunProgram(options, scan);
+  } catch (const LuaError& error) {
+    std::fprintf(stderr, "corvane: %s\n", error.what());
+  }
+  spdlog::info("{}", scan.statistics().Summary());
+  return status;
+}
+
+}  // namespace
+
+void AddRunCommand(CLI::App& app, Action& action) {
+  auto options = std::make_shared<RunOptions>();
+  CLI::App* command = app.add_subcommand("run", "Run a control program");
+  command->add_option("program", options->program, "The control program, a Lua file")
+      ->required()
+      ->check(CheckProgram);
+  command->add_option("args", options->arguments, "Words for the program, behind --: plc.args");
+  command->add_option("--cycle", options->period, "Time from one cycle to the next; 0: no pause")
+      ->check(CheckDuration)
+      ->capture_default_str();
+  command->add_option("--cycles", options->cycles, "End after so many cycles; 0: no limit");
+  AddAddinOption(*command, options->addins);
+  AddLogLevelOption(*command, options->log_level);
+  command->footer(
+      "Example: corvane run disk_watch.lua --cycle 500ms -- /var\n\n"
+      "The file runs once, then its function cycle() once per cycle. Ctrl-C ends the program "
+      "after\n"
+      "the running cycle; SIGUSR1 logs the cycle statistics. Exit status: 0, or what the program\n"
+      "gives to plc.stop; 1 after an error in the program; 2 for wrong usage.");
+  command->callback([options, &action] { action = [options] { return Run(*options); }; });
+}
+
+}  // namespace corvane::cli

@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: MIT
+#include "runtime/corvane/control_program.h"
+
+namespace corvane {
+namespace {
+
+/// Puts the folder at argument 1 in front of package.path.
+int AddModuleFolder(lua_State* L) {
+  lua_getglobal(L, "package");
+  lua_getfield(L, 2, "path");
+  lua_pushfstring(L, "%s/?.lua;%s", lua_tostring(L, 1), lua_tostring(L, 3));
+  lua_setfield(L, 2, "path");
+  return 0;
+}
+
+/// Sets plc.cycle to argument 1 and calls the global function `cycle`, whatever the program has
+/// made of both since the last time.
+int RunCycle(lua_State* L) {
+  lua_getglobal(L, "plc");
+  if (lua_istable(L, -1)) {
+    lua_pushvalue(L, 1);
+    lua_setfield(L, -2, "cycle");
+  }
+  lua_getglobal(L, "cycle");
+  lua_call(L, 0, 0);
+  return 0;
+}
+
+}  // namespace
+
+ControlProgram::ControlProgram(const std::filesystem::path& file,
+                               std::vector<std::string> arguments)
+    : file_(file), plc_{std::move(arguments), std::nullopt} {
+  lua_State* L = lua_.state();
+  OpenPlc(L, plc_);
+  const auto folder = file.has_parent_path() ? file.parent_path() : std::filesystem::path(".");
+  lua_pushcfunction(L, AddModuleFolder);
+  lua_pushstring(L, folder.c_str());
+  ProtectedCall(L, 1, 0);
+}
+
+void ControlProgram::Load() {
+  lua_State* L = lua_.state();
+  if (luaL_loadfilex(L, file_.c_str(), "t") != LUA_OK) {  // text only: bytecode is not checked
+    const LuaError error(lua_tostring(L, -1));
+    lua_pop(L, 1);
+    throw error;
+  }
+  Call(0);
+  if (plc_.stop_status) return;
+  lua_getglobal(L, "cycle");
+  const bool callable = lua_isfunction(L, -1);
+  lua_pop(L, 1);
+  if (!callable) {
+    throw LuaError(file_.string() +
+                   ": the program has no global function cycle(); it is what runs once per cycle");
+  }
+}
+
+void ControlProgram::Cycle(std::uint64_t number) {
+  lua_State* L = lua_.state();
+  lua_pushcfunction(L, RunCycle);
+  lua_pushnumber(L, static_cast<lua_Number>(number));
+  Call(1);
+}
+
+void ControlProgram::Call(int arguments) {
+  try {
+    ProtectedCall(lua_.state(), arguments, 0);
+  } catch (const ExitRequest&) {
+    // Its status stands in plc_.
+  }
+}
+
+}  // namespace corvane

@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: MIT
+// One control program: a Lua file that runs once, and its function `cycle`.
+// Threads: one at a time, under the scan lock.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "runtime/corvane/lua_environment.h"
+#include "runtime/corvane/plc_library.h"
+
+namespace corvane {
+
+class ControlProgram {
+ public:
+  /// Prepares the Lua environment; the file's folder is searched first by `require`.
+  /// Throws LuaError when a block type cannot be opened.
+  ControlProgram(const std::filesystem::path& file, std::vector<std::string> arguments);
+  /// Collects every block and waits for their workers.
+  ~ControlProgram() = default;
+  ControlProgram(const ControlProgram&) = delete;
+  ControlProgram& operator=(const ControlProgram&) = delete;
+
+  /// Runs the file. Throws LuaError on a syntax error (with file and line), on an error while it
+  /// runs, and when it leaves no global function `cycle`, unless it has asked to stop.
+  void Load();
+  /// Calls `cycle()` with plc.cycle = `number`. Throws LuaError.
+  void Cycle(std::uint64_t number);
+  /// The exit status that the program has asked to end with, if it has.
+  [[nodiscard]] std::optional<int> stop_status() const { return plc_.stop_status; }
+
+ private:
+  /// ProtectedCall in which os.exit is no error.
+  void Call(int arguments);
+
+  std::filesystem::path file_;
+  PlcContext plc_;
+  LuaEnvironment lua_;  // last: collected blocks may still use what stands above
+};
+
+}  // namespace corvane

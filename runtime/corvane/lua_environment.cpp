@@ -1,0 +1,116 @@
+// SPDX-License-Identifier: MIT
+#include "runtime/corvane/lua_environment.h"
+
+#include <string>
+
+#include "runtime/corvane/st_library.h"
+#include "runtime/corvaneshare/elementary_types.h"
+
+namespace corvane {
+namespace {
+
+/// Message handler of ProtectedCall: any error value becomes a text with the traceback behind it.
+int AddTraceback(lua_State* L) {
+  if (lua_touserdata(L, 1) == &kExitRequest) return 1;
+  const char* message = lua_tostring(L, 1);
+  if (message == nullptr && luaL_callmeta(L, 1, "__tostring") == 0) {
+    lua_pushfstring(L, "(error object is a %s)", luaL_typename(L, 1));
+  }
+  if (message == nullptr) message = lua_tostring(L, -1);
+  luaL_traceback(L, L, message, 1);
+  return 1;
+}
+
+/// FBMetadata(t): checks the shape of a block type's metadata and returns it.
+int FBMetadata(lua_State* L) {
+  luaL_checktype(L, 1, LUA_TTABLE);
+  lua_settop(L, 1);
+  const auto check_field = [L](int table, const char* key, int type, const char* owner) {
+    lua_getfield(L, table, key);
+    if (lua_type(L, -1) != type) {
+      luaL_error(L, "metadata of %s: the field %s must be a %s, not a %s", owner, key,
+                 lua_typename(L, type), luaL_typename(L, -1));
+    }
+    lua_pop(L, 1);
+  };
+  check_field(1, "Name", LUA_TSTRING, "a block type");
+  lua_getfield(L, 1, "Name");
+  const char* block = lua_tostring(L, -1);  // stays at index 2
+  check_field(1, "Hash", LUA_TNUMBER, block);
+  check_field(1, "Vars", LUA_TTABLE, block);
+  lua_getfield(L, 1, "Vars");
+  for (lua_pushnil(L); lua_next(L, 3) != 0; lua_pop(L, 1)) {
+    if (lua_type(L, -2) != LUA_TSTRING || lua_type(L, -1) != LUA_TTABLE) {
+      luaL_error(L, "metadata of %s: Vars must map names to tables", block);
+    }
+    const char* variable = lua_tostring(L, -2);
+    const int table = lua_gettop(L);
+    check_field(table, "Hash", LUA_TNUMBER, variable);
+    check_field(table, "Type", LUA_TTABLE, variable);
+    check_field(table, "Retain", LUA_TBOOLEAN, variable);
+  }
+  lua_settop(L, 1);
+  return 1;
+}
+
+/// Sets the globals TYPES (`Elementary`: one table { Name = ... } per elementary type;
+/// `StandardFB`: filled by the block types) and FBMetadata.
+void OpenTypes(lua_State* L) {
+  lua_createtable(L, 0, 2);
+  lua_createtable(L, 0, static_cast<int>(kElementaryTypes.size()));
+  for (const ElementaryType& type : kElementaryTypes) {
+    lua_createtable(L, 0, 1);
+    lua_pushstring(L, type.name);
+    lua_setfield(L, -2, "Name");
+    lua_setfield(L, -2, type.name);
+  }
+  lua_setfield(L, -2, "Elementary");
+  lua_newtable(L);
+  lua_setfield(L, -2, "StandardFB");
+  lua_setglobal(L, "TYPES");
+  lua_pushcfunction(L, FBMetadata);
+  lua_setglobal(L, "FBMetadata");
+}
+
+/// Runs in protected mode, so that a failing allocation is an error and no abort.
+int OpenEverything(lua_State* L) {
+  luaL_openlibs(L);
+  OpenTypes(L);
+  for (const StLibrary& library : RegisteredStLibraries()) {
+    if (library.opener(L) < 0) {
+      return luaL_error(L, "block type %s cannot be opened; the log tells why",
+                        library.name.c_str());
+    }
+    lua_settop(L, 0);
+  }
+  return 0;
+}
+
+}  // namespace
+
+const char kExitRequest = 0;
+
+void ProtectedCall(lua_State* L, int arguments, int results) {
+  const int handler = lua_gettop(L) - arguments;
+  lua_pushcfunction(L, AddTraceback);
+  lua_insert(L, handler);
+  const int status = lua_pcall(L, arguments, results, handler);
+  lua_remove(L, handler);
+  if (status == LUA_OK) return;
+  if (lua_touserdata(L, -1) == &kExitRequest) {
+    lua_pop(L, 1);
+    throw ExitRequest();
+  }
+  const char* message = lua_tostring(L, -1);
+  const LuaError error(message != nullptr ? message : "unknown error");
+  lua_pop(L, 1);
+  throw error;
+}
+
+LuaEnvironment::LuaEnvironment() : state_(luaL_newstate()) {
+  if (state_ == nullptr) throw LuaError("out of memory for a Lua state");
+  lua_pushcfunction(state_.get(), OpenEverything);
+  ProtectedCall(state_.get(), 0, 0);
+}
+
+}  // namespace corvane

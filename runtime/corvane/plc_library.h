@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: MIT
+// The global table `plc`, through which a control program talks to the runtime.
+#pragma once
+
+#include <lua.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace corvane {
+
+/// What `plc` gives and takes; it must outlive the Lua state.
+struct PlcContext {
+  std::vector<std::string> arguments;  ///< plc.args
+  std::optional<int> stop_status;      ///< set by plc.stop and os.exit
+};
+
+/// Sets the global `plc`:
+///   plc.stop([status])  end after the running cycle with this exit status (0..255, default 0)
+///   plc.cycle           number of the running cycle, from 1; 0 while the file itself runs
+///   plc.clock()         seconds on the monotonic clock; its zero is arbitrary
+///   plc.log(text)       one line in the runtime's log, at level info
+///   plc.args            the words behind `--` on the command line
+/// and lets os.exit([status]) end the program at once by way of ExitRequest, so that blocks are
+/// collected and their workers joined.
+void OpenPlc(lua_State* L, PlcContext& context);
+
+}  // namespace corvane

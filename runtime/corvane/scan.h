@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: MIT
+// The scan: one cycle after the other, each at its time. Threads: the PLC task.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+
+#include "runtime/corvane/cycle_statistics.h"
+#include "runtime/corvane/duration.h"
+#include "runtime/corvane/scan_clock.h"
+#include "runtime/corvane/scan_lock.h"
+
+namespace corvane {
+
+struct ScanOptions {
+  Nanoseconds period{std::chrono::milliseconds(100)};  ///< 0: without a pause
+  std::uint64_t cycles = 0;                            ///< end after so many; 0: no limit
+};
+
+/// Runs cycles until one asks to stop, the number of cycles is reached or the clock says stop.
+///
+/// Deadlines are absolute: the k-th possible start is the first one plus k periods, so the period
+/// does not drift. A cycle that is still running when the next one is due is an overrun; the starts
+/// that it covered are left out, never made up for in a burst.
+class Scan {
+ public:
+  /// @param lock held during each cycle and given up in between
+  Scan(const ScanOptions& options, ScanClock& clock, ScanLock& lock)
+      : options_(options), clock_(clock), lock_(lock) {}
+
+  /// @param cycle called with the number of the cycle, from 1; false ends the scan. What it throws
+  ///   ends the scan, too, with the lock released and the cycle counted.
+  /// @param report called when the clock says that statistics are wanted
+  void Run(const std::function<bool(std::uint64_t)>& cycle, const std::function<void()>& report);
+
+  [[nodiscard]] const CycleStatistics& statistics() const { return statistics_; }
+
+ private:
+  [[nodiscard]] bool RunCycle(const std::function<bool(std::uint64_t)>& cycle,
+                              ScanClock::TimePoint deadline);
+  /// The next start after `now`; counts an overrun.
+  [[nodiscard]] ScanClock::TimePoint NextDeadline(ScanClock::TimePoint deadline,
+                                                  ScanClock::TimePoint now);
+
+  ScanOptions options_;
+  ScanClock& clock_;
+  ScanLock& lock_;
+  CycleStatistics statistics_;
+};
+
+}  // namespace corvane

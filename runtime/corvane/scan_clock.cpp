@@ -1,0 +1,80 @@
+// SPDX-License-Identifier: MIT
+#include "runtime/corvane/scan_clock.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <system_error>
+
+namespace corvane {
+namespace {
+
+// What the handler may touch: lock-free atomics and a descriptor.
+std::atomic<bool> stop_requested{false};
+std::atomic<bool> statistics_requested{false};
+std::atomic<int> wake_event{-1};
+static_assert(std::atomic<bool>::is_always_lock_free && std::atomic<int>::is_always_lock_free);
+
+extern "C" void OnSignal(int signal) {
+  const int saved_errno = errno;
+  (signal == SIGUSR1 ? statistics_requested : stop_requested) = true;
+  const std::uint64_t one = 1;
+  // It can only fail when the counter is full, and then the waiter wakes anyway.
+  [[maybe_unused]] const auto written = write(wake_event, &one, sizeof one);
+  errno = saved_errno;
+}
+
+void Catch(int signal, struct sigaction& old) {
+  struct sigaction action {};
+  action.sa_handler = OnSignal;
+  action.sa_flags = SA_RESTART;  // a block's read from a command goes on
+  sigaction(signal, &action, &old);
+}
+
+/// Waits until `event` is readable or the time is over. The counter stays as it is.
+void WaitForEvent(int event, std::chrono::nanoseconds time) {
+  constexpr long kNanosecondsPerSecond = 1'000'000'000;
+  pollfd descriptor{event, POLLIN, 0};
+  const timespec limit{static_cast<time_t>(time.count() / kNanosecondsPerSecond),
+                       static_cast<long>(time.count() % kNanosecondsPerSecond)};
+  ppoll(&descriptor, 1, &limit, nullptr);
+}
+
+}  // namespace
+
+SystemScanClock::SystemScanClock() : event_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+  if (event_ < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
+  stop_requested = false;
+  statistics_requested = false;
+  wake_event = event_;
+  Catch(SIGINT, old_int_);
+  Catch(SIGTERM, old_term_);
+  Catch(SIGUSR1, old_usr1_);
+}
+
+SystemScanClock::~SystemScanClock() {
+  sigaction(SIGINT, &old_int_, nullptr);
+  sigaction(SIGTERM, &old_term_, nullptr);
+  sigaction(SIGUSR1, &old_usr1_, nullptr);
+  wake_event = -1;
+  close(event_);
+}
+
+ScanClock::Wake SystemScanClock::WaitUntil(TimePoint deadline) {
+  for (;;) {
+    if (stop_requested) return Wake::kStop;
+    if (statistics_requested.exchange(false)) return Wake::kStatistics;
+    const auto left = deadline - Now();
+    if (left <= std::chrono::nanoseconds(0)) return Wake::kDeadline;
+    // A step of at most a day keeps the 32-bit time_t of armhf far from its end.
+    WaitForEvent(event_, std::min<std::chrono::nanoseconds>(left, std::chrono::hours(24)));
+    std::uint64_t count = 0;  // back to zero; the flags above tell what was asked
+    [[maybe_unused]] const auto taken = read(event_, &count, sizeof count);
+  }
+}
+
+}  // namespace corvane

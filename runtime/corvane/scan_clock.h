@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: MIT
+// The seam between the scan and the operating system: time, and what interrupts a wait.
+#pragma once
+
+#include <chrono>
+#include <csignal>
+
+#include "runtime/corvane/duration.h"
+
+namespace corvane {
+
+/// Time on the monotonic clock, and waiting for it. Threads: the PLC task.
+class ScanClock {
+ public:
+  using TimePoint = std::chrono::steady_clock::time_point;
+  enum class Wake {
+    kDeadline,    ///< the time has come
+    kStop,        ///< somebody asked the runtime to end
+    kStatistics,  ///< somebody asked for the statistics; the deadline is still to come
+  };
+
+  virtual ~ScanClock() = default;
+  [[nodiscard]] virtual TimePoint Now() = 0;
+  /// Waits for `deadline`. A request that came since the last call is returned at once, also when
+  /// the deadline has passed; a request to stop goes first and stays.
+  [[nodiscard]] virtual Wake WaitUntil(TimePoint deadline) = 0;
+};
+
+/// The real clock. SIGINT and SIGTERM ask to stop, SIGUSR1 asks for the statistics, while it lives.
+/// The signals are caught, never blocked or ignored, so that a command started by a block inherits
+/// none of it. One at a time.
+class SystemScanClock : public ScanClock {
+ public:
+  /// Throws std::system_error when the system has no descriptor to give.
+  SystemScanClock();
+  SystemScanClock(const SystemScanClock&) = delete;
+  SystemScanClock& operator=(const SystemScanClock&) = delete;
+  ~SystemScanClock() override;
+
+  [[nodiscard]] TimePoint Now() override { return std::chrono::steady_clock::now(); }
+  [[nodiscard]] Wake WaitUntil(TimePoint deadline) override;
+
+ private:
+  int event_;  // eventfd that the handler writes to
+  struct sigaction old_int_ {};
+  struct sigaction old_term_ {};
+  struct sigaction old_usr1_ {};
+};
+
+}  // namespace corvane

@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: MIT
+// Add-in log lines into the runtime's log.
+#include "share/log.h"
+
+#include <spdlog/spdlog.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace {
+
+/// A text from outside (an SMS, a server's reply) must not forge log lines or terminal commands.
+std::string WithoutControls(std::string_view line) {
+  std::string shown;
+  for (const char c : line) {
+    const auto octet = static_cast<unsigned char>(c);
+    if (octet >= 0x20 && octet != 0x7F) {
+      shown += c;
+    } else if (c == '\t') {
+      shown += ' ';
+    } else {
+      char escape[5];
+      std::snprintf(escape, sizeof escape, "\\x%02X", octet);
+      shown += escape;
+    }
+  }
+  return shown;
+}
+
+void LogLines(std::string_view text) {
+  while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.remove_suffix(1);
+  for (;;) {
+    const std::size_t end = text.find('\n');
+    spdlog::warn("{}", WithoutControls(text.substr(0, end)));
+    if (end == std::string_view::npos) return;
+    text.remove_prefix(end + 1);
+  }
+}
+
+}  // namespace
+
+void logMsg(const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  va_list again;
+  va_copy(again, arguments);
+  const int length = std::vsnprintf(nullptr, 0, format, arguments);
+  va_end(arguments);
+  if (length >= 0) {
+    std::vector<char> text(static_cast<std::size_t>(length) + 1);
+    std::vsnprintf(text.data(), text.size(), format, again);
+    LogLines({text.data(), static_cast<std::size_t>(length)});
+  }
+  va_end(again);
+}
+
+void logMsgLn(const char* line) {
+  LogLines(line);
+}

@@ -1,0 +1,30 @@
+#!/bin/bash
+# SPDX-License-Identifier: MIT
+# Checks of the sources that need no build: format, test files that no list names, shell scripts.
+set -uo pipefail
+cd "$(dirname "$0")/.."
+failed=0
+
+mapfile -t sources < <(git ls-files --cached --others --exclude-standard '*.cpp' '*.h')
+if ! clang-format --dry-run --Werror "${sources[@]}"; then
+    echo "Not in the format of .clang-format; mend with: clang-format -i FILE" >&2
+    failed=1
+fi
+
+while read -r file; do
+    list=$(dirname "$file")
+    until [ -f "$list/CMakeLists.txt" ]; do list=$(dirname "$list"); done
+    name=${file#"$list"/}
+    if ! grep -qE "(^|[ (])$name( |\)|\$)" "$list/CMakeLists.txt"; then
+        echo "$file is in no list of $list/CMakeLists.txt, so it is never run" >&2
+        failed=1
+    fi
+done < <(git ls-files --cached --others --exclude-standard 'tests/*_test.cpp')
+
+mapfile -t scripts < <(git ls-files --cached --others --exclude-standard |
+    while read -r file; do
+        [ -f "$file" ] && head -n 1 "$file" | grep -qE '^#!/bin/(ba)?sh' && echo "$file"
+    done)
+shellcheck "${scripts[@]}" || failed=1
+
+exit $failed
