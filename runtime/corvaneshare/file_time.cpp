@@ -33,7 +33,7 @@ std::int64_t RTimeToFileTime(const RTime* time) {
           corvane::kTicksPerSecond -
       std::numeric_limits<std::uint16_t>::max();
   if (seconds > kLast) return std::numeric_limits<std::int64_t>::max();
-  const std::int64_t ticks =
-      seconds * corvane::kTicksPerSecond + time->millisecond * 10'000 + corvane::kUnixEpochTicks;
+  const std::int64_t ticks = seconds * corvane::kTicksPerSecond +
+                             std::int64_t{10'000} * time->millisecond + corvane::kUnixEpochTicks;
   return ticks < 0 ? 0 : ticks;
 }

@@ -41,6 +41,7 @@ std::string Content(int file) {
 Command::Command(const std::vector<std::string>& words)
     : out_(memfd_create("out", MFD_CLOEXEC)), err_(memfd_create("err", MFD_CLOEXEC)) {
   std::vector<char*> pointers;
+  pointers.reserve(words.size() + 1);
   for (const std::string& word : words) pointers.push_back(const_cast<char*>(word.c_str()));
   pointers.push_back(nullptr);
   pid_ = fork();

@@ -5,7 +5,7 @@
 #include "tests/support/captured_log.h"
 
 /// The address sanitizer ends the program at memory that cannot be had; a test wants the null.
-extern "C" const char* __asan_default_options() {
+extern "C" const char* __asan_default_options() {  // NOLINT: the sanitizer's name
   return "allocator_may_return_null=1";
 }
 
