@@ -69,6 +69,7 @@ TEST_F(AddinEntry, TheLastVariableOfSendEmailIsErrStrWithHash15) {
 struct TypeRow {
   const char* name;
   const char* variables;
+  friend std::ostream& operator<<(std::ostream& out, const TypeRow& row) { return out << row.name; }
 };
 
 class EveryType : public BlockTest, public testing::WithParamInterface<TypeRow> {};
