@@ -21,7 +21,13 @@ static_assert(std::atomic<bool>::is_always_lock_free && std::atomic<int>::is_alw
 
 extern "C" void OnSignal(int signal) {
   const int saved_errno = errno;
-  (signal == SIGUSR1 ? statistics_requested : stop_requested) = true;
+  if (signal == SIGUSR1) {
+    statistics_requested = true;
+  } else if (stop_requested.exchange(true)) {
+    // Asked twice: the running cycle does not end. Now the signal has its ordinary effect.
+    std::signal(signal, SIG_DFL);
+    raise(signal);
+  }
   const std::uint64_t one = 1;
   // It can only fail when the counter is full, and then the waiter wakes anyway.
   [[maybe_unused]] const auto written = write(wake_event, &one, sizeof one);

@@ -69,6 +69,12 @@ std::string Command::err() const {
   return Content(err_);
 }
 
+bool Command::HasEnded() const {
+  siginfo_t info{};
+  return waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+         info.si_pid == pid_;
+}
+
 CommandResult Command::Wait() {
   int status = 0;
   waitpid(pid_, &status, 0);

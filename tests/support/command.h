@@ -29,6 +29,8 @@ class Command {
   /// What it has printed so far.
   [[nodiscard]] std::string out() const;
   [[nodiscard]] std::string err() const;
+  /// Whether it has ended; its result is still to be fetched with Wait.
+  [[nodiscard]] bool HasEnded() const;
   /// Waits for its end.
   CommandResult Wait();
   [[nodiscard]] pid_t pid() const { return pid_; }

@@ -174,6 +174,17 @@ TEST_F(RunTest, InterruptAndTerminateEndItAfterTheRunningCycleWithStatus0) {
   }
 }
 
+TEST_F(RunTest, ASecondTerminateEndsACycleThatDoesNotEnd) {
+  Command command(Words({Write("function cycle() print('cycle') while true do end end")}));
+  ASSERT_TRUE(test_support::WaitFor([&] { return !command.out().empty(); }));
+  // Two signals that come close together may count as one, so it is sent until it shows.
+  ASSERT_TRUE(test_support::WaitFor([&] {
+    command.Signal(SIGTERM);
+    return command.HasEnded();
+  }));
+  EXPECT_EQ(command.Wait().status, 128 + SIGTERM);
+}
+
 TEST_F(RunTest, TheUserSignalLogsTheStatisticsAndGoesOn) {
   Command command(Words({Write("function cycle() print('cycle') end"), "--cycle", "5ms"}));
   ASSERT_TRUE(test_support::WaitFor([&] { return !command.out().empty(); }));

@@ -70,6 +70,11 @@ TEST_F(Program, AProgramWithoutCycleSaysWhatIsMissing) {
   EXPECT_THAT(LoadError("cycle = 5"), HasSubstr("no global function cycle()"));
 }
 
+TEST_F(Program, AWatchOverGlobalsDoesNotHideThatCycleIsMissing) {
+  EXPECT_THAT(LoadError("setmetatable(_G, {__index = function(_, n) error('no ' .. n) end})"),
+              HasSubstr("no global function cycle()"));
+}
+
 TEST_F(Program, AnErrorInTheFileHasATraceback) {
   const std::string error = LoadError("local function f() error('no level') end\nf()");
   EXPECT_THAT(error, StartsWith(file_.string() + ":1: no level\nstack traceback:"));
