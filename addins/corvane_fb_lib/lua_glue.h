@@ -37,8 +37,8 @@ T* CheckFB(lua_State* L) {
   return static_cast<T*>(memory);
 }
 
-/// Raises a Lua argument error unless a variable name stands at `index` (negative) of a call with
-/// at least `arguments` arguments. A number is a name, too.
+/// Makes a string of the variable name at `index` (negative) of a call with at least `arguments`
+/// arguments. A number is a name, too; anything else is a Lua argument error.
 inline void CheckVariableName(lua_State* L, int index, int arguments) {
   const int count = lua_gettop(L);
   if (count < arguments) {
@@ -46,9 +46,10 @@ inline void CheckVariableName(lua_State* L, int index, int arguments) {
         L, count + 1,
         count < 2 ? "variable name expected, got no value" : "value expected, got no value");
   }
-  if (lua_isstring(L, index) != 0) return;
-  luaL_argerror(L, lua_absindex(L, index),
-                lua_pushfstring(L, "variable name expected, got %s", luaL_typename(L, index)));
+  if (lua_tolstring(L, index, nullptr) != nullptr) return;
+  const int position = lua_absindex(L, index);
+  luaL_argerror(L, position,
+                lua_pushfstring(L, "variable name expected, got %s", luaL_typename(L, position)));
 }
 
 /// Lua aligns userdata for these types and no others.
@@ -99,16 +100,18 @@ int Call(lua_State* L) {
 /// `__index` and module function `get`.
 template <class T>
 int Get(lua_State* L) {
-  T* block = CheckFB<T>(L);
+  CheckFB<T>(L);
   CheckVariableName(L, -1, 2);
+  T* block = CheckFB<T>(L);  // again: a finalizer that ran meanwhile may have called __gc by hand
   return Guarded(L, [=] { return block->getField(L); });
 }
 
 /// `__newindex` and module function `set`.
 template <class T>
 int Set(lua_State* L) {
-  T* block = CheckFB<T>(L);
+  CheckFB<T>(L);
   CheckVariableName(L, -2, 3);
+  T* block = CheckFB<T>(L);  // again, as in Get
   return Guarded(L, [=] { return block->setField(L); });
 }
 
@@ -132,15 +135,17 @@ int OpenFB(lua_State* L, const luaL_Reg* metatable, const luaL_Reg* module) {
   luaL_newmetatable(L, type_name);
   luaL_openlib(L, nullptr, metatable, 0);
   luaL_openlib(L, type_name, module, 0);
-  // Loading and running report errors by their result, so the text may live here.
-  const std::string metadata = T::MakeMetadata(type_name);
-  const bool failed =
-      luaL_loadbufferx(L, metadata.data(), metadata.length(), type_name, nullptr) != LUA_OK ||
-      lua_pcallk(L, 0, LUA_MULTRET, 0, 0, nullptr) != LUA_OK;
-  if (!failed) return 1;
-  logMsg("%s\n", lua_tostring(L, -1));
-  lua_settop(L, -2);
-  return -1;
+  return Guarded(L, [=] {
+    // Loading and running report errors by their result, so no Lua error passes the text.
+    const std::string metadata = T::MakeMetadata(type_name);
+    const bool failed =
+        luaL_loadbufferx(L, metadata.data(), metadata.length(), type_name, nullptr) != LUA_OK ||
+        lua_pcallk(L, 0, LUA_MULTRET, 0, 0, nullptr) != LUA_OK;
+    if (!failed) return 1;
+    logMsg("%s\n", lua_tostring(L, -1));
+    lua_settop(L, -2);
+    return -1;
+  });
 }
 
 /// Declares the exported functions of a block class.

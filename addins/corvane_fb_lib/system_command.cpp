@@ -2,9 +2,10 @@
 #include "addins/corvane_fb_lib/system_command.h"
 
 OrdinarySignals::OrdinarySignals() {
-  sigset_t none;
-  sigemptyset(&none);
-  pthread_sigmask(SIG_SETMASK, &none, &before_);
+  // One that waits already for the host to fetch it must not strike here instead.
+  sigset_t pending;
+  sigpending(&pending);
+  pthread_sigmask(SIG_SETMASK, &pending, &before_);
 }
 
 OrdinarySignals::~OrdinarySignals() {

@@ -4,9 +4,9 @@
 
 #include <csignal>
 
-/// While it lives, no signal is blocked on this thread, so that a command started meanwhile does
-/// not inherit what its host blocks. (Signals that a handler catches get their default action in
-/// the command by themselves.)
+/// While it lives, no signal is blocked on this thread but those that are pending, so that a
+/// command started meanwhile does not inherit what its host blocks. (Signals that a handler catches
+/// get their default action in the command by themselves.)
 class OrdinarySignals {
  public:
   OrdinarySignals();

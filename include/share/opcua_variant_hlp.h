@@ -68,8 +68,12 @@ class OpcUa_VariantHlp : public OpcUa_Variant {
 
 inline OpcUa_StatusCode OpcUa_VariantHlp::SetString(const char* text, std::size_t length) {
   Reset(OpcUaType_String);
-  const OpcUa_StatusCode status = OpcUa_String_AttachToString(
-      text, static_cast<OpcUa_UInt32>(length), 0, OpcUa_True, OpcUa_True, &Value.String);
+  // A length that the stack's 32 bits do not hold is as good as no memory.
+  const OpcUa_StatusCode status =
+      length >= OPCUA_STRING_LENDONTCARE
+          ? OpcUa_BadOutOfMemory
+          : OpcUa_String_AttachToString(text, static_cast<OpcUa_UInt32>(length), 0, OpcUa_True,
+                                        OpcUa_True, &Value.String);
   if (OpcUa_IsBad(status)) {
     // The position is part of the line as log readers know it, whatever line this is now.
     OpcUa_Trace_Imp(OPCUA_TRACE_LEVEL_WARNING, "include/share/opcua_variant_hlp", 484,

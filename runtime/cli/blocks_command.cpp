@@ -27,35 +27,43 @@ struct BlockType {
   std::vector<Variable> variables;
 };
 
-std::string StringField(lua_State* L, int table, const char* key) {
-  lua_getfield(L, table, key);
-  std::string text = lua_tostring(L, -1);
+/// Reads the metadata table on top of the stack, whose shape FBMetadata has checked.
+std::vector<Variable> ReadVariables(lua_State* L) {
+  std::vector<Variable> variables;
+  lua_getfield(L, -1, "Vars");
+  const int table = lua_gettop(L);
+  for (lua_pushnil(L); lua_next(L, table) != 0; lua_settop(L, table + 1)) {
+    lua_getfield(L, table + 2, "Hash");
+    lua_getfield(L, table + 2, "Type");
+    lua_getfield(L, -1, "Name");
+    variables.push_back({static_cast<int>(lua_tointeger(L, table + 3)), lua_tostring(L, table + 1),
+                         lua_tostring(L, -1)});
+  }
   lua_pop(L, 1);
-  return text;
+  std::sort(variables.begin(), variables.end(),
+            [](const Variable& a, const Variable& b) { return a.hash < b.hash; });
+  return variables;
 }
 
-/// Reads TYPES.StandardFB.<name>, whose shape FBMetadata has checked.
-BlockType ReadBlockType(lua_State* L, const std::string& name) {
-  BlockType block{name, {}};
+/// Pushes TYPES.StandardFB, protected from what an add-in may have made of it.
+int PushBlockTypes(lua_State* L) {
   lua_getglobal(L, "TYPES");
   lua_getfield(L, -1, "StandardFB");
-  lua_getfield(L, -1, name.c_str());
-  lua_getfield(L, -1, "Vars");
-  const int variables = lua_gettop(L);
-  for (lua_pushnil(L); lua_next(L, variables) != 0; lua_pop(L, 1)) {
-    const int entry = lua_gettop(L);
-    Variable variable;
-    variable.name = lua_tostring(L, -2);
-    lua_getfield(L, entry, "Hash");
-    variable.hash = static_cast<int>(lua_tointeger(L, -1));
-    lua_getfield(L, entry, "Type");
-    variable.type = StringField(L, lua_gettop(L), "Name");
-    lua_pop(L, 2);
-    block.variables.push_back(variable);
+  luaL_checktype(L, -1, LUA_TTABLE);
+  return 1;
+}
+
+/// A type without metadata has no variables to show, which is said.
+BlockType ReadBlockType(lua_State* L, const std::string& name) {
+  BlockType block{name, {}};
+  lua_pushlstring(L, name.data(), name.size());
+  lua_rawget(L, -2);
+  if (lua_istable(L, -1)) {
+    block.variables = ReadVariables(L);
+  } else {
+    fmt::print(stderr, "corvane: block type {} has published no metadata\n", name);
   }
-  lua_settop(L, 0);
-  std::sort(block.variables.begin(), block.variables.end(),
-            [](const Variable& a, const Variable& b) { return a.hash < b.hash; });
+  lua_pop(L, 1);
   return block;
 }
 
@@ -84,6 +92,8 @@ int ListBlocks(const std::vector<std::string>& addin_files, bool json) {
   SetUpLog("warning");
   const auto addins = LoadAddins(addin_files);
   const LuaEnvironment lua;
+  lua_pushcfunction(lua.state(), PushBlockTypes);
+  ProtectedCall(lua.state(), 0, 1);
   std::vector<BlockType> blocks;
   for (const StLibrary& library : RegisteredStLibraries()) {
     blocks.push_back(ReadBlockType(lua.state(), library.name));

@@ -14,6 +14,9 @@ int Main(int argc, char** argv) {
   CLI::App app(
       "Runs PLC control programs written in Lua, with blocks for SMS, e-mail and commands.",
       "corvane");
+  app.footer(
+      "Example: corvane run disk_watch.lua\n\n"
+      "Each subcommand has a --help of its own.");
   app.set_version_flag("--version", "corvane " CORVANE_VERSION);
   app.require_subcommand(0, 1);
   corvane::cli::Action action;
@@ -41,11 +44,19 @@ int Main(int argc, char** argv) {
   }
 }
 
+/// Output that got lost (a full disk, a closed pipe) is a failure of the command, said once.
+int CheckOutput(int status) {
+  const bool lost = std::fflush(stdout) != 0 || std::ferror(stdout) != 0;
+  if (!lost) return status;
+  std::fprintf(stderr, "corvane: standard output could not be written in full\n");
+  return status == corvane::cli::kSuccess ? corvane::cli::kProgramFailed : status;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   try {
-    return Main(argc, argv);
+    return CheckOutput(Main(argc, argv));
   } catch (const std::exception& error) {
     std::fprintf(stderr, "corvane: %s\n", error.what());
     return corvane::cli::kProgramFailed;

@@ -4,6 +4,7 @@
 #include <spdlog/spdlog.h>
 
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
@@ -15,6 +16,7 @@
 #include "runtime/cli/addin_loading.h"
 #include "runtime/cli/commands.h"
 #include "runtime/cli/log_setup.h"
+#include "runtime/cli/process_setup.h"
 #include "runtime/corvane/control_program.h"
 #include "runtime/corvane/scan.h"
 
@@ -37,19 +39,23 @@ std::string CheckDuration(const std::string& text) {
                      text);
 }
 
-/// Empty when `text` is a whole number, else what is wrong with it. (The option's own conversion
-/// would let "-1" pass as the largest number.)
+/// Empty when `text` is a whole number that fits, else what is wrong with it. (The option's own
+/// conversion would let "-1" pass as the largest number.)
 std::string CheckCount(const std::string& text) {
-  const bool digits = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
-  return digits ? "" : fmt::format("'{}' is no whole number", text);
+  std::uint64_t number = 0;
+  const char* const end = text.data() + text.size();
+  const auto [rest, error] = std::from_chars(text.data(), end, number);
+  if (error == std::errc() && rest == end) return {};
+  return fmt::format("'{}' is no whole number below 2^64", text);
 }
 
 /// Empty when `path` is a program that can be read, else what is wrong with it.
 std::string CheckProgram(const std::string& path) {
   std::error_code error;
   const auto status = std::filesystem::status(path, error);
-  if (!std::filesystem::exists(status)) return "program " + path + " does not exist";
-  if (std::filesystem::is_directory(status)) return path + " is a folder, no control program";
+  if (!std::filesystem::exists(status)) return "program '" + path + "' does not exist";
+  if (std::filesystem::is_directory(status))
+    return "'" + path + "' is a folder, no control program";
   const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path.c_str(), "re"), std::fclose);
   if (file == nullptr) {
     return fmt::format("program {} cannot be read: {}", path,
@@ -88,6 +94,7 @@ int RunProgram(const RunOptions& options, Scan& scan) {
 }
 
 int Run(const RunOptions& options) {
+  SetUpProcess();
   SetUpLog(options.log_level);
   // Output to a file or a pipe leaves line by line, too, and a failing program loses none of it.
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
@@ -100,7 +107,7 @@ int Run(const RunOptions& options) {
   } catch (const LuaError& error) {
     std::fprintf(stderr, "corvane: %s\n", error.what());
   }
-  spdlog::info("{}", scan.statistics().Summary());
+  if (scan.statistics().cycles() != 0) spdlog::info("{}", scan.statistics().Summary());
   return status;
 }
 
@@ -125,7 +132,9 @@ void AddRunCommand(CLI::App& app, Action& action) {
       "The file runs once, then its function cycle() once per cycle. Ctrl-C ends the program "
       "after\n"
       "the running cycle; SIGUSR1 logs the cycle statistics. Exit status: 0, or what the program\n"
-      "gives to plc.stop; 1 after an error in the program; 2 for wrong usage.");
+      "gives to plc.stop; 1 after an error in the program; 2 for wrong usage. A second Ctrl-C ends "
+      "a\n"
+      "cycle that does not end.");
   command->callback([options, &action] { action = [options] { return Run(*options); }; });
 }
 

@@ -85,6 +85,9 @@ void ControlProgram::Call(int arguments) {
     ProtectedCall(lua_.state(), arguments, 0);
   } catch (const ExitRequest&) {
     // Its status stands in plc_.
+  } catch (const LuaError&) {
+    // Raised in a finalizer or a coroutine, the request arrives as another error.
+    if (!plc_.exit_requested) throw;
   }
 }
 

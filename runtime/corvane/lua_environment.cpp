@@ -47,6 +47,9 @@ int FBMetadata(lua_State* L) {
     const int table = lua_gettop(L);
     check_field(table, "Hash", LUA_TNUMBER, variable);
     check_field(table, "Type", LUA_TTABLE, variable);
+    lua_getfield(L, table, "Type");
+    check_field(table + 1, "Name", LUA_TSTRING, variable);
+    lua_pop(L, 1);
     check_field(table, "Retain", LUA_TBOOLEAN, variable);
   }
   lua_settop(L, 1);

@@ -27,11 +27,9 @@ int Stop(lua_State* L) {
 }
 
 int Exit(lua_State* L) {
-  if (lua_isboolean(L, 1)) {
-    Context(L).stop_status = lua_toboolean(L, 1) != 0 ? 0 : 1;
-  } else {
-    Context(L).stop_status = CheckStatus(L);
-  }
+  const bool is_boolean = lua_isboolean(L, 1);
+  Context(L).stop_status = is_boolean ? (lua_toboolean(L, 1) != 0 ? 0 : 1) : CheckStatus(L);
+  Context(L).exit_requested = true;
   lua_pushlightuserdata(L, const_cast<char*>(&kExitRequest));
   return lua_error(L);
 }

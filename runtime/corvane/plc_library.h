@@ -13,6 +13,7 @@ namespace corvane {
 struct PlcContext {
   std::vector<std::string> arguments;  ///< plc.args
   std::optional<int> stop_status;      ///< set by plc.stop and os.exit
+  bool exit_requested = false;         ///< set by os.exit
 };
 
 /// Sets the global `plc`:

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 
@@ -21,7 +22,7 @@ const char* TypeName(OpcUa_BuiltInType type) {
   for (const auto& known : corvane::kElementaryTypes) {
     if (known.built_in == type) return known.name;
   }
-  return "variable of this type";
+  return "a variable";
 }
 
 /// The value as it stands in a message: a long or binary text is not repeated whole.
@@ -44,9 +45,17 @@ const char* Describe(lua_State* L, int index) {
   }
 }
 
+/// The variable's name and what separates it from the rest of a message: where the value was
+/// assigned to a field, the name lies below it.
+const char* NamePrefix(lua_State* L, int index) {
+  if (index < 2 || lua_type(L, index - 1) != LUA_TSTRING) return "";
+  return lua_pushfstring(L, "%s: ", lua_tostring(L, index - 1));
+}
+
 /// Raises the Lua error that every refused assignment gets; `why` may add a reason.
 int Refuse(lua_State* L, int index, OpcUa_BuiltInType type, const char* why) {
-  return luaL_error(L, "a %s cannot hold %s%s", TypeName(type), Describe(L, index), why);
+  return luaL_error(L, "%s%s cannot hold %s%s", NamePrefix(L, index), TypeName(type),
+                    Describe(L, index), why);
 }
 
 bool IsTrueText(const char* text, std::size_t length) {
@@ -120,7 +129,7 @@ int StoreText(OpcUa_VariantHlp& value, lua_State* L, const char* text, std::size
   OpcUa_Variant_Initialize(&value);
   if (OpcUa_IsBad(value.SetString(text, length))) {
     static_cast<OpcUa_Variant&>(value) = before;
-    return luaL_error(L, "out of memory for a text of %d bytes", static_cast<int>(length));
+    return luaL_error(L, "out of memory for a text of %f bytes", static_cast<double>(length));
   }
   OpcUa_Variant_Clear(&before);
   return 0;
@@ -192,8 +201,41 @@ int ReadUndeclared(OpcUa_VariantHlp& value, lua_State* L, int index) {
       value.SetInt32(static_cast<OpcUa_Int32>(number));
       return 0;
     }
-    default: return luaL_error(L, "a variable cannot hold %s", Describe(L, index));
+    default: return Refuse(L, index, OpcUaType_Null, "");
   }
+}
+
+/// Bytes that PushCopied pushes.
+struct Bytes {
+  const char* data;
+  std::size_t length;
+};
+
+int PushCopied(lua_State* L) {
+  const auto& bytes = *static_cast<const Bytes*>(lua_touserdata(L, 1));
+  lua_pushlstring(L, bytes.data, bytes.length);
+  return 1;
+}
+
+/// Pushes a text that lives in a variable. Lua may collect before it copies, and a finalizer may
+/// assign to the very variable; so what Lua copies from must not be the variable's own.
+void PushText(lua_State* L, const char* text, std::size_t length) {
+  char near_copy[512];
+  if (length <= sizeof near_copy) {
+    std::memcpy(near_copy, text, length);
+    lua_pushlstring(L, near_copy, length);
+    return;
+  }
+  char* far_copy = static_cast<char*>(std::malloc(length));
+  if (far_copy == nullptr)
+    luaL_error(L, "out of memory for a text of %f bytes", static_cast<double>(length));
+  std::memcpy(far_copy, text, length);
+  Bytes bytes{far_copy, length};
+  lua_pushcfunction(L, PushCopied);
+  lua_pushlightuserdata(L, &bytes);
+  const int status = lua_pcall(L, 1, 1, 0);
+  std::free(far_copy);
+  if (status != LUA_OK) lua_error(L);
 }
 
 double SecondsSince1970(OpcUa_DateTime ticks) {
@@ -250,7 +292,7 @@ int WriteLuaValue(const OpcUa_Variant& value, lua_State* L) {
     case OpcUaType_Double: lua_pushnumber(L, v.Double); break;
     case OpcUaType_String: {
       const char* text = OpcUa_String_GetRawString(&v.String);
-      lua_pushlstring(L, text == nullptr ? "" : text, OpcUa_String_StrLen(&v.String));
+      PushText(L, text == nullptr ? "" : text, OpcUa_String_StrLen(&v.String));
       break;
     }
     case OpcUaType_DateTime: lua_pushnumber(L, SecondsSince1970(v.DateTime)); break;

@@ -201,7 +201,7 @@ TEST_F(BaseFb, AnUndeclaredVariableTakesTheTypeOfItsFirstValueAndKeepsIt) {
 TEST_F(BaseFb, ARefusedAssignmentChangesNothingAndNamesTypeAndValue) {
   Run("fb.Int = 12");
   const std::string error = ErrorOf("fb.Int = 40000");
-  EXPECT_EQ(error, "test:1: a INT cannot hold 40000: out of range");
+  EXPECT_EQ(error, "test:1: Int: INT cannot hold 40000: out of range");
   EXPECT_EQ(Eval("fb.Int"), "12");
 }
 
@@ -230,9 +230,63 @@ TEST_F(BaseFb, NumberKeysOfInitialValuesAreStoredUnderTheirTextAndAllArrive) {
 
 TEST_F(BaseFb, ARefusedInitialValueIsAnErrorAndTheBlockIsCollected) {
   const int before = ProbeFB::alive;
-  EXPECT_EQ(ErrorOf("PROBE.new{DInt = 'many'}"), "test:1: a DINT cannot hold the text \"many\"");
+  EXPECT_EQ(ErrorOf("PROBE.new{DInt = 'many'}"),
+            "test:1: DInt: DINT cannot hold the text \"many\"");
   Collect();
   EXPECT_EQ(ProbeFB::alive, before);
+}
+
+/// The collector at its usual pace, for tests that set it up themselves.
+constexpr const char* kUsualPace =
+    "collectgarbage('setpause', 200) collectgarbage('setstepmul', 200) ";
+
+TEST_F(BaseFb, AFinalizerMayAssignTheVariableThatIsBeingRead) {
+  Run(kUsualPace);
+  // Lua may collect while it takes a text over; the text must not be the variable's own by then.
+  for (const char* length : {"500", "5000"}) {
+    Run("live = {} for i = 1, 100000 do live[i] = {} end length = " + std::string(length) + R"(
+      fb.String = ('x'):rep(length)
+      local meta = {__gc = function() fb.String = ('y'):rep(length) for _ = 1, 3 do local t = {{}} end end}
+      for round = 1, 3 do
+        collectgarbage('stop')
+        for _ = 1, 1000 do setmetatable({}, meta) end
+        collectgarbage('restart')
+        for _ = 1, 20000 do
+          local text = fb.String
+          assert(#text == length)
+          local garbage = {}
+        end
+      end)");
+  }
+}
+
+TEST_F(BaseFb, AFinalizerMayDestroyTheBlockWhoseNumberKeyIsBeingRead) {
+  Run(kUsualPace);
+  Run(R"(
+    local ended = 0
+    for i = 1, 200 do
+      local fb = PROBE.new{String = ('x'):rep(1000)}
+      local gc, done = getmetatable(fb).__gc, false
+      setmetatable({}, {__gc = function() if not done then done = true gc(fb) end end})
+      pcall(function() for j = 1, 20000 do local v = fb[j + 0.5] if done then break end end end)
+      if done then ended = ended + 1 end
+    end
+    assert(ended > 0))");
+}
+
+TEST_F(BaseFb, BlocksLiveInCoroutinesAndGoWithThem) {
+  Run(R"(
+    threads = {}
+    for i = 1, 50 do
+      threads[i] = coroutine.create(function()
+        local fb = PROBE.new{DInt = i}
+        while true do coroutine.yield(fb.DInt) end
+      end)
+      assert(select(2, coroutine.resume(threads[i])) == i)
+    end)");
+  EXPECT_EQ(ProbeFB::alive, 51);
+  CloseHost();
+  EXPECT_EQ(ProbeFB::alive, 0);
 }
 
 TEST_F(BaseFb, CollectionDestroysTheBlockOnce) {

@@ -33,6 +33,20 @@ TEST(BlocksCommand, JsonHoldsTheSame) {
   EXPECT_EQ(blocks[1]["variables"][5]["type"], "DATE_AND_TIME");
 }
 
+TEST(BlocksCommand, ATypeWithoutMetadataIsNamedAndTheOthersAreListed) {
+  const auto result =
+      RunCommand({CORVANE, "blocks", "--addin", SILENT_ADDIN, "--addin", ADDIN_FILE});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.err, "corvane: block type SILENT has published no metadata\n");
+  EXPECT_THAT(result.out, testing::StartsWith("SILENT\nSEND_SMS\n  Port"));
+}
+
+TEST(BlocksCommand, OutputThatCannotBeWrittenIsAFailure) {
+  const auto result = RunCommand({"/bin/sh", "-c", "\"$0\" blocks >/dev/full", CORVANE});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err, "corvane: standard output could not be written in full\n");
+}
+
 TEST(BlocksCommand, AWrongAddinIsOneClearLine) {
   const auto result = RunCommand({CORVANE, "blocks", "--addin", "/no/such.so"});
   EXPECT_EQ(result.status, 2);

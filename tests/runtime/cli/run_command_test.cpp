@@ -80,7 +80,7 @@ TEST_F(RunTest, HasTheBlocksOfTheAddin) {
 
 TEST_F(RunTest, AMissingProgramIsOneClearLine) {
   ExpectUsageError(RunWords({"/no/such/program.lua"}),
-                   "program /no/such/program.lua does not exist");
+                   "program '/no/such/program.lua' does not exist");
 }
 
 TEST_F(RunTest, AFolderIsNoProgram) {
@@ -147,6 +147,7 @@ TEST_F(RunTest, UnknownOptionsAndWrongValuesAreOneClearLineEach) {
   ExpectUsageError(RunWords({program, "--cycle"}), "--cycle");
   ExpectUsageError(RunWords({program, "--cycles", "-1"}), "--cycles");
   ExpectUsageError(RunWords({program, "--cycles", "many"}), "--cycles");
+  ExpectUsageError(RunWords({program, "--cycles", "99999999999999999999999"}), "--cycles");
   ExpectUsageError(RunWords({program, "--log-level", "loud"}), "--log-level");
   ExpectUsageError(RunWords({}), "program");
   ExpectUsageError(RunCommand({CORVANE}), "subcommand");
@@ -200,6 +201,14 @@ TEST_F(RunTest, OutputLeavesLineByLineWhileItRuns) {
   EXPECT_TRUE(test_support::WaitFor([&] { return command.out() == "ready\n"; }));
 }
 
+TEST_F(RunTest, OsExitEndsWithItsStatusFromAFinalizerOrACoroutineToo) {
+  EXPECT_EQ(RunText("function cycle() coroutine.wrap(os.exit)(4) end").status, 4);
+  const auto result = RunText(
+      "function cycle() setmetatable({}, {__gc = function() os.exit(5) end}) collectgarbage() end");
+  EXPECT_EQ(result.status, 5);
+  EXPECT_THAT(result.err, testing::Not(HasSubstr("__gc")));
+}
+
 TEST_F(RunTest, BlocksAreCollectedBeforeTheProcessEnds) {
   const auto result = RunText(
       "keep = setmetatable({}, {__gc = function() print('collected') end})\n"
@@ -222,6 +231,26 @@ TEST_F(RunTest, AStartedCommandHasOrdinarySignals) {
   // The C library has its own two signals, 32 and 33, ignored in whatever it starts.
   constexpr std::uint64_t kOfTheLibrary = std::uint64_t{3} << 31;
   EXPECT_EQ(SignalSet(result.out, "SigIgn:") & ~kOfTheLibrary, 0u);
+}
+
+TEST_F(RunTest, AStartedCommandInheritsNoSignalThatIsIgnoredAroundTheRuntime) {
+  const std::string program = Write(
+      "local fb = SysProcessCreateWithResult.new{Command = 'cat /proc/self/status', Run = true}\n"
+      "fb() io.write(fb.Output) plc.stop()");
+  const auto result = RunCommand(
+      {"/bin/sh", "-c", "trap '' PIPE HUP USR2; exec \"$0\" run \"$1\"", CORVANE, program});
+  EXPECT_EQ(SignalSet(result.out, "SigIgn:") & ((std::uint64_t{1} << 31) - 1), 0u) << result.err;
+}
+
+TEST_F(RunTest, AReaderOfItsOutputThatDiesDoesNotEndTheProgram) {
+  const std::string program =
+      Write("function cycle() print(('x'):rep(10000)) if plc.cycle == 50 then plc.stop(3) end end");
+  const auto result = RunCommand(
+      {"/bin/sh", "-c",
+       "{ \"$0\" run --cycle 1ms \"$1\"; echo \"ended $?\" >&2; } | head -n 1 >/dev/null", CORVANE,
+       program});
+  EXPECT_THAT(result.err, HasSubstr("ended 3"));
+  EXPECT_THAT(result.err, HasSubstr("corvane: standard output could not be written in full\n"));
 }
 
 TEST_F(RunTest, AStartedCommandHasNoDescriptorOfTheRuntime) {

@@ -35,6 +35,8 @@ TEST_F(LuaEnvironmentTest, MetadataOfAnotherShapeIsRefusedWithTheField) {
               testing::HasSubstr("Vars must map names to tables"));
   EXPECT_THAT(ErrorOf("FBMetadata{Name = 'X', Hash = 1, Vars = {A = {Hash = 0}}}"),
               testing::HasSubstr("metadata of A: the field Type must be a table"));
+  EXPECT_THAT(ErrorOf("FBMetadata{Name = 'X', Hash = 1, Vars = {A = {Hash = 0, Type = {}}}}"),
+              testing::HasSubstr("metadata of A: the field Name must be a string"));
 }
 
 TEST_F(LuaEnvironmentTest, ProtectedCallGivesResultsAndKeepsTheStack) {

@@ -1,0 +1,17 @@
+// SPDX-License-Identifier: MIT
+// What a process that runs control programs needs, whoever started it.
+#pragma once
+
+namespace corvane::cli {
+
+/// Sees to it that a command which a block starts inherits nothing from this process or from the
+/// one that started it:
+///   - descriptors that are open now become close-on-exec, but for standard input, output and
+///   error;
+///   - signals that are ignored now (by nohup, by a service manager) are caught and dropped
+///   instead,
+///     which looks the same here and is not inherited.
+/// A broken pipe is treated alike: a log reader that dies must not take the control program along.
+void SetUpProcess();
+
+}  // namespace corvane::cli

@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: MIT
+// An add-in of a careless author: its one type publishes no metadata.
+#include "corvane/st_library.h"
+
+namespace {
+
+int OpenSilent(lua_State* L) {
+  lua_newtable(L);
+  lua_setglobal(L, "SILENT");
+  return 1;
+}
+
+}  // namespace
+
+extern "C" int InitAddin() {
+  return RegisterExternalSTLib("SILENT", OpenSilent);
+}
+
+extern "C" void DisposeAddin() {}
