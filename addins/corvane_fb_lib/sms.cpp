@@ -92,9 +92,10 @@ std::string DecodeTextMessage(ByteIterator begin, ByteIterator end) {
 void EncodePhoneNumber(std::vector<unsigned char>& out, const std::string& number) {
   for (std::size_t i = 0; i < number.length(); i += 2) {
     const unsigned first = static_cast<unsigned char>(number[i]) - 0x30u;
-    const bool pair = i + 1 < number.length();
-    const unsigned second = pair ? static_cast<unsigned char>(number[i + 1]) << 4 & 0xF0u : 0xF0u;
-    out.push_back(static_cast<unsigned char>(first | second));
+    // Shifted by four, only the low half of the second character counts.
+    const unsigned second =
+        i + 1 < number.length() ? static_cast<unsigned char>(number[i + 1]) & 0x0Fu : 0x0Fu;
+    out.push_back(static_cast<unsigned char>((first | second << 4) & 0xFF));
   }
 }
 
