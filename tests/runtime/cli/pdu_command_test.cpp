@@ -196,9 +196,9 @@ TEST(PduEncode, OfATextThatCannotBeEncodedSaysWhy) {
 }
 
 TEST(PduEncode, ToAnEmptyNumberSaysSo) {
-  const auto result = Pdu({"encode", "--to=", "Hello"});
-  EXPECT_NE(result.status, 0);
-  EXPECT_NE(result.err, "");
+  const auto result = Pdu({"encode", "--to", "", "Hello"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err, "corvane: the receiver's number is empty (code 12)\n");
 }
 
 TEST(PduEncode, WarnsOfANumberThatIsNotDigitsOnly) {
