@@ -70,19 +70,21 @@ RequestKind KindOfRequest(std::string_view request) {
   return announces ? RequestKind::kAnnouncement : RequestKind::kCommand;
 }
 
-std::string_view CommandName(std::string_view request) {
+std::string CommandName(std::string_view request) {
   if (request.size() < 3 || Upper(request[0]) != 'A' || Upper(request[1]) != 'T') return {};
   const std::string_view rest = request.substr(2);
   if (std::string_view("+^*#$%_&").find(rest.front()) == std::string_view::npos) return {};
   const auto end = std::find_if(rest.begin() + 1, rest.end(), [](char c) {
     return !(c >= '0' && c <= '9') && !(Upper(c) >= 'A' && Upper(c) <= 'Z');
   });
-  return rest.substr(0, static_cast<std::size_t>(end - rest.begin()));
+  std::string name(rest.begin(), end);
+  std::transform(name.begin(), name.end(), name.begin(), Upper);
+  return name;
 }
 
-AtAnswer::AtAnswer(std::string_view request, std::string_view own_name, ForeignLine foreign_line)
+AtAnswer::AtAnswer(std::string_view request, std::string own_name, ForeignLine foreign_line)
     : request_(request),
-      own_name_(own_name),
+      own_name_(std::move(own_name)),
       kind_(KindOfRequest(request)),
       foreign_line_(std::move(foreign_line)) {
   while (!request_.empty() && (request_.back() == '\r' || request_.back() == kCtrlZ)) {

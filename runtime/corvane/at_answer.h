@@ -23,9 +23,9 @@ enum class RequestKind : std::uint8_t {
 
 [[nodiscard]] RequestKind KindOfRequest(std::string_view request);
 
-/// The name that the lines of a command's answer begin with: "+CMGL" for "AT+CMGL=0\r"; empty for
+/// The name that the lines of a command's answer begin with: "+CMGL" for "at+cmgl=0\r"; empty for
 /// commands without one.
-[[nodiscard]] std::string_view CommandName(std::string_view request);
+[[nodiscard]] std::string CommandName(std::string_view request);
 
 /// The answer to one request.
 ///
@@ -52,7 +52,7 @@ class AtAnswer {
 
   /// @param request borrowed: must outlive this
   /// @param own_name see CommandName; for text that of the command which announced it
-  AtAnswer(std::string_view request, std::string_view own_name, ForeignLine foreign_line);
+  AtAnswer(std::string_view request, std::string own_name, ForeignLine foreign_line);
 
   /// Takes the next octet; none after the state has left kOpen.
   State Feed(char octet);
@@ -88,7 +88,7 @@ class AtAnswer {
   [[nodiscard]] bool PduIsComplete() const;
 
   std::string_view request_;
-  std::string_view own_name_;
+  std::string own_name_;
   RequestKind kind_;
   ForeignLine foreign_line_;
   State state_ = State::kOpen;

@@ -43,7 +43,12 @@ void ModemPort::WaitForFirstAttempt(SteadyTime deadline) {
 bool ModemPort::Register(void* context, PortDriverPriorityFunction priority,
                          PortDriverRequestFunction request) {
   if (!open_) return false;
-  Unregister(context);
+  for (Client& client : clients_) {
+    if (client.context != context) continue;
+    client.priority = priority;
+    client.request = request;
+    return true;
+  }
   clients_.push_back({next_id_++, context, priority, request, 0});
   return true;
 }
