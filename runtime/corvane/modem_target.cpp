@@ -150,19 +150,19 @@ void ReadSettings(ModemTarget& target, std::string_view text) {
 }
 
 void ReadTcp(ModemTarget& target, std::string_view address) {
-  const std::size_t colon = address.rfind(':');
-  const auto service =
-      colon == std::string_view::npos ? std::nullopt : ParseNumber<int>(address.substr(colon + 1));
+  const std::size_t colon = std::min(address.rfind(':'), address.size());
+  const int service =
+      ParseNumber<int>(address.substr(std::min(colon + 1, address.size()))).value_or(0);
   std::string_view host = address.substr(0, colon);
   if (host.size() > 2 && host.front() == '[' && host.back() == ']') {
     host = host.substr(1, host.size() - 2);  // an IPv6 address
   }
-  if (!service || *service < 1 || *service > 65535 || host.empty()) {
+  if (service < 1 || service > 65535 || host.empty()) {
     throw ModemTargetError(fmt::format(
         "'tcp:{}' is no address; write tcp:HOST:PORT with a port from 1 to 65535", address));
   }
   target.host = host;
-  target.service = std::to_string(*service);
+  target.service = std::to_string(service);
 }
 
 }  // namespace

@@ -61,6 +61,13 @@ void ExpectNoAnswer(const DriverReply& reply) {
   EXPECT_EQ(reply.text, "");
 }
 
+void ExpectMessageSent(DriverClient& client, int timeout_ms = 500) {
+  client.Queue(kAnnounce, 500, 0);
+  client.Queue(kText, timeout_ms);
+  ExpectReply(client.WaitForReply(), ">");
+  ExpectReply(client.WaitForReply(), "+CMGS: 12\r\nOK\r\n");
+}
+
 /// The log's lines of a level.
 std::vector<std::string> Logged(const std::string& level) {
   std::vector<std::string> lines;
@@ -73,18 +80,31 @@ std::vector<std::string> Logged(const std::string& level) {
 /// The driver and a client on port 1 of a peer.
 class DriverTest : public testing::TestWithParam<PeerKind> {
  protected:
-  void Start(ModemPeer::Script script, const std::string& settings = "",
-             PeerKind kind = PeerKind::kPseudoTerminal) {
+  /// Ends what a script uses before the test's own variables go.
+  class Running {
+   public:
+    explicit Running(DriverTest& test) : test_(test) {}
+    Running(const Running&) = delete;
+    Running& operator=(const Running&) = delete;
+    ~Running() {
+      test_.client_.Unregister();
+      test_.driver_.reset();
+      test_.peer_.reset();
+    }
+
+   private:
+    DriverTest& test_;
+  };
+
+  [[nodiscard]] Running Start(ModemPeer::Script script, const std::string& settings = "",
+                              PeerKind kind = PeerKind::kPseudoTerminal) {
     test_support::TakeLog();
     peer_ = std::make_unique<ModemPeer>(std::move(script), kind);
-    StartDriver(settings);
-  }
-  void StartDriver(const std::string& settings = "") {
     driver_ = std::make_unique<ModemPortDriver>(
         ParseModemTargets({"1=" + peer_->Target() + settings}), TheScanLock());
-    ASSERT_EQ(client_.Register(1), 0);
+    EXPECT_EQ(client_.Register(1), 0);
+    return Running(*this);
   }
-  ~DriverTest() override { client_.Unregister(); }
 
   std::unique_ptr<ModemPeer> peer_;
   std::unique_ptr<ModemPortDriver> driver_;
@@ -97,7 +117,7 @@ INSTANTIATE_TEST_SUITE_P(On, DriverTest, testing::Values(PeerKind::kPseudoTermin
                          });
 
 TEST_P(DriverTest, CarriesTheDialoguesOfBothBlocks) {
-  Start(
+  const auto running = Start(
       [](ModemPeer& peer, const std::string& request) {
         if (request != kList) return Obey(peer, request);
         peer.Send("\r\n+CMGL: 3,0,,30\r\n" + kPdu + "\r\n\r\nOK\r\n");
@@ -106,15 +126,14 @@ TEST_P(DriverTest, CarriesTheDialoguesOfBothBlocks) {
   ExpectReply(client_.Exchange(kSetPduMode), "OK\r\n");
   ExpectReply(client_.Exchange(kList, 500, 0), "+CMGL: 3,0,,30\r\n" + kPdu + "\r\nOK\r\n");
   ExpectReply(client_.Exchange("AT+CMGD=3\r"), "OK\r\n");
-  ExpectReply(client_.Exchange(kAnnounce, 500, 0), ">");
-  ExpectReply(client_.Exchange(kText), "+CMGS: 12\r\nOK\r\n");
+  ExpectMessageSent(client_);
   EXPECT_THAT(peer_->Requests(), ElementsAre(kSetPduMode, kList, "AT+CMGD=3\r", kAnnounce, kText));
   EXPECT_THAT(Logged("warning"), IsEmpty());
 }
 
 TEST_P(DriverTest, ADeviceThatVanishesInAnExchangeAndReturnsIsUsedAgain) {
   std::atomic<bool> vanish{true};
-  Start(
+  const auto running = Start(
       [&vanish](ModemPeer& peer, const std::string& request) {
         if (!vanish) return Obey(peer, request);
         peer.Send("\r\n+CMGL: 3,0,");
@@ -152,7 +171,7 @@ TEST_F(DriverTest, AModemThatRefusesTheSetUpInOneGetsItInParts) {
 
 TEST_F(DriverTest, AModemThatEchoesAllTheSameIsUnderstood) {
   for (const int copies : {1, 2}) {
-    Start([copies](ModemPeer& peer, const std::string& request) {
+    const auto running = Start([copies](ModemPeer& peer, const std::string& request) {
       for (int i = 0; i < copies; ++i) peer.Send(request);
       if (request == kList) {
         peer.Send("\r\n+CMGL: 3,0,,30\r\n" + kPdu + "\r\n\r\nOK\r\n");
@@ -162,18 +181,16 @@ TEST_F(DriverTest, AModemThatEchoesAllTheSameIsUnderstood) {
     });
     for (int round = 0; round < 2; ++round) {
       ExpectReply(client_.Exchange(kSetPduMode), "OK\r\n");
-      ExpectReply(client_.Exchange(kAnnounce, 500, 0), ">");
-      ExpectReply(client_.Exchange(kText), "+CMGS: 12\r\nOK\r\n");
+      ExpectMessageSent(client_);
       ExpectReply(client_.Exchange(kList), "+CMGL: 3,0,,30\r\n" + kPdu + "\r\nOK\r\n");
     }
-    driver_.reset();
   }
 }
 
 TEST_F(DriverTest, AnAnswerCutAtAnyPlaceIsHandedOverAsFarAsItIsCertain) {
   const std::string whole = "\r\n+CMGL: 3,0,,30\r\n" + kPdu + "\r\n\r\nOK\r\n";
   std::atomic<std::size_t> cut{0};
-  Start([&](ModemPeer& peer, const std::string& request) {
+  const auto running = Start([&](ModemPeer& peer, const std::string& request) {
     if (request == kList) {
       peer.Send(whole.substr(0, cut));
     } else {
@@ -194,7 +211,7 @@ TEST_F(DriverTest, AnAnswerCutAtAnyPlaceIsHandedOverAsFarAsItIsCertain) {
 
 TEST_F(DriverTest, AnAnswerThatComesAfterItsTimeOutIsNotTheNextOnes) {
   std::atomic<bool> late{true};
-  Start([&late](ModemPeer& peer, const std::string& request) {
+  const auto running = Start([&late](ModemPeer& peer, const std::string& request) {
     if (request != kList) return Obey(peer, request);
     if (late.exchange(false)) return;
     peer.Send("\r\n+CMGL: 3,0,,30\r\n" + kPdu + "\r\n\r\nOK\r\n");
@@ -207,7 +224,7 @@ TEST_F(DriverTest, AnAnswerThatComesAfterItsTimeOutIsNotTheNextOnes) {
 }
 
 TEST_F(DriverTest, WhatComesBetweenTwoExchangesIsDropped) {
-  Start(Obey);
+  const auto running = Start(Obey);
   ExpectReply(client_.Exchange(kSetPduMode), "OK\r\n");
   peer_->Send("\r\n+CMTI: \"SM\",3\r\n\r\nERROR\r\n\r\n> ");
   ASSERT_TRUE(WaitFor([] {
@@ -221,7 +238,7 @@ TEST_F(DriverTest, WhatComesBetweenTwoExchangesIsDropped) {
 
 TEST_F(DriverTest, AStuckPromptIsLeftWithEscape) {
   std::atomic<bool> stuck{true};
-  Start([&stuck](ModemPeer& peer, const std::string& request) {
+  const auto running = Start([&stuck](ModemPeer& peer, const std::string& request) {
     if (stuck.exchange(false)) return peer.Send("\r\n> ");
     Obey(peer, request);
   });
@@ -231,37 +248,41 @@ TEST_F(DriverTest, AStuckPromptIsLeftWithEscape) {
 }
 
 TEST_F(DriverTest, ATextWithoutItsPromptNeverReachesTheModem) {
-  Start(Obey);
+  const auto running = Start(Obey);
   ExpectNoAnswer(client_.Exchange(kText));
   ExpectReply(client_.Exchange(kSetPduMode), "OK\r\n");
   EXPECT_THAT(peer_->Requests(), ElementsAre(kSetPduMode));
 }
 
-TEST_F(DriverTest, ATextGoesOutOnceEvenWhenTheDeviceVanishesAtThePrompt) {
-  Start(Obey);
-  ExpectReply(client_.Exchange(kAnnounce, 500, 0), ">");
-  peer_->Unplug();
-  peer_->PlugIn();
-  ExpectNoAnswer(client_.Exchange(kText));
+TEST_F(DriverTest, ATextIsNotSentToADeviceThatCameBackSinceItsPrompt) {
+  const auto running = Start(
+      [](ModemPeer& peer, const std::string& request) {
+        Obey(peer, request);
+        if (request == kAnnounce) peer.Unplug();
+      },
+      "", PeerKind::kTcp);
+  client_.Queue(kAnnounce, 500, 0);
+  client_.Queue(kText);
+  ExpectReply(client_.WaitForReply(), ">");
+  ExpectNoAnswer(client_.WaitForReply());
   ExpectReply(client_.Exchange(kSetPduMode, 5000), "OK\r\n");
-  EXPECT_THAT(peer_->Requests(), Not(Contains(kText)));
+  EXPECT_THAT(peer_->Requests(), ElementsAre(kAnnounce, kSetPduMode));
 }
 
 TEST_F(DriverTest, AConfirmationWhoseOkIsLostIsStillOne) {
-  Start(
+  const auto running = Start(
       [](ModemPeer& peer, const std::string& request) {
         if (request != kText) return Obey(peer, request);
         peer.Send("\r\n+CMGS: 12\r\n");
         peer.Unplug();
       },
       "", PeerKind::kTcp);  // a terminal that goes takes with it what was not yet read
-  ExpectReply(client_.Exchange(kAnnounce, 500, 0), ">");
-  ExpectReply(client_.Exchange(kText), "+CMGS: 12\r\nOK\r\n");
+  ExpectMessageSent(client_);
 }
 
 TEST_F(DriverTest, TheTimeOutRunsFromTheLastOctet) {
   std::atomic<int> pieces{0};
-  Start([&pieces](ModemPeer& peer, const std::string& request) {
+  const auto running = Start([&pieces](ModemPeer& peer, const std::string& request) {
     if (request != kList) return Obey(peer, request);
     for (int i = 0; i < 10; ++i) {  // ten pauses, together three times the time-out
       std::this_thread::sleep_for(std::chrono::milliseconds(120));
@@ -278,7 +299,7 @@ TEST_F(DriverTest, TheTimeOutRunsFromTheLastOctet) {
 
 TEST_F(DriverTest, AModemThatOnlyBabblesIsNotWaitedForForEver) {
   std::atomic<bool> stop{false};
-  Start([&stop](ModemPeer& peer, const std::string& request) {
+  const auto running = Start([&stop](ModemPeer& peer, const std::string& request) {
     if (request != kList) return Obey(peer, request);
     while (!stop) {
       peer.Send("\r\n^DSFLOWRPT:0000\r\n");
@@ -291,7 +312,7 @@ TEST_F(DriverTest, AModemThatOnlyBabblesIsNotWaitedForForEver) {
 }
 
 TEST_F(DriverTest, PatienceLengthensTheTransferOfATextOnly) {
-  Start(
+  const auto running = Start(
       [](ModemPeer& peer, const std::string& request) {
         if (request == kSetPduMode) return;
         if (request.back() == '\x1A') std::this_thread::sleep_for(std::chrono::milliseconds(300));
@@ -299,18 +320,19 @@ TEST_F(DriverTest, PatienceLengthensTheTransferOfATextOnly) {
       },
       ",patience=20s");
   ExpectNoAnswer(client_.Exchange(kSetPduMode, 50));
-  ExpectReply(client_.Exchange(kAnnounce, 500, 0), ">");
-  ExpectReply(client_.Exchange(kText, 50), "+CMGS: 12\r\nOK\r\n");
+  ExpectMessageSent(client_, 50);
   EXPECT_THAT(Logged("warning"), Not(Contains(HasSubstr("patience"))));
 }
 
 TEST_F(DriverTest, ALateConfirmationIsToldOnceWithTheSettingThatHelps) {
-  Start([](ModemPeer& peer, const std::string& request) {
+  const auto running = Start([](ModemPeer& peer, const std::string& request) {
     if (request.back() != '\x1A') Obey(peer, request);
   });
   for (int round = 0; round < 2; ++round) {
-    ExpectReply(client_.Exchange(kAnnounce, 500, 0), ">");
-    ExpectNoAnswer(client_.Exchange(kText, 50));
+    client_.Queue(kAnnounce, 500, 0);
+    client_.Queue(kText, 50);
+    ExpectReply(client_.WaitForReply(), ">");
+    ExpectNoAnswer(client_.WaitForReply());
     peer_->Send("\r\n+CMGS: 12\r\n\r\nOK\r\n");
     ExpectReply(client_.Exchange(kSetPduMode), "OK\r\n");
   }
@@ -321,14 +343,14 @@ TEST_F(DriverTest, ALateConfirmationIsToldOnceWithTheSettingThatHelps) {
 }
 
 TEST_F(DriverTest, AnAnswerThatMakesNoSenseIsHandedOver) {
-  Start([](ModemPeer& peer, const std::string& request) {
+  const auto running = Start([](ModemPeer& peer, const std::string& request) {
     peer.Send(request == kSetPduMode ? "\r\nwhat?\r\n" : kOk);
   });
   ExpectReply(client_.Exchange(kSetPduMode, 50), "what?\r\n");
 }
 
 TEST_F(DriverTest, MegabytesWithoutALineEndFailTheExchange) {
-  Start([](ModemPeer& peer, const std::string& request) {
+  const auto running = Start([](ModemPeer& peer, const std::string& request) {
     if (request == kList) {
       peer.Send(std::string(std::size_t{2} << 20, 'A'));
     } else {
@@ -344,7 +366,7 @@ TEST_F(DriverTest, AListOf10000EntriesArrivesWhole) {
   for (int i = 0; i < 10'000; ++i) {
     list += "+CMGL: " + std::to_string(i) + ",0,,30\r\n" + kPdu + "\r\n";
   }
-  Start([&list](ModemPeer& peer, const std::string& request) {
+  const auto running = Start([&list](ModemPeer& peer, const std::string& request) {
     request == kList ? peer.Send("\r\n" + list + kOk) : Obey(peer, request);
   });
   const DriverReply reply = client_.Exchange(kList, 2000, 0);
@@ -353,7 +375,7 @@ TEST_F(DriverTest, AListOf10000EntriesArrivesWhole) {
 
 TEST_F(DriverTest, RandomOctetsAsAnswersDoNotDisturbTheNextExchange) {
   std::atomic<unsigned> seed{0};
-  Start([&seed](ModemPeer& peer, const std::string& request) {
+  const auto running = Start([&seed](ModemPeer& peer, const std::string& request) {
     if (request != kList) return Obey(peer, request);
     std::string octets;
     unsigned state = seed;
@@ -370,7 +392,7 @@ TEST_F(DriverTest, RandomOctetsAsAnswersDoNotDisturbTheNextExchange) {
 }
 
 TEST_F(DriverTest, AModemThatStartsAnewIsSetUpAgain) {
-  Start(Obey, ",init=AT+CNMI=2,0");
+  const auto running = Start(Obey, ",init=AT+CNMI=2,0");
   ASSERT_TRUE(peer_->WaitForRequests(1));
   ExpectReply(client_.Exchange(kSetPduMode), "OK\r\n");
   peer_->Send("\r\nRDY\r\n\r\n+CPIN: READY\r\n");
@@ -382,7 +404,7 @@ TEST_F(DriverTest, AModemThatStartsAnewIsSetUpAgain) {
 
 TEST_F(DriverTest, AnEchoThatComesBackTellsOfANewStart) {
   std::atomic<bool> echo{false};
-  Start(
+  const auto running = Start(
       [&echo](ModemPeer& peer, const std::string& request) {
         if (echo.exchange(false)) peer.Send(request);
         Obey(peer, request);
@@ -399,7 +421,7 @@ TEST_F(DriverTest, AnEchoThatComesBackTellsOfANewStart) {
 
 TEST_F(DriverTest, ThePinIsSentOnlyWhereItIsAskedForAndNeverTwiceWhenItIsWrong) {
   std::atomic<int> pins{0};
-  Start(
+  const auto running = Start(
       [&pins](ModemPeer& peer, const std::string& request) {
         if (request == "AT+CPIN?\r") return peer.Send("\r\n+CPIN: SIM PIN\r\n\r\nOK\r\n");
         if (request != "AT+CPIN=1234\r") return Obey(peer, request);
@@ -421,7 +443,7 @@ TEST_F(DriverTest, ThePinIsSentOnlyWhereItIsAskedForAndNeverTwiceWhenItIsWrong) 
 }
 
 TEST_F(DriverTest, APinThatTheSimDoesNotAskForIsNotSent) {
-  Start(
+  const auto running = Start(
       [](ModemPeer& peer, const std::string& request) {
         if (request == "AT+CPIN?\r") return peer.Send("\r\n+CPIN: READY\r\n\r\nOK\r\n");
         Obey(peer, request);
@@ -434,7 +456,7 @@ TEST_F(DriverTest, APinThatTheSimDoesNotAskForIsNotSent) {
 
 TEST_F(DriverTest, AnInitCommandWaitsForABusySim) {
   std::atomic<int> asked{0};
-  Start(
+  const auto running = Start(
       [&asked](ModemPeer& peer, const std::string& request) {
         if (request == "AT+CNMI=2,0\r" && asked++ == 0) return peer.Send("\r\n+CMS ERROR: 314\r\n");
         Obey(peer, request);
@@ -447,7 +469,7 @@ TEST_F(DriverTest, AnInitCommandWaitsForABusySim) {
 
 TEST_F(DriverTest, AMuteModemIsReportedOnceAndItsReturnToo) {
   std::atomic<bool> mute{false};
-  Start([&mute](ModemPeer& peer, const std::string& request) {
+  const auto running = Start([&mute](ModemPeer& peer, const std::string& request) {
     if (!mute) Obey(peer, request);
   });
   peer_->ShowSetUp();
@@ -468,9 +490,8 @@ TEST_F(DriverTest, AMuteModemIsReportedOnceAndItsReturnToo) {
 }
 
 TEST_F(DriverTest, DebugShowsExchangesAndTimesButNoTextOfAMessage) {
-  Start(Obey);
-  ExpectReply(client_.Exchange(kAnnounce, 500, 0), ">");
-  ExpectReply(client_.Exchange(kText), "+CMGS: 12\r\nOK\r\n");
+  const auto running = Start(Obey);
+  ExpectMessageSent(client_);
   const auto log = test_support::TakeLog();
   EXPECT_THAT(log, Contains(testing::MatchesRegex(
                        "debug modem port 1: AT\\+CMGS=18 -> prompt in [0-9.]+[mu]s")));
@@ -484,13 +505,13 @@ TEST_F(DriverTest, DebugShowsExchangesAndTimesButNoTextOfAMessage) {
 TEST_F(DriverTest, APortThatIsNotConfiguredIsRefused) {
   DriverClient client;
   EXPECT_NE(client.Register(1), 0) << "no driver";
-  Start(Obey);
+  const auto running = Start(Obey);
   EXPECT_NE(client.Register(2), 0);
   EXPECT_NE(client.Register(-1), 0);
 }
 
 TEST_F(DriverTest, ADeviceThatIsNotThereIsRefusedUntilItComes) {
-  Start(Obey);
+  const auto running = Start(Obey);
   peer_->Unplug();
   DriverClient second;
   ASSERT_TRUE(WaitFor([&second] {
@@ -504,7 +525,7 @@ TEST_F(DriverTest, ADeviceThatIsNotThereIsRefusedUntilItComes) {
 }
 
 TEST_F(DriverTest, TheHighestPriorityGoesFirst) {
-  Start(Obey);
+  const auto running = Start(Obey);
   DriverClient urgent(34);
   {
     const std::lock_guard guard(TheScanLock());  // both want something when the driver asks
@@ -525,7 +546,7 @@ TEST_F(DriverTest, TheHighestPriorityGoesFirst) {
 }
 
 TEST_F(DriverTest, EqualPrioritiesTakeTurns) {
-  Start(Obey);
+  const auto running = Start(Obey);
   DriverClient other;
   for (int i = 0; i < 20; ++i) {
     client_.Queue("AT+A\r");
@@ -546,15 +567,12 @@ TEST_F(DriverTest, EqualPrioritiesTakeTurns) {
 
 TEST_F(DriverTest, AnOpenPromptBelongsToItsClientWhateverTheOthersWant) {
   DriverClient urgent(34);
-  Start([&urgent](ModemPeer& peer, const std::string& request) {
+  const auto running = Start([&urgent](ModemPeer& peer, const std::string& request) {
     if (request == kAnnounce) urgent.Queue("AT+C\r");
     Obey(peer, request);
   });
   ASSERT_EQ(urgent.Register(1), 0);
-  client_.Queue(kAnnounce, 500, 0);
-  client_.Queue(kText);
-  ExpectReply(client_.WaitForReply(), ">");
-  ExpectReply(client_.WaitForReply(), "+CMGS: 12\r\nOK\r\n");
+  ExpectMessageSent(client_);
   ExpectReply(urgent.WaitForReply(), "OK\r\n");
   EXPECT_THAT(peer_->Requests(), ElementsAre(kAnnounce, kText, "AT+C\r"));
 }
@@ -562,7 +580,7 @@ TEST_F(DriverTest, AnOpenPromptBelongsToItsClientWhateverTheOthersWant) {
 TEST_F(DriverTest, APromptWhoseClientIsGoneIsLeft) {
   std::atomic<bool> announced{false};
   auto leaving = std::make_unique<DriverClient>();
-  Start([&announced](ModemPeer& peer, const std::string& request) {
+  const auto running = Start([&announced](ModemPeer& peer, const std::string& request) {
     if (request != kAnnounce) return Obey(peer, request);
     announced = true;
   });
@@ -577,7 +595,7 @@ TEST_F(DriverTest, APromptWhoseClientIsGoneIsLeft) {
 
 TEST_F(DriverTest, AWithdrawnClientIsNotTouchedWhileItsExchangeGoesOn) {
   std::atomic<bool> asked{false};
-  Start([&asked](ModemPeer& peer, const std::string& request) {
+  const auto running = Start([&asked](ModemPeer& peer, const std::string& request) {
     if (request != kList) return Obey(peer, request);
     asked = true;
   });
@@ -591,7 +609,7 @@ TEST_F(DriverTest, AWithdrawnClientIsNotTouchedWhileItsExchangeGoesOn) {
 }
 
 TEST_F(DriverTest, AClientThatRegistersAgainIsAskedOnce) {
-  Start(Obey);
+  const auto running = Start(Obey);
   ASSERT_EQ(client_.Register(1), 0);
   ASSERT_EQ(client_.Register(1), 0);
   ExpectReply(client_.Exchange(kSetPduMode), "OK\r\n");
@@ -604,7 +622,7 @@ TEST_F(DriverTest, AClientThatRegistersAgainIsAskedOnce) {
 }
 
 TEST_F(DriverTest, ARequestThatIsTooLongIsNotSent) {
-  Start(Obey);
+  const auto running = Start(Obey);
   client_.Queue(std::string(kPortDriverRequestSize + 1, 'A'));
   client_.Queue(kSetPduMode);
   ExpectReply(client_.WaitForReply(), "OK\r\n");
@@ -612,7 +630,7 @@ TEST_F(DriverTest, ARequestThatIsTooLongIsNotSent) {
 }
 
 TEST_F(DriverTest, EndsAtOnceInTheMiddleOfAnExchange) {
-  Start([](ModemPeer&, const std::string&) {});
+  const auto running = Start([](ModemPeer&, const std::string&) {});
   client_.Queue(kList, 600'000, 0);
   ASSERT_TRUE(peer_->WaitForRequests(1));
   const auto start = std::chrono::steady_clock::now();
@@ -622,7 +640,7 @@ TEST_F(DriverTest, EndsAtOnceInTheMiddleOfAnExchange) {
 }
 
 TEST_F(DriverTest, AModemThatDoesNotTakeTheRequestFailsIt) {
-  Start(Obey);
+  const auto running = Start(Obey);
   ExpectReply(client_.Exchange(kSetPduMode), "OK\r\n");
   peer_->Unplug();
   ExpectNoAnswer(client_.Exchange(kSetPduMode, 300));
@@ -630,7 +648,7 @@ TEST_F(DriverTest, AModemThatDoesNotTakeTheRequestFailsIt) {
 }
 
 TEST_F(DriverTest, TheSecondDriverForADeviceIsRefusedAndTold) {
-  Start(Obey);
+  const auto running = Start(Obey);
   test_support::TakeLog();
   {
     corvane::ScanLock lock;
@@ -682,7 +700,7 @@ class Soak {
 TEST_F(DriverTest, BothKindsOfClientAtFullSpeedDoNotDisturbEachOther) {
   const char* const seconds = std::getenv("CORVANE_SOAK_SECONDS");
   const auto time = std::chrono::seconds(seconds == nullptr ? 3 : std::atoi(seconds));
-  Start([](ModemPeer& peer, const std::string& request) {
+  const auto running = Start([](ModemPeer& peer, const std::string& request) {
     peer.Send("\r\n+CMTI: \"SM\",1\r\n");
     if (request != kList) return Obey(peer, request);
     peer.Send("\r\n+CMGL: 3,0,,30\r\n" + kPdu + "\r\n\r\nOK\r\n");
