@@ -212,6 +212,7 @@ ConsoleLine Time(std::string_view rest) {
 
 ConsoleLine After(std::string_view rest) {
   const std::string_view word = TakeWord(rest);
+  if (rest.starts_with("after")) return Wrong("after stands once in a line");
   auto inner = ParseConsoleLine(rest);
   if (!inner.error.empty()) return inner;
   if (!inner.action) return Wrong("write what to do after the time");

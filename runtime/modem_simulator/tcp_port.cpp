@@ -3,7 +3,9 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/socket.h>
 
+#include <cerrno>
 #include <stdexcept>
 #include <utility>
 
@@ -31,6 +33,13 @@ Tcp::endpoint Resolve(boost::asio::io_context& io, const std::string& address) {
 template <typename Socket>
 void CloseOnExec(Socket& socket) {
   fcntl(socket.native_handle(), F_SETFD, FD_CLOEXEC);
+}
+
+/// Whether the peer has hung up, though nobody has told us yet.
+bool HungUp(Tcp::socket& socket) {
+  char next = 0;
+  const ssize_t size = recv(socket.native_handle(), &next, 1, MSG_PEEK | MSG_DONTWAIT);
+  return size == 0 || (size < 0 && errno != EAGAIN && errno != EWOULDBLOCK);
 }
 
 }  // namespace
@@ -84,7 +93,8 @@ void TcpPort::Accept() {
 
 /// A serial line has one controller; a second one is turned away.
 void TcpPort::Admit(Tcp::socket connection) {
-  if (socket_.is_open()) return;
+  if (socket_.is_open() && !HungUp(socket_)) return;
+  Disconnect();
   socket_ = std::move(connection);
   CloseOnExec(socket_);
   boost::system::error_code ignored;
