@@ -101,7 +101,7 @@ AtAnswer::State AtAnswer::Feed(char octet) {
     case kCtrlZ: TakeLine(); break;  // the echo of a text ends with its Ctrl-Z
     case '>':
       if (line_.empty() && IsPromptAllowed()) {  // no line end follows
-        text_ = ">";
+        text_.assign(1, octet);
         state_ = State::kPrompt;
         break;
       }
