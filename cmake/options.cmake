@@ -13,6 +13,10 @@ set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
 
 if(CORVANE_SANITIZE)
   add_compile_options(-fsanitize=${CORVANE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  if(CORVANE_SANITIZE MATCHES undefined)
+    # The vptr check opens a pipe to look at an object, so it fails where a test uses up all descriptors.
+    add_compile_options(-fno-sanitize=vptr)
+  endif()
   add_link_options(-fsanitize=${CORVANE_SANITIZE})
 endif()
 

@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: MIT
 # Checks of the sources that need no build: format, test files that no list names, shell scripts.
 set -uo pipefail
-cd "$(dirname "$0")/.."
+cd "$(dirname "$0")/.." || exit 1
 failed=0
 
 mapfile -t sources < <(git ls-files --cached --others --exclude-standard '*.cpp' '*.h')

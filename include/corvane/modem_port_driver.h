@@ -21,14 +21,14 @@ enum { kPortDriverRequestSize = 1024 };
 /// Takes an answer: `length` bytes at `reply`, which may be overwritten, and a NUL behind them.
 /// A negative `status` tells that no valid answer came. Returns non-zero while the exchange goes
 /// on.
-typedef int (*PortDriverReplyFunction)(void* context, char* reply, int length, int status);
+using PortDriverReplyFunction = int (*)(void* context, char* reply, int length, int status);
 /// 0: nothing to send. Clients with greater numbers are served first.
-typedef int (*PortDriverPriorityFunction)(void* context);
+using PortDriverPriorityFunction = int (*)(void* context);
 /// Writes the next request to `buffer` (kPortDriverRequestSize bytes) and returns its length, 0 for
 /// none.
-typedef int (*PortDriverRequestFunction)(void* context, char* buffer,
-                                         PortDriverRequestData* request,
-                                         PortDriverReplyFunction* on_reply);
+using PortDriverRequestFunction = int (*)(void* context, char* buffer,
+                                          PortDriverRequestData* request,
+                                          PortDriverReplyFunction* on_reply);
 
 /// Makes `context` a client of a modem port.
 /// @param port port number as configured in the runtime

@@ -9,21 +9,21 @@
 
 extern "C" {
 
-typedef std::uint8_t OpcUa_Boolean;
-typedef std::int8_t OpcUa_SByte;
-typedef std::uint8_t OpcUa_Byte;
-typedef std::int16_t OpcUa_Int16;
-typedef std::uint16_t OpcUa_UInt16;
-typedef std::int32_t OpcUa_Int32;
-typedef std::uint32_t OpcUa_UInt32;
-typedef std::int64_t OpcUa_Int64;
-typedef std::uint64_t OpcUa_UInt64;
-typedef float OpcUa_Float;
-typedef double OpcUa_Double;
-typedef std::int64_t OpcUa_DateTime;  ///< 100 ns ticks since 1601-01-01 UTC; 0 is the null time
+using OpcUa_Boolean = std::uint8_t;
+using OpcUa_SByte = std::int8_t;
+using OpcUa_Byte = std::uint8_t;
+using OpcUa_Int16 = std::int16_t;
+using OpcUa_UInt16 = std::uint16_t;
+using OpcUa_Int32 = std::int32_t;
+using OpcUa_UInt32 = std::uint32_t;
+using OpcUa_Int64 = std::int64_t;
+using OpcUa_UInt64 = std::uint64_t;
+using OpcUa_Float = float;
+using OpcUa_Double = double;
+using OpcUa_DateTime = std::int64_t;  ///< 100 ns ticks since 1601-01-01 UTC; 0 is the null time
 
 /// 0 is good; the two top bits tell uncertain (01) and bad (10).
-typedef std::uint32_t OpcUa_StatusCode;
+using OpcUa_StatusCode = std::uint32_t;
 
 inline constexpr OpcUa_Boolean OpcUa_False = 0;
 inline constexpr OpcUa_Boolean OpcUa_True = 1;
@@ -36,7 +36,7 @@ constexpr bool OpcUa_IsBad(OpcUa_StatusCode status) {
   return (status & 0x80000000) != 0;
 }
 
-typedef enum OpcUa_BuiltInType {
+enum OpcUa_BuiltInType {
   OpcUaType_Null = 0,
   OpcUaType_Boolean = 1,
   OpcUaType_SByte = 2,
@@ -64,7 +64,7 @@ typedef enum OpcUa_BuiltInType {
   OpcUaType_Variant = 24,
   OpcUaType_DiagnosticInfo = 25,
   OpcUaType_Extended = 26  ///< highest id that values may carry; it is handled like String
-} OpcUa_BuiltInType;
+};
 
 inline constexpr OpcUa_Byte OpcUa_VariantArrayType_Scalar = 0;
 inline constexpr OpcUa_Byte OpcUa_VariantArrayType_Array = 1;
@@ -72,29 +72,29 @@ inline constexpr OpcUa_Byte OpcUa_VariantArrayType_Matrix = 2;
 
 /// Text: `Length` bytes at `Content`, which is null for a null string.
 /// Strings that the stack copied end with a NUL that `Length` does not count.
-typedef struct OpcUa_String {
+struct OpcUa_String {
   char* Content;
   OpcUa_UInt32 Length;
   OpcUa_Boolean FreeOnClear;
-} OpcUa_String;
+};
 
-typedef struct OpcUa_LocalizedText {
+struct OpcUa_LocalizedText {
   OpcUa_String Locale;
   OpcUa_String Text;
-} OpcUa_LocalizedText;
+};
 
 struct OpcUa_DataValue;
 
 /// The elements of an array variant: `Length` elements at `Elements`, from OpcUa_Memory_Alloc.
-typedef struct OpcUa_VariantArray {
+struct OpcUa_VariantArray {
   OpcUa_Int32 Length;
   union {
     void* Elements;
     OpcUa_String* Strings;
   } Value;
-} OpcUa_VariantArray;
+};
 
-typedef union OpcUa_VariantValue {
+union OpcUa_VariantValue {
   OpcUa_Boolean Boolean;
   OpcUa_SByte SByte;
   OpcUa_Byte Byte;
@@ -109,27 +109,27 @@ typedef union OpcUa_VariantValue {
   OpcUa_String String;
   OpcUa_DateTime DateTime;
   OpcUa_LocalizedText* LocalizedText;
-  struct OpcUa_DataValue* DataValue;
+  OpcUa_DataValue* DataValue;
   void* Pointer;  ///< the types that the stack holds by pointer and that no block uses
   OpcUa_VariantArray Array;
-} OpcUa_VariantValue;
+};
 
 /// A value with its type. Bytes of `Value` beyond the type's own are zero.
-typedef struct OpcUa_Variant {
+struct OpcUa_Variant {
   OpcUa_Byte Datatype;   ///< OpcUa_BuiltInType
   OpcUa_Byte ArrayType;  ///< OpcUa_VariantArrayType_*
   OpcUa_UInt16 Reserved;
   OpcUa_VariantValue Value;
-} OpcUa_Variant;
+};
 
-typedef struct OpcUa_DataValue {
+struct OpcUa_DataValue {
   OpcUa_Variant Value;
   OpcUa_StatusCode StatusCode;
   OpcUa_DateTime SourceTimestamp;
   OpcUa_DateTime ServerTimestamp;
   OpcUa_UInt16 SourcePicoseconds;
   OpcUa_UInt16 ServerPicoseconds;
-} OpcUa_DataValue;
+};
 
 /// Makes a scalar Null of raw memory.
 void OpcUa_Variant_Initialize(OpcUa_Variant* variant);

@@ -29,7 +29,7 @@ struct BlockType {
 
 std::string StringField(lua_State* L, int table, const char* key) {
   lua_getfield(L, table, key);
-  const std::string text = lua_tostring(L, -1);
+  std::string text = lua_tostring(L, -1);
   lua_pop(L, 1);
   return text;
 }

@@ -6,6 +6,7 @@
 #include <exception>
 
 #include "runtime/cli/commands.h"
+#include "runtime/corvane/addin.h"
 
 namespace {
 
@@ -14,7 +15,7 @@ int Main(int argc, char** argv) {
       "Runs PLC control programs written in Lua, with blocks for SMS, e-mail and commands.",
       "corvane");
   app.set_version_flag("--version", "corvane " CORVANE_VERSION);
-  app.require_subcommand(1);
+  app.require_subcommand(0, 1);
   corvane::cli::Action action;
   corvane::cli::AddRunCommand(app, action);
   corvane::cli::AddBlocksCommand(app, action);
@@ -29,7 +30,16 @@ int Main(int argc, char** argv) {
                    : "corvane " + app.get_subcommands().front()->get_name());
     return corvane::cli::kUsage;
   }
-  return action();
+  if (!action) {
+    fmt::print(stderr, "corvane: a subcommand is missing (try corvane --help)\n");
+    return corvane::cli::kUsage;
+  }
+  try {
+    return action();
+  } catch (const corvane::AddinError& error) {
+    fmt::print(stderr, "corvane: {}\n", error.what());
+    return corvane::cli::kUsage;
+  }
 }
 
 }  // namespace

@@ -37,6 +37,13 @@ std::string CheckDuration(const std::string& text) {
                      text);
 }
 
+/// Empty when `text` is a whole number, else what is wrong with it. (The option's own conversion
+/// would let "-1" pass as the largest number.)
+std::string CheckCount(const std::string& text) {
+  const bool digits = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+  return digits ? "" : fmt::format("'{}' is no whole number", text);
+}
+
 /// Empty when `path` is a program that can be read, else what is wrong with it.
 std::string CheckProgram(const std::string& path) {
   std::error_code error;
@@ -109,7 +116,8 @@ void AddRunCommand(CLI::App& app, Action& action) {
   command->add_option("--cycle", options->period, "Time from one cycle to the next; 0: no pause")
       ->check(CheckDuration)
       ->capture_default_str();
-  command->add_option("--cycles", options->cycles, "End after so many cycles; 0: no limit");
+  command->add_option("--cycles", options->cycles, "End after so many cycles; 0: no limit")
+      ->check(CheckCount);
   AddAddinOption(*command, options->addins);
   AddLogLevelOption(*command, options->log_level);
   command->footer(

@@ -26,6 +26,25 @@ int RunCycle(lua_State* L) {
   return 0;
 }
 
+int PushCycle(lua_State* L) {
+  lua_getglobal(L, "cycle");
+  return 1;
+}
+
+/// Whether the program has a global function `cycle`. A program may watch over its globals with a
+/// metatable that raises errors, so looking needs protection, too.
+bool HasCycle(lua_State* L) {
+  lua_pushcfunction(L, PushCycle);
+  try {
+    ProtectedCall(L, 0, 1);
+  } catch (const LuaError&) {
+    return false;
+  }
+  const bool callable = lua_isfunction(L, -1);
+  lua_pop(L, 1);
+  return callable;
+}
+
 }  // namespace
 
 ControlProgram::ControlProgram(const std::filesystem::path& file,
@@ -48,10 +67,7 @@ void ControlProgram::Load() {
   }
   Call(0);
   if (plc_.stop_status) return;
-  lua_getglobal(L, "cycle");
-  const bool callable = lua_isfunction(L, -1);
-  lua_pop(L, 1);
-  if (!callable) {
+  if (!HasCycle(L)) {
     throw LuaError(file_.string() +
                    ": the program has no global function cycle(); it is what runs once per cycle");
   }

@@ -42,10 +42,12 @@ std::string FormatDuration(Nanoseconds duration) {
   if (nanoseconds == 0) return "0s";
   Unit best = kUnits.front();
   for (const Unit& unit : kUnits) {
-    const bool shown_in_seconds = unit.nanoseconds <= 1e9;
-    if (shown_in_seconds && nanoseconds >= unit.nanoseconds) best = unit;
+    // What three digits round up to 1000 of one unit is shown as 1 of the next.
+    if (unit.nanoseconds <= 1e9 && nanoseconds >= 0.9995 * unit.nanoseconds) best = unit;
   }
-  return fmt::format("{:.3g}{}", nanoseconds / best.nanoseconds, best.name);
+  const double shown = nanoseconds / best.nanoseconds;
+  return shown < 999.5 ? fmt::format("{:.3g}{}", shown, best.name)
+                       : fmt::format("{:.0f}{}", shown, best.name);
 }
 
 }  // namespace corvane

@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "runtime/corvane/plc_library.h"
 
-#include <spdlog/spdlog.h>
-
 #include <chrono>
 
 #include "runtime/corvane/lua_environment.h"
+#include "runtime/corvaneshare/log_lines.h"
 
 namespace corvane {
 namespace {
@@ -44,8 +43,9 @@ int Clock(lua_State* L) {
 }
 
 int Log(lua_State* L) {
-  const char* text = luaL_tolstring(L, 1, nullptr);
-  spdlog::info("{}", text);
+  std::size_t length = 0;
+  const char* text = luaL_tolstring(L, 1, &length);
+  LogLines(spdlog::level::info, {text, length});
   return 0;
 }
 

@@ -21,7 +21,13 @@ static_assert(std::atomic<bool>::is_always_lock_free && std::atomic<int>::is_alw
 
 extern "C" void OnSignal(int signal) {
   const int saved_errno = errno;
-  (signal == SIGUSR1 ? statistics_requested : stop_requested) = true;
+  if (signal == SIGUSR1) {
+    statistics_requested = true;
+  } else if (stop_requested.exchange(true)) {
+    // Asked twice: the running cycle does not end. Now the signal has its ordinary effect.
+    std::signal(signal, SIG_DFL);
+    raise(signal);
+  }
   const std::uint64_t one = 1;
   // It can only fail when the counter is full, and then the waiter wakes anyway.
   [[maybe_unused]] const auto written = write(wake_event, &one, sizeof one);
@@ -35,13 +41,15 @@ void Catch(int signal, struct sigaction& old) {
   sigaction(signal, &action, &old);
 }
 
-/// Waits until `event` is readable or the time is over. The counter stays as it is.
+/// Waits until `event` has been written to, which it takes back, or the time is over.
 void WaitForEvent(int event, std::chrono::nanoseconds time) {
   constexpr long kNanosecondsPerSecond = 1'000'000'000;
   pollfd descriptor{event, POLLIN, 0};
   const timespec limit{static_cast<time_t>(time.count() / kNanosecondsPerSecond),
                        static_cast<long>(time.count() % kNanosecondsPerSecond)};
-  ppoll(&descriptor, 1, &limit, nullptr);
+  if (ppoll(&descriptor, 1, &limit, nullptr) <= 0) return;
+  std::uint64_t count = 0;  // of no interest: flags tell what was asked
+  [[maybe_unused]] const auto taken = read(event, &count, sizeof count);
 }
 
 }  // namespace
@@ -72,8 +80,6 @@ ScanClock::Wake SystemScanClock::WaitUntil(TimePoint deadline) {
     if (left <= std::chrono::nanoseconds(0)) return Wake::kDeadline;
     // A step of at most a day keeps the 32-bit time_t of armhf far from its end.
     WaitForEvent(event_, std::min<std::chrono::nanoseconds>(left, std::chrono::hours(24)));
-    std::uint64_t count = 0;  // back to zero; the flags above tell what was asked
-    [[maybe_unused]] const auto taken = read(event_, &count, sizeof count);
   }
 }
 

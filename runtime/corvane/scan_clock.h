@@ -26,7 +26,8 @@ class ScanClock {
   [[nodiscard]] virtual Wake WaitUntil(TimePoint deadline) = 0;
 };
 
-/// The real clock. SIGINT and SIGTERM ask to stop, SIGUSR1 asks for the statistics, while it lives.
+/// The real clock. SIGINT and SIGTERM ask to stop, SIGUSR1 asks for the statistics, while it lives;
+/// asked to stop a second time, the process ends at once.
 /// The signals are caught, never blocked or ignored, so that a command started by a block inherits
 /// none of it. One at a time.
 class SystemScanClock : public ScanClock {

@@ -17,9 +17,11 @@ class ScanLock {
  public:
   void lock();
   void unlock();
+  /// How many threads wait for it at this moment.
+  [[nodiscard]] std::uint64_t waiting() const;
 
  private:
-  std::mutex mutex_;
+  mutable std::mutex mutex_;
   std::condition_variable turn_;
   std::uint64_t next_ticket_ = 0;
   std::uint64_t serving_ = 0;

@@ -50,7 +50,8 @@ inline constexpr std::array kElementaryTypes{
 
 /// What OpcUa_DateTime counts.
 inline constexpr std::int64_t kTicksPerSecond = 10'000'000;
-/// 1970-01-01 in OpcUa_DateTime's ticks since 1601-01-01.
-inline constexpr std::int64_t kUnixEpochTicks = 11'644'473'600 * kTicksPerSecond;
+/// 1970-01-01 in seconds, and in OpcUa_DateTime's ticks, since 1601-01-01.
+inline constexpr std::int64_t kUnixEpochSeconds = 11'644'473'600;
+inline constexpr std::int64_t kUnixEpochTicks = kUnixEpochSeconds * kTicksPerSecond;
 
 }  // namespace corvane

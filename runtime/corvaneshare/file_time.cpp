@@ -2,6 +2,8 @@
 // Calendar arithmetic in 64 bits: time_t has 32 bits on some ARM systems.
 #include "share/file_time.h"
 
+#include <limits>
+
 #include "runtime/corvaneshare/elementary_types.h"
 
 namespace {
@@ -26,7 +28,12 @@ std::int64_t RTimeToFileTime(const RTime* time) {
   if (months < 0) return 0;
   const std::int64_t days = DaysToMonth(months / 12, months % 12 + 1) + time->day - 1;
   const std::int64_t seconds = ((days * 24 + time->hour) * 60 + time->minute) * 60 + time->second;
-  const std::int64_t ticks =
-      seconds * corvane::kTicksPerSecond + time->millisecond * 10'000 + corvane::kUnixEpochTicks;
+  constexpr std::int64_t kLast =
+      (std::numeric_limits<std::int64_t>::max() - corvane::kUnixEpochTicks) /
+          corvane::kTicksPerSecond -
+      std::numeric_limits<std::uint16_t>::max();
+  if (seconds > kLast) return std::numeric_limits<std::int64_t>::max();
+  const std::int64_t ticks = seconds * corvane::kTicksPerSecond +
+                             std::int64_t{10'000} * time->millisecond + corvane::kUnixEpochTicks;
   return ticks < 0 ? 0 : ticks;
 }

@@ -10,9 +10,10 @@
 #include <string_view>
 #include <vector>
 
+#include "runtime/corvaneshare/log_lines.h"
+
 namespace {
 
-/// A text from outside (an SMS, a server's reply) must not forge log lines or terminal commands.
 std::string WithoutControls(std::string_view line) {
   std::string shown;
   for (const char c : line) {
@@ -30,17 +31,17 @@ std::string WithoutControls(std::string_view line) {
   return shown;
 }
 
-void LogLines(std::string_view text) {
+}  // namespace
+
+void corvane::LogLines(spdlog::level::level_enum level, std::string_view text) {
   while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.remove_suffix(1);
   for (;;) {
     const std::size_t end = text.find('\n');
-    spdlog::warn("{}", WithoutControls(text.substr(0, end)));
+    spdlog::log(level, "{}", WithoutControls(text.substr(0, end)));
     if (end == std::string_view::npos) return;
     text.remove_prefix(end + 1);
   }
 }
-
-}  // namespace
 
 void logMsg(const char* format, ...) {
   va_list arguments;
@@ -52,11 +53,11 @@ void logMsg(const char* format, ...) {
   if (length >= 0) {
     std::vector<char> text(static_cast<std::size_t>(length) + 1);
     std::vsnprintf(text.data(), text.size(), format, again);
-    LogLines({text.data(), static_cast<std::size_t>(length)});
+    corvane::LogLines(spdlog::level::warn, {text.data(), static_cast<std::size_t>(length)});
   }
   va_end(again);
 }
 
 void logMsgLn(const char* line) {
-  LogLines(line);
+  corvane::LogLines(spdlog::level::warn, line);
 }

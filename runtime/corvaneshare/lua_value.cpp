@@ -14,6 +14,7 @@
 namespace {
 
 using corvane::kTicksPerSecond;
+using corvane::kUnixEpochSeconds;
 using corvane::kUnixEpochTicks;
 
 const char* TypeName(OpcUa_BuiltInType type) {
@@ -88,8 +89,9 @@ int ReadInteger(OpcUa_VariantHlp& value, lua_State* L, int index, OpcUa_BuiltInT
                 Integer OpcUa_VariantValue::*slot) {
   const double number = std::trunc(CheckNumber(L, index, type));
   // Both bounds are exact as doubles: the upper one is the power of two above the maximum.
-  constexpr double kLowest = static_cast<double>(std::numeric_limits<Integer>::min());
-  constexpr double kBeyond = 2.0 * static_cast<double>(std::numeric_limits<Integer>::max() / 2 + 1);
+  constexpr auto kLowest = static_cast<double>(std::numeric_limits<Integer>::min());
+  constexpr Integer kHalf = std::numeric_limits<Integer>::max() / 2 + 1;
+  constexpr double kBeyond = 2.0 * static_cast<double>(kHalf);
   if (!(number >= kLowest && number < kBeyond)) {  // NaN fails both
     return Refuse(L, index, type, ": out of range");
   }
@@ -161,9 +163,10 @@ int ReadDateTime(OpcUa_VariantHlp& value, lua_State* L, int index) {
   }
   if (lua_type(L, index) != LUA_TNUMBER) return Refuse(L, index, OpcUaType_DateTime, "");
   const double seconds = lua_tonumber(L, index);
-  constexpr double kFirst = -static_cast<double>(kUnixEpochTicks / kTicksPerSecond);
-  constexpr double kLast = static_cast<double>(
-      (std::numeric_limits<std::int64_t>::max() - kUnixEpochTicks) / kTicksPerSecond - 1);
+  constexpr std::int64_t kLastSecond =
+      std::numeric_limits<std::int64_t>::max() / kTicksPerSecond - kUnixEpochSeconds - 1;
+  constexpr auto kFirst = -static_cast<double>(kUnixEpochSeconds);
+  constexpr auto kLast = static_cast<double>(kLastSecond);
   if (!(seconds >= kFirst && seconds <= kLast)) {
     return Refuse(L, index, OpcUaType_DateTime, ": it begins in the year 1601");
   }
@@ -196,8 +199,10 @@ int ReadUndeclared(OpcUa_VariantHlp& value, lua_State* L, int index) {
 double SecondsSince1970(OpcUa_DateTime ticks) {
   if (ticks == 0) return 0;  // the null time
   const std::int64_t since_1970 = ticks - kUnixEpochTicks;
-  return static_cast<double>(since_1970 / kTicksPerSecond) +
-         static_cast<double>(since_1970 % kTicksPerSecond) / static_cast<double>(kTicksPerSecond);
+  const std::int64_t whole = since_1970 / kTicksPerSecond;
+  const std::int64_t rest = since_1970 % kTicksPerSecond;
+  return static_cast<double>(whole) +
+         static_cast<double>(rest) / static_cast<double>(kTicksPerSecond);
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 // A Lua state with the runtime's environment, in which tests run chunks.
 #pragma once
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <memory>

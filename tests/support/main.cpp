@@ -4,6 +4,11 @@
 
 #include "tests/support/captured_log.h"
 
+/// The address sanitizer ends the program at memory that cannot be had; a test wants the null.
+extern "C" const char* __asan_default_options() {  // NOLINT: the sanitizer's name
+  return "allocator_may_return_null=1";
+}
+
 int main(int argc, char** argv) {
   testing::InitGoogleTest(&argc, argv);
   test_support::CaptureLog();

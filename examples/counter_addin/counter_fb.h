@@ -1,0 +1,20 @@
+// SPDX-License-Identifier: MIT
+// CTU: counts rising edges of an input, as the up-counter of IEC 61131-3 does.
+#pragma once
+
+#include "addins/corvane_fb_lib/base_fb.h"
+#include "addins/corvane_fb_lib/lua_glue.h"
+
+class CounterFB : public BaseFB<CounterFB> {
+ public:
+  using BaseFB::BaseFB;
+  static const FBMetaEntry* GetMetaTable();
+
+  /// Counts on a rising edge of `CU`; `R` sets `CV` back to 0; `Q` tells that `PV` is reached.
+  void Execute() override;
+
+ private:
+  bool last_cu_ = false;
+};
+
+DECLARE_FUNCTION_BLOCK(CounterFB)

@@ -1,0 +1,80 @@
+-- SPDX-License-Identifier: MIT
+-- Watches how full a disk is and starts a script when a limit is passed.
+--
+--   corvane run disk_watch.lua -- [FOLDER [LIMIT [MEASUREMENTS]]]
+--
+-- FOLDER: a folder on the disk to watch (/). LIMIT: in percent (1, so that you see an alarm here).
+-- MEASUREMENTS: end after so many (5); 0: go on until somebody stops the program.
+
+local folder = plc.args[1] or "/"
+local limit = tonumber(plc.args[2] or 1)
+local measurements = tonumber(plc.args[3] or 5)
+local interval = 1 -- seconds from one measurement to the next
+
+if not limit or not measurements then
+  error("LIMIT and MEASUREMENTS are numbers", 0)
+end
+
+-- A text for the shell: whatever stands in it, the shell takes it as one word.
+local function quoted(text)
+  return "'" .. text:gsub("'", "'\\''") .. "'"
+end
+
+-- The script lies beside this program.
+local here = debug.getinfo(1, "S").source:match("^@(.*/)") or "./"
+
+-- The blocks. `df` answers within milliseconds, so the cycle may wait for it; the script may take
+-- its time, so it is started in the background.
+local df = SysProcessCreateWithResult.new {
+  Command = "df -P",
+  Args = quoted(folder) .. " 2>&1",
+}
+local alarm = SysProcessCreate.new { Command = quoted(here .. "disk_alarm.sh") }
+
+local count = 0
+local next_time = plc.clock()
+local above = false -- was the disk above its limit at the last measurement?
+
+-- The percentage in the answer of `df -P`: the second line's number before the % sign.
+local function parse_percent(output)
+  return tonumber(output:match("\n[^\n]-(%d+)%%"))
+end
+
+-- Called for each measurement.
+local function check(percent)
+  print(string.format("%s is %d %% full (limit %d %%)", folder, percent, limit))
+  if percent >= limit and not above then -- a rising edge: once, not at every measurement
+    plc.log(string.format("%s has passed its limit: %d %%", folder, percent))
+    alarm.Args = quoted(folder) .. " " .. percent .. " " .. limit
+    alarm.Run = true
+  end
+  above = percent >= limit
+end
+
+-- The runtime calls this once per cycle (100 ms, unless --cycle says otherwise).
+function cycle()
+  -- A block acts on the rising edge of its input, so the input must be false in between.
+  df.Run = false
+  alarm.Run = false
+
+  if plc.clock() >= next_time then
+    next_time = next_time + interval
+    df.Run = true
+  end
+
+  df()
+  if df.Run then
+    local percent = parse_percent(df.Output)
+    if percent then
+      check(percent)
+    else
+      print("df gave no percentage: " .. df.Output)
+    end
+    count = count + 1
+    if count == measurements then
+      print("Done: " .. count .. " measurements.")
+      plc.stop()
+    end
+  end
+  alarm()
+end

@@ -1,0 +1,16 @@
+// SPDX-License-Identifier: MIT
+// Texts from outside into the runtime's log. Threads: any.
+#pragma once
+
+#include <spdlog/common.h>
+
+#include <string_view>
+
+namespace corvane {
+
+/// Logs each line of `text`; line ends at its end are dropped. Control characters are shown as
+/// "\x1B": a text from outside (an SMS, a server's reply) must not forge log lines or terminal
+/// commands.
+void LogLines(spdlog::level::level_enum level, std::string_view text);
+
+}  // namespace corvane

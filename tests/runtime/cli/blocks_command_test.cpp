@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: MIT
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include "tests/support/command.h"
+
+namespace {
+
+using test_support::RunCommand;
+
+TEST(BlocksCommand, ListsTheTypesInTheOrderOfTheirRegistrationWithTheirVariables) {
+  const auto result = RunCommand({CORVANE, "blocks"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_THAT(result.out,
+              testing::StartsWith("SEND_SMS\n  Port          DINT\n  Send          BOOL\n"));
+  EXPECT_THAT(result.out, testing::HasSubstr("\nSysProcessCreate\n  Command       STRING\n"
+                                             "  Args          STRING\n  Run           BOOL\n"
+                                             "SysProcessCreateWithResult\n"));
+}
+
+TEST(BlocksCommand, JsonHoldsTheSame) {
+  const auto result = RunCommand({CORVANE, "blocks", "--json"});
+  EXPECT_EQ(result.status, 0);
+  const auto blocks = nlohmann::json::parse(result.out);
+  ASSERT_EQ(blocks.size(), 5u);
+  EXPECT_EQ(blocks[0]["name"], "SEND_SMS");
+  EXPECT_EQ(blocks[1]["name"], "READ_SMS");
+  EXPECT_EQ(blocks[2]["name"], "SEND_EMAIL");
+  EXPECT_EQ(blocks[2]["variables"].size(), 16u);
+  EXPECT_EQ(blocks[2]["variables"][15], (nlohmann::json{{"name", "ErrStr"}, {"type", "STRING"}}));
+  EXPECT_EQ(blocks[1]["variables"][5]["type"], "DATE_AND_TIME");
+}
+
+TEST(BlocksCommand, AWrongAddinIsOneClearLine) {
+  const auto result = RunCommand({CORVANE, "blocks", "--addin", "/no/such.so"});
+  EXPECT_EQ(result.status, 2);
+  EXPECT_EQ(result.err, "corvane: add-in /no/such.so does not exist; check the path\n");
+}
+
+}  // namespace

@@ -1,0 +1,242 @@
+// SPDX-License-Identifier: MIT
+// `corvane run` as a user starts it.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <csignal>
+#include <fstream>
+
+#include "tests/support/command.h"
+#include "tests/support/temporary_folder.h"
+#include "tests/support/wait_for.h"
+
+namespace {
+
+using test_support::Command;
+using test_support::CommandResult;
+using test_support::RunCommand;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+class RunTest : public testing::Test {
+ protected:
+  std::string Path(const std::string& name) const { return (folder_.path() / name).string(); }
+  std::string Write(const std::string& text) const {
+    const std::string path = Path("program.lua");
+    std::ofstream(path) << text;
+    return path;
+  }
+  static std::vector<std::string> Words(const std::vector<std::string>& arguments) {
+    std::vector<std::string> words{CORVANE, "run"};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    return words;
+  }
+  static CommandResult RunWords(const std::vector<std::string>& arguments) {
+    return RunCommand(Words(arguments));
+  }
+  CommandResult RunText(const std::string& text) const { return RunWords({Write(text)}); }
+
+  /// One line on standard error, status 2, nothing on standard output.
+  static void ExpectUsageError(const CommandResult& result, const std::string& message) {
+    EXPECT_EQ(result.status, 2);
+    EXPECT_THAT(result.err, HasSubstr(message));
+    EXPECT_THAT(result.err, StartsWith("corvane: "));
+    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+    EXPECT_EQ(result.out, "");
+  }
+
+  test_support::TemporaryFolder folder_;
+};
+
+TEST_F(RunTest, RunsTheProgramUntilItStopsWithItsStatus) {
+  const auto result = RunText("function cycle() print('cycle ' .. plc.cycle) plc.stop(7) end");
+  EXPECT_EQ(result.status, 7);
+  EXPECT_EQ(result.out, "cycle 1\n");
+  EXPECT_THAT(result.err, HasSubstr("1 cycles, 0 overruns; cycle time min "));
+}
+
+TEST_F(RunTest, EndsAfterTheGivenCyclesWithStatus0) {
+  const auto result =
+      RunWords({Write("function cycle() print(plc.cycle) end"), "--cycles", "3", "--cycle", "1ms"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.out, "1\n2\n3\n");
+}
+
+TEST_F(RunTest, GivesTheProgramItsWords) {
+  const auto result = RunWords({Write("print(#plc.args, plc.args[1], plc.args[2]) plc.stop()"),
+                                "--cycles", "1", "--", "--cycle", "two words"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.out, "2\t--cycle\ttwo words\n");
+}
+
+TEST_F(RunTest, HasTheBlocksOfTheAddin) {
+  const auto result = RunText(
+      "local fb = SysProcessCreateWithResult.new{Command = 'echo', Args = 'hello'}\n"
+      "function cycle() fb.Run = true fb() io.write(fb.Output) plc.stop(fb.Code) end");
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.out, "hello\n");
+}
+
+TEST_F(RunTest, AMissingProgramIsOneClearLine) {
+  ExpectUsageError(RunWords({"/no/such/program.lua"}),
+                   "program /no/such/program.lua does not exist");
+}
+
+TEST_F(RunTest, AFolderIsNoProgram) {
+  ExpectUsageError(RunWords({folder_.path().string()}), "is a folder, no control program");
+}
+
+TEST_F(RunTest, AnUnreadableProgramIsOneClearLine) {
+  const std::string path = Path("loop.lua");
+  // A link to itself cannot be read, by root neither.
+  ASSERT_EQ(symlink(path.c_str(), path.c_str()), 0);
+  ExpectUsageError(RunWords({path}), "loop.lua");
+}
+
+TEST_F(RunTest, ASyntaxErrorNamesFileAndLineAndGives1) {
+  const auto result = RunText("x = = 1");
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, StartsWith("corvane: " + Path("program.lua") + ":1: unexpected symbol"));
+}
+
+TEST_F(RunTest, AProgramWithoutCycleGives1) {
+  const auto result = RunText("x = 1");
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("no global function cycle()"));
+}
+
+TEST_F(RunTest, AnErrorInCycleGivesTracebackAndStatus1AndLosesNoOutput) {
+  const auto result = RunText(
+      "io.write('a line\\n', 'half a line')\n"
+      "local function level() error('no sensor') end\n"
+      "function cycle() level() end");
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.out, "a line\nhalf a line");
+  EXPECT_THAT(result.err, HasSubstr(":2: no sensor\nstack traceback:"));
+  EXPECT_THAT(result.err, HasSubstr("1 cycles"));
+}
+
+TEST_F(RunTest, AMissingAddinIsOneClearLine) {
+  ExpectUsageError(RunWords({Write("plc.stop()"), "--addin", "/no/such.so"}),
+                   "add-in /no/such.so does not exist");
+}
+
+TEST_F(RunTest, AnAddinThatIsNoLibraryIsOneClearLine) {
+  std::ofstream(Path("text.so")) << "text";
+  ExpectUsageError(RunWords({Write("plc.stop()"), "--addin", Path("text.so")}),
+                   "cannot load add-in");
+}
+
+TEST_F(RunTest, AnAddinWithoutInitAddinIsOneClearLine) {
+  ExpectUsageError(RunWords({Write("plc.stop()"), "--addin", LIBRARY_FILE}), "it has no InitAddin");
+}
+
+TEST_F(RunTest, TheAddinCanBeNamed) {
+  const auto result = RunWords({Write("print(SEND_SMS ~= nil) plc.stop()"), "--addin", ADDIN_FILE});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.out, "true\n");
+}
+
+TEST_F(RunTest, UnknownOptionsAndWrongValuesAreOneClearLineEach) {
+  const std::string program = Write("plc.stop()");
+  ExpectUsageError(RunWords({program, "--colour"}), "--colour");
+  ExpectUsageError(RunWords({program, "--cycle", "abc"}), "'abc' is no duration");
+  ExpectUsageError(RunWords({program, "--cycle", "-5ms"}), "'-5ms' is no duration");
+  ExpectUsageError(RunWords({program, "--cycle", "100"}), "'100' is no duration");
+  ExpectUsageError(RunWords({program, "--cycle"}), "--cycle");
+  ExpectUsageError(RunWords({program, "--cycles", "-1"}), "--cycles");
+  ExpectUsageError(RunWords({program, "--cycles", "many"}), "--cycles");
+  ExpectUsageError(RunWords({program, "--log-level", "loud"}), "--log-level");
+  ExpectUsageError(RunWords({}), "program");
+  ExpectUsageError(RunCommand({CORVANE}), "subcommand");
+  ExpectUsageError(RunCommand({CORVANE, "fly"}), "fly");
+}
+
+TEST_F(RunTest, HelpShowsAnExampleAndGives0) {
+  for (const char* subcommand : {"run", "blocks"}) {
+    const auto result = RunCommand({CORVANE, subcommand, "--help"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_THAT(result.out, HasSubstr(std::string("Example: corvane ") + subcommand));
+  }
+  EXPECT_EQ(RunCommand({CORVANE, "--version"}).out, "corvane " VERSION "\n");
+}
+
+TEST_F(RunTest, InterruptAndTerminateEndItAfterTheRunningCycleWithStatus0) {
+  for (const int signal : {SIGINT, SIGTERM}) {
+    Command command(Words({Write("function cycle() print('cycle') end"), "--cycle", "5ms"}));
+    ASSERT_TRUE(test_support::WaitFor([&] { return !command.out().empty(); }));
+    command.Signal(signal);
+    const auto result = command.Wait();
+    EXPECT_EQ(result.status, 0);
+    EXPECT_THAT(result.err, HasSubstr("cycles, "));
+    EXPECT_THAT(result.out, testing::EndsWith("cycle\n"));
+  }
+}
+
+TEST_F(RunTest, ASecondTerminateEndsACycleThatDoesNotEnd) {
+  Command command(Words({Write("function cycle() print('cycle') while true do end end")}));
+  ASSERT_TRUE(test_support::WaitFor([&] { return !command.out().empty(); }));
+  // Two signals that come close together may count as one, so it is sent until it shows.
+  ASSERT_TRUE(test_support::WaitFor([&] {
+    command.Signal(SIGTERM);
+    return command.HasEnded();
+  }));
+  EXPECT_EQ(command.Wait().status, 128 + SIGTERM);
+}
+
+TEST_F(RunTest, TheUserSignalLogsTheStatisticsAndGoesOn) {
+  Command command(Words({Write("function cycle() print('cycle') end"), "--cycle", "5ms"}));
+  ASSERT_TRUE(test_support::WaitFor([&] { return !command.out().empty(); }));
+  command.Signal(SIGUSR1);
+  ASSERT_TRUE(test_support::WaitFor(
+      [&] { return command.err().find("started late p99") != std::string::npos; }));
+  const std::size_t before = command.out().size();
+  EXPECT_TRUE(test_support::WaitFor([&] { return command.out().size() > before; }));
+}
+
+TEST_F(RunTest, OutputLeavesLineByLineWhileItRuns) {
+  Command command(Words({Write("io.write('ready\\n') function cycle() end")}));
+  EXPECT_TRUE(test_support::WaitFor([&] { return command.out() == "ready\n"; }));
+}
+
+TEST_F(RunTest, BlocksAreCollectedBeforeTheProcessEnds) {
+  const auto result = RunText(
+      "keep = setmetatable({}, {__gc = function() print('collected') end})\n"
+      "local ok = pcall(os.exit, 2)\n"
+      "function cycle() end");
+  EXPECT_EQ(result.out, "collected\n");
+  EXPECT_EQ(result.status, 2);
+}
+
+/// The signal set behind `label` in the text of /proc/self/status.
+std::uint64_t SignalSet(const std::string& status, const std::string& label) {
+  return std::stoull(status.substr(status.find(label) + label.length()), nullptr, 16);
+}
+
+TEST_F(RunTest, AStartedCommandHasOrdinarySignals) {
+  const auto result = RunText(
+      "local fb = SysProcessCreateWithResult.new{Command = 'cat /proc/self/status', Run = true}\n"
+      "fb() io.write(fb.Output) plc.stop()");
+  EXPECT_EQ(SignalSet(result.out, "SigBlk:"), 0u);
+  // The C library has its own two signals, 32 and 33, ignored in whatever it starts.
+  constexpr std::uint64_t kOfTheLibrary = std::uint64_t{3} << 31;
+  EXPECT_EQ(SignalSet(result.out, "SigIgn:") & ~kOfTheLibrary, 0u);
+}
+
+TEST_F(RunTest, AStartedCommandHasNoDescriptorOfTheRuntime) {
+  const auto result = RunText(
+      "local fb = SysProcessCreateWithResult.new{Command = 'ls /proc/self/fd', Run = true}\n"
+      "fb() io.write(fb.Output) plc.stop()");
+  EXPECT_EQ(result.out, "0\n1\n2\n3\n") << "3 is the folder that ls reads";
+}
+
+TEST_F(RunTest, LogGoesToStandardErrorFromItsLevelOn) {
+  const std::string program = Write("plc.log('noted') plc.stop()");
+  const auto shown = RunWords({program});
+  EXPECT_EQ(shown.out, "");
+  EXPECT_THAT(shown.err, testing::ContainsRegex("[0-9]{4}-.* info    noted\n"));
+  EXPECT_EQ(RunWords({program, "--log-level", "off"}).err, "");
+}
+
+}  // namespace

@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: MIT
+#include "runtime/corvane/addin.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "runtime/corvane/st_library.h"
+#include "tests/support/temporary_folder.h"
+
+namespace {
+
+using corvane::Addin;
+using corvane::AddinError;
+
+std::string ErrorOf(const std::filesystem::path& file) {
+  try {
+    const Addin addin(file);
+  } catch (const AddinError& error) {
+    return error.what();
+  }
+  ADD_FAILURE() << "no error from " << file;
+  return {};
+}
+
+TEST(AddinLoading, RegistersTheTypesOfTheAddin) {
+  const Addin addin(ADDIN_FILE);
+  EXPECT_EQ(corvane::RegisteredStLibraries().size(), 5u);
+}
+
+TEST(AddinLoading, AMissingFileIsNamed) {
+  EXPECT_EQ(ErrorOf("/no/such/addin.so"),
+            "add-in /no/such/addin.so does not exist; check the path");
+}
+
+TEST(AddinLoading, AFileThatIsNoLibraryIsNamedWithTheReason) {
+  const test_support::TemporaryFolder folder;
+  const auto file = folder.path() / "text.so";
+  std::ofstream(file) << "no library";
+  EXPECT_THAT(ErrorOf(file), testing::StartsWith("cannot load add-in " + file.string() + ": "));
+}
+
+TEST(AddinLoading, AFolderIsNoAddin) {
+  EXPECT_THAT(ErrorOf("/tmp"), testing::StartsWith("cannot load add-in /tmp: "));
+}
+
+TEST(AddinLoading, ALibraryWithoutInitAddinIsNoAddin) {
+  EXPECT_THAT(ErrorOf(LIBRARY_FILE),
+              testing::HasSubstr("but no Corvane add-in: it has no InitAddin"));
+}
+
+}  // namespace

@@ -1,0 +1,145 @@
+// SPDX-License-Identifier: MIT
+// The scan on a clock that the test moves.
+#include "runtime/corvane/scan.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <deque>
+#include <stdexcept>
+#include <vector>
+
+namespace {
+
+using corvane::Scan;
+using corvane::ScanClock;
+using corvane::ScanLock;
+using std::chrono::milliseconds;
+using testing::ElementsAre;
+
+/// Time passes only while somebody waits, or when a cycle takes some.
+class FakeClock : public ScanClock {
+ public:
+  TimePoint Now() override { return now_; }
+  Wake WaitUntil(TimePoint deadline) override {
+    if (!wakes.empty()) {
+      const Wake wake = wakes.front();
+      wakes.pop_front();
+      if (wake != Wake::kDeadline) return wake;
+    }
+    now_ = std::max(now_, deadline + lateness);
+    return Wake::kDeadline;
+  }
+  void Pass(milliseconds time) { now_ += time; }
+  /// Milliseconds since the test began.
+  auto Elapsed() const { return std::chrono::duration_cast<milliseconds>(now_ - start_).count(); }
+
+  std::deque<Wake> wakes;  ///< what the next waits end with; kDeadline when there is none left
+  std::chrono::nanoseconds lateness{0};
+
+ private:
+  TimePoint start_{std::chrono::hours(1)};
+  TimePoint now_ = start_;
+};
+
+class ScanTest : public testing::Test {
+ protected:
+  /// Runs cycles that take `durations` ms, one after the other, and keeps their starts.
+  void Run(Scan& scan, std::vector<int> durations) {
+    std::size_t next = 0;
+    scan.Run(
+        [&](std::uint64_t number) {
+          EXPECT_EQ(number, next + 1);
+          starts_.push_back(clock_.Elapsed());
+          clock_.Pass(milliseconds(durations.at(next)));
+          return ++next < durations.size();
+        },
+        [&] { ++reports_; });
+  }
+
+  FakeClock clock_;
+  ScanLock lock_;
+  std::vector<long> starts_;
+  int reports_ = 0;
+};
+
+TEST_F(ScanTest, KeepsThePeriodWhateverTheCyclesTake) {
+  Scan scan({milliseconds(100), 0}, clock_, lock_);
+  Run(scan, {10, 90, 0, 50, 99});
+  EXPECT_THAT(starts_, ElementsAre(0, 100, 200, 300, 400));
+  EXPECT_EQ(scan.statistics().overruns(), 0u);
+}
+
+TEST_F(ScanTest, ALateWakeDoesNotDriftThePeriod) {
+  clock_.lateness = milliseconds(5);
+  Scan scan({milliseconds(100), 0}, clock_, lock_);
+  Run(scan, {10, 10, 10});
+  EXPECT_THAT(starts_, ElementsAre(5, 105, 205));
+}
+
+TEST_F(ScanTest, AnOverrunIsCountedAndLeavesOutTheStartsThatItCovered) {
+  Scan scan({milliseconds(100), 0}, clock_, lock_);
+  Run(scan, {10, 350, 10, 10});
+  EXPECT_THAT(starts_, ElementsAre(0, 100, 500, 600)) << "no burst, and the phase is kept";
+  EXPECT_EQ(scan.statistics().overruns(), 1u);
+}
+
+TEST_F(ScanTest, ACycleThatEndsOnTheNextDeadlineIsNoOverrun) {
+  Scan scan({milliseconds(100), 0}, clock_, lock_);
+  Run(scan, {100, 100, 10});
+  EXPECT_THAT(starts_, ElementsAre(0, 100, 200));
+  EXPECT_EQ(scan.statistics().overruns(), 0u);
+}
+
+TEST_F(ScanTest, AnOverrunThatEndsOnADeadlineGoesOnThere) {
+  Scan scan({milliseconds(100), 0}, clock_, lock_);
+  Run(scan, {200, 10});
+  EXPECT_THAT(starts_, ElementsAre(0, 200));
+  EXPECT_EQ(scan.statistics().overruns(), 1u);
+}
+
+TEST_F(ScanTest, WithoutAPeriodThereIsNoPauseAndNoOverrun) {
+  Scan scan({milliseconds(0), 0}, clock_, lock_);
+  Run(scan, {7, 7, 7});
+  EXPECT_THAT(starts_, ElementsAre(0, 7, 14));
+  EXPECT_EQ(scan.statistics().overruns(), 0u);
+}
+
+TEST_F(ScanTest, EndsAfterTheGivenNumberOfCycles) {
+  Scan scan({milliseconds(100), 3}, clock_, lock_);
+  Run(scan, {1, 1, 1, 1, 1});
+  EXPECT_EQ(starts_.size(), 3u);
+}
+
+TEST_F(ScanTest, EndsWhenTheClockSaysStop) {
+  clock_.wakes = {ScanClock::Wake::kDeadline, ScanClock::Wake::kDeadline, ScanClock::Wake::kStop};
+  Scan scan({milliseconds(100), 0}, clock_, lock_);
+  Run(scan, {1, 1, 1, 1});
+  EXPECT_EQ(starts_.size(), 2u);
+}
+
+TEST_F(ScanTest, AReportDoesNotShiftTheDeadline) {
+  clock_.wakes = {ScanClock::Wake::kDeadline, ScanClock::Wake::kStatistics};
+  Scan scan({milliseconds(100), 0}, clock_, lock_);
+  Run(scan, {1, 1});
+  EXPECT_EQ(reports_, 1);
+  EXPECT_THAT(starts_, ElementsAre(0, 100));
+}
+
+TEST_F(ScanTest, HoldsTheLockInsideACycleOnly) {
+  Scan scan({milliseconds(100), 2}, clock_, lock_);
+  scan.Run([](std::uint64_t) { return true; }, [] {});
+  lock_.lock();  // would hang if the scan still held it
+  lock_.unlock();
+}
+
+TEST_F(ScanTest, AnExceptionEndsTheScanWithTheCycleCountedAndTheLockReleased) {
+  Scan scan({milliseconds(100), 0}, clock_, lock_);
+  EXPECT_THROW(scan.Run([](std::uint64_t) -> bool { throw std::runtime_error("x"); }, [] {}),
+               std::runtime_error);
+  EXPECT_EQ(scan.statistics().cycles(), 1u);
+  lock_.lock();
+  lock_.unlock();
+}
+
+}  // namespace

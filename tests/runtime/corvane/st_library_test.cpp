@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: MIT
+// The registry of block types. It is the process's, so each test has names of its own.
+#include "runtime/corvane/st_library.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "runtime/corvane/lua_environment.h"
+#include "tests/support/captured_log.h"
+
+namespace {
+
+int Opens(lua_State* L) {
+  lua_pushboolean(L, 1);
+  lua_setglobal(L, "opened");
+  return 1;
+}
+
+int Fails(lua_State* /*L*/) {
+  return -1;
+}
+
+TEST(StLibrary, KeepsTheFirstOfTwoRegistrationsWithOneName) {
+  test_support::TakeLog();
+  EXPECT_EQ(RegisterExternalSTLib("TWICE", Opens), 0);
+  EXPECT_NE(RegisterExternalSTLib("TWICE", Fails), 0);
+  EXPECT_THAT(
+      test_support::TakeLog(),
+      testing::ElementsAre("error block type TWICE is registered already; the first one stays"));
+  EXPECT_EQ(corvane::RegisteredStLibraries().back().opener, &Opens);
+}
+
+TEST(StLibrary, RefusesNullPointers) {
+  EXPECT_NE(RegisterExternalSTLib(nullptr, Opens), 0);
+  EXPECT_NE(RegisterExternalSTLib("NONE", nullptr), 0);
+}
+
+TEST(StLibrary, EachNewEnvironmentOpensTheTypes) {
+  RegisterExternalSTLib("OPENED", Opens);
+  const corvane::LuaEnvironment first;
+  const corvane::LuaEnvironment second;
+  lua_getglobal(second.state(), "opened");
+  EXPECT_TRUE(lua_toboolean(second.state(), -1));
+}
+
+// Runs in a process of its own under CTest; in one process with the others it must come last.
+TEST(ZStLibraryFailure, AnOpenerThatFailsIsAnErrorWithTheTypesName) {
+  RegisterExternalSTLib("BROKEN", Fails);
+  try {
+    const corvane::LuaEnvironment environment;
+    FAIL() << "no error";
+  } catch (const corvane::LuaError& error) {
+    EXPECT_THAT(error.what(), testing::StartsWith("block type BROKEN cannot be opened"));
+  }
+}
+
+}  // namespace
