@@ -56,6 +56,18 @@ def blocks():
                          "flat: below 64 KiB", abs(growth) < 65536))
 
 
+def sms_codec():
+    results = run("sms_codec_benchmark", f"--benchmark_repetitions={REPETITIONS}",
+                  "--benchmark_enable_random_interleaving=true")
+    for operation in ("decode", "encode"):
+        compare(results, f"SMS {operation}d", f"Codec/{operation}_ours", f"Codec/{operation}_peer", 0.2)
+    per_message = {entries: median([1e9 / entry["items_per_second"] for entry in results[f"ParseList/{entries}"]])
+                   for entries in (255, 2550)}
+    ratio = per_message[2550] / per_message[255]
+    rows.append(("message of a list of 255 read", f"{per_message[255]:.0f} ns",
+                 f"{ratio:.2f} times as much in a list of 2550", "at most 1.5 times", ratio <= 1.5))
+
+
 def empty_cycle():
     """CPU time and lateness of an empty cycle every millisecond, over ten seconds."""
     with tempfile.TemporaryDirectory() as folder:
@@ -74,6 +86,7 @@ def empty_cycle():
 
 
 blocks()
+sms_codec()
 empty_cycle()
 print("| What | Ours | Beside | Goal | |")
 print("|---|---|---|---|---|")

@@ -1,20 +1,71 @@
 // SPDX-License-Identifier: MIT
 // READ_SMS: takes incoming SMS messages out of a GSM modem, one at a time.
+// Threads: the one that runs the Lua state, and the modem port driver's, which the runtime's scan
+// lock keeps apart. The block takes no lock: `state` hands each exchange over.
 #pragma once
+
+#include <boost/shared_ptr.hpp>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <string>
+#include <vector>
 
 #include "addins/corvane_fb_lib/base_fb.h"
 #include "addins/corvane_fb_lib/lua_glue.h"
+#include "addins/corvane_fb_lib/sms_delivered.h"
+#include "corvane/modem_port_driver.h"
 
 class ReadSMSFB : public BaseFB<ReadSMSFB> {
  public:
   using BaseFB::BaseFB;
+  /// Withdraws the block from the modem port driver, where the runtime knows how.
+  ~ReadSMSFB() override;
   static const FBMetaEntry* GetMetaTable();
 
-  /// Says once in the log that the block cannot do its work yet.
+  /// Registers with the driver until that succeeds, starts a pass over the modem's messages while
+  /// `Read` is TRUE, and delivers one message at most every second call.
   void Execute() override;
 
+  /// 0 while there is nothing to ask of the modem, else the state.
+  [[nodiscard]] int getPriority() const { return state < kSetPduMode ? 0 : state; }
+  /// Writes the state's command to `buffer`. @return its length, 0 for none
+  int GetRequestImpl(char* buffer, PortDriverRequestData* request,
+                     PortDriverReplyFunction* onReply) const;
+  /// Takes the answer. @return 1 while the pass goes on, else 0
+  int OnReplyImpl(char* reply, int length, int replyStatus);
+
+  /// Files the messages of a list answer (3GPP TS 27.005 clause 3.4.2) and notes their indices for
+  /// deletion. An entry without its comma or line feed ends the list; an entry that ends behind its
+  /// header is an empty message. Takes time in proportion to `length`. @return 0
+  int ParsATRequest(char* reply, int length);
+  /// Appends `length / 2` octets to `out`; characters that are not hexadecimal count as 0.
+  static void PDU_h2b(const char* hex, unsigned int length, std::vector<unsigned char>& out);
+
  private:
-  bool said_ = false;
+  using Message = boost::shared_ptr<sms::SMSDelivered>;
+
+  /// Values of `State`, which are the priorities, too.
+  enum State : std::int32_t {
+    kUnregistered = 0,
+    kIdle = 1,
+    kSetPduMode = 2,
+    kList = 33,
+    kDelete = 34,  ///< the message at the front of deleteQueue
+  };
+
+  void Register();
+  void Deliver();
+  /// 0 for success, else the value for `Error`. Files the messages of a list.
+  int Classify(char* reply, int length, int replyStatus);
+  /// Queues a whole message, joins a part to its message, drops a rejected one.
+  void File(const Message& message);
+  void NextDelete();
+
+  std::deque<Message> readyQueue;             // finished messages, first in, first out
+  std::map<unsigned char, Message> partsMap;  // unfinished ones by their reference alone
+  std::deque<unsigned char> deleteQueue;      // indices in listing order
+  std::int32_t state = kUnregistered;
 };
 
 DECLARE_FUNCTION_BLOCK(ReadSMSFB)

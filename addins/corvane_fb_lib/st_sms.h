@@ -1,20 +1,66 @@
 // SPDX-License-Identifier: MIT
 // SEND_SMS: sends a text to one or more phone numbers through a GSM modem.
+// Threads: the one that runs the Lua state, and the modem port driver's, which the runtime's scan
+// lock keeps apart. The block takes no lock: its state hands each exchange over.
 #pragma once
+
+#include <boost/shared_ptr.hpp>
+#include <cstdint>
+#include <deque>
+#include <string>
 
 #include "addins/corvane_fb_lib/base_fb.h"
 #include "addins/corvane_fb_lib/lua_glue.h"
+#include "addins/corvane_fb_lib/sms_submit.h"
+#include "corvane/modem_port_driver.h"
 
 class SendSMSFB : public BaseFB<SendSMSFB> {
  public:
   using BaseFB::BaseFB;
+  /// Withdraws the block from the modem port driver, where the runtime knows how. What is still in
+  /// the queue is not sent any more.
+  ~SendSMSFB() override;
   static const FBMetaEntry* GetMetaTable();
 
-  /// Says once in the log that the block cannot do its work yet.
+  /// Registers with the driver until that succeeds; on a rising edge of `Send` queues the message,
+  /// once for each number in `Receiver`.
   void Execute() override;
 
+  /// 0 while there is nothing to send, else the state. Asked in the idle state with a message in
+  /// the queue, it starts that message's sending.
+  int getPriority();
+  /// Writes the state's command to `buffer`. A message without PDUs (an empty text) leaves the
+  /// queue here instead. @return the length, 0 for none
+  int GetRequestImpl(char* buffer, PortDriverRequestData* request,
+                     PortDriverReplyFunction* onReply);
+  /// Takes the answer. @return 1 while the message goes on, else 0
+  int OnReplyImpl(char* reply, int length, int replyStatus);
+
  private:
-  bool said_ = false;
+  /// Values of `State`, which are the priorities, too.
+  enum State : std::int32_t {
+    kUnregistered = 0,
+    kIdle = 1,
+    kSetPduMode = 16,
+    kAnnounce = 17,  ///< the front message's first PDU, with AT+CMGS
+    kTransfer = 18,  ///< that PDU
+  };
+
+  void Register();
+  /// Queues `Message` for every number in `Receiver`; what cannot be sent sets `Error`.
+  void QueueMessages();
+  /// True while the front message has a PDU left.
+  [[nodiscard]] bool HasPdu() const { return !queue_.empty() && !queue_.front()->pdus.empty(); }
+  void Succeeded();
+  void Failed();
+  void PduSent();
+  int WriteAnnouncement(char* buffer) const;
+  int WritePdu(char* buffer) const;
+
+  std::deque<boost::shared_ptr<sms::SMSSubmit>> queue_;  // the front message is being sent
+  std::int32_t retries_ = 0;  // failed exchanges since a PDU was last confirmed or given up
+  bool last_send_ = false;    // `Send` at the last call
+  std::int32_t state_ = kUnregistered;
 };
 
 DECLARE_FUNCTION_BLOCK(SendSMSFB)

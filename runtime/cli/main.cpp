@@ -20,6 +20,7 @@ int Main(int argc, char** argv) {
   corvane::cli::AddRunCommand(app, action);
   corvane::cli::AddBlocksCommand(app, action);
   corvane::cli::AddModemCommand(app, action);
+  corvane::cli::AddPduCommand(app, action);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

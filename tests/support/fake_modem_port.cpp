@@ -1,0 +1,100 @@
+// SPDX-License-Identifier: MIT
+#include "tests/support/fake_modem_port.h"
+
+#include <algorithm>
+#include <memory>
+#include <stdexcept>
+#include <utility>
+
+namespace test_support {
+namespace {
+
+FakeModemPort* the_port = nullptr;
+
+}  // namespace
+
+FakeModemPort::FakeModemPort(int number) : number_(number) {
+  if (the_port != nullptr) throw std::logic_error("there is a fake modem port already");
+  the_port = this;
+}
+
+FakeModemPort::~FakeModemPort() {
+  the_port = nullptr;
+}
+
+int FakeModemPort::Priority(std::size_t client) const {
+  return clients_.at(client).priority(clients_.at(client).context);
+}
+
+ModemRequest FakeModemPort::AskRequest(std::size_t client) const {
+  const Client& asked = clients_.at(client);
+  // On the heap, so that the address sanitizer sees a byte too many.
+  const auto buffer = std::make_unique<char[]>(kPortDriverRequestSize);
+  PortDriverRequestData data{-1, -1};
+  ModemRequest request;
+  request.on_reply = [](void*, char*, int, int) { return -1; };  // the client must write it
+  const int length = asked.request(asked.context, buffer.get(), &data, &request.on_reply);
+  request.text.assign(buffer.get(), static_cast<std::size_t>(length));
+  request.timeout = data.timeout;
+  request.end_char = data.endChar;
+  return request;
+}
+
+std::string FakeModemPort::Poll() {
+  std::size_t chosen = 0;
+  int highest = 0;
+  for (std::size_t client = 0; client < clients_.size(); ++client) {
+    const int priority = Priority(client);
+    if (priority > highest) {
+      highest = priority;
+      chosen = client;
+    }
+  }
+  open_client_ = nullptr;
+  if (highest == 0) return {};
+  open_ = AskRequest(chosen);
+  if (!open_.text.empty()) open_client_ = clients_[chosen].context;
+  return open_.text;
+}
+
+int FakeModemPort::Answer(std::string_view answer, int status) {
+  if (open_client_ == nullptr) throw std::logic_error("no request is open");
+  void* const client = std::exchange(open_client_, nullptr);
+  const auto buffer = std::make_unique<char[]>(answer.size());
+  std::copy(answer.begin(), answer.end(), buffer.get());
+  return open_.on_reply(client, buffer.get(), static_cast<int>(answer.size()), status);
+}
+
+std::string FakeModemPort::Exchange(std::string_view answer) {
+  std::string request = Poll();
+  Answer(answer);
+  return request;
+}
+
+std::vector<std::string> FakeModemPort::AnswerAll(std::string_view answer) {
+  std::vector<std::string> requests;
+  for (std::string request = Poll(); !request.empty(); request = Poll()) {
+    requests.push_back(request);
+    Answer(answer);
+  }
+  return requests;
+}
+
+}  // namespace test_support
+
+int ModemPortDriverRegister(int port, void* context, PortDriverPriorityFunction priority,
+                            PortDriverRequestFunction request, void* /*extra*/) {
+  test_support::FakeModemPort* fake = test_support::the_port;
+  if (fake == nullptr) return 1;
+  ++fake->attempts_;
+  if (fake->refuse_ || port != fake->number_) return 1;
+  fake->clients_.push_back({context, priority, request});
+  return 0;
+}
+
+void ModemPortDriverUnregister(void* context) {
+  test_support::FakeModemPort* fake = test_support::the_port;
+  if (fake == nullptr) return;
+  std::erase_if(fake->clients_, [&](const auto& client) { return client.context == context; });
+  if (fake->open_client_ == context) fake->open_client_ = nullptr;
+}

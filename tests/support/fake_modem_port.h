@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: MIT
+// A modem port without a modem: a program that links this gets its ModemPortDriverRegister and
+// ModemPortDriverUnregister in place of the runtime's. The test plays the driver and the modem.
+// Threads: one, which also runs Lua.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "corvane/modem_port_driver.h"
+
+namespace test_support {
+
+/// What a client has asked for.
+struct ModemRequest {
+  std::string text;  ///< empty: nothing to send
+  int timeout = -1;  ///< -1: not written
+  char end_char = -1;
+  PortDriverReplyFunction on_reply = nullptr;
+};
+
+/// One modem port, configured while it lives; there is one at a time.
+class FakeModemPort {
+ public:
+  explicit FakeModemPort(int number);
+  FakeModemPort(const FakeModemPort&) = delete;
+  FakeModemPort& operator=(const FakeModemPort&) = delete;
+  ~FakeModemPort();
+
+  /// Registrations succeed again, or fail from now on.
+  void Refuse(bool refuse) { refuse_ = refuse; }
+  /// How often a client has tried to register.
+  [[nodiscard]] int attempts() const { return attempts_; }
+  [[nodiscard]] std::size_t clients() const { return clients_.size(); }
+
+  /// The priority of a client, counted from 0 in the order of registration.
+  [[nodiscard]] int Priority(std::size_t client = 0) const;
+  /// What a client wants to send, whatever its priority.
+  [[nodiscard]] ModemRequest AskRequest(std::size_t client = 0) const;
+  /// One poll as the runtime's driver does it: asks all priorities, and the client with the highest
+  /// one for its request, which stays open until it is answered. @return the text; empty: nothing
+  std::string Poll();
+  /// Gives the client of the open request an answer, in a buffer without a byte to spare.
+  /// @return what the reply function returned
+  int Answer(std::string_view answer, int status = 0);
+  /// The open request gets no answer.
+  int TimeOut() { return Answer("", -1); }
+  /// Poll and Answer; returns the request.
+  std::string Exchange(std::string_view answer);
+  /// Answers everything that the clients ask for, until they are idle. @return the requests
+  std::vector<std::string> AnswerAll(std::string_view answer);
+
+ private:
+  struct Client {
+    void* context;
+    PortDriverPriorityFunction priority;
+    PortDriverRequestFunction request;
+  };
+  friend int ::ModemPortDriverRegister(int, void*, PortDriverPriorityFunction,
+                                       PortDriverRequestFunction, void*);
+  friend void ::ModemPortDriverUnregister(void*);
+
+  int number_;
+  bool refuse_ = false;
+  int attempts_ = 0;
+  std::vector<Client> clients_;
+  void* open_client_ = nullptr;
+  ModemRequest open_;
+};
+
+}  // namespace test_support
