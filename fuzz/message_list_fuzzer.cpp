@@ -43,11 +43,11 @@ ReadSMSFB& NewBlock(lua_State* L) {
 
 /// Whether the block's request is `expected`, or begins with it.
 bool Asks(const ReadSMSFB& block, const char* expected) {
-  std::vector<char> buffer(kPortDriverRequestSize);
+  static char buffer[kPortDriverRequestSize];
   PortDriverRequestData request{0, 0};
   PortDriverReplyFunction on_reply = nullptr;
-  const int length = block.GetRequestImpl(buffer.data(), &request, &on_reply);
-  return length > 0 && std::strncmp(buffer.data(), expected, std::strlen(expected)) == 0;
+  const int length = block.GetRequestImpl(buffer, &request, &on_reply);
+  return length > 0 && std::strncmp(buffer, expected, std::strlen(expected)) == 0;
 }
 
 int Reply(ReadSMSFB& block, const std::uint8_t* data, std::size_t size) {

@@ -21,6 +21,7 @@
 
 #include "runtime/modem_simulator/console.h"
 #include "runtime/modem_simulator/simulator.h"
+#include "tests/support/temporary_folder.h"
 
 namespace modem_simulator {
 
@@ -71,23 +72,6 @@ class Controller {
 
  private:
   int fd_;
-};
-
-/// A directory of its own.
-class TemporaryFolder {
- public:
-  TemporaryFolder() {
-    std::string name = std::filesystem::temp_directory_path() / "modem-XXXXXX";
-    EXPECT_NE(mkdtemp(name.data()), nullptr);
-    path_ = name;
-  }
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-  ~TemporaryFolder() { std::filesystem::remove_all(path_); }
-  [[nodiscard]] std::filesystem::path operator/(const char* name) const { return path_ / name; }
-
- private:
-  std::filesystem::path path_;
 };
 
 class Bench {

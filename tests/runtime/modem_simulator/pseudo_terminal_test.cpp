@@ -21,8 +21,8 @@ class PseudoTerminalTest : public testing::Test {
     return options;
   }
 
-  TemporaryFolder folder_;
-  fs::path link_ = folder_ / "modem";
+  test_support::TemporaryFolder folder_;
+  fs::path link_ = folder_.path() / "modem";
 };
 
 TEST_F(PseudoTerminalTest, HasAStableNameWhileItLives) {
@@ -53,7 +53,7 @@ TEST_F(PseudoTerminalTest, LeavesAFileThatIsNoLinkAlone) {
 TEST_F(PseudoTerminalTest, SaysWhenItsNameCannotBeMade) {
   boost::asio::io_context io;
   SimulatorOptions options;
-  options.link = folder_ / "none/modem";
+  options.link = folder_.path() / "none/modem";
   Simulator simulator(io, options, stdout);
   try {
     simulator.Start();

@@ -28,8 +28,8 @@ class SimulatorTest : public testing::Test {
     EXPECT_EQ(controller_.Ask("ATE0\r"), "ATE0\r\r\nOK\r\n");
   }
 
-  TemporaryFolder folder_;
-  std::filesystem::path link_ = folder_ / "modem";
+  test_support::TemporaryFolder folder_;
+  std::filesystem::path link_ = folder_.path() / "modem";
   Bench bench_;
   Controller controller_;
 };
