@@ -3,6 +3,7 @@
 // functions.
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string_view>
 

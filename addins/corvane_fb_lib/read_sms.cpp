@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "addins/corvane_fb_lib/read_sms.h"
 
+#include <algorithm>
 #include <boost/make_shared.hpp>
 #include <cstdio>
 #include <cstdlib>
+#include <string_view>
 
 #include "addins/corvane_fb_lib/at_answer.h"
 #include "addins/corvane_fb_lib/sms.h"
@@ -131,7 +133,7 @@ int ReadSMSFB::ParsATRequest(char* reply, int length) {
     const std::size_t header_end = answer.find('\n', comma);
     if (header_end == answer.npos) break;
     reply[comma] = '\0';
-    // Indices are octets to the modem's other side: 300 is 44. Intended.
+    // Only the low eight bits count, so that 300 is 44: intended.
     const auto index =
         static_cast<unsigned char>(std::strtoll(reply + index_begin, nullptr, 10) & 0xFF);
 

@@ -3,6 +3,7 @@
 
 #include <boost/make_shared.hpp>
 #include <cstdio>
+#include <string_view>
 #include <vector>
 
 #include "addins/corvane_fb_lib/at_answer.h"
