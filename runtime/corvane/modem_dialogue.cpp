@@ -71,6 +71,11 @@ void ModemDialogue::SetState(State state) {
   state_ = state;
 }
 
+void ModemDialogue::Trace(char direction, std::string_view octets) const {
+  if (!spdlog::should_log(spdlog::level::trace)) return;
+  spdlog::trace("modem port {}: {} {}", target_.port, direction, Printable(octets));
+}
+
 void ModemDialogue::Attach(std::unique_ptr<SerialLine> line) {
   line_ = std::move(line);
   stray_.clear();
@@ -256,7 +261,7 @@ ExchangeResult ModemDialogue::Unfinished(AtAnswer& answer, std::string_view requ
 }
 
 bool ModemDialogue::Send(std::string_view request, milliseconds timeout) {
-  spdlog::trace("modem port {}: > {}", target_.port, Printable(request));
+  Trace('>', request);
   return line_->Write(request, steady_clock::now() + timeout);
 }
 
@@ -278,7 +283,7 @@ void ModemDialogue::Collect(AtAnswer& answer, milliseconds timeout) {
 }
 
 void ModemDialogue::Feed(AtAnswer& answer, std::string_view octets) {
-  spdlog::trace("modem port {}: < {}", target_.port, Printable(octets));
+  Trace('<', octets);
   std::size_t used = 0;
   while (used < octets.size() && answer.state() == AtAnswer::State::kOpen) {
     answer.Feed(octets[used++]);
@@ -288,7 +293,7 @@ void ModemDialogue::Feed(AtAnswer& answer, std::string_view octets) {
 }
 
 void ModemDialogue::Drop(std::string_view octets) {
-  spdlog::trace("modem port {}: dropped {}", target_.port, Printable(octets));
+  Trace('x', octets);
   for (const char c : octets) {
     if (c == '\r' || c == '\n') {
       const std::string line = std::exchange(stray_, {});

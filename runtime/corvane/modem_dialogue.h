@@ -56,6 +56,8 @@ class ModemDialogue {
 
  private:
   void SetState(State state);
+  /// Logs octets at the most detailed level: '>' sent, '<' received, 'x' received and dropped.
+  void Trace(char direction, std::string_view octets) const;
   [[nodiscard]] bool BecomeReady(SteadyTime deadline);
   [[nodiscard]] bool SwitchEchoOff(SteadyTime deadline);
   void DropUntilQuiet();

@@ -230,7 +230,7 @@ TEST_F(DriverTest, WhatComesBetweenTwoExchangesIsDropped) {
   ASSERT_TRUE(WaitFor([] {
     const auto log = test_support::TakeLog();
     return std::any_of(log.begin(), log.end(), [](const std::string& line) {
-      return line.find("dropped") != std::string::npos;
+      return line.find(": x ") != std::string::npos;
     });
   }));
   ExpectReply(client_.Exchange(kSetPduMode), "OK\r\n");
