@@ -7,8 +7,8 @@ set -euo pipefail
 declare -A packages=(
     [build]="g++ cmake ninja-build pkg-config libboost-dev libcli11-dev liblua5.2-dev libspdlog-dev
              libutfcpp-dev nlohmann-json3-dev"
-    [test]="clang-format libgammu-dev libgtest-dev libgmock-dev python3 shellcheck"
-    [bench]="libbenchmark-dev libgammu-dev"
+    [test]="clang-format gammu gnokii-cli libgammu-dev libgtest-dev libgmock-dev python3 shellcheck"
+    [bench]="gammu libbenchmark-dev libgammu-dev"
     [fuzz]="clang libclang-rt-14-dev"
 )
 

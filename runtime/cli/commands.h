@@ -20,6 +20,7 @@ using Action = std::function<int()>;
 
 void AddRunCommand(CLI::App& app, Action& action);
 void AddBlocksCommand(CLI::App& app, Action& action);
+void AddModemCommand(CLI::App& app, Action& action);
 void AddPduCommand(CLI::App& app, Action& action);
 
 }  // namespace corvane::cli

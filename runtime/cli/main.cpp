@@ -22,6 +22,7 @@ int Main(int argc, char** argv) {
   corvane::cli::Action action;
   corvane::cli::AddRunCommand(app, action);
   corvane::cli::AddBlocksCommand(app, action);
+  corvane::cli::AddModemCommand(app, action);
   corvane::cli::AddPduCommand(app, action);
   try {
     app.parse(argc, argv);

@@ -18,6 +18,7 @@
 #include "runtime/cli/log_setup.h"
 #include "runtime/cli/process_setup.h"
 #include "runtime/corvane/control_program.h"
+#include "runtime/corvane/modem_port_driver.h"
 #include "runtime/corvane/scan.h"
 
 namespace corvane::cli {
@@ -28,6 +29,7 @@ struct RunOptions {
   std::vector<std::string> arguments;
   std::string period = "100ms";
   std::uint64_t cycles = 0;
+  std::vector<std::string> modems;
   std::vector<std::string> addins;
   std::string log_level = "info";
 };
@@ -62,6 +64,23 @@ std::string CheckProgram(const std::string& path) {
                        std::generic_category().message(errno));
   }
   return {};
+}
+
+/// Throws CLI::ValidationError for modems that cannot be meant. A device that is not there, or not
+/// to be opened now, may be later: the ports wait for it.
+void CheckModems(const std::vector<std::string>& modems) {
+  try {
+    for (const ModemTarget& target : ParseModemTargets(modems)) {
+      std::error_code ignored;
+      const auto status = std::filesystem::status(target.device, ignored);
+      if (std::filesystem::is_directory(status) || std::filesystem::is_regular_file(status)) {
+        throw ModemTargetError(target.device +
+                               " is no serial device; write a device such as /dev/ttyUSB0");
+      }
+    }
+  } catch (const ModemTargetError& error) {
+    throw CLI::ValidationError("--modem", error.what());
+  }
 }
 
 /// Gives a lock up while it lives, and takes it again however the scope ends.
@@ -100,6 +119,7 @@ int Run(const RunOptions& options) {
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
   const auto addins = LoadAddins(options.addins);
   SystemScanClock clock;
+  const ModemPortDriver modems(ParseModemTargets(options.modems), TheScanLock());
   Scan scan({*ParseDuration(options.period), options.cycles}, clock, TheScanLock());
   int status = kProgramFailed;
   try {
@@ -125,17 +145,28 @@ void AddRunCommand(CLI::App& app, Action& action) {
       ->capture_default_str();
   command->add_option("--cycles", options->cycles, "End after so many cycles; 0: no limit")
       ->check(CheckCount);
+  command
+      ->add_option("--modem", options->modems,
+                   "PORT=DEVICE or PORT=tcp:HOST:PORT, with ,SETTING=VALUE behind it (baud, flow,\n"
+                   "patience, poll, prompt-pause, init): the modem that blocks find under Port;\n"
+                   "repeatable. See docs/modem.md")
+      ->expected(1)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
   AddAddinOption(*command, options->addins);
   AddLogLevelOption(*command, options->log_level);
   command->footer(
-      "Example: corvane run disk_watch.lua --cycle 500ms -- /var\n\n"
+      "Example: corvane run disk_watch.lua --cycle 500ms -- /var\n"
+      "         corvane run alarm.lua --modem 1=/dev/ttyUSB0,baud=115200,patience=60s\n\n"
       "The file runs once, then its function cycle() once per cycle. Ctrl-C ends the program "
       "after\n"
       "the running cycle; SIGUSR1 logs the cycle statistics. Exit status: 0, or what the program\n"
       "gives to plc.stop; 1 after an error in the program; 2 for wrong usage. A second Ctrl-C ends "
       "a\n"
       "cycle that does not end.");
-  command->callback([options, &action] { action = [options] { return Run(*options); }; });
+  command->callback([options, &action] {
+    CheckModems(options->modems);
+    action = [options] { return Run(*options); };
+  });
 }
 
 }  // namespace corvane::cli

@@ -1,11 +1,55 @@
 // SPDX-License-Identifier: MIT
-// The modem port driver: no port can be configured yet, so every registration is refused.
-#include "corvane/modem_port_driver.h"
+#include "runtime/corvane/modem_port_driver.h"
 
-int ModemPortDriverRegister(int /*port*/, void* /*context*/,
-                            PortDriverPriorityFunction /*priority*/,
-                            PortDriverRequestFunction /*request*/, void* /*extra*/) {
-  return 1;
+#include <algorithm>
+#include <chrono>
+#include <mutex>
+
+namespace corvane {
+namespace {
+
+/// A connection that is not made within this time does not hold up the program.
+constexpr std::chrono::seconds kFirstAttempts(2);
+
+ModemPortDriver* the_driver = nullptr;  // guarded by the scan lock, as the clients are
+
+}  // namespace
+
+ModemPortDriver::ModemPortDriver(const std::vector<ModemTarget>& targets, ScanLock& lock)
+    : lock_(lock) {
+  for (const ModemTarget& target : targets) {
+    ports_.push_back(std::make_unique<ModemPort>(target, lock));
+  }
+  const auto deadline = std::chrono::steady_clock::now() + kFirstAttempts;
+  for (const auto& port : ports_) port->WaitForFirstAttempt(deadline);
+  const std::lock_guard guard(lock_);
+  the_driver = this;
 }
 
-void ModemPortDriverUnregister(void* /*context*/) {}
+ModemPortDriver::~ModemPortDriver() {
+  const std::lock_guard guard(lock_);
+  the_driver = nullptr;
+}
+
+ModemPort* ModemPortDriver::Find(int number) {
+  const auto found = std::find_if(ports_.begin(), ports_.end(),
+                                  [number](const auto& port) { return port->number() == number; });
+  return found == ports_.end() ? nullptr : found->get();
+}
+
+void ModemPortDriver::Unregister(void* context) {
+  for (const auto& port : ports_) port->Unregister(context);
+}
+
+}  // namespace corvane
+
+int ModemPortDriverRegister(int port, void* context, PortDriverPriorityFunction priority,
+                            PortDriverRequestFunction request, void* /*extra*/) {
+  corvane::ModemPort* const found =
+      corvane::the_driver == nullptr ? nullptr : corvane::the_driver->Find(port);
+  return found != nullptr && found->Register(context, priority, request) ? 0 : 1;
+}
+
+void ModemPortDriverUnregister(void* context) {
+  if (corvane::the_driver != nullptr) corvane::the_driver->Unregister(context);
+}

@@ -1,0 +1,49 @@
+-- SPDX-License-Identifier: MIT
+-- Answers each text message with its own text.
+--
+--   corvane run sms_echo.lua --modem 1=/dev/ttyUSB0,patience=60s -- [MESSAGES]
+--
+-- MESSAGES: end after so many answers (3, as the scenario beside this file has them); 0: go on until
+-- somebody stops the program. `./run sms_echo` runs it with a simulated modem.
+
+local messages = tonumber(plc.args[1] or 3)
+if not messages then
+  error("MESSAGES is a number", 0)
+end
+
+local PORT = 1
+local reader = READ_SMS.new { Port = PORT, Read = true }
+local sender = SEND_SMS.new { Port = PORT }
+
+local answered = 0
+local last_error = 0
+
+-- Says what goes wrong once, not in every cycle.
+local function report()
+  local code = sender.Error ~= 0 and sender.Error or reader.Error
+  if code ~= 0 and code ~= last_error then
+    plc.log("error " .. code .. " on the modem port; docs/modem.md tells what it means")
+  end
+  last_error = code
+end
+
+function cycle()
+  reader()
+  sender.Send = reader.Complete
+  if reader.Complete then
+    print(reader.Number .. " wrote: " .. reader.Message)
+    -- SEND_SMS takes digits only.
+    sender.Receiver = reader.Number:gsub("%D", "")
+    sender.Message = reader.Message
+    answered = answered + 1
+  end
+  sender()
+  report()
+
+  -- A message that was handed over in this cycle is counted in Queue from the next one on.
+  local idle = not sender.Send and sender.State == 1 and sender.Queue == 0
+  if messages > 0 and answered >= messages and idle then
+    print("Done: " .. answered .. " messages answered.")
+    plc.stop()
+  end
+end

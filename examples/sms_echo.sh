@@ -1,0 +1,27 @@
+#!/bin/bash
+# SPDX-License-Identifier: MIT
+# sms_echo.sh [MESSAGES]: runs sms_echo.lua with a simulated modem that sms_echo.scenario plays.
+# CORVANE names the program `corvane`; what the simulated modem prints begins with "modem: ".
+set -euo pipefail
+here=$(dirname "$0")
+: "${CORVANE:=corvane}"
+
+folder=$(mktemp -d)
+simulator=
+clean_up() {
+    [ -z "$simulator" ] || kill "$simulator" 2>/dev/null || true
+    wait
+    rm -rf "$folder"
+}
+trap clean_up EXIT
+trap 'exit 130' INT
+trap 'exit 143' TERM
+
+"$CORVANE" modem --link "$folder/modem" --scenario "$here/sms_echo.scenario" \
+    > >(sed -u 's/^/modem: /') &
+simulator=$!
+until [ -e "$folder/modem" ]; do
+    kill -0 "$simulator" 2>/dev/null || exit 1
+    sleep 0.05
+done
+"$CORVANE" run "$here/sms_echo.lua" --cycle 20ms --modem "1=$folder/modem,patience=60s" -- "$@"

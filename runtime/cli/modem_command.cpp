@@ -1,0 +1,182 @@
+// SPDX-License-Identifier: MIT
+// corvane modem: a GSM modem in software, with a console.
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/signal_set.hpp>
+#include <csignal>
+#include <cstdio>
+#include <fstream>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "runtime/cli/commands.h"
+#include "runtime/corvane/duration.h"
+#include "runtime/modem_simulator/console.h"
+#include "runtime/modem_simulator/line_reader.h"
+#include "runtime/modem_simulator/simulator.h"
+
+namespace corvane::cli {
+namespace {
+
+using modem_simulator::ConsoleLine;
+using modem_simulator::Simulator;
+
+struct ModemCommandOptions {
+  std::string link;
+  std::string tcp;
+  std::string pin;
+  int store_size = 20;
+  std::string network_delay = "0";
+  int baud_rate = 0;
+  std::vector<std::string> quirks;
+  unsigned seed = 1;
+  std::string time;
+  std::string scenario;
+  bool trace = false;
+};
+
+std::string CheckDuration(const std::string& text) {
+  if (ParseDuration(text)) return {};
+  return fmt::format("'{}' is no duration; write a number and a unit, such as 500ms, 2s or 0",
+                     text);
+}
+
+std::string CheckTime(const std::string& text) {
+  if (modem_simulator::ParseTimeStamp(text)) return {};
+  return fmt::format("'{}' is no time; write it as 2026-01-31T12:00:00+01:00", text);
+}
+
+std::string CheckQuirk(const std::string& name) {
+  if (modem_simulator::FindQuirk(name)) return {};
+  return fmt::format("'{}' is no quirk; --help lists them", name);
+}
+
+modem_simulator::SimulatorOptions MakeOptions(const ModemCommandOptions& options) {
+  modem_simulator::SimulatorOptions made;
+  made.modem.pin = options.pin;
+  made.modem.store_size = options.store_size;
+  made.modem.network_delay = *ParseDuration(options.network_delay);
+  for (const std::string& name : options.quirks) {
+    made.modem.quirks.Add(*modem_simulator::FindQuirk(name));
+  }
+  made.link = options.link;
+  made.tcp = options.tcp;
+  // A modem on TCP alone needs no terminal.
+  made.pseudo_terminal = options.tcp.empty() || !options.link.empty();
+  made.baud_rate = options.baud_rate;
+  made.seed = options.seed;
+  if (!options.time.empty()) made.time = modem_simulator::ParseTimeStamp(options.time);
+  made.trace = options.trace;
+  return made;
+}
+
+/// The scenario's actions, in order. Throws std::runtime_error naming the line at fault.
+std::vector<modem_simulator::Controls::Action> LoadScenario(const std::string& path) {
+  std::ifstream file(path);
+  if (!file) throw std::runtime_error(fmt::format("scenario {} cannot be read", path));
+  std::vector<modem_simulator::Controls::Action> actions;
+  std::string text;
+  for (int number = 1; std::getline(file, text); ++number) {
+    ConsoleLine line = modem_simulator::ParseConsoleLine(text);
+    if (!line.error.empty()) {
+      throw std::runtime_error(fmt::format("{}:{}: {}", path, number, line.error));
+    }
+    if (line.action) actions.push_back(std::move(line.action));
+  }
+  if (file.bad()) throw std::runtime_error(fmt::format("scenario {} cannot be read", path));
+  return actions;
+}
+
+void ConsoleInput(Simulator& simulator, const std::string& text) {
+  const ConsoleLine line = modem_simulator::ParseConsoleLine(text);
+  if (!line.error.empty()) simulator.Print("error: " + line.error);
+  if (line.action) simulator.Do(line.action);
+}
+
+/// Until quit or a signal.
+void RunModem(const ModemCommandOptions& options) {
+  std::vector<modem_simulator::Controls::Action> scenario;
+  if (!options.scenario.empty()) scenario = LoadScenario(options.scenario);
+  boost::asio::io_context io;
+  boost::asio::signal_set signals(io, SIGINT, SIGTERM, SIGHUP);
+  signals.async_wait([&io](const auto&, int) { io.stop(); });
+  Simulator simulator(io, MakeOptions(options), stdout);
+  simulator.Start();
+  for (const auto& action : scenario) simulator.Do(action);
+  std::unique_ptr<modem_simulator::LineReader> console;
+  if (options.scenario.empty()) {
+    console = std::make_unique<modem_simulator::LineReader>(
+        io, STDIN_FILENO, [&simulator](const std::string& text) { ConsoleInput(simulator, text); });
+  }
+  io.run();
+}
+
+int Modem(const ModemCommandOptions& options) {
+  std::signal(SIGPIPE, SIG_IGN);  // a reader of our output may go away
+  std::signal(SIGTTIN, SIG_IGN);  // in the background of a terminal the console just ends
+  try {
+    RunModem(options);
+  } catch (const std::runtime_error& error) {
+    fmt::print(stderr, "corvane modem: {}\n", error.what());
+    return kUsage;
+  }
+  return kSuccess;
+}
+
+std::string Footer() {
+  std::string quirks;
+  for (const auto& row : modem_simulator::QuirkTable()) {
+    quirks += fmt::format("  {:<29}{}\n", row.name, row.meaning);
+  }
+  return fmt::format(
+      "Example: corvane modem --link /tmp/modem\n"
+      "Then, on the console: receive +4915112345678 Pump 3 has stopped\n\n"
+      "It prints a line that begins with `ready` when the modem can be opened, and then a line\n"
+      "for each message. Without --link and --tcp the ready line names the terminal. The end of\n"
+      "standard input ends the console, not the modem; quit, SIGINT and SIGTERM end both.\n\n"
+      "Console and scenario:\n{}\n\nTIME is 500ms, 2s, 1min; TEXT may hold \\r \\n \\t \\\\ "
+      "\\xNN.\n\n"
+      "Quirks:\n{}",
+      modem_simulator::ConsoleHelp(), quirks);
+}
+
+}  // namespace
+
+void AddModemCommand(CLI::App& app, Action& action) {
+  auto options = std::make_shared<ModemCommandOptions>();
+  CLI::App* command = app.add_subcommand("modem", "Simulate a GSM modem on a serial line");
+  command->add_option("--link", options->link, "Name for the pseudo-terminal: a symbolic link");
+  command->add_option("--tcp", options->tcp, "HOST:PORT to listen on; port 0: any free one");
+  command->add_option("--pin", options->pin, "PIN that the SIM card asks for")
+      ->check([](const std::string& pin) {
+        const bool digits = pin.find_first_not_of("0123456789") == std::string::npos;
+        return digits && pin.size() >= 4 && pin.size() <= 8 ? "" : "a PIN has 4 to 8 digits";
+      });
+  command->add_option("--store-size", options->store_size, "Messages that the store holds")
+      ->check(CLI::Range(1, 10000))
+      ->capture_default_str();
+  command->add_option("--network-delay", options->network_delay, "Time to confirm a sent message")
+      ->check(CheckDuration)
+      ->capture_default_str();
+  command->add_option("--baud", options->baud_rate, "Answer no faster than this; 0: no limit")
+      ->check(CLI::IsMember(
+          {0, 1200, 2400, 4800, 9600, 19200, 38400, 57600, 115200, 230400, 460800, 921600}))
+      ->capture_default_str();
+  command->add_option("--quirk", options->quirks, "Behave like a certain modem; repeatable")
+      ->expected(1)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+      ->check(CheckQuirk);
+  command->add_option("--seed", options->seed, "Of the random bytes")->capture_default_str();
+  command->add_option("--time", options->time, "Time of the service centre, which then stands")
+      ->check(CheckTime);
+  command->add_option("--scenario", options->scenario, "Console commands from a file instead");
+  command->add_flag("--trace", options->trace, "Show all bytes on standard error");
+  command->footer(Footer());
+  command->callback([options, &action] { action = [options] { return Modem(*options); }; });
+}
+
+}  // namespace corvane::cli

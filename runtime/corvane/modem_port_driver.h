@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: MIT
+// The modem ports of a runtime, behind the functions of corvane/modem_port_driver.h.
+// Lifetime: one at a time; it serves the clients while it lives.
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "corvane/modem_port_driver.h"
+#include "runtime/corvane/modem_port.h"
+#include "runtime/corvane/modem_target.h"
+#include "runtime/corvane/scan_lock.h"
+
+namespace corvane {
+
+class ModemPortDriver {
+ public:
+  /// Opens the devices, as far as they are there, and makes the ports available to clients.
+  /// @param targets with different port numbers
+  /// @param lock the lock under which clients register and are called
+  ModemPortDriver(const std::vector<ModemTarget>& targets, ScanLock& lock);
+  ModemPortDriver(const ModemPortDriver&) = delete;
+  ModemPortDriver& operator=(const ModemPortDriver&) = delete;
+  /// Refuses further clients, then ends the ports' threads. The caller does not hold the lock.
+  ~ModemPortDriver();
+
+  /// Null when the number is not configured.
+  [[nodiscard]] ModemPort* Find(int number);
+  void Unregister(void* context);
+
+ private:
+  ScanLock& lock_;
+  std::vector<std::unique_ptr<ModemPort>> ports_;
+};
+
+}  // namespace corvane

@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: MIT
+// What a line from a modem is, whatever its maker: one table for every result code and every
+// unsolicited line that is known (3GPP TS 27.005, TS 27.007, ITU-T V.250, makers' own codes).
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+namespace corvane {
+
+enum class LineKind : std::uint8_t {
+  kUnknown,
+  kOk,               ///< final result: the command was carried out
+  kError,            ///< final result: it was not
+  kSimBusy,          ///< final result: not yet; the same command succeeds later
+  kUnsolicited,      ///< nobody asked for it
+  kUnsolicitedPair,  ///< nobody asked for it, and the next line belongs to it
+  kRestart,          ///< unsolicited: the modem has started anew and lost its settings
+};
+
+/// @param line without its line end and without blanks behind it
+[[nodiscard]] LineKind KindOfLine(std::string_view line);
+
+[[nodiscard]] constexpr bool IsFinal(LineKind kind) {
+  return kind == LineKind::kOk || kind == LineKind::kError || kind == LineKind::kSimBusy;
+}
+
+/// The parameters of this command are secret: PIN, password.
+/// @param command such as "AT+CPIN=1234"
+[[nodiscard]] bool IsSecretCommand(std::string_view command);
+
+}  // namespace corvane

@@ -1,0 +1,193 @@
+// SPDX-License-Identifier: MIT
+#include "runtime/modem_simulator/at_interpreter.h"
+
+#include <fmt/format.h>
+
+#include <utility>
+
+#include "runtime/modem_simulator/commands.h"
+
+namespace modem_simulator {
+namespace {
+
+constexpr char kBackspace = '\b';
+constexpr char kEscape = '\x1B';
+constexpr char kCtrlZ = '\x1A';
+
+/// What stands behind the first "AT" or "at"; nullopt when the line has none (clause 5.2.1).
+std::optional<std::string_view> BehindAttention(std::string_view line) {
+  const std::size_t at = std::min(line.find("AT"), line.find("at"));
+  if (at == std::string_view::npos) return std::nullopt;
+  return line.substr(at + 2);
+}
+
+/// The name by which an order of faults knows a command: "CMGS".
+std::string_view OrderName(std::string_view name) {
+  if (name.starts_with('+')) name.remove_prefix(1);
+  return name;
+}
+
+}  // namespace
+
+void AtInterpreter::Feed(std::string_view bytes) {
+  for (const char byte : bytes) {
+    if (state_ != State::kNetwork) {
+      Take(byte);
+    } else if (waiting_.size() < kLongestInput) {
+      waiting_ += byte;
+    }
+  }
+}
+
+void AtInterpreter::Take(char byte) {
+  if (Echoes()) modem_.host.Transmit({&byte, 1});
+  switch (state_) {
+    case State::kCommand: TakeInCommand(byte); break;
+    case State::kMessage: TakeInMessage(byte); break;
+    case State::kNetwork: break;  // Feed keeps it for later
+  }
+}
+
+void AtInterpreter::TakeInCommand(char byte) {
+  switch (byte) {
+    case '\r': EndLine(); break;
+    case '\n':
+    case kEscape: break;  // clients send CR LF, or ESC to leave a prompt that may be open
+    case kBackspace:
+      if (!line_.empty()) line_.pop_back();
+      break;
+    default: Collect(byte);
+  }
+}
+
+void AtInterpreter::TakeInMessage(char byte) {
+  switch (byte) {
+    case kCtrlZ: EndMessage(); break;
+    case kEscape:
+      line_.clear();
+      too_long_ = false;
+      SetState(State::kCommand);
+      Finish(kOk, {});
+      break;
+    case '\n': break;  // of the CR LF behind AT+CMGS
+    case '\r':
+      Collect(byte);
+      Prompt();
+      break;
+    default: Collect(byte);
+  }
+}
+
+void AtInterpreter::Collect(char byte) {
+  if (line_.size() < kLongestLine) {
+    line_ += byte;
+  } else {
+    too_long_ = true;
+  }
+}
+
+void AtInterpreter::EndLine() {
+  const std::string line = std::exchange(line_, {});
+  const bool too_long = std::exchange(too_long_, false);
+  if (Echoes() && modem_.options.quirks.Has(Quirk::kDoubleEcho)) {
+    modem_.host.Transmit(line + '\r');
+  }
+  const auto commands = BehindAttention(line);
+  if (!commands) return SendIndications();  // no command line: nobody is spoken to
+  if (too_long) return Finish(kError, {});
+  Execute(*commands);
+}
+
+void AtInterpreter::Execute(std::string_view line) {
+  const auto commands = ParseCommands(line);
+  if (AnswerAsOrdered(commands && !commands->empty() ? OrderName(commands->back().name) : "AT")) {
+    return;
+  }
+  if (!commands) return Finish(kError, {});
+  Answer answer;
+  Result result = kOk;
+  for (const AtCommand& command : *commands) {
+    result = modem_simulator::Execute(modem_, command, answer);
+    if (result != kOk) break;
+  }
+  Finish(result, answer);
+}
+
+void AtInterpreter::EndMessage() {
+  const std::string body = std::exchange(line_, {});
+  const bool too_long = std::exchange(too_long_, false);
+  SetState(State::kCommand);
+  if (AnswerAsOrdered(kMessageBody)) return;
+  if (too_long) return Finish(Cms(kInvalidPduParameter), {});
+  Finish(TakeMessage(modem_, body), {});
+}
+
+void AtInterpreter::NetworkAnswered() {
+  if (state_ != State::kNetwork) return;
+  SetState(State::kCommand);
+  Answer answer;
+  const Result result = ConfirmMessage(modem_, answer);
+  Finish(result, answer);
+  Feed(std::exchange(waiting_, {}));
+}
+
+bool AtInterpreter::AnswerAsOrdered(std::string_view command) {
+  const auto bytes = modem_.faults.TakeAnswer(command);
+  if (!bytes) return false;
+  modem_.host.Transmit(*bytes);
+  SendIndications();
+  return true;
+}
+
+void AtInterpreter::Finish(Result result, const Answer& answer) {
+  const Settings& settings = modem_.settings;
+  for (const std::string& block : answer) {
+    modem_.host.Transmit(FormatInformation(block, settings.format));
+  }
+  if (result.kind == ResultKind::kPrompt) {
+    SetState(State::kMessage);
+    return Prompt();
+  }
+  if (result.kind == ResultKind::kAwaitNetwork) {
+    SetState(State::kNetwork);
+    modem_.host.AwaitNetwork(modem_.options.network_delay);
+    return;
+  }
+  if (!settings.quiet) modem_.host.Transmit(FormatResult(result, settings.format));
+  SendIndications();
+}
+
+void AtInterpreter::Prompt() {
+  const Quirks& quirks = modem_.options.quirks;
+  if (quirks.Has(Quirk::kNoPrompt)) return;
+  if (quirks.Has(Quirk::kPromptBare)) return modem_.host.Transmit(">");
+  modem_.host.Transmit(quirks.Has(Quirk::kPromptCrLf) ? "\r\n>\r\n" : "\r\n> ");
+}
+
+bool AtInterpreter::Echoes() const {
+  const Quirks& quirks = modem_.options.quirks;
+  if (quirks.Has(Quirk::kNoEcho)) return false;
+  return modem_.settings.echo || quirks.Has(Quirk::kEchoAlways);
+}
+
+void AtInterpreter::Indicate(std::string line) {
+  if (indications_.size() < kMostIndications) indications_.push_back(std::move(line));
+  if (Idle()) SendIndications();
+}
+
+void AtInterpreter::SendIndications() {
+  while (!indications_.empty()) {
+    modem_.host.Transmit(fmt::format("\r\n{}\r\n", indications_.front()));
+    indications_.pop_front();
+  }
+}
+
+void AtInterpreter::Reset() {
+  SetState(State::kCommand);
+  line_.clear();
+  too_long_ = false;
+  waiting_.clear();
+  indications_.clear();
+}
+
+}  // namespace modem_simulator

@@ -1,0 +1,299 @@
+// SPDX-License-Identifier: MIT
+#include "runtime/modem_simulator/console.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <optional>
+#include <utility>
+
+#include "runtime/corvane/duration.h"
+#include "runtime/modem_simulator/hexadecimal.h"
+#include "runtime/modem_simulator/readable.h"
+
+namespace modem_simulator {
+namespace {
+
+using Action = Controls::Action;
+
+std::string_view TrimLeft(std::string_view text) {
+  text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));
+  return text;
+}
+
+/// Takes a word off the front; what is left begins with the next one.
+std::string_view TakeWord(std::string_view& text) {
+  const std::string_view word = text.substr(0, text.find_first_of(" \t"));
+  text = TrimLeft(text.substr(word.size()));
+  return word;
+}
+
+ConsoleLine Act(Action action) {
+  return {std::move(action), {}};
+}
+ConsoleLine Wrong(std::string error) {
+  return {nullptr, std::move(error)};
+}
+
+std::optional<int> Number(std::string_view text, int lowest, int highest) {
+  int value = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  const bool whole = error == std::errc() && end == text.data() + text.size();
+  return whole && value >= lowest && value <= highest ? std::optional(value) : std::nullopt;
+}
+
+/// `action` with the duration that stands alone in `text`.
+ConsoleLine WithDuration(std::string_view text,
+                         std::function<void(Controls&, Controls::Duration)> action) {
+  const auto duration = corvane::ParseDuration(text);
+  if (!duration) {
+    return Wrong(fmt::format("'{}' is no duration; write one such as 500ms, 2s or 1min", text));
+  }
+  return Act(
+      [duration, action = std::move(action)](Controls& controls) { action(controls, *duration); });
+}
+
+/// `action` with the bytes that `text` stands for.
+ConsoleLine WithText(std::string_view text,
+                     std::function<void(Controls&, const std::string&)> action) {
+  auto plain = Unescape(text);
+  if (!plain) return Wrong("a backslash begins none of \\r \\n \\t \\\\ \\xNN");
+  return Act([plain = std::move(*plain), action = std::move(action)](Controls& controls) {
+    action(controls, plain);
+  });
+}
+
+std::string WrongSender(std::string_view sender) {
+  return fmt::format(
+      "'{}' is no sender; write a number such as +4915112345678, or a name of at most 11 letters",
+      sender);
+}
+
+ConsoleLine Receive(std::string_view rest) {
+  const std::string sender(TakeWord(rest));
+  if (!IsAddress(sender)) return Wrong(WrongSender(sender));
+  const auto text = Unescape(rest);
+  if (text && !SplitText(*text, {0, true})) {
+    return Wrong("the text is no valid UTF-8, or too long for 255 parts");
+  }
+  return WithText(rest, [sender](Controls& controls, const std::string& plain) {
+    // Sender and text are right, as was seen when the line was read.
+    static_cast<void>(controls.modem().Receive(sender, plain));
+  });
+}
+
+ConsoleLine ReceiveBinary(std::string_view rest) {
+  const std::string sender(TakeWord(rest));
+  if (!IsAddress(sender)) return Wrong(WrongSender(sender));
+  const auto octets = FromHexadecimal(rest);
+  if (!octets || !SplitOctets(*octets, {0, true})) {
+    return Wrong("the data is no pairs of hexadecimal digits, or too long for 255 parts");
+  }
+  return Act([sender, octets = *octets](Controls& controls) {
+    static_cast<void>(controls.modem().ReceiveOctets(sender, octets));
+  });
+}
+
+ConsoleLine ReceivePdu(std::string_view rest) {
+  const auto octets = FromHexadecimal(rest);
+  if (!octets) return Wrong("the PDU is no pairs of hexadecimal digits");
+  return Act([octets = *octets](Controls& controls) { controls.modem().ReceivePdu(octets); });
+}
+
+/// "321", "cme:14", "error".
+std::optional<Result> FailureNamed(std::string_view text) {
+  if (text == "error") return kError;
+  const bool cme = text.starts_with("cme:");
+  const auto number = Number(cme ? text.substr(4) : text, 0, 65535);
+  if (!number) return std::nullopt;
+  return cme ? Cme(*number) : Cms(*number);
+}
+
+/// A command as faults know it: upper case, without AT and plus sign.
+std::string FaultyCommand(std::string_view word) {
+  std::string name(word);
+  std::transform(name.begin(), name.end(), name.begin(),
+                 [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c; });
+  if (name.starts_with("AT+")) name.erase(0, 2);
+  if (name.starts_with('+')) name.erase(0, 1);
+  return name;
+}
+
+ConsoleLine Fail(std::string_view rest) {
+  const auto failure = FailureNamed(TakeWord(rest));
+  if (!failure) return Wrong("write the number of a +CMS ERROR, such as 321, or cme:14, or error");
+  const std::string_view word = TakeWord(rest);
+  const std::string command = word.empty() ? std::string(kAnyCommand) : FaultyCommand(word);
+  constexpr std::array<std::string_view, 5> kTransfers{kAnyCommand, "CMGS", "CMGL", "CMGR", "CMGD"};
+  if (std::find(kTransfers.begin(), kTransfers.end(), command) == kTransfers.end()) {
+    return Wrong(fmt::format("'{}' cannot fail; write CMGS, CMGL, CMGR, CMGD or *", word));
+  }
+  const auto times = rest.empty() ? 1 : Number(rest, 1, 1000000);
+  if (!times) return Wrong(fmt::format("'{}' is no number of times", rest));
+  return Act([failure, command, times](Controls& controls) {
+    if (!controls.modem().faults().Fail(*failure, command, *times)) {
+      controls.Print("too many faults are waiting");
+    }
+  });
+}
+
+ConsoleLine AnswerWith(std::string_view rest) {
+  const std::string command = FaultyCommand(TakeWord(rest));
+  if (command.empty()) return Wrong("write a command such as +CMGF, or PDU, or *, and a text");
+  return WithText(rest, [command](Controls& controls, const std::string& bytes) {
+    if (!controls.modem().faults().Answer(command, bytes)) {
+      controls.Print("too many answers are waiting");
+    }
+  });
+}
+
+ConsoleLine Interrupt(std::string_view rest) {
+  return WithText(rest, [](Controls& controls, const std::string& line) {
+    controls.modem().faults().Interrupt(line);
+  });
+}
+
+ConsoleLine Unsolicited(std::string_view rest) {
+  return WithText(rest, [](Controls& controls, const std::string& line) {
+    controls.modem().SendUnsolicited(line);
+  });
+}
+
+ConsoleLine Garbage(std::string_view rest) {
+  const auto count = rest.empty() ? 20 : Number(rest, 1, 1000000);
+  if (!count) return Wrong(fmt::format("'{}' is no number of bytes from 1 to 1000000", rest));
+  return Act([count](Controls& controls) { controls.SendGarbage(*count); });
+}
+
+ConsoleLine Mute(std::string_view rest) {
+  return WithDuration(rest, [](Controls& c, Controls::Duration duration) { c.Mute(duration); });
+}
+
+ConsoleLine Hold(std::string_view rest) {
+  return WithDuration(rest, [](Controls& c, Controls::Duration duration) { c.Hold(duration); });
+}
+
+ConsoleLine Unplug(std::string_view rest) {
+  return WithDuration(rest, [](Controls& c, Controls::Duration duration) { c.Unplug(duration); });
+}
+
+ConsoleLine Delay(std::string_view rest) {
+  return WithDuration(
+      rest, [](Controls& c, Controls::Duration duration) { c.modem().SetNetworkDelay(duration); });
+}
+
+ConsoleLine Restart(std::string_view) {
+  return Act([](Controls& controls) { controls.Restart(); });
+}
+
+ConsoleLine Signal(std::string_view rest) {
+  const auto signal = Number(rest, 0, 99);
+  if (!signal || (*signal > 31 && *signal != 99)) {
+    return Wrong("write a signal from 0 to 31, or 99 for none");
+  }
+  return Act([signal](Controls& controls) { controls.modem().SetSignal(*signal); });
+}
+
+ConsoleLine Network(std::string_view rest) {
+  if (rest != "on" && rest != "off") return Wrong("write network on or network off");
+  return Act([on = rest == "on"](Controls& controls) { controls.modem().SetRegistered(on); });
+}
+
+ConsoleLine Time(std::string_view rest) {
+  if (rest == "now") return Act([](Controls& controls) { controls.SetTime(std::nullopt); });
+  const auto time = ParseTimeStamp(rest);
+  if (!time) {
+    return Wrong(fmt::format("'{}' is no time; write 2026-01-31T12:00:00+01:00 or now", rest));
+  }
+  return Act([time](Controls& controls) { controls.SetTime(time); });
+}
+
+ConsoleLine After(std::string_view rest) {
+  const std::string_view word = TakeWord(rest);
+  if (rest.starts_with("after")) return Wrong("after stands once in a line");
+  auto inner = ParseConsoleLine(rest);
+  if (!inner.error.empty()) return inner;
+  if (!inner.action) return Wrong("write what to do after the time");
+  return WithDuration(word, [action = inner.action](Controls& controls, Controls::Duration delay) {
+    controls.After(delay, action);
+  });
+}
+
+ConsoleLine List(std::string_view) {
+  return Act([](Controls& controls) {
+    for (const std::string& line : controls.modem().Describe()) controls.Print(line);
+  });
+}
+
+ConsoleLine Help(std::string_view) {
+  return Act([](Controls& controls) { controls.Print(ConsoleHelp()); });
+}
+
+ConsoleLine Quit(std::string_view) {
+  return Act([](Controls& controls) { controls.Quit(); });
+}
+
+struct Command {
+  std::string_view name;
+  std::string_view usage;
+  std::string_view meaning;
+  ConsoleLine (*parse)(std::string_view rest);
+};
+
+constexpr std::array kCommands{
+    Command{"receive", "NUMBER TEXT", "a message arrives; long ones in parts", Receive},
+    Command{"binary", "NUMBER HEX", "8-bit data arrives", ReceiveBinary},
+    Command{"pdu", "[HEX]", "a PDU arrives as it is, right or wrong", ReceivePdu},
+    Command{"list", "", "show the store", List},
+    Command{"after", "TIME COMMAND", "do it later", After},
+    Command{"fail", "N [CMGS] [TIMES]", "+CMS ERROR: N (cme:N, error) to a transfer", Fail},
+    Command{"mute", "TIME", "hear nothing and say nothing", Mute},
+    Command{"hold", "TIME", "hold all output back, then send it", Hold},
+    Command{"unplug", "TIME", "be gone, then start anew behind the same name", Unplug},
+    Command{"restart", "", "lose the settings, as after a reset", Restart},
+    Command{"unsolicited", "TEXT", "send a line that nobody asked for, at once", Unsolicited},
+    Command{"interrupt", "TEXT", "send it in the middle of the next PDU that is listed", Interrupt},
+    Command{"garbage", "[COUNT]", "send random bytes, at once", Garbage},
+    Command{"answer", "COMMAND TEXT", "answer the next +COMMAND (PDU, *) so", AnswerWith},
+    Command{"delay", "TIME", "the network takes so long to confirm", Delay},
+    Command{"network", "on|off", "registered with a network, or not", Network},
+    Command{"signal", "0..31|99", "the signal that AT+CSQ shows", Signal},
+    Command{"time", "TIME|now", "the service centre's clock", Time},
+    Command{"help", "", "this list", Help},
+    Command{"quit", "", "end", Quit},
+};
+
+}  // namespace
+
+ConsoleLine ParseConsoleLine(std::string_view line) {
+  if (line.ends_with('\r')) line.remove_suffix(1);
+  std::string_view rest = TrimLeft(line);
+  if (rest.empty() || rest.starts_with('#')) return {};
+  const std::string_view name = TakeWord(rest);
+  const auto command = std::find_if(kCommands.begin(), kCommands.end(),
+                                    [name](const Command& c) { return c.name == name; });
+  if (command == kCommands.end()) {
+    return Wrong(fmt::format("'{}' is no command; help shows them all", Escape(name)));
+  }
+  if (command->usage.empty() && !rest.empty()) {
+    return Wrong(fmt::format("{} stands alone", command->name));
+  }
+  ConsoleLine parsed = command->parse(rest);
+  if (!parsed.error.empty() && command->parse != After) {
+    parsed.error += fmt::format(" ({} {})", command->name, command->usage);
+  }
+  return parsed;
+}
+
+std::string ConsoleHelp() {
+  std::string help;
+  for (const Command& command : kCommands) {
+    help += fmt::format("{}  {:<29}{}", help.empty() ? "" : "\n",
+                        fmt::format("{} {}", command.name, command.usage), command.meaning);
+  }
+  return help;
+}
+
+}  // namespace modem_simulator

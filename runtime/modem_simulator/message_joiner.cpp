@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: MIT
+#include "runtime/modem_simulator/message_joiner.h"
+
+#include <algorithm>
+
+namespace modem_simulator {
+namespace {
+
+SentMessage Join(const Address& destination, const std::map<std::uint8_t, UserData>& parts,
+                 std::size_t total) {
+  SentMessage message{destination, {}, parts.begin()->second.alphabet, parts.size(), total};
+  Octets payload;
+  for (const auto& [sequence, part] : parts) {
+    message.header_ignored |= part.header_ignored;
+    if (part.alphabet != message.alphabet) {  // each part may have its own
+      message.text += PayloadText(message.alphabet, payload);
+      payload.clear();
+      message.alphabet = part.alphabet;
+    }
+    payload.insert(payload.end(), part.payload.begin(), part.payload.end());
+  }
+  message.text += PayloadText(message.alphabet, payload);
+  return message;
+}
+
+}  // namespace
+
+std::list<MessageJoiner::Pending>::iterator MessageJoiner::PendingFor(const SubmitPdu& part) {
+  const Concatenation& place = *part.data.concatenation;
+  const auto found = std::find_if(pending_.begin(), pending_.end(), [&](const Pending& other) {
+    return other.destination == part.destination && other.place.reference == place.reference &&
+           other.place.total == place.total && other.place.wide == place.wide;
+  });
+  if (found != pending_.end()) return found;
+  if (pending_.size() == kMostUnfinished) pending_.pop_front();
+  return pending_.insert(pending_.end(), Pending{part.destination, place, {}});
+}
+
+std::optional<SentMessage> MessageJoiner::Add(const SubmitPdu& part) {
+  if (!part.data.concatenation) return Join(part.destination, {{1, part.data}}, 1);
+  const auto pending = PendingFor(part);
+  pending->parts.insert_or_assign(part.data.concatenation->sequence, part.data);
+  if (pending->parts.size() < pending->place.total) return std::nullopt;
+  SentMessage message = Join(pending->destination, pending->parts, pending->place.total);
+  pending_.erase(pending);
+  return message;
+}
+
+std::vector<SentMessage> MessageJoiner::Unfinished() const {
+  std::vector<SentMessage> messages;
+  for (const Pending& pending : pending_) {
+    messages.push_back(Join(pending.destination, pending.parts, pending.place.total));
+  }
+  return messages;
+}
+
+}  // namespace modem_simulator

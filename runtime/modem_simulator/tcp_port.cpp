@@ -1,0 +1,121 @@
+// SPDX-License-Identifier: MIT
+#include "runtime/modem_simulator/tcp_port.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <stdexcept>
+#include <utility>
+
+namespace modem_simulator {
+namespace {
+
+using Tcp = boost::asio::ip::tcp;
+
+Tcp::endpoint Resolve(boost::asio::io_context& io, const std::string& address) {
+  const std::size_t colon = address.rfind(':');
+  if (colon == std::string::npos) {
+    throw std::runtime_error(
+        fmt::format("'{}' is no address; write HOST:PORT, such as 127.0.0.1:4001", address));
+  }
+  std::string host = address.substr(0, colon);
+  if (host.starts_with('[') && host.ends_with(']')) host = host.substr(1, host.size() - 2);
+  boost::system::error_code error;
+  const auto found =
+      Tcp::resolver(io).resolve(host, address.substr(colon + 1), Tcp::resolver::passive, error);
+  if (error) throw std::runtime_error(fmt::format("address {}: {}", address, error.message()));
+  return found.begin()->endpoint();
+}
+
+/// Asio leaves its sockets open in processes that are started.
+template <typename Socket>
+void CloseOnExec(Socket& socket) {
+  fcntl(socket.native_handle(), F_SETFD, FD_CLOEXEC);
+}
+
+/// Whether the peer has hung up, though nobody has told us yet.
+bool HungUp(Tcp::socket& socket) {
+  char next = 0;
+  const ssize_t size = recv(socket.native_handle(), &next, 1, MSG_PEEK | MSG_DONTWAIT);
+  return size == 0 || (size < 0 && errno != EAGAIN && errno != EWOULDBLOCK);
+}
+
+}  // namespace
+
+TcpPort::TcpPort(boost::asio::io_context& io, const std::string& address, int bytes_per_second,
+                 OnBytes on_bytes)
+    : on_bytes_(std::move(on_bytes)),
+      endpoint_(Resolve(io, address)),
+      acceptor_(io),
+      socket_(io),
+      writer_(socket_, bytes_per_second) {}
+
+void TcpPort::Plug() {
+  Unplug();
+  try {
+    acceptor_.open(endpoint_.protocol());
+    CloseOnExec(acceptor_);
+    acceptor_.set_option(Tcp::acceptor::reuse_address(true));
+    acceptor_.bind(endpoint_);
+    acceptor_.listen();
+    endpoint_ = acceptor_.local_endpoint();
+  } catch (const boost::system::system_error& error) {
+    throw std::runtime_error(fmt::format("{}: {}", Address(), error.code().message()));
+  }
+  Accept();
+}
+
+void TcpPort::Unplug() {
+  Disconnect();
+  boost::system::error_code ignored;
+  acceptor_.close(ignored);
+}
+
+void TcpPort::Write(std::string_view bytes) {
+  if (socket_.is_open()) writer_.Write(bytes);
+}
+
+std::string TcpPort::Address() const {
+  std::string host = endpoint_.address().to_string();
+  if (endpoint_.address().is_v6()) host = "[" + host + "]";
+  return fmt::format("tcp={}:{}", host, endpoint_.port());
+}
+
+void TcpPort::Accept() {
+  acceptor_.async_accept([this](const boost::system::error_code& error, Tcp::socket connection) {
+    if (!acceptor_.is_open()) return;
+    if (!error) Admit(std::move(connection));
+    Accept();
+  });
+}
+
+/// A serial line has one controller; a second one is turned away.
+void TcpPort::Admit(Tcp::socket connection) {
+  if (socket_.is_open() && !HungUp(socket_)) return;
+  Disconnect();
+  socket_ = std::move(connection);
+  CloseOnExec(socket_);
+  boost::system::error_code ignored;
+  socket_.set_option(Tcp::no_delay(true), ignored);
+  Read();
+}
+
+void TcpPort::Read() {
+  socket_.async_read_some(boost::asio::buffer(input_),
+                          [this](const boost::system::error_code& error, std::size_t size) {
+                            if (error == boost::asio::error::operation_aborted) return;
+                            if (error) return Disconnect();
+                            on_bytes_({input_.data(), size});
+                            if (socket_.is_open()) Read();
+                          });
+}
+
+void TcpPort::Disconnect() {
+  writer_.Clear();
+  boost::system::error_code ignored;
+  socket_.close(ignored);
+}
+
+}  // namespace modem_simulator

@@ -1,0 +1,66 @@
+# SPDX-License-Identifier: MIT
+"""A `corvane modem` for a test: started, told what to do, and ended."""
+import os
+import select
+import subprocess
+import tempfile
+import time
+
+PATIENCE = 30  # seconds; a wait that takes longer has failed
+
+
+class SimulatedModem:
+    def __init__(self, corvane, *options, run_as=None):
+        self.folder = tempfile.TemporaryDirectory(prefix="modem-")
+        os.chmod(self.folder.name, 0o777)
+        self.device = self.folder.name + "/modem"
+        self.process = subprocess.Popen(
+            [corvane, "modem", "--link", self.device, *options],
+            stdin=subprocess.PIPE, stdout=subprocess.PIPE, bufsize=0, user=run_as)
+        self.output = ""
+        self.ready = self.await_output("\n").strip()
+        assert self.ready.startswith("ready "), self.ready
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.process.kill()
+        self.process.wait()
+        self.process.stdin.close()
+        self.process.stdout.close()
+        self.folder.cleanup()
+
+    def do(self, line):
+        self.process.stdin.write(line.encode() + b"\n")
+
+    def await_output(self, wanted):
+        """All that is printed, up to what is wanted; it must come behind what was read before."""
+        seen = ""
+        end = time.monotonic() + PATIENCE
+        while wanted not in seen:
+            left = end - time.monotonic()
+            assert left > 0 and select.select([self.process.stdout], [], [], left)[0], \
+                f"no {wanted!r} in {seen!r}, behind {self.output!r}"
+            data = self.process.stdout.read(65536)
+            assert data, f"the modem ended: {self.output}{seen}"
+            seen += data.decode()
+        self.output += seen
+        return seen
+
+    def end(self):
+        """Ends it as a user does; the rest of its output is in `output`."""
+        self.process.terminate()
+        while data := self.process.stdout.read():
+            self.output += data.decode()
+        status = self.process.wait(PATIENCE)
+        assert status == 0, status
+        assert not os.path.lexists(self.device), "its link is still there"
+
+
+def run(*words, given=""):
+    """Output of a program that must succeed."""
+    result = subprocess.run(words, input=given, capture_output=True, text=True, timeout=60,
+                            env={**os.environ, "LC_ALL": "C.UTF-8"})
+    assert result.returncode == 0, result
+    return result.stdout + result.stderr

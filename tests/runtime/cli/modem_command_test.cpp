@@ -1,0 +1,120 @@
+// SPDX-License-Identifier: MIT
+// `corvane modem` as a user starts it.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+
+#include "tests/support/command.h"
+#include "tests/support/temporary_folder.h"
+#include "tests/support/wait_for.h"
+
+namespace {
+
+using test_support::Command;
+using test_support::CommandResult;
+using test_support::RunCommand;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+class ModemCommandTest : public testing::Test {
+ protected:
+  std::string Path(const std::string& name) const { return (folder_.path() / name).string(); }
+  std::string Scenario(const std::string& text) const {
+    const std::string path = Path("scenario.txt");
+    std::ofstream(path) << text;
+    return path;
+  }
+  static CommandResult Run(const std::vector<std::string>& arguments) {
+    std::vector<std::string> words{CORVANE, "modem"};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    return RunCommand(words);
+  }
+
+  /// One line on standard error, status 2, no ready line.
+  static void ExpectUsageError(const CommandResult& result, const std::string& message) {
+    EXPECT_EQ(result.status, 2);
+    EXPECT_THAT(result.err, HasSubstr(message));
+    EXPECT_THAT(result.err, StartsWith("corvane"));
+    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+    EXPECT_EQ(result.out, "");
+  }
+
+  test_support::TemporaryFolder folder_;
+};
+
+TEST_F(ModemCommandTest, RunsAScenarioToItsEnd) {
+  const auto result =
+      Run({"--link", Path("modem"), "--time", "2026-01-31T12:00:00+01:00", "--scenario",
+           Scenario("# a message\n"
+                    "receive +4915112345678 Pump 3 has stopped\n"
+                    "\n"
+                    "after 10ms list\n"
+                    "after 20ms quit\n")});
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_THAT(result.out, StartsWith("ready link=" + Path("modem") + " device=/dev/"));
+  EXPECT_THAT(result.out,
+              HasSubstr("received, place 1: from +4915112345678 at 2026-01-31T12:00:00+01:00: Pump "
+                        "3 has stopped\n"
+                        "store: 1 of 20 places taken\n"
+                        "place 1, REC UNREAD: from +4915112345678"));
+  EXPECT_FALSE(std::filesystem::exists(std::filesystem::symlink_status(Path("modem"))));
+}
+
+TEST_F(ModemCommandTest, EndsWithASignalAndTakesItsLinkAway) {
+  Command modem({CORVANE, "modem", "--link", Path("modem"), "--scenario", Scenario("")});
+  ASSERT_TRUE(test_support::WaitFor([&] { return modem.out().find("ready") == 0; }));
+  EXPECT_TRUE(std::filesystem::is_symlink(Path("modem")));
+  modem.Signal(SIGTERM);
+  EXPECT_EQ(modem.Wait().status, 0);
+  EXPECT_FALSE(std::filesystem::exists(std::filesystem::symlink_status(Path("modem"))));
+}
+
+TEST_F(ModemCommandTest, ListensOnTcpAlone) {
+  const auto result = Run({"--tcp", "127.0.0.1:0", "--scenario", Scenario("quit\n")});
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_THAT(result.out, testing::MatchesRegex("ready tcp=127.0.0.1:[0-9]+\n"));
+}
+
+TEST_F(ModemCommandTest, NamesTheScenarioLineAtFault) {
+  const std::string scenario = Scenario("list\n\nafter 2s fial 321\n");
+  ExpectUsageError(Run({"--scenario", scenario}),
+                   scenario + ":3: 'fial' is no command; help shows them all");
+}
+
+TEST_F(ModemCommandTest, RefusesAScenarioThatCannotBeRead) {
+  ExpectUsageError(Run({"--scenario", Path("none")}),
+                   "scenario " + Path("none") + " cannot be read");
+  ExpectUsageError(Run({"--scenario", folder_.path().string()}),
+                   "scenario " + folder_.path().string() + " cannot be read");
+}
+
+TEST_F(ModemCommandTest, RefusesOptionsThatMakeNoSense) {
+  ExpectUsageError(Run({"--store-size", "0"}), "--store-size");
+  ExpectUsageError(Run({"--store-size", "10001"}), "--store-size");
+  ExpectUsageError(Run({"--pin", "12"}), "a PIN has 4 to 8 digits");
+  ExpectUsageError(Run({"--pin", "abcd"}), "a PIN has 4 to 8 digits");
+  ExpectUsageError(Run({"--network-delay", "soon"}), "'soon' is no duration");
+  ExpectUsageError(Run({"--baud", "9601"}), "--baud");
+  ExpectUsageError(Run({"--quirk", "none"}), "'none' is no quirk");
+  ExpectUsageError(Run({"--time", "noon"}), "'noon' is no time");
+  ExpectUsageError(Run({"--tcp", "4001"}), "'4001' is no address; write HOST:PORT");
+}
+
+TEST_F(ModemCommandTest, LeavesAFileInPlaceOfItsLinkAlone) {
+  std::ofstream(Path("file")) << "mine";
+  ExpectUsageError(Run({"--link", Path("file")}), Path("file") + " is there and is no link");
+  EXPECT_EQ(std::filesystem::file_size(Path("file")), 4u);
+}
+
+TEST_F(ModemCommandTest, HelpShowsAnExample) {
+  const auto result = Run({"--help"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_THAT(result.out, HasSubstr("Example: corvane modem --link /tmp/modem"));
+  EXPECT_THAT(result.out, HasSubstr("receive NUMBER TEXT"));
+  EXPECT_THAT(result.out, HasSubstr("echo-always"));
+}
+
+}  // namespace

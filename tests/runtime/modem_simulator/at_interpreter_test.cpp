@@ -1,0 +1,273 @@
+// SPDX-License-Identifier: MIT
+// Dialogues with the modem: what the controller writes, and the exact bytes that come back.
+#include "runtime/modem_simulator/at_interpreter.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "tests/runtime/modem_simulator/fake_host.h"
+
+namespace modem_simulator {
+namespace {
+
+constexpr char kHello[] = "0001000B915155101032F4000005E8329BFD06";
+
+ModemOptions With(Quirk quirk) {
+  ModemOptions options;
+  options.quirks.Add(quirk);
+  return options;
+}
+
+class AtInterpreterTest : public testing::Test {
+ protected:
+  /// What the modem answers when echo is off.
+  std::string Ask(std::string_view bytes) { return Exchange(modem_, host_, bytes); }
+  void EchoOff() { Ask("ATE0\r"); }
+
+  FakeHost host_;
+  Modem modem_{ModemOptions{}, host_};
+};
+
+TEST_F(AtInterpreterTest, EchoesFromTheStart) {
+  EXPECT_EQ(Ask("AT+CMGF=0\r"), "AT+CMGF=0\r\r\nOK\r\n");
+}
+
+TEST_F(AtInterpreterTest, SwitchesEchoOffAndOn) {
+  EXPECT_EQ(Ask("ATE0\r"), "ATE0\r\r\nOK\r\n");
+  EXPECT_EQ(Ask("AT\r"), "\r\nOK\r\n");
+  EXPECT_EQ(Ask("ATE1\r"), "\r\nOK\r\n");
+  EXPECT_EQ(Ask("AT\r"), "AT\r\r\nOK\r\n");
+}
+
+TEST_F(AtInterpreterTest, EchoesEachByteWhenItComes) {
+  modem_.Feed("A");
+  EXPECT_EQ(host_.Take(), "A");
+  modem_.Feed("T");
+  EXPECT_EQ(host_.Take(), "T");
+  modem_.Feed("\r");
+  EXPECT_EQ(host_.Take(), "\r\r\nOK\r\n");
+}
+
+TEST_F(AtInterpreterTest, SendsAMessage) {
+  EchoOff();
+  EXPECT_EQ(Ask("AT+CMGS=18\r"), "\r\n> ");
+  EXPECT_EQ(Ask(std::string(kHello) + "\x1A"), "\r\n+CMGS: 1\r\n\r\nOK\r\n");
+  EXPECT_EQ(host_.reports.back(), "sent to +15550101234: hello");
+}
+
+TEST_F(AtInterpreterTest, EchoesThePduAndItsCtrlZ) {
+  EXPECT_EQ(Ask("AT+CMGS=18\r"), "AT+CMGS=18\r\r\n> ");
+  const std::string pdu = std::string(kHello) + "\x1A";
+  EXPECT_EQ(Ask(pdu), pdu + "\r\n+CMGS: 1\r\n\r\nOK\r\n");
+}
+
+TEST_F(AtInterpreterTest, CountsMessageReferencesFrom1Over255To0) {
+  EchoOff();
+  for (int i = 1; i <= 257; ++i) {
+    Ask("AT+CMGS=18\r");
+    EXPECT_EQ(Ask(std::string(kHello) + "\x1A"),
+              "\r\n+CMGS: " + std::to_string(i % 256) + "\r\n\r\nOK\r\n");
+  }
+}
+
+TEST_F(AtInterpreterTest, LeavesThePromptWithEscape) {
+  EchoOff();
+  Ask("AT+CMGS=18\r");
+  EXPECT_EQ(Ask("0001\x1B"), "\r\nOK\r\n");
+  EXPECT_EQ(Ask("AT\r"), "\r\nOK\r\n");
+  EXPECT_TRUE(host_.reports.empty());
+}
+
+TEST_F(AtInterpreterTest, ShowsThePromptAgainForEachCarriageReturn) {
+  EchoOff();
+  Ask("AT+CMGS=18\r");
+  EXPECT_EQ(Ask("\r"), "\r\n> ");
+  EXPECT_EQ(Ask(std::string(kHello) + "\r\x1A"), "\r\n> \r\n+CMGS: 1\r\n\r\nOK\r\n");
+}
+
+TEST_F(AtInterpreterTest, TakesNoNoticeOfLineFeedsAndOfAnEscapeInFront) {
+  EchoOff();
+  EXPECT_EQ(Ask("\x1B\rAT\r\n"), "\r\nOK\r\n");
+  EXPECT_EQ(Ask("AT+CMGS=18\r\n"), "\r\n> ");
+  EXPECT_EQ(Ask(std::string(kHello) + "\x1A"), "\r\n+CMGS: 1\r\n\r\nOK\r\n");
+}
+
+TEST_F(AtInterpreterTest, RefusesAPduOfAnotherLengthThanAnnounced) {
+  EchoOff();
+  Ask("AT+CMGS=19\r");
+  EXPECT_EQ(Ask(std::string(kHello) + "\x1A"), "\r\n+CMS ERROR: 304\r\n");
+  EXPECT_EQ(host_.reports.back(), "refused: AT+CMGS announced 19 octets, the PDU has 18");
+}
+
+TEST_F(AtInterpreterTest, RefusesAPduThatIsNone) {
+  EchoOff();
+  for (const std::string pdu : {"", "0", "xx", "0001000B915155101032F4000005E8329BFD0G"}) {
+    Ask("AT+CMGS=18\r");
+    EXPECT_EQ(Ask(pdu + "\x1A"), "\r\n+CMS ERROR: 304\r\n") << pdu;
+  }
+  Ask("AT+CMGS=18\r");
+  EXPECT_EQ(Ask("0000000B915155101032F4000005E8329BFD06\x1A"), "\r\n+CMS ERROR: 304\r\n");
+  EXPECT_EQ(host_.reports.back(),
+            "refused: the PDU is wrong at octet 1: the message type is not expected here");
+}
+
+TEST_F(AtInterpreterTest, RefusesLengthsThatNoMessageHas) {
+  EchoOff();
+  for (const char* length : {"6", "165", "x", "", "-1"}) {
+    EXPECT_EQ(Ask(std::string("AT+CMGS=") + length + "\r"), "\r\n+CMS ERROR: 304\r\n") << length;
+  }
+  EXPECT_EQ(Ask("AT+CMGS\r"), "\r\nERROR\r\n");
+  EXPECT_EQ(Ask("AT+CMGS=?\r"), "\r\nOK\r\n");
+}
+
+TEST_F(AtInterpreterTest, SurvivesALineAndAMessageWithoutEnd) {
+  EchoOff();
+  EXPECT_EQ(Ask("AT+" + std::string(5000, 'X') + "\r"), "\r\nERROR\r\n");
+  EXPECT_EQ(Ask("AT\r"), "\r\nOK\r\n");
+  Ask("AT+CMGS=18\r");
+  EXPECT_EQ(Ask(kHello + std::string(5000, '0') + "\x1A"), "\r\n+CMS ERROR: 304\r\n");
+  EXPECT_EQ(Ask("AT\r"), "\r\nOK\r\n");
+}
+
+TEST_F(AtInterpreterTest, KeepsWhatComesWhileTheNetworkHasNotAnswered) {
+  EchoOff();
+  modem_.Feed("AT+CMGS=18\r");
+  modem_.Feed(std::string(kHello) + "\x1A" + "AT\r");
+  EXPECT_EQ(host_.Take(), "\r\n> ") << "no confirmation yet";
+  EXPECT_TRUE(host_.awaiting);
+  modem_.NetworkAnswered();
+  EXPECT_EQ(host_.Take(), "\r\n+CMGS: 1\r\n\r\nOK\r\n\r\nOK\r\n");
+}
+
+TEST_F(AtInterpreterTest, IsSilentToLinesThatAreNoCommand) {
+  EchoOff();
+  EXPECT_EQ(Ask("\r\rhello\r0001000B\r"), "");
+}
+
+TEST_F(AtInterpreterTest, FindsTheCommandBehindRubbish) {
+  EchoOff();
+  EXPECT_EQ(Ask("0001\x1A\xFF"
+                "AT\r"),
+            "\r\nOK\r\n");
+  EXPECT_EQ(Ask("at\r"), "\r\nOK\r\n");
+}
+
+TEST_F(AtInterpreterTest, TakesBackspace) {
+  EchoOff();
+  EXPECT_EQ(Ask("\bATX\b\r"), "\r\nOK\r\n");
+}
+
+TEST_F(AtInterpreterTest, AnswersACompoundLineWithOneResult) {
+  EchoOff();
+  EXPECT_EQ(Ask("AT+CSQ;+CMGF?\r"), "\r\n+CSQ: 20,0\r\n\r\n+CMGF: 0\r\n\r\nOK\r\n");
+}
+
+TEST_F(AtInterpreterTest, EndsACompoundLineAtTheFirstError) {
+  EchoOff();
+  EXPECT_EQ(Ask("AT+CSQ;+NONE;+CMGF?\r"), "\r\n+CSQ: 20,0\r\n\r\nERROR\r\n");
+}
+
+TEST_F(AtInterpreterTest, AnswersInNumbersAfterV0) {
+  EchoOff();
+  EXPECT_EQ(Ask("ATV0\r"), "0\r");
+  EXPECT_EQ(Ask("AT+CSQ\r"), "+CSQ: 20,0\r\n0\r");
+  EXPECT_EQ(Ask("AT+NONE\r"), "4\r");
+  EXPECT_EQ(Ask("ATD123;\r"), "3\r");
+  EXPECT_EQ(Ask("AT+CMGD=5\r"), "\r\n+CMS ERROR: 321\r\n") << "words stay";
+  EXPECT_EQ(Ask("ATV1\r"), "\r\nOK\r\n");
+}
+
+TEST_F(AtInterpreterTest, GivesNoResultsAfterQ1) {
+  EchoOff();
+  EXPECT_EQ(Ask("ATQ1\r"), "");
+  EXPECT_EQ(Ask("AT+CSQ\r"), "\r\n+CSQ: 20,0\r\n");
+  EXPECT_EQ(Ask("ATQ0\r"), "\r\nOK\r\n");
+}
+
+TEST_F(AtInterpreterTest, IsAsNewAfterZ) {
+  Ask("ATE0V0+CMGF=1;+CMEE=2\r");
+  EXPECT_EQ(Ask("ATZ\r"), "\r\nOK\r\n");
+  EXPECT_EQ(Ask("AT+CMGF?\r"), "AT+CMGF?\r\r\n+CMGF: 0\r\n\r\nOK\r\n");
+}
+
+TEST_F(AtInterpreterTest, AnnouncesAMessageWhenTheExchangeIsOver) {
+  EchoOff();
+  Ask("AT+CMGS=18\r");
+  ASSERT_TRUE(modem_.Receive("+4915112345678", "hi"));
+  EXPECT_EQ(host_.Take(), "");
+  EXPECT_EQ(Ask(std::string(kHello) + "\x1A"), "\r\n+CMGS: 1\r\n\r\nOK\r\n\r\n+CMTI: \"SM\",1\r\n");
+}
+
+TEST_F(AtInterpreterTest, AnnouncesAMessageAtOnceWhenIdle) {
+  ASSERT_TRUE(modem_.Receive("+4915112345678", "hi"));
+  EXPECT_EQ(host_.Take(), "\r\n+CMTI: \"SM\",1\r\n");
+}
+
+TEST_F(AtInterpreterTest, SendsAnOrderedAnswerInPlaceOfItsOwn) {
+  EchoOff();
+  modem_.faults().Answer("CMGF", "\r\nCOMMAND NOT SUPPORT\r\n");
+  EXPECT_EQ(Ask("AT\r"), "\r\nOK\r\n") << "another command";
+  EXPECT_EQ(Ask("AT+CMGF=1\r"), "\r\nCOMMAND NOT SUPPORT\r\n");
+  EXPECT_EQ(Ask("AT+CMGF?\r"), "\r\n+CMGF: 0\r\n\r\nOK\r\n") << "the command had no effect";
+}
+
+TEST_F(AtInterpreterTest, SendsAnOrderedAnswerInPlaceOfAConfirmation) {
+  EchoOff();
+  modem_.faults().Answer("PDU", "");
+  Ask("AT+CMGS=18\r");
+  EXPECT_EQ(Ask(std::string(kHello) + "\x1A"), "");
+  EXPECT_EQ(Ask("AT\r"), "\r\nOK\r\n");
+}
+
+TEST(AtInterpreterQuirks, EchoAlwaysAndNever) {
+  FakeHost host;
+  Modem always(With(Quirk::kEchoAlways), host);
+  Exchange(always, host, "ATE0\r");
+  EXPECT_EQ(Exchange(always, host, "AT\r"), "AT\r\r\nOK\r\n");
+  Modem never(With(Quirk::kNoEcho), host);
+  EXPECT_EQ(Exchange(never, host, "ATE1\r"), "\r\nOK\r\n");
+}
+
+TEST(AtInterpreterQuirks, DoubleEcho) {
+  FakeHost host;
+  Modem modem(With(Quirk::kDoubleEcho), host);
+  EXPECT_EQ(Exchange(modem, host, "ATE0\r"), "ATE0\rATE0\r\r\nOK\r\n");
+}
+
+TEST(AtInterpreterQuirks, Prompts) {
+  FakeHost host;
+  for (const auto& [quirk, prompt] :
+       {std::pair(Quirk::kPromptBare, ">"), std::pair(Quirk::kPromptCrLf, "\r\n>\r\n"),
+        std::pair(Quirk::kNoPrompt, "")}) {
+    Modem modem(With(quirk), host);
+    Exchange(modem, host, "ATE0\r");
+    EXPECT_EQ(Exchange(modem, host, "AT+CMGS=18\r"), prompt);
+    EXPECT_EQ(Exchange(modem, host, std::string(kHello) + "\x1A"), "\r\n+CMGS: 1\r\n\r\nOK\r\n");
+  }
+}
+
+TEST(AtInterpreterProperty, SurvivesAnyBytesAndAnswersAgain) {
+  std::mt19937 random(27005);
+  const std::vector<std::string> words{
+      "AT",   "+CMGF=1",   "+CMGS=18", "\r", "\x1A", "\x1B", "+CMGL=4", "\"", ";",
+      kHello, "+CMGD=1,4", "+CMGR=1",  "=?", "V0",   "Q1",   ",",       "E0", "+CNMI=2,2"};
+  for (int round = 0; round < 500; ++round) {
+    FakeHost host;
+    Modem modem(ModemOptions{}, host);
+    for (int i = 0; i < 60; ++i) {
+      if (random() % 2 == 0) {
+        Exchange(modem, host, words[random() % words.size()]);
+      } else {
+        const char byte = static_cast<char>(random() & 0xFF);
+        Exchange(modem, host, {&byte, 1});
+      }
+      EXPECT_TRUE(i % 20 != 0 || modem.Receive("+1555", "x"));
+    }
+    Exchange(modem, host, "\r\x1B\rATZ\r");
+    EXPECT_EQ(Exchange(modem, host, "ATE0\r"), "ATE0\r\r\nOK\r\n");
+  }
+}
+
+}  // namespace
+}  // namespace modem_simulator

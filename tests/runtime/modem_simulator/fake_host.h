@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: MIT
+// A modem on a desk: what it sends and reports is kept, the network answers when the test says so.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "runtime/modem_simulator/modem.h"
+
+namespace modem_simulator {
+
+class FakeHost : public ModemHost {
+ public:
+  void Transmit(std::string_view bytes) override { transmitted += bytes; }
+  void AwaitNetwork(std::chrono::nanoseconds delay) override {
+    awaiting = true;
+    network_delay = delay;
+  }
+  void Report(std::string_view line) override { reports.emplace_back(line); }
+  TimeStamp Now() override { return {2026, 1, 31, 12, 0, 0, 60}; }
+
+  /// What the modem has sent since the last call.
+  std::string Take() { return std::exchange(transmitted, {}); }
+
+  std::string transmitted;
+  std::vector<std::string> reports;
+  bool awaiting = false;
+  std::chrono::nanoseconds network_delay{0};
+};
+
+/// Feeds bytes, lets the network answer at once, and gives what the modem sends.
+inline std::string Exchange(Modem& modem, FakeHost& host, std::string_view bytes) {
+  modem.Feed(bytes);
+  while (std::exchange(host.awaiting, false)) modem.NetworkAnswered();
+  return host.Take();
+}
+
+}  // namespace modem_simulator

@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: MIT
+// A client of the modem port driver that sends what a test gives it.
+// Threads: the driver calls it under the scan lock; the test waits for what it got.
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "corvane/modem_port_driver.h"
+
+namespace test_support {
+
+struct DriverReply {
+  std::string text;
+  int status = 0;
+};
+
+class DriverClient {
+ public:
+  /// @param priority while there is something to send
+  explicit DriverClient(int priority = 1) : priority_(priority) {}
+  DriverClient(const DriverClient&) = delete;
+  DriverClient& operator=(const DriverClient&) = delete;
+  ~DriverClient() { Unregister(); }
+
+  /// The driver's result; under the scan lock, as from Lua.
+  int Register(int port);
+  void Unregister();
+
+  /// Queues a request and waits for the reply to it; fails the test after 20 s.
+  DriverReply Exchange(const std::string& request, int timeout_ms = 500, char end_char = 13);
+  void Queue(const std::string& request, int timeout_ms = 500, char end_char = 13);
+  DriverReply WaitForReply();
+  [[nodiscard]] std::size_t replies();
+  void SetPriority(int priority);
+
+ private:
+  struct Request {
+    std::string octets;
+    std::int32_t timeout;
+    char end_char;
+  };
+
+  static int Priority(void* context);
+  static int NextRequest(void* context, char* buffer, PortDriverRequestData* data,
+                         PortDriverReplyFunction* on_reply);
+  static int OnReply(void* context, char* reply, int length, int status);
+
+  std::mutex mutex_;
+  std::condition_variable replied_;
+  int priority_;
+  std::deque<Request> requests_;
+  std::deque<DriverReply> replies_;
+  std::size_t taken_ = 0;
+};
+
+}  // namespace test_support
