@@ -1,0 +1,17 @@
+// SPDX-License-Identifier: MIT
+// Base64 (RFC 4648 clause 4): the standard alphabet, with padding, without line breaks. No shared
+// state: any thread.
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+/// Four characters for each three bytes begun; empty for none.
+std::string base64_encode(const unsigned char* bytes, unsigned int len);
+
+/// The same, appended to `out`.
+void base64_append(std::string& out, const unsigned char* bytes, std::size_t length);
+
+/// The bytes of `text` up to its first "=" or the first character outside the alphabet; whatever
+/// stands behind that is ignored. A single left-over character gives nothing. Never fails.
+std::string base64_decode(const std::string& text);
