@@ -14,6 +14,7 @@ import json
 import logging
 import os
 import signal
+import ssl
 import warnings
 
 from aiosmtpd.smtp import SMTP, AuthResult, LoginPassword
@@ -81,10 +82,15 @@ async def serve(options):
     os.makedirs(options.folder, exist_ok=True)
     sink = MailSink(options.folder)
     check = authenticator(options.user, options.password)
+    tls = None
+    if options.certificate:
+        tls = ssl.create_default_context(ssl.Purpose.CLIENT_AUTH)
+        tls.load_cert_chain(options.certificate)
     loop = asyncio.get_running_loop()
     server = await loop.create_server(
         lambda: SMTP(sink, hostname="mail-sink.example", authenticator=check, auth_required=True,
-                     auth_require_tls=False, data_size_limit=MAX_MESSAGE),
+                     auth_require_tls=bool(tls), tls_context=tls, require_starttls=bool(tls),
+                     data_size_limit=MAX_MESSAGE),
         "127.0.0.1", options.port)
     stopped = asyncio.Event()
     for number in signal.SIGINT, signal.SIGTERM:
@@ -101,6 +107,7 @@ def main():
     parser.add_argument("--port", type=int, default=0, help="TCP port; 0: a free one (default)")
     parser.add_argument("--user", default="plc", help="for AUTH LOGIN (default: plc)")
     parser.add_argument("--password", default="s3cret", help="(default: s3cret)")
+    parser.add_argument("--certificate", help="file with certificate and key: insist on STARTTLS")
     asyncio.run(serve(parser.parse_args()))
 
 
