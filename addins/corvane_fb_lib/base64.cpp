@@ -55,32 +55,24 @@ inline void EncodeSix(char* to, const unsigned char* from) {
   EncodePair(to + 6, bits >> 16);
 }
 
-constexpr std::size_t EncodedLength(std::size_t length) {
-  return (length + 2) / 3 * 4;
-}
-
-/// Writes EncodedLength(length) characters.
-void Encode(char* to, const unsigned char* from, std::size_t length) {
-  for (; length >= 8; length -= 6, from += 6, to += 8) EncodeSix(to, from);
-  for (; length >= 3; length -= 3, from += 3, to += 4) EncodeThree(to, from[0], from[1], from[2]);
-  if (length == 0) return;
-  EncodeThree(to, from[0], length == 2 ? from[1] : 0, 0);
-  to[3] = kPad;
-  if (length == 1) to[2] = kPad;
-}
-
 }  // namespace
 
 std::string base64_encode(const unsigned char* bytes, unsigned int len) {
-  std::string text(EncodedLength(len), kPad);
-  Encode(text.data(), bytes, len);
+  std::string text(base64_length(len), kPad);
+  base64_write(text.data(), bytes, len);
   return text;
 }
 
-void base64_append(std::string& out, const unsigned char* bytes, std::size_t length) {
-  const std::size_t old_length = out.size();
-  out.resize(old_length + EncodedLength(length));
-  Encode(out.data() + old_length, bytes, length);
+char* base64_write(char* out, const unsigned char* bytes, std::size_t length) {
+  for (; length >= 8; length -= 6, bytes += 6, out += 8) EncodeSix(out, bytes);
+  for (; length >= 3; length -= 3, bytes += 3, out += 4) {
+    EncodeThree(out, bytes[0], bytes[1], bytes[2]);
+  }
+  if (length == 0) return out;
+  EncodeThree(out, bytes[0], length == 2 ? bytes[1] : 0, 0);
+  out[3] = kPad;
+  if (length == 1) out[2] = kPad;
+  return out + 4;
 }
 
 std::string base64_decode(const std::string& text) {

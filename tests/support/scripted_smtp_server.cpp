@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
 #include <stdexcept>
 #include <utility>
 
@@ -155,6 +156,12 @@ std::string ScriptedSmtpServer::heard() const {
   return heard_;
 }
 
+std::string ScriptedSmtpServer::HeardUpTo(std::string_view end) const {
+  std::unique_lock lock(mutex_);
+  changed_.wait_for(lock, std::chrono::seconds(10), [&] { return heard_.ends_with(end); });
+  return heard_;
+}
+
 void ScriptedSmtpServer::Run() {
   while (Await(listener_, POLLIN, stop_event_)) {
     const int connection = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
@@ -163,6 +170,7 @@ void ScriptedSmtpServer::Run() {
     SmtpPeer peer(connection, stop_event_, [this](std::string_view text) {
       const std::lock_guard guard(mutex_);
       heard_ += text;
+      changed_.notify_all();
     });
     try {
       script_(peer);

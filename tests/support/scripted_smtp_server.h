@@ -5,6 +5,7 @@
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -79,6 +80,8 @@ class ScriptedSmtpServer {
   [[nodiscard]] unsigned short port() const { return port_; }
   /// Everything that the scripts have heard so far.
   [[nodiscard]] std::string heard() const;
+  /// The same, as soon as it ends with `end`; after ten seconds as it is.
+  [[nodiscard]] std::string HeardUpTo(std::string_view end) const;
   /// Connections that were accepted so far.
   [[nodiscard]] int connections() const { return connections_; }
 
@@ -90,6 +93,7 @@ class ScriptedSmtpServer {
   int listener_;
   int stop_event_;
   mutable std::mutex mutex_;
+  mutable std::condition_variable changed_;
   std::string heard_;
   std::atomic<int> connections_{0};
   std::thread thread_;

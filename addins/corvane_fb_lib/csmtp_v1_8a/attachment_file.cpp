@@ -27,32 +27,33 @@ int OpenOrdinaryFile(const char* path) {
 
 }  // namespace
 
-AttachmentFile::AttachmentFile(const std::string& path) : file_(nullptr) {
-  const int descriptor = OpenOrdinaryFile(path.c_str());
-  if (descriptor < 0) throw ECSmtp(SMTP_ERR_FILE_NOT_EXIST);
-  file_ = fdopen(descriptor, "rb");
-  if (file_ != nullptr) return;
-  close(descriptor);
-  throw ECSmtp(SMTP_ERR_FILE_NOT_EXIST);
+AttachmentFile::AttachmentFile(const std::string& path)
+    : descriptor_(OpenOrdinaryFile(path.c_str())) {
+  if (descriptor_ < 0) throw ECSmtp(SMTP_ERR_FILE_NOT_EXIST);
 }
 
 std::size_t AttachmentFile::Measure(std::size_t limit) {
-  std::array<unsigned char, 4096> block;
+  std::array<unsigned char, 32768> block;
   std::size_t size = 0;
   while (const std::size_t length = Read(block)) {
     size += length;
     if (size > limit) throw ECSmtp(SMTP_ERR_MSG_TOO_BIG);
   }
-  std::rewind(file_);
+  if (lseek(descriptor_, 0, SEEK_SET) != 0) throw ECSmtp(SMTP_ERR_FILE_NOT_EXIST);
   return size;
 }
 
 std::size_t AttachmentFile::Read(std::span<unsigned char> block) {
-  const std::size_t length = std::fread(block.data(), 1, block.size(), file_);
-  if (std::ferror(file_) != 0) throw ECSmtp(SMTP_ERR_FILE_NOT_EXIST);
-  return length;
+  std::size_t count = 0;
+  while (count < block.size()) {
+    const ssize_t length = read(descriptor_, &block[count], block.size() - count);
+    if (length < 0) throw ECSmtp(SMTP_ERR_FILE_NOT_EXIST);
+    if (length == 0) break;
+    count += static_cast<std::size_t>(length);
+  }
+  return count;
 }
 
 void AttachmentFile::Close() {
-  std::fclose(file_);
+  close(descriptor_);
 }

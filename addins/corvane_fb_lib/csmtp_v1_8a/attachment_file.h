@@ -4,7 +4,6 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdio>
 #include <span>
 #include <string>
 
@@ -25,5 +24,5 @@ class AttachmentFile {
   void Close();
 
  private:
-  std::FILE* file_;
+  int descriptor_;
 };

@@ -5,7 +5,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cassert>
+#include <cerrno>
 #include <cstring>
 #include <new>
 
@@ -93,35 +95,67 @@ int CSmtp::ConnectRemoteServer(const char* server, unsigned short port) {
 }
 
 void CSmtp::SendData() {
+  SendBuffer(Next::kReply);
+}
+
+void CSmtp::SendText(std::string_view text, Next next) {
+  for (; !text.empty(); text.remove_prefix(std::min(text.size(), kBufferSize - 1))) {
+    const std::size_t length = text.copy(SendBuf.get(), kBufferSize - 1);
+    SendBuf[length] = '\0';
+    SendBuffer(length < text.size() ? Next::kMoreText : next);
+  }
+}
+
+void CSmtp::SendBuffer(Next next) {
   assert(SendBuf != nullptr);
   std::string_view rest(SendBuf.get(), strnlen(SendBuf.get(), kBufferSize));
+  // Without MSG_NOSIGNAL a peer that has closed would end the process with SIGPIPE.
+  const int flags = MSG_NOSIGNAL | (next == Next::kMoreText ? MSG_MORE : 0);
   const WaitBudget budget;
-  for (;;) {
-    smtp_socket::Wait(hSocket, Direction::kWrite, budget);
-    if (rest.empty()) return;
-    // Without the flag a peer that has closed would end the process with SIGPIPE.
-    const ssize_t sent = send(hSocket, rest.data(), rest.size(), MSG_NOSIGNAL);
-    if (sent < 0) throw ECSmtp(SMTP_ERR_SEND);
+  while (!rest.empty()) {
+    const ssize_t sent = send(hSocket, rest.data(), rest.size(), flags);
     if (sent == 0) return;
-    rest.remove_prefix(static_cast<std::size_t>(sent));
+    if (sent > 0) {
+      rest.remove_prefix(static_cast<std::size_t>(sent));
+    } else if (errno == EAGAIN) {
+      smtp_socket::Wait(hSocket, Direction::kWrite, budget);
+    } else {
+      throw ECSmtp(SMTP_ERR_SEND);
+    }
   }
+  smtp_socket::Wait(hSocket, Direction::kWrite, budget);
 }
 
 void CSmtp::ReceiveData() {
   assert(RecvBuf != nullptr);
   const WaitBudget budget;
-  for (std::size_t count = 0;; ++count) {
+  for (std::size_t count = 0;;) {
     smtp_socket::Wait(hSocket, Direction::kRead, budget);
     if (count == kBufferSize) throw ECSmtp(SMTP_ERR_LACK_OF_MEMORY);
-    // One byte a call, so that what follows the line stays for the next one. At the end of the
-    // connection nothing comes, which uses up the place all the same: the buffer is full at once.
-    char& place = RecvBuf[count];
-    place = '\0';
-    if (recv(hSocket, &place, 1, 0) < 0) throw ECSmtp(SMTP_ERR_RECV);
-    if (place != '\n') continue;
-    RecvBuf[count + 1] = '\0';
+    const std::size_t length = ReceivePiece(&RecvBuf[count], kBufferSize - count);
+    if (length == 0) {
+      // The end of the connection uses up a place, too: the buffer is full at once.
+      RecvBuf[count++] = '\0';
+      continue;
+    }
+    count += length;
+    if (RecvBuf[count - 1] != '\n') continue;
+    RecvBuf[count] = '\0';
     return;
   }
+}
+
+std::size_t CSmtp::ReceivePiece(char* to, std::size_t room) const {
+  // Looks before it takes: what follows the line stays for the next reply.
+  const ssize_t seen = recv(hSocket, to, room, MSG_PEEK);
+  if (seen < 0) throw ECSmtp(SMTP_ERR_RECV);
+  if (seen == 0) return 0;
+  const auto* line_end =
+      static_cast<const char*>(std::memchr(to, '\n', static_cast<std::size_t>(seen)));
+  const auto wanted = line_end == nullptr ? seen : line_end + 1 - to;
+  const ssize_t taken = recv(hSocket, to, static_cast<std::size_t>(wanted), 0);
+  if (taken < 0) throw ECSmtp(SMTP_ERR_RECV);
+  return static_cast<std::size_t>(taken);
 }
 
 int CSmtp::SmtpXYZdigits() const {

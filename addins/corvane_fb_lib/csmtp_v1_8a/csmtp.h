@@ -120,7 +120,12 @@ class CSmtp {
   void SendMessage();
   void SendAttachments();
   void SendFile(AttachmentFile& file, std::size_t size);
-  void SendText(std::string_view text);
+  /// What comes next, which decides whether the system may wait for it to fill a packet.
+  enum class Next { kReply, kMoreText };
+  void SendText(std::string_view text, Next next = Next::kReply);
+  void SendBuffer(Next next);
+  /// Reads what there is, up to the end of the line or of the room. @return 0: the connection's end
+  std::size_t ReceivePiece(char* to, std::size_t room) const;
   int ReadReply();
   int ReadReplyOtherThan(int code);
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <new>
+#include <span>
 
 #include "addins/corvane_fb_lib/base64.h"
 #include "addins/corvane_fb_lib/csmtp_v1_8a/attachment_file.h"
@@ -12,8 +13,9 @@
 
 namespace {
 
-constexpr std::size_t kBlockSize = 54;    // bytes of a file in one line of 72 characters
-constexpr std::size_t kBatchSize = 5120;  // bytes of a file that are sent at once, about
+constexpr std::size_t kBlockSize = 54;      // bytes of a file in one line of 72 characters
+constexpr std::size_t kBlocksOfBatch = 92;  // that are sent at once: about 5 KB of the file
+static_assert(kBlocksOfBatch * (base64_length(kBlockSize) + 2) < CSmtp::kBufferSize);
 
 std::string Base64Line(const std::string& text) {
   const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
@@ -88,9 +90,9 @@ void CSmtp::SendEnvelope() {
 void CSmtp::SendMessage() {
   SendText("DATA\r\n");
   if (ReadReplyOtherThan(250) != 354) throw ECSmtp(SMTP_ERR_CMD_DATA);
-  SendText(ComposeHeader());
-  for (const std::string& line : msgLines) SendText(line + "\r\n");
-  if (msgLines.empty()) SendText(" \r\n");
+  SendText(ComposeHeader(), Next::kMoreText);
+  for (const std::string& line : msgLines) SendText(line + "\r\n", Next::kMoreText);
+  if (msgLines.empty()) SendText(" \r\n", Next::kMoreText);
   SendAttachments();
   SendText("\r\n.\r\n");
   if (ReadReply() != 250) throw ECSmtp(SMTP_ERR_MSG_BODY);
@@ -106,33 +108,28 @@ void CSmtp::SendAttachments() {
     SendFile(file, size);
     file.Close();
   }
-  if (!attachments.empty()) SendText(ComposeClosingBoundary());
+  if (!attachments.empty()) SendText(ComposeClosingBoundary(), Next::kMoreText);
 }
 
 void CSmtp::SendFile(AttachmentFile& file, std::size_t size) {
-  std::array<unsigned char, kBlockSize> block;
-  std::string batch;
-  std::size_t counted = 0;
+  std::array<unsigned char, kBlocksOfBatch * kBlockSize> bytes;
   // Where the size is a multiple of the block, the last block is empty and has its line end all the
   // same: intended.
-  for (std::size_t blocks = size / kBlockSize + 1; blocks > 0; --blocks) {
-    const std::size_t length = file.Read(block);
-    base64_append(batch, block.data(), length);
-    batch += "\r\n";
-    counted += length + 2;
-    if (counted < kBatchSize) continue;
-    SendText(batch);
-    batch.clear();
-    counted = 0;
-  }
-  if (counted != 0) SendText(batch);
-}
-
-void CSmtp::SendText(std::string_view text) {
-  for (; !text.empty(); text.remove_prefix(std::min(text.size(), kBufferSize - 1))) {
-    const std::size_t length = text.copy(SendBuf.get(), kBufferSize - 1);
-    SendBuf[length] = '\0';
-    SendData();
+  for (std::size_t left = size / kBlockSize + 1; left > 0;) {
+    const std::size_t blocks = std::min(left, kBlocksOfBatch);
+    const std::size_t length = file.Read({bytes.data(), blocks * kBlockSize});
+    std::span<const unsigned char> rest(bytes.data(), length);
+    char* end = SendBuf.get();
+    for (std::size_t i = 0; i < blocks; ++i) {
+      const auto block = rest.first(std::min(rest.size(), kBlockSize));
+      end = base64_write(end, block.data(), block.size());
+      *end++ = '\r';
+      *end++ = '\n';
+      rest = rest.subspan(block.size());
+    }
+    *end = '\0';
+    SendBuffer(Next::kMoreText);
+    left -= blocks;
   }
 }
 

@@ -71,10 +71,16 @@ TEST(Base64Encode, EveryLengthAgreesWithTheBitwiseDefinitionAndReadsNothingBeyon
   }
 }
 
-TEST(Base64Append, KeepsWhatWasThere) {
-  std::string text = "kept:";
-  base64_append(text, reinterpret_cast<const unsigned char*>("Man"), 3);
-  EXPECT_EQ(text, "kept:TWFu");
+TEST(Base64Write, FillsItsRoomAndNothingBehindIt) {
+  const std::string bytes = "0123456789";
+  for (std::size_t length = 0; length <= bytes.size(); ++length) {
+    std::string room(20, '#');
+    const char* end =
+        base64_write(room.data(), reinterpret_cast<const unsigned char*>(bytes.data()), length);
+    EXPECT_EQ(static_cast<std::size_t>(end - room.data()), base64_length(length));
+    EXPECT_EQ(room.substr(0, base64_length(length)), Encode(bytes.substr(0, length)));
+    EXPECT_EQ(room.find_first_not_of('#', base64_length(length)), std::string::npos);
+  }
 }
 
 TEST(Base64Decode, FourCharactersGiveThreeBytes) {

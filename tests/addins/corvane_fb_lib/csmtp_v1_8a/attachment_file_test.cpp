@@ -33,6 +33,17 @@ TEST(AttachmentFile, IsReadFromItsStartAfterItWasMeasured) {
   file.Close();
 }
 
+TEST(AttachmentFile, ThatShrinksAfterItWasMeasuredEndsEarly) {
+  const TemporaryFolder folder;
+  const std::string path = folder.Write("log", "0123456789");
+  AttachmentFile file(path);
+  EXPECT_EQ(file.Measure(100), 10U);
+  std::filesystem::resize_file(path, 3);
+  std::array<unsigned char, 54> block;
+  EXPECT_EQ(file.Read(block), 3U);
+  file.Close();
+}
+
 TEST(AttachmentFile, AboveTheLimitIs405) {
   const TemporaryFolder folder;
   AttachmentFile file(folder.Write("file", "0123456789"));
