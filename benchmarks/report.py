@@ -122,6 +122,18 @@ def sending():
                  "3 times the peer", ours >= 3 * peer))
 
 
+def e_mail():
+    results = run("smtp_benchmark", f"--benchmark_repetitions={REPETITIONS}",
+                  "--benchmark_enable_random_interleaving=true", "--benchmark_filter=Base64|Mail")
+    for what, name, size in (("Base64 of 54 bytes, beside EVP_EncodeBlock", "Base64", "/54"),
+                             ("Base64 of 1 MB, beside EVP_EncodeBlock", "Base64", "/1048576"),
+                             ("small e-mail, beside libcurl", "Mail", "/0/real_time"),
+                             ("e-mail with 5 MB, beside libcurl", "Mail", "/5242880/real_time")):
+        compare(results, what, f"{name}/ours{size}", f"{name}/peer{size}", 1.0)
+    growth = run("smtp_benchmark", "--benchmark_filter=Memory")["Memory/iterations:1"][0]["bytes_of_growth"]
+    rows.append(("resident memory while 5 MB are sent", f"{growth:.0f} bytes", "", "below 256 KiB", growth < 262144))
+
+
 def empty_cycle():
     """CPU time and lateness of an empty cycle every millisecond, over ten seconds."""
     with tempfile.TemporaryDirectory() as folder:
@@ -143,6 +155,7 @@ blocks()
 sms_codec()
 modem_driver()
 sending()
+e_mail()
 empty_cycle()
 print("| What | Ours | Beside | Goal | |")
 print("|---|---|---|---|---|")

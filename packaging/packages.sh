@@ -1,14 +1,18 @@
 #!/bin/bash
 # SPDX-License-Identifier: MIT
 # packages.sh GROUP...: installs what the groups need of Debian 12 and the machine lacks.
-# Groups: build (the programs), test (./test beside that), bench (./benchmarks/run), fuzz (./fuzz/run).
+# Groups: build (the programs), test (./test beside that), example (the servers of examples/*.sh),
+# bench (./benchmarks/run), fuzz (./fuzz/run).
 set -euo pipefail
 
 declare -A packages=(
-    [build]="g++ cmake ninja-build pkg-config libboost-dev libcli11-dev liblua5.2-dev libspdlog-dev
-             libutfcpp-dev nlohmann-json3-dev"
-    [test]="clang-format gammu gnokii-cli libgammu-dev libgtest-dev libgmock-dev python3 shellcheck"
-    [bench]="gammu libbenchmark-dev libgammu-dev"
+    [build]="g++ cmake ninja-build pkg-config
+             libboost-dev libcli11-dev liblua5.2-dev libspdlog-dev libutfcpp-dev nlohmann-json3-dev"
+    [test]="clang-format shellcheck python3 libgtest-dev libgmock-dev
+            gammu gnokii-cli libgammu-dev
+            exim4-daemon-light mpack openssl python3-aiosmtpd"
+    [example]="python3 python3-aiosmtpd"
+    [bench]="gammu libbenchmark-dev libcurl4-openssl-dev libgammu-dev libssl-dev"
     [fuzz]="clang libclang-rt-14-dev"
 )
 
@@ -38,9 +42,16 @@ fi
 echo "Installing: ${missing[*]}"
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
+# A mail server is among them: it must not start, and not push out the one that the machine has.
+policy=/usr/sbin/policy-rc.d
+if [ ! -e $policy ]; then
+    trap '"${as_root[@]}" rm -f "$log" $policy' EXIT
+    printf '#!/bin/sh\nexit 101\n' | "${as_root[@]}" tee $policy >/dev/null
+    "${as_root[@]}" chmod 755 $policy
+fi
 install() {
     "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -q -o DPkg::Lock::Timeout=900 \
-        install -y --no-install-recommends "${missing[@]}" >"$log" 2>&1
+        install -y --no-install-recommends --no-remove "${missing[@]}" >"$log" 2>&1
 }
 # A fresh machine has no package lists yet, an old one has stale ones.
 install || { "${as_root[@]}" apt-get -q -o DPkg::Lock::Timeout=900 update >"$log" 2>&1 && install; } || {

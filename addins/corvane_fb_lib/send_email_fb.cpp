@@ -1,7 +1,25 @@
 // SPDX-License-Identifier: MIT
 #include "addins/corvane_fb_lib/send_email_fb.h"
 
+#include <signal.h>
+#include <unistd.h>
+
+#include <boost/make_shared.hpp>
+
 DEFINE_FUNCTION_BLOCK(SendEmailFB, "SEND_EMAIL")
+
+namespace {
+
+constexpr useconds_t kPause = 100000;  // microseconds from one job to the next
+
+/// Signals are for the host's threads; here one would break a wait and with it the dialogue.
+void BlockSignals() {
+  sigset_t all;
+  sigfillset(&all);
+  pthread_sigmask(SIG_BLOCK, &all, nullptr);
+}
+
+}  // namespace
 
 const FBMetaEntry* SendEmailFB::GetMetaTable() {
   static const FBMetaEntry _entries[] = {
@@ -14,8 +32,87 @@ const FBMetaEntry* SendEmailFB::GetMetaTable() {
   return _entries;
 }
 
+SendEmailFB::SendEmailFB(lua_State* L, const std::string& type_name)
+    : BaseFB(L, type_name), worker(ThreadFunc, this) {}
+
+SendEmailFB::~SendEmailFB() {
+  stopRequested = true;
+  worker.join();
+}
+
 void SendEmailFB::Execute() {
-  if (said_) return;
-  said_ = true;
-  logMsgLn("SEND_EMAIL does nothing in this version: only its variables are there");
+  const tthread::lock_guard<tthread::mutex> guard(queueMutex);
+  PublishResult();
+  const bool send = GetBool("Send");
+  if (send == lastSend) return;
+  lastSend = send;
+  if (!send) return;
+  try {
+    jobQueue.push_back(BuildJob());
+    SetValue("ErrStr", "");
+  } catch (const ECSmtp& error) {
+    SetValue("ErrStr", error.GetErrorText());
+    logMsgLn(error.GetErrorText().c_str());
+  }
+}
+
+void SendEmailFB::PublishResult() {
+  // A pulse of one call; the next result waits until `Sent` has been seen FALSE.
+  const bool pulse = !resultQueue.empty() && !GetBool("Sent");
+  SetBool("Sent", pulse);
+  if (!pulse) return;
+  SetValue("Code", resultQueue.front());
+  resultQueue.pop_front();
+}
+
+boost::shared_ptr<CSmtp> SendEmailFB::BuildJob() {
+  const auto job = boost::make_shared<CSmtp>();
+  job->SetXPriority(XPRIORITY_NORMAL);
+  job->SetXMailer("Corvane");
+  job->SetSMTPServer(GetString("Server").c_str(), static_cast<unsigned short>(GetInt("Port")));
+  const std::string attachment = GetString("Attachment");
+  if (!attachment.empty()) job->AddAttachment(attachment.c_str());
+  job->SetLogin(GetString("Login").c_str());
+  job->SetPassword(GetString("Password").c_str());
+  job->SetSenderName(GetString("SenderName").c_str());
+  job->SetSenderMail(GetString("SenderMail").c_str());
+  job->SetReplyTo(GetString("ReplyToMail").c_str());  // not declared; empty until a program sets it
+  job->SetSubject(GetString("Subject").c_str());
+  AddRecipients(*job);
+  job->DelMsgLines();
+  job->AddMsgLine(GetString("Message").c_str());
+  return job;
+}
+
+void SendEmailFB::AddRecipients(CSmtp& job) {
+  job.DelRecipients();
+  std::string text = GetString("Recipient");  // strtok_r cuts it up in place
+  char* rest = nullptr;
+  for (const char* token = strtok_r(text.data(), " ;", &rest); token != nullptr;
+       token = strtok_r(nullptr, " ;", &rest)) {
+    job.AddRecipient(token, nullptr);
+  }
+}
+
+void SendEmailFB::ThreadFunc(void* block) {
+  BlockSignals();
+  auto* self = static_cast<SendEmailFB*>(block);
+  while (!self->stopRequested) {
+    self->SendNext();
+    usleep(kPause);
+  }
+}
+
+void SendEmailFB::SendNext() {
+  const tthread::lock_guard<tthread::mutex> guard(queueMutex);
+  if (jobQueue.empty()) return;
+  const boost::shared_ptr<CSmtp> job = jobQueue.front();
+  jobQueue.pop_front();
+  try {
+    job->Send();
+    resultQueue.push_back(SMTP_NO_ERROR);
+  } catch (const ECSmtp& error) {
+    resultQueue.push_back(error.GetErrorNum());
+    logMsgLn(error.GetErrorText().c_str());
+  }
 }

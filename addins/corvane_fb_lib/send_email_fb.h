@@ -1,20 +1,49 @@
 // SPDX-License-Identifier: MIT
 // SEND_EMAIL: sends an e-mail, optionally with one file, through an SMTP server.
+// Each block has a worker thread, which lives as long as the block and runs the SMTP dialogues, one
+// after the other. Execute runs on the thread of the Lua state. One mutex guards both queues; the
+// worker holds it for a whole dialogue, so that a call meanwhile waits for its end: intended.
 #pragma once
 
+#include <atomic>
+#include <boost/shared_ptr.hpp>
+#include <deque>
+#include <string>
+
 #include "addins/corvane_fb_lib/base_fb.h"
+#include "addins/corvane_fb_lib/csmtp_v1_8a/csmtp.h"
 #include "addins/corvane_fb_lib/lua_glue.h"
+#include "share/tthread.h"
 
 class SendEmailFB : public BaseFB<SendEmailFB> {
  public:
-  using BaseFB::BaseFB;
+  /// Starts the worker. Throws std::system_error when there is no thread to be had.
+  SendEmailFB(lua_State* L, const std::string& type_name);
+  /// Waits for the end of a dialogue that is under way; what is still queued is dropped.
+  ~SendEmailFB() override;
   static const FBMetaEntry* GetMetaTable();
 
-  /// Says once in the log that the block cannot do its work yet.
+  /// Publishes one finished job, as `Sent` and `Code`, and queues a new one on a rising edge of
+  /// `Send`.
   void Execute() override;
 
  private:
-  bool said_ = false;
+  /// The worker's body.
+  static void ThreadFunc(void* block);
+  /// Sends the oldest job, if there is one.
+  void SendNext();
+
+  void PublishResult();
+  /// Throws ECSmtp when the message cannot be made.
+  boost::shared_ptr<CSmtp> BuildJob();
+  void AddRecipients(CSmtp& job);
+
+  bool lastSend = false;  // `Send` at the last call
+  tthread::mutex queueMutex;
+  std::deque<boost::shared_ptr<CSmtp>> jobQueue;
+  std::deque<int> resultQueue;
+  std::atomic<bool> stopRequested{false};
+  tthread::thread worker;  // last: it runs as soon as it is made
 };
 
 DECLARE_FUNCTION_BLOCK(SendEmailFB)

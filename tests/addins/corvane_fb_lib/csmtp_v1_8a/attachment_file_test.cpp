@@ -1,0 +1,126 @@
+// SPDX-License-Identifier: MIT
+#include "addins/corvane_fb_lib/csmtp_v1_8a/attachment_file.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+
+#include "tests/addins/corvane_fb_lib/csmtp_v1_8a/smtp_test_tools.h"
+
+namespace {
+
+using test_support::CodeOf;
+using test_support::OpenDescriptors;
+using test_support::TemporaryFolder;
+
+int CodeOfOpening(const std::string& path) {
+  return CodeOf([&] { AttachmentFile(path).Close(); });
+}
+
+TEST(AttachmentFile, IsReadFromItsStartAfterItWasMeasured) {
+  const TemporaryFolder folder;
+  AttachmentFile file(folder.Write("file", "0123456789"));
+  EXPECT_EQ(file.Measure(10), 10U);
+  std::array<unsigned char, 7> block;
+  EXPECT_EQ(file.Read(block), 7U);
+  EXPECT_EQ(block[0], '0');
+  EXPECT_EQ(file.Read(block), 3U);
+  EXPECT_EQ(block[0], '7');
+  EXPECT_EQ(file.Read(block), 0U);
+  file.Close();
+}
+
+TEST(AttachmentFile, ThatShrinksAfterItWasMeasuredEndsEarly) {
+  const TemporaryFolder folder;
+  const std::string path = folder.Write("log", "0123456789");
+  AttachmentFile file(path);
+  EXPECT_EQ(file.Measure(100), 10U);
+  std::filesystem::resize_file(path, 3);
+  std::array<unsigned char, 54> block;
+  EXPECT_EQ(file.Read(block), 3U);
+  file.Close();
+}
+
+TEST(AttachmentFile, AboveTheLimitIs405) {
+  const TemporaryFolder folder;
+  AttachmentFile file(folder.Write("file", "0123456789"));
+  EXPECT_EQ(CodeOf([&] { static_cast<void>(file.Measure(9)); }), 405);
+  file.Close();
+}
+
+TEST(AttachmentFile, OfATerabyteIs405WithoutBeingReadThrough) {
+  const TemporaryFolder folder;
+  const std::string path = folder.Write("huge", "");
+  if (truncate64(path.c_str(), off64_t{1} << 40) != 0) {
+    GTEST_SKIP() << "the file system of " << path << " has no files of 1 TB";
+  }
+  AttachmentFile file(path);
+  EXPECT_EQ(CodeOf([&] { static_cast<void>(file.Measure(5243903)); }), 405);
+  file.Close();
+}
+
+TEST(AttachmentFile, ThatIsMissingIs404) {
+  const TemporaryFolder folder;
+  EXPECT_EQ(CodeOfOpening(folder.path() / "missing"), 404);
+  EXPECT_EQ(CodeOfOpening(""), 404);
+  EXPECT_EQ(CodeOfOpening(std::string(5000, 'x')), 404);
+}
+
+TEST(AttachmentFile, ThatMustNotBeReadIs404) {
+  const TemporaryFolder folder;
+  const std::string path = folder.Write("secret", "x");
+  chmod(path.c_str(), 0);
+  chmod(folder.path().c_str(), 0755);
+  const pid_t child = fork();
+  if (child == 0) {  // as a user who has no rights, since the administrator may read anything
+    if (getuid() == 0 && setuid(65534) != 0) _exit(255);
+    _exit(CodeOfOpening(path) == 404 ? 0 : 1);
+  }
+  int status = -1;
+  waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0);
+}
+
+TEST(AttachmentFile, ThatIsAFolderIs404) {
+  const TemporaryFolder folder;
+  const auto before = OpenDescriptors();
+  EXPECT_EQ(CodeOfOpening(folder.path()), 404);
+  EXPECT_EQ(OpenDescriptors(), before);
+}
+
+TEST(AttachmentFile, ThatIsAPipeWithoutAWriterIs404AndDoesNotWait) {
+  const TemporaryFolder folder;
+  const std::string path = folder.path() / "pipe";
+  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+  EXPECT_EQ(CodeOfOpening(path), 404);
+}
+
+TEST(AttachmentFile, ThatIsADeviceIs404) {
+  EXPECT_EQ(CodeOfOpening("/dev/zero"), 404);
+  EXPECT_EQ(CodeOfOpening("/dev/null"), 404);
+}
+
+TEST(AttachmentFile, ThatGrowsAfterItWasMeasuredGivesItsNewBytes) {
+  const TemporaryFolder folder;
+  const std::string path = folder.Write("log", "0123");
+  AttachmentFile file(path);
+  EXPECT_EQ(file.Measure(100), 4U);
+  std::ofstream(path, std::ios::app) << "45";
+  std::array<unsigned char, 54> block;
+  EXPECT_EQ(file.Read(block), 6U);
+  file.Close();
+}
+
+TEST(AttachmentFile, ThatIsDeletedWhileItIsReadIsReadToItsEnd) {
+  const TemporaryFolder folder;
+  const std::string path = folder.Write("log", "0123");
+  AttachmentFile file(path);
+  std::filesystem::remove(path);
+  EXPECT_EQ(file.Measure(100), 4U);
+  file.Close();
+}
+
+}  // namespace

@@ -1,0 +1,97 @@
+// SPDX-License-Identifier: MIT
+#include "tests/support/failing_calls.h"
+
+#include <netdb.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstring>
+#include <new>
+#include <utility>
+
+namespace {
+
+thread_local test_support::FailingCalls calls;
+
+int Fail(int error) {
+  errno = error;
+  return -1;
+}
+
+/// Counts a call down; true when it is one too many.
+bool UsedUp(int& left) {
+  return left == 0 || (left > 0 && left-- == 0);
+}
+
+}  // namespace
+
+namespace test_support {
+
+CallsGuard::CallsGuard(FailingCalls failing) {
+  calls = std::move(failing);
+}
+
+CallsGuard::~CallsGuard() {
+  calls = {};
+}
+
+}  // namespace test_support
+
+// The name that size_t has in C++ symbols.
+#if __SIZEOF_POINTER__ == 8
+#define NEW_ARRAY(prefix) prefix##_ZnamRKSt9nothrow_t
+#else
+#define NEW_ARRAY(prefix) prefix##_ZnajRKSt9nothrow_t
+#endif
+
+extern "C" {
+
+std::time_t __real_time(std::time_t* result);
+std::time_t __wrap_time(std::time_t* result) {
+  return calls.time ? *calls.time : __real_time(result);
+}
+
+int __real_gethostname(char* name, std::size_t size);
+int __wrap_gethostname(char* name, std::size_t size) {
+  if (calls.host_name_fails) return Fail(EFAULT);
+  if (!calls.host_name) return __real_gethostname(name, size);
+  std::strncpy(name, calls.host_name->c_str(), size);
+  return 0;
+}
+
+int __real_ioctl(int descriptor, unsigned long request, void* argument);
+int __wrap_ioctl(int descriptor, unsigned long request, void* argument) {
+  return calls.ioctl_fails ? Fail(EINVAL) : __real_ioctl(descriptor, request, argument);
+}
+
+int __real_poll(pollfd* descriptors, nfds_t count, int timeout);
+int __wrap_poll(pollfd* descriptors, nfds_t count, int timeout) {
+  if (UsedUp(calls.poll_fails_after)) return Fail(ENOMEM);
+  return __real_poll(descriptors, count, timeout);
+}
+
+int __real_connect(int descriptor, const sockaddr* address, socklen_t length);
+int __wrap_connect(int descriptor, const sockaddr* address, socklen_t length) {
+  if (!calls.connect) return __real_connect(descriptor, address, length);
+  return Fail(calls.connect(*reinterpret_cast<const sockaddr_in*>(address)));
+}
+
+int __real_getservbyname_r(const char* name, const char* protocol, servent* entry, char* buffer,
+                           std::size_t size, servent** result);
+int __wrap_getservbyname_r(const char* name, const char* protocol, servent* entry, char* buffer,
+                           std::size_t size, servent** result) {
+  if (!calls.no_mail_service) {
+    return __real_getservbyname_r(name, protocol, entry, buffer, size, result);
+  }
+  *result = nullptr;
+  return ENOENT;
+}
+
+void* NEW_ARRAY(__real_)(std::size_t size, const std::nothrow_t& tag);
+void* NEW_ARRAY(__wrap_)(std::size_t size, const std::nothrow_t& tag) {
+  return UsedUp(calls.array_allocations) ? nullptr : NEW_ARRAY(__real_)(size, tag);
+}
+}

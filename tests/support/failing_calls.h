@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: MIT
+// Calls of the C library that a test makes fail, where a real failure cannot be had: the linker
+// leads the calls of a test program's own objects here. What is not set passes through.
+// Threads: only the calls of the one that made the guard are concerned.
+#pragma once
+
+#include <ctime>
+#include <functional>
+#include <optional>
+#include <string>
+
+struct sockaddr_in;
+
+namespace test_support {
+
+struct FailingCalls {
+  /// What time() gives.
+  std::optional<std::time_t> time = {};
+  /// What gethostname() gives.
+  std::optional<std::string> host_name = {};
+  bool host_name_fails = false;
+  bool ioctl_fails = false;
+  /// So many calls of poll() succeed, if not negative.
+  int poll_fails_after = -1;
+  /// getservbyname_r() finds nothing.
+  bool no_mail_service = false;
+  /// What connect() does; the result is its errno.
+  std::function<int(const sockaddr_in&)> connect = {};
+  /// So many allocations with new (std::nothrow) T[n] succeed, if not negative.
+  int array_allocations = -1;
+};
+
+/// What the calls do now; everything is back to normal when the guard is gone.
+class CallsGuard {
+ public:
+  explicit CallsGuard(FailingCalls calls);
+  CallsGuard(const CallsGuard&) = delete;
+  CallsGuard& operator=(const CallsGuard&) = delete;
+  ~CallsGuard();
+};
+
+}  // namespace test_support
