@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "runtime/cli/commands.h"
+#include "runtime/cli/log_setup.h"
 #include "runtime/corvane/duration.h"
 #include "runtime/modem_simulator/console.h"
 #include "runtime/modem_simulator/line_reader.h"
@@ -70,7 +71,6 @@ modem_simulator::SimulatorOptions MakeOptions(const ModemCommandOptions& options
   made.baud_rate = options.baud_rate;
   made.seed = options.seed;
   if (!options.time.empty()) made.time = modem_simulator::ParseTimeStamp(options.time);
-  made.trace = options.trace;
   return made;
 }
 
@@ -118,6 +118,7 @@ void RunModem(const ModemCommandOptions& options) {
 int Modem(const ModemCommandOptions& options) {
   std::signal(SIGPIPE, SIG_IGN);  // a reader of our output may go away
   std::signal(SIGTTIN, SIG_IGN);  // in the background of a terminal the console just ends
+  SetUpLog(options.trace ? "trace" : "warning");
   try {
     RunModem(options);
   } catch (const std::runtime_error& error) {
@@ -174,7 +175,7 @@ void AddModemCommand(CLI::App& app, Action& action) {
   command->add_option("--time", options->time, "Time of the service centre, which then stands")
       ->check(CheckTime);
   command->add_option("--scenario", options->scenario, "Console commands from a file instead");
-  command->add_flag("--trace", options->trace, "Show all bytes on standard error");
+  command->add_flag("--trace", options->trace, "Log all bytes, with their times");
   command->footer(Footer());
   command->callback([options, &action] { action = [options] { return Modem(*options); }; });
 }

@@ -2,7 +2,11 @@
 #include "runtime/modem_simulator/at_interpreter.h"
 
 #include <fmt/format.h>
+#include <spdlog/spdlog.h>
 
+#include <algorithm>
+#include <array>
+#include <optional>
 #include <utility>
 
 #include "runtime/modem_simulator/commands.h"
@@ -28,6 +32,12 @@ std::string_view OrderName(std::string_view name) {
 }
 
 }  // namespace
+
+void AtInterpreter::SetState(State state) {
+  constexpr std::array<std::string_view, 3> kNames{"command", "message", "network"};
+  spdlog::trace("state      {}", kNames[static_cast<std::size_t>(state)]);
+  state_ = state;
+}
 
 void AtInterpreter::Feed(std::string_view bytes) {
   for (const char byte : bytes) {

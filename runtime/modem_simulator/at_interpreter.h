@@ -41,7 +41,7 @@ class AtInterpreter {
     kNetwork,  ///< waits for the network to confirm a message
   };
 
-  void SetState(State state) { state_ = state; }
+  void SetState(State state);
   void Take(char byte);
   void TakeInCommand(char byte);
   void TakeInMessage(char byte);

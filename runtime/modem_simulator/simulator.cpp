@@ -2,6 +2,7 @@
 #include "runtime/modem_simulator/simulator.h"
 
 #include <fmt/format.h>
+#include <spdlog/spdlog.h>
 
 #include <ctime>
 #include <stdexcept>
@@ -17,6 +18,10 @@ namespace {
 
 constexpr std::size_t kMostOutput = 8U << 20;  // bytes that are held back; more are lost
 constexpr std::chrono::seconds kTryAgain{1};
+
+void Trace(std::string_view who, std::string_view bytes) {
+  if (spdlog::should_log(spdlog::level::trace)) spdlog::trace("{:<10} {}", who, Escape(bytes));
+}
 
 /// What this machine's clock is ahead of UTC, in whole quarters of an hour.
 int LocalOffsetMinutes(std::chrono::system_clock::time_point now) {
@@ -90,10 +95,6 @@ void Simulator::Flush() {
   Trace("modem", output_);
   for (const auto& line : lines_) line->Write(output_);
   output_.clear();
-}
-
-void Simulator::Trace(std::string_view who, std::string_view bytes) const {
-  if (options_.trace) fmt::print(stderr, "{:<10} {}\n", who, Escape(bytes));
 }
 
 void Simulator::AwaitNetwork(Duration delay) {

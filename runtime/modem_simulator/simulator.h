@@ -29,7 +29,6 @@ struct SimulatorOptions {
   int baud_rate = 0;              ///< 0: as fast as it goes
   unsigned seed = 1;              ///< of random bytes
   std::optional<TimeStamp> time;  ///< nullopt: the true one
-  bool trace = false;             ///< show all bytes on standard error
 };
 
 class Simulator : public Controls, private ModemHost {
@@ -67,7 +66,6 @@ class Simulator : public Controls, private ModemHost {
   void TakeInput(std::string_view bytes);
   void Flush();
   void Replug();
-  void Trace(std::string_view who, std::string_view bytes) const;
   [[nodiscard]] bool Muted() const { return Clock::now() < muted_until_; }
   [[nodiscard]] std::string Addresses() const;
 

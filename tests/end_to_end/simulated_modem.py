@@ -15,11 +15,11 @@ class SimulatedModem:
         os.chmod(self.folder.name, 0o777)
         self.device = self.folder.name + "/modem"
         self.process = subprocess.Popen(
-            [corvane, "modem", "--link", self.device, *options],
+            ["setpriv", "--pdeathsig", "KILL", corvane, "modem", "--link", self.device, *options],
             stdin=subprocess.PIPE, stdout=subprocess.PIPE, bufsize=0, user=run_as)
         self.output = ""
-        self.ready = self.await_output("\n").strip()
-        assert self.ready.startswith("ready "), self.ready
+        self.await_output("\n")
+        assert self.output.startswith("ready "), self.output
 
     def __enter__(self):
         return self
@@ -35,18 +35,17 @@ class SimulatedModem:
         self.process.stdin.write(line.encode() + b"\n")
 
     def await_output(self, wanted):
-        """All that is printed, up to what is wanted; it must come behind what was read before."""
-        seen = ""
+        """Waits for this to be printed behind what was waited for before."""
+        seen = b""
         end = time.monotonic() + PATIENCE
-        while wanted not in seen:
+        while wanted.encode() not in seen:
             left = end - time.monotonic()
             assert left > 0 and select.select([self.process.stdout], [], [], left)[0], \
                 f"no {wanted!r} in {seen!r}, behind {self.output!r}"
             data = self.process.stdout.read(65536)
             assert data, f"the modem ended: {self.output}{seen}"
-            seen += data.decode()
-        self.output += seen
-        return seen
+            seen += data
+        self.output += seen.decode()
 
     def end(self):
         """Ends it as a user does; the rest of its output is in `output`."""

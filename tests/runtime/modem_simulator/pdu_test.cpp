@@ -41,6 +41,12 @@ TEST(SubmitPdu, OfGammuHasAServiceCentreAndARelativeValidity) {
   EXPECT_EQ(Text(pdu.data), "hello");
 }
 
+TEST(SubmitPdu, OfGnokiiHasAnotherValidity) {
+  const auto pdu = Submitted("07915155000000F011000B915155101032F40000AA05E8329BFD06");
+  EXPECT_EQ(pdu.validity_period, Octets{0xAA});
+  EXPECT_EQ(Text(pdu.data), "hello");
+}
+
 TEST(SubmitPdu, OfModemManagerHasNoValidity) {
   const auto pdu = Submitted("0001000B915155101032F4000005E8329BFD06");
   EXPECT_EQ(pdu.service_centre, "");
