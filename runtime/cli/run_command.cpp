@@ -14,6 +14,7 @@
 
 #include "runtime/cli/addin_loading.h"
 #include "runtime/cli/commands.h"
+#include "runtime/cli/config_file.h"
 #include "runtime/cli/log_setup.h"
 #include "runtime/corvane/control_program.h"
 #include "runtime/corvane/scan.h"
@@ -28,6 +29,7 @@ struct RunOptions {
   std::uint64_t cycles = 0;
   std::vector<std::string> addins;
   std::string log_level = "info";
+  bool check = false;
 };
 
 /// CLI11 validator: empty when `text` is a duration, else what is wrong with it.
@@ -87,6 +89,21 @@ int RunProgram(const RunOptions& options, Scan& scan) {
   return program.stop_status().value_or(kSuccess);
 }
 
+/// Loads the program and says whether it could run; no cycle, no modem port.
+int Check(const RunOptions& options) {
+  SetUpLog(options.log_level);
+  const auto addins = LoadAddins(options.addins);
+  try {
+    const std::lock_guard guard(TheScanLock());
+    ControlProgram(options.program, options.arguments).Load();
+  } catch (const LuaError& error) {
+    std::fprintf(stderr, "corvane: %s\n", error.what());
+    return kProgramFailed;
+  }
+  fmt::print("{}: ok\n", options.program);
+  return kSuccess;
+}
+
 int Run(const RunOptions& options) {
   SetUpLog(options.log_level);
   // Output to a file or a pipe leaves line by line, too, and a failing program loses none of it.
@@ -111,6 +128,7 @@ void AddRunCommand(CLI::App& app, Action& action) {
   CLI::App* command = app.add_subcommand("run", "Run a control program");
   command->add_option("program", options->program, "The control program, a Lua file")
       ->required()
+      ->configurable(false)
       ->check(CheckProgram);
   command->add_option("args", options->arguments, "Words for the program, behind --: plc.args");
   command->add_option("--cycle", options->period, "Time from one cycle to the next; 0: no pause")
@@ -120,13 +138,20 @@ void AddRunCommand(CLI::App& app, Action& action) {
       ->check(CheckCount);
   AddAddinOption(*command, options->addins);
   AddLogLevelOption(*command, options->log_level);
+  command
+      ->add_flag("--check", options->check,
+                 "Load the program, look for cycle(), run no cycle; prints PROGRAM: ok")
+      ->configurable(false);
+  AddConfigOption(*command);
   command->footer(
       "Example: corvane run disk_watch.lua --cycle 500ms -- /var\n\n"
       "The file runs once, then its function cycle() once per cycle. Ctrl-C ends the program "
       "after\n"
       "the running cycle; SIGUSR1 logs the cycle statistics. Exit status: 0, or what the program\n"
       "gives to plc.stop; 1 after an error in the program; 2 for wrong usage.");
-  command->callback([options, &action] { action = [options] { return Run(*options); }; });
+  command->callback([options, &action] {
+    action = [options] { return options->check ? Check(*options) : Run(*options); };
+  });
 }
 
 }  // namespace corvane::cli
