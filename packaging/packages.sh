@@ -1,14 +1,16 @@
 #!/bin/bash
 # SPDX-License-Identifier: MIT
 # packages.sh GROUP...: installs what the groups need of Debian 12 and the machine lacks.
-# Groups: build (the programs), test (./test beside that), bench (./benchmarks/run), fuzz (./fuzz/run).
+# Groups: build (the programs), test (./test beside that), bench (./benchmarks/run), fuzz (./fuzz/run),
+# package (packaging/build_packages.sh).
 set -euo pipefail
 
 declare -A packages=(
     [build]="g++ cmake ninja-build pkg-config libboost-dev libcli11-dev liblua5.2-dev libspdlog-dev
              libutfcpp-dev nlohmann-json3-dev"
-    [test]="clang-format libgtest-dev libgmock-dev python3 shellcheck"
+    [test]="clang-format groff-base libgtest-dev libgmock-dev python3 shellcheck"
     [bench]="libbenchmark-dev"
+    [package]="dpkg-dev file lintian python3"
     [fuzz]="clang libclang-rt-14-dev"
 )
 
