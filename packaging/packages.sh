@@ -6,9 +6,9 @@
 set -euo pipefail
 
 declare -A packages=(
-    [build]="g++ cmake ninja-build pkg-config libboost-dev libcli11-dev liblua5.2-dev libspdlog-dev
+    [build]="g++ cmake ninja-build pkg-config libboost-dev libcli11-dev liblua5.2-dev libncurses-dev libspdlog-dev
              libutfcpp-dev nlohmann-json3-dev"
-    [test]="clang-format groff-base libgtest-dev libgmock-dev python3 shellcheck"
+    [test]="clang-format groff-base libgtest-dev libgmock-dev python3 python3-pyte shellcheck"
     [bench]="libbenchmark-dev"
     [package]="dpkg-dev file lintian python3"
     [fuzz]="clang libclang-rt-14-dev"

@@ -16,6 +16,7 @@
 #include "runtime/cli/commands.h"
 #include "runtime/cli/config_file.h"
 #include "runtime/cli/log_setup.h"
+#include "runtime/cli/watch_view.h"
 #include "runtime/corvane/control_program.h"
 #include "runtime/corvane/scan.h"
 
@@ -30,6 +31,7 @@ struct RunOptions {
   std::vector<std::string> addins;
   std::string log_level = "info";
   bool check = false;
+  bool watch = false;
 };
 
 /// CLI11 validator: empty when `text` is a duration, else what is wrong with it.
@@ -73,15 +75,18 @@ class Unlocked {
 };
 
 /// Loads and runs the program; returns its exit status. Throws LuaError.
-int RunProgram(const RunOptions& options, Scan& scan) {
+int RunProgram(const RunOptions& options, Scan& scan, WatchView* view) {
   std::unique_lock lock(TheScanLock());  // the program is made, loaded and closed under it, too
   ControlProgram program(options.program, options.arguments);
+  if (view != nullptr) view->Follow(program.lua());
   program.Load();
+  if (view != nullptr) view->Update(scan.statistics());
   if (!program.stop_status()) {
     const Unlocked unlocked(lock);
     scan.Run(
-        [&program](std::uint64_t number) {
+        [&program, &scan, view](std::uint64_t number) {
           program.Cycle(number);
+          if (view != nullptr) view->Update(scan.statistics());
           return !program.stop_status();
         },
         [&scan] { spdlog::info("{}", scan.statistics().Summary()); });
@@ -105,6 +110,14 @@ int Check(const RunOptions& options) {
 }
 
 int Run(const RunOptions& options) {
+  std::unique_ptr<WatchView> view;
+  if (options.watch) {
+    if (const std::string problem = WatchProblem(); !problem.empty()) {
+      fmt::print(stderr, "corvane: {}\n", problem);
+      return kUsage;
+    }
+    view = std::make_unique<WatchView>(options.program);
+  }
   SetUpLog(options.log_level);
   // Output to a file or a pipe leaves line by line, too, and a failing program loses none of it.
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
@@ -113,10 +126,12 @@ int Run(const RunOptions& options) {
   Scan scan({*ParseDuration(options.period), options.cycles}, clock, TheScanLock());
   int status = kProgramFailed;
   try {
-    status = RunProgram(options, scan);
+    status = RunProgram(options, scan, view.get());
   } catch (const LuaError& error) {
+    view.reset();  // the message belongs on the terminal that is left
     std::fprintf(stderr, "corvane: %s\n", error.what());
   }
+  view.reset();
   spdlog::info("{}", scan.statistics().Summary());
   return status;
 }
@@ -142,6 +157,8 @@ void AddRunCommand(CLI::App& app, Action& action) {
       ->add_flag("--check", options->check,
                  "Load the program, look for cycle(), run no cycle; prints PROGRAM: ok")
       ->configurable(false);
+  command->add_flag("--watch", options->watch,
+                    "Show the blocks, their variables and the cycle times in the terminal");
   AddConfigOption(*command);
   command->footer(
       "Example: corvane run disk_watch.lua --cycle 500ms -- /var\n\n"
