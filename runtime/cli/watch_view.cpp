@@ -50,10 +50,12 @@ void WriteParts(int row, const std::string& text) {
   }
 }
 
-void IgnoreSignals() {
-  sigset_t all;
-  sigfillset(&all);
-  pthread_sigmask(SIG_BLOCK, &all, nullptr);
+/// The signals that ask the runtime for something are the PLC task's.
+void LeaveSignalsToOthers() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  for (const int signal : {SIGINT, SIGTERM, SIGUSR1}) sigaddset(&signals, signal);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 }
 
 FILE* Open(int terminal, const char* mode) {
@@ -90,7 +92,7 @@ WatchView::WatchView(std::string program)
   keypad(stdscr, true);
   nodelay(stdscr, true);
   thread_ = std::thread([this] {
-    IgnoreSignals();
+    LeaveSignalsToOthers();
     Draw();
   });
 }
