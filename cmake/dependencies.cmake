@@ -8,6 +8,8 @@ find_package(nlohmann_json REQUIRED)
 find_package(utf8cpp REQUIRED)
 find_package(Boost 1.74 REQUIRED)
 
+pkg_check_modules(NCURSES REQUIRED IMPORTED_TARGET ncursesw)
+
 # Lua compiled as C++: an error unwinds the C++ frames it passes.
 pkg_check_modules(LUA REQUIRED IMPORTED_TARGET lua5.2-c++)
 

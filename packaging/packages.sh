@@ -2,17 +2,19 @@
 # SPDX-License-Identifier: MIT
 # packages.sh GROUP...: installs what the groups need of Debian 12 and the machine lacks.
 # Groups: build (the programs), test (./test beside that), example (the servers of examples/*.sh),
-# bench (./benchmarks/run), fuzz (./fuzz/run).
+# bench (./benchmarks/run), fuzz (./fuzz/run), package (packaging/build_packages.sh).
 set -euo pipefail
 
 declare -A packages=(
     [build]="g++ cmake ninja-build pkg-config
-             libboost-dev libcli11-dev liblua5.2-dev libspdlog-dev libutfcpp-dev nlohmann-json3-dev"
-    [test]="clang-format shellcheck python3 libgtest-dev libgmock-dev
+             libboost-dev libcli11-dev liblua5.2-dev libncurses-dev libspdlog-dev
+             libutfcpp-dev nlohmann-json3-dev"
+    [test]="clang-format groff-base shellcheck python3 python3-pyte libgtest-dev libgmock-dev
             gammu gnokii-cli libgammu-dev
             exim4-daemon-light mpack openssl python3-aiosmtpd"
     [example]="python3 python3-aiosmtpd"
     [bench]="gammu libbenchmark-dev libcurl4-openssl-dev libgammu-dev libssl-dev"
+    [package]="dpkg-dev file lintian python3"
     [fuzz]="clang libclang-rt-14-dev"
 )
 

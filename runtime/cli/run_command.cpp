@@ -15,8 +15,10 @@
 
 #include "runtime/cli/addin_loading.h"
 #include "runtime/cli/commands.h"
+#include "runtime/cli/config_file.h"
 #include "runtime/cli/log_setup.h"
 #include "runtime/cli/process_setup.h"
+#include "runtime/cli/watch_view.h"
 #include "runtime/corvane/control_program.h"
 #include "runtime/corvane/modem_port_driver.h"
 #include "runtime/corvane/scan.h"
@@ -32,6 +34,8 @@ struct RunOptions {
   std::vector<std::string> modems;
   std::vector<std::string> addins;
   std::string log_level = "info";
+  bool check = false;
+  bool watch = false;
 };
 
 /// CLI11 validator: empty when `text` is a duration, else what is wrong with it.
@@ -96,15 +100,18 @@ class Unlocked {
 };
 
 /// Loads and runs the program; returns its exit status. Throws LuaError.
-int RunProgram(const RunOptions& options, Scan& scan) {
+int RunProgram(const RunOptions& options, Scan& scan, WatchView* view) {
   std::unique_lock lock(TheScanLock());  // the program is made, loaded and closed under it, too
   ControlProgram program(options.program, options.arguments);
+  if (view != nullptr) view->Follow(program.lua());
   program.Load();
+  if (view != nullptr) view->Update(scan.statistics());
   if (!program.stop_status()) {
     const Unlocked unlocked(lock);
     scan.Run(
-        [&program](std::uint64_t number) {
+        [&program, &scan, view](std::uint64_t number) {
           program.Cycle(number);
+          if (view != nullptr) view->Update(scan.statistics());
           return !program.stop_status();
         },
         [&scan] { spdlog::info("{}", scan.statistics().Summary()); });
@@ -112,8 +119,31 @@ int RunProgram(const RunOptions& options, Scan& scan) {
   return program.stop_status().value_or(kSuccess);
 }
 
+/// Loads the program and says whether it could run; no cycle, no modem port.
+int Check(const RunOptions& options) {
+  SetUpLog(options.log_level);
+  const auto addins = LoadAddins(options.addins);
+  try {
+    const std::lock_guard guard(TheScanLock());
+    ControlProgram(options.program, options.arguments).Load();
+  } catch (const LuaError& error) {
+    std::fprintf(stderr, "corvane: %s\n", error.what());
+    return kProgramFailed;
+  }
+  fmt::print("{}: ok\n", options.program);
+  return kSuccess;
+}
+
 int Run(const RunOptions& options) {
   SetUpProcess();
+  std::unique_ptr<WatchView> view;
+  if (options.watch) {
+    if (const std::string problem = WatchProblem(); !problem.empty()) {
+      fmt::print(stderr, "corvane: {}\n", problem);
+      return kUsage;
+    }
+    view = std::make_unique<WatchView>(options.program);
+  }
   SetUpLog(options.log_level);
   // Output to a file or a pipe leaves line by line, too, and a failing program loses none of it.
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
@@ -123,10 +153,12 @@ int Run(const RunOptions& options) {
   Scan scan({*ParseDuration(options.period), options.cycles}, clock, TheScanLock());
   int status = kProgramFailed;
   try {
-    status = RunProgram(options, scan);
+    status = RunProgram(options, scan, view.get());
   } catch (const LuaError& error) {
+    view.reset();  // the message belongs on the terminal that is left
     std::fprintf(stderr, "corvane: %s\n", error.what());
   }
+  view.reset();
   if (scan.statistics().cycles() != 0) spdlog::info("{}", scan.statistics().Summary());
   return status;
 }
@@ -138,6 +170,7 @@ void AddRunCommand(CLI::App& app, Action& action) {
   CLI::App* command = app.add_subcommand("run", "Run a control program");
   command->add_option("program", options->program, "The control program, a Lua file")
       ->required()
+      ->configurable(false)
       ->check(CheckProgram);
   command->add_option("args", options->arguments, "Words for the program, behind --: plc.args");
   command->add_option("--cycle", options->period, "Time from one cycle to the next; 0: no pause")
@@ -154,6 +187,13 @@ void AddRunCommand(CLI::App& app, Action& action) {
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
   AddAddinOption(*command, options->addins);
   AddLogLevelOption(*command, options->log_level);
+  command
+      ->add_flag("--check", options->check,
+                 "Load the program, look for cycle(), run no cycle; prints PROGRAM: ok")
+      ->configurable(false);
+  command->add_flag("--watch", options->watch,
+                    "Show the blocks, their variables and the cycle times in the terminal");
+  AddConfigOption(*command);
   command->footer(
       "Example: corvane run disk_watch.lua --cycle 500ms -- /var\n"
       "         corvane run alarm.lua --modem 1=/dev/ttyUSB0,baud=115200,patience=60s\n\n"
@@ -165,7 +205,7 @@ void AddRunCommand(CLI::App& app, Action& action) {
       "cycle that does not end.");
   command->callback([options, &action] {
     CheckModems(options->modems);
-    action = [options] { return Run(*options); };
+    action = [options] { return options->check ? Check(*options) : Run(*options); };
   });
 }
 

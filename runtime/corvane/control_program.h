@@ -29,6 +29,7 @@ class ControlProgram {
   void Load();
   /// Calls `cycle()` with plc.cycle = `number`. Throws LuaError.
   void Cycle(std::uint64_t number);
+  [[nodiscard]] lua_State* lua() const { return lua_.state(); }
   /// The exit status that the program has asked to end with, if it has.
   [[nodiscard]] std::optional<int> stop_status() const { return plc_.stop_status; }
 

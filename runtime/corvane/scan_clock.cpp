@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <system_error>
 
 namespace corvane {
@@ -17,6 +18,9 @@ namespace {
 std::atomic<bool> stop_requested{false};
 std::atomic<bool> statistics_requested{false};
 std::atomic<int> wake_event{-1};
+struct sigaction old_int {};
+struct sigaction old_term {};
+struct sigaction old_usr1 {};
 static_assert(std::atomic<bool>::is_always_lock_free && std::atomic<int>::is_always_lock_free);
 
 extern "C" void OnSignal(int signal) {
@@ -24,8 +28,14 @@ extern "C" void OnSignal(int signal) {
   if (signal == SIGUSR1) {
     statistics_requested = true;
   } else if (stop_requested.exchange(true)) {
-    // Asked twice: the running cycle does not end. Now the signal has its ordinary effect.
-    std::signal(signal, SIG_DFL);
+    // Asked twice: the running cycle does not end. Now the signal has the effect that it had
+    // before, and its ordinary one where it was ignored.
+    const struct sigaction& old = signal == SIGINT ? old_int : old_term;
+    if (old.sa_handler == SIG_IGN) {
+      std::signal(signal, SIG_DFL);
+    } else {
+      sigaction(signal, &old, nullptr);
+    }
     raise(signal);
   }
   const std::uint64_t one = 1;
@@ -59,15 +69,15 @@ SystemScanClock::SystemScanClock() : event_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOC
   stop_requested = false;
   statistics_requested = false;
   wake_event = event_;
-  Catch(SIGINT, old_int_);
-  Catch(SIGTERM, old_term_);
-  Catch(SIGUSR1, old_usr1_);
+  Catch(SIGINT, old_int);
+  Catch(SIGTERM, old_term);
+  Catch(SIGUSR1, old_usr1);
 }
 
 SystemScanClock::~SystemScanClock() {
-  sigaction(SIGINT, &old_int_, nullptr);
-  sigaction(SIGTERM, &old_term_, nullptr);
-  sigaction(SIGUSR1, &old_usr1_, nullptr);
+  sigaction(SIGINT, &old_int, nullptr);
+  sigaction(SIGTERM, &old_term, nullptr);
+  sigaction(SIGUSR1, &old_usr1, nullptr);
   wake_event = -1;
   close(event_);
 }

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <chrono>
-#include <csignal>
 
 #include "runtime/corvane/duration.h"
 
@@ -27,7 +26,8 @@ class ScanClock {
 };
 
 /// The real clock. SIGINT and SIGTERM ask to stop, SIGUSR1 asks for the statistics, while it lives;
-/// asked to stop a second time, the process ends at once.
+/// asked to stop a second time, the signal has the effect that it had before: the process ends at
+/// once.
 /// The signals are caught, never blocked or ignored, so that a command started by a block inherits
 /// none of it. One at a time.
 class SystemScanClock : public ScanClock {
@@ -43,9 +43,6 @@ class SystemScanClock : public ScanClock {
 
  private:
   int event_;  // eventfd that the handler writes to
-  struct sigaction old_int_ {};
-  struct sigaction old_term_ {};
-  struct sigaction old_usr1_ {};
 };
 
 }  // namespace corvane

@@ -154,6 +154,35 @@ TEST_F(RunTest, UnknownOptionsAndWrongValuesAreOneClearLineEach) {
   ExpectUsageError(RunCommand({CORVANE, "fly"}), "fly");
 }
 
+TEST_F(RunTest, CheckLoadsTheProgramAndRunsNoCycle) {
+  const std::string program = Write("print('loaded') function cycle() print('cycle') end");
+  const auto result = RunWords({"--check", program, "--cycles", "1"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.out, "loaded\n" + program + ": ok\n");
+  EXPECT_EQ(result.err, "");
+}
+
+TEST_F(RunTest, CheckTellsWhatIsWrongWithStatus1) {
+  const std::vector<std::pair<std::string, std::string>> programs{
+      {"x = = 1", "program.lua:1: unexpected symbol"},
+      {"error('no sensor')", "program.lua:1: no sensor"},
+      {"x = 1", "no global function cycle()"},
+      {"SEND_SMS.new(5)", "table expected"}};
+  for (const auto& [text, message] : programs) {
+    const auto result = RunWords({Write(text), "--check"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.out, "");
+    EXPECT_THAT(result.err, StartsWith("corvane: "));
+    EXPECT_THAT(result.err, HasSubstr(message));
+  }
+}
+
+TEST_F(RunTest, CheckOfAProgramThatStopsWhileItLoadsIsOk) {
+  EXPECT_EQ(RunWords({Write("plc.stop(3)"), "--check"}).status, 0);
+  EXPECT_EQ(RunWords({Write("os.exit(3)"), "--check"}).status, 0);
+  ExpectUsageError(RunWords({"/no/such.lua", "--check"}), "does not exist");
+}
+
 TEST_F(RunTest, HelpShowsAnExampleAndGives0) {
   for (const char* subcommand : {"run", "blocks"}) {
     const auto result = RunCommand({CORVANE, subcommand, "--help"});

@@ -1,0 +1,52 @@
+# SPDX-License-Identifier: MIT
+# What `cmake --install` puts where. Components: runtime (programs, libraries, add-in, examples, man
+# page, completion), dev (contract headers for add-ins), package (what only a Debian package needs).
+include(CMakePackageConfigHelpers)
+
+# The libraries are no development libraries but parts of one program, so they have a folder of their
+# own, in which they find each other; runtime/corvane/addin.cpp looks for the add-in there.
+set(library_dir ${CMAKE_INSTALL_LIBDIR}/corvane)
+set_target_properties(opcua corvaneshare corvane_runtime corvane_fb_lib PROPERTIES
+  INSTALL_RPATH "$ORIGIN")
+install(TARGETS corvane_cli RUNTIME COMPONENT runtime)
+install(TARGETS opcua corvaneshare corvane_runtime corvane_fb_lib
+  LIBRARY DESTINATION ${library_dir} COMPONENT runtime)
+
+install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DATADIR}/corvane
+  USE_SOURCE_PERMISSIONS COMPONENT runtime PATTERN "*_addin" EXCLUDE)
+install(FILES packaging/completion.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+  RENAME corvane COMPONENT runtime)
+
+# compress_text(IN OUT): makes build/.../doc/OUT, compressed as documentation is installed.
+function(compress_text in out)
+  set(file ${CMAKE_BINARY_DIR}/doc/${out})
+  file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/doc)
+  add_custom_command(OUTPUT ${file} DEPENDS ${in} COMMAND gzip -9nc ${in} > ${file} VERBATIM)
+  add_custom_target(${out} ALL DEPENDS ${file})
+endfunction()
+
+# docs/corvane.md is the manual page, too.
+find_package(Python3 COMPONENTS Interpreter QUIET)
+if(Python3_FOUND)
+  set(man_page ${CMAKE_BINARY_DIR}/doc/corvane.1)
+  add_custom_command(OUTPUT ${man_page}
+    DEPENDS ${PROJECT_SOURCE_DIR}/docs/corvane.md ${PROJECT_SOURCE_DIR}/packaging/man_page.py
+    COMMAND Python3::Interpreter ${PROJECT_SOURCE_DIR}/packaging/man_page.py
+      ${PROJECT_SOURCE_DIR}/docs/corvane.md ${PROJECT_VERSION} > ${man_page} VERBATIM)
+  compress_text(${man_page} corvane.1.gz)
+  install(FILES ${man_page}.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT runtime)
+else()
+  message(STATUS "No Python 3: the manual page is left out")
+endif()
+
+# find_package(corvane) gives corvane::contract, what an add-in compiles against.
+set(config_dir ${CMAKE_INSTALL_DATADIR}/cmake/corvane)
+install(DIRECTORY include/corvane include/opcua include/share
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/corvane COMPONENT dev)
+configure_package_config_file(cmake/corvane-config.cmake.in ${CMAKE_BINARY_DIR}/corvane-config.cmake
+  INSTALL_DESTINATION ${config_dir} PATH_VARS CMAKE_INSTALL_INCLUDEDIR)
+write_basic_package_version_file(${CMAKE_BINARY_DIR}/corvane-config-version.cmake
+  COMPATIBILITY SameMajorVersion ARCH_INDEPENDENT)
+install(FILES ${CMAKE_BINARY_DIR}/corvane-config.cmake
+  ${CMAKE_BINARY_DIR}/corvane-config-version.cmake
+  DESTINATION ${config_dir} COMPONENT dev)

@@ -1,0 +1,48 @@
+# SPDX-License-Identifier: MIT
+# bash completion of corvane. What can stand on the command line, it asks the command itself.
+
+_corvane() {
+    local word=$2 previous=$3 index subcommand="" help choices
+    COMPREPLY=()
+    for ((index = 1; index < COMP_CWORD; ++index)); do
+        [[ ${COMP_WORDS[index]} == -- ]] && return # behind it stand the program's own words
+        [[ -z $subcommand && ${COMP_WORDS[index]} != -* ]] && subcommand=${COMP_WORDS[index]}
+    done
+    # shellcheck disable=SC2086 # no word where there is no subcommand yet
+    help=$("${COMP_WORDS[0]}" $subcommand --help 2>/dev/null) || return
+
+    case $previous in
+    --addin) _corvane_files '*.so' && return ;;
+    --config) _corvane_files '*.conf' && return ;;
+    --*)
+        # An option with choices shows them: --log-level TEXT:{trace,debug,...}
+        choices=$(sed -nE "s/^ *(-.,)?$previous [A-Z]+:\{([^}]*)\}.*/\2/p" <<<"$help")
+        if [[ -n $choices ]]; then
+            mapfile -t COMPREPLY < <(compgen -W "${choices//,/ }" -- "$word")
+            return
+        fi
+        # One that takes another value is left alone.
+        grep -qE "^ *(-.,)?$previous [A-Z]+" <<<"$help" && return
+        ;;
+    esac
+
+    if [[ $word == -* ]]; then
+        mapfile -t COMPREPLY < <(compgen -W "$(sed -nE 's/^ *(-.,)?(--[a-z-]+).*/\2/p' <<<"$help")" -- "$word")
+    elif [[ -z $subcommand ]]; then
+        mapfile -t COMPREPLY < <(compgen -W "$(sed -nE '/^Subcommands:/,$ s/^  ([a-z]+) .*/\1/p' <<<"$help")" -- "$word")
+    elif [[ $subcommand == run ]]; then
+        _corvane_files '*.lua'
+    fi
+}
+
+# Files that match a pattern, and folders on the way to them.
+_corvane_files() {
+    local file
+    compopt -o filenames
+    while IFS= read -r file; do
+        # shellcheck disable=SC2053 # the pattern is one
+        if [[ -d $file || $file == $1 ]]; then COMPREPLY+=("$file"); fi
+    done < <(compgen -f -- "$word")
+}
+
+complete -F _corvane corvane

@@ -1,0 +1,62 @@
+# SPDX-License-Identifier: MIT
+# The Debian packages: corvane (the runtime and its service) and corvane-dev (for add-ins).
+# packaging/build_packages.sh makes them.
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME corvane)
+set(CPACK_PACKAGE_CONTACT "The Corvane function block authors <corvane@corvane.invalid>")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+  OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_OUTPUT_FILE_PREFIX ${CMAKE_BINARY_DIR}/packages)
+
+# The package's version is the newest entry of its changelog.
+file(STRINGS ${CMAKE_CURRENT_LIST_DIR}/debian/changelog changelog_head LIMIT_COUNT 1)
+if(NOT changelog_head MATCHES "^corvane \\(${PROJECT_VERSION}-([0-9]+)\\)")
+  message(FATAL_ERROR "packaging/debian/changelog does not begin with version ${PROJECT_VERSION}")
+endif()
+set(CPACK_DEBIAN_PACKAGE_RELEASE ${CMAKE_MATCH_1})
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_ALL runtime dev package package-dev)
+set(CPACK_COMPONENT_RUNTIME_GROUP corvane)
+set(CPACK_COMPONENT_PACKAGE_GROUP corvane)
+set(CPACK_COMPONENT_DEV_GROUP dev)
+set(CPACK_COMPONENT_PACKAGE-DEV_GROUP dev)
+
+set(CPACK_DEBIAN_CORVANE_PACKAGE_NAME corvane)
+set(CPACK_DEBIAN_CORVANE_PACKAGE_SECTION electronics)
+set(CPACK_DEBIAN_CORVANE_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
+set(CPACK_DEBIAN_CORVANE_PACKAGE_DEPENDS adduser)
+set(CPACK_DEBIAN_CORVANE_DESCRIPTION
+"Runs control programs that are written in Lua 5.2, cycle after cycle, as a PLC
+does. Five function blocks read and send SMS over a GSM modem, send e-mail and
+run shell commands. The service corvane@NAME runs /etc/corvane/NAME.lua.")
+set(CPACK_DEBIAN_CORVANE_PACKAGE_CONTROL_EXTRA
+  ${CMAKE_CURRENT_LIST_DIR}/debian/postinst
+  ${CMAKE_CURRENT_LIST_DIR}/debian/prerm
+  ${CMAKE_CURRENT_LIST_DIR}/debian/postrm)
+set(CPACK_DEBIAN_CORVANE_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+
+set(CPACK_DEBIAN_DEV_PACKAGE_NAME corvane-dev)
+set(CPACK_DEBIAN_DEV_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_DEV_PACKAGE_SECTION devel)
+set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "liblua5.2-dev, pkg-config | pkgconf")
+set(CPACK_DEBIAN_DEV_DESCRIPTION
+"Headers for add-ins: the contract between a Corvane runtime and the libraries of
+function blocks that it loads, with the CMake package corvane.")
+
+install(FILES packaging/corvane@.service DESTINATION lib/systemd/system
+  COMPONENT package EXCLUDE_FROM_ALL)
+install(PROGRAMS packaging/service.sh DESTINATION lib/corvane RENAME service
+  COMPONENT package EXCLUDE_FROM_ALL)
+install(DIRECTORY DESTINATION /etc/corvane COMPONENT package EXCLUDE_FROM_ALL)
+compress_text(${CMAKE_CURRENT_LIST_DIR}/debian/changelog changelog.Debian.gz)
+foreach(package IN ITEMS corvane corvane-dev)
+  string(REPLACE corvane package component ${package})  # package, package-dev
+  install(FILES packaging/debian/copyright ${CMAKE_BINARY_DIR}/doc/changelog.Debian.gz
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package} COMPONENT ${component} EXCLUDE_FROM_ALL)
+endforeach()
+include(CPack)

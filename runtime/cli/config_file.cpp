@@ -1,0 +1,100 @@
+// SPDX-License-Identifier: MIT
+#include "runtime/cli/config_file.h"
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <string>
+#include <system_error>
+
+namespace corvane::cli {
+namespace {
+
+struct Setting {
+  std::string name;
+  std::string value;
+};
+
+/// The setting that a line holds. Throws CLI::ConfigError. (The library's own reader would take a
+/// modem with its settings behind commas for several values, and pass over short lines.)
+Setting ParseLine(const std::string& line) {
+  const std::size_t equals = line.find('=');
+  if (equals == std::string::npos) throw CLI::ConfigError("'" + line + "' is no name = value");
+  Setting setting{CLI::detail::trim_copy(line.substr(0, equals)),
+                  CLI::detail::trim_copy(line.substr(equals + 1))};
+  std::string& value = setting.value;
+  if (value.size() >= 2 && value.front() == '"' && value.back() == '"') {
+    value = value.substr(1, value.size() - 2);
+  }
+  return setting;
+}
+
+CLI::Option& FindOption(CLI::App& command, const std::string& name) {
+  CLI::Option* option = command.get_option_no_throw("--" + name);
+  if (option == nullptr) option = command.get_option_no_throw(name);
+  if (option == nullptr) throw CLI::ConfigError("there is no option '" + name + "'");
+  if (!option->get_configurable()) {
+    throw CLI::ConfigError("'" + name + "' belongs on the command line");
+  }
+  return *option;
+}
+
+void Store(CLI::Option& option, const Setting& setting) {
+  const bool flag = option.get_expected_min() == 0;
+  if (flag && setting.value != "true" && setting.value != "false") {
+    throw CLI::ConfigError(setting.name + ": '" + setting.value + "' is neither true nor false");
+  }
+  option.add_result(setting.value);
+  // What is wrong is found at its own line; the option's variable has all of it after the last one.
+  option.run_callback();
+}
+
+/// Options that the command line has not given; decided when the file first names them.
+class Unset {
+ public:
+  bool Contains(const CLI::Option& option) {
+    return unset_.try_emplace(&option, option.empty()).first->second;
+  }
+
+ private:
+  std::map<const CLI::Option*, bool> unset_;
+};
+
+void ReadConfig(CLI::App& command, const std::string& path) {
+  std::ifstream file(path);
+  Unset unset;
+  std::string line;
+  for (int number = 1; std::getline(file, line); ++number) {
+    CLI::detail::trim(line);
+    if (line.empty() || line.front() == '#') continue;
+    try {
+      const Setting setting = ParseLine(line);
+      CLI::Option& option = FindOption(command, setting.name);
+      if (unset.Contains(option)) Store(option, setting);
+    } catch (const CLI::ParseError& error) {
+      throw CLI::ConfigError(fmt::format("{}:{}: {}", path, number, error.what()));
+    }
+  }
+  if (!file.eof()) {  // missing, forbidden, a folder
+    throw CLI::ConfigError(fmt::format("configuration {} cannot be read: {}", path,
+                                       std::generic_category().message(errno)));
+  }
+}
+
+}  // namespace
+
+void AddConfigOption(CLI::App& command) {
+  auto path = std::make_shared<std::string>();
+  command.add_option("--config", *path, "File with these options: cycle = 500ms, one a line")
+      ->configurable(false);
+  command.get_help_ptr()->configurable(false);
+  // Behind the command line, and in front of the subcommand's own callback.
+  command.parse_complete_callback([path, &command] {
+    if (!path->empty()) ReadConfig(command, *path);
+  });
+}
+
+}  // namespace corvane::cli

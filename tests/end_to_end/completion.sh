@@ -1,0 +1,50 @@
+#!/bin/bash
+# SPDX-License-Identifier: MIT
+# completion.sh PROJECT CORVANE: completes command lines as bash would after the tab key.
+set -euo pipefail
+project=$1 corvane=$2
+# shellcheck source=/dev/null # packaging/completion.bash
+source "$project/packaging/completion.bash"
+# There is no line editor here to take options.
+# shellcheck disable=SC2317 # the completion calls it
+compopt() { :; }
+
+folder=$(mktemp -d)
+trap 'rm -rf "$folder"' EXIT
+cd "$folder"
+touch pump.lua 'two words.lua' pump.conf addin.so notes.txt
+mkdir programs
+
+# expect COMPLETIONS WORD...: what the last word, which may be empty, can become.
+failed=0
+expect() {
+    local expected=$1 found
+    COMP_WORDS=("$corvane" "${@:2}")
+    COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
+    _corvane corvane "${COMP_WORDS[COMP_CWORD]}" "${COMP_WORDS[COMP_CWORD - 1]}"
+    found=$(printf '%s\n' "${COMPREPLY[@]}" | LC_ALL=C sort | paste -sd '|')
+    if [ "$found" != "$expected" ]; then
+        echo "corvane ${*:2}: expected $expected, found $found"
+        failed=1
+    fi
+}
+
+expect "run" r
+expect "blocks" bl
+expect "--help|--version" --
+expect "--log-level" run --log
+expect "--config" run pump.lua --con
+expect "--check" run --che
+expect "--json" blocks --j
+expect "" blocks --cyc
+expect "debug" run --log-level d
+expect "debug|error|info|off|trace|warning" run --log-level ""
+expect "" run --cycle ""
+expect "programs|pump.lua|two words.lua" run ""
+expect "two words.lua" run two
+expect "programs|pump.lua" run --check p
+expect "addin.so|programs" run --addin ""
+expect "programs|pump.conf" run --config ""
+expect "" run pump.lua -- --
+expect "--help|--version" fly --
+exit $failed

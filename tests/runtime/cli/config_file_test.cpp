@@ -1,0 +1,118 @@
+// SPDX-License-Identifier: MIT
+#include "runtime/cli/config_file.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "tests/support/command.h"
+#include "tests/support/temporary_folder.h"
+
+namespace {
+
+using test_support::CommandResult;
+using testing::HasSubstr;
+
+class ConfigFileTest : public testing::Test {
+ protected:
+  std::string Write(const std::string& name, const std::string& text) const {
+    const std::string path = (folder_.path() / name).string();
+    std::ofstream(path) << text;
+    return path;
+  }
+  /// Runs a program that shows its words and cycles, with `config` and the further words.
+  CommandResult RunWith(const std::string& config, std::vector<std::string> words = {}) const {
+    const std::vector<std::string> head{
+        CORVANE, "run",
+        Write("program.lua",
+              "print(table.concat(plc.args, '|')) function cycle() print(plc.cycle) "
+              "end"),
+        "--config", Write("options.conf", config)};
+    words.insert(words.begin(), head.begin(), head.end());
+    return test_support::RunCommand(words);
+  }
+  static void ExpectUsageError(const CommandResult& result, const std::string& message) {
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.out, "");
+    EXPECT_THAT(result.err, HasSubstr(message));
+    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+  }
+
+  test_support::TemporaryFolder folder_;
+};
+
+TEST_F(ConfigFileTest, OptionsStandInItUnderTheirNames) {
+  const auto result = RunWith("# a comment\n\n  cycle = 1ms\ncycles=2\r\nlog-level = \"off\"\n");
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.out, "\n1\n2\n");
+  EXPECT_EQ(result.err, "");
+}
+
+TEST_F(ConfigFileTest, TheLastLineNeedsNoLineFeedAndAnEmptyFileSaysNothing) {
+  EXPECT_EQ(RunWith("cycle = 1ms\ncycles = 1").out, "\n1\n");
+  EXPECT_EQ(RunWith("", {"--cycles", "1"}).out, "\n1\n");
+}
+
+TEST_F(ConfigFileTest, TheCommandLineWins) {
+  const auto result = RunWith("cycles = 5\ncycle = 1ms\n", {"--cycles", "1"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.out, "\n1\n");
+}
+
+TEST_F(ConfigFileTest, ValuesThatTheCommandLineReplacesAreNotLookedAt) {
+  EXPECT_EQ(RunWith("cycles = many\n", {"--cycles", "1"}).status, 0);
+}
+
+TEST_F(ConfigFileTest, TheProgramsWordsTakeALineEachAndKeepBlanksCommasAndHashes) {
+  EXPECT_EQ(RunWith("cycles = 1\nargs = one two\nargs = 1=/dev/x,baud=9600 # 5\n").out,
+            "one two|1=/dev/x,baud=9600 # 5\n1\n");
+  EXPECT_EQ(RunWith("cycles = 1\nargs = one\n", {"--", "two"}).out, "two\n1\n");
+}
+
+TEST_F(ConfigFileTest, ARepeatableOptionTakesALineEach) {
+  const auto result = RunWith("addin = " ADDIN_FILE "\naddin = /no/such.so\n");
+  ExpectUsageError(result, "add-in /no/such.so does not exist");
+}
+
+TEST_F(ConfigFileTest, AnUnknownNameIsOneClearLineWithTheName) {
+  ExpectUsageError(RunWith("cycles = 1\ncolour = red\n"),
+                   "options.conf:2: there is no option 'colour'");
+  ExpectUsageError(RunWith("c = 1\n"), "options.conf:1: there is no option 'c'");
+  ExpectUsageError(RunWith("= 1\n"), "there is no option ''");
+  ExpectUsageError(RunWith("a.b = 1\n"), "there is no option 'a.b'");
+}
+
+TEST_F(ConfigFileTest, ALineOfAnotherFormIsOneClearLine) {
+  ExpectUsageError(RunWith("[run]\n"), "options.conf:1: '[run]' is no name = value");
+  ExpectUsageError(RunWith("cycles\n"), "'cycles' is no name = value");
+}
+
+TEST_F(ConfigFileTest, AValueThatTheOptionRefusesIsOneClearLine) {
+  ExpectUsageError(RunWith("\ncycle = abc\n"), "options.conf:2: --cycle: 'abc' is no duration");
+  ExpectUsageError(RunWith("log-level = loud\n"), "--log-level");
+  ExpectUsageError(RunWith("cycles =\n"), "--cycles");
+}
+
+TEST_F(ConfigFileTest, AnOptionThatIsGivenOnceMayNotStandTwice) {
+  ExpectUsageError(RunWith("cycle = 1ms\ncycle = 2ms\n"), "options.conf:2: --cycle");
+}
+
+TEST_F(ConfigFileTest, WhatBelongsOnTheCommandLineIsRefused) {
+  for (const char* name : {"program", "config", "check", "help"}) {
+    ExpectUsageError(RunWith(std::string(name) + " = x\n"), "belongs on the command line");
+  }
+}
+
+TEST_F(ConfigFileTest, AFileThatCannotBeReadIsOneClearLine) {
+  const std::string program = Write("program.lua", "plc.stop()");
+  for (const std::string& path : {std::string("/no/such.conf"), folder_.path().string()}) {
+    ExpectUsageError(test_support::RunCommand({CORVANE, "run", program, "--config", path}),
+                     "configuration " + path + " cannot be read: ");
+  }
+}
+
+}  // namespace

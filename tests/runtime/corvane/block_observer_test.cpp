@@ -1,0 +1,141 @@
+// SPDX-License-Identifier: MIT
+#include "runtime/corvane/block_observer.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "runtime/corvane/addin.h"
+#include "tests/support/lua_host.h"
+
+namespace {
+
+using corvane::BlockObserver;
+using corvane::BlockState;
+
+class BlockObserverTest : public test_support::LuaHost {
+ protected:
+  /// The block types must be registered before the environment is made.
+  static void SetUpTestSuite() { static const corvane::Addin addin(ADDIN_FILE); }
+
+  static std::string Value(const BlockState& block, const std::string& variable) {
+    for (const auto& state : block.variables) {
+      if (state.name == variable) return state.value;
+    }
+    return "no " + variable;
+  }
+};
+
+TEST_F(BlockObserverTest, ShowsTheBlocksThatAreCreatedFromItsBeginOn) {
+  Run("early = SysProcessCreate.new()");
+  BlockObserver observer(L());
+  EXPECT_TRUE(observer.Read().empty());
+  Run("first = SysProcessCreate.new() second = SEND_SMS.new()");
+  const auto blocks = observer.Read();
+  ASSERT_EQ(blocks.size(), 2u);
+  EXPECT_EQ(blocks[0].type, "SysProcessCreate");
+  EXPECT_EQ(blocks[1].type, "SEND_SMS");
+}
+
+TEST_F(BlockObserverTest, GivesTheVariablesInTheOrderOfTheirDeclaration) {
+  BlockObserver observer(L());
+  Run("fb = SEND_SMS.new()");
+  const auto blocks = observer.Read();
+  ASSERT_EQ(blocks.size(), 1u);
+  std::vector<std::string> names;
+  for (const auto& variable : blocks[0].variables) names.push_back(variable.name);
+  EXPECT_THAT(names, testing::ElementsAre("Port", "Send", "Receiver", "Message", "Error", "State",
+                                          "Sent", "Queue"));
+}
+
+TEST_F(BlockObserverTest, ShowsValuesAsAnEngineerWritesThem) {
+  BlockObserver observer(L());
+  Run("sms = SEND_SMS.new{Port = 3, Send = true, Message = 'pump 1'}\n"
+      "inbox = READ_SMS.new{DateTime = 1700000000}\n"
+      "empty = READ_SMS.new()");
+  const auto blocks = observer.Read();
+  ASSERT_EQ(blocks.size(), 3u);
+  EXPECT_EQ(Value(blocks[0], "Port"), "3");
+  EXPECT_EQ(Value(blocks[0], "Send"), "TRUE");
+  EXPECT_EQ(Value(blocks[0], "Sent"), "FALSE");
+  EXPECT_EQ(Value(blocks[0], "Message"), "'pump 1'");
+  EXPECT_EQ(Value(blocks[0], "Receiver"), "''");
+  EXPECT_EQ(Value(blocks[1], "DateTime"), "2023-11-14 22:13:20 UTC");
+  EXPECT_EQ(Value(blocks[2], "DateTime"), "-");
+}
+
+TEST_F(BlockObserverTest, FollowsAValueThatChanges) {
+  BlockObserver observer(L());
+  Run("fb = SEND_SMS.new()");
+  EXPECT_EQ(Value(observer.Read().at(0), "Message"), "''");
+  Run("fb.Message = 'x'");
+  EXPECT_EQ(Value(observer.Read().at(0), "Message"), "'x'");
+}
+
+TEST_F(BlockObserverTest, NeverGivesAPasswordNorItsLength) {
+  BlockObserver observer(L());
+  Run("a = SEND_EMAIL.new{Password = 's'} b = SEND_EMAIL.new{Password = 'a long secret'}\n"
+      "c = SEND_EMAIL.new()");
+  const auto blocks = observer.Read();
+  EXPECT_EQ(Value(blocks.at(0), "Password"), "......");
+  EXPECT_EQ(Value(blocks.at(1), "Password"), "......");
+  EXPECT_EQ(Value(blocks.at(2), "Password"), "''");
+}
+
+TEST_F(BlockObserverTest, NamesABlockAfterTheProgramsVariable) {
+  BlockObserver observer(L());
+  Run("global = SEND_SMS.new()\n"
+      "local shared = SEND_SMS.new()\n"
+      "local deeper = SEND_SMS.new()\n"
+      "local pumps = {left = SEND_SMS.new(), SEND_SMS.new()}\n"
+      "local function helper() return deeper end\n"
+      "station = {north = SEND_SMS.new()}\n"
+      "nowhere = {[true] = SEND_SMS.new()}\n"
+      "function cycle() return shared, helper, pumps end");
+  std::vector<std::string> names;
+  for (const auto& block : observer.Read()) names.push_back(block.name);
+  EXPECT_THAT(names, testing::UnorderedElementsAre("global", "shared", "deeper", "pumps.left",
+                                                   "pumps[1]", "station.north", "#7"));
+}
+
+TEST_F(BlockObserverTest, KeepsNoBlockAlive) {
+  BlockObserver observer(L());
+  Run("fb = SEND_SMS.new() other = SEND_SMS.new()");
+  EXPECT_EQ(observer.Read().size(), 2u);
+  Run("fb = nil");
+  Collect();
+  const auto blocks = observer.Read();
+  ASSERT_EQ(blocks.size(), 1u);
+  EXPECT_EQ(blocks[0].name, "other");
+}
+
+TEST_F(BlockObserverTest, LeavesOutABlockWhoseFinalizerWasCalledByHand) {
+  BlockObserver observer(L());
+  Run("fb = SEND_SMS.new() debug.getmetatable(fb).__gc(fb)");
+  EXPECT_TRUE(observer.Read().empty());
+}
+
+TEST_F(BlockObserverTest, BearsAProgramThatSpoilsTheTypesAndItsGlobals) {
+  BlockObserver observer(L());
+  Run("fb = SEND_SMS.new() SEND_SMS = nil TYPES.StandardFB.SEND_SMS.Vars.Port = 5");
+  EXPECT_EQ(observer.Read().at(0).variables.size(), 7u);
+  Run("TYPES = 5 setmetatable(_G, {__index = function() error('strict') end})");
+  const auto blocks = observer.Read();
+  ASSERT_EQ(blocks.size(), 1u);
+  EXPECT_TRUE(blocks[0].variables.empty());
+}
+
+TEST_F(BlockObserverTest, ATableThatHoldsItselfIsNoTrap) {
+  BlockObserver observer(L());
+  Run("t = {} t.t = t t.fb = SEND_SMS.new() function cycle() return cycle, t end");
+  EXPECT_THAT(observer.Read().at(0).name, testing::EndsWith("fb"));
+}
+
+TEST_F(BlockObserverTest, LeavesTheStackAsItWas) {
+  BlockObserver observer(L());
+  Run("fb = SEND_SMS.new()");
+  const int top = lua_gettop(L());
+  static_cast<void>(observer.Read());
+  EXPECT_EQ(lua_gettop(L()), top);
+}
+
+}  // namespace
