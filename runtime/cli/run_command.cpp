@@ -144,11 +144,11 @@ int Run(const RunOptions& options) {
     }
     view = std::make_unique<WatchView>(options.program);
   }
+  SystemScanClock clock;  // from here on the key q, a signal, ends in good order
   SetUpLog(options.log_level);
   // Output to a file or a pipe leaves line by line, too, and a failing program loses none of it.
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
   const auto addins = LoadAddins(options.addins);
-  SystemScanClock clock;
   const ModemPortDriver modems(ParseModemTargets(options.modems), TheScanLock());
   Scan scan({*ParseDuration(options.period), options.cycles}, clock, TheScanLock());
   int status = kProgramFailed;

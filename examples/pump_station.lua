@@ -1,0 +1,246 @@
+-- SPDX-License-Identifier: MIT
+-- A pump station: alarms by SMS and e-mail, an operator who asks and acknowledges by SMS.
+--
+--   corvane run pump_station.lua --modem 1=/dev/ttyUSB0 -- MAILSERVER PORT LOGIN PASSWORD SENDER RECIPIENT
+--
+-- How to read it, for those who know PLCs and not Lua:
+--   local x = 5              a variable of this file
+--   { a = 1, b = 2 }         a table: a structure with the fields a and b
+--   function f(x) ... end    a function; cycle() at the end is the one that runs in every PLC cycle
+--   text .. text             puts two texts together;  ~= is "not equal"
+-- A block is created once, with X.new { inputs }. In every cycle the program sets its inputs, calls
+-- it like a function, and reads its outputs. Nothing here ever waits: what takes time is a state.
+
+---------------------------------------------------------------------------------------------------
+-- Settings
+
+local limit = 400 -- cm: above it there is an alarm
+
+-- Who may command the station. Numbers as READ_SMS gives them, with the name for our own lines.
+local operators = {
+  ["+15550101234"] = "Anna",
+  ["+15550105678"] = "Boris",
+}
+-- Who gets the alarm: digits only, as SEND_SMS wants them.
+local alarm_numbers = { "15550101234", "15550105678" }
+
+local alarm_text = "ТРЕВОГА! Насосная станция 3: уровень воды %d см, предел %d см. "
+  .. "Насос 2 не работает. Ответьте ACK."
+
+if #plc.args < 6 then
+  error("needs: MAILSERVER PORT LOGIN PASSWORD SENDER RECIPIENT (behind --)", 0)
+end
+
+---------------------------------------------------------------------------------------------------
+-- The blocks
+
+local read_sms = READ_SMS.new { Port = 1, Read = true }
+local send_sms = SEND_SMS.new { Port = 1 }
+local send_email = SEND_EMAIL.new {
+  Server = plc.args[1],
+  Port = plc.args[2],
+  Login = plc.args[3],
+  Password = plc.args[4],
+  SenderName = "Pump station 3",
+  SenderMail = plc.args[5],
+  Recipient = plc.args[6],
+}
+-- The state of the machine itself. The command's text is ours alone: nothing from an SMS is in it.
+local machine = SysProcessCreateWithResult.new {
+  Command = "cut -d. -f1 /proc/uptime;",
+  Args = "df --output=pcent / | tail -n 1",
+}
+-- What is done when an operator has acknowledged.
+local here = debug.getinfo(1, "S").source:match("^@(.*/)") or "./"
+local start_pump = SysProcessCreate.new { Command = "'" .. here:gsub("'", "'\\''") .. "start_pump.sh'", Args = "2" }
+
+---------------------------------------------------------------------------------------------------
+-- What the station does
+
+local function say(text, ...)
+  print(string.format(text, ...))
+end
+
+-- The process. There is no sensor here: the water rises by itself, and falls when pump 2 runs.
+local station = { level = 360, pump_2 = false, alarm = "none" } -- alarm: none, active, acknowledged
+local levels = {} -- what goes into the report: one line a second
+
+local function process()
+  station.level = station.level + (station.pump_2 and -1.5 or 0.8)
+  if plc.cycle % 10 == 1 then
+    levels[#levels + 1] = string.format("%.1f;%d", plc.cycle / 10, station.level)
+  end
+end
+
+---------------------------------------------------------------------------------------------------
+-- Sending SMS: one message after the other, each until the modem has confirmed it
+
+local outbox = {} -- messages { number, text, tries }, the first one is being sent
+local sms_state = "idle" -- idle, sending, waiting
+local sms_again = 0 -- when the next attempt may begin
+local sms_sent = 0
+
+local function sms(number, text)
+  outbox[#outbox + 1] = { number = number, text = text, tries = 0 }
+end
+
+local function send_messages()
+  send_sms.Send = false
+  if sms_state == "idle" and #outbox > 0 and plc.clock() >= sms_again and send_sms.State ~= 0 then
+    -- The outputs tell of the message before, so they are reset: what they say next is of this one.
+    send_sms.Sent = false
+    send_sms.Error = 0
+    send_sms.Receiver = outbox[1].number
+    send_sms.Message = outbox[1].text
+    send_sms.Send = true -- a rising edge: it was false in the cycle before
+    sms_state = "sending"
+    send_sms()
+    return
+  end
+
+  send_sms()
+  -- Queue counts the messages that the block still has; 0 means that it is done with ours.
+  if sms_state == "sending" and send_sms.Queue == 0 then
+    if send_sms.Sent then
+      sms_sent = sms_sent + 1
+      table.remove(outbox, 1)
+    else
+      -- The block has tried four times and given up. We do not: an alarm has to arrive.
+      outbox[1].tries = outbox[1].tries + 1
+      say("SMS to %s failed (error %d), again in 2 s", outbox[1].number, send_sms.Error)
+      sms_again = plc.clock() + 2
+    end
+    sms_state = "idle"
+  end
+end
+
+---------------------------------------------------------------------------------------------------
+-- Sending e-mail, likewise
+
+local mail -- the text to send, nil: none
+local mail_state = "idle" -- idle, sending
+local mail_again = 0
+local mails_sent = 0
+
+local function write_report()
+  local file = assert(io.open("levels.csv", "w"))
+  file:write("second;level in cm\n", table.concat(levels, "\n"), "\n")
+  file:close()
+end
+
+local function send_mail()
+  send_email.Send = false
+  if mail and mail_state == "idle" and plc.clock() >= mail_again then
+    write_report()
+    send_email.Subject = "Pump station 3: alarm"
+    send_email.Message = mail
+    send_email.Attachment = "levels.csv"
+    send_email.Send = true
+    mail_state = "sending"
+  end
+  send_email()
+  if send_email.ErrStr ~= "" then
+    say("e-mail not queued: %s", send_email.ErrStr)
+    send_email.ErrStr = ""
+    mail_state, mail_again = "idle", plc.clock() + 5
+  end
+  if send_email.Sent then -- TRUE for one call: this message is done with
+    mail_state = "idle"
+    if send_email.Code == 0 then
+      mails_sent = mails_sent + 1
+      mail = nil
+    else
+      say("e-mail failed (code %d), again in 5 s", send_email.Code)
+      mail_again = plc.clock() + 5
+    end
+  end
+end
+
+---------------------------------------------------------------------------------------------------
+-- Receiving SMS
+
+local refused = 0
+local asked = {} -- numbers that wait for the state of the machine
+
+local function digits(number)
+  return (number:gsub("%D", ""))
+end
+
+-- A text from a phone is data: it is compared with the words that we know, and is never part of a
+-- command. (A text of seven characters may end with a character of code 0.)
+local function handle(number, text)
+  local word = text:gsub("%z+$", ""):upper()
+  local name = operators[number]
+  if not name then
+    refused = refused + 1
+    say("refused: a message from the unknown number %s", number)
+  elseif word == "STATUS" then
+    say("%s asks for the state", name)
+    asked[#asked + 1] = number
+  elseif word == "ACK" and station.alarm == "active" then
+    say("%s has acknowledged the alarm: pump 2 is started", name)
+    station.alarm = "acknowledged"
+    station.pump_2 = true
+    start_pump.Run = true
+    sms(digits(number), "Thank you. Pump 2 is started.")
+  else
+    say("%s wrote something that is no command", name)
+    sms(digits(number), "Commands: STATUS, ACK")
+  end
+end
+
+local function receive_messages()
+  read_sms()
+  if read_sms.Complete then -- TRUE for one call: a message is in the outputs
+    handle(read_sms.Number, read_sms.Message)
+  end
+end
+
+local function answer_questions()
+  machine.Run = #asked > 0
+  machine() -- some milliseconds; a slow command would hold the cycle, so it would need a timeout
+  if machine.Run then
+    local seconds, disk = machine.Output:match("^(%d+)%s+(%S+)")
+    -- At most 67 characters: a longer plain text would go out twice.
+    local answer = string.format("Level %d/%d cm, alarm %s, disk %s full, up %d min",
+      station.level, limit, station.alarm, disk or "?", (seconds or 0) / 60)
+    for _, number in ipairs(asked) do
+      sms(digits(number), answer)
+    end
+    asked = {}
+  end
+end
+
+---------------------------------------------------------------------------------------------------
+-- The cycle
+
+local function watch_level()
+  if station.level > limit and station.alarm == "none" then -- a rising edge: one alarm
+    station.alarm = "active"
+    say("ALARM: %d cm, the limit is %d cm", station.level, limit)
+    for _, number in ipairs(alarm_numbers) do
+      sms(number, alarm_text:format(station.level, limit))
+    end
+    mail = string.format("The water stands at %d cm, the limit is %d cm. Pump 2 does not run.", station.level, limit)
+  elseif station.level < limit - 10 and station.alarm == "acknowledged" then
+    station.alarm = "over"
+    say("the alarm is over: %d cm", station.level)
+  end
+end
+
+function cycle()
+  start_pump.Run = false
+
+  process()
+  receive_messages()
+  answer_questions()
+  watch_level()
+  send_messages()
+  send_mail()
+  start_pump()
+
+  if station.alarm == "over" and #outbox == 0 and not mail then
+    say("%d SMS and %d e-mail sent, %d message refused, nothing lost", sms_sent, mails_sent, refused)
+    plc.stop()
+  end
+end
