@@ -1,5 +1,5 @@
 -- SPDX-License-Identifier: MIT
--- A pump station: alarms by SMS and e-mail, an operator who asks and acknowledges by SMS.
+-- A pump station: alarms by SMS and e-mail; an operator asks and acknowledges by SMS.
 --
 --   corvane run pump_station.lua --modem 1=/dev/ttyUSB0 -- MAILSERVER PORT LOGIN PASSWORD SENDER RECIPIENT
 --

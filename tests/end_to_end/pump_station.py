@@ -1,0 +1,55 @@
+#!/usr/bin/python3
+# SPDX-License-Identifier: MIT
+"""pump_station.py PROJECT CORVANE: the example tells its whole story, and leaves nothing behind."""
+import os
+import subprocess
+import sys
+import tempfile
+
+project, corvane = sys.argv[1:]
+
+# What must be said, by whom, in this order (the two others' lines may stand between).
+STORY = [
+    ("phone", "from +15550101234", "STATUS"),
+    ("controller", "Anna asks for the state"),
+    ("phone", "sent to +15550101234: Level ", " cm, alarm none, disk "),
+    ("phone", "from +15559998877", "OPEN THE GATE"),
+    ("controller", "refused: a message from the unknown number +15559998877"),
+    ("phone", "unplugged for 3s"),
+    ("controller", "ALARM: 400 cm, the limit is 400 cm"),
+    ("phone", "plugged in again"),
+    ("phone", "sent to +15550101234 in 2 parts: ТРЕВОГА! Насосная станция 3: уровень воды 400 см"),
+    ("phone", "sent to +15550105678 in 2 parts: ТРЕВОГА! Насосная станция 3: уровень воды 400 см"),
+    ("phone", "from +15550101234", "ACK"),
+    ("controller", "Anna has acknowledged the alarm: pump 2 is started"),
+    ("phone", "sent to +15550101234: Thank you. Pump 2 is started."),
+    ("controller", "the alarm is over: "),
+    ("controller", "4 SMS and 1 e-mail sent, 1 message refused, nothing lost"),
+]
+MAIL = [
+    ("mailbox", "pump3@plant.example -> operator@plant.example"),
+    ("mailbox", "Subject: Pump station 3: alarm"),
+    ("mailbox", "[levels.csv: "),
+]
+
+
+def is_told(story, lines):
+    rest = iter(lines)
+    for speaker, *texts in story:
+        if not any(line.startswith(speaker) and all(text in line for text in texts) for line in rest):
+            return f"missing or too early: {speaker}: {texts}"
+    return ""
+
+
+with tempfile.TemporaryDirectory() as folder:
+    result = subprocess.run([project + "/examples/pump_station.sh"], capture_output=True, text=True, timeout=100,
+                            env={**os.environ, "CORVANE": corvane, "TMPDIR": folder})
+    left = os.listdir(folder)
+lines = result.stdout.splitlines()
+assert result.returncode == 0, result
+assert is_told(STORY, lines) == "", is_told(STORY, lines) + "\n" + result.stdout + result.stderr
+assert is_told(MAIL, lines) == "", is_told(MAIL, lines) + "\n" + result.stdout + result.stderr
+assert any("start_pump.sh: pump 2 is switched on" in line for line in lines), result.stdout
+assert sum("sent to +15550105678" in line for line in lines) == 1, "an alarm went out twice\n" + result.stdout
+assert left == [], left
+print("the whole story is told")
