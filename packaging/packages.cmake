@@ -29,7 +29,9 @@ set(CPACK_DEBIAN_CORVANE_PACKAGE_NAME corvane)
 set(CPACK_DEBIAN_CORVANE_PACKAGE_SECTION electronics)
 set(CPACK_DEBIAN_CORVANE_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
-set(CPACK_DEBIAN_CORVANE_PACKAGE_DEPENDS adduser)
+# Python runs the mail server that two of the examples bring; the server's library is only recommended.
+set(CPACK_DEBIAN_CORVANE_PACKAGE_DEPENDS "adduser, python3:any")
+set(CPACK_DEBIAN_CORVANE_PACKAGE_RECOMMENDS python3-aiosmtpd)
 set(CPACK_DEBIAN_CORVANE_DESCRIPTION
 "Runs control programs that are written in Lua 5.2, cycle after cycle, as a PLC
 does. Five function blocks read and send SMS over a GSM modem, send e-mail and
