@@ -127,10 +127,10 @@ ssize_t __wrap_send(int /*descriptor*/, const void* data, std::size_t size, int 
   return static_cast<ssize_t>(size);
 }
 
-ssize_t __wrap_recv(int /*descriptor*/, void* data, std::size_t size, int flags) {
+ssize_t __wrap_recv(int /*descriptor*/, void* data, std::size_t size, int /*flags*/) {
   if (connection.replies.empty()) return connection.end == End::kClose ? 0 : -1;
   const std::size_t length = connection.replies.copy(static_cast<char*>(data), size);
-  if ((flags & MSG_PEEK) == 0) connection.replies.remove_prefix(length);
+  connection.replies.remove_prefix(length);
   return static_cast<ssize_t>(length);
 }
 

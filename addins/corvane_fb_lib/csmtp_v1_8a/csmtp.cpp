@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cassert>
-#include <cerrno>
 #include <cstring>
 #include <new>
 
@@ -112,50 +111,31 @@ void CSmtp::SendBuffer(Next next) {
   // Without MSG_NOSIGNAL a peer that has closed would end the process with SIGPIPE.
   const int flags = MSG_NOSIGNAL | (next == Next::kMoreText ? MSG_MORE : 0);
   const WaitBudget budget;
-  while (!rest.empty()) {
+  for (;;) {
+    smtp_socket::Wait(hSocket, Direction::kWrite, budget);
+    if (rest.empty()) return;
     const ssize_t sent = send(hSocket, rest.data(), rest.size(), flags);
+    if (sent < 0) throw ECSmtp(SMTP_ERR_SEND);
     if (sent == 0) return;
-    if (sent > 0) {
-      rest.remove_prefix(static_cast<std::size_t>(sent));
-    } else if (errno == EAGAIN) {
-      smtp_socket::Wait(hSocket, Direction::kWrite, budget);
-    } else {
-      throw ECSmtp(SMTP_ERR_SEND);
-    }
+    rest.remove_prefix(static_cast<std::size_t>(sent));
   }
-  smtp_socket::Wait(hSocket, Direction::kWrite, budget);
 }
 
 void CSmtp::ReceiveData() {
   assert(RecvBuf != nullptr);
   const WaitBudget budget;
-  for (std::size_t count = 0;;) {
+  // Byte by byte, so that what follows the line stays in the socket for the next reply.
+  for (std::size_t count = 0;; ++count) {
     smtp_socket::Wait(hSocket, Direction::kRead, budget);
     if (count == kBufferSize) throw ECSmtp(SMTP_ERR_LACK_OF_MEMORY);
-    const std::size_t length = ReceivePiece(&RecvBuf[count], kBufferSize - count);
-    if (length == 0) {
-      // The end of the connection uses up a place, too: the buffer is full at once.
-      RecvBuf[count++] = '\0';
-      continue;
-    }
-    count += length;
-    if (RecvBuf[count - 1] != '\n') continue;
+    // At the end of the connection nothing is read, which uses up a place all the same: the
+    // buffer is full at once.
     RecvBuf[count] = '\0';
+    if (recv(hSocket, &RecvBuf[count], 1, 0) < 0) throw ECSmtp(SMTP_ERR_RECV);
+    if (RecvBuf[count] != '\n') continue;
+    RecvBuf[count + 1] = '\0';
     return;
   }
-}
-
-std::size_t CSmtp::ReceivePiece(char* to, std::size_t room) const {
-  // Looks before it takes: what follows the line stays for the next reply.
-  const ssize_t seen = recv(hSocket, to, room, MSG_PEEK);
-  if (seen < 0) throw ECSmtp(SMTP_ERR_RECV);
-  if (seen == 0) return 0;
-  const auto* line_end =
-      static_cast<const char*>(std::memchr(to, '\n', static_cast<std::size_t>(seen)));
-  const auto wanted = line_end == nullptr ? seen : line_end + 1 - to;
-  const ssize_t taken = recv(hSocket, to, static_cast<std::size_t>(wanted), 0);
-  if (taken < 0) throw ECSmtp(SMTP_ERR_RECV);
-  return static_cast<std::size_t>(taken);
 }
 
 int CSmtp::SmtpXYZdigits() const {

@@ -124,8 +124,6 @@ class CSmtp {
   enum class Next { kReply, kMoreText };
   void SendText(std::string_view text, Next next = Next::kReply);
   void SendBuffer(Next next);
-  /// Reads what there is, up to the end of the line or of the room. @return 0: the connection's end
-  std::size_t ReceivePiece(char* to, std::size_t room) const;
   int ReadReply();
   int ReadReplyOtherThan(int code);
 
