@@ -198,6 +198,21 @@ void MailOurs(benchmark::State& state) {
 }
 BENCHMARK(MailOurs)->Name("Mail/ours")->Arg(0)->Arg(5 << 20)->UseRealTime();
 
+/// The port of a real mail server of this machine, as the environment tells.
+unsigned short RealServerPort() {
+  const char* port = std::getenv("MAIL_SERVER_PORT");
+  if (port == nullptr) throw std::runtime_error("MAIL_SERVER_PORT is not set");
+  return static_cast<unsigned short>(std::stoi(port));
+}
+
+void RealMailOurs(benchmark::State& state) {
+  const Attachment attachment(static_cast<std::size_t>(state.range(0)));
+  const unsigned short port = RealServerPort();
+  for (auto _ : state) Send(port, attachment);
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(RealMailOurs)->Name("RealMail/ours")->Arg(0)->Arg(5 << 20)->UseRealTime();
+
 /// What is left of a message that curl reads from memory.
 struct Upload {
   std::string_view rest;
@@ -228,16 +243,27 @@ void SendByCurl(unsigned short port, const std::string& message) {
   curl_easy_cleanup(curl);
 }
 
-/// The message is ready in memory: curl neither reads the file nor encodes it.
+/// The message that Send sends. Curl finds it in memory: it neither reads the file nor encodes it.
+std::string ReadyMessage(const Server& server, std::size_t attachment_size) {
+  Send(server.port(), Attachment(attachment_size));
+  return server.message() + "\r\n";
+}
+
 void MailPeer(benchmark::State& state) {
-  const Attachment attachment(static_cast<std::size_t>(state.range(0)));
   const Server server;
-  Send(server.port(), attachment);
-  const std::string message = server.message() + "\r\n";
+  const std::string message = ReadyMessage(server, static_cast<std::size_t>(state.range(0)));
   for (auto _ : state) SendByCurl(server.port(), message);
   state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(MailPeer)->Name("Mail/peer")->Arg(0)->Arg(5 << 20)->UseRealTime();
+
+void RealMailPeer(benchmark::State& state) {
+  const std::string message = ReadyMessage(Server(), static_cast<std::size_t>(state.range(0)));
+  const unsigned short port = RealServerPort();
+  for (auto _ : state) SendByCurl(port, message);
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(RealMailPeer)->Name("RealMail/peer")->Arg(0)->Arg(5 << 20)->UseRealTime();
 
 /// A field of the process's status, in kilobytes.
 double Kilobytes(const std::string& field) {
