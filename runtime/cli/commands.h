@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 #include <functional>
+#include <string>
 
 namespace corvane::cli {
 
@@ -17,6 +18,9 @@ enum ExitStatus : int {
 
 /// What a chosen subcommand does; returns the exit status.
 using Action = std::function<int()>;
+
+/// A CLI11 validator: empty when `text` is a duration, else what is wrong with it.
+[[nodiscard]] std::string CheckDuration(const std::string& text);
 
 void AddRunCommand(CLI::App& app, Action& action);
 void AddBlocksCommand(CLI::App& app, Action& action);

@@ -40,12 +40,6 @@ struct ModemCommandOptions {
   bool trace = false;
 };
 
-std::string CheckDuration(const std::string& text) {
-  if (ParseDuration(text)) return {};
-  return fmt::format("'{}' is no duration; write a number and a unit, such as 500ms, 2s or 0",
-                     text);
-}
-
 std::string CheckTime(const std::string& text) {
   if (modem_simulator::ParseTimeStamp(text)) return {};
   return fmt::format("'{}' is no time; write it as 2026-01-31T12:00:00+01:00", text);

@@ -38,13 +38,6 @@ struct RunOptions {
   bool watch = false;
 };
 
-/// CLI11 validator: empty when `text` is a duration, else what is wrong with it.
-std::string CheckDuration(const std::string& text) {
-  if (ParseDuration(text)) return {};
-  return fmt::format("'{}' is no duration; write a number and a unit, such as 100ms, 2s or 0",
-                     text);
-}
-
 /// Empty when `text` is a whole number that fits, else what is wrong with it. (The option's own
 /// conversion would let "-1" pass as the largest number.)
 std::string CheckCount(const std::string& text) {
@@ -150,6 +143,7 @@ int Run(const RunOptions& options) {
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
   const auto addins = LoadAddins(options.addins);
   const ModemPortDriver modems(ParseModemTargets(options.modems), TheScanLock());
+  if (view != nullptr) view->Follow(modems);
   Scan scan({*ParseDuration(options.period), options.cycles}, clock, TheScanLock());
   int status = kProgramFailed;
   try {
@@ -192,7 +186,7 @@ void AddRunCommand(CLI::App& app, Action& action) {
                  "Load the program, look for cycle(), run no cycle; prints PROGRAM: ok")
       ->configurable(false);
   command->add_flag("--watch", options->watch,
-                    "Show the blocks, their variables and the cycle times in the terminal");
+                    "Show the blocks' variables, the modems and the cycle times in the terminal");
   AddConfigOption(*command);
   command->footer(
       "Example: corvane run disk_watch.lua --cycle 500ms -- /var\n"

@@ -22,7 +22,7 @@ namespace corvane::cli {
 namespace {
 
 constexpr std::chrono::milliseconds kRefresh(200);
-constexpr int kHeadLines = 4;    // title and statistics
+constexpr int kHeadLines = 4;    // title and statistics; a line for each modem port follows
 constexpr int kOutputLines = 5;  // of what the program prints, with their heading
 
 /// The screen is UTF-8, as the program's texts are. Only the classification of characters follows
@@ -110,7 +110,10 @@ void WatchView::Update(const CycleStatistics& statistics) {
   const auto now = std::chrono::steady_clock::now();
   if (now - taken_ < kRefresh) return;
   taken_ = now;
-  Picture picture{statistics.Summary(), observer_ ? observer_->Read() : std::vector<BlockState>{}};
+  Picture picture;
+  picture.statistics = statistics.Summary();
+  if (modems_ != nullptr) picture.modems = modems_->Status();
+  if (observer_) picture.blocks = observer_->Read();
   const std::lock_guard guard(mutex_);
   picture_ = std::move(picture);
 }
@@ -138,7 +141,8 @@ void WatchView::DrawLines() {
   const auto lines = BlockLines(picture.blocks, static_cast<std::size_t>(getmaxx(stdscr)));
   const auto output = output_.LastLines(kOutputLines - 1);
   const int output_top = rows - 1 - (output.empty() ? 0 : static_cast<int>(output.size()) + 1);
-  const int space = std::max(1, output_top - kHeadLines);
+  const int blocks_top = kHeadLines + static_cast<int>(picture.modems.size());
+  const int space = std::max(1, output_top - blocks_top);
   const int count = static_cast<int>(lines.size());
   first_line_ = std::clamp(first_line_, 0, std::max(0, count - space));
   const int last = std::min(count, first_line_ + space);
@@ -146,9 +150,12 @@ void WatchView::DrawLines() {
   erase();
   Write(0, " corvane  " + ScreenText(program_), A_REVERSE);
   WriteParts(1, picture.statistics);
+  for (std::size_t i = 0; i < picture.modems.size(); ++i) {
+    Write(kHeadLines + static_cast<int>(i), " " + ScreenText(picture.modems[i]));
+  }
   for (int i = first_line_; i < last; ++i) {
     const std::string& line = lines[static_cast<std::size_t>(i)];
-    Write(kHeadLines + i - first_line_, line, line.front() == ' ' ? A_NORMAL : A_BOLD);
+    Write(blocks_top + i - first_line_, line, line.front() == ' ' ? A_NORMAL : A_BOLD);
   }
   if (!output.empty()) Write(output_top, " Output", A_UNDERLINE);
   for (std::size_t i = 0; i < output.size(); ++i) {

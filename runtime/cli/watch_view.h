@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// corvane run --watch: the blocks and the cycle statistics of a running program in the terminal.
+// corvane run --watch: the blocks, the modem ports and the cycle statistics of a running program in
+// the terminal.
 // Threads: one of its own draws; the PLC task hands over what there is to see and never waits for
 // the terminal.
 #pragma once
@@ -17,6 +18,7 @@
 #include "runtime/cli/terminal_guard.h"
 #include "runtime/corvane/block_observer.h"
 #include "runtime/corvane/cycle_statistics.h"
+#include "runtime/corvane/modem_port_driver.h"
 
 struct screen;  // of ncurses
 
@@ -37,12 +39,15 @@ class WatchView {
 
   /// From now on the blocks that are created in this state are shown.
   void Follow(lua_State* L) { observer_.emplace(L); }
+  /// From now on the state of these ports is shown. They live until the last Update.
+  void Follow(const ModemPortDriver& modems) { modems_ = &modems; }
   /// Takes a picture, if the last one is old enough. The PLC task, after a cycle. Throws LuaError.
   void Update(const CycleStatistics& statistics);
 
  private:
   struct Picture {
     std::string statistics;
+    std::vector<std::string> modems;
     std::vector<BlockState> blocks;
   };
 
@@ -60,6 +65,7 @@ class WatchView {
   int wake_;            // eventfd: the view goes
   int first_line_ = 0;  // of the blocks' lines, on top
   std::optional<BlockObserver> observer_;
+  const ModemPortDriver* modems_ = nullptr;
   std::chrono::steady_clock::time_point taken_{};
   mutable std::mutex mutex_;  // guards picture_
   Picture picture_;

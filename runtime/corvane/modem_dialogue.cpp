@@ -62,8 +62,13 @@ const char* Name(ModemDialogue::State state) {
 
 }  // namespace
 
-ModemDialogue::ModemDialogue(const ModemTarget& target, WaitLoop& loop)
-    : target_(target), loop_(loop) {}
+ModemDialogue::ModemDialogue(const ModemTarget& target, WaitLoop& loop, ModemStatus& status)
+    : target_(target), loop_(loop), status_(status) {}
+
+void ModemDialogue::Report(std::string what) {
+  spdlog::debug("modem port {}: {}", target_.port, what);
+  status_.Set(std::move(what));
+}
 
 void ModemDialogue::SetState(State state) {
   if (state == state_) return;
@@ -95,14 +100,13 @@ void ModemDialogue::Detach() {
 ExchangeResult ModemDialogue::Exchange(std::string_view request, milliseconds timeout) {
   const bool is_text = KindOfRequest(request) == RequestKind::kText;
   if (is_text && state_ != State::kPrompt) {
-    spdlog::debug("modem port {}: {} not sent, its prompt is gone", target_.port, Shown(request));
+    Report(Shown(request) + " not sent, its prompt is gone");
     return {};
   }
   if (!is_text && state_ == State::kPrompt) LeavePrompt();
   Idle(steady_clock::now());  // a late answer is not this one's
   if (state_ == State::kUnknown && !BecomeReady(steady_clock::now() + timeout)) {
-    spdlog::debug("modem port {}: {} not sent, the modem does not answer", target_.port,
-                  Shown(request));
+    Report(Shown(request) + " not sent, the modem does not answer");
     return {};
   }
   if (state_ == State::kNoLine) return {};
@@ -217,6 +221,7 @@ ExchangeResult ModemDialogue::Transact(std::string_view request, milliseconds ti
   }
   // Whatever follows, the modem is out of step until its answer is there.
   SetState(State::kUnknown);
+  status_.Set(Shown(request) + " -> ...");
   if (Send(request, timeout)) Collect(answer, timeout);
   const auto time = FormatDuration(steady_clock::now() - start);
   switch (answer.state()) {
@@ -229,13 +234,13 @@ ExchangeResult ModemDialogue::Transact(std::string_view request, milliseconds ti
           target_.port, Shown(request), target_.baud);
       return {};
     case AtAnswer::State::kOpen:
-      spdlog::debug("modem port {}: {} -> no end of the answer within {}", target_.port,
-                    Shown(request), time);
+      Report(fmt::format("{} -> no end of the answer within {}", Shown(request), time));
       return Unfinished(answer, request, timeout);
   }
-  spdlog::debug("modem port {}: {} -> {} {}in {}", target_.port, Shown(request),
-                answer.state() == AtAnswer::State::kPrompt ? "prompt" : answer.final_line(),
-                answer.lines() == 0 ? "" : fmt::format("and {} lines ", answer.lines()), time);
+  Report(fmt::format("{} -> {} {}in {}", Shown(request),
+                     answer.state() == AtAnswer::State::kPrompt ? "prompt" : answer.final_line(),
+                     answer.lines() == 0 ? "" : fmt::format("and {} lines ", answer.lines()),
+                     time));
   if (kind == RequestKind::kText && answer.final_kind() == LineKind::kOk && answer.lines() == 0) {
     spdlog::warn(
         "modem port {}: the modem said OK to a message without {}: and its number; some "

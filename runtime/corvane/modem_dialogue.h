@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "runtime/corvane/at_answer.h"
+#include "runtime/corvane/modem_status.h"
 #include "runtime/corvane/modem_target.h"
 #include "runtime/corvane/serial_line.h"
 #include "runtime/corvane/wait_loop.h"
@@ -33,7 +34,8 @@ class ModemDialogue {
     kPrompt,   ///< the modem waits for the text of a message
   };
 
-  ModemDialogue(const ModemTarget& target, WaitLoop& loop);
+  /// @param status told each exchange, as far as the log may show it
+  ModemDialogue(const ModemTarget& target, WaitLoop& loop, ModemStatus& status);
 
   /// Takes a newly opened line and sets the modem up, as far as it answers.
   void Attach(std::unique_ptr<SerialLine> line);
@@ -56,6 +58,8 @@ class ModemDialogue {
 
  private:
   void SetState(State state);
+  /// To the log, and to whoever watches.
+  void Report(std::string what);
   /// Logs octets at the most detailed level: '>' sent, '<' received, 'x' received and dropped.
   void Trace(char direction, std::string_view octets) const;
   [[nodiscard]] bool BecomeReady(SteadyTime deadline);
@@ -79,6 +83,7 @@ class ModemDialogue {
 
   const ModemTarget& target_;
   WaitLoop& loop_;
+  ModemStatus& status_;
   std::unique_ptr<SerialLine> line_;
   State state_ = State::kNoLine;
   std::string stray_;         // start of a line that came while no exchange was open

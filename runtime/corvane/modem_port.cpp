@@ -73,8 +73,10 @@ void ModemPort::Run() {
 
 void ModemPort::KeepLine() {
   if (open_ && !dialogue_.loss().empty()) {
-    spdlog::warn("modem port {}: {} is lost: {}; waiting for it to come back", target_.port,
-                 target_.Name(), dialogue_.loss());
+    const std::string what = fmt::format("{} is lost: {}; waiting for it to come back",
+                                         target_.Name(), dialogue_.loss());
+    spdlog::warn("modem port {}: {}", target_.port, what);
+    status_.Set(what);
     open_ = false;
     dialogue_.Detach();
   }
@@ -88,8 +90,10 @@ void ModemPort::TryToOpen() {
     last_problem_.clear();
     open_ = true;
     spdlog::info("modem port {}: {} is open", target_.port, target_.Name());
+    status_.Set(target_.Name() + " is open");
   } catch (const LineError& error) {
     next_attempt_ = steady_clock::now() + kReopenPause;
+    status_.Set(error.what());
     if (std::exchange(last_problem_, error.what()) != error.what() && !loop_.stopped()) {
       spdlog::error("modem port {}: {}", target_.port, error.what());
     }

@@ -15,6 +15,7 @@
 
 #include "corvane/modem_port_driver.h"
 #include "runtime/corvane/modem_dialogue.h"
+#include "runtime/corvane/modem_status.h"
 #include "runtime/corvane/modem_target.h"
 #include "runtime/corvane/scan_lock.h"
 #include "runtime/corvane/wait_loop.h"
@@ -35,6 +36,8 @@ class ModemPort {
   void WaitForFirstAttempt(SteadyTime deadline);
 
   [[nodiscard]] int number() const { return target_.port; }
+  /// What goes on, in one line: the device's fault, or the last exchange.
+  [[nodiscard]] std::string Status() const { return status_.Get(); }
   /// Refuses while the device is not open. A context that is there already gets the new functions.
   /// Needs the lock.
   [[nodiscard]] bool Register(void* context, PortDriverPriorityFunction priority,
@@ -75,7 +78,8 @@ class ModemPort {
   const ModemTarget target_;
   ScanLock& lock_;
   WaitLoop loop_;
-  ModemDialogue dialogue_{target_, loop_};
+  ModemStatus status_;
+  ModemDialogue dialogue_{target_, loop_, status_};
   std::vector<Client> clients_;  // guarded by lock_
   std::uint64_t next_id_ = 1;    // guarded by lock_
   std::uint64_t turn_ = 0;

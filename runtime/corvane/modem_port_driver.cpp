@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "runtime/corvane/modem_port_driver.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <chrono>
 #include <mutex>
@@ -39,6 +41,14 @@ ModemPort* ModemPortDriver::Find(int number) {
 
 void ModemPortDriver::Unregister(void* context) {
   for (const auto& port : ports_) port->Unregister(context);
+}
+
+std::vector<std::string> ModemPortDriver::Status() const {
+  std::vector<std::string> lines;
+  for (const auto& port : ports_) {
+    lines.push_back(fmt::format("modem {}: {}", port->number(), port->Status()));
+  }
+  return lines;
 }
 
 }  // namespace corvane

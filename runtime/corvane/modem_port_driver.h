@@ -4,6 +4,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "corvane/modem_port_driver.h"
@@ -27,6 +28,8 @@ class ModemPortDriver {
   /// Null when the number is not configured.
   [[nodiscard]] ModemPort* Find(int number);
   void Unregister(void* context);
+  /// A line for each port that tells what goes on there. Any thread.
+  [[nodiscard]] std::vector<std::string> Status() const;
 
  private:
   ScanLock& lock_;

@@ -15,6 +15,8 @@ import time
 
 import pyte
 
+from simulated_modem import SimulatedModem
+
 corvane = sys.argv[1]
 folder = tempfile.TemporaryDirectory()
 
@@ -138,6 +140,20 @@ def test_shows_blocks_and_statistics():
     assert status == 0, (status, terminal.raw[-4000:].decode())
     after = terminal.raw[terminal.raw.rfind(b"\x1b[?1049l"):]
     assert b"from the shell" in after and b"cycle time min" in after, after
+
+
+def test_shows_what_the_modems_do():
+    reader = "local read = READ_SMS.new { Port = 1, Read = true } function cycle() read() end"
+    with SimulatedModem(corvane) as modem:
+        terminal = Terminal(reader, "--modem", f"1={modem.device}", "--modem", f"2={modem.device}-2")
+        terminal.wait_for(" modem 1: AT+CMGL=0 -> OK in ", f" modem 2: {modem.device}-2 does not exist; is the modem")
+        rows = terminal.screen.display
+        assert rows[4].startswith(" modem 1: ") and rows[5].startswith(" modem 2: "), rows
+        assert rows[6].rstrip() == "read: READ_SMS", rows
+        modem.do("mute 60s")
+        terminal.wait_for(" modem 1: AT+CMGL=0 -> ...")
+        terminal.press(b"q")
+        assert terminal.wait_for_end() == 0
 
 
 def test_leaves_the_terminal_on_every_end():
