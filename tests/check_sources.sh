@@ -1,6 +1,7 @@
 #!/bin/bash
 # SPDX-License-Identifier: MIT
-# Checks of the sources that need no build: format, test files that no list names, shell scripts.
+# Checks of the sources that need no build: format, headers that are enough by themselves, test files
+# that no list names, shell scripts.
 set -uo pipefail
 cd "$(dirname "$0")/.." || exit 1
 failed=0
@@ -10,6 +11,19 @@ if ! clang-format --dry-run --Werror "${sources[@]}"; then
     echo "Not in the format of .clang-format; mend with: clang-format -i FILE" >&2
     failed=1
 fi
+
+for header in "${sources[@]}"; do
+    [[ $header == *.h ]] || continue
+    if ! grep -q '^#pragma once$' "$header"; then
+        echo "$header has no #pragma once" >&2
+        failed=1
+    fi
+    source=${header%.h}.cpp
+    if [ -f "$source" ] && [ "$(grep -m 1 '^#include' "$source")" != "#include \"$header\"" ]; then
+        echo "$source includes something before its own header, which so may need it" >&2
+        failed=1
+    fi
+done
 
 while read -r file; do
     list=$(dirname "$file")

@@ -79,16 +79,14 @@ TEST_F(PseudoTerminalTest, KeepsOneProgramsAnswersFromTheNext) {
     pollfd answered{first.fd(), POLLIN, 0};
     ASSERT_EQ(poll(&answered, 1, kPatienceMs), 1);
   }
-  // The modem needs a moment to notice that the program has left.
+  // The modem needs a moment without a program to notice that the first has left.
   int unread = 1;
   for (int i = 0; i < 1000 && unread > 0; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(i));
     const Controller next(link_);
     ASSERT_EQ(ioctl(next.fd(), FIONREAD, &unread), 0);
-    if (unread == 0) {
-      EXPECT_EQ(next.Ask("AT\r"), "\r\nOK\r\n");
-    } else {
-      std::this_thread::sleep_for(std::chrono::milliseconds(i));
-    }
+    if (unread > 0) continue;
+    EXPECT_EQ(next.Ask("AT\r"), "\r\nOK\r\n");
   }
   EXPECT_EQ(unread, 0);
 }
