@@ -242,7 +242,7 @@ struct Command {
   ConsoleLine (*parse)(std::string_view rest);
 };
 
-constexpr std::array kCommands{
+constexpr std::array kConsoleCommands{
     Command{"receive", "NUMBER TEXT", "a message arrives; long ones in parts", Receive},
     Command{"binary", "NUMBER HEX", "8-bit data arrives", ReceiveBinary},
     Command{"pdu", "[HEX]", "a PDU arrives as it is, right or wrong", ReceivePdu},
@@ -272,9 +272,9 @@ ConsoleLine ParseConsoleLine(std::string_view line) {
   std::string_view rest = TrimLeft(line);
   if (rest.empty() || rest.starts_with('#')) return {};
   const std::string_view name = TakeWord(rest);
-  const auto command = std::find_if(kCommands.begin(), kCommands.end(),
+  const auto command = std::find_if(kConsoleCommands.begin(), kConsoleCommands.end(),
                                     [name](const Command& c) { return c.name == name; });
-  if (command == kCommands.end()) {
+  if (command == kConsoleCommands.end()) {
     return Wrong(fmt::format("'{}' is no command; help shows them all", Escape(name)));
   }
   if (command->usage.empty() && !rest.empty()) {
@@ -289,7 +289,7 @@ ConsoleLine ParseConsoleLine(std::string_view line) {
 
 std::string ConsoleHelp() {
   std::string help;
-  for (const Command& command : kCommands) {
+  for (const Command& command : kConsoleCommands) {
     help += fmt::format("{}  {:<29}{}", help.empty() ? "" : "\n",
                         fmt::format("{} {}", command.name, command.usage), command.meaning);
   }

@@ -9,7 +9,7 @@
 namespace modem_simulator {
 namespace {
 
-constexpr std::uint8_t kEscape = 0x1B;
+constexpr std::uint8_t kEscapeToExtension = 0x1B;
 
 constexpr std::u32string_view kMainTable =
     U"@£$¥èéùìòÇ\nØø\rÅå"
@@ -46,7 +46,7 @@ std::string DecodeDefaultAlphabet(OctetSpan septets) {
   for (std::size_t i = 0; i < septets.size(); ++i) {
     const std::uint8_t septet = septets[i] & 0x7F;
     char32_t character = kMainTable[septet];
-    if (septet == kEscape && i + 1 < septets.size()) {
+    if (septet == kEscapeToExtension && i + 1 < septets.size()) {
       character = ExtendedCharacter(septets[++i] & 0x7F);
     }
     utf8::append(static_cast<std::uint32_t>(character), std::back_inserter(text));
@@ -56,11 +56,11 @@ std::string DecodeDefaultAlphabet(OctetSpan septets) {
 
 std::optional<Octets> EncodeDefaultAlphabet(char32_t character) {
   for (const Extension& row : kExtensionTable) {
-    if (row.character == character) return Octets{kEscape, row.septet};
+    if (row.character == character) return Octets{kEscapeToExtension, row.septet};
   }
   const std::size_t septet = kMainTable.find(character);
   if (septet == std::u32string_view::npos) return std::nullopt;
-  if (septet == kEscape) return Octets{0x20};
+  if (septet == kEscapeToExtension) return Octets{0x20};
   return Octets{static_cast<std::uint8_t>(septet)};
 }
 

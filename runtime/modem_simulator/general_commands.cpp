@@ -97,7 +97,7 @@ Result Identify(ModemState&, const AtCommand& command, Answer& answer) {
   return kOk;
 }
 
-constexpr std::array kCommands{
+constexpr std::array kGeneralCommands{
     CommandRow{"E", Echo},
     CommandRow{"V", Verbose},
     CommandRow{"Q", Quiet},
@@ -124,7 +124,7 @@ constexpr std::array kCommands{
 }  // namespace
 
 Handler FindGeneralCommand(std::string_view name) {
-  if (const Handler handler = FindRow(kCommands, name)) return handler;
+  if (const Handler handler = FindRow(kGeneralCommands, name)) return handler;
   return FindIdentification(name) == nullptr ? nullptr : Identify;
 }
 

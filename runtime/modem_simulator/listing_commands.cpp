@@ -154,7 +154,7 @@ Result Delete(ModemState& modem, const AtCommand& command, Answer& answer) {
   return kOk;
 }
 
-constexpr std::array kCommands{
+constexpr std::array kListingCommands{
     CommandRow{"+CMGL", List},
     CommandRow{"+CMGR", Read},
     CommandRow{"+CMGD", Delete},
@@ -163,7 +163,7 @@ constexpr std::array kCommands{
 }  // namespace
 
 Handler FindListingCommand(std::string_view name) {
-  return FindRow(kCommands, name);
+  return FindRow(kListingCommands, name);
 }
 
 }  // namespace modem_simulator

@@ -92,7 +92,7 @@ Result MessageService(ModemState&, const AtCommand& command, Answer& answer) {
   return kOk;
 }
 
-constexpr std::array kCommands{
+constexpr std::array kMessageCommands{
     CommandRow{"+CMGF", MessageFormat},  CommandRow{"+CPMS", Storage},
     CommandRow{"+CSCA", ServiceCentre},  CommandRow{"+CNMI", NewMessageIndications},
     CommandRow{"+CSMS", MessageService},
@@ -101,7 +101,7 @@ constexpr std::array kCommands{
 }  // namespace
 
 Handler FindMessageCommand(std::string_view name) {
-  return FindRow(kCommands, name);
+  return FindRow(kMessageCommands, name);
 }
 
 }  // namespace modem_simulator

@@ -88,7 +88,7 @@ Result Clock(ModemState& modem, const AtCommand& command, Answer& answer) {
   return kOk;
 }
 
-constexpr std::array kCommands{
+constexpr std::array kNetworkCommands{
     CommandRow{"+CPIN", Pin},          CommandRow{"+CSQ", Signal},
     CommandRow{"+CREG", Registration}, CommandRow{"+CGREG", Registration},
     CommandRow{"+COPS", Operator},     CommandRow{"+CFUN", Functionality},
@@ -99,7 +99,7 @@ constexpr std::array kCommands{
 }  // namespace
 
 Handler FindNetworkCommand(std::string_view name) {
-  return FindRow(kCommands, name);
+  return FindRow(kNetworkCommands, name);
 }
 
 }  // namespace modem_simulator

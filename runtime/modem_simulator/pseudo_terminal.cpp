@@ -20,7 +20,7 @@ namespace fs = std::filesystem;
 
 constexpr std::chrono::milliseconds kLookAgain{10};
 
-[[noreturn]] void Fail(const std::string& what) {
+[[noreturn]] void ThrowErrno(const std::string& what) {
   throw std::runtime_error(fmt::format("{}: {}", what, std::generic_category().message(errno)));
 }
 
@@ -42,7 +42,7 @@ class Descriptor {
 
 std::string DeviceOf(int master) {
   std::array<char, 128> name{};
-  if (ptsname_r(master, name.data(), name.size()) != 0) Fail("pseudo-terminal");
+  if (ptsname_r(master, name.data(), name.size()) != 0) ThrowErrno("pseudo-terminal");
   return name.data();
 }
 
@@ -55,15 +55,15 @@ int OpenDevice(const std::string& device) {
 void MakeRaw(const std::string& device) {
   const Descriptor slave(OpenDevice(device));
   termios settings{};
-  if (slave.get() < 0 || tcgetattr(slave.get(), &settings) != 0) Fail(device);
+  if (slave.get() < 0 || tcgetattr(slave.get(), &settings) != 0) ThrowErrno(device);
   cfmakeraw(&settings);
-  if (tcsetattr(slave.get(), TCSANOW, &settings) != 0) Fail(device);
+  if (tcsetattr(slave.get(), TCSANOW, &settings) != 0) ThrowErrno(device);
 }
 
 Descriptor NewTerminal() {
   Descriptor master(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
   if (master.get() < 0 || grantpt(master.get()) != 0 || unlockpt(master.get()) != 0) {
-    Fail("pseudo-terminal");
+    ThrowErrno("pseudo-terminal");
   }
   return Descriptor(master.Release());
 }
