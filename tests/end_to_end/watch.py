@@ -151,7 +151,7 @@ def test_shows_what_the_modems_do():
         assert rows[4].startswith(" modem 1: ") and rows[5].startswith(" modem 2: "), rows
         assert rows[6].rstrip() == "read: READ_SMS", rows
         modem.do("mute 60s")
-        terminal.wait_for(" modem 1: AT+CMGL=0 -> ...")
+        terminal.wait_for(" modem 1: AT+CMGF=0 not sent, the modem does not answer")
         terminal.press(b"q")
         assert terminal.wait_for_end() == 0
 
