@@ -25,6 +25,19 @@ if(CORVANE_SANITIZE MATCHES thread)
   add_compile_definitions(BOOST_ASIO_DISABLE_FENCED_BLOCK)
 endif()
 
+# A text from a stranger's phone reaches our parsers: what can still be wrong there shall not be of use.
+if(CMAKE_BUILD_TYPE STREQUAL Release)
+  add_compile_options(-fstack-protector-strong -fstack-clash-protection -D_FORTIFY_SOURCE=2)
+  if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
+    add_compile_options(-fcf-protection)
+  elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "aarch64|arm64")
+    add_compile_options(-mbranch-protection=standard)
+  endif()
+  add_link_options(-Wl,-z,relro,-z,now,-z,noexecstack)
+  include(CheckPIESupported)
+  check_pie_supported()
+endif()
+
 # The warnings for our own code; third-party headers come in as system headers.
 add_library(corvane_warnings INTERFACE)
 target_compile_options(corvane_warnings INTERFACE

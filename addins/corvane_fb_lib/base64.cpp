@@ -14,9 +14,11 @@ constexpr char kPad = '=';
 constexpr unsigned kSixBits = 0x3F;
 constexpr std::uint8_t kNoDigit = 0xFF;
 
+constexpr std::size_t kPairCount = base64_chars.size() * base64_chars.size();
+
 /// Two characters at a time: half the look-ups of the alphabet alone.
 constexpr auto kPairs = [] {
-  std::array<std::array<char, 2>, 64 * 64> pairs{};
+  std::array<std::array<char, 2>, kPairCount> pairs{};
   for (std::size_t i = 0; i < pairs.size(); ++i) {
     pairs[i] = {base64_chars[i >> 6], base64_chars[i & kSixBits]};
   }

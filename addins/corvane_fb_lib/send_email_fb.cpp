@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "addins/corvane_fb_lib/send_email_fb.h"
 
-#include <signal.h>
 #include <unistd.h>
 
 #include <boost/make_shared.hpp>
+#include <csignal>
 
 DEFINE_FUNCTION_BLOCK(SendEmailFB, "SEND_EMAIL")
 
@@ -66,7 +66,7 @@ void SendEmailFB::PublishResult() {
 }
 
 boost::shared_ptr<CSmtp> SendEmailFB::BuildJob() {
-  const auto job = boost::make_shared<CSmtp>();
+  auto job = boost::make_shared<CSmtp>();
   job->SetXPriority(XPRIORITY_NORMAL);
   job->SetXMailer("Corvane");
   job->SetSMTPServer(GetString("Server").c_str(), static_cast<unsigned short>(GetInt("Port")));

@@ -59,7 +59,7 @@ void ReadDigits(OctetReader& in, unsigned max_octets, std::string& number) {
 /// Address of `length` semi-octets (clause 9.1.2.5); the octet counts are intended.
 std::string ReadAddress(OctetReader& in, unsigned length, unsigned type) {
   if (type == 0xD0) {  // a name in septets
-    const ByteIterator name = in.Skip(length * 4 / 7);
+    const auto name = in.Skip(length * 4 / 7);
     return DecodeTextMessage(name, in.next());
   }
   std::string number = type == 0x91 ? "+" : "";
@@ -123,7 +123,7 @@ void SMSDelivered::decode(const std::vector<unsigned char>& pdu) {
   time = RTimeToFileTime(&time_stamp);
 
   if ((first_octet & 0x40) != 0) {  // a user-data header; clause 9.2.3.24.1
-    const ByteIterator header = in.Skip(6);
+    const auto header = in.Skip(6);
     if (in.truncated()) return Reject(kTruncated);
     ref = header[3];
     total = header[4];

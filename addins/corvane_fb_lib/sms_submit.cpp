@@ -26,7 +26,7 @@ using Pdu = std::vector<unsigned char>;
 
 /// A text in UTF-16.
 struct Units {
-  std::array<unsigned char, 2 * kCapacity> octets;  // high octet first
+  std::array<unsigned char, std::size_t{2} * kCapacity> octets;  // high octet first
   std::size_t count;
 };
 

@@ -42,6 +42,7 @@ void PrepareFarewell(int terminal) {
   for (const char* capability : {"sgr0", "rmkx", "cnorm", "rmcup"}) {
     const char* octets = tigetstr(capability);
     // Null: unknown; -1: no string at all.
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): the library's own way to say it
     if (octets != nullptr && octets != reinterpret_cast<const char*>(-1)) text += octets;
   }
   farewell_length = text.copy(farewell.data(), farewell.size());

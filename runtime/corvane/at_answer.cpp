@@ -244,8 +244,8 @@ bool AtAnswer::IsPromptAllowed() const {
 bool AtAnswer::PduIsComplete() const {
   const auto length = AnnouncedLength(header_);
   if (!length || pdu_.size() < 2 || HexDigit(pdu_[0]) < 0 || HexDigit(pdu_[1]) < 0) return false;
-  const auto service_centre = static_cast<std::size_t>(HexDigit(pdu_[0]) * 16 + HexDigit(pdu_[1]));
-  return pdu_.size() >= 2 * (1 + service_centre + *length);
+  const int service_centre = 16 * HexDigit(pdu_[0]) + HexDigit(pdu_[1]);
+  return pdu_.size() >= 2 * (1 + static_cast<std::size_t>(service_centre) + *length);
 }
 
 }  // namespace corvane

@@ -53,6 +53,7 @@ class AsioLine : public SerialLine {
   AsioLine(Stream stream, WaitLoop& loop) : loop_(loop), stream_(std::move(stream)) {}
   AsioLine(const AsioLine&) = delete;
   AsioLine& operator=(const AsioLine&) = delete;
+  // NOLINTNEXTLINE(bugprone-exception-escape): its handlers throw nothing
   ~AsioLine() override {
     Discard();
     // A pseudo-terminal would stay exclusive as long as its other end is open.

@@ -227,8 +227,10 @@ void PushText(lua_State* L, const char* text, std::size_t length) {
     return;
   }
   char* far_copy = static_cast<char*>(std::malloc(length));
-  if (far_copy == nullptr)
+  if (far_copy == nullptr) {
     luaL_error(L, "out of memory for a text of %f bytes", static_cast<double>(length));
+    return;  // which luaL_error does not
+  }
   std::memcpy(far_copy, text, length);
   Bytes bytes{far_copy, length};
   lua_pushcfunction(L, PushCopied);

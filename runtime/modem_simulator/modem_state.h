@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "runtime/modem_simulator/faults.h"
 #include "runtime/modem_simulator/message_joiner.h"
@@ -65,8 +66,8 @@ struct Announcement {
 };
 
 struct ModemState {
-  ModemState(const ModemOptions& modem_options, ModemHost& modem_host)
-      : options(modem_options),
+  ModemState(ModemOptions modem_options, ModemHost& modem_host)
+      : options(std::move(modem_options)),
         host(modem_host),
         sim(options.pin),
         store(options.store_size, options.quirks.Has(Quirk::kIndexFromZero) ? 0 : 1) {}

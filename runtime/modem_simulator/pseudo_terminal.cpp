@@ -4,11 +4,11 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <poll.h>
-#include <stdlib.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <stdexcept>
 #include <system_error>
 #include <utility>

@@ -42,7 +42,7 @@ bool TakeCharacter(std::string_view& text, char character) {
 /// "Z", "+hh:mm", "-hh:mm" or nothing, to the end of `text`.
 bool TakeZone(std::string_view text, int& minutes) {
   if (text.empty() || text == "Z") return true;
-  const int sign = text.front() == '-' ? -1 : 1;
+  const int sign = text.starts_with('-') ? -1 : 1;
   if (!TakeCharacter(text, '+') && !TakeCharacter(text, '-')) return false;
   int hours = 0;
   int rest = 0;

@@ -34,6 +34,7 @@ void ReleaseScalar(OpcUa_Variant* variant) {
 }  // namespace
 
 void OpcUa_Variant_Initialize(OpcUa_Variant* variant) {
+  // cppcheck-suppress memsetClassFloat ; zero octets are 0.0 (ISO/IEC 60559)
   if (variant != nullptr) std::memset(variant, 0, sizeof *variant);
 }
 

@@ -82,6 +82,19 @@ def check_use():
     assert os.path.exists("/usr/share/bash-completion/completions/corvane")
 
 
+def check_hardening():
+    """The installed binaries are compiled for parsers that read what strangers send."""
+    files = ["/usr/bin/corvane", *map(str, pathlib.Path("/usr/lib").rglob("corvane/*.so"))]
+    assert len(files) == 5, files
+    for file in files:
+        headers = run("readelf", "--wide", "--file-header", "--program-headers", "--dynamic", file)
+        assert "DYN (" in headers and "NOW" in headers and "GNU_RELRO" in headers, file
+        assert " RWE " not in headers, file  # nothing is both writable and executable
+        symbols = run("readelf", "--wide", "--dyn-syms", file)
+        assert "__stack_chk_fail" in symbols or file.endswith("opcua.so"), file
+    assert "_chk@" in run("readelf", "--wide", "--dyn-syms", "/usr/bin/corvane"), "not fortified"
+
+
 def check_service():
     """What the unit starts; systemd itself does not run here."""
     unit = pathlib.Path("/usr/lib/systemd/system/corvane@.service").read_text(encoding="utf-8")
@@ -124,6 +137,7 @@ def use_packages(folder, packages):
     names = [f"/tmp/packages/{name}" for name in os.listdir("/tmp/packages")]
     run(*install, *names)
     check_use()
+    check_hardening()
     check_service()
     os.mkdir("/tmp/addin")
     check_headers("/tmp/addin")

@@ -1,0 +1,22 @@
+#!/bin/bash
+# SPDX-License-Identifier: MIT
+# analyse.sh: what clang-tidy (.clang-tidy) and cppcheck say about the programs. Silent when they have no complaint.
+set -uo pipefail
+cd "$(dirname "$0")/.." || exit 1
+log=build/analysis.log
+mkdir -p build
+failed=0
+
+cmake --preset tidy >"$log" 2>&1 || { cat "$log" >&2; exit 1; }
+# The sources of a target are read as one, which includes them all; and the compiler's own flags are not clang's.
+if ! run-clang-tidy -p build/tidy -j "$(nproc)" -quiet -extra-arg=-Wno-unknown-warning-option \
+    -checks=-bugprone-suspicious-include >"$log" 2>&1; then
+    sed 's/\x1b\[[0-9;]*m//g' "$log" | grep -A 3 -E '(error|warning): ' | sort -u >&2
+    echo "clang-tidy has complaints; all of its output stands in $log" >&2
+    failed=1
+fi
+
+cppcheck --enable=warning,performance,portability --std=c++20 --quiet -j "$(nproc)" --inline-suppr \
+    --error-exitcode=1 -Iinclude -I. addins runtime include || failed=1
+
+exit $failed
