@@ -62,11 +62,11 @@ local function say(text, ...)
 end
 
 -- The process. There is no sensor here: the water rises by itself, and falls when pump 2 runs.
-local station = { level = 360, pump_2 = false, alarm = "none" } -- alarm: none, active, acknowledged
+local station = { level = 350, pump_2 = false, alarm = "none" } -- alarm: none, active, acknowledged
 local levels = {} -- what goes into the report: one line a second
 
 local function process()
-  station.level = station.level + (station.pump_2 and -1.5 or 0.8)
+  station.level = station.level + (station.pump_2 and -1.5 or 1)
   if plc.cycle % 10 == 1 then
     levels[#levels + 1] = string.format("%.1f;%d", plc.cycle / 10, station.level)
   end

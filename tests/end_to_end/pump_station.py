@@ -1,7 +1,8 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""pump_station.py PROJECT CORVANE: the example tells its whole story, and leaves nothing behind."""
+"""pump_station.py PROJECT CORVANE: the example tells its whole story, as README has it, and leaves nothing behind."""
 import os
+import re
 import subprocess
 import sys
 import tempfile
@@ -16,10 +17,10 @@ STORY = [
     ("phone", "from +15559998877", "OPEN THE GATE"),
     ("controller", "refused: a message from the unknown number +15559998877"),
     ("phone", "unplugged for 3s"),
-    ("controller", "ALARM: 400 cm, the limit is 400 cm"),
+    ("controller", "ALARM: 401 cm, the limit is 400 cm"),
     ("phone", "plugged in again"),
-    ("phone", "sent to +15550101234 in 2 parts: ТРЕВОГА! Насосная станция 3: уровень воды 400 см"),
-    ("phone", "sent to +15550105678 in 2 parts: ТРЕВОГА! Насосная станция 3: уровень воды 400 см"),
+    ("phone", "sent to +15550101234 in 2 parts: ТРЕВОГА! Насосная станция 3: уровень воды 401 см"),
+    ("phone", "sent to +15550105678 in 2 parts: ТРЕВОГА! Насосная станция 3: уровень воды 401 см"),
     ("phone", "from +15550101234", "ACK"),
     ("controller", "Anna has acknowledged the alarm: pump 2 is started"),
     ("phone", "sent to +15550101234: Thank you. Pump 2 is started."),
@@ -41,6 +42,17 @@ def is_told(story, lines):
     return ""
 
 
+def readme_lines():
+    """What README shows of the run, but for its gaps."""
+    with open(project + "/README.md", encoding="utf-8") as file:
+        block = file.read().split("\n$ ./run\n")[1].split("\n```")[0]
+    return [line for line in block.split("\n") if line != "..."]
+
+
+def without_numbers(line):
+    return re.sub(r"\d+", "0", line)
+
+
 with tempfile.TemporaryDirectory() as folder:
     result = subprocess.run([project + "/examples/pump_station.sh"], capture_output=True, text=True, timeout=100,
                             env={**os.environ, "CORVANE": corvane, "TMPDIR": folder})
@@ -52,4 +64,7 @@ assert is_told(MAIL, lines) == "", is_told(MAIL, lines) + "\n" + result.stdout +
 assert any("start_pump.sh: pump 2 is switched on" in line for line in lines), result.stdout
 assert sum("sent to +15550105678" in line for line in lines) == 1, "an alarm went out twice\n" + result.stdout
 assert left == [], left
+shapes = {without_numbers(line) for line in lines}
+strange = [line for line in readme_lines() if without_numbers(line) not in shapes]
+assert readme_lines() and not strange, f"README shows what does not come: {strange}\n{result.stdout}"
 print("the whole story is told")
