@@ -1,7 +1,7 @@
 #!/bin/bash
 # SPDX-License-Identifier: MIT
 # Checks of the sources that need no build: format, headers that are enough by themselves, test files
-# that no list names, shell scripts.
+# that no list names, words, shell scripts.
 set -uo pipefail
 cd "$(dirname "$0")/.." || exit 1
 failed=0
@@ -34,6 +34,15 @@ while read -r file; do
         failed=1
     fi
 done < <(git ls-files --cached --others --exclude-standard 'tests/*_test.cpp')
+
+# shellcheck disable=SC2016 # no expression is meant
+words=$(sed -n '/^```words$/,/^```$/{/^```/d;p}' CONTRIBUTING.md)
+[ -n "$words" ] || { echo "CONTRIBUTING.md has no list of words" >&2; failed=1; }
+if git grep -nIE -f <(echo "$words") -- . ':!CONTRIBUTING.md' >&2 ||
+    git log --format='commit %h: %s%n%b' | grep -nE -f <(echo "$words") >&2; then
+    echo "These lines carry what CONTRIBUTING.md, Words, lists" >&2
+    failed=1
+fi
 
 mapfile -t scripts < <(git ls-files --cached --others --exclude-standard |
     while read -r file; do
