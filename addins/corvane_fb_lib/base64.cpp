@@ -14,26 +14,30 @@ constexpr char kPad = '=';
 constexpr unsigned kSixBits = 0x3F;
 constexpr std::uint8_t kNoDigit = 0xFF;
 
-constexpr std::size_t kPairCount = base64_chars.size() * base64_chars.size();
+using Pairs = std::array<std::array<char, 2>, base64_chars.size() * base64_chars.size()>;
+using Digits = std::array<std::uint8_t, 256>;
 
-/// Two characters at a time: half the look-ups of the alphabet alone.
-constexpr auto kPairs = [] {
-  std::array<std::array<char, 2>, kPairCount> pairs{};
+constexpr Pairs MakePairs() {
+  Pairs pairs{};
   for (std::size_t i = 0; i < pairs.size(); ++i) {
     pairs[i] = {base64_chars[i >> 6], base64_chars[i & kSixBits]};
   }
   return pairs;
-}();
+}
 
-/// The value of each character, kNoDigit outside the alphabet.
-constexpr auto kDigits = [] {
-  std::array<std::uint8_t, 256> digits{};
+constexpr Digits MakeDigits() {
+  Digits digits{};
   digits.fill(kNoDigit);
   for (std::size_t i = 0; i < base64_chars.size(); ++i) {
     digits[static_cast<unsigned char>(base64_chars[i])] = static_cast<std::uint8_t>(i);
   }
   return digits;
-}();
+}
+
+/// Two characters at a time: half the look-ups of the alphabet alone.
+constexpr Pairs kPairs = MakePairs();
+/// The value of each character, kNoDigit outside the alphabet.
+constexpr Digits kDigits = MakeDigits();
 
 /// Writes the two characters of the lowest twelve bits.
 inline void EncodePair(char* to, std::uint64_t bits) {
