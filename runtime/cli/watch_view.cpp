@@ -7,6 +7,7 @@
 #include <poll.h>
 #include <pthread.h>
 #include <sys/eventfd.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -58,6 +59,14 @@ void LeaveSignalsToOthers() {
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 }
 
+/// Ctrl-Z would stop the process, and with it the machine that the program controls.
+void DisableSuspending(int terminal) {
+  termios settings{};
+  if (tcgetattr(terminal, &settings) != 0) return;
+  settings.c_cc[VSUSP] = _POSIX_VDISABLE;
+  tcsetattr(terminal, TCSANOW, &settings);
+}
+
 FILE* Open(int terminal, const char* mode) {
   const int copy = fcntl(terminal, F_DUPFD_CLOEXEC, 3);
   FILE* file = copy < 0 ? nullptr : fdopen(copy, mode);
@@ -84,6 +93,7 @@ WatchView::WatchView(std::string program)
       out_(Open(output_.terminal(), "w"), std::fclose),
       wake_(eventfd(0, EFD_CLOEXEC)) {
   SetCharacters();
+  DisableSuspending(output_.terminal());
   screen_ = newterm(nullptr, out_.get(), in_.get());
   if (screen_ == nullptr) throw std::runtime_error("cannot use the terminal");
   cbreak();

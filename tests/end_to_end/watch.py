@@ -129,6 +129,8 @@ def test_shows_blocks_and_statistics():
     terminal.wait_for("Password     ......", gone=["alarm: SEND_SMS"])
     assert "s3cret" not in terminal.raw.decode(errors="replace")
     assert "long long" in terminal.text() and "..." in terminal.text(), rows
+    # Ctrl-Z must not stop the machine.
+    assert termios.tcgetattr(terminal.slave)[6][termios.VSUSP] == b"\0"
     # Values are live.
     first = terminal.text()
     end = time.monotonic() + 60
