@@ -9,12 +9,14 @@
 #include <string>
 #include <vector>
 
+#include "tests/runtime/cli/usage_error.h"
 #include "tests/support/command.h"
 #include "tests/support/temporary_folder.h"
 
 namespace {
 
 using test_support::CommandResult;
+using test_support::ExpectUsageError;
 using testing::HasSubstr;
 
 class ConfigFileTest : public testing::Test {
@@ -35,13 +37,6 @@ class ConfigFileTest : public testing::Test {
     words.insert(words.begin(), head.begin(), head.end());
     return test_support::RunCommand(words);
   }
-  static void ExpectUsageError(const CommandResult& result, const std::string& message) {
-    EXPECT_EQ(result.status, 2);
-    EXPECT_EQ(result.out, "");
-    EXPECT_THAT(result.err, HasSubstr(message));
-    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
-  }
-
   test_support::TemporaryFolder folder_;
 };
 

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "tests/runtime/cli/usage_error.h"
 #include "tests/support/command.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/support/wait_for.h"
@@ -15,6 +16,7 @@ namespace {
 
 using test_support::Command;
 using test_support::CommandResult;
+using test_support::ExpectUsageError;
 using test_support::RunCommand;
 using testing::HasSubstr;
 using testing::StartsWith;
@@ -31,15 +33,6 @@ class ModemCommandTest : public testing::Test {
     std::vector<std::string> words{CORVANE, "modem"};
     words.insert(words.end(), arguments.begin(), arguments.end());
     return RunCommand(words);
-  }
-
-  /// One line on standard error, status 2, no ready line.
-  static void ExpectUsageError(const CommandResult& result, const std::string& message) {
-    EXPECT_EQ(result.status, 2);
-    EXPECT_THAT(result.err, HasSubstr(message));
-    EXPECT_THAT(result.err, StartsWith("corvane"));
-    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
-    EXPECT_EQ(result.out, "");
   }
 
   test_support::TemporaryFolder folder_;

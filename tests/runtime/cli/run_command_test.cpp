@@ -7,6 +7,7 @@
 #include <csignal>
 #include <fstream>
 
+#include "tests/runtime/cli/usage_error.h"
 #include "tests/support/command.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/support/wait_for.h"
@@ -15,6 +16,7 @@ namespace {
 
 using test_support::Command;
 using test_support::CommandResult;
+using test_support::ExpectUsageError;
 using test_support::RunCommand;
 using testing::HasSubstr;
 using testing::StartsWith;
@@ -36,15 +38,6 @@ class RunTest : public testing::Test {
     return RunCommand(Words(arguments));
   }
   CommandResult RunText(const std::string& text) const { return RunWords({Write(text)}); }
-
-  /// One line on standard error, status 2, nothing on standard output.
-  static void ExpectUsageError(const CommandResult& result, const std::string& message) {
-    EXPECT_EQ(result.status, 2);
-    EXPECT_THAT(result.err, HasSubstr(message));
-    EXPECT_THAT(result.err, StartsWith("corvane: "));
-    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
-    EXPECT_EQ(result.out, "");
-  }
 
   test_support::TemporaryFolder folder_;
 };
