@@ -1,8 +1,10 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""pump_station.py PROJECT CORVANE: the example tells its whole story, as README has it, and leaves nothing behind."""
+"""pump_station.py PROJECT CORVANE: the example tells its whole story, as README has it, and leaves nothing behind, with
+Ctrl-C neither."""
 import os
 import re
+import signal
 import subprocess
 import sys
 import tempfile
@@ -52,6 +54,32 @@ def readme_lines():
 def without_numbers(line):
     return re.sub(r"\d+", "0", line)
 
+
+def interrupt_at(moment):
+    """Ctrl-C when a line with this text has come: no process and no file is left."""
+    with tempfile.TemporaryDirectory() as folder:
+        example = subprocess.Popen([project + "/examples/pump_station.sh"], stdout=subprocess.PIPE,
+                                   stderr=subprocess.DEVNULL, text=True, start_new_session=True,
+                                   env={**os.environ, "CORVANE": corvane, "TMPDIR": folder})
+        output = ""
+        while moment not in output:
+            line = example.stdout.readline()
+            assert line, f"it ended before {moment!r}: {output}"
+            output += line
+        os.killpg(example.pid, signal.SIGINT)
+        example.stdout.read()  # to its end: nobody of the group is left to write
+        assert example.wait(timeout=60) == 130, example.returncode
+        try:
+            os.killpg(example.pid, 0)
+            raise AssertionError(f"processes are left after Ctrl-C at {moment!r}")
+        except ProcessLookupError:
+            pass
+        assert os.listdir(folder) == [], os.listdir(folder)
+
+
+interrupt_at("A pump station with a modem")
+interrupt_at("Anna asks for the state")
+interrupt_at("unplugged for 3s")
 
 with tempfile.TemporaryDirectory() as folder:
     result = subprocess.run([project + "/examples/pump_station.sh"], capture_output=True, text=True, timeout=100,
