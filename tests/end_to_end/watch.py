@@ -71,7 +71,7 @@ class Terminal:
         fcntl.ioctl(self.slave, termios.TIOCSWINSZ, struct.pack("HHHH", lines, 80, 0, 0))
         self.before = termios.tcgetattr(self.slave)
         self.process = subprocess.Popen(
-            [corvane, "run", path, "--watch", "--cycle", "10ms", *options], stdin=self.slave, stdout=self.slave,
+            ["setpriv", "--pdeathsig", "KILL", corvane, "run", path, "--watch", "--cycle", "10ms", *options], stdin=self.slave, stdout=self.slave,
             stderr=self.slave, start_new_session=True,
             env={"TERM": term, "PATH": os.environ["PATH"], "LANG": "C.UTF-8"})
 
