@@ -30,7 +30,7 @@ ModemRequest FakeModemPort::AskRequest(std::size_t client) const {
   const Client& asked = clients_.at(client);
   // On the heap, so that the address sanitizer sees a byte too many.
   const auto buffer = std::make_unique<char[]>(kPortDriverRequestSize);
-  PortDriverRequestData data{-1, -1};
+  PortDriverRequestData data{-1, kUnwrittenEndChar};
   ModemRequest request;
   request.on_reply = [](void*, char*, int, int) { return -1; };  // the client must write it
   const int length = asked.request(asked.context, buffer.get(), &data, &request.on_reply);

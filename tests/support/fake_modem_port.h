@@ -13,11 +13,14 @@
 
 namespace test_support {
 
+/// What the fake hands to a client as the last character of an answer; no client asks for it.
+inline constexpr char kUnwrittenEndChar = '#';
+
 /// What a client has asked for.
 struct ModemRequest {
   std::string text;  ///< empty: nothing to send
   int timeout = -1;  ///< -1: not written
-  char end_char = -1;
+  char end_char = kUnwrittenEndChar;
   PortDriverReplyFunction on_reply = nullptr;
 };
 

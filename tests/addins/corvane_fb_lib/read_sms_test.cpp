@@ -104,7 +104,7 @@ TEST_F(ReadSms, IdleHasNoPriorityAndAskedAnywayNoRequestAndNoReplyFunction) {
   EXPECT_EQ(request.text, "");
   EXPECT_EQ(request.on_reply, nullptr);
   EXPECT_EQ(request.timeout, -1);
-  EXPECT_EQ(request.end_char, -1);
+  EXPECT_EQ(request.end_char, test_support::kUnwrittenEndChar);
 }
 
 TEST_F(ReadSms, AsksInPduModeForTheUnreadMessagesAndDeletesEach) {
@@ -378,6 +378,12 @@ TEST_F(ReadSms, KeepsAnIndexModulo256) {
       List(Entry(300, TextMessage("a")) + Entry(0, TextMessage("b")) +
            Entry(255, TextMessage("c")) + Entry(256, TextMessage("d")) + "\r\nOK\r\n");
   EXPECT_THAT(deletes, ElementsAre("AT+CMGD=44\r", "AT+CMGD=0\r", "AT+CMGD=255\r", "AT+CMGD=0\r"));
+}
+
+TEST_F(ReadSms, KeepsAnIndexOfMoreThan32BitsModulo256) {
+  const std::string entry = Entry(1, TextMessage("a"));
+  EXPECT_THAT(List("+CMGL: 4294967338" + entry.substr(entry.find(','))),
+              ElementsAre("AT+CMGD=42\r"));
 }
 
 TEST_F(ReadSms, ReadsHeadersOfEveryShape) {

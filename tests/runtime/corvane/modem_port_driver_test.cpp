@@ -445,6 +445,18 @@ TEST_F(DriverTest, ThePinIsSentOnlyWhereItIsAskedForAndNeverTwiceWhenItIsWrong) 
   }
 }
 
+TEST_F(DriverTest, TraceShowsEveryOctetThatIsNoPrintableCharacter) {
+  const auto running = Start([](ModemPeer& peer, const std::string& request) {
+    peer.Send(request == kSetPduMode ? "\xB2\xFF\x7F~\r\nOK\r\n" : kOk);
+  });
+  ExpectReply(client_.Exchange(kSetPduMode), "OK\r\n");
+  std::string heard;  // in one piece or in several
+  for (const std::string& line : Logged("trace modem port 1: < ")) {
+    heard += line.substr(line.find("< ") + 2);
+  }
+  EXPECT_THAT(heard, HasSubstr("\\xB2\\xFF\\x7F~\\x0D\\x0AOK\\x0D\\x0A"));
+}
+
 TEST_F(DriverTest, APinThatTheSimDoesNotAskForIsNotSent) {
   const auto running = Start(
       [](ModemPeer& peer, const std::string& request) {

@@ -59,7 +59,7 @@ class ScanTest : public testing::Test {
 
   FakeClock clock_;
   ScanLock lock_;
-  std::vector<long> starts_;
+  std::vector<milliseconds::rep> starts_;
   int reports_ = 0;
 };
 

@@ -67,7 +67,7 @@ TEST(Variant, ClearOfNullPointersDoesNothing) {
 }
 
 TEST(Memory, ThatCannotBeHadIsNull) {
-  EXPECT_EQ(OpcUa_Memory_Alloc(SIZE_MAX / 2), nullptr);
+  EXPECT_EQ(OpcUa_Memory_Alloc(SIZE_MAX / 2 + 1), nullptr);
 }
 
 }  // namespace
