@@ -8,6 +8,11 @@ set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
 
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+  # A controller outlives the year 2038, and a huge file is too big, not missing.
+  add_compile_definitions(_FILE_OFFSET_BITS=64 _TIME_BITS=64)
+endif()
+
 # The programs and libraries find each other wherever the tree is moved or installed to.
 set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
 

@@ -5,7 +5,6 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -88,8 +87,7 @@ ScanClock::Wake SystemScanClock::WaitUntil(TimePoint deadline) {
     if (statistics_requested.exchange(false)) return Wake::kStatistics;
     const auto left = deadline - Now();
     if (left <= std::chrono::nanoseconds(0)) return Wake::kDeadline;
-    // A step of at most a day keeps the 32-bit time_t of armhf far from its end.
-    WaitForEvent(event_, std::min<std::chrono::nanoseconds>(left, std::chrono::hours(24)));
+    WaitForEvent(event_, left);
   }
 }
 

@@ -40,18 +40,22 @@ CallsGuard::~CallsGuard() {
 
 }  // namespace test_support
 
-// The name that size_t has in C++ symbols.
+// The symbols depend on the name that size_t has in C++ ones, and on the width of time_t.
 #if __SIZEOF_POINTER__ == 8
 #define NEW_ARRAY(prefix) prefix##_ZnamRKSt9nothrow_t
+#define TIME(prefix) prefix##time
+#define IOCTL(prefix) prefix##ioctl
 #else
 #define NEW_ARRAY(prefix) prefix##_ZnajRKSt9nothrow_t
+#define TIME(prefix) prefix##__time64
+#define IOCTL(prefix) prefix##__ioctl_time64
 #endif
 
 extern "C" {
 
-std::time_t __real_time(std::time_t* result);
-std::time_t __wrap_time(std::time_t* result) {
-  return calls.time ? *calls.time : __real_time(result);
+std::time_t TIME(__real_)(std::time_t* result);
+std::time_t TIME(__wrap_)(std::time_t* result) {
+  return calls.time ? *calls.time : TIME(__real_)(result);
 }
 
 int __real_gethostname(char* name, std::size_t size);
@@ -62,9 +66,9 @@ int __wrap_gethostname(char* name, std::size_t size) {
   return 0;
 }
 
-int __real_ioctl(int descriptor, unsigned long request, void* argument);
-int __wrap_ioctl(int descriptor, unsigned long request, void* argument) {
-  return calls.ioctl_fails ? Fail(EINVAL) : __real_ioctl(descriptor, request, argument);
+int IOCTL(__real_)(int descriptor, unsigned long request, void* argument);
+int IOCTL(__wrap_)(int descriptor, unsigned long request, void* argument) {
+  return calls.ioctl_fails ? Fail(EINVAL) : IOCTL(__real_)(descriptor, request, argument);
 }
 
 int __real_poll(pollfd* descriptors, nfds_t count, int timeout);

@@ -1,7 +1,4 @@
 // SPDX-License-Identifier: MIT
-// With 64-bit file offsets on every machine: a huge file is too big, not missing.
-// NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the C library's name
-#define _FILE_OFFSET_BITS 64
 #include "addins/corvane_fb_lib/csmtp_v1_8a/attachment_file.h"
 
 #include <fcntl.h>

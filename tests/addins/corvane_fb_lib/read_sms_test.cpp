@@ -352,6 +352,14 @@ TEST_F(ReadSms, DeletesARejectedPduAndNeverDeliversIt) {
   EXPECT_EQ(Deliveries().back(), "+15550101234|b");
 }
 
+TEST_F(ReadSms, DeliversATimeBehindTheYear2038) {
+  DeliverPdu pdu = TextMessage("late");
+  pdu.time_stamp = {0x99, 0x21, 0x13, 0x32, 0x95, 0x95, 0x00};
+  List(Entry(1, pdu) + "\r\nOK\r\n");
+  Run("fb()");
+  EXPECT_EQ(Eval("fb.DateTime"), "4102444799");  // 2099-12-31 23:59:59 UTC
+}
+
 TEST_F(ReadSms, DeliversAnEntryWithAnEmptyPduLineAsAnEmptyMessage) {
   const auto deletes = List("+CMGL: 8,0,,0\r\n\r\n" + Entry(9, TextMessage("next")) + "\r\nOK\r\n");
   EXPECT_THAT(deletes, ElementsAre("AT+CMGD=8\r", "AT+CMGD=9\r"));

@@ -50,6 +50,12 @@ TEST(PduDecode, ShowsAMessageAsJson) {
                                            {"text", "Hello"}}));
 }
 
+TEST(PduDecode, ShowsATimeBehindTheYear2038) {
+  DeliverPdu pdu;
+  pdu.time_stamp = {0x99, 0x21, 0x13, 0x32, 0x95, 0x95, 0x00};
+  EXPECT_THAT(Pdu({"decode", pdu.ToHex()}).out, HasSubstr("Time      2099-12-31T23:59:59Z\n"));
+}
+
 TEST(PduDecode, ShowsThePartOfALongMessage) {
   const std::string hex = test_support::Part(7, 3, 2, "two").ToHex();
   EXPECT_THAT(Pdu({"decode", hex}).out,

@@ -63,6 +63,14 @@ TEST_F(BlockObserverTest, ShowsValuesAsAnEngineerWritesThem) {
   EXPECT_EQ(Value(blocks[2], "DateTime"), "-");
 }
 
+TEST_F(BlockObserverTest, ShowsTimesFarFromToday) {
+  BlockObserver observer(L());
+  Run("inbox = READ_SMS.new{DateTime = 4102444799}");
+  EXPECT_EQ(Value(observer.Read().at(0), "DateTime"), "2099-12-31 23:59:59 UTC");
+  Run("inbox.DateTime = 2 - 11644473600");
+  EXPECT_EQ(Value(observer.Read().at(0), "DateTime"), "1601-01-01 00:00:02 UTC");
+}
+
 TEST_F(BlockObserverTest, FollowsAValueThatChanges) {
   BlockObserver observer(L());
   Run("fb = SEND_SMS.new()");

@@ -149,6 +149,8 @@ TEST_F(LuaValue, StringsRefuseTablesAndFunctions) {
 TEST_F(LuaValue, TimesAreSecondsSince1970) {
   EXPECT_EQ(Convert("DATE_AND_TIME", "1030390641"), "1030390641");
   EXPECT_EQ(value_.Value.DateTime, 126748642410000000);
+  EXPECT_EQ(Convert("DATE_AND_TIME", "4102444799"), "4102444799");  // in 2099
+  EXPECT_EQ(value_.Value.DateTime, 157469183990000000);
   EXPECT_EQ(Convert("DATE_AND_TIME", "0"), "0");
   EXPECT_EQ(value_.Value.DateTime, 116444736000000000);
   EXPECT_EQ(Convert("DATE_AND_TIME", "nil"), "0");

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "addins/corvane_fb_lib/csmtp_v1_8a/attachment_file.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -59,6 +60,22 @@ TEST(AttachmentFile, OfATerabyteIs405WithoutBeingReadThrough) {
   }
   AttachmentFile file(path);
   EXPECT_EQ(CodeOf([&] { static_cast<void>(file.Measure(5243903)); }), 405);
+  file.Close();
+}
+
+TEST(AttachmentFile, OfTheYear2100IsRead) {
+  const TemporaryFolder folder;
+  const std::string path = folder.Write("report", "0123456789");
+  constexpr timespec kJanuary1st2100{4102444800, 0};
+  const std::array<timespec, 2> times{kJanuary1st2100, kJanuary1st2100};
+  ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times.data(), 0), 0);
+  struct stat status {};
+  ASSERT_EQ(stat(path.c_str(), &status), 0);
+  if (status.st_mtim.tv_sec != kJanuary1st2100.tv_sec) {
+    GTEST_SKIP() << "the file system of " << path << " has no times behind 2038";
+  }
+  AttachmentFile file(path);
+  EXPECT_EQ(file.Measure(10), 10U);
   file.Close();
 }
 

@@ -125,6 +125,12 @@ TEST_F(MailHeader, GivesTheDateInLocalTime) {
   EXPECT_THAT(Header(), HasSubstr("Date: 5 Mar 2024 14:37:3\r\n"));
 }
 
+TEST_F(MailHeader, GivesADateBehindTheYear2038) {
+  constexpr std::time_t kJanuary1st2100 = 4102444800;
+  const CallsGuard calls({.time = kJanuary1st2100});
+  EXPECT_THAT(Header(), HasSubstr("Date: 1 Jan 2100 0:0:0\r\n"));
+}
+
 TEST_F(MailHeader, NamesEveryMonth) {
   const std::vector<std::string> months = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                            "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
