@@ -4,10 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstring>
 
 #include "runtime/corvane/scan_lock.h"
+#include "tests/support/wait_for.h"
 
 namespace test_support {
 
@@ -33,7 +33,7 @@ void DriverClient::Queue(const std::string& request, int timeout_ms, char end_ch
 
 DriverReply DriverClient::WaitForReply() {
   std::unique_lock guard(mutex_);
-  if (!replied_.wait_for(guard, std::chrono::seconds(20), [this] { return !replies_.empty(); })) {
+  if (!replied_.wait_for(guard, kPatience, [this] { return !replies_.empty(); })) {
     ADD_FAILURE() << "the driver gave no reply";
     return {"", -99};
   }

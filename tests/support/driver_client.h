@@ -31,7 +31,7 @@ class DriverClient {
   int Register(int port);
   void Unregister();
 
-  /// Queues a request and waits for the reply to it; fails the test after 20 s.
+  /// Queues a request and waits for the reply to it; fails the test when there is none.
   DriverReply Exchange(const std::string& request, int timeout_ms = 500, char end_char = 13);
   void Queue(const std::string& request, int timeout_ms = 500, char end_char = 13);
   DriverReply WaitForReply();

@@ -12,18 +12,18 @@
 
 #include <array>
 #include <cerrno>
-#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <system_error>
 #include <utility>
+
+#include "tests/support/wait_for.h"
 
 namespace test_support {
 namespace {
 
 constexpr char kCtrlZ = 0x1A;
 constexpr char kEscape = 0x1B;
-constexpr auto kPatience = std::chrono::seconds(10);
 
 int Checked(int result) {
   if (result < 0) throw std::system_error(errno, std::generic_category(), "modem peer");

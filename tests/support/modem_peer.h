@@ -45,7 +45,7 @@ class ModemPeer {
   [[nodiscard]] std::vector<std::string> Requests();
   /// How often ESC came.
   [[nodiscard]] int Escapes();
-  /// Waits until so many requests came; false after ten seconds.
+  /// Waits until so many requests came; false when they do not.
   [[nodiscard]] bool WaitForRequests(std::size_t number);
 
  private:

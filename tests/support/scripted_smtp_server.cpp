@@ -9,9 +9,10 @@
 #include <unistd.h>
 
 #include <array>
-#include <chrono>
 #include <stdexcept>
 #include <utility>
+
+#include "tests/support/wait_for.h"
 
 namespace test_support {
 namespace {
@@ -158,7 +159,7 @@ std::string ScriptedSmtpServer::heard() const {
 
 std::string ScriptedSmtpServer::HeardUpTo(std::string_view end) const {
   std::unique_lock lock(mutex_);
-  changed_.wait_for(lock, std::chrono::seconds(10), [&] { return heard_.ends_with(end); });
+  changed_.wait_for(lock, kPatience, [&] { return heard_.ends_with(end); });
   return heard_;
 }
 

@@ -80,7 +80,7 @@ class ScriptedSmtpServer {
   [[nodiscard]] unsigned short port() const { return port_; }
   /// Everything that the scripts have heard so far.
   [[nodiscard]] std::string heard() const;
-  /// The same, as soon as it ends with `end`; after ten seconds as it is.
+  /// The same, as soon as it ends with `end`; otherwise, in the end, as it is.
   [[nodiscard]] std::string HeardUpTo(std::string_view end) const;
   /// Connections that were accepted so far.
   [[nodiscard]] int connections() const { return connections_; }

@@ -7,10 +7,12 @@
 
 namespace test_support {
 
-/// True as soon as `condition` holds; false when it does not within `limit`, which only a failing
-/// test waits for.
+/// How long a test waits for what must happen. Only a failing test waits so long.
+inline constexpr std::chrono::seconds kPatience(20 * CORVANE_TEST_TIME_FACTOR);
+
+/// True as soon as `condition` holds; false when it does not within `limit`.
 template <class Condition>
-bool WaitFor(const Condition& condition, std::chrono::seconds limit = std::chrono::seconds(20)) {
+bool WaitFor(const Condition& condition, std::chrono::seconds limit = kPatience) {
   const auto end = std::chrono::steady_clock::now() + limit;
   while (!condition()) {
     if (std::chrono::steady_clock::now() > end) return false;

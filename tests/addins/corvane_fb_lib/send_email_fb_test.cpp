@@ -39,7 +39,7 @@ class SendEmail : public BlockTest {
   void Send() { Run("fb.Send = false fb() fb.Send = true fb()"); }
   /// Calls the block until Sent is TRUE. @return Code
   std::string NextCode() {
-    const auto limit = steady_clock::now() + std::chrono::seconds(60);
+    const auto limit = steady_clock::now() + 3 * test_support::kPatience;
     for (;;) {
       Run("fb()");
       if (Eval("fb.Sent") == "true") return Eval("fb.Code");
@@ -429,7 +429,7 @@ TEST_F(SendEmail, WorksFiveTimesAtOnceWhileBlocksComeAndGo) {
       Run("blocks[#blocks + 1] = fb fb.Recipient = 'a@x b@x;c@x' fb.Send = true fb()");
     }
     Run("done = 0");
-    const auto limit = steady_clock::now() + std::chrono::seconds(60);
+    const auto limit = steady_clock::now() + 3 * test_support::kPatience;
     while (Eval("done >= 3") != "true" && steady_clock::now() < limit) {
       Run("for _, b in ipairs(blocks) do b() if b.Sent then done = done + 1 end end");
       std::this_thread::sleep_for(milliseconds(5));
@@ -457,7 +457,7 @@ TEST_F(SendEmail, SurvivesAThousandFailuresInARowAndLogsEach) {
       "for _, b in ipairs(blocks) do"
       "  for i = 1, 50 do b.Send = true call(b) b.Send = false call(b) end "
       "end");
-  const auto limit = steady_clock::now() + std::chrono::seconds(90);
+  const auto limit = steady_clock::now() + 4 * test_support::kPatience;
   while (Eval("failures + others >= 1000") != "true" && steady_clock::now() < limit) {
     Run("for _, b in ipairs(blocks) do call(b) end");
     std::this_thread::sleep_for(milliseconds(5));

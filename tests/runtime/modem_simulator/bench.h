@@ -22,11 +22,12 @@
 #include "runtime/modem_simulator/console.h"
 #include "runtime/modem_simulator/simulator.h"
 #include "tests/support/temporary_folder.h"
+#include "tests/support/wait_for.h"
 
 namespace modem_simulator {
 
 /// A wait that takes longer has failed.
-constexpr int kPatienceMs = 10000;
+constexpr int kPatienceMs = std::chrono::milliseconds(test_support::kPatience).count();
 
 /// What can be read from a descriptor until `wanted` has come, it ends, or patience does.
 inline std::string ReadUntil(int fd, std::string_view wanted) {

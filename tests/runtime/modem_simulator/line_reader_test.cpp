@@ -11,6 +11,8 @@
 #include <string_view>
 #include <vector>
 
+#include "tests/support/wait_for.h"
+
 namespace modem_simulator {
 namespace {
 
@@ -27,7 +29,7 @@ class LineReaderTest : public testing::Test {
   /// Handles events until so many lines have come.
   void AwaitLines(std::size_t count) {
     const auto work = boost::asio::make_work_guard(io_);
-    while (lines_.size() < count && io_.run_one_for(std::chrono::seconds(10)) > 0) {
+    while (lines_.size() < count && io_.run_one_for(test_support::kPatience) > 0) {
     }
   }
 
