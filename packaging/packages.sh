@@ -1,8 +1,9 @@
 #!/bin/bash
 # SPDX-License-Identifier: MIT
-# packages.sh GROUP...: installs what the groups need of Debian 12 and the machine lacks.
-# Groups: build (the programs), test (./test beside that), example (the servers of examples/*.sh),
-# bench (./benchmarks/run), fuzz (./fuzz/run), package (packaging/build_packages.sh).
+# packages.sh [--list] GROUP...: installs what the groups need of Debian 12 and the machine lacks;
+# with --list it only names the packages. Groups: build (the programs), test (./test beside that),
+# arm (./test --arm beside that), example (the servers of examples/*.sh), bench (./benchmarks/run),
+# fuzz (./fuzz/run), package (packaging/build_packages.sh).
 set -euo pipefail
 
 declare -A packages=(
@@ -12,11 +13,18 @@ declare -A packages=(
     [test]="clang-format clang-tidy cppcheck groff-base shellcheck python3 python3-pyte libgtest-dev libgmock-dev
             gammu gnokii-cli libgammu-dev
             exim4-daemon-light mpack openssl python3-aiosmtpd"
+    [arm]="g++-aarch64-linux-gnu g++-arm-linux-gnueabihf qemu-user"
     [example]="python3 python3-aiosmtpd"
     [bench]="gammu libbenchmark-dev libcurl4-openssl-dev libgammu-dev libssl-dev"
     [package]="dpkg-dev file lintian python3"
     [fuzz]="clang libclang-rt-14-dev"
 )
+
+list=no
+if [ "${1:-}" = --list ]; then
+    list=yes
+    shift
+fi
 
 wanted=()
 for group in "$@"; do
@@ -24,6 +32,10 @@ for group in "$@"; do
     read -r -d '' -a names <<<"${packages[$group]}" || true
     wanted+=("${names[@]}")
 done
+if [ $list = yes ]; then
+    printf '%s\n' "${wanted[@]}"
+    exit 0
+fi
 
 missing=()
 for name in "${wanted[@]}"; do
