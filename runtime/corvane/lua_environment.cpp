@@ -21,36 +21,34 @@ int AddTraceback(lua_State* L) {
   return 1;
 }
 
+/// Pushes the field `key` of the table at `table`; a Lua error when it is of another type. It is
+/// fetched once: a metamethod of the program's might answer the next time with something else.
+void PushField(lua_State* L, int table, const char* key, int type, const char* owner) {
+  lua_getfield(L, table, key);
+  if (lua_type(L, -1) == type) return;
+  luaL_error(L, "metadata of %s: the field %s must be a %s, not a %s", owner, key,
+             lua_typename(L, type), luaL_typename(L, -1));
+}
+
 /// FBMetadata(t): checks the shape of a block type's metadata and returns it.
 int FBMetadata(lua_State* L) {
   luaL_checktype(L, 1, LUA_TTABLE);
   lua_settop(L, 1);
-  const auto check_field = [L](int table, const char* key, int type, const char* owner) {
-    lua_getfield(L, table, key);
-    if (lua_type(L, -1) != type) {
-      luaL_error(L, "metadata of %s: the field %s must be a %s, not a %s", owner, key,
-                 lua_typename(L, type), luaL_typename(L, -1));
-    }
-    lua_pop(L, 1);
-  };
-  check_field(1, "Name", LUA_TSTRING, "a block type");
-  lua_getfield(L, 1, "Name");
-  const char* block = lua_tostring(L, -1);  // stays at index 2
-  check_field(1, "Hash", LUA_TNUMBER, block);
-  check_field(1, "Vars", LUA_TTABLE, block);
-  lua_getfield(L, 1, "Vars");
-  for (lua_pushnil(L); lua_next(L, 3) != 0; lua_pop(L, 1)) {
+  PushField(L, 1, "Name", LUA_TSTRING, "a block type");
+  const char* block = lua_tostring(L, 2);
+  PushField(L, 1, "Hash", LUA_TNUMBER, block);
+  PushField(L, 1, "Vars", LUA_TTABLE, block);
+  constexpr int kVars = 4;
+  constexpr int kVariable = 6;  // behind its name
+  for (lua_pushnil(L); lua_next(L, kVars) != 0; lua_settop(L, kVariable - 1)) {
     if (lua_type(L, -2) != LUA_TSTRING || lua_type(L, -1) != LUA_TTABLE) {
       luaL_error(L, "metadata of %s: Vars must map names to tables", block);
     }
     const char* variable = lua_tostring(L, -2);
-    const int table = lua_gettop(L);
-    check_field(table, "Hash", LUA_TNUMBER, variable);
-    check_field(table, "Type", LUA_TTABLE, variable);
-    lua_getfield(L, table, "Type");
-    check_field(table + 1, "Name", LUA_TSTRING, variable);
-    lua_pop(L, 1);
-    check_field(table, "Retain", LUA_TBOOLEAN, variable);
+    PushField(L, kVariable, "Hash", LUA_TNUMBER, variable);
+    PushField(L, kVariable, "Type", LUA_TTABLE, variable);
+    PushField(L, kVariable + 2, "Name", LUA_TSTRING, variable);
+    PushField(L, kVariable, "Retain", LUA_TBOOLEAN, variable);
   }
   lua_settop(L, 1);
   return 1;

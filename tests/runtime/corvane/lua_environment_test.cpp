@@ -39,6 +39,17 @@ TEST_F(LuaEnvironmentTest, MetadataOfAnotherShapeIsRefusedWithTheField) {
               testing::HasSubstr("metadata of A: the field Name must be a string"));
 }
 
+TEST_F(LuaEnvironmentTest, MetadataThatAnswersWithSomethingElseTheSecondTimeIsAskedOnce) {
+  Run(R"(
+    asked = 0
+    metadata = setmetatable({Name = 'X', Hash = 1}, {__index = function()
+      asked = asked + 1
+      return asked == 1 and {} or 5
+    end}))");
+  EXPECT_EQ(Eval("FBMetadata(metadata) == metadata"), "true");
+  EXPECT_EQ(Eval("asked"), "1");
+}
+
 TEST_F(LuaEnvironmentTest, ProtectedCallGivesResultsAndKeepsTheStack) {
   lua_pushliteral(L(), "below");
   luaL_loadstring(L(), "local a, b = ... return a + b, a * b");
