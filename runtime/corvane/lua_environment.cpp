@@ -73,6 +73,25 @@ void OpenTypes(lua_State* L) {
   lua_setglobal(L, "FBMetadata");
 }
 
+/// Gives programs a copy of a block type's metatable in place of it. Without its __gc a block's
+/// memory would go while the modem port driver, or the block's own thread, still works on it.
+void HideMetatable(lua_State* L, const char* type_name) {
+  luaL_getmetatable(L, type_name);
+  if (lua_istable(L, -1)) {
+    const int metatable = lua_gettop(L);
+    lua_newtable(L);
+    for (lua_pushnil(L); lua_next(L, metatable) != 0;) {
+      lua_pushvalue(L, -2);
+      lua_insert(L, -2);
+      lua_rawset(L, metatable + 1);
+    }
+    lua_pushliteral(L, "__metatable");  // what getmetatable() gives
+    lua_insert(L, -2);
+    lua_rawset(L, metatable);
+  }
+  lua_settop(L, 0);
+}
+
 /// Runs in protected mode, so that a failing allocation is an error and no abort.
 int OpenEverything(lua_State* L) {
   luaL_openlibs(L);
@@ -83,6 +102,7 @@ int OpenEverything(lua_State* L) {
                         library.name.c_str());
     }
     lua_settop(L, 0);
+    HideMetatable(L, library.name.c_str());
   }
   return 0;
 }

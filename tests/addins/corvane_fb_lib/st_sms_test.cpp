@@ -64,6 +64,17 @@ TEST_F(SendSms, WithoutItsPortStaysUnregisteredAndTriesAgain) {
   EXPECT_EQ(State(), "1");
 }
 
+TEST_F(SendSms, AProgramCannotTakeTheFinalizerAway) {
+  Run("fb()");
+  ASSERT_EQ(port.clients(), 1u);
+  Run("local metatable = getmetatable(fb) for name in pairs(metatable) do metatable[name] = nil "
+      "end");
+  EXPECT_EQ(State(), "1");
+  Run("fb = nil");
+  Collect();
+  EXPECT_EQ(port.clients(), 0u) << "the driver would go on with a block that is gone";
+}
+
 TEST_F(SendSms, QueuesWhileItIsUnregisteredAndSendsLater) {
   port.Refuse(true);
   Send();
