@@ -5,6 +5,7 @@
 
 #include "runtime/corvane/st_library.h"
 #include "runtime/corvaneshare/elementary_types.h"
+#include "runtime/corvaneshare/live_blocks.h"
 
 namespace corvane {
 namespace {
@@ -126,6 +127,11 @@ void ProtectedCall(lua_State* L, int arguments, int results) {
   const LuaError error(message != nullptr ? message : "unknown error");
   lua_pop(L, 1);
   throw error;
+}
+
+void LuaEnvironment::Close::operator()(lua_State* L) const {
+  RefuseBlocks(L);
+  lua_close(L);
 }
 
 LuaEnvironment::LuaEnvironment() : state_(luaL_newstate()) {

@@ -35,7 +35,7 @@ class LuaEnvironment {
 
  private:
   struct Close {
-    void operator()(lua_State* L) const { lua_close(L); }
+    void operator()(lua_State* L) const;
   };
   std::unique_ptr<lua_State, Close> state_;
 };

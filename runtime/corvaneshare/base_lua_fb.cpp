@@ -2,6 +2,8 @@
 // The host's part of a block.
 #include "share/base_lua_fb.h"
 
+#include <stdexcept>
+
 #include "runtime/corvaneshare/live_blocks.h"
 
 namespace {
@@ -35,6 +37,9 @@ void Track(lua_State* L) {
 const char* const LuaFBUtil::CheckErrStrPostfix = "block expected";
 
 BaseLuaFB::BaseLuaFB(lua_State* L, const char* type_name) {
+  if (corvane::BlocksRefused(L)) {
+    throw std::logic_error("the program has ended, so no block can be made any more");
+  }
   luaL_setmetatable(L, type_name);
   Track(L);
 }

@@ -4,7 +4,15 @@
 namespace corvane {
 namespace {
 
-const char kBlocks = 0;  // its address is the table's key in the registry
+// Their addresses are keys in the registry.
+const char kBlocks = 0;
+const char kRefused = 0;
+
+int SetRefused(lua_State* L) {
+  lua_pushboolean(L, 1);
+  lua_rawsetp(L, LUA_REGISTRYINDEX, &kRefused);
+  return 0;
+}
 
 }  // namespace
 
@@ -22,6 +30,19 @@ void TrackBlocks(lua_State* L) {
 
 void PushTrackedBlocks(lua_State* L) {
   lua_rawgetp(L, LUA_REGISTRYINDEX, &kBlocks);
+}
+
+void RefuseBlocks(lua_State* L) {
+  // Protected, since nothing else is at the end of a program. It fails without memory only.
+  lua_pushcfunction(L, SetRefused);
+  if (lua_pcall(L, 0, 0, 0) != LUA_OK) lua_pop(L, 1);
+}
+
+bool BlocksRefused(lua_State* L) {
+  lua_rawgetp(L, LUA_REGISTRYINDEX, &kRefused);
+  const bool refused = lua_toboolean(L, -1) != 0;
+  lua_pop(L, 1);
+  return refused;
 }
 
 }  // namespace corvane

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The blocks that live in a Lua state, for a runtime that shows them.
-// Threads: the one that runs the Lua state.
+// The blocks that live in a Lua state, for a runtime that shows them, and whether there may be
+// more. Threads: the one that runs the Lua state.
 #pragma once
 
 #include <lua.hpp>
@@ -14,5 +14,11 @@ void TrackBlocks(lua_State* L);
 /// Pushes the table of the known blocks, or nil without TrackBlocks. Its `n` is how many have been
 /// created; at the index 1..n stands the block as long as it lives. It keeps none alive.
 void PushTrackedBlocks(lua_State* L);
+
+/// From now on the creation of a block fails in this state, for the time when it is being closed:
+/// what a finalizer makes then loses its memory without a finalizer of its own.
+void RefuseBlocks(lua_State* L);
+
+[[nodiscard]] bool BlocksRefused(lua_State* L);
 
 }  // namespace corvane

@@ -75,6 +75,28 @@ TEST_F(SendSms, AProgramCannotTakeTheFinalizerAway) {
   EXPECT_EQ(port.clients(), 0u) << "the driver would go on with a block that is gone";
 }
 
+/// Takes its argument over into the std::string at its upvalue.
+int TakeText(lua_State* L) {
+  auto& text = *static_cast<std::string*>(lua_touserdata(L, lua_upvalueindex(1)));
+  text = luaL_checkstring(L, 1);
+  return 0;
+}
+
+TEST_F(SendSms, AFinalizerAtTheEndOfTheProgramMakesNoBlock) {
+  std::string error;
+  lua_pushlightuserdata(L(), &error);
+  lua_pushcclosure(L(), TakeText, 1);
+  lua_setglobal(L(), "take");
+  Run(R"(last = setmetatable({}, {__gc = function()
+           local made, error = pcall(SEND_SMS.new, {Port = 3})
+           if made then error() end
+           take(error)
+         end}))");
+  CloseHost();
+  EXPECT_EQ(error, "the program has ended, so no block can be made any more");
+  EXPECT_EQ(port.clients(), 0u) << "the driver would go on with a block that is gone";
+}
+
 TEST_F(SendSms, QueuesWhileItIsUnregisteredAndSendsLater) {
   port.Refuse(true);
   Send();
