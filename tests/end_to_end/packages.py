@@ -100,6 +100,8 @@ def check_service():
     unit = pathlib.Path("/usr/lib/systemd/system/corvane@.service").read_text(encoding="utf-8")
     command = unit.split("ExecStart=")[1].split("\n")[0].replace("%i", "pump").split()
     assert "\nUser=corvane\n" in unit
+    assert "\nProtectSystem=strict\n" in unit and "ReadWritePaths" not in unit
+    assert "\nStateDirectory=corvane/%i\n" in unit, "a program could write to the folders of others"
     pathlib.Path("/etc/corvane/pump.lua").write_text(PROGRAM, encoding="utf-8")
     config = "cycle = 1ms\ncycles = 2\nargs = from the file\n"
     pathlib.Path("/etc/corvane/pump.conf").write_text(config, encoding="utf-8")
