@@ -26,7 +26,7 @@ local here = debug.getinfo(1, "S").source:match("^@(.*/)") or "./"
 -- The blocks. `df` answers within milliseconds, so the cycle may wait for it; the script may take
 -- its time, so it is started in the background.
 local df = SysProcessCreateWithResult.new {
-  Command = "df -P",
+  Command = "df -P --", -- what follows is no option, whatever it begins with
   Args = quoted(folder) .. " 2>&1",
 }
 local alarm = SysProcessCreate.new { Command = quoted(here .. "disk_alarm.sh") }

@@ -4,6 +4,9 @@
 --   ./run mail_report            with a mail server of its own, which prints what arrives
 --   corvane run mail_report.lua -- SERVER PORT LOGIN PASSWORD SENDER RECIPIENT REPORT_FILE
 --
+-- Every user of a machine can see a command line. A real password stands in a file that only the
+-- program's user may read: `corvane run --config FILE`, with a line `args = WORD` for each word.
+--
 -- It ends when the mail server has taken the message, or with status 1 when it has not.
 
 local server, port, login, password, sender, recipient, report = table.unpack(plc.args)

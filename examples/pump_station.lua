@@ -3,6 +3,9 @@
 --
 --   corvane run pump_station.lua --modem 1=/dev/ttyUSB0 -- MAILSERVER PORT LOGIN PASSWORD SENDER RECIPIENT
 --
+-- Every user of a machine can see a command line. A real password stands in a file that only the
+-- program's user may read: `corvane run --config FILE`, with a line `args = WORD` for each word.
+--
 -- How to read it, for those who know PLCs and not Lua:
 --   local x = 5              a variable of this file
 --   { a = 1, b = 2 }         a table: a structure with the fields a and b
@@ -166,14 +169,30 @@ local function digits(number)
   return (number:gsub("%D", ""))
 end
 
+-- A number can be forged, so there is a limit to what answers may cost: so many an hour.
+local answers_left, next_hour = 0, 0
+
+local function answer(number, text)
+  if plc.clock() >= next_hour then
+    answers_left, next_hour = 20, plc.clock() + 3600
+  end
+  if answers_left == 0 then
+    say("no answer to %s: there have been enough in this hour", number)
+    return
+  end
+  answers_left = answers_left - 1
+  sms(digits(number), text)
+end
+
 -- A text from a phone is data: it is compared with the words that we know, and is never part of a
--- command. (A text of seven characters may end with a character of code 0.)
+-- command. (A text of seven characters may end with a character of code 0.) ACK can do no harm,
+-- whoever sends it; a command that could would need a code word.
 local function handle(number, text)
   local word = text:gsub("%z+$", ""):upper()
   local name = operators[number]
   if not name then
     refused = refused + 1
-    say("refused: a message from the unknown number %s", number)
+    say("refused: a message from the unknown number %s", (number:gsub("%c", "?"))) -- it may be a name
   elseif word == "STATUS" then
     say("%s asks for the state", name)
     asked[#asked + 1] = number
@@ -182,10 +201,10 @@ local function handle(number, text)
     station.alarm = "acknowledged"
     station.pump_2 = true
     start_pump.Run = true
-    sms(digits(number), "Thank you. Pump 2 is started.")
+    answer(number, "Thank you. Pump 2 is started.")
   else
     say("%s wrote something that is no command", name)
-    sms(digits(number), "Commands: STATUS, ACK")
+    answer(number, "Commands: STATUS, ACK")
   end
 end
 
@@ -202,10 +221,10 @@ local function answer_questions()
   if machine.Run then
     local seconds, disk = machine.Output:match("^(%d+)%s+(%S+)")
     -- At most 67 characters: a longer plain text would go out twice.
-    local answer = string.format("Level %d/%d cm, alarm %s, disk %s full, up %d min",
+    local state = string.format("Level %d/%d cm, alarm %s, disk %s full, up %d min",
       station.level, limit, station.alarm, disk or "?", (seconds or 0) / 60)
     for _, number in ipairs(asked) do
-      sms(digits(number), answer)
+      answer(number, state)
     end
     asked = {}
   end

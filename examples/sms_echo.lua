@@ -4,7 +4,8 @@
 --   corvane run sms_echo.lua --modem 1=/dev/ttyUSB0,patience=60s -- [MESSAGES]
 --
 -- MESSAGES: end after so many answers (3, as the scenario beside this file has them); 0: go on until
--- somebody stops the program. `./run sms_echo` runs it with a simulated modem.
+-- somebody stops the program. `./run sms_echo` runs it with a simulated modem. It answers anybody, so it
+-- is for trying out: each answer costs money, and two such programs would never stop.
 
 local messages = tonumber(plc.args[1] or 3)
 if not messages then
@@ -17,6 +18,11 @@ local sender = SEND_SMS.new { Port = PORT }
 
 local answered = 0
 local last_error = 0
+
+-- A stranger's text for the terminal: without control characters, which may do anything there.
+local function shown(text)
+  return (text:gsub("%c", "?"):gsub("\194[\128-\159]", "?"))
+end
 
 -- Says what goes wrong once, not in every cycle.
 local function report()
@@ -31,7 +37,7 @@ function cycle()
   reader()
   sender.Send = reader.Complete
   if reader.Complete then
-    print(reader.Number .. " wrote: " .. reader.Message)
+    print(shown(reader.Number .. " wrote: " .. reader.Message))
     -- SEND_SMS takes digits only.
     sender.Receiver = reader.Number:gsub("%D", "")
     sender.Message = reader.Message
