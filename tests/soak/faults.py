@@ -1,0 +1,170 @@
+# SPDX-License-Identifier: MIT
+"""What goes wrong: modem, mail server, commands and descriptors, each with a thread and random
+numbers of its own. Each fault is noted with the time in which it can have worked."""
+import glob
+import os
+import random
+import resource
+import signal
+import time
+
+import faulty_mail_server
+import watch
+
+
+class Troublemaker:
+    """One thread of trouble: `strike` again and again, until `stopping`."""
+
+    pause = 0  # seconds from one fault to the next, about
+
+    def __init__(self, soak):
+        self.soak, self.stopping, self.note = soak, soak.stopping, soak.note
+        self.random = random.Random(f"{soak.seed} {type(self).__name__}")
+
+    def run(self):
+        while not self.stopping.wait(self.random.uniform(0.5, 1.5) * self.pause):
+            self.strike()
+
+    def note_now(self, kind):
+        now = time.monotonic()
+        self.note(kind, now, now)
+
+
+class ModemFaults(Troublemaker):
+    def __init__(self, soak):
+        super().__init__(soak)
+        self.pause = max(1.5, soak.seconds / 500)  # the store bounds what faults may leave there
+        self.turns = []
+
+    def strike(self):
+        if not self.turns:  # each kind has its turn, however short the run
+            kinds = [self.unplug, self.mute, self.hold, self.garbage, self.restart,
+                     self.unsolicited, self.refuse_message, self.refuse_list,
+                     self.refuse_deletion, self.no_network, self.slow_network]
+            self.turns = self.random.sample(kinds, len(kinds))
+        self.turns.pop()()
+
+    def order(self, line):
+        self.soak.modem.say(line)
+
+    def at_once(self, kind, line):
+        self.note_now(kind)
+        self.order(line)
+
+    def for_a_while(self, kind, command, most):
+        seconds = self.random.uniform(0.1, most)
+        start = time.monotonic()
+        self.order(f"{command} {int(seconds * 1000)}ms")
+        self.stopping.wait(seconds)
+        self.note(kind, start, start + seconds)
+
+    def unplug(self):
+        start, behind = time.monotonic(), len(self.soak.modem.output)
+        self.order(f"unplug {self.random.randint(50, 3000)}ms")
+        self.soak.modem.await_line("plugged in again", behind)
+        self.note("unplugged", start, time.monotonic())
+
+    def mute(self):
+        self.for_a_while("muted", "mute", 3)
+
+    def hold(self):
+        self.for_a_while("output held", "hold", 4)
+
+    def garbage(self):
+        self.at_once("garbage", f"garbage {self.random.randint(1, 300)}")
+
+    def restart(self):
+        self.at_once("restarted", "restart")
+
+    def unsolicited(self):
+        lines = ["RING", "+CREG: 1", "^RSSI: 17", '+CMTI: "SM",3']
+        self.at_once("unsolicited line", "unsolicited " + self.random.choice(lines))
+
+    def refuse_message(self):
+        error, times = self.random.choice([38, 331, 500]), self.random.randint(1, 5)
+        self.at_once("refusal", f"fail {error} CMGS {times}")
+
+    def refuse_list(self):
+        self.at_once("refusal", f"fail {self.random.choice(['314', '320', 'error'])} CMGL")
+
+    def refuse_deletion(self):
+        self.at_once("refusal", "fail 320 CMGD")
+
+    def no_network(self):
+        start = time.monotonic()
+        self.order("network off")
+        self.stopping.wait(self.random.uniform(0.1, 2))
+        self.order("network on")
+        self.note("no network", start, time.monotonic())
+
+    def slow_network(self):
+        self.at_once("another network delay", f"delay {self.random.randint(0, 100)}ms")
+
+
+class MailFaults(Troublemaker):
+    def __init__(self, soak):
+        super().__init__(soak)
+        self.pause = max(1, soak.seconds / 900)  # most of them cost a descriptor for good
+        self.turns = []
+        self.next_slow = 0
+
+    def strike(self):
+        if not self.turns:
+            self.turns = [*faulty_mail_server.QUICK_FAULTS, *[None] * 3]
+            self.random.shuffle(self.turns)
+        fault = self.turns.pop()
+        if time.monotonic() >= self.next_slow:
+            fault = self.random.choice(faulty_mail_server.SLOW_FAULTS)
+            self.next_slow = time.monotonic() + max(30, self.soak.seconds / 40)
+        if fault is None:
+            self.go_away()
+        else:
+            self.soak.server.next_fault = fault
+            self.note_now(f"mail: {fault}")
+
+    def go_away(self):
+        start = time.monotonic()
+        self.soak.server.go_away()
+        self.stopping.wait(self.random.uniform(0.1, 1))
+        self.soak.server.listen()
+        self.note("mail server down", start, time.monotonic())
+
+
+class DescriptorThief(Troublemaker):
+    """Leaves the program without a free descriptor for a while."""
+
+    def __init__(self, soak):
+        super().__init__(soak)
+        self.pause = max(5, soak.seconds / 200)
+
+    def strike(self):
+        pid, start = self.soak.program.pid, time.monotonic()
+        taken = watch.descriptors_of(pid)
+        free = next(number for number in range(len(taken) + 1) if number not in taken)
+        before = resource.prlimit(pid, resource.RLIMIT_NOFILE)
+        resource.prlimit(pid, resource.RLIMIT_NOFILE, (free, before[1]))
+        self.stopping.wait(self.random.uniform(0.2, 1.5))
+        resource.prlimit(pid, resource.RLIMIT_NOFILE, before)
+        self.note("no descriptors", start, time.monotonic())
+
+
+class Killer(Troublemaker):
+    """Kills each command that asks for it by leaving its process number. It goes on as long as the
+    program does, which waits for it."""
+
+    pause = 0.005
+
+    def __init__(self, soak):
+        super().__init__(soak)
+        self.stopping = soak.over
+        self.signals = {}
+
+    def strike(self):
+        for path in glob.glob(self.soak.folder + "/victim.*[0-9]"):
+            with open(path, encoding="ascii") as file:
+                pid = int(file.read())
+            os.remove(path)
+            number = int(path.rpartition(".")[2])
+            self.signals[number] = self.random.choice(
+                [signal.SIGKILL, signal.SIGTERM, signal.SIGHUP, signal.SIGINT, signal.SIGUSR1])
+            os.kill(pid, self.signals[number])

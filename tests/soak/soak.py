@@ -1,0 +1,261 @@
+#!/usr/bin/python3
+# SPDX-License-Identifier: MIT
+"""All five blocks at full speed, for as long as wanted, while modem, mail server and system fail
+at random. At the end the books must balance (accounts.py), and memory, descriptors, threads and
+processes be what they were."""
+import argparse
+import collections
+import ctypes
+import os
+import random
+import re
+import resource
+import shutil
+import sys
+import tempfile
+import threading
+import time
+
+import accounts
+import faults
+import faulty_mail_server
+import messages
+import watch
+from processes import PATIENCE, Process, Violated, await_state
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+PR_SET_CHILD_SUBREAPER = 36  # prctl(2): commands that go on alone become children of this process
+MEGABYTE = 1 << 20
+MISSING_EVERY = 60  # soak.lua gives each such mail an attachment that is not there
+DESCRIPTORS = 8192  # for those that failed mails keep
+
+
+def more_descriptors():
+    _, most = resource.getrlimit(resource.RLIMIT_NOFILE)
+    wanted = DESCRIPTORS if most == resource.RLIM_INFINITY else min(most, DESCRIPTORS)
+    resource.setrlimit(resource.RLIMIT_NOFILE, (wanted, most))
+
+
+class Soak:
+    def __init__(self, options, folder):
+        self.corvane, self.folder = options.corvane, folder
+        self.seconds, self.seed = options.seconds, options.seed
+        self.most_growth = options.growth * MEGABYTE
+        self.stopping, self.over = threading.Event(), threading.Event()
+        self.faults, self.violations = [], []
+        attachment = random.Random(self.seed).randbytes(200_000)
+        with open(folder + "/attachment.bin", "wb") as file:
+            file.write(attachment)
+        self.server = faulty_mail_server.FaultyMailServer(attachment)
+        self.modem = Process(
+            self.corvane, "modem", "--link", folder + "/modem", "--store-size", "255",
+            "--network-delay", "20ms", "--baud", "115200", "--seed", str(self.seed))
+        self.modem.await_line("ready ")
+        # Without it the memory would grow until this store of freed blocks is full.
+        sanitizer = "quarantine_size_mb=1:thread_local_quarantine_size_kb=64"
+        self.program = Process(
+            self.corvane, "run", HERE + "/soak.lua", "--cycle", "0",
+            "--modem", f"1={folder}/modem,patience=10s,poll=1ms",
+            "--", folder, str(self.server.port), str(self.seed), preexec_fn=more_descriptors,
+            env={**os.environ,
+                 "ASAN_OPTIONS": os.environ.get("ASAN_OPTIONS", "") + ":" + sanitizer})
+
+    def note(self, kind, start, end):
+        self.faults.append(accounts.Span(kind, start, end))
+
+    def leave(self, name):
+        """A file for which soak.lua waits."""
+        with open(f"{self.folder}/{name}", "w", encoding="ascii"):
+            pass
+
+    def thread(self, work):
+        def run():
+            try:
+                work()
+            except Exception as error:  # whatever it is, the run has failed
+                self.violations.append(f"{type(error).__name__}: {error}")
+                self.stopping.set()
+        thread = threading.Thread(target=run, daemon=True)
+        thread.start()
+        return thread
+
+    def run(self):
+        self.program.await_line("ready$")
+        self.monitor = watch.Monitor(self.program, self.note, self.stopping)
+        self.feeder = messages.Feeder(self.program, self.modem, self.stopping)
+        self.killer = faults.Killer(self)
+        self.thread(self.killer.run)
+        self.leave("go")
+        self.thread(self.reap)
+        threads = [self.thread(each.run) for each in (
+            self.monitor, self.feeder, faults.ModemFaults(self), faults.MailFaults(self),
+            faults.DescriptorThief(self))]
+        end = time.monotonic() + self.seconds
+        while time.monotonic() < end and not self.stopping.wait(0.5):
+            if self.program.process.poll() is not None:
+                raise Violated("the program has ended by itself")
+        self.stopping.set()
+        for thread in threads:
+            thread.join(PATIENCE)
+        if self.violations:
+            raise Violated(self.violations[0])
+
+    def finish(self):
+        self.leave("finish")
+        self.finished = {name: int(value) for name, value in re.findall(
+            r"(\w+)=(\d+)", self.program.await_line("finished "))}
+        await_state("the inbox to be empty", self.inbox_is_empty)
+        self.monitor.look()
+        self.settle()
+        self.leave("quit")
+        self.status = self.program.end()
+        self.over.set()
+        self.modem.say("quit")
+        self.modem_status = self.modem.end()
+        await_state("the background commands to end", self.orphans_are_gone)
+        self.server.end()
+
+    def inbox_is_empty(self):
+        """Nothing is unread or waits in the network, and what has left the store is delivered."""
+        behind = len(self.modem.output)
+        self.modem.say("list")
+        self.modem.say("list")  # the whole first list stands in front of the second
+        await_state("two lists", lambda: sum(
+            event.line.startswith("store: ") for event in self.modem.output[behind:]) == 2)
+        if any("REC UNREAD" in event.line or event.line.startswith("waiting in ")
+               for event in self.modem.output[behind:]):
+            return False
+        self.feeder.look()
+        store = accounts.Store(self.modem.output)
+        kept = {self.feeder.wanted.get(text) for at, text in store.arrivals if at in store.kept}
+        return set(self.feeder.wanted.values()) == self.feeder.delivered | kept
+
+    def settle(self):
+        """Waits for the end of what is under way: a shell, the opening of the modem."""
+        end = time.monotonic() + PATIENCE
+        while True:
+            self.descriptors = watch.descriptors_of(self.program.pid)
+            self.children = watch.children_of(self.program.pid)
+            settled = (len(self.descriptors) == self.monitor.expected_descriptors()
+                       and not self.children)
+            if settled or time.monotonic() > end:
+                return
+            time.sleep(0.05)
+
+    def reap(self):
+        """Takes leave of the background commands, which would fill the system's table."""
+        while not self.over.wait(0.05):
+            self.reap_ended()
+
+    def reap_ended(self):
+        own = (self.program.pid, self.modem.pid)  # for these there is somebody who waits
+        look = os.WEXITED | os.WNOHANG | os.WNOWAIT
+        try:
+            while (ended := os.waitid(os.P_ALL, 0, look)) and ended.si_pid not in own:
+                os.waitpid(ended.si_pid, 0)
+        except ChildProcessError:
+            pass  # there is none
+
+    def orphans_are_gone(self):
+        self.reap_ended()
+        return not watch.children_of(os.getpid())
+
+    def judge(self):
+        """Complaints, and figures by their names."""
+        program, modem = self.program.output, self.modem.output
+        complaints, figures = self.judge_process(), {}
+        for found, numbers in (
+                accounts.check_sent(modem, program, self.faults,
+                                    messages.parts_of, messages.text_of),
+                accounts.check_received(modem, program, self.faults, self.feeder.wanted),
+                accounts.check_mails(program, self.faults, self.server.records,
+                                     lambda n: {404} if n % MISSING_EVERY == 0 else set()),
+                accounts.check_commands(program, self.faults, self.started(),
+                                        self.finished["starts"], self.killer.signals)):
+            complaints += found
+            figures |= numbers
+        failed = sum(figures["mails failed, by code"].values())
+        return complaints + accounts.check_log(self.program.log, self.faults, failed), figures
+
+    def judge_process(self):
+        complaints = []
+        if len(self.descriptors) != self.monitor.expected_descriptors():
+            complaints.append(f"{len(self.descriptors)} descriptors at the end, not "
+                              f"{self.monitor.expected_descriptors()}: {self.descriptors}")
+        if self.children:
+            complaints.append(f"children of the idle program: {self.children}")
+        if self.status != 0 or self.modem_status != 0:
+            complaints.append(f"exit status {self.status}, of the modem {self.modem_status}")
+        early, late = self.monitor.memory()
+        if late - early > self.most_growth:
+            complaints.append(f"the memory has grown from {early} to {late} bytes")
+        return complaints
+
+    def started(self):
+        with open(self.folder + "/started", encoding="ascii") as file:
+            return [int(line) for line in file]
+
+    def show(self, figures):
+        early, late = (f"{size / MEGABYTE:.1f} MB" for size in self.monitor.memory())
+        kinds = collections.Counter(fault.kind for fault in self.faults)
+        rows = {
+            "cycles": self.finished["cycles"], **figures,
+            "commands with a result": self.finished["runs"] - self.finished["refused"],
+            "of these killed": len(self.killer.signals),
+            "commands refused for want of a descriptor": self.finished["refused"],
+            "background commands": self.finished["starts"],
+            "memory after the warm-up, at the end": f"{early}, {late}",
+            "descriptors at the start, kept by failed mails, at the end":
+                f"{self.monitor.descriptors}, {self.monitor.kept}, {len(self.descriptors)}",
+            "threads": self.monitor.threads,
+            "faults": sum(kinds.values()),
+            **{"  " + kind: count for kind, count in sorted(kinds.items())},
+        }
+        for name, value in rows.items():
+            print(f"{name}: {value}")
+
+    def save(self):
+        histories = {"program.out": self.program.output, "program.log": self.program.log,
+                     "modem.out": self.modem.output, "modem.log": self.modem.log}
+        for name, history in histories.items():
+            with open(f"{self.folder}/{name}", "w", encoding="utf-8") as file:
+                file.writelines(f"{event.time:.3f} {event.line}\n" for event in history)
+        with open(self.folder + "/faults", "w", encoding="utf-8") as file:
+            file.writelines(f"{span.start:.3f} {span.end:.3f} {span.kind}\n"
+                            for span in self.faults)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("corvane", help="the command")
+    parser.add_argument("--seconds", type=float, default=60, help="(default: 60)")
+    parser.add_argument("--seed", type=int, default=random.SystemRandom().randrange(1 << 31),
+                        help="of the faults (default: a new one)")
+    parser.add_argument("--growth", type=float, default=4,
+                        help="megabytes by which the memory may grow (default: 4)")
+    options = parser.parse_args()
+    print(f"seed {options.seed}", flush=True)
+    ctypes.CDLL(None).prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0)
+    folder = tempfile.mkdtemp(prefix="soak-")
+    soak = Soak(options, folder)
+    try:
+        soak.run()
+        soak.finish()
+        complaints, figures = soak.judge()
+        soak.show(figures)
+    except Violated as violation:
+        complaints = [str(violation)]
+    finally:
+        soak.save()
+        for process in (soak.program, soak.modem):
+            process.process.kill()
+    for complaint in complaints[:20]:
+        print("NOT ALLOWED:", complaint)
+    if complaints:
+        sys.exit(f"{len(complaints)} complaints; seed {options.seed}; all lines are in {folder}")
+    shutil.rmtree(folder)
+    print("the books balance")
+
+
+if __name__ == "__main__":
+    main()
