@@ -2,21 +2,23 @@
 # SPDX-License-Identifier: MIT
 """adding_a_block.py PROJECT CORVANE ADDIN: the page shows the files of the example, word for word,
 and the program prints what the page says."""
-import re
 import subprocess
 import sys
 
+sys.dont_write_bytecode = True
+from page import check_files, commands, read_blocks
+
 project, corvane, addin = sys.argv[1:]
-with open(project + "/docs/adding_a_block.md", encoding="utf-8") as file:
-    page = file.read()
+PAGE = "docs/adding_a_block.md"
+check_files(project, PAGE, "examples/counter_addin",
+            ["counter_fb.h", "counter_fb.cpp", "counter_addin.cpp", "CMakeLists.txt", "counter.lua"])
 
-shown = re.findall(r"^`(\S+)`:\n\n```\w+\n(.*?)^```$", page, re.MULTILINE | re.DOTALL)
-assert [name for name, _ in shown] == ["counter_fb.h", "counter_fb.cpp", "counter_addin.cpp", "counter.lua"]
-for name, text in shown:
-    with open(f"{project}/examples/counter_addin/{name}", encoding="utf-8") as file:
-        assert file.read() == text, f"the page shows another {name} than the example has"
-
-output = re.search(r"^\$ corvane run .*?\n(.*?)^```$", page, re.MULTILINE | re.DOTALL)[1]
-command = [corvane, "run", project + "/examples/counter_addin/counter.lua", "--addin", addin, "--cycle", "5ms"]
-result = subprocess.run(command, capture_output=True, text=True, timeout=60)
-assert result.returncode == 0 and result.stdout == output, result
+# What the first commands build is built already, in whatever folder.
+build, session = [block.text for block in read_blocks(project, PAGE) if block.language == "console"]
+assert "--target counter_addin corvane_cli\n" in build, build
+[command] = commands(session)
+words = [{"build/debug/bin/corvane": corvane, "build/debug/lib/counter_addin.so": addin}.get(word, word)
+         for word in command.split()]
+assert corvane in words and addin in words, command
+result = subprocess.run(words, cwd=project, capture_output=True, text=True, timeout=60, check=False)
+assert result.returncode == 0 and result.stdout == session.split("\n", 1)[1], result

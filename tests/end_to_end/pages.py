@@ -1,51 +1,200 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""pages.py PROJECT CORVANE PAGE...: runs the control programs that the pages show.
+"""pages.py PROJECT CORVANE PAGE...: does what the pages show, each in a folder of its own.
 
-A fenced block ```lua is a whole program. It runs for 50 cycles of 5 ms, or until it stops, and must
-end without an error or a warning. A block ```output behind it is what the program prints, exactly;
-"# " lines of it stand for one line of any text.
+Fenced blocks, from the first to the last:
+```lua      A whole program. With its name above it (see page.py) it is that file. Without, it runs for
+            50 cycles of 5 ms, or until it stops, and must end without an error or a warning.
+```console  A terminal. Behind "$ " stand commands, which must succeed; the rest is all that they
+            print; at "^C" the user presses Ctrl-C. With "..." as its last line it shows a program that
+            goes on; at the end of the page Ctrl-C must end it well.
+```input    What the user types where the first program that goes on runs.
+```output   Behind a program that ran: all that it prints. Elsewhere: what a program that goes on prints next.
+Every other block with a name is a file.
+
+"..." stands for any number of lines. Times, durations, counts of cycles and numbers of terminals differ.
+A modem at /dev/serial/by-id/ is a simulated one, to which somebody has sent "Hello".
 """
+import os
 import re
+import signal
 import subprocess
 import sys
 import tempfile
+import threading
+
+sys.dont_write_bytecode = True
+from page import commands, output_pattern, read_blocks, shape
+from simulated_modem import PATIENCE
 
 project, corvane, *pages = sys.argv[1:]
-failures = []
+# They change the machine or build everything. What the pages install is installed by packages.py.
+NOT_HERE = ("sudo ", "git ", "cd corvane", "./run", "./test", "packaging/")
+BY_ID = "/dev/serial/by-id/"
+changed = threading.Condition()  # a terminal has printed something, or its program has ended
 
 
-def matches(expected, actual):
-    pattern = "".join(
-        "[^\n]*\n" if line.startswith("# ") else re.escape(line) + "\n" for line in expected.splitlines()
-    )
-    return re.fullmatch(pattern, actual)
+class Terminal:
+    """A shell with commands, and what it shows. Beyond `taken` nobody has looked at `text`."""
+
+    def __init__(self, script, page):
+        self.page, self.text, self.taken, self.ended = page, "", 0, False
+        self.process = subprocess.Popen(
+            ["setpriv", "--pdeathsig", "KILL", "bash", "-ec", page.real(script)], cwd=page.folder, env=page.environment,
+            stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, start_new_session=True)
+        self.reader = threading.Thread(target=self.read, daemon=True)
+        self.reader.start()
+
+    def read(self):
+        for line in self.process.stdout:
+            with changed:
+                self.text += shape(self.page.shown(line))
+                changed.notify_all()
+        with changed:
+            self.ended = True
+            changed.notify_all()
+
+    def type(self, text):
+        self.process.stdin.write(text)
+        self.process.stdin.flush()
+
+    def take(self, expected):
+        """Whether it shows this next; then it is looked at."""
+        found = re.compile(output_pattern(expected)).match(self.text, self.taken)
+        self.taken = found.end() if found else self.taken
+        return found
+
+    def interrupt(self):
+        os.killpg(self.process.pid, signal.SIGINT)
+
+    def end(self):
+        """Waits for the end; its status."""
+        with changed:
+            ended = changed.wait_for(lambda: self.ended, PATIENCE)
+        if not ended:
+            os.killpg(self.process.pid, signal.SIGKILL)
+        status = self.process.wait(PATIENCE)
+        self.reader.join()
+        self.process.stdin.close()
+        self.process.stdout.close()
+        return status if ended else "killed, since it did not end"
 
 
-def check(page, program, expected):
-    with tempfile.TemporaryDirectory() as folder:
-        path = folder + "/program.lua"
+class Page:
+    def __init__(self, name, folder):
+        self.name, self.folder, self.failures, self.left_out = name, folder, [], []
+        self.running = []  # programs that go on, the oldest first
+        self.modems = []   # in place of real ones
+        self.printed = None  # by the program that ran last, if it is the block in front
+        binaries = folder + "/build/release/bin"
+        os.makedirs(binaries)
+        os.symlink(corvane, binaries + "/corvane")
+        self.environment = {**os.environ, "HOME": folder, "PATH": binaries + ":" + os.environ["PATH"]}
+
+    def real(self, text):
+        """The page's text with the folder of this test in place of the page's own."""
+        return text.replace("/tmp/", self.folder + "/").replace(BY_ID, self.folder + "/by-id/")
+
+    def shown(self, text):
+        return text.replace(self.folder + "/by-id/", BY_ID).replace(self.folder + "/", "/tmp/")
+
+    def fail(self, text):
+        self.failures.append(f"{self.name}: {text}")
+
+    def plug_in_modems(self, blocks):
+        names = {name for block in blocks for name in re.findall(r"\busb-[\w.:-]+", block.text)}
+        for name in sorted(names):
+            os.makedirs(self.folder + "/by-id", exist_ok=True)
+            modem = Terminal(f"corvane modem --link {BY_ID}{name}", self)
+            self.modems.append(modem)
+            with changed:
+                assert changed.wait_for(lambda m=modem: m.text or m.ended, PATIENCE) and not modem.ended, modem.text
+            modem.type("receive +15550101234 Hello\n")
+
+    def run_program(self, program):
+        path = self.folder + "/program.lua"
         with open(path, "w", encoding="utf-8") as file:
             file.write(program)
         command = [corvane, "run", path, "--cycle", "5ms", "--cycles", "50"]
-        result = subprocess.run(command, capture_output=True, text=True, timeout=60)
-    clean = not re.search(r" (warning|error) ", result.stderr)
-    if result.returncode != 0 or not clean or (expected is not None and not matches(expected, result.stdout)):
-        failures.append(f"{page}:\n{program}\nstatus {result.returncode}\n{result.stdout}{result.stderr}")
+        result = subprocess.run(command, capture_output=True, text=True, timeout=PATIENCE, check=False)
+        self.printed = result.stdout
+        if result.returncode != 0 or re.search(r" (warning|error) ", result.stderr):
+            self.fail(f"{program}\nstatus {result.returncode}\n{result.stdout}{result.stderr}")
+
+    def use_terminal(self, text):
+        typed = commands(text)
+        if any(command.startswith(NOT_HERE) for command in typed):
+            self.left_out += typed
+            return
+        expected = re.sub(r"^\$ .*\n", "", text, flags=re.MULTILINE)
+        goes_on = expected.endswith("...\n")
+        until_ctrl_c, ctrl_c, rest = expected.removesuffix("...\n").partition("^C\n")
+        terminal = Terminal("\n".join(typed), self)
+        if goes_on:
+            self.running.append(terminal)
+        good = True
+        if goes_on or ctrl_c:
+            with changed:
+                good = changed.wait_for(lambda: terminal.take(until_ctrl_c), PATIENCE)
+        if ctrl_c:
+            terminal.interrupt()
+        if not goes_on:
+            good = terminal.end() == 0 and re.fullmatch(output_pattern(until_ctrl_c + rest), terminal.text) and good
+        if not good:
+            self.fail(f"{typed} ended with status {terminal.process.returncode}, wanted:\n{shape(expected)}\n"
+                      f"but it shows:\n{terminal.text}")
+
+    def await_output(self, expected):
+        with changed:
+            if not changed.wait_for(lambda: any(one.take(expected) for one in self.running), PATIENCE):
+                shown = [one.text[one.taken:] for one in self.running]
+                self.fail(f"no program shows:\n{expected}\nbut:\n{shown}")
+
+    def do(self, block):
+        printed, self.printed = self.printed, None
+        if block.name:
+            with open(f"{self.folder}/{block.name}", "w", encoding="utf-8") as file:
+                file.write(self.real(block.text))
+        elif block.language == "lua":
+            self.run_program(block.text)
+        elif block.language == "console":
+            self.use_terminal(block.text)
+        elif block.language == "input":
+            self.running[0].type(block.text)
+        elif block.language == "output" and printed is None:
+            self.await_output(block.text)
+        elif block.language == "output" and not re.fullmatch(output_pattern(block.text), shape(printed)):
+            self.fail(f"wanted:\n{block.text}\nbut the program prints:\n{printed}")
+
+    def end(self):
+        for terminal in reversed(self.running):
+            terminal.interrupt()
+            status = terminal.end()
+            if status != 0:
+                self.fail(f"Ctrl-C: status {status}\n{terminal.text}")
+        for modem in self.modems:
+            os.killpg(modem.process.pid, signal.SIGTERM)
+            modem.end()
 
 
-for page in pages:
-    with open(f"{project}/{page}", encoding="utf-8") as file:
-        blocks = re.findall(r"^```(\w+)\n(.*?)^```$", file.read(), re.MULTILINE | re.DOTALL)
-    programs = 0
-    for position, (language, text) in enumerate(blocks):
-        if language != "lua":
-            continue
-        following = blocks[position + 1] if position + 1 < len(blocks) else ("", "")
-        check(page, text, following[1] if following[0] == "output" else None)
-        programs += 1
-    if programs == 0:
-        failures.append(f"{page}: shows no program")
+def failures_of(name):
+    blocks = read_blocks(project, name)
+    with tempfile.TemporaryDirectory(prefix="page-") as folder:
+        page = Page(name, folder)
+        try:
+            page.plug_in_modems(blocks)
+            for block in blocks:
+                if not page.failures:  # the rest of a page builds on what stands in front
+                    page.do(block)
+        finally:
+            page.end()
+    if not any(block.language in ("lua", "console") for block in blocks):
+        page.fail("shows nothing to do")
+    for command in page.left_out:
+        print(f"{name}: not run here: {command}")
+    return page.failures
 
-print("\n\n".join(failures) or f"{len(pages)} pages: every program does what its page says")
+
+failures = [failure for name in pages for failure in failures_of(name)]
+print("\n\n".join(failures) or f"{len(pages)} pages: everything does what its page says")
 sys.exit(1 if failures else 0)

@@ -1,0 +1,45 @@
+# SPDX-License-Identifier: MIT
+"""What a page shows, for the tests that do it."""
+import re
+from typing import NamedTuple
+
+
+class Block(NamedTuple):
+    """A fenced block. `name`: the file that it is, where a line "`NAME`:" stands above it."""
+    name: str
+    language: str
+    text: str
+
+
+def read_blocks(project, page):
+    with open(f"{project}/{page}", encoding="utf-8") as file:
+        found = re.findall(r"(?:^`(\S+)`:\n\n)?^```(\w+)\n(.*?)^```$", file.read(), re.MULTILINE | re.DOTALL)
+    return [Block(*fields) for fields in found]
+
+
+def commands(text):
+    """What a user types in a block ```console."""
+    return re.findall(r"^\$ (.*)$", text, re.MULTILINE)
+
+
+def check_files(project, page, folder, names):
+    """The page shows these files of the folder, in this order and word for word, and no others."""
+    shown = [block for block in read_blocks(project, page) if block.name]
+    assert [block.name for block in shown] == names, [block.name for block in shown]
+    for block in shown:
+        with open(f"{project}/{folder}/{block.name}", encoding="utf-8") as file:
+            assert file.read() == block.text, f"{page} shows another {block.name} than {folder} has"
+
+
+def shape(text):
+    """The text without what differs from run to run."""
+    text = re.sub(r"\d{4}-\d\d-\d\d[ T]\d\d:\d\d(:\d\d[.+:\d]*)?", "TIME", text)
+    text = re.sub(r"\b\d[\d.]*(ns|us|ms|s)\b", "DURATION", text)
+    text = re.sub(r"\b\d+ (cycles|overruns)", r"N \1", text)
+    return re.sub(r"/dev/pts/\d+", "/dev/pts/N", text)
+
+
+def output_pattern(expected):
+    """For the shape of what a program prints; a line "..." stands for any number of lines."""
+    lines = shape(expected).splitlines()
+    return "".join("(?:.*\n)*?" if line == "..." else re.escape(line) + "\n" for line in lines)
