@@ -3,6 +3,7 @@
 """modem_page.py PROJECT CORVANE: docs/modem_simulator.md shows what happens, and leaves nothing out.
 
 A block ```scenario is given to the modem, ```dialogue is held with it, ```output is what it prints.
+The dialogues of docs/modem.md are held with a simulated modem, too.
 """
 import os
 import re
@@ -12,12 +13,13 @@ import sys
 import tempfile
 
 sys.dont_write_bytecode = True
+from page import read_blocks
 from simulated_modem import PATIENCE, SimulatedModem
 
 project, corvane = sys.argv[1:]
 with open(project + "/docs/modem_simulator.md", encoding="utf-8") as file:
     page = file.read()
-blocks = dict(re.findall(r"^```(\w+)\n(.*?)^```$", page, re.MULTILINE | re.DOTALL))
+blocks = {block.language: block.text for block in read_blocks(project, "docs/modem_simulator.md")}
 
 
 def read_lines(modem, count):
@@ -48,6 +50,16 @@ with tempfile.NamedTemporaryFile("w", suffix=".txt") as scenario:
         modem.end()
         printed = modem.output.split("\n", 1)[1]  # behind the ready line
         assert printed == blocks["output"], printed
+
+# What a user asks a modem by hand; whether it shows what is typed differs.
+by_hand = [block.text for block in read_blocks(project, "docs/modem.md") if block.language == "dialogue"]
+assert len(by_hand) == 2, by_hand
+with SimulatedModem(corvane, "--quirk", "no-echo") as modem:
+    line = os.open(modem.device, os.O_RDWR | os.O_NOCTTY)
+    for dialogue in by_hand:
+        hold(dialogue, line)
+    os.close(line)
+    modem.await_output("sent to +15550101234: Hello\n")
 
 help_text = subprocess.run([corvane, "modem", "--help"], capture_output=True, text=True,
                            timeout=PATIENCE, check=True).stdout

@@ -1,6 +1,8 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""packages.py PROJECT: builds the Debian packages, installs, uses and removes them.
+"""packages.py PROJECT: builds the Debian packages, installs, uses and removes them, with the commands of the
+pages docs/getting_started.md, docs/installing.md and docs/corvane.md. (Not: dmesg and systemctl, which need a
+kernel and an init system of their own.)
 
 The root that they are installed into is an overlay of this machine's: dpkg, its maintainer scripts and
 the programs really run, and every change goes into a folder in memory that is looked through at the
@@ -8,19 +10,20 @@ end. That needs root. The release build is reused, as ./run leaves it.
 """
 import os
 import pathlib
+import re
 import subprocess
 import sys
 import tempfile
 
+sys.dont_write_bytecode = True
+from page import commands, read_blocks
+
 PROGRAM = "print(table.concat(plc.args, ' ')) function cycle() print(plc.cycle) end"
 
-# An add-in of somebody else's, against the installed headers alone.
+# An add-in of somebody else's, against the installed headers alone. The page's lines come behind.
 ADDIN_CMAKE = """cmake_minimum_required(VERSION 3.25)
 project(addin LANGUAGES CXX)
-find_package(corvane 0.1 REQUIRED)
-add_library(addin MODULE addin.cpp)
-target_compile_features(addin PRIVATE cxx_std_20)
-target_link_libraries(addin PRIVATE corvane::contract)
+set(CMAKE_CXX_STANDARD 20)
 """
 ADDIN = """
 #include "corvane/modem_port_driver.h"
@@ -49,6 +52,27 @@ def run(*words, **options):
     return result.stdout
 
 
+class Pages:
+    """What the pages let a user type; read before the root changes."""
+
+    def __init__(self, project):
+        started, installing = (read_blocks(project, f"docs/{name}.md") for name in ("getting_started", "installing"))
+        self.typed = [command.removeprefix("sudo ") for block in started + installing
+                      if block.language == "console" for command in commands(block.text)]
+        [self.addin_cmake] = [block.text for block in installing if block.language == "cmake"]
+        with open(project + "/docs/corvane.md", encoding="utf-8") as file:
+            self.examples = re.findall(r"^    (corvane .*)$", file.read(), re.MULTILINE)
+
+    def command(self, begin):
+        found = {command for command in self.typed if command.startswith(begin)}
+        assert len(found) == 1, (begin, found)  # the pages agree
+        return found.pop()
+
+
+def shell(command, **options):
+    return run("bash", "-ec", command, **options)
+
+
 def enter_own_root(folder):
     """Makes an overlay of / below `folder` and enters it; gives the folder with what changes."""
     run("mount", "-t", "tmpfs", "tmpfs", folder)
@@ -65,12 +89,12 @@ def enter_own_root(folder):
         run("mknod", "-m", "666", f"{root}/dev/{name}", "c", "1", str(minor))
     # Seen from inside, too, after the root has changed.
     os.makedirs(root + "/tmp/upper")
-    os.makedirs(root + "/tmp/packages")
+    os.makedirs(root + "/tmp/build/release/packages")
     run("mount", "--bind", folder + "/upper", root + "/tmp/upper")
     return root
 
 
-def check_use():
+def check_use(pages):
     assert "dialout" in run("id", "-nG", "corvane").split()
     as_user = ("setpriv", "--reuid=corvane", "--regid=corvane", "--init-groups")
     examples = "/usr/share/corvane/examples"
@@ -78,6 +102,8 @@ def check_use():
     # The script runs in the background, so which of them is the last is open.
     assert "disk_alarm.sh: / is " in output and "Done: 1 measurements.\n" in output, output
     assert "SysProcessCreate\n" in run(*as_user, "corvane", "blocks")
+    [example] = [command for command in pages.examples if "disk_watch.lua" in command]
+    assert "Done: 5 measurements.\n" in run(*as_user, *example.split())
     assert "corvane \\- run PLC" in run("zcat", "/usr/share/man/man1/corvane.1.gz")
     assert os.path.exists("/usr/share/bash-completion/completions/corvane")
 
@@ -95,7 +121,13 @@ def check_hardening():
     assert "_chk@" in run("readelf", "--wide", "--dyn-syms", "/usr/bin/corvane"), "not fortified"
 
 
-def check_service():
+def check_group(pages):
+    """A user joins the group of the serial devices."""
+    shell(pages.command("usermod"), env={**os.environ, "USER": "nobody"})
+    assert "dialout" in run("id", "-nG", "nobody").split()
+
+
+def check_service(pages):
     """What the unit starts; systemd itself does not run here."""
     unit = pathlib.Path("/usr/lib/systemd/system/corvane@.service").read_text(encoding="utf-8")
     command = unit.split("ExecStart=")[1].split("\n")[0].replace("%i", "pump").split()
@@ -106,17 +138,20 @@ def check_service():
     config = "cycle = 1ms\ncycles = 2\nargs = from the file\n"
     pathlib.Path("/etc/corvane/pump.conf").write_text(config, encoding="utf-8")
     assert run(*command) == "from the file\n1\n2\n"
+    [example] = [command for command in pages.examples if "--check" in command]
+    for check in pages.command("corvane run --check"), example:
+        assert shell(check).endswith("/etc/corvane/pump.lua: ok\n")
     os.remove("/etc/corvane/pump.conf")
     pathlib.Path("/etc/corvane/pump.lua").write_text("print('alone') plc.stop()", encoding="utf-8")
     assert run(*command) == "alone\n"
 
 
-def check_headers(folder):
-    pathlib.Path(folder, "CMakeLists.txt").write_text(ADDIN_CMAKE, encoding="utf-8")
-    pathlib.Path(folder, "addin.cpp").write_text(ADDIN, encoding="utf-8")
+def check_headers(pages, folder):
+    pathlib.Path(folder, "CMakeLists.txt").write_text(ADDIN_CMAKE + pages.addin_cmake, encoding="utf-8")
+    pathlib.Path(folder, "my_addin.cpp").write_text(ADDIN, encoding="utf-8")
     run("cmake", "-S", folder, "-B", folder + "/build", "-DCMAKE_BUILD_TYPE=Debug")
     run("cmake", "--build", folder + "/build")
-    assert run("corvane", "blocks", "--addin", folder + "/build/libaddin.so") == "MINE\n"
+    assert run("corvane", "blocks", "--addin", folder + "/build/libmy_addin.so") == "MINE\n"
 
 
 def leftovers(upper):
@@ -127,34 +162,46 @@ def leftovers(upper):
     return sorted(found)
 
 
-def use_packages(folder, packages):
+def use_packages(project, folder, packages):
     """Runs in a mount namespace of its own, which ends with this process."""
+    pages = Pages(project)
     root = enter_own_root(folder)
     for package in packages:
-        run("cp", package, root + "/tmp/packages")
+        run("cp", package, root + "/tmp/build/release/packages")
     os.chroot(root)
-    os.chdir("/")
+    os.chdir("/tmp")
     # Machines that keep manual pages out by their configuration keep these.
+    shell(pages.command("apt-get install ./") + " -o Dpkg::Options::=--path-include=/usr/share/*")
     install = ("dpkg", "--path-include=/usr/share/*", "-i")
-    names = [f"/tmp/packages/{name}" for name in os.listdir("/tmp/packages")]
+    names = [str(path) for path in pathlib.Path("build/release/packages").iterdir()]
     run(*install, *names)
-    check_use()
+    check_use(pages)
     check_hardening()
-    check_service()
+    check_group(pages)
+    check_service(pages)
     os.mkdir("/tmp/addin")
-    check_headers("/tmp/addin")
+    check_headers(pages, "/tmp/addin")
     run(*install, *names)  # an upgrade keeps everything
-    check_use()
+    check_use(pages)
     run("dpkg", "--purge", "corvane", "corvane-dev")
     # Somebody's program stays, and nothing else.
     assert leftovers("/tmp/upper") == ["etc/corvane"], leftovers("/tmp/upper")
     assert os.listdir("/etc/corvane") == ["pump.lua"]
 
 
+def check_build(project, pages):
+    """What a user does with the clone."""
+    assert "Done: 3 messages answered.\n" in shell(pages.command("./run"), cwd=project)
+    shell(pages.command("packaging/"), cwd=project)
+    with tempfile.TemporaryDirectory() as folder:
+        install = shell(pages.command("cmake --install"), cwd=project, env={**os.environ, "DESTDIR": folder})
+        assert "SysProcessCreate\n" in run(folder + "/usr/local/bin/corvane", "blocks"), install
+
+
 def main():
     project = sys.argv[1]
     if sys.argv[2:]:
-        use_packages(sys.argv[2], sys.argv[3:])
+        use_packages(project, sys.argv[2], sys.argv[3:])
         return
     as_root = []
     if os.geteuid() != 0:
@@ -162,7 +209,7 @@ def main():
         if subprocess.run(["sudo", "-n", "true"], capture_output=True, check=False).returncode != 0:
             print("Skipped: the packages are installed by root, and sudo asks for a password")
             sys.exit(77)
-    run(project + "/packaging/build_packages.sh")
+    check_build(project, Pages(project))
     packages = sorted(str(path) for path in pathlib.Path(project, "build/release/packages").glob("*.deb"))
     assert len(packages) == 2, packages
     folder = tempfile.mkdtemp()
