@@ -12,7 +12,7 @@ declare -A packages=(
              libutfcpp-dev nlohmann-json3-dev"
     [test]="clang-format clang-tidy cppcheck groff-base shellcheck python3 python3-pyte libgtest-dev libgmock-dev
             gammu gnokii-cli libgammu-dev
-            exim4-daemon-light mpack openssl python3-aiosmtpd"
+            exim4-daemon-light mpack openssl python3-aiosmtpd swaks"
     [arm]="g++-aarch64-linux-gnu g++-arm-linux-gnueabihf qemu-user"
     [example]="python3 python3-aiosmtpd"
     [bench]="gammu libbenchmark-dev libcurl4-openssl-dev libgammu-dev libssl-dev"
