@@ -13,7 +13,8 @@ install(TARGETS opcua corvaneshare corvane_runtime corvane_fb_lib
   LIBRARY DESTINATION ${library_dir} COMPONENT runtime)
 
 install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DATADIR}/corvane
-  USE_SOURCE_PERMISSIONS COMPONENT runtime PATTERN "*_addin" EXCLUDE)
+  USE_SOURCE_PERMISSIONS COMPONENT runtime PATTERN "*_addin" EXCLUDE
+  PATTERN minimal_host EXCLUDE)
 install(FILES packaging/completion.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
   RENAME corvane COMPONENT runtime)
 

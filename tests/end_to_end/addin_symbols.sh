@@ -1,11 +1,12 @@
 #!/bin/bash
 # SPDX-License-Identifier: MIT
-# addin_symbols.sh ADDIN INCLUDE_FOLDER LUA_LIBRARY NM COMPILER [OPTION...]: the add-in exports its
+# addin_symbols.sh ADDIN INCLUDE_FOLDER LUA_LIBRARY PAGE NM COMPILER [OPTION...]: the add-in exports its
 # entry points and nothing else, and needs nothing that a Corvane runtime does not have: the
-# contract's functions, Lua, and the C and C++ libraries.
+# contract's functions, Lua, and the C and C++ libraries. The page (docs/loading_the_addin.md) lists
+# what it needs.
 set -euo pipefail
-addin=$1 contract=$2 lua=$3 nm=$4
-compiler=("${@:5}")
+addin=$1 contract=$2 lua=$3 page=$4 nm=$5
+compiler=("${@:6}")
 
 expected="DisposeAddin
 InitAddin
@@ -26,16 +27,21 @@ if [ "$exported" != "$expected" ]; then
     exit 1
 fi
 
+defined_in() {
+    "$nm" -D --defined-only "$@" | awk 'NF == 3 {sub(/@.*/, "", $3); print $3}' | LC_ALL=C sort -u
+}
+
 # Everything that the system's libraries and Lua define. (A sanitizer stands in for some of theirs.)
 libraries=("$lua")
 for name in libc.so.6 libm.so.6 libstdc++.so.6 libgcc_s.so.1; do
     libraries+=("$("${compiler[@]}" -print-file-name=$name)")
 done
-known=$("$nm" -D --defined-only "${libraries[@]}" | awk 'NF == 3 {sub(/@.*/, "", $3); print $3}' | LC_ALL=C sort -u)
+known=$(defined_in "${libraries[@]}")
 needed=$("$nm" -D --undefined-only "$addin" | awk '{sub(/@.*/, "", $NF); print $NF}' | LC_ALL=C sort -u)
 foreign=$(LC_ALL=C comm -23 <(echo "$needed") <(echo "$known"))
 status=0
 checked=0
+listed=$(LC_ALL=C comm -12 <(echo "$needed") <(defined_in "$lua")) # what the page must list
 while read -r symbol; do
     case $symbol in
     # What compilers and sanitizers bring themselves.
@@ -49,6 +55,7 @@ while read -r symbol; do
         status=1
     fi
     checked=$((checked + 1))
+    listed+=$'\n'$name
 done <<<"$foreign"
 # Without any the check itself would be broken: every block needs the contract.
 [ "$checked" -ge 10 ] || { echo "Only $checked symbols of the contract found"; exit 1; }
@@ -56,6 +63,14 @@ done <<<"$foreign"
 # An addition of our runtime: on another one the symbol is null, and the call is skipped.
 if ! "$nm" -D --undefined-only "$addin" | grep -E ' w ModemPortDriverUnregister$' >/dev/null; then
     echo "The add-in does not refer weakly to ModemPortDriverUnregister, which other runtimes lack"
+    status=1
+fi
+
+# The page's table has a row for each library: "| `corvane.so` | `RegisterExternalSTLib`, ... |".
+# shellcheck disable=SC2016 # backticks of the page
+shown=$(grep -E '^\| .*`\.?[a-z]*\.so`' "$page" | cut -d'|' -f3 | grep -oE '`[A-Za-z0-9_:]+`' | sed -E 's/.*://; s/`//g')
+if ! diff <(LC_ALL=C sort -u <<<"$listed") <(LC_ALL=C sort -u <<<"$shown"); then
+    echo "$page does not list what the add-in needs (<), or lists more (>)"
     status=1
 fi
 exit $status

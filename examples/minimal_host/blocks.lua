@@ -1,0 +1,11 @@
+-- SPDX-License-Identifier: MIT
+-- Tries a block, and one that this host has no modem for.
+local system = SysProcessCreateWithResult.new { Command = "uname", Run = true }
+local inbox = READ_SMS.new { Port = 1, Read = true }
+
+function cycle()
+  system()
+  inbox()
+  io.write("this is ", system.Output)
+  print("READ_SMS: State " .. inbox.State .. ", Error " .. inbox.Error)
+end

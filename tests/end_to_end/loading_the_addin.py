@@ -1,0 +1,37 @@
+#!/usr/bin/python3
+# SPDX-License-Identifier: MIT
+"""loading_the_addin.py PROJECT HOST RUNTIME LIBRARIES LUA_AS_C: the page shows the files of the example, word
+for word, and its host, which has a corvane.so of its own, runs our add-in as the page says; also with Lua
+compiled as C."""
+import os
+import subprocess
+import sys
+import tempfile
+
+sys.dont_write_bytecode = True
+from page import check_files, commands, read_blocks
+
+project, host, runtime, libraries, lua_as_c = sys.argv[1:]
+PAGE = "docs/loading_the_addin.md"
+NAMES = ["CMakeLists.txt", "runtime.h", "runtime.cpp", "minimal_host.cpp", "blocks.lua"]
+
+check_files(project, PAGE, "examples/minimal_host", NAMES)
+symbols, session = [block.text for block in read_blocks(project, PAGE) if block.language == "console"]
+[list_symbols], [command] = commands(symbols), commands(session)
+expected = session.split("\n", 1)[1]
+assert expected.count("\n") == 4, expected
+
+with tempfile.TemporaryDirectory() as folder:
+    for name in "corvaneshare.so", "opcua.so", "corvane_fb_lib.so":
+        os.symlink(f"{libraries}/{name}", f"{folder}/{name}")
+    for path in runtime, host, project + "/examples/minimal_host/blocks.lua":
+        os.symlink(path, f"{folder}/{os.path.basename(path)}")
+    result = subprocess.run(list_symbols, shell=True, cwd=folder, capture_output=True, text=True, check=True)
+    assert "U RegisterExternalSTLib\n" in result.stdout and "@" not in result.stdout, result
+    for lua in "", lua_as_c:
+        # The preloaded library takes the place of the one that is linked, in front of the sanitizer's.
+        environment = {**os.environ, "LD_PRELOAD": lua, "ASAN_OPTIONS": "verify_asan_link_order=0"}
+        result = subprocess.run(command.split(), cwd=folder, env=environment, capture_output=True, text=True,
+                                timeout=60, check=False)
+        assert (result.returncode, result.stdout, result.stderr) == (0, expected, ""), result
+print("another runtime loads the add-in")
