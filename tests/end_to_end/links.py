@@ -1,0 +1,44 @@
+#!/usr/bin/python3
+# SPDX-License-Identifier: MIT
+"""links.py PROJECT: every link of the pages leads to a file, and to a heading where it names one; docs/README.md
+lists every page."""
+import os
+import pathlib
+import re
+import sys
+
+project = pathlib.Path(sys.argv[1])
+pages = [project / "README.md", project / "CONTRIBUTING.md", *sorted(project.glob("docs/**/*.md"))]
+
+
+def without_code(text):
+    return re.sub(r"^```.*?^```$|`[^`\n]*`", lambda code: code[0].strip("`") if code[0][1] != "`" else "", text,
+                  flags=re.MULTILINE | re.DOTALL)
+
+
+def anchors(page):
+    """Of the headings, as forges make them: small letters, no punctuation, hyphens for blanks."""
+    headings = re.findall(r"^#+ (.*)$", without_code(page.read_text(encoding="utf-8")), re.MULTILINE)
+    return {re.sub(r"[^\w\- ]", "", heading.lower()).replace(" ", "-") for heading in headings}
+
+
+def dead_links(page):
+    for target in re.findall(r"\]\(([^)\s]+)\)", without_code(page.read_text(encoding="utf-8"))):
+        if target.startswith(("http:", "https:", "mailto:")):
+            continue
+        name, _, anchor = target.partition("#")
+        file = pathlib.Path(os.path.normpath(page.parent / name)) if name else page
+        if not file.exists():
+            yield f"{page}: {target}: there is no such file"
+        elif anchor and anchor not in anchors(file):
+            yield f"{page}: {target}: there is no such heading"
+
+
+failures = [failure for page in pages for failure in dead_links(page)]
+index = (project / "docs/README.md").read_text(encoding="utf-8")
+for listed in project.glob("docs/**/*.md"):
+    name = str(listed.relative_to(project / "docs"))
+    if name != "README.md" and f"({name})" not in index:
+        failures.append(f"docs/README.md does not list {name}")
+print("\n".join(failures) or f"{len(pages)} pages: every link leads somewhere")
+sys.exit(1 if failures else 0)
