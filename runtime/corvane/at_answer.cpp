@@ -146,7 +146,8 @@ void AtAnswer::TakeWholeLine(std::string_view line) {
     TakeOwnLine(line);
   } else if (kind != LineKind::kUnknown || swallow) {
     foreign_line_(line, kind);
-    swallow_next_ = kind == LineKind::kUnsolicitedPair;
+    // The second line of the two is still to come behind an unsolicited one between them.
+    swallow_next_ = kind == LineKind::kUnsolicitedPair || (swallow && kind != LineKind::kUnknown);
   } else if (!TakePduPart(line)) {
     TakeOtherLine(line, kind);
   }

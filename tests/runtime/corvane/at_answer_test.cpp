@@ -172,6 +172,13 @@ TEST(AtAnswer, AnUnsolicitedMessageTakesItsSecondLineWithIt) {
   }
 }
 
+TEST(AtAnswer, AnUnsolicitedMessageKeepsItsSecondLineWhenAnotherLineComesBetween) {
+  const std::string parted = "\r\n+CMT: ,30\r\nRING\r\n" + kPdu + "\r\n";
+  EXPECT_EQ(Text(kList, "\r\n+CMGL: 1,0,,30\r\n" + parted + kPdu + "\r\n\r\nOK\r\n"),
+            Entry(1) + "OK\r\n");
+  EXPECT_EQ(Text("AT+CMGF=0\r", parted), "") << "nothing of it is an answer";
+}
+
 TEST(AtAnswer, ALineOfAnotherKindWithTheCommandsOwnNameBelongsToIt) {
   EXPECT_EQ(Text("AT+CPIN?\r", "\r\n+CPIN: READY\r\n\r\nOK\r\n"), "+CPIN: READY\r\nOK\r\n");
   EXPECT_EQ(Text("AT+CREG?\r", "\r\n+CREG: 0,1\r\n\r\nOK\r\n"), "+CREG: 0,1\r\nOK\r\n");
