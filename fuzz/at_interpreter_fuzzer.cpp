@@ -3,10 +3,10 @@
 // whatever came before, it answers again once the controller has left prompts and settings behind.
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 
+#include "fuzz/require.h"
 #include "runtime/modem_simulator/modem.h"
 
 namespace {
@@ -16,10 +16,6 @@ using modem_simulator::Modem;
 /// Stands for the moment at which the network answers, or a message arrives.
 constexpr char kNetworkAnswers = '\xFE';
 constexpr char kMessageArrives = '\xFD';
-
-void Require(bool condition) {
-  if (!condition) std::abort();
-}
 
 class Host : public modem_simulator::ModemHost {
  public:
