@@ -1,0 +1,100 @@
+// SPDX-License-Identifier: MIT
+// The driver's exchange with a modem that answers by any octets. The first octet chooses the
+// request, the second how many octets come at a time, the others are the modem's. The result is
+// what the reader of answers makes of them octet by octet, and the next exchange is in step again.
+#include <spdlog/spdlog.h>
+
+#include <array>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "fuzz/require.h"
+#include "runtime/corvane/modem_dialogue.h"
+
+namespace {
+
+using corvane::AtAnswer;
+using corvane::ExchangeResult;
+using corvane::KindOfRequest;
+using corvane::RequestKind;
+using State = AtAnswer::State;
+
+constexpr std::chrono::milliseconds kTimeout(1000);  // no time passes: nothing comes, or at once
+constexpr std::string_view kAnnouncement = "AT+CMGS=18\r";
+constexpr std::array<std::string_view, 4> kRequests{"AT+CMGL=0\r", "AT+CMGD=1\r", kAnnouncement,
+                                                    "0001000B915155101032F4000005E8329BFD06\x1A"};
+
+/// A modem that answers one request by given octets, announcements by a prompt, and other commands
+/// by OK.
+class Modem : public corvane::SerialLine {
+ public:
+  Modem(std::string_view request, std::string_view answer, std::size_t piece)
+      : request_(request), answer_(answer), piece_(piece) {}
+
+  std::string_view Read(corvane::SteadyTime /*deadline*/) override {
+    const std::string_view octets = coming_.substr(0, piece_);
+    coming_.remove_prefix(octets.size());
+    return octets;
+  }
+  bool Write(std::string_view octets, corvane::SteadyTime /*deadline*/) override {
+    if (octets == request_) {
+      coming_ = answer_;
+      request_ = {};  // only once
+    } else if (octets.starts_with("AT")) {
+      coming_ = octets == kAnnouncement ? "\r\n> " : "\r\nOK\r\n";
+    }
+    return true;
+  }
+  [[nodiscard]] const std::string& loss() const override { return loss_; }
+
+ private:
+  std::string_view request_;
+  std::string_view answer_;
+  std::size_t piece_;
+  std::string_view coming_;
+  std::string loss_;
+};
+
+ExchangeResult Expected(std::string_view request, std::string_view octets) {
+  const bool is_text = KindOfRequest(request) == RequestKind::kText;
+  AtAnswer answer(request, corvane::CommandName(is_text ? kAnnouncement : request),
+                  [](std::string_view, corvane::LineKind) {});
+  for (const char octet : octets) answer.Feed(octet);
+  answer.End();
+  if (answer.state() == State::kTooLong) return {};
+  if (answer.state() != State::kOpen) return {true, answer.text(), answer.final_kind()};
+  // The confirmation of a text is enough; without it the text would be sent again.
+  if (is_text && answer.lines() > 0) {
+    return {true, answer.text() + "OK\r\n", corvane::LineKind::kOk};
+  }
+  return {!answer.text().empty(), answer.text(), answer.final_kind()};
+}
+
+bool Equal(const ExchangeResult& a, const ExchangeResult& b) {
+  return a.answered == b.answered && a.text == b.text && a.final_kind == b.final_kind;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  static const corvane::ModemTarget target{};
+  static corvane::WaitLoop loop;
+  static corvane::ModemStatus status;
+  spdlog::set_level(spdlog::level::off);
+  if (size < 2) return 0;
+  const std::string_view request = kRequests[data[0] % kRequests.size()];
+  const std::string octets(data + 2, data + size);
+
+  corvane::ModemDialogue dialogue(target, loop, status);
+  dialogue.Attach(std::make_unique<Modem>(request, octets, std::size_t{data[1]} + 1));
+  if (KindOfRequest(request) == RequestKind::kText) {
+    Require(dialogue.Exchange(kAnnouncement, kTimeout).text == ">");
+  }
+  Require(Equal(dialogue.Exchange(request, kTimeout), Expected(request, octets)));
+  Require(dialogue.Exchange("AT+CMGF=0\r", kTimeout).text == "OK\r\n");
+  return 0;
+}
