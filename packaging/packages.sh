@@ -2,8 +2,8 @@
 # SPDX-License-Identifier: MIT
 # packages.sh [--list] GROUP...: installs what the groups need of Debian 12 and the machine lacks;
 # with --list it only names the packages. Groups: build (the programs), test (./test beside that),
-# arm (./test --arm beside that), example (the servers of examples/*.sh), bench (./benchmarks/run),
-# fuzz (./fuzz/run), package (packaging/build_packages.sh).
+# arm (./test --arm beside that), coverage (./test --coverage beside that), example (the servers of
+# examples/*.sh), bench (./benchmarks/run), fuzz (./fuzz/run), package (packaging/build_packages.sh).
 set -euo pipefail
 
 declare -A packages=(
@@ -14,6 +14,7 @@ declare -A packages=(
             gammu gnokii-cli libgammu-dev
             exim4-daemon-light mpack openssl python3-aiosmtpd swaks"
     [arm]="g++-aarch64-linux-gnu g++-arm-linux-gnueabihf qemu-user"
+    [coverage]="gcovr"
     [example]="python3 python3-aiosmtpd"
     [bench]="gammu libbenchmark-dev libcurl4-openssl-dev libgammu-dev libssl-dev"
     [package]="dpkg-dev file lintian python3"

@@ -1,0 +1,22 @@
+#!/bin/bash
+# SPDX-License-Identifier: MIT
+# coverage.sh: what the unit and end-to-end tests run of addins/ and runtime/; `./test --coverage`.
+# Fails where less of a folder ran than tests/coverage_table.py demands.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+build=build/coverage
+
+packaging/packages.sh build test coverage
+cmake --preset coverage >/dev/null
+cmake --build --preset coverage
+find $build -name '*.gcda' -delete
+ctest --preset coverage --parallel 2
+
+# The compiler gives every call a branch for the exception that may come out of it; those, and the ones
+# no input can take, are left out.
+gcovr --root . --object-directory $build --filter addins/ --filter runtime/ -j 2 \
+    --exclude-throw-branches --exclude-unreachable-branches \
+    --json-summary $build/coverage.json --txt $build/coverage.txt \
+    --html-details $build/coverage.html $build >/dev/null
+echo "The lines that did not run: $build/coverage.txt, $build/coverage.html"
+tests/coverage_table.py $build/coverage.json
