@@ -249,6 +249,16 @@ def keeps_a_descriptor(code):
     return code not in (0, 104, 105, 106, 108, 403)
 
 
+def check_files(program, records, has_attachment, files):
+    """files: attachments that are still open. A mail that fails while its file is sent keeps that,
+    too; whether all of the file fitted into the connection before is not seen from outside."""
+    failed = {int(match[1]) for event in program
+              if (match := re.match(r"mail (\d+) [1-9]", event.line))}
+    cut = sum(record.fault.stage == "middle" and record.number in failed
+              and has_attachment(record.number) for record in records)
+    return [f"{files} attachments are open, {cut} were cut off"] if files > cut else []
+
+
 def check_commands(program, faults, started, starts, signals):
     """started: the numbers that background commands left, of 1 to starts; signals: what each
     killed command was killed with."""

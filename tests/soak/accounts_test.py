@@ -145,6 +145,21 @@ class Mails(unittest.TestCase):
         self.assertFalse(mails(["mail 1 106"], [], [Span("no descriptors", 0, 1)]))
 
 
+class Files(unittest.TestCase):
+    cut = Record(Fault("close", "middle", (102,)), 1)
+
+    def left(self, code, record, files):
+        return accounts.check_files(history(f"mail 1 {code}"), [record], lambda _: True, files)
+
+    def test_a_mail_that_is_cut_off_keeps_its_file(self):
+        self.assertFalse(self.left(102, self.cut, 1))
+        self.assertTrue(self.left(102, self.cut, 2))
+
+    def test_another_does_not(self):
+        self.assertTrue(self.left(0, self.cut, 1))
+        self.assertTrue(self.left(402, Record(Fault("hang", "text", (402,)), 1), 1))
+
+
 class Commands(unittest.TestCase):
     starved = [Span("no descriptors", 0, 3)]
 

@@ -152,7 +152,7 @@ class Killer(Troublemaker):
     """Kills each command that asks for it by leaving its process number. It goes on as long as the
     program does, which waits for it."""
 
-    pause = 0.005
+    pause = 0.02
 
     def __init__(self, soak):
         super().__init__(soak)

@@ -26,7 +26,8 @@ from processes import PATIENCE, Process, Violated, await_state
 HERE = os.path.dirname(os.path.abspath(__file__))
 PR_SET_CHILD_SUBREAPER = 36  # prctl(2): commands that go on alone become children of this process
 MEGABYTE = 1 << 20
-MISSING_EVERY = 60  # soak.lua gives each such mail an attachment that is not there
+ATTACHMENT_EVERY = 10  # as soak.lua does
+MISSING_EVERY = 60  # such an attachment is not there
 DESCRIPTORS = 8192  # for those that failed mails keep
 
 
@@ -136,8 +137,8 @@ class Soak:
         while True:
             self.descriptors = watch.descriptors_of(self.program.pid)
             self.children = watch.children_of(self.program.pid)
-            settled = (len(self.descriptors) == self.monitor.expected_descriptors()
-                       and not self.children)
+            self.connections = len(watch.without_attachments(self.descriptors))
+            settled = self.connections == self.monitor.expected_descriptors() and not self.children
             if settled or time.monotonic() > end:
                 return
             time.sleep(0.05)
@@ -178,9 +179,12 @@ class Soak:
         return complaints + accounts.check_log(self.program.log, self.faults, failed), figures
 
     def judge_process(self):
-        complaints = []
-        if len(self.descriptors) != self.monitor.expected_descriptors():
-            complaints.append(f"{len(self.descriptors)} descriptors at the end, not "
+        complaints = accounts.check_files(
+            self.program.output, self.server.records,
+            lambda number: number % ATTACHMENT_EVERY == 0 and number % MISSING_EVERY != 0,
+            len(self.descriptors) - self.connections)
+        if self.connections != self.monitor.expected_descriptors():
+            complaints.append(f"{self.connections} descriptors at the end, not "
                               f"{self.monitor.expected_descriptors()}: {self.descriptors}")
         if self.children:
             complaints.append(f"children of the idle program: {self.children}")
@@ -205,8 +209,10 @@ class Soak:
             "commands refused for want of a descriptor": self.finished["refused"],
             "background commands": self.finished["starts"],
             "memory after the warm-up, at the end": f"{early}, {late}",
-            "descriptors at the start, kept by failed mails, at the end":
-                f"{self.monitor.descriptors}, {self.monitor.kept}, {len(self.descriptors)}",
+            "descriptors at the start": self.monitor.descriptors,
+            "connections and files that failed mails keep":
+                f"{self.monitor.kept}, {len(self.descriptors) - self.connections}",
+            "descriptors at the end": len(self.descriptors),
             "threads": self.monitor.threads,
             "faults": sum(kinds.values()),
             **{"  " + kind: count for kind, count in sorted(kinds.items())},

@@ -25,6 +25,12 @@ def descriptors_of(pid):
     return found
 
 
+def without_attachments(descriptors):
+    """Those that are left without the files of mails."""
+    return {number: what for number, what in descriptors.items()
+            if not what.endswith("/attachment.bin")}
+
+
 def threads_of(pid):
     return len(os.listdir(f"/proc/{pid}/task"))
 
@@ -59,7 +65,8 @@ class Monitor:
         self.kept, self.seen = 0, 0
 
     def expected_descriptors(self):
-        """Those of the start, and those that failed mails keep, as far as the program has told."""
+        """Those of the start, and the connections that failed mails keep, as far as the program
+        has told."""
         for event in self.program.output[self.seen:]:
             self.seen += 1
             if match := re.match(r"mail \d+ (\d+)$", event.line):
@@ -68,7 +75,7 @@ class Monitor:
 
     def look(self):
         self.samples.append((time.monotonic(), memory_of(self.program.pid)))
-        count = len(descriptors_of(self.program.pid))
+        count = len(without_attachments(descriptors_of(self.program.pid)))
         if count > self.expected_descriptors() + UNDER_WAY:
             raise Violated(f"{count} descriptors, {self.kept} of them kept by failed mails")
         # A SEND_EMAIL is made when the one before is gone, and its thread with it.
