@@ -4,8 +4,8 @@
 -- this file returns. After each call the state must work, a refusal must be a text, and a refused
 -- call must have changed no variable of a block.
 --
--- Left out: what the debug library can do to any userdata and C function (setmetatable, getregistry,
--- setlocal, setupvalue, upvaluejoin).
+-- Left out: what the debug library can do to any userdata and C function (setmetatable,
+-- getregistry, setlocal, setupvalue, upvaluejoin).
 local host = ... -- the functions of hostile_calls_test.cpp, and `seed`
 local unpack, pack = table.unpack, table.pack
 
@@ -24,7 +24,8 @@ local function pick(list) return list[random(#list)] end
 ---------------------------------------------------------------------------------------------------
 -- Blocks
 
-local TYPE_NAMES = { "READ_SMS", "SEND_SMS", "SEND_EMAIL", "SysProcessCreate", "SysProcessCreateWithResult" }
+local TYPE_NAMES =
+  { "READ_SMS", "SEND_SMS", "SEND_EMAIL", "SysProcessCreate", "SysProcessCreateWithResult" }
 local type_of = {} -- block -> the name of its type; a block whose __gc was called is taken out
 local alive = {} -- type -> the block that the calls use
 
@@ -39,7 +40,8 @@ end
 for _, type_name in ipairs(TYPE_NAMES) do make(type_name) end
 
 local canary = SEND_SMS.new { Message = "canary" }
-local long = SEND_SMS.new { Message = ("text "):rep(200) } -- reading it calls once more than reading a short one
+-- Reading so long a text calls one function more.
+local long = SEND_SMS.new { Message = ("text "):rep(200) }
 
 local names_of = {} -- type -> the names of its variables
 for _, type_name in ipairs(TYPE_NAMES) do
@@ -78,14 +80,18 @@ end
 local functions = {}
 local plain = {} -- those of the blocks
 for _, type_name in ipairs(TYPE_NAMES) do
-  local results = { new = 1, get = 1, set = 0, call = 1, __index = 1, __newindex = 0, __call = 1, __gc = 1 }
+  local results = {
+    new = 1, get = 1, set = 0, call = 1, __index = 1, __newindex = 0, __call = 1, __gc = 1,
+  }
   local metatable = getmetatable(alive[type_name])
   for _, source in ipairs { _G[type_name], metatable } do
     local keys = {}
     for key in pairs(source) do keys[#keys + 1] = key end
     table.sort(keys)
     for _, key in ipairs(keys) do
-      local entry = { name = type_name .. "." .. key, f = source[key], results = results[key], type = type_name, key = key }
+      local name = type_name .. "." .. key
+      local entry =
+        { name = name, f = source[key], results = results[key], type = type_name, key = key }
       functions[#functions + 1], plain[#plain + 1] = entry, entry
       results[key] = nil
     end
@@ -107,8 +113,10 @@ end
 ---------------------------------------------------------------------------------------------------
 -- Values
 
-local EVENTS = { "__index", "__newindex", "__call", "__eq", "__lt", "__le", "__concat", "__len", "__unm", "__add",
-  "__tostring", "__pairs", "__ipairs", "__metatable", "__mode", "__name" }
+local EVENTS = {
+  "__index", "__newindex", "__call", "__eq", "__lt", "__le", "__concat", "__len", "__unm", "__add",
+  "__tostring", "__pairs", "__ipairs", "__metatable", "__mode", "__name",
+}
 
 local function hostile(answer)
   local metatable = {}
@@ -130,12 +138,14 @@ coroutine.resume(dead_coroutine)
 
 local NOTHING = {} -- stands for nil in lists
 local values = {
-  NOTHING, true, false, 0, -0.0, 1, -1, 0.5, 300, 2 ^ 31 - 1, 2 ^ 31, -2 ^ 31 - 1, 2 ^ 53, 2 ^ 63, 2 ^ 64, 1e308,
-  1 / 0, -1 / 0, 0 / 0,
-  "", "x", "Port", "Send", "Run", "Message", "EnO", "__Internal", "__gc", "true", "12", "1e400", "0x10", "nan", "EnO\0",
-  "\0", "\255\254", ("%s%n"):rep(20), ("long "):rep(120), ("longer "):rep(1000),
+  NOTHING, true, false, 0, -0.0, 1, -1, 0.5, 300, 2 ^ 31 - 1, 2 ^ 31, -2 ^ 31 - 1, 2 ^ 53, 2 ^ 63,
+  2 ^ 64, 1e308, 1 / 0, -1 / 0, 0 / 0,
+  "", "x", "Port", "Send", "Run", "Message", "EnO", "__Internal", "__gc", "true", "12", "1e400",
+  "0x10", "nan", "EnO\0", "\0", "\255\254", ("%s%n"):rep(20), ("long "):rep(120),
+  ("longer "):rep(1000),
   {}, { Port = 1, Send = false }, { Port = {} }, { 1, 2, 3, [0.5] = 4, [true] = 5 },
-  hostile(function() error("from a metamethod", 0) end), hostile(function(self) return self end),
+  hostile(function() error("from a metamethod", 0) end),
+  hostile(function(self) return self end),
   hostile(changing({}, 1, "Name", true)),
   setmetatable({ Name = "X", Hash = 1 }, { __index = changing({}, 5) }),
   { Name = "X", Hash = 1, Vars = { A = hostile(changing(1, {}, "Name", true)) } },
@@ -169,10 +179,13 @@ function ways.directly(f, args) return pcall(f, unpack(args, 1, args.n)) end
 
 function ways.by_c_code(f, args) return pcall(host.raw, f, unpack(args, 1, args.n)) end
 
-function ways.as_a_coroutine(f, args) return coroutine.resume(coroutine.create(f), unpack(args, 1, args.n)) end
+function ways.as_a_coroutine(f, args)
+  return coroutine.resume(coroutine.create(f), unpack(args, 1, args.n))
+end
 
 function ways.from_a_coroutine(f, args)
-  return coroutine.resume(coroutine.create(function(...) return f(...) end), unpack(args, 1, args.n))
+  local body = coroutine.create(function(...) return f(...) end)
+  return coroutine.resume(body, unpack(args, 1, args.n))
 end
 
 function ways.with_a_handler_that_uses_blocks(f, args)
@@ -226,7 +239,10 @@ function ways.as_a_sort_order(f) -- gets what is sorted
 end
 
 -- As metamethods they get the table that has them first, so that all but `new` refuse.
-for _, event in ipairs { "__index", "__newindex", "__call", "__concat", "__len", "__unm", "__eq", "__lt", "__tostring", "__pairs" } do
+for _, event in ipairs {
+  "__index", "__newindex", "__call", "__concat", "__len", "__unm", "__eq", "__lt", "__tostring",
+  "__pairs",
+} do
   ways["as_" .. event] = function(f, args)
     local metatable = { [event] = f }
     local a, b = setmetatable({}, metatable), setmetatable({}, metatable)
@@ -265,7 +281,8 @@ local function describe(entry, args, way)
   local texts = {}
   for i = 1, math.min(args.n, 8) do
     local value = args[i]
-    texts[i] = type(value) == "string" and ("%q"):format(value:sub(1, 30)) or type_of[value] or type(value) == "number" and value or type(value)
+    local text = type(value) == "string" and ("%q"):format(value:sub(1, 30))
+    texts[i] = text or type_of[value] or type(value) == "number" and value or type(value)
   end
   return ("%s(%s) %s, %d arguments"):format(entry.name, table.concat(texts, ", "), way, args.n)
 end
@@ -291,11 +308,15 @@ local function call(entry, args, way)
 
   local result = pack(ways[way](entry.f, args))
   local function must(condition, what)
-    if not condition then error(what .. ": " .. describe(entry, args, way) .. ", got " .. tostring(result[2]), 0) end
+    if condition then return end
+    error(what .. ": " .. describe(entry, args, way) .. ", got " .. tostring(result[2]), 0)
   end
   if result[1] == false then
     must(type(result[2]) == "string" or entry.raises_request, "an error that is no text")
-    for block, state in pairs(before) do must(variables(block) == state, "a refused call changed a variable") end
+    for block, state in pairs(before) do
+      local ended = debug.getmetatable(block) == nil -- a way may call several times
+      must(ended or variables(block) == state, "a refused call changed a variable")
+    end
   elseif result[1] then
     must(result.n == 1 + entry.results, "a wrong number of results")
   end
@@ -308,7 +329,8 @@ local function call(entry, args, way)
 
   -- The state works.
   local ok, message = pcall(error, "still " .. "here", 0)
-  must(not ok and message == "still here" and canary.Message == "canary" and #{ 1, 2 } == 2, "the state is broken")
+  must(not ok and message == "still here" and #{ 1, 2 } == 2, "the state is broken")
+  must(canary.Message == "canary", "another block has changed")
   if calls % 50 == 0 then host.drive() end
 end
 
@@ -348,7 +370,9 @@ function tests.assignments(share)
       for i = 1, #values do
         if random(some) == 1 then
           call(entry, { n = 3, alive[entry.type], name, value_at(i) }, "directly")
-          if entry.key == "set" then call(entry, { n = 3, alive[entry.type], any(), any() }, "directly") end
+          if entry.key == "set" then
+            call(entry, { n = 3, alive[entry.type], any(), any() }, "directly")
+          end
         end
       end
     end
@@ -370,12 +394,12 @@ function tests.every_way_of_calling(share)
   return calls
 end
 
-function tests.many_arguments()
+function tests.many_arguments(share)
   for _, count in ipairs { 40, 255, 5000, 200000 } do
     for _, entry in ipairs(functions) do
       local args = { n = count, alive[entry.type or "SEND_SMS"], "Port", 1 }
       args[count - 1], args[count] = "Port", 2
-      call(entry, args, "directly")
+      if random(share) == 1 then call(entry, args, "directly") end
     end
   end
   return calls
@@ -386,7 +410,8 @@ function tests.lives_of_blocks(share)
   for _, type_name in ipairs(TYPE_NAMES) do
     local mine = {}
     for _, entry in ipairs(plain) do
-      if entry.type == type_name and entry.key ~= "__gc" and entry.key ~= "new" then mine[#mine + 1] = entry end
+      local on_it = entry.key ~= "__gc" and entry.key ~= "new"
+      if entry.type == type_name and on_it then mine[#mine + 1] = entry end
     end
     for _ = 1, math.ceil(600 / share) do
       local block, entry = alive[type_name], pick(mine)
@@ -408,16 +433,28 @@ end
 -- Operators and the library's functions on blocks.
 function tests.operators(share)
   local operators = {
-    function(a, b) return a[b] end, function(a, b) a[b] = b end, function(a, b) return a(b) end,
-    function(a, b) return a == b end, function(a, b) return a < b end, function(a, b) return a <= b end,
-    function(a, b) return a .. b end, function(a, b) return a + b end, function(a, b) return b % a end,
-    function(a) return #a end, function(a) return -a end, function(a) for _ in pairs(a) do end end,
-    function(a) for _ in ipairs(a) do end end, function(a) for _ in a do end end, function(a, b) return next(a, b) end,
-    setmetatable, getmetatable, rawget, rawequal, rawlen, tostring, tonumber, type, table.concat, table.insert,
-    function(a, b) rawset(a, b, b) end, function(a, b) return ("%s %d"):format(a, b) end,
-    function(a) return ("x"):gsub("x", a) end, load, coroutine.create, debug.getmetatable, debug.getuservalue, debug.getinfo,
-    debug.getlocal, debug.getupvalue, debug.upvalueid, debug.traceback, function(a, b) error(a, b) end,
+    function(a, b) return a[b] end,
+    function(a, b) a[b] = b end,
+    function(a, b) return a(b) end,
+    function(a, b) return a == b end,
+    function(a, b) return a < b end,
+    function(a, b) return a <= b end,
+    function(a, b) return a .. b end,
+    function(a, b) return a + b end,
+    function(a, b) return b % a end,
+    function(a) return #a end,
+    function(a) return -a end,
+    function(a) for _ in pairs(a) do end end,
+    function(a) for _ in ipairs(a) do end end,
+    function(a) for _ in a do end end,
+    function(a, b) return ("%s %d"):format(a, b) end,
+    function(a) return ("x"):gsub("x", a) end,
+    function(a, b) error(a, b) end,
     function(a) debug.setuservalue(a, {}) end,
+    setmetatable, getmetatable, rawget, rawset, rawequal, rawlen, next, tostring, tonumber, type,
+    table.concat, table.insert, load, coroutine.create,
+    debug.getmetatable, debug.getuservalue, debug.getinfo, debug.getlocal, debug.getupvalue,
+    debug.upvalueid, debug.traceback,
   }
   for _, type_name in ipairs(TYPE_NAMES) do
     for _, operator in ipairs(operators) do
@@ -435,18 +472,17 @@ function tests.operators(share)
 end
 
 -- With the stack so full that there is hardly room for a call.
-function tests.full_stack()
+function tests.full_stack(share)
   for _, entry in ipairs(functions) do
-    if not entry.raises_request then
-      local args = { n = 3, alive[entry.type or "SEND_SMS"], "Port", random(100) }
-      if affordable(entry, args) and entry.key ~= "__gc" then
-        local ok, message = host.fill(random(60), entry.f, unpack(args, 1, 3))
-        assert(ok or type(message) == "string", entry.name)
-        assert(canary.Message == "canary")
-      end
+    if random(share) == 1 and not entry.raises_request and entry.key ~= "__gc" then
+      local block = alive[entry.type or "SEND_SMS"]
+      local ok, message = host.fill(random(60), entry.f, block, "Port", random(100))
+      assert(ok or type(message) == "string", entry.name)
+      assert(canary.Message == "canary")
+      calls = calls + 1
     end
   end
-  return #functions
+  return calls
 end
 
 -- Finalizers that use all blocks when the program ends.
@@ -461,7 +497,7 @@ function tests.at_the_end()
       end })
     end
   end
-  return #functions
+  return 5 * #functions
 end
 
 return tests
