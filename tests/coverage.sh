@@ -8,8 +8,8 @@ build=build/coverage
 
 packaging/packages.sh build test coverage
 cmake --preset coverage >/dev/null
-cmake --build --preset coverage
 find $build -name '*.gcda' -delete
+cmake --build --preset coverage
 ctest --preset coverage --parallel 2
 
 # The compiler gives every call a branch for the exception that may come out of it; those, and the ones

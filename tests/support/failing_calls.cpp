@@ -74,6 +74,10 @@ int IOCTL(__wrap_)(int descriptor, unsigned long request, void* argument) {
 int __real_poll(pollfd* descriptors, nfds_t count, int timeout);
 int __wrap_poll(pollfd* descriptors, nfds_t count, int timeout) {
   if (UsedUp(calls.poll_fails_after)) return Fail(ENOMEM);
+  if (calls.poll_reports) {
+    descriptors[0].revents = *calls.poll_reports;
+    return 1;
+  }
   return __real_poll(descriptors, count, timeout);
 }
 
@@ -87,11 +91,11 @@ int __real_getservbyname_r(const char* name, const char* protocol, servent* entr
                            std::size_t size, servent** result);
 int __wrap_getservbyname_r(const char* name, const char* protocol, servent* entry, char* buffer,
                            std::size_t size, servent** result) {
-  if (!calls.no_mail_service) {
+  if (!calls.no_mail_service && !calls.mail_service_never_fits) {
     return __real_getservbyname_r(name, protocol, entry, buffer, size, result);
   }
   *result = nullptr;
-  return ENOENT;
+  return calls.mail_service_never_fits ? ERANGE : ENOENT;
 }
 
 void* NEW_ARRAY(__real_)(std::size_t size, const std::nothrow_t& tag);

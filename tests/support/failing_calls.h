@@ -22,8 +22,12 @@ struct FailingCalls {
   bool ioctl_fails = false;
   /// So many calls of poll() succeed, if not negative.
   int poll_fails_after = -1;
+  /// What poll() reports of the first descriptor, at once.
+  std::optional<short> poll_reports = {};
   /// getservbyname_r() finds nothing.
   bool no_mail_service = false;
+  /// getservbyname_r() asks for a larger buffer, whatever it gets.
+  bool mail_service_never_fits = false;
   /// What connect() does; the result is its errno.
   std::function<int(const sockaddr_in&)> connect = {};
   /// So many allocations with new (std::nothrow) T[n] succeed, if not negative.

@@ -10,6 +10,7 @@
 
 #include "tests/addins/corvane_fb_lib/block_test.h"
 #include "tests/addins/corvane_fb_lib/csmtp_v1_8a/smtp_test_tools.h"
+#include "tests/support/failing_calls.h"
 #include "tests/support/wait_for.h"
 
 namespace {
@@ -295,6 +296,30 @@ TEST_F(SendEmail, OfAServerWithoutAnAddressGives105) {
     Send();
     EXPECT_EQ(NextCode(), "105") << name;
   }
+}
+
+TEST_F(SendEmail, ThatCannotBePreparedTellsWhyAndIsTriedAgainOnTheNextEdgeOnly) {
+  const ScriptedSmtpServer server;
+  Create(server.port());
+  {
+    const test_support::CallsGuard guard({.host_name_fails = true});
+    Send();
+  }
+  Run("fb()");
+  EXPECT_EQ(Eval("fb.ErrStr"), "Function hostname() failed");
+  EXPECT_THAT(TakeLog(), ElementsAre("warning Function hostname() failed"));
+  Send();
+  EXPECT_EQ(Eval("fb.ErrStr"), "");
+  EXPECT_EQ(NextCode(), "0");
+  EXPECT_EQ(server.connections(), 1);
+}
+
+TEST_F(SendEmail, WithoutMemoryForItsBuffersSaysSo) {
+  Create(25);
+  const test_support::CallsGuard guard({.array_allocations = 0});
+  Send();
+  EXPECT_EQ(Eval("fb.ErrStr"), "Lack of memory");
+  EXPECT_THAT(TakeLog(), ElementsAre("warning Lack of memory"));
 }
 
 TEST_F(SendEmail, NeverLogsPasswordOrLogin) {

@@ -6,6 +6,7 @@
 #include <csignal>
 
 #include "tests/addins/corvane_fb_lib/block_test.h"
+#include "tests/support/memory_limit.h"
 
 namespace {
 
@@ -134,6 +135,20 @@ TEST_F(ShellResult, AFailedPopenIsALuaErrorAndLeavesTheBlockBusyForGood) {
   EXPECT_EQ(Eval("fb.Code"), "9");
   Command("echo after");
   EXPECT_EQ(Eval("fb.Output"), "before\n") << "a busy block starts nothing";
+}
+
+TEST_F(ShellResult, OutputThatDoesNotFitInMemoryIsALuaErrorAndTheBlockRunsOn) {
+  Command("echo before");
+  Run("fb.Run = false fb() fb.Run = true fb.Command = 'head -c 1000000 /dev/zero'");
+  {
+    const test_support::MemoryLimit limit(100'000);
+    Run("ok, message = pcall(fb)");
+  }
+  EXPECT_EQ(Eval("ok"), "false");
+  EXPECT_THAT(Eval("message"), testing::HasSubstr("bad_alloc"));
+  EXPECT_EQ(Eval("fb.Output"), "before\n");
+  Command("echo after");
+  EXPECT_EQ(Eval("fb.Output"), "after\n");
 }
 
 TEST_F(ShellResult, AFailedPopenEndsInALengthError) {

@@ -286,6 +286,8 @@ TEST(OriginatorAddress, DoesNotCheckItsDigits) {
   DeliverPdu pdu;
   pdu.address = {0xBA, 0xFF};
   EXPECT_EQ(Decode(pdu).number, "+:;?");
+  pdu.address = {0xDC, 0xEF, 0xFE};
+  EXPECT_EQ(Decode(pdu).number, "+<=?>>");
 }
 
 TEST(OriginatorAddress, OfNoDigitsIsEmpty) {

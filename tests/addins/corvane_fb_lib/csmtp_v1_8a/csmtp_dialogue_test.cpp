@@ -12,6 +12,7 @@
 #include "addins/corvane_fb_lib/base64.h"
 #include "tests/addins/corvane_fb_lib/csmtp_v1_8a/smtp_test_tools.h"
 #include "tests/support/failing_calls.h"
+#include "tests/support/memory_limit.h"
 
 namespace {
 
@@ -622,6 +623,31 @@ TEST(SmtpSending, ToAPeerThatHasClosedIs102AndDoesNotEndTheProcess) {
   mail->DelMsgLines();
   mail->AddMsgLine(std::string(20 << 20, 'x').c_str());
   EXPECT_EQ(CodeOf([&] { mail->Send(); }), 102);
+}
+
+TEST(SmtpSending, OfALineThatDoesNotFitInMemoryIs408) {
+  const ScriptedSmtpServer server;
+  const auto mail = SmallMail(server.port());
+  mail->AddMsgLine(std::string(1 << 20, 'x').c_str());
+  const test_support::MemoryLimit limit(1 << 19);
+  EXPECT_EQ(CodeOf([&] { mail->Send(); }), 408);
+}
+
+TEST(SmtpSending, OfTheBufferSaysOnceMoreWhatWasSaidLast) {
+  const ScriptedSmtpServer server([](SmtpPeer& peer) {
+    peer.Say("220 a\r\n");
+    peer.HearLine();
+    peer.Say("554 no\r\n");
+    peer.HearLine();
+    peer.Say("221 b\r\n");
+  });
+  const auto mail = SmallMail(server.port());
+  ASSERT_EQ(CodeOf([&] { mail->Send(); }), 302);
+  mail->SendData();
+  mail->ReceiveData();
+  EXPECT_EQ(mail->SmtpXYZdigits(), 221);
+  const std::string greeting = std::string("EHLO ") + mail->GetLocalHostName() + "\r\n";
+  EXPECT_EQ(server.heard(), greeting + greeting);
 }
 
 TEST(SmtpSending, AThousandTimesInVainLeavesAHundredSocketsOpenAndThenIs106) {

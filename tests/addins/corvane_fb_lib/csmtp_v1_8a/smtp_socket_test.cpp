@@ -4,6 +4,7 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -17,6 +18,7 @@ namespace {
 
 using test_support::CallsGuard;
 using test_support::CodeOf;
+using test_support::FailingCalls;
 using test_support::OpenDescriptors;
 using test_support::ScriptedSmtpServer;
 using test_support::SmtpPeer;
@@ -32,13 +34,13 @@ struct Target {
 };
 
 /// Connects as far as the system call, which fails.
-Target TargetOf(const std::string& server, unsigned short port, bool no_mail_service = false) {
+Target TargetOf(const std::string& server, unsigned short port, FailingCalls calls = {}) {
   Target target;
-  const CallsGuard calls(
-      {.no_mail_service = no_mail_service, .connect = [&target](const sockaddr_in& address) {
-         target = {inet_ntoa(address.sin_addr), ntohs(address.sin_port)};
-         return ENETUNREACH;
-       }});
+  calls.connect = [&target](const sockaddr_in& address) {
+    target = {inet_ntoa(address.sin_addr), ntohs(address.sin_port)};
+    return ENETUNREACH;
+  };
+  const CallsGuard guard(calls);
   EXPECT_EQ(CodeOfConnecting(server, port), 104);
   return target;
 }
@@ -67,7 +69,11 @@ TEST(SmtpConnection, WithPort0GoesToTheServiceMail) {
 }
 
 TEST(SmtpConnection, WithPort0AndWithoutTheServiceMailGoesToPort25) {
-  EXPECT_EQ(TargetOf("10.1.2.3", 0, true).port, 25);
+  EXPECT_EQ(TargetOf("10.1.2.3", 0, {.no_mail_service = true}).port, 25);
+}
+
+TEST(SmtpConnection, WithPort0AndAnEntryThatFitsInNoBufferGoesToPort25) {
+  EXPECT_EQ(TargetOf("10.1.2.3", 0, {.mail_service_never_fits = true}).port, 25);
 }
 
 TEST(SmtpConnection, TakesTheBroadcastAddressForAName) {
@@ -117,6 +123,22 @@ TEST(SmtpConnection, WhoseWaitFailsIs109AndClosed) {
   const auto before = OpenDescriptors();
   EXPECT_EQ(CodeOfConnecting("127.0.0.1", 25), 109);
   EXPECT_EQ(OpenDescriptors(), before);
+}
+
+TEST(SmtpConnection, WithUrgentDataInPlaceOfItsOutcomeIs109AndClosed) {
+  const CallsGuard calls(
+      {.poll_reports = POLLPRI, .connect = [](const sockaddr_in&) { return EINPROGRESS; }});
+  const auto before = OpenDescriptors();
+  EXPECT_EQ(CodeOfConnecting("127.0.0.1", 25), 109);
+  EXPECT_EQ(OpenDescriptors(), before);
+}
+
+TEST(SmtpConnection, WhoseWaitEndsWithAnErrorIsLeftToTheFirstReply) {
+  for (const short event : {POLLERR, POLLHUP, POLLOUT}) {
+    const CallsGuard calls(
+        {.poll_reports = event, .connect = [](const sockaddr_in&) { return EINPROGRESS; }});
+    EXPECT_EQ(CodeOfConnecting("127.0.0.1", 25), 0) << event;
+  }
 }
 
 TEST(SmtpWait, ForADescriptorThatIsNotOpenIs109) {
