@@ -200,11 +200,16 @@ def check_mails(program, faults, records, wanted_codes):
         if record.problem:
             complaints.append(f"mail {record.number}: {record.problem}")
     nameless = collections.Counter(record.fault for record in by_number.pop(0, []))
+    # The server never learnt the numbers of these. First come those that only a conversation with a
+    # fault explains, so that no other uses it up.
+    unknown = sorted((nobody_listened(code, time, faults), number, code)
+                     for number, (code, time) in codes.items() if number not in by_number)
+    for otherwise, number, code in unknown:
+        if not use_up(code, nameless) and not otherwise:
+            complaints.append(f"mail {number}: code {code}, and nothing explains it")
     took_and_failed = 0
     for number, (code, time) in codes.items():
         if number not in by_number:
-            if not nobody_came(code, time, faults, nameless):
-                complaints.append(f"mail {number}: code {code}, and nothing explains it")
             continue
         if len(by_number[number]) > 1:
             complaints.append(f"mail {number} came {len(by_number[number])} times")
@@ -230,13 +235,16 @@ def check_mails(program, faults, records, wanted_codes):
     }
 
 
-def nobody_came(code, time, faults, nameless):
-    """Whether a mail with this code can be one whose number the server never learnt. Uses up the
-    conversation that explains it."""
-    for fault in nameless:
-        if code in fault.codes and nameless[fault] > 0:
-            nameless[fault] -= 1
-            return True
+def use_up(code, nameless):
+    """Whether one of these conversations explains the code; it then belongs to that mail."""
+    fitting = [fault for fault in nameless if code in fault.codes and nameless[fault] > 0]
+    if fitting:
+        nameless[min(fitting, key=lambda fault: len(fault.codes))] -= 1
+    return bool(fitting)
+
+
+def nobody_listened(code, time, faults):
+    """Whether a mail with this code can be one that no server heard of."""
     if code == 106:
         return overlaps(faults, time - 15, time, "no descriptors")
     if code in (102, 103, 104, 408):

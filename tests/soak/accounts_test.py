@@ -140,6 +140,12 @@ class Mails(unittest.TestCase):
         self.assertTrue(mails(["mail 1 408", "mail 2 408"], [Record(fault)]))
         self.assertTrue(mails([], [Record(fault)]))
 
+    def test_a_conversation_explains_the_failure_that_nothing_else_explains(self):
+        fault = Fault("close", "greeting", (408,))
+        program = ["mail 1 408"] + ["nothing"] * 98 + ["mail 2 408"]
+        self.assertFalse(mails(program, [Record(fault)], [Span("mail server down", 0, 2)]))
+        self.assertTrue(mails(program, [], [Span("mail server down", 0, 2)]))
+
     def test_a_failure_without_a_conversation(self):
         self.assertTrue(mails(["mail 1 106"], []))
         self.assertFalse(mails(["mail 1 106"], [], [Span("no descriptors", 0, 1)]))
