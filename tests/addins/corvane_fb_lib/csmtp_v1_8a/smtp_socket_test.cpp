@@ -134,7 +134,7 @@ TEST(SmtpConnection, WithUrgentDataInPlaceOfItsOutcomeIs109AndClosed) {
 }
 
 TEST(SmtpConnection, WhoseWaitEndsWithAnErrorIsLeftToTheFirstReply) {
-  for (const short event : {POLLERR, POLLHUP, POLLOUT}) {
+  for (const short event : {short{POLLERR}, short{POLLHUP}, short{POLLOUT}}) {
     const CallsGuard calls(
         {.poll_reports = event, .connect = [](const sockaddr_in&) { return EINPROGRESS; }});
     EXPECT_EQ(CodeOfConnecting("127.0.0.1", 25), 0) << event;
