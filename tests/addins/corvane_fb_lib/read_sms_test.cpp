@@ -402,6 +402,12 @@ TEST_F(ReadSms, ReadsHeadersOfEveryShape) {
   EXPECT_EQ(Deliveries().size(), 4u);
 }
 
+TEST_F(ReadSms, SkipsTheSevenCharactersInFrontOfTheIndexWhateverTheyAre) {
+  const std::string rest = ",0,,24\r\n" + TextMessage("a").ToHex() + "\r\n";
+  EXPECT_THAT(List("+CMGL:,5" + rest + "*PREFIX6" + rest + "OK\r\n"),
+              ElementsAre("AT+CMGD=5\r", "AT+CMGD=6\r"));
+}
+
 TEST_F(ReadSms, ReadsAPduInLowerCaseAndOneThatIsFilledUp) {
   std::string pdu = Part(0, 1, 1, "low").ToHex();
   for (char& digit : pdu) digit = static_cast<char>(std::tolower(digit));

@@ -38,6 +38,12 @@ class SendEmail : public BlockTest {
   }
   /// A rising edge of Send.
   void Send() { Run("fb.Send = false fb() fb.Send = true fb()"); }
+  /// Defines call(): one call of the block, which fails when two pulses of Sent have no FALSE
+  /// between them, and adds a result to the table `codes`.
+  void DefineCall() {
+    Run("codes, pulse = {}, false function call() fb() assert(not (pulse and fb.Sent)) "
+        "pulse = fb.Sent if pulse then codes[#codes + 1] = fb.Code end end");
+  }
   /// Calls the block until Sent is TRUE. @return Code
   std::string NextCode() {
     const auto limit = steady_clock::now() + 3 * test_support::kPatience;
@@ -121,9 +127,7 @@ TEST_F(SendEmail, GivesResultsInTheOrderOfTheEdgesWithAFalseBetweenThem) {
   });
   Create(server.port());
   // A result may come at any call, also while the later messages are still being queued.
-  Run("codes, pulse = {}, false function call() fb() assert(not (pulse and fb.Sent)) pulse = "
-      "fb.Sent "
-      "if pulse then codes[#codes + 1] = fb.Code end end");
+  DefineCall();
   Run("fb.Send = true call()"
       "fb.Send = false call() fb.Subject = 'Second' fb.Send = true call()"
       "fb.Send = false call() fb.Subject = 'Third' fb.Send = true call()");
@@ -135,6 +139,20 @@ TEST_F(SendEmail, GivesResultsInTheOrderOfTheEdgesWithAFalseBetweenThem) {
   // Each job keeps what the inputs were at its edge.
   EXPECT_THAT(server.heard(), HasSubstr("Subject: Alarm\r\n"));
   EXPECT_THAT(server.heard(), HasSubstr("Subject: Third\r\n"));
+}
+
+TEST_F(SendEmail, GivesAFalseBetweenResultsThatHaveWaited) {
+  const ScriptedSmtpServer server;
+  Create(server.port());
+  DefineCall();
+  Run("fb.Send = true call() fb.Send = false call() fb.Send = true call()");
+  ASSERT_TRUE(test_support::WaitFor([&server] {
+    const std::string heard = server.heard();
+    return heard.find("QUIT") != heard.rfind("QUIT");
+  }));
+  // The first of these calls waits for the worker, which puts the second result into its queue.
+  Run("for i = 1, 4 do call() end");
+  EXPECT_EQ(Eval("table.concat(codes, ' ')"), "0 0");
 }
 
 TEST_F(SendEmail, SplitsRecipientsAtBlanksAndSemicolons) {
