@@ -642,7 +642,7 @@ TEST(SmtpSending, OfTheBufferSaysOnceMoreWhatWasSaidLast) {
     peer.Say("221 b\r\n");
   });
   const auto mail = SmallMail(server.port());
-  ASSERT_EQ(CodeOf([&] { mail->Send(); }), 302);
+  ASSERT_EQ(CodeOf([&] { mail->Send(); }), 301);
   mail->SendData();
   mail->ReceiveData();
   EXPECT_EQ(mail->SmtpXYZdigits(), 221);
