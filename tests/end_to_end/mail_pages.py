@@ -136,8 +136,10 @@ def send(port, **inputs):
     values = {"Server": "127.0.0.1", "Port": port, "Login": "plc", "Password": "s3cret", "SenderName": "P",
               "SenderMail": "p@plant.example", "Recipient": "o@plant.example", "Message": "text", **inputs}
     words = [f"{name}={value}" for name, value in values.items()]
-    return subprocess.run([corvane, "run", project + "/tests/end_to_end/send_email.lua", "--", *words],
-                          capture_output=True, text=True, timeout=60, check=False).stdout
+    result = subprocess.run([corvane, "run", project + "/tests/end_to_end/send_email.lua", "--", *words],
+                            capture_output=True, text=True, timeout=60, check=False)
+    assert result.returncode == 0, result
+    return result.stdout
 
 
 def the_commands_show_what_the_guide_shows(provider, exim):
@@ -178,7 +180,8 @@ def the_log_tells_what_is_wrong_with_the_provider(certificate, certificates):
     """One relay for each failure; whatever it is, the block's message is taken."""
     def fails(told, *where, recipient="o@plant.example"):
         with relay(*where) as exim:
-            assert send(exim.port, Recipient=recipient) == "code 0\n"
+            said = send(exim.port, Recipient=recipient)
+            assert said == "code 0\n", (said, exim.log())
             for text in told:
                 wait_until(lambda t=text: t in exim.log(), exim)
                 assert f"`{text}`" in guide, text

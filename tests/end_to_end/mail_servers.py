@@ -8,6 +8,7 @@ import json
 import os
 import pwd
 import shutil
+import signal
 import socket
 import subprocess
 import tempfile
@@ -116,18 +117,28 @@ class Exim(Server):
                 file.write(text)
             os.chmod(self.folder + "/exim.conf", 0o644)
             self.process = subprocess.Popen([EXIM, "-C", self.folder + "/exim.conf", "-bdf"],
-                                            stderr=subprocess.DEVNULL)
-            if self.listens():
+                                            stderr=subprocess.DEVNULL, start_new_session=True)
+            if self.greets():
                 return
         raise RuntimeError("exim4 does not start: " + self.log())
 
-    def listens(self):
+    def greets(self):
+        """It listens before it reads its certificates, which takes seconds on a busy machine."""
         while self.process.poll() is None:
             with socket.socket() as probe:
-                if probe.connect_ex(("127.0.0.1", self.port)) == 0:
+                probe.settimeout(60)
+                if probe.connect_ex(("127.0.0.1", self.port)) == 0 and probe.recv(3) == b"220":
                     return True
             time.sleep(0.01)
         return False
+
+    def __exit__(self, *_):
+        process = getattr(self, "process", None)
+        if process:
+            process.terminate()
+            process.wait(timeout=30)
+            end_group(process.pid)  # deliveries that are under way would write into the folder
+        super().__exit__()
 
     def log(self):
         text = ""
@@ -138,6 +149,16 @@ class Exim(Server):
 
     def files(self):
         return sorted(glob.glob(self.folder + "/new/*"))
+
+
+def end_group(group):
+    """Ends the processes of a session and waits until the last one is gone."""
+    try:
+        while True:
+            os.killpg(group, signal.SIGKILL)
+            time.sleep(0.01)
+    except ProcessLookupError:
+        pass
 
 
 def free_port():
