@@ -337,6 +337,12 @@ TEST_F(ReadSms, KeepsMessagesOfDifferentReferencesApart) {
   EXPECT_THAT(Deliveries(), ElementsAre("+15550101234|xy", "+15550101234|ab"));
 }
 
+TEST_F(ReadSms, TakesAReferenceForANewMessageOnceTheOldOneIsComplete) {
+  List(Entry(1, Part(9, 2, 1, "a")) + Entry(2, Part(9, 2, 2, "b")) + Entry(3, Part(9, 2, 1, "c")) +
+       Entry(4, Part(9, 2, 2, "d")) + "\r\nOK\r\n");
+  EXPECT_THAT(Deliveries(), ElementsAre("+15550101234|ab", "+15550101234|cd"));
+}
+
 TEST_F(ReadSms, TakesATotalOfOneForASingleMessage) {
   List(Entry(1, Part(1, 1, 1, "single")) + Entry(2, Part(1, 0, 0, "zero")) + "\r\nOK\r\n");
   EXPECT_THAT(Deliveries(), ElementsAre("+15550101234|single", "+15550101234|zero"));
