@@ -378,6 +378,21 @@ TEST_F(SendSms, DropsTheMessageAfterFourFailedTransfersInARow) {
   EXPECT_EQ(Complete().back(), "0001000B915155101032F5000005C8329BFD06\x1A");
 }
 
+TEST_F(SendSms, CountsFailuresAnewForTheMessageBehindADroppedOne) {
+  Run("fb.Receiver = '15550101234 15550101235'");
+  Send();
+  port.Exchange("OK\r\n");
+  for (int failure = 1; failure <= 4; ++failure) {
+    port.Exchange("> ");
+    port.Exchange("ERROR\r\n");
+  }
+  EXPECT_EQ(State(), "1");
+  Announce();
+  port.Exchange("ERROR\r\n");
+  EXPECT_EQ(State(), "17");
+  EXPECT_EQ(Complete().back(), "0001000B915155101032F5000005C8329BFD06\x1A");
+}
+
 TEST_F(SendSms, KeepsTheMessageAfterFourFailedAnnouncementsAndStartsItAgain) {
   Send();
   port.Exchange("OK\r\n");
