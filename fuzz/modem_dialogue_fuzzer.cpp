@@ -36,16 +36,16 @@ class Modem : public corvane::SerialLine {
       : request_(request), answer_(answer), piece_(piece) {}
 
   std::string_view Read(corvane::SteadyTime /*deadline*/) override {
-    const std::string_view octets = coming_.substr(0, piece_);
-    coming_.remove_prefix(octets.size());
+    const std::string_view octets = std::string_view(coming_).substr(read_, piece_);
+    read_ += octets.size();
     return octets;
   }
   bool Write(std::string_view octets, corvane::SteadyTime /*deadline*/) override {
     if (octets == request_) {
-      coming_ = answer_;
+      coming_ += answer_;
       request_ = {};  // only once
     } else if (octets.starts_with("AT")) {
-      coming_ = octets == kAnnouncement ? "\r\n> " : "\r\nOK\r\n";
+      coming_ += octets == kAnnouncement ? "\r\n> " : "\r\nOK\r\n";
     }
     return true;
   }
@@ -55,7 +55,8 @@ class Modem : public corvane::SerialLine {
   std::string_view request_;
   std::string_view answer_;
   std::size_t piece_;
-  std::string_view coming_;
+  std::string coming_;
+  std::size_t read_ = 0;  // so much of it
   std::string loss_;
 };
 
