@@ -1,24 +1,28 @@
 // SPDX-License-Identifier: MIT
 // CSmtp with any octets for what the server says. The first two octets choose the message and how
-// the connection behaves; the others are the server's. The socket is not real: the linker leads its
+// the connection behaves; the others are the server's. There is no connection: the linker leads its
 // calls here. A plainer client that follows the same replies tells the commands and the outcome.
 #include <poll.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 
 #include "addins/corvane_fb_lib/csmtp_v1_8a/csmtp.h"
 #include "fuzz/require.h"
 
-namespace {
+extern "C" {
+int __real_socket(int domain, int type, int protocol);
+int __real_close(int descriptor);
+int __real_poll(pollfd* descriptors, nfds_t count, int timeout);
+}
 
-constexpr int kSocket = 100000;  // no real descriptor has this number
+namespace {
 
 /// How the connection behaves when the server's octets are used up.
 enum class End { kSilence, kClose, kReset };
@@ -32,35 +36,41 @@ struct Connection {
 };
 
 Connection connection;
-int open_file = -1;
 
-/// A file to attach, which is gone with the process.
-class Attachment {
- public:
-  Attachment() {
-    const int descriptor = mkstemp(path_);
+/// The socket of every connection: a socket, so that it takes all settings, but never connected.
+int Socket() {
+  static const int descriptor = __real_socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  return descriptor;
+}
+
+/// The place that the next file takes.
+int NextDescriptor() {
+  const int descriptor = dup(Socket());
+  close(descriptor);
+  return descriptor;
+}
+
+/// A file to attach, which has no name and so goes with the process.
+int Attachment() {
+  static const int descriptor = [] {
     const std::string content(12345, 'x');
-    Require(write(descriptor, content.data(), content.size()) == 12345);
-    close(descriptor);
-  }
-  Attachment(const Attachment&) = delete;
-  Attachment& operator=(const Attachment&) = delete;
-  ~Attachment() { unlink(path_); }
-  [[nodiscard]] const char* path() const { return path_; }
-
- private:
-  char path_[32] = "/tmp/smtp_fuzzer_XXXXXX";
-};
+    const int file = memfd_create("attachment", MFD_CLOEXEC);
+    Require(write(file, content.data(), content.size()) == 12345);
+    return file;
+  }();
+  return descriptor;
+}
 
 void Fill(CSmtp& mail, unsigned choice) {
-  static const Attachment attachment;
   mail.SetSMTPServer("127.0.0.1", 25);
   if ((choice & 1) == 0) mail.SetLogin("plc");
   if ((choice & 2) == 0) mail.SetPassword("s3cret");
   if ((choice & 4) == 0) mail.SetSenderMail("a@plant.example");
   for (unsigned i = 0; i < (choice >> 3 & 3); ++i) mail.AddRecipient("b@plant.example");
   if ((choice & 32) != 0) mail.AddCCRecipient("c@plant.example");
-  if ((choice & 64) != 0) mail.AddAttachment(attachment.path());
+  if ((choice & 64) != 0) {
+    mail.AddAttachment(("/proc/self/fd/" + std::to_string(Attachment())).c_str());
+  }
   if ((choice & 128) != 0) mail.AddMsgLine(std::string(20000, 'm').c_str());
 }
 
@@ -188,25 +198,15 @@ void CheckSent(int code, const PlainClient& plain) {
 extern "C" {
 
 int __wrap_socket(int /*domain*/, int /*type*/, int /*protocol*/) {
-  return kSocket;
+  return Socket();
 }
 
 int __wrap_connect(int /*descriptor*/, const sockaddr* /*address*/, socklen_t /*length*/) {
   return 0;
 }
 
-int __real_ioctl(int descriptor, unsigned long request, void* argument);
-int __wrap_ioctl(int descriptor, unsigned long request, void* argument) {
-  return descriptor == kSocket ? 0 : __real_ioctl(descriptor, request, argument);
-}
-
-int __wrap_setsockopt(int, int, int, const void*, socklen_t) {
-  return 0;
-}
-
-int __real_poll(pollfd* descriptors, nfds_t count, int timeout);
 int __wrap_poll(pollfd* descriptors, nfds_t count, int timeout) {
-  if (count != 1 || descriptors->fd != kSocket) return __real_poll(descriptors, count, timeout);
+  if (count != 1 || descriptors->fd != Socket()) return __real_poll(descriptors, count, timeout);
   const bool silent = connection.replies.empty() && connection.end == End::kSilence;
   if ((descriptors->events & POLLIN) != 0 && silent) return 0;
   descriptors->revents = descriptors->events;
@@ -230,18 +230,10 @@ ssize_t __wrap_recv(int /*descriptor*/, void* data, std::size_t size, int /*flag
   return static_cast<ssize_t>(length);
 }
 
-int __real_close(int descriptor);
 int __wrap_close(int descriptor) {
-  if (descriptor == open_file) open_file = -1;
-  if (descriptor != kSocket) return __real_close(descriptor);
+  if (descriptor != Socket()) return __real_close(descriptor);
   connection.closed = true;
   return 0;
-}
-
-// A failed send leaves its file open; a million of them would be too many.
-int __real_open64(const char* path, int flags);
-int __wrap_open64(const char* path, int flags) {
-  return open_file = __real_open64(path, flags);
 }
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -253,10 +245,12 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   CSmtp mail;
   Fill(mail, data[0]);
   PlainClient plain(connection);
+  const int file = NextDescriptor();
   const int code = plain.Send(mail.GetLocalHostName(), data[0]);
   Require(CodeOfSending(mail) == code);
   CheckSent(code, plain);
-  if (open_file >= 0) close(open_file);
+  // A failed send leaves its file open; a million of them would be too many.
+  if (code != SMTP_NO_ERROR) close(file);
   return 0;
 }
 }
