@@ -39,17 +39,27 @@ T* CheckFB(lua_State* L) {
 
 /// Makes a string of the variable name at `index` (negative) of a call with at least `arguments`
 /// arguments. A number is a name, too; anything else is a Lua argument error.
-inline void CheckVariableName(lua_State* L, int index, int arguments) {
+/// @return the block at argument 1, checked
+template <class T>
+T* CheckFBAndName(lua_State* L, int index, int arguments) {
+  T* block = CheckFB<T>(L);
   const int count = lua_gettop(L);
   if (count < arguments) {
     luaL_argerror(
         L, count + 1,
         count < 2 ? "variable name expected, got no value" : "value expected, got no value");
   }
-  if (lua_tolstring(L, index, nullptr) != nullptr) return;
+  switch (lua_type(L, index)) {
+    case LUA_TSTRING: return block;
+    case LUA_TNUMBER:
+      lua_tolstring(L, index, nullptr);
+      return CheckFB<T>(L);  // a finalizer that ran meanwhile may have called __gc by hand
+    default: break;
+  }
   const int position = lua_absindex(L, index);
   luaL_argerror(L, position,
                 lua_pushfstring(L, "variable name expected, got %s", luaL_typename(L, position)));
+  return nullptr;  // not reached
 }
 
 /// Lua aligns userdata for these types and no others.
@@ -100,18 +110,14 @@ int Call(lua_State* L) {
 /// `__index` and module function `get`.
 template <class T>
 int Get(lua_State* L) {
-  CheckFB<T>(L);
-  CheckVariableName(L, -1, 2);
-  T* block = CheckFB<T>(L);  // again: a finalizer that ran meanwhile may have called __gc by hand
+  T* block = CheckFBAndName<T>(L, -1, 2);
   return Guarded(L, [=] { return block->getField(L); });
 }
 
 /// `__newindex` and module function `set`.
 template <class T>
 int Set(lua_State* L) {
-  CheckFB<T>(L);
-  CheckVariableName(L, -2, 3);
-  T* block = CheckFB<T>(L);  // again, as in Get
+  T* block = CheckFBAndName<T>(L, -2, 3);
   return Guarded(L, [=] { return block->setField(L); });
 }
 

@@ -54,6 +54,7 @@ const char* NamePrefix(lua_State* L, int index) {
 
 /// Raises the Lua error that every refused assignment gets; `why` may add a reason.
 int Refuse(lua_State* L, int index, OpcUa_BuiltInType type, const char* why) {
+  index = lua_absindex(L, index);  // the texts of the message come onto the stack
   return luaL_error(L, "%s%s cannot hold %s%s", NamePrefix(L, index), TypeName(type),
                     Describe(L, index), why);
 }
@@ -85,12 +86,12 @@ int ReadBoolean(OpcUa_VariantHlp& value, lua_State* L, int index) {
 
 /// The value as a number, for integer and real types. Raises the Lua error for anything else.
 double CheckNumber(lua_State* L, int index, OpcUa_BuiltInType type) {
-  if (lua_isnil(L, index)) return 0;
-  if (lua_isboolean(L, index)) return lua_toboolean(L, index) != 0 ? 1 : 0;
   int is_number = 0;
   const double number = lua_tonumberx(L, index, &is_number);  // takes a string that is a number
-  if (is_number == 0) Refuse(L, index, type, "");
-  return number;
+  if (is_number != 0) return number;
+  if (lua_isboolean(L, index)) return lua_toboolean(L, index) != 0 ? 1 : 0;
+  if (!lua_isnil(L, index)) Refuse(L, index, type, "");
+  return 0;
 }
 
 template <class Integer>
@@ -253,7 +254,6 @@ double SecondsSince1970(OpcUa_DateTime ticks) {
 
 int ReadLuaValueOpcUaVariant(OpcUa_VariantHlp& value, lua_State* L, int index,
                              OpcUa_BuiltInType type) {
-  index = lua_absindex(L, index);
   using Slots = OpcUa_VariantValue;
   switch (type) {
     case OpcUaType_Null: return ReadUndeclared(value, L, index);
