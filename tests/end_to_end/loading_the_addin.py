@@ -1,8 +1,8 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""loading_the_addin.py PROJECT HOST RUNTIME LIBRARIES LUA_AS_C: the page shows the files of the example, word
-for word, and its host, which has a corvane.so of its own, runs our add-in as the page says; also with Lua
-compiled as C."""
+"""loading_the_addin.py PROJECT HOST RUNTIME LIBRARIES LUA_AS_C [EMULATOR...]: the page shows the files of the
+example, word for word, and its host, which has a corvane.so of its own, runs our add-in as the page says; also
+with Lua compiled as C."""
 import os
 import subprocess
 import sys
@@ -11,7 +11,7 @@ import tempfile
 sys.dont_write_bytecode = True
 from page import check_files, commands, read_blocks
 
-project, host, runtime, libraries, lua_as_c = sys.argv[1:]
+project, host, runtime, libraries, lua_as_c, *emulator = sys.argv[1:]
 PAGE = "docs/loading_the_addin.md"
 NAMES = ["CMakeLists.txt", "runtime.h", "runtime.cpp", "minimal_host.cpp", "blocks.lua"]
 
@@ -30,7 +30,8 @@ with tempfile.TemporaryDirectory() as folder:
     assert "U RegisterExternalSTLib\n" in result.stdout and "@" not in result.stdout, result
     for lua in "", lua_as_c:
         # The preloaded library takes the place of the one that is linked, in front of the sanitizer's.
-        environment = {**os.environ, "LD_PRELOAD": lua, "ASAN_OPTIONS": "verify_asan_link_order=0"}
+        preload = {"QEMU_SET_ENV": "LD_PRELOAD=" + lua} if emulator else {"LD_PRELOAD": lua}
+        environment = {**os.environ, **preload, "ASAN_OPTIONS": "verify_asan_link_order=0"}
         result = subprocess.run(command.split(), cwd=folder, env=environment, capture_output=True, text=True,
                                 timeout=60, check=False)
         assert (result.returncode, result.stdout, result.stderr) == (0, expected, ""), result
