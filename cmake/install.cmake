@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-# What `cmake --install` puts where. Components: runtime (programs, libraries, add-in, examples, man
-# page, completion), dev (contract headers for add-ins), package (what only a Debian package needs).
+# What `cmake --install` puts where. Components: runtime (programs, libraries, add-in, examples,
+# pages, completion), dev (contract headers for add-ins), package (what only a Debian package needs).
 include(CMakePackageConfigHelpers)
 
 # The libraries are no development libraries but parts of one program, so they have a folder of their
@@ -15,13 +15,18 @@ install(TARGETS opcua corvaneshare corvane_runtime corvane_fb_lib
 install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DATADIR}/corvane
   USE_SOURCE_PERMISSIONS COMPONENT runtime PATTERN "*_addin" EXCLUDE
   PATTERN minimal_host EXCLUDE)
+# The pages, to be read where there is no network. Their links to examples lead through a link.
+set(pages_dir ${CMAKE_INSTALL_DATADIR}/doc/corvane)
+install(DIRECTORY docs DESTINATION ${pages_dir} COMPONENT runtime)
+file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/doc)
+file(CREATE_LINK ../../corvane/examples ${CMAKE_BINARY_DIR}/doc/examples SYMBOLIC)
+install(FILES ${CMAKE_BINARY_DIR}/doc/examples DESTINATION ${pages_dir} COMPONENT runtime)
 install(FILES packaging/completion.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
   RENAME corvane COMPONENT runtime)
 
 # compress_text(IN OUT): makes build/.../doc/OUT, compressed as documentation is installed.
 function(compress_text in out)
   set(file ${CMAKE_BINARY_DIR}/doc/${out})
-  file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/doc)
   add_custom_command(OUTPUT ${file} DEPENDS ${in} COMMAND gzip -9nc ${in} > ${file} VERBATIM)
   add_custom_target(${out} ALL DEPENDS ${file})
 endfunction()

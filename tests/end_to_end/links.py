@@ -1,14 +1,14 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""links.py PROJECT: every link of the pages leads to a file, and to a heading where it names one; docs/README.md
-lists every page."""
+"""links.py FOLDER: every link of the pages leads to a file, and to a heading where it names one; docs/README.md
+lists every page. FOLDER is the project, or where its pages are installed."""
 import os
 import pathlib
 import re
 import sys
 
 project = pathlib.Path(sys.argv[1])
-pages = [project / "README.md", project / "CONTRIBUTING.md", *sorted(project.glob("docs/**/*.md"))]
+pages = [*sorted(project.glob("*.md")), *sorted(project.glob("docs/**/*.md"))]
 
 
 def without_code(text):

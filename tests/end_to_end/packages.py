@@ -106,6 +106,7 @@ def check_use(pages):
     assert "Done: 5 measurements.\n" in run(*as_user, *example.split())
     assert "corvane \\- run PLC" in run("zcat", "/usr/share/man/man1/corvane.1.gz")
     assert os.path.exists("/usr/share/bash-completion/completions/corvane")
+    run(sys.executable, "links.py", "/usr/share/doc/corvane")
 
 
 def check_hardening():
@@ -168,6 +169,7 @@ def use_packages(project, folder, packages):
     root = enter_own_root(folder)
     for package in packages:
         run("cp", package, root + "/tmp/build/release/packages")
+    run("cp", os.path.dirname(__file__) + "/links.py", root + "/tmp")
     os.chroot(root)
     os.chdir("/tmp")
     # Machines that keep manual pages out by their configuration keep these.
