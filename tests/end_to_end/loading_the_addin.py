@@ -34,5 +34,8 @@ with tempfile.TemporaryDirectory() as folder:
         environment = {**os.environ, **preload, "ASAN_OPTIONS": "verify_asan_link_order=0"}
         result = subprocess.run(command.split(), cwd=folder, env=environment, capture_output=True, text=True,
                                 timeout=60, check=False)
-        assert (result.returncode, result.stdout, result.stderr) == (0, expected, ""), result
+        # The shell that the blocks start inherits the library, and is this machine's, which has no use for it.
+        errors = [line for line in result.stderr.splitlines()
+                  if not (emulator and line.startswith("ERROR: ld.so: object ") and "LD_PRELOAD" in line)]
+        assert (result.returncode, result.stdout, errors) == (0, expected, []), result
 print("another runtime loads the add-in")

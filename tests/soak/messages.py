@@ -59,7 +59,8 @@ class Feeder:
         self.given += 1
         parts = [f"Message {self.given} from the plant"]
         if self.given % LONG_EVERY == 0 and self.given <= LONG_EVERY * MOST_LONG:
-            text = f"Сообщение {self.given}: {LONG_TEXT}"
+            # Each part names its message: one of them alone may stay in the store.
+            text = f"Сообщение {self.given}: {LONG_TEXT} ({self.given})"
             parts = [text[:PART_LENGTH], text[PART_LENGTH:]]
         whole = f"{SENDER} {''.join(parts)}"
         self.wanted.update(dict.fromkeys(parts, whole))
