@@ -1,13 +1,16 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
 """pump_station.py PROJECT CORVANE: the example tells its whole story, as README has it, and leaves nothing behind, with
-Ctrl-C neither."""
+Ctrl-C neither. What answers to a forged number may cost has its limit."""
 import os
 import re
 import signal
 import subprocess
 import sys
 import tempfile
+
+sys.dont_write_bytecode = True
+from simulated_modem import SimulatedModem
 
 project, corvane = sys.argv[1:]
 
@@ -77,6 +80,29 @@ def interrupt_at(moment):
         assert os.listdir(folder) == [], os.listdir(folder)
 
 
+def answers_have_a_limit():
+    to_anna = "sent to +15550101234: Commands: STATUS, ACK\n"
+    with SimulatedModem(corvane) as modem, tempfile.TemporaryDirectory() as folder:
+        for _ in range(22):
+            modem.do("receive +15550101234 hello")
+        words = ["run", project + "/examples/pump_station.lua", "--cycle", "5ms", "--modem", f"1={modem.device}",
+                 "--", "127.0.0.1", "1", "plc", "s3cret", "pump3@plant.example", "operator@plant.example"]
+        with subprocess.Popen([corvane, *words], stdout=subprocess.PIPE, text=True, cwd=folder) as station:
+            said = ""
+            while said.count("no answer to +15550101234: there have been enough in this hour") < 2:
+                line = station.stdout.readline()
+                assert line, said
+                said += line
+            while modem.output.count(to_anna) < 20:
+                modem.await_output("\n")
+            station.send_signal(signal.SIGTERM)
+            said += station.stdout.read()
+        modem.end()
+    assert modem.output.count(to_anna) == 20, modem.output
+    assert said.count("wrote something that is no command") == 22, said
+
+
+answers_have_a_limit()
 interrupt_at("A pump station with a modem")
 interrupt_at("Anna asks for the state")
 interrupt_at("unplugged for 3s")
