@@ -66,8 +66,8 @@ ExchangeResult Expected(std::string_view request, std::string_view octets) {
                   [](std::string_view, corvane::LineKind) {});
   for (const char octet : octets) answer.Feed(octet);
   answer.End();
-  if (answer.state() == State::kTooLong) return {};
-  if (answer.state() != State::kOpen) return {true, answer.text(), answer.final_kind()};
+  const bool has_end = answer.state() == State::kFinal || answer.state() == State::kPrompt;
+  if (has_end) return {true, answer.text(), answer.final_kind()};
   // The confirmation of a text is enough; without it the text would be sent again.
   if (is_text && answer.lines() > 0) {
     return {true, answer.text() + "OK\r\n", corvane::LineKind::kOk};

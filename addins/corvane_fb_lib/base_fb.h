@@ -12,7 +12,6 @@
 #include <map>
 #include <sstream>
 #include <string>
-#include <string_view>
 
 #include "addins/corvane_fb_lib/stdafx.h"
 #include "share/base_lua_fb.h"
@@ -160,9 +159,7 @@ bool BaseFB<T>::GetBool(const std::string& name) {
     case OpcUaType_UInt64: return value.Value.UInt64 != 0;
     case OpcUaType_Double: return value.Value.Double != 0.0;
     case OpcUaType_String: {
-      const char* bytes = OpcUa_String_GetRawString(&value.Value.String);
-      if (bytes == nullptr) return false;
-      const std::string_view text(bytes, OpcUa_String_StrLen(&value.Value.String));
+      const std::string text = GetString(name);
       return text == "true" || text == "True" || text == "TRUE";
     }
     default: return false;

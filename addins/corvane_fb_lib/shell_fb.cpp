@@ -3,8 +3,6 @@
 
 #include <cstdlib>
 
-#include "addins/corvane_fb_lib/system_command.h"
-
 DEFINE_FUNCTION_BLOCK(ShellFB, "SysProcessCreate")
 
 const FBMetaEntry* ShellFB::GetMetaTable() {
@@ -26,7 +24,6 @@ std::string ShellFB::getCommand() {
 
 int ShellFB::Run(const std::string& command) {
   busy_ = true;
-  const OrdinarySignals signals;
   const int result = std::system(command.c_str());
   busy_ = false;
   return result;

@@ -6,17 +6,9 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "addins/corvane_fb_lib/system_command.h"
-
 DEFINE_FUNCTION_BLOCK(ShellResFB, "SysProcessCreateWithResult")
 
 namespace {
-
-/// popen with ordinary signals for the command.
-FILE* OpenPipe(const std::string& command) {
-  const OrdinarySignals signals;
-  return popen(command.c_str(), "r");
-}
 
 /// Everything up to the end of file, line feeds included. A read error is no end: as intended, the
 /// pipe is read again until it ends.
@@ -53,7 +45,7 @@ void ShellResFB::Execute() {
 
 void ShellResFB::Run(const std::string& command) {
   busy_ = true;
-  FILE* pipe = OpenPipe(command);
+  FILE* pipe = popen(command.c_str(), "r");
   if (pipe == nullptr) {
     // Programs know this failure as an error of this type from the call, with the block left busy
     // and its outputs as they were. Intended.

@@ -49,7 +49,8 @@ class OpcUa_VariantHlp : public OpcUa_Variant {
   }
 
   /// The text form of a scalar value; `out` is left alone when there is none.
-  /// @return OpcUa_Good, or OpcUa_BadNoText for Null and the structured types, DateTime included
+  /// @return OpcUa_Good, or OpcUa_BadNoText for Null and the structured types, DateTime included,
+  /// and for several strings. Whether other types are arrays is not looked at: intended.
   OpcUa_StatusCode GetString(std::string& out) const;
 
   /// Deep copy of strings, string arrays, localized texts and data values; other scalars bit for
@@ -100,6 +101,7 @@ inline OpcUa_StatusCode OpcUa_VariantHlp::GetString(std::string& out) const {
     case OpcUaType_Double: stream << Value.Double; break;
     case OpcUaType_String:
     case OpcUaType_Extended: {
+      if (ArrayType != OpcUa_VariantArrayType_Scalar) return OpcUa_BadNoText;  // no string is there
       const char* text = OpcUa_String_GetRawString(&Value.String);
       out.assign(text == nullptr ? "" : text, OpcUa_String_StrLen(&Value.String));
       return OpcUa_Good;

@@ -29,6 +29,9 @@ void SetUpProcess() {
   for (int signal = 1; signal < NSIG; ++signal) {
     if (IsIgnored(signal)) Drop(signal);
   }
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
   // Whether children leave a status behind is for the blocks to rely on.
   std::signal(SIGCHLD, SIG_DFL);
   Drop(SIGPIPE);

@@ -10,7 +10,8 @@ namespace corvane::cli {
 ///   error;
 ///   - signals that are ignored now (by nohup, by a service manager) are caught and dropped
 ///   instead,
-///     which looks the same here and is not inherited.
+///     which looks the same here and is not inherited;
+///   - no signal stays blocked.
 /// A broken pipe is treated alike: a log reader that dies must not take the control program along.
 void SetUpProcess();
 

@@ -14,8 +14,8 @@ constexpr char kCtrlZ = 0x1A;
 constexpr std::string_view kLineEnd = "\r\n";
 // 3GPP TS 27.005 clauses 3.5.1 and 3.5.3: the commands that a text follows.
 constexpr std::array<std::string_view, 2> kAnnouncements{"+CMGS", "+CMGW"};
-constexpr std::string_view kListHeaders = "+CMGL";
-constexpr std::string_view kReadHeaders = "+CMGR";
+// 3GPP TS 27.005 clauses 3.4.2 and 3.4.3: the commands that messages answer.
+constexpr std::array<std::string_view, 2> kLists{"+CMGL", "+CMGR"};
 /// A line with so many hexadecimal digits in front is a PDU, whatever noise it ends with.
 constexpr std::size_t kCertainlyHex = 8;
 
@@ -63,11 +63,14 @@ bool IsSubsequence(std::string_view part, std::string_view whole) {
 
 RequestKind KindOfRequest(std::string_view request) {
   if (!request.empty() && request.back() == kCtrlZ) return RequestKind::kText;
-  const bool announces = std::find(kAnnouncements.begin(), kAnnouncements.end(),
-                                   CommandName(request)) != kAnnouncements.end() &&
-                         request.find('=') != std::string_view::npos &&
-                         request.find('?') == std::string_view::npos;
-  return announces ? RequestKind::kAnnouncement : RequestKind::kCommand;
+  const std::string name = CommandName(request);
+  const auto is_one_of = [&name](const auto& names) {
+    return std::find(names.begin(), names.end(), name) != names.end();
+  };
+  if (is_one_of(kLists)) return RequestKind::kList;
+  const bool sets =
+      request.find('=') != std::string_view::npos && request.find('?') == std::string_view::npos;
+  return sets && is_one_of(kAnnouncements) ? RequestKind::kAnnouncement : RequestKind::kCommand;
 }
 
 std::string CommandName(std::string_view request) {
@@ -124,8 +127,13 @@ AtAnswer::State AtAnswer::End() {
   TakeLine();
   if (state_ != State::kOpen) return state_;
   CloseEntry(false);
-  if (own_lines_ == 0) text_ = std::exchange(unknown_, {});
+  const bool may_be_unknown = kind_ == RequestKind::kCommand || kind_ == RequestKind::kAnnouncement;
+  if (own_lines_ == 0 && may_be_unknown) text_ = std::exchange(unknown_, {});
   return state_;
+}
+
+std::size_t AtAnswer::octets() const {
+  return text_.size() + (header_.empty() ? 0 : header_.size() + pdu_.size() + line_.size());
 }
 
 void AtAnswer::TakeLine() {
@@ -170,7 +178,7 @@ void AtAnswer::TakeOwnLine(std::string_view line) {
   }
   CloseEntry(true);
   ++own_lines_;
-  if (own_name_ == kListHeaders || own_name_ == kReadHeaders) {
+  if (kind_ == RequestKind::kList) {
     header_ = line;
   } else {
     Append(line);

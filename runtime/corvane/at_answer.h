@@ -17,6 +17,7 @@ namespace corvane {
 /// What a request is, and so how its answer ends.
 enum class RequestKind : std::uint8_t {
   kCommand,
+  kList,          ///< AT+CMGL, AT+CMGR: headers, each with its PDU on the line behind it
   kAnnouncement,  ///< AT+CMGS=, AT+CMGW=: a prompt follows
   kText,          ///< what is written at the prompt; ends with Ctrl-Z
 };
@@ -62,13 +63,17 @@ class AtAnswer {
 
   [[nodiscard]] State state() const { return state_; }
   /// What is handed to the client. Before the end was certain: the lines of the answer so far, or,
-  /// where there are none, unknown lines as they came. Empty: nothing came.
+  /// where there are none, unknown lines as they came, so that it can say that they make no sense.
+  /// Not those behind a list or a text: noise would be read as a message, or as its confirmation.
+  /// Empty: nothing came.
   [[nodiscard]] std::string& text() { return text_; }
   /// The final result line, empty while there is none.
   [[nodiscard]] const std::string& final_line() const { return final_; }
   [[nodiscard]] LineKind final_kind() const { return final_kind_; }
   /// The number of own lines.
   [[nodiscard]] std::size_t lines() const { return own_lines_; }
+  /// The number of octets in own lines, those of an entry included that is still coming.
+  [[nodiscard]] std::size_t octets() const;
   /// The request came back from the modem.
   [[nodiscard]] bool echoed() const { return echoed_; }
 

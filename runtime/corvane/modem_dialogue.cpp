@@ -27,6 +27,16 @@ constexpr int kSimBusyTries = 30;        // a SIM takes so many seconds after po
 constexpr int kMaxTimeouts = 5;
 constexpr std::size_t kMaxStray = 256;
 
+/// Network and modem take their time for these: `patience` is for them.
+bool IsSlow(RequestKind kind) {
+  return kind == RequestKind::kText || kind == RequestKind::kList;
+}
+
+/// Octets take ten bits each, with start and stop.
+milliseconds TimeOnLine(std::size_t octets, unsigned baud) {
+  return milliseconds(octets * 10 * 1000 / baud);
+}
+
 /// What the log may show of a request at debug level: no text of a message, no PIN.
 std::string Shown(std::string_view request) {
   if (KindOfRequest(request) == RequestKind::kText) {
@@ -87,9 +97,8 @@ void ModemDialogue::Attach(std::unique_ptr<SerialLine> line) {
   init_done_ = false;
   silent_echo_ = false;
   SetState(State::kUnknown);
-  if (!BecomeReady(steady_clock::now() + 2 * kSetupTimeout) && loss().empty() && !loop_.stopped()) {
-    NoteSilence(kEchoOff, 2 * kSetupTimeout);
-  }
+  const auto timeout = 2 * kSetupTimeout;
+  if (!BecomeReady(steady_clock::now() + timeout)) NoteSilence(kEchoOff, timeout);
 }
 
 void ModemDialogue::Detach() {
@@ -98,7 +107,8 @@ void ModemDialogue::Detach() {
 }
 
 ExchangeResult ModemDialogue::Exchange(std::string_view request, milliseconds timeout) {
-  const bool is_text = KindOfRequest(request) == RequestKind::kText;
+  const RequestKind kind = KindOfRequest(request);
+  const bool is_text = kind == RequestKind::kText;
   if (is_text && state_ != State::kPrompt) {
     Report(Shown(request) + " not sent, its prompt is gone");
     return {};
@@ -110,7 +120,7 @@ ExchangeResult ModemDialogue::Exchange(std::string_view request, milliseconds ti
     return {};
   }
   if (state_ == State::kNoLine) return {};
-  return Transact(request, is_text ? std::max(timeout, target_.patience) : timeout);
+  return Transact(request, IsSlow(kind) ? std::max(timeout, target_.patience) : timeout);
 }
 
 void ModemDialogue::LeavePrompt() {
@@ -149,7 +159,7 @@ bool ModemDialogue::SwitchEchoOff(SteadyTime deadline) {
     if (!Send(command, timeout)) return LineKind::kUnknown;
     AtAnswer answer(command, {},
                     [this](std::string_view line, LineKind kind) { OnForeignLine(line, kind); });
-    Collect(answer, timeout);
+    Collect(answer, command, timeout);
     return answer.state() == AtAnswer::State::kFinal ? answer.final_kind() : LineKind::kUnknown;
   };
   const LineKind result = answered(kEchoOff);
@@ -215,14 +225,12 @@ ExchangeResult ModemDialogue::Transact(std::string_view request, milliseconds ti
   AtAnswer answer(request, request_name_, [this](std::string_view line, LineKind line_kind) {
     OnForeignLine(line, line_kind);
   });
-  if (kind == RequestKind::kText) {
-    Idle(start + target_.prompt_pause);
-    text_sent_ = steady_clock::now();
-  }
+  if (kind == RequestKind::kText) Idle(start + target_.prompt_pause);
+  const auto sent = steady_clock::now();
   // Whatever follows, the modem is out of step until its answer is there.
   SetState(State::kUnknown);
   status_.Set(Shown(request) + " -> ...");
-  if (Send(request, timeout)) Collect(answer, timeout);
+  if (Send(request, timeout)) Collect(answer, request, timeout);
   const auto time = FormatDuration(steady_clock::now() - start);
   switch (answer.state()) {
     case AtAnswer::State::kPrompt: SetState(State::kPrompt); break;
@@ -232,10 +240,11 @@ ExchangeResult ModemDialogue::Transact(std::string_view request, milliseconds ti
           "modem port {}: {} was answered by a line or a list without end; is the baud "
           "rate right (baud={})?",
           target_.port, Shown(request), target_.baud);
-      return {};
+      return Unfinished(answer, kind, sent);
     case AtAnswer::State::kOpen:
       Report(fmt::format("{} -> no end of the answer within {}", Shown(request), time));
-      return Unfinished(answer, request, timeout);
+      if (answer.text().empty()) NoteSilence(request, timeout);
+      return Unfinished(answer, kind, sent);
   }
   Report(fmt::format("{} -> {} {}in {}", Shown(request),
                      answer.state() == AtAnswer::State::kPrompt ? "prompt" : answer.final_line(),
@@ -251,16 +260,14 @@ ExchangeResult ModemDialogue::Transact(std::string_view request, milliseconds ti
   return {true, std::move(answer.text()), answer.final_kind()};
 }
 
-ExchangeResult ModemDialogue::Unfinished(AtAnswer& answer, std::string_view request,
-                                         milliseconds timeout) {
+ExchangeResult ModemDialogue::Unfinished(AtAnswer& answer, RequestKind kind, SteadyTime sent) {
   if (loop_.stopped()) return {};
   std::string text = std::move(answer.text());
-  if (KindOfRequest(request) == RequestKind::kText) {
-    // The number tells that the network has the message; without the OK it would be sent again.
-    if (answer.lines() > 0) return {true, text + "OK\r\n", LineKind::kOk};
-    unconfirmed_ = request_name_;
+  // The number tells that the network has the message; without the OK it would be sent again.
+  if (kind == RequestKind::kText && answer.lines() > 0) {
+    return {true, text + "OK\r\n", LineKind::kOk};
   }
-  if (text.empty()) NoteSilence(request, timeout);
+  if (IsSlow(kind) && text.empty()) overdue_ = {kind, request_name_, sent};
   const bool of_use = loss().empty() ? !text.empty() : answer.lines() > 0;
   return of_use ? ExchangeResult{true, std::move(text), LineKind::kUnknown} : ExchangeResult{};
 }
@@ -270,9 +277,10 @@ bool ModemDialogue::Send(std::string_view request, milliseconds timeout) {
   return line_->Write(request, steady_clock::now() + timeout);
 }
 
-void ModemDialogue::Collect(AtAnswer& answer, milliseconds timeout) {
-  auto last_octet = steady_clock::now();
-  auto last_own = last_octet;
+void ModemDialogue::Collect(AtAnswer& answer, std::string_view request, milliseconds timeout) {
+  // The system has taken the request; a slow line needs its time for it still.
+  SteadyTime last_octet = steady_clock::now() + TimeOnLine(request.size(), target_.baud);
+  SteadyTime last_own = last_octet;
   std::size_t own = 0;
   while (answer.state() == AtAnswer::State::kOpen) {
     const auto deadline = std::min(last_octet + timeout, last_own + kMaxTimeouts * timeout);
@@ -283,7 +291,10 @@ void ModemDialogue::Collect(AtAnswer& answer, milliseconds timeout) {
     }
     Feed(answer, octets);
     last_octet = steady_clock::now();
-    if (std::exchange(own, answer.lines()) != answer.lines()) last_own = last_octet;
+    if (answer.octets() > own) {
+      own = answer.octets();
+      last_own = last_octet;
+    }
   }
 }
 
@@ -316,18 +327,23 @@ void ModemDialogue::OnForeignLine(std::string_view line, LineKind kind) {
     init_done_ = false;
     SetState(State::kUnknown);
   }
-  NoteConfirmation(line);
+  NoteLateAnswer(line);
 }
 
-void ModemDialogue::NoteConfirmation(std::string_view line) {
-  if (unconfirmed_.empty() || line.substr(0, unconfirmed_.size() + 1) != unconfirmed_ + ":") return;
-  unconfirmed_.clear();
+void ModemDialogue::NoteLateAnswer(std::string_view line) {
+  const auto& [kind, name, since] = overdue_;
+  if (name.empty() || line.substr(0, name.size() + 1) != name + ":") return;
+  const char* const what =
+      kind == RequestKind::kText
+          ? "the network confirmed a message only after {}, later than it was waited for, so that "
+            "the message may go out again"
+          : "the modem began its list of messages only after {}, later than it was waited for, so "
+            "that they stay in its store, as read";
+  const auto took = FormatDuration(steady_clock::now() - since);
+  overdue_ = {};
   if (std::exchange(patience_told_, true)) return;
-  const auto took = steady_clock::now() - text_sent_;
-  spdlog::warn(
-      "modem port {}: the network confirmed a message only after {}, later than it was waited for, "
-      "so that the message may go out again; set patience=60s for this port",
-      target_.port, FormatDuration(took));
+  spdlog::warn("modem port {}: {}; set patience=60s for this port", target_.port,
+               fmt::format(fmt::runtime(what), took));
 }
 
 void ModemDialogue::NoteAnswer(const AtAnswer& answer) {
@@ -342,7 +358,8 @@ void ModemDialogue::NoteAnswer(const AtAnswer& answer) {
 }
 
 void ModemDialogue::NoteSilence(std::string_view request, milliseconds timeout) {
-  if (!loss().empty() || KindOfRequest(request) == RequestKind::kText) return;
+  if (!loss().empty() || loop_.stopped()) return;
+  if (KindOfRequest(request) == RequestKind::kText) return;
   if (!std::exchange(answers_, false)) return;
   spdlog::warn(
       "modem port {}: no answer to {} within {} at {}; check the modem's power, the cable "

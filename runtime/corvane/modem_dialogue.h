@@ -57,6 +57,14 @@ class ModemDialogue {
   [[nodiscard]] std::string loss() const { return line_ == nullptr ? "" : line_->loss(); }
 
  private:
+  /// A text or a list that had no answer in time; `name`, of its command, is empty when there is
+  /// none.
+  struct Overdue {
+    RequestKind kind = RequestKind::kCommand;
+    std::string name;
+    SteadyTime since;  // when it was sent
+  };
+
   void SetState(State state);
   /// To the log, and to whoever watches.
   void Report(std::string what);
@@ -70,16 +78,15 @@ class ModemDialogue {
   [[nodiscard]] bool MaySendPin(const std::string& command);
   ExchangeResult TransactOnceSimIsReady(std::string_view command);
   ExchangeResult Transact(std::string_view request, std::chrono::milliseconds timeout);
-  ExchangeResult Unfinished(AtAnswer& answer, std::string_view request,
-                            std::chrono::milliseconds timeout);
+  ExchangeResult Unfinished(AtAnswer& answer, RequestKind kind, SteadyTime sent);
   bool Send(std::string_view request, std::chrono::milliseconds timeout);
-  void Collect(AtAnswer& answer, std::chrono::milliseconds timeout);
+  void Collect(AtAnswer& answer, std::string_view request, std::chrono::milliseconds timeout);
   void Feed(AtAnswer& answer, std::string_view octets);
   void Drop(std::string_view octets);
   void OnForeignLine(std::string_view line, LineKind kind);
   void NoteAnswer(const AtAnswer& answer);
   void NoteSilence(std::string_view request, std::chrono::milliseconds timeout);
-  void NoteConfirmation(std::string_view line);
+  void NoteLateAnswer(std::string_view line);
 
   const ModemTarget& target_;
   WaitLoop& loop_;
@@ -88,8 +95,7 @@ class ModemDialogue {
   State state_ = State::kNoLine;
   std::string stray_;         // start of a line that came while no exchange was open
   std::string request_name_;  // name of the last command
-  std::string unconfirmed_;   // name of the command whose text was sent and not confirmed in time
-  SteadyTime text_sent_;      // when that was
+  Overdue overdue_;
   bool init_done_ = false;    // since the line was opened or the modem started
   bool pin_refused_ = false;  // never to be sent again: the third failure locks the SIM
   bool silent_echo_ = false;  // the last exchange came back without an echo

@@ -68,6 +68,15 @@ Descriptor NewTerminal() {
   return Descriptor(master.Release());
 }
 
+/// The next program does not read the last one's answers. False: the terminal cannot be opened.
+bool DropUnread(const std::string& device) {
+  const Descriptor slave(
+      OpenDevice(device));  // closed on return: open, it would look like a program
+  if (slave.get() < 0) return false;
+  tcflush(slave.get(), TCIFLUSH);
+  return true;
+}
+
 /// Whether a program has the terminal open, or has left bytes in it.
 bool InUse(int master) {
   pollfd state{master, POLLIN, 0};
@@ -142,11 +151,9 @@ void PseudoTerminal::Read() {
 void PseudoTerminal::ProgramLeft() {
   open_ = false;
   writer_.Clear();
-  const Descriptor slave(OpenDevice(device_));
   // A program that claimed the terminal for itself (TIOCEXCL) has locked it for good: on a
   // pseudo-terminal the claim outlives the program. A new one takes its place.
-  if (slave.get() < 0) return Plug();
-  tcflush(slave.get(), TCIFLUSH);  // the next program does not read the last one's answers
+  if (!DropUnread(device_)) return Plug();
   AwaitProgram();
 }
 

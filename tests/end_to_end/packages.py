@@ -119,6 +119,8 @@ def check_hardening():
         assert " RWE " not in headers, file  # nothing is both writable and executable
         symbols = run("readelf", "--wide", "--dyn-syms", file)
         assert "__stack_chk_fail" in symbols or file.endswith("opcua.so"), file
+    [addin] = [file for file in files if "corvane_fb_lib" in file]
+    assert "__assert_fail@" in run("readelf", "--wide", "--dyn-syms", addin), "its assertions are left out"
     assert "_chk@" in run("readelf", "--wide", "--dyn-syms", "/usr/bin/corvane"), "not fortified"
 
 

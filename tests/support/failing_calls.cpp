@@ -15,6 +15,7 @@
 namespace {
 
 thread_local test_support::FailingCalls calls;
+std::function<int(const sockaddr_in&)> connect_elsewhere;
 
 int Fail(int error) {
   errno = error;
@@ -36,6 +37,14 @@ CallsGuard::CallsGuard(FailingCalls failing) {
 
 CallsGuard::~CallsGuard() {
   calls = {};
+}
+
+ConnectGuard::ConnectGuard(std::function<int(const sockaddr_in&)> connect) {
+  connect_elsewhere = std::move(connect);
+}
+
+ConnectGuard::~ConnectGuard() {
+  connect_elsewhere = {};
 }
 
 }  // namespace test_support
@@ -83,8 +92,9 @@ int __wrap_poll(pollfd* descriptors, nfds_t count, int timeout) {
 
 int __real_connect(int descriptor, const sockaddr* address, socklen_t length);
 int __wrap_connect(int descriptor, const sockaddr* address, socklen_t length) {
-  if (!calls.connect) return __real_connect(descriptor, address, length);
-  return Fail(calls.connect(*reinterpret_cast<const sockaddr_in*>(address)));
+  const auto& replaced = calls.connect ? calls.connect : connect_elsewhere;
+  if (!replaced) return __real_connect(descriptor, address, length);
+  return Fail(replaced(*reinterpret_cast<const sockaddr_in*>(address)));
 }
 
 int __real_getservbyname_r(const char* name, const char* protocol, servent* entry, char* buffer,

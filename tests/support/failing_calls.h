@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Calls of the C library that a test makes fail, where a real failure cannot be had: the linker
 // leads the calls of a test program's own objects here. What is not set passes through.
-// Threads: only the calls of the one that made the guard are concerned.
+// Threads: a CallsGuard concerns only the calls of the one that made it.
 #pragma once
 
 #include <ctime>
@@ -41,6 +41,15 @@ class CallsGuard {
   CallsGuard(const CallsGuard&) = delete;
   CallsGuard& operator=(const CallsGuard&) = delete;
   ~CallsGuard();
+};
+
+/// What connect() does on every other thread; none may call it while the guard comes or goes.
+class ConnectGuard {
+ public:
+  explicit ConnectGuard(std::function<int(const sockaddr_in&)> connect);
+  ConnectGuard(const ConnectGuard&) = delete;
+  ConnectGuard& operator=(const ConnectGuard&) = delete;
+  ~ConnectGuard();
 };
 
 }  // namespace test_support

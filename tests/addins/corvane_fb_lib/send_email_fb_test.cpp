@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
+#include <arpa/inet.h>
 #include <gmock/gmock.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <ctime>
@@ -283,6 +285,18 @@ TEST_F(SendEmail, UsesTheLowSixteenBitsOfPort) {
   Run("fb.Port = fb.Port - 2 * 65536");  // negative
   Send();
   EXPECT_EQ(NextCode(), "0");
+}
+
+TEST_F(SendEmail, WithPort0GoesToTheServiceMail) {
+  int port = 0;
+  const test_support::ConnectGuard guard([&port](const sockaddr_in& address) {
+    port = ntohs(address.sin_port);
+    return ENETUNREACH;
+  });
+  Create(0);
+  Send();
+  EXPECT_EQ(NextCode(), "104");
+  EXPECT_EQ(port, 25);
 }
 
 TEST_F(SendEmail, GivesNoHeedToSenderAndSecurityType) {

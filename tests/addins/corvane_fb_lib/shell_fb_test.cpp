@@ -60,6 +60,12 @@ TEST_F(Shell, CommandAndArgsMakeOneLineWithOneBlankBetween) {
   EXPECT_TRUE(test_support::WaitFor([&] { return Content("out") == "< >"; }));
 }
 
+TEST_F(Shell, ABlankAndAnAmpersandFollowTheLine) {
+  // The backslash makes the blank an argument; the ampersand behind it stays the shell's.
+  Run("fb.Command = \"printf '<%s>' >'" + Path("out") + "'\" fb.Args = '\\\\' fb.Run = true fb()");
+  EXPECT_TRUE(test_support::WaitFor([&] { return Content("out") == "< >"; }));
+}
+
 TEST_F(Shell, DoesNotWaitForTheCommand) {
   // The command ends only after the call has returned and the test has made a file.
   Run("fb.Command = \"while ! test -e '" + Path("go") + "'; do sleep 0.01; done; echo went >'" +

@@ -131,7 +131,7 @@ TEST(VariantCopy, ResetsTheReservedField) {
   EXPECT_EQ(OpcUa_VariantHlp(value).Reserved, 0);
 }
 
-TEST(VariantCopy, OfAStringArrayYieldsIndependentCopies) {
+TEST(VariantCopy, OfAStringArrayWhichHasNoTextYieldsIndependentCopies) {
   OpcUa_VariantHlp array;
   array.Datatype = OpcUaType_String;
   array.ArrayType = OpcUa_VariantArrayType_Array;
@@ -145,6 +145,9 @@ TEST(VariantCopy, OfAStringArrayYieldsIndependentCopies) {
     OpcUa_String_AttachToString(texts[i], OPCUA_STRING_LENDONTCARE, 0, OpcUa_True, OpcUa_True,
                                 &element);
   }
+  std::string text = "as it was";
+  EXPECT_EQ(array.GetString(text), OpcUa_BadNoText);
+  EXPECT_EQ(text, "as it was");
   const OpcUa_VariantHlp copy(array);
   OpcUa_Variant_Clear(&array);
   ASSERT_EQ(copy.ArrayType, OpcUa_VariantArrayType_Array);

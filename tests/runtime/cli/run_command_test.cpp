@@ -265,6 +265,19 @@ TEST_F(RunTest, AStartedCommandInheritsNoSignalThatIsIgnoredAroundTheRuntime) {
   EXPECT_EQ(SignalSet(result.out, "SigIgn:") & ((std::uint64_t{1} << 31) - 1), 0u) << result.err;
 }
 
+TEST_F(RunTest, AStartedCommandInheritsNoSignalThatIsBlockedAroundTheRuntime) {
+  sigset_t some;
+  sigset_t before;
+  sigemptyset(&some);
+  for (const int signal : {SIGTERM, SIGALRM, SIGUSR2}) sigaddset(&some, signal);
+  pthread_sigmask(SIG_BLOCK, &some, &before);
+  const auto result = RunText(
+      "local fb = SysProcessCreateWithResult.new{Command = 'cat /proc/self/status', Run = true}\n"
+      "fb() io.write(fb.Output) plc.stop()");
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  EXPECT_EQ(SignalSet(result.out, "SigBlk:"), 0u) << result.err;
+}
+
 TEST_F(RunTest, AReaderOfItsOutputThatDiesDoesNotEndTheProgram) {
   const std::string program =
       Write("function cycle() print(('x'):rep(10000)) if plc.cycle == 50 then plc.stop(3) end end");

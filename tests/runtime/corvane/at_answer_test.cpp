@@ -230,6 +230,23 @@ TEST(AtAnswer, UnknownLinesAreHandedOverWhenNothingElseCame) {
   EXPECT_EQ(Text("AT+CMGF=0\r", "\r\nRING\r\n\r\n+CREG: 1\r\n"), "");
 }
 
+TEST(AtAnswer, UnknownLinesAreNeverHandedOverAsAListOrAsTheAnswerToAText) {
+  EXPECT_EQ(Text(kList, "\r\nwhat?\r\n"), "");
+  EXPECT_EQ(Text(kText, "\r\nLOOK OUT\r\n"), "");
+}
+
+TEST(AtAnswer, CountsTheOctetsOfItsOwnLinesAlsoWhereOneIsStillComing) {
+  AtAnswer answer(kList, "+CMGL", [](std::string_view, LineKind) {});
+  const auto feed = [&answer](const std::string& octets) {
+    for (const char octet : octets) answer.Feed(octet);
+    return answer.octets();
+  };
+  EXPECT_EQ(feed("what?\r\nRING"), 0u);
+  EXPECT_EQ(feed("\r\n+CMGL: 1,0,,30\r\n"), 14u);
+  EXPECT_EQ(feed("0791"), 18u);
+  EXPECT_EQ(feed("\r\n+CMGL: 2,0,,30\r\n"), 14u + 2 + 4 + 2 + 14);
+}
+
 TEST(AtAnswer, ACutListKeepsItsWholeEntriesOnly) {
   const std::string whole = "\r\n" + Entry(1) + Entry(2) + "\r\nOK\r\n";
   const std::string first = Entry(1);
@@ -296,8 +313,10 @@ TEST(AtAnswer, RandomOctetsNeverBreakIt) {
   }
 }
 
-TEST(KindOfRequest, TellsCommandsAnnouncementsAndTextsApart) {
-  EXPECT_EQ(KindOfRequest("AT+CMGL=0\r"), RequestKind::kCommand);
+TEST(KindOfRequest, TellsCommandsListsAnnouncementsAndTextsApart) {
+  EXPECT_EQ(KindOfRequest("AT+CMGF=0\r"), RequestKind::kCommand);
+  EXPECT_EQ(KindOfRequest("AT+CMGL=0\r"), RequestKind::kList);
+  EXPECT_EQ(KindOfRequest("at+cmgr=3\r"), RequestKind::kList);
   EXPECT_EQ(KindOfRequest("AT+CMGS=18\r"), RequestKind::kAnnouncement);
   EXPECT_EQ(KindOfRequest("at+cmgw=18\r"), RequestKind::kAnnouncement);
   EXPECT_EQ(KindOfRequest("AT+CMGW=18\r"), RequestKind::kAnnouncement);

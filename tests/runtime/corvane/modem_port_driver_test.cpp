@@ -311,16 +311,18 @@ TEST_F(DriverTest, AModemThatOnlyBabblesIsNotWaitedForForEver) {
   ExpectReply(client_.Exchange(kSetPduMode, 3000), "OK\r\n");
 }
 
-TEST_F(DriverTest, PatienceLengthensTheTransferOfATextOnly) {
+TEST_F(DriverTest, PatienceIsForTextsAndLists) {
   const auto running = Start(
       [](ModemPeer& peer, const std::string& request) {
         if (request == kSetPduMode) return;
-        if (request.back() == '\x1A') std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        const bool is_slow = request == kList || request.back() == '\x1A';
+        if (is_slow) std::this_thread::sleep_for(std::chrono::milliseconds(300));
         Obey(peer, request);
       },
       ",patience=20s");
   ExpectNoAnswer(client_.Exchange(kSetPduMode, 50));
   ExpectMessageSent(client_, 50);
+  EXPECT_THAT(client_.Exchange(kList, 50, 0).text, HasSubstr("OK\r\n"));
   EXPECT_THAT(Logged("warning"), Not(Contains(HasSubstr("patience"))));
 }
 
@@ -342,6 +344,55 @@ TEST_F(DriverTest, ALateConfirmationIsToldOnceWithTheSettingThatHelps) {
   EXPECT_THAT(warnings[0], HasSubstr("set patience=60s"));
 }
 
+TEST_F(DriverTest, ALateListIsToldWithTheSettingThatHelps) {
+  const auto running = Start([](ModemPeer& peer, const std::string& request) {
+    if (request != kList) Obey(peer, request);
+  });
+  ExpectNoAnswer(client_.Exchange(kList, 50, 0));
+  peer_->Send("\r\n+CMGL: 1,0,,30\r\n" + kPdu + "\r\n" + kOk);
+  ExpectReply(client_.Exchange(kSetPduMode), "OK\r\n");
+  EXPECT_THAT(Logged("warning"),
+              Contains(AllOf(HasSubstr("the modem began its list of messages only after"),
+                             HasSubstr("set patience=60s"))));
+}
+
+// One character of a PDU is worth as much as a whole entry: on a line of 300 baud a message takes
+// ten seconds, five time-outs of a list.
+TEST_F(DriverTest, AMessageThatTricklesInIsWaitedFor) {
+  const auto running = Start([](ModemPeer& peer, const std::string& request) {
+    if (request != kList) return Obey(peer, request);
+    peer.Send("\r\n+CMGL: 1,0,,30\r\n");
+    for (const char digit : kPdu) {  // together more than five time-outs
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+      peer.Send(std::string(1, digit));
+    }
+    peer.Send(std::string("\r\n") + kOk);
+  });
+  ExpectReply(client_.Exchange(kList, 200, 0), "+CMGL: 1,0,,30\r\n" + kPdu + "\r\nOK\r\n");
+}
+
+TEST_F(DriverTest, ASlowLineGetsItsTimeForTheRequest) {
+  const auto running = Start(
+      [](ModemPeer& peer, const std::string& request) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(150));
+        Obey(peer, request);
+      },
+      ",baud=300");  // 10 octets take 333 ms
+  ExpectReply(client_.Exchange(kSetPduMode, 50), "OK\r\n");
+}
+
+TEST_F(DriverTest, NoiseIsNeitherAListNorAConfirmation) {
+  const auto running = Start([](ModemPeer& peer, const std::string& request) {
+    const bool is_slow = request == kList || request.back() == '\x1A';
+    is_slow ? peer.Send("\r\n$GPGGA: LOOK OUT,1\r\n") : Obey(peer, request);
+  });
+  ExpectNoAnswer(client_.Exchange(kList, 50, 0));
+  client_.Queue(kAnnounce, 500, 0);
+  client_.Queue(kText, 50);
+  ExpectReply(client_.WaitForReply(), ">");
+  ExpectNoAnswer(client_.WaitForReply());
+}
+
 TEST_F(DriverTest, AnAnswerThatMakesNoSenseIsHandedOver) {
   const auto running = Start([](ModemPeer& peer, const std::string& request) {
     peer.Send(request == kSetPduMode ? "\r\nwhat?\r\n" : kOk);
@@ -359,6 +410,25 @@ TEST_F(DriverTest, MegabytesWithoutALineEndFailTheExchange) {
   });
   ExpectNoAnswer(client_.Exchange(kList, 500, 0));
   ExpectReply(client_.Exchange(kSetPduMode, 10'000), "OK\r\n");
+}
+
+TEST_F(DriverTest, WhatIsWholeInFrontOfNoiseIsHandedOver) {
+  const std::string entry = "+CMGL: 1,0,,30\r\n" + kPdu + "\r\n";
+  const std::string noise(4096, '\xFF');
+  const auto running = Start([&](ModemPeer& peer, const std::string& request) {
+    if (request == kList) {
+      peer.Send("\r\n" + entry + noise);
+    } else if (request.back() == '\x1A') {
+      peer.Send("\r\n+CMGS: 12\r\n" + noise);
+    } else {
+      Obey(peer, request);
+    }
+  });
+  ExpectReply(client_.Exchange(kList, 500, 0), entry);
+  client_.Queue(kAnnounce, 10'000, 0);
+  client_.Queue(kText, 500);
+  ExpectReply(client_.WaitForReply(), ">");
+  ExpectReply(client_.WaitForReply(), "+CMGS: 12\r\nOK\r\n");
 }
 
 TEST_F(DriverTest, AListOf10000EntriesArrivesWhole) {

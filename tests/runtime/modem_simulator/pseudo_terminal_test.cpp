@@ -71,6 +71,19 @@ TEST_F(PseudoTerminalTest, LosesWhatItSendsWhileNoProgramListens) {
   EXPECT_EQ(Controller(link_).Ask("AT\r"), "AT\r\r\nOK\r\n");
 }
 
+TEST_F(PseudoTerminalTest, RestsWhenItsProgramHasLeft) {
+  boost::asio::io_context io;
+  Simulator simulator(io, Options(), stdout);
+  simulator.Start();
+  {
+    const Controller program(link_);
+    program.Write("AT\r");
+    io.run_for(std::chrono::milliseconds(100));
+  }
+  // A look every ten milliseconds, and what is left of the answer.
+  EXPECT_LT(io.run_for(std::chrono::milliseconds(200)), 40u);
+}
+
 TEST_F(PseudoTerminalTest, KeepsOneProgramsAnswersFromTheNext) {
   Bench bench(Options());
   {

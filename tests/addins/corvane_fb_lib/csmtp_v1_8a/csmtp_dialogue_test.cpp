@@ -137,6 +137,9 @@ TEST_P(SmtpRefusal, EndsWithTheCodeOfItsStage) {
   replies.*GetParam().stage = GetParam().reply;
   const ScriptedSmtpServer server(replies);
   EXPECT_EQ(CodeOfSending(server), GetParam().code);
+  if (GetParam().stage == &SmtpReplies::greeting) {
+    EXPECT_EQ(server.heard(), "");
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(

@@ -32,6 +32,11 @@ TEST(NewMail, KnowsTheNameOfTheMachine) {
   EXPECT_STREQ(CSmtp().GetLocalHostName(), "plc-7");
 }
 
+TEST(NewMailDeathTest, AnAttachmentWithoutAPathEndsTheProcess) {
+  CSmtp mail;
+  EXPECT_DEATH(mail.AddAttachment(nullptr), "path != nullptr");
+}
+
 TEST(NewMail, WithoutANameOfTheMachineIs107) {
   const CallsGuard guard({.host_name_fails = true});
   EXPECT_EQ(CodeOf([] { CSmtp mail; }), 107);
