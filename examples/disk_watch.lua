@@ -23,10 +23,10 @@ end
 -- The script lies beside this program.
 local here = debug.getinfo(1, "S").source:match("^@(.*/)") or "./"
 
--- The blocks. `df` answers within milliseconds, so the cycle may wait for it; the script may take
--- its time, so it is started in the background.
+-- The blocks. `df` answers within milliseconds, so the cycle may wait for it; where a disk hangs,
+-- `timeout` ends it. The script may take its time, so it is started in the background.
 local df = SysProcessCreateWithResult.new {
-  Command = "df -P --", -- what follows is no option, whatever it begins with
+  Command = "timeout 2 df -P --", -- what follows is no option, whatever it begins with
   Args = quoted(folder) .. " 2>&1",
 }
 local alarm = SysProcessCreate.new { Command = quoted(here .. "disk_alarm.sh") }

@@ -49,9 +49,10 @@ local send_email = SEND_EMAIL.new {
   Recipient = plc.args[6],
 }
 -- The state of the machine itself. The command's text is ours alone: nothing from an SMS is in it.
+-- The cycle waits for it; where a disk hangs, `timeout` ends it.
 local machine = SysProcessCreateWithResult.new {
   Command = "cut -d. -f1 /proc/uptime;",
-  Args = "df --output=pcent / | tail -n 1",
+  Args = "timeout 2 df --output=pcent / | tail -n 1",
 }
 -- What is done when an operator has acknowledged.
 local here = debug.getinfo(1, "S").source:match("^@(.*/)") or "./"
@@ -217,7 +218,7 @@ end
 
 local function answer_questions()
   machine.Run = #asked > 0
-  machine() -- some milliseconds; a slow command would hold the cycle, so it would need a timeout
+  machine()
   if machine.Run then
     local seconds, disk = machine.Output:match("^(%d+)%s+(%S+)")
     -- At most 67 characters: a longer plain text would go out twice.

@@ -1,10 +1,17 @@
 // SPDX-License-Identifier: MIT
-// The simulated modem with any bytes from its controller, and the network's answers at any time:
-// whatever came before, it answers again once the controller has left prompts and settings behind.
+// The simulated modem with any bytes from its controller, and the network's answers at any time.
+// The first octet chooses an oddity. Whatever came before, no message is lost or doubled between
+// network, store and controller, and the modem answers again once prompts and settings are left
+// behind: its list then has what its store has.
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "fuzz/require.h"
 #include "runtime/modem_simulator/modem.h"
@@ -17,44 +24,99 @@ using modem_simulator::Modem;
 constexpr char kNetworkAnswers = '\xFE';
 constexpr char kMessageArrives = '\xFD';
 
+constexpr int kPlaces = 3;
+
 class Host : public modem_simulator::ModemHost {
  public:
   void Transmit(std::string_view bytes) override { transmitted += bytes; }
   void AwaitNetwork(std::chrono::nanoseconds) override {}
   void Report(std::string_view line) override {
     Require(line.find_first_of("\r\n") == std::string_view::npos);
+    stored += line.starts_with("received, place ");
+    handed_on += line.starts_with("received, handed on");
+    deleted += line.starts_with("deleted place ");
+    lost += line.starts_with("lost: ");
+    int many = 0;
+    constexpr std::string_view kMany = "deleted ";
+    if (!line.starts_with(kMany) || !line.ends_with(" messages")) return;
+    std::from_chars(line.data() + kMany.size(), line.data() + line.size(), many);
+    deleted += many;
   }
   modem_simulator::TimeStamp Now() override { return {}; }
 
   std::string transmitted;
+  int stored = 0;
+  int handed_on = 0;
+  int deleted = 0;
+  int lost = 0;
 };
 
-void Play(Modem& modem, std::string_view input) {
+/// @return how many messages have arrived
+int Play(Modem& modem, std::string_view input) {
+  int arrived = 0;
   for (const char& byte : input) {
     if (byte == kNetworkAnswers) {
       modem.NetworkAnswered();
     } else if (byte == kMessageArrives) {
       Require(modem.Receive("+15550101234", "x"));
+      ++arrived;
     } else {
       modem.Feed({&byte, 1});
     }
   }
+  return arrived;
+}
+
+int Count(const std::vector<std::string>& lines, std::string_view beginning) {
+  return static_cast<int>(std::count_if(lines.begin(), lines.end(), [beginning](const auto& line) {
+    return line.starts_with(beginning);
+  }));
+}
+
+/// Messages that the network holds, the store holds, and the controller has had.
+void CheckMessages(Modem& modem, const Host& host, int arrived) {
+  const auto lines = modem.Describe();
+  const int in_store = Count(lines, "place ");
+  const int waiting = Count(lines, "waiting in the network");
+  Require(in_store <= kPlaces && (waiting == 0 || in_store == kPlaces));
+  Require(lines.at(0) == fmt::format("store: {} of {} places taken", in_store, kPlaces));
+  Require(host.stored == in_store + host.deleted);
+  Require(arrived == host.stored + host.handed_on + waiting + host.lost);
+}
+
+void CheckList(Modem& modem, Host& host) {
+  const int in_store = Count(modem.Describe(), "place ");
+  host.transmitted.clear();
+  modem.Feed("AT+CMGL=4\r");
+  int listed = 0;
+  for (std::size_t at = 0; (at = host.transmitted.find("+CMGL: ", at)) != std::string::npos; ++at) {
+    ++listed;
+  }
+  Require(listed == in_store && host.transmitted.ends_with("\r\nOK\r\n"));
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const std::string input(data, data + size);
+  if (size < 1) return 0;
+  const std::string input(data + 1, data + size);
   Host host;
   modem_simulator::ModemOptions options;
-  options.store_size = 3;
+  options.store_size = kPlaces;
+  const auto quirks = modem_simulator::QuirkTable();
+  const std::size_t quirk = data[0] % (quirks.size() + 1);
+  if (quirk > 0) options.quirks.Add(quirks[quirk - 1].quirk);
   Modem modem(options, host);
-  Play(modem, input);
+  const int arrived = Play(modem, input);
   // What waits behind an unconfirmed message may send the next one, and so on.
   for (std::size_t i = 0; i <= size; ++i) modem.NetworkAnswered();
+  CheckMessages(modem, host, arrived);
   modem.Feed("\r\x1B\rATZ\r");
   host.transmitted.clear();
   modem.Feed("ATE0\r");
-  Require(host.transmitted == "ATE0\r\r\nOK\r\n");
+  Require(host.transmitted.ends_with("\r\nOK\r\n"));
+  Require(quirk > 0 || host.transmitted == "ATE0\r\r\nOK\r\n");
+  modem.Feed("AT+CMGF=0\r");
+  CheckList(modem, host);
   return 0;
 }

@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
 # bash completion of corvane. What can stand on the command line, it asks the command itself.
+# shellcheck shell=bash
 
 _corvane() {
     local word=$2 previous=$3 index subcommand="" help choices

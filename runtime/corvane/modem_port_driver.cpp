@@ -2,6 +2,7 @@
 #include "runtime/corvane/modem_port_driver.h"
 
 #include <fmt/format.h>
+#include <spdlog/spdlog.h>
 
 #include <algorithm>
 #include <chrono>
@@ -12,6 +13,7 @@ namespace {
 
 /// A connection that is not made within this time does not hold up the program.
 constexpr std::chrono::seconds kFirstAttempts(2);
+constexpr std::size_t kMaxTold = 16;  // a program may try any number
 
 ModemPortDriver* the_driver = nullptr;  // guarded by the scan lock, as the clients are
 
@@ -33,10 +35,16 @@ ModemPortDriver::~ModemPortDriver() {
   the_driver = nullptr;
 }
 
-ModemPort* ModemPortDriver::Find(int number) {
+bool ModemPortDriver::Register(int number, void* context, PortDriverPriorityFunction priority,
+                               PortDriverRequestFunction request) {
   const auto found = std::find_if(ports_.begin(), ports_.end(),
                                   [number](const auto& port) { return port->number() == number; });
-  return found == ports_.end() ? nullptr : found->get();
+  if (found != ports_.end()) return (*found)->Register(context, priority, request);
+  if (told_.size() < kMaxTold && told_.insert(number).second) {
+    spdlog::warn("modem port {}: a block wants it, and there is none; start with --modem {}=DEVICE",
+                 number, number);
+  }
+  return false;
 }
 
 void ModemPortDriver::Unregister(void* context) {
@@ -55,9 +63,8 @@ std::vector<std::string> ModemPortDriver::Status() const {
 
 int ModemPortDriverRegister(int port, void* context, PortDriverPriorityFunction priority,
                             PortDriverRequestFunction request, void* /*extra*/) {
-  corvane::ModemPort* const found =
-      corvane::the_driver == nullptr ? nullptr : corvane::the_driver->Find(port);
-  return found != nullptr && found->Register(context, priority, request) ? 0 : 1;
+  corvane::ModemPortDriver* const driver = corvane::the_driver;
+  return driver != nullptr && driver->Register(port, context, priority, request) ? 0 : 1;
 }
 
 void ModemPortDriverUnregister(void* context) {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -25,8 +26,9 @@ class ModemPortDriver {
   /// Refuses further clients, then ends the ports' threads. The caller does not hold the lock.
   ~ModemPortDriver();
 
-  /// Null when the number is not configured.
-  [[nodiscard]] ModemPort* Find(int number);
+  /// As ModemPortDriverRegister; a number that is not configured is told once.
+  bool Register(int number, void* context, PortDriverPriorityFunction priority,
+                PortDriverRequestFunction request);
   void Unregister(void* context);
   /// A line for each port that tells what goes on there. Any thread.
   [[nodiscard]] std::vector<std::string> Status() const;
@@ -34,6 +36,7 @@ class ModemPortDriver {
  private:
   ScanLock& lock_;
   std::vector<std::unique_ptr<ModemPort>> ports_;
+  std::set<int> told_;  // numbers that clients wanted and that are not configured
 };
 
 }  // namespace corvane

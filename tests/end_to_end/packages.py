@@ -187,6 +187,8 @@ def use_packages(project, folder, packages):
     check_headers(pages, "/tmp/addin")
     run(*install, *names)  # an upgrade keeps everything
     check_use(pages)
+    shell("mkdir -p /etc/systemd/system/multi-user.target.wants; cd /etc/systemd/system/multi-user.target.wants;"
+          "ln -s /usr/lib/systemd/system/corvane@.service corvane@pump.service")  # as systemctl enable does
     run("dpkg", "--purge", "corvane", "corvane-dev")
     # Somebody's program stays, and nothing else.
     assert leftovers("/tmp/upper") == ["etc/corvane"], leftovers("/tmp/upper")

@@ -595,6 +595,17 @@ TEST_F(DriverTest, APortThatIsNotConfiguredIsRefused) {
   EXPECT_NE(client.Register(-1), 0);
 }
 
+TEST_F(DriverTest, APortThatIsNotConfiguredIsToldOnce) {
+  const auto running = Start(Obey);
+  DriverClient client;
+  for (int round = 0; round < 3; ++round) EXPECT_NE(client.Register(9), 0);
+  EXPECT_THAT(Logged("warning"),
+              ElementsAre(HasSubstr("modem port 9: a block wants it, and there is none; start with "
+                                    "--modem 9=DEVICE")));
+  for (int port = 100; port < 200; ++port) EXPECT_NE(client.Register(port), 0);
+  EXPECT_THAT(Logged("warning").size(), testing::Lt(20u));
+}
+
 TEST_F(DriverTest, ADeviceThatIsNotThereIsRefusedUntilItComes) {
   const auto running = Start(Obey);
   peer_->Unplug();
