@@ -1,6 +1,7 @@
 #!/bin/bash
 # SPDX-License-Identifier: MIT
-# analyse.sh: what clang-tidy (.clang-tidy) and cppcheck say about the programs. Silent when they have no complaint.
+# analyse.sh: what clang-tidy (.clang-tidy) says about the programs, and cppcheck about these and the tests. Silent
+# when they have no complaint.
 set -uo pipefail
 cd "$(dirname "$0")/.." || exit 1
 log=build/analysis.log
@@ -17,6 +18,7 @@ if ! run-clang-tidy -p build/tidy -j "$(nproc)" -quiet -extra-arg=-Wno-unknown-w
 fi
 
 cppcheck --enable=warning,performance,portability --std=c++20 --quiet -j "$(nproc)" --inline-suppr \
-    --error-exitcode=1 -Iinclude -I. addins runtime include || failed=1
+    --library=googletest --error-exitcode=1 -Iinclude -I. \
+    addins runtime include examples fuzz benchmarks tests || failed=1
 
 exit $failed
