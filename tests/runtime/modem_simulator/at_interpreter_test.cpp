@@ -40,6 +40,86 @@ TEST_F(AtInterpreterTest, SwitchesEchoOffAndOn) {
   EXPECT_EQ(Ask("AT\r"), "AT\r\r\nOK\r\n");
 }
 
+/// A command and the lines that answer it in front of OK; "!" begins an error that answers alone.
+struct Answered {
+  std::string command;
+  std::string answer;
+};
+
+class EveryCommand : public testing::TestWithParam<Answered> {};
+
+TEST_P(EveryCommand, HasItsAnswer) {
+  FakeHost host;
+  Modem modem(ModemOptions{}, host);
+  Exchange(modem, host, "ATE0;+CMEE=1\r");
+  const std::string& answer = GetParam().answer;
+  const bool fails = answer.starts_with('!');
+  const std::string lines = fails || answer.empty() ? "" : "\r\n" + answer + "\r\n";
+  EXPECT_EQ(Exchange(modem, host, GetParam().command + "\r"),
+            lines + "\r\n" + (fails ? answer.substr(1) : "OK") + "\r\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Network, EveryCommand,
+    testing::Values(Answered{"AT+CPIN=?", ""}, Answered{"AT+CPIN", "!ERROR"},
+                    Answered{"AT+CPIN=1234", "!+CME ERROR: 3"},
+                    Answered{"AT+CSQ=?", "+CSQ: (0-31,99),(0-7,99)"},
+                    Answered{"AT+CREG=?", "+CREG: (0-1)"}, Answered{"AT+CREG=2", "!ERROR"},
+                    Answered{"AT+CGREG=1;+CGREG?", "+CGREG: 1,1"},
+                    Answered{"AT+COPS=?", "+COPS: (2,\"Corvane\",\"Corvane\",\"00101\")"},
+                    Answered{"AT+COPS?", "+COPS: 0,0,\"Corvane\""},
+                    Answered{"AT+CFUN=?", "+CFUN: (1)"}, Answered{"AT+CFUN?", "+CFUN: 1"},
+                    Answered{"AT+CFUN=0", "!+CME ERROR: 3"}, Answered{"AT+CIMI=?", ""},
+                    Answered{"AT+CIMI", "310150123456789"}, Answered{"AT+CPAS", "+CPAS: 0"},
+                    Answered{"AT+CPAS=?", "+CPAS: (0)"}, Answered{"AT+CCLK", ""}));
+
+INSTANTIATE_TEST_SUITE_P(
+    Messages, EveryCommand,
+    testing::Values(
+        Answered{"AT+CMGF=?", "+CMGF: (0,1)"}, Answered{"AT+CMGF=2", "!ERROR"},
+        Answered{"AT+CPMS=?", "+CPMS: (\"SM\"),(\"SM\"),(\"SM\")"},
+        Answered{"AT+CPMS?", "+CPMS: \"SM\",0,20,\"SM\",0,20,\"SM\",0,20"},
+        Answered{"AT+CPMS=\"SM\"", "+CPMS: 0,20,0,20,0,20"},
+        Answered{"AT+CPMS=\"ME\"", "!+CMS ERROR: 302"}, Answered{"AT+CSCA=?", ""},
+        Answered{"AT+CSCA", "!ERROR"}, Answered{"AT+CSCA=\"x\"", "!+CMS ERROR: 305"},
+        Answered{"AT+CSCA=\"+4915\";+CSCA?", "+CSCA: \"+4915\",145"},
+        Answered{"AT+CNMI=?", "+CNMI: (0-2),(0-2),(0),(0),(0,1)"},
+        Answered{"AT+CNMI=2,2;+CNMI?", "+CNMI: 2,2,0,0,0"},
+        Answered{"AT+CNMI;+CNMI?", "+CNMI: 0,0,0,0,0"}, Answered{"AT+CNMI=2,3", "!+CMS ERROR: 302"},
+        Answered{"AT+CNMI=2,1,0,0,0,0", "!+CMS ERROR: 302"}, Answered{"AT+CSMS=?", "+CSMS: (0)"},
+        Answered{"AT+CSMS?", "+CSMS: 0,1,1,0"}, Answered{"AT+CSMS=0", "+CSMS: 1,1,0"},
+        Answered{"AT+CSMS=1", "!+CMS ERROR: 302"}, Answered{"AT+CMGR=?", ""},
+        Answered{"AT+CMGR=1", ""}, Answered{"AT+CMGR=21", "!+CMS ERROR: 321"},
+        Answered{"AT+CMGL=?", "+CMGL: (0-4)"}, Answered{"AT+CMGL=5", "!+CMS ERROR: 304"},
+        Answered{"AT+CMGD=?", "+CMGD: (1-20),(0-4)"}, Answered{"AT+CMGD=21", "!+CMS ERROR: 321"},
+        Answered{"AT+CMGD=1", "!+CMS ERROR: 321"}, Answered{"AT+CMGD=0,4", ""}));
+
+INSTANTIATE_TEST_SUITE_P(General, EveryCommand,
+                         testing::Values(Answered{"AT+CMEE=?", "+CMEE: (0-2)"},
+                                         Answered{"AT+CMEE?", "+CMEE: 1"},
+                                         Answered{"AT+CMEE=3", "!ERROR"},
+                                         Answered{"AT+CSCS=?", "+CSCS: (\"GSM\",\"UCS2\")"},
+                                         Answered{"AT+CSCS=\"UCS2\";+CSCS?", "+CSCS: \"UCS2\""},
+                                         Answered{"AT+CSCS", "!ERROR"},
+                                         Answered{"AT+CSCS=\"IRA\"", "!ERROR"},
+                                         Answered{"ATD123;", "!NO CARRIER"}));
+
+TEST_F(AtInterpreterTest, SaysThatAPinIsWrongAndAtLastThatTheCardIsBlocked) {
+  ModemOptions options;
+  options.pin = "1234";
+  FakeHost host;
+  Modem modem(options, host);
+  Exchange(modem, host, "ATE0;+CMEE=1\r");
+  EXPECT_EQ(Exchange(modem, host, "AT+CIMI\r"), "\r\n+CME ERROR: 11\r\n");
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(Exchange(modem, host, "AT+CPIN=1\r"), "\r\n+CME ERROR: 16\r\n");
+    EXPECT_EQ(host.reports.back(), "wrong PIN");
+  }
+  EXPECT_EQ(Exchange(modem, host, "AT+CPIN=1\r"), "\r\n+CME ERROR: 12\r\n");
+  EXPECT_EQ(host.reports.back(), "wrong PIN: the SIM card is blocked");
+  EXPECT_EQ(Exchange(modem, host, "AT+CIMI\r"), "\r\n+CME ERROR: 12\r\n");
+}
+
 TEST_F(AtInterpreterTest, EchoesEachByteWhenItComes) {
   modem_.Feed("A");
   EXPECT_EQ(host_.Take(), "A");
