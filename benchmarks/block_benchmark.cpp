@@ -122,6 +122,8 @@ void MemoryPerBlock(benchmark::State& state, const char* type) {
   state.counters["bytes_per_block"] = bytes;
 }
 BENCHMARK_CAPTURE(MemoryPerBlock, SysProcessCreate, "SysProcessCreate")->Iterations(1);
+BENCHMARK_CAPTURE(MemoryPerBlock, SysProcessCreateWithResult, "SysProcessCreateWithResult")
+    ->Iterations(1);
 BENCHMARK_CAPTURE(MemoryPerBlock, SEND_SMS, "SEND_SMS")->Iterations(1);
 BENCHMARK_CAPTURE(MemoryPerBlock, READ_SMS, "READ_SMS")->Iterations(1);
 BENCHMARK_CAPTURE(MemoryPerBlock, PEER, kPeer)->Iterations(1);

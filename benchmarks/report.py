@@ -130,11 +130,15 @@ def sending():
             file.write(f"[gammu]\ndevice = {folder}/modem\nconnection = at\nmodel = at\n")
         with open(folder + "/batch", "w", encoding="utf-8") as file:
             file.write('sendsms TEXT +4915112345678 -text "Pump 3 has stopped"\n' * 10)
-        ours = messages_per_minute(folder, 100, f"{build}/bin/corvane", "run", folder + "/sender.lua",
-                                   "--cycle", "5ms", "--modem", f"1={folder}/modem")
-        peer = messages_per_minute(folder, 10, "gammu", "-c", folder + "/gammu.conf", "batch", folder + "/batch")
-    rows.append(("messages sent to a simulated modem, 100 by us, 10 by the peer", f"{ours:.0f} a minute", f"gammu: {peer:.0f} a minute",
-                 "3 times the peer", ours >= 3 * peer))
+        ours, ratios = [], []
+        for _ in range(3):
+            ours.append(messages_per_minute(folder, 100, f"{build}/bin/corvane", "run", folder + "/sender.lua",
+                                            "--cycle", "5ms", "--modem", f"1={folder}/modem"))
+            peer = messages_per_minute(folder, 10, "gammu", "-c", folder + "/gammu.conf", "batch", folder + "/batch")
+            ratios.append(ours[-1] / peer)
+    rows.append(("messages sent to a simulated modem in a minute, 100 by us, 10 by gammu", f"{median(ours):.0f}",
+                 f"{median(ratios):.0f} times the peer ({min(ratios):.0f} to {max(ratios):.0f})",
+                 "at least 3 times", median(ratios) >= 3))
 
 
 def base64():
