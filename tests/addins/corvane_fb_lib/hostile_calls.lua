@@ -430,6 +430,38 @@ function tests.lives_of_blocks(share)
   return calls
 end
 
+-- Every value in every input while the block works with it. As commands they are words that no
+-- shell knows; the server stays this machine, so that no name service is asked.
+function tests.inputs_at_work(share)
+  local starts = { "Send", "Run", "Read" }
+  local function work(block)
+    for _, edge in ipairs { false, true } do
+      for _, input in ipairs(starts) do block[input] = edge end
+      local ok, message = pcall(block)
+      assert(ok or type(message) == "string")
+      host.drive()
+    end
+  end
+  for _, type_name in ipairs(TYPE_NAMES) do
+    -- Each e-mail that fails keeps a descriptor.
+    local some = type_name == "SEND_EMAIL" and 8 * share or share
+    for _, name in ipairs(names_of[type_name]) do
+      for i = 1, #values do
+        if name ~= "Server" and random(some) == 1 then
+          secure()
+          local block = alive[type_name]
+          pcall(function() block[name] = value_at(i) end)
+          work(block)
+          block[name] = nil
+          assert(canary.Message == "canary")
+          calls = calls + 1
+        end
+      end
+    end
+  end
+  return calls
+end
+
 -- Operators and the library's functions on blocks.
 function tests.operators(share)
   local operators = {

@@ -144,6 +144,10 @@ TEST_F(HostileCalls, BetweenThoseOfTheModemDriverLeaveTheBlocksAlive) {
   Attack("lives_of_blocks");
 }
 
+TEST_F(HostileCalls, OnBlocksAtWorkWithHostileInputsAreErrorsOfLuaOrDone) {
+  Attack("inputs_at_work");
+}
+
 TEST_F(HostileCalls, ByOperatorsAndTheLibraryAreErrorsOfLua) {
   Attack("operators");
 }
