@@ -89,7 +89,7 @@ void CheckList(Modem& modem, Host& host) {
   host.transmitted.clear();
   modem.Feed("AT+CMGL=4\r");
   int listed = 0;
-  for (std::size_t at = 0; (at = host.transmitted.find("+CMGL: ", at)) != std::string::npos; ++at) {
+  for (std::size_t at = 0; (at = host.transmitted.find("+CMGL:", at)) != std::string::npos; ++at) {
     ++listed;
   }
   Require(listed == in_store && host.transmitted.ends_with("\r\nOK\r\n"));
