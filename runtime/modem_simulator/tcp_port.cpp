@@ -5,8 +5,11 @@
 #include <fmt/format.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
 
 namespace modem_simulator {
@@ -14,17 +17,39 @@ namespace {
 
 using Tcp = boost::asio::ip::tcp;
 
-Tcp::endpoint Resolve(boost::asio::io_context& io, const std::string& address) {
-  const std::size_t colon = address.rfind(':');
-  if (colon == std::string::npos) {
-    throw std::runtime_error(
-        fmt::format("'{}' is no address; write HOST:PORT, such as 127.0.0.1:4001", address));
+struct HostAndPort {
+  std::string host;
+  unsigned short port = 0;
+};
+
+/// HOST:PORT, a host that is an IPv6 address in brackets. Throws std::runtime_error when it is
+/// none. (The system's own reading would take 99999 for 34463.)
+HostAndPort Split(const std::string& address) {
+  HostAndPort parts;
+  const std::size_t colon = std::min(address.rfind(':'), address.size());
+  parts.host = address.substr(0, colon);
+  const std::string_view digits =
+      std::string_view(address).substr(std::min(colon + 1, address.size()));
+  const auto [rest, error] =
+      std::from_chars(digits.data(), digits.data() + digits.size(), parts.port);
+  const bool number = error == std::errc() && rest == digits.data() + digits.size();
+  if (parts.host.size() > 2 && parts.host.starts_with('[') && parts.host.ends_with(']')) {
+    parts.host = parts.host.substr(1, parts.host.size() - 2);
   }
-  std::string host = address.substr(0, colon);
-  if (host.starts_with('[') && host.ends_with(']')) host = host.substr(1, host.size() - 2);
+  if (!number || parts.host.empty() || parts.host.find_first_of("[]") != std::string::npos) {
+    throw std::runtime_error(
+        fmt::format("'{}' is no address; write HOST:PORT with a port from 0 to 65535, such as "
+                    "127.0.0.1:4001",
+                    address));
+  }
+  return parts;
+}
+
+Tcp::endpoint Resolve(boost::asio::io_context& io, const std::string& address) {
+  const HostAndPort parts = Split(address);
   boost::system::error_code error;
-  const auto found =
-      Tcp::resolver(io).resolve(host, address.substr(colon + 1), Tcp::resolver::passive, error);
+  const auto found = Tcp::resolver(io).resolve(parts.host, std::to_string(parts.port),
+                                               Tcp::resolver::passive, error);
   if (error) throw std::runtime_error(fmt::format("address {}: {}", address, error.message()));
   return found.begin()->endpoint();
 }

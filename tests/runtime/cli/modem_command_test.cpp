@@ -94,6 +94,9 @@ TEST_F(ModemCommandTest, RefusesOptionsThatMakeNoSense) {
   ExpectUsageError(Run({"--quirk", "none"}), "'none' is no quirk");
   ExpectUsageError(Run({"--time", "noon"}), "'noon' is no time");
   ExpectUsageError(Run({"--tcp", "4001"}), "'4001' is no address; write HOST:PORT");
+  ExpectUsageError(Run({"--tcp", "127.0.0.1:99999"}),
+                   "'127.0.0.1:99999' is no address; write HOST:PORT with a port from 0 to 65535");
+  ExpectUsageError(Run({"--tcp", "127.0.0.1:65536"}), "'127.0.0.1:65536' is no address");
 }
 
 TEST_F(ModemCommandTest, LeavesAFileInPlaceOfItsLinkAlone) {

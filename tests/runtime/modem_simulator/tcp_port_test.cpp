@@ -69,9 +69,20 @@ TEST_F(TcpPortTest, DropsTheConnectionAndRefusesWhileUnplugged) {
 
 TEST(TcpPortAddress, IsCheckedWithAClearWord) {
   boost::asio::io_context io;
-  for (const char* address : {"4001", "", "127.0.0.1:port", "no such host:1"}) {
+  for (const char* address :
+       {"4001", "", ":4001", "127.0.0.1:", "127.0.0.1:port", "127.0.0.1:1x", "127.0.0.1:-1",
+        "127.0.0.1: 1", "127.0.0.1:65536", "127.0.0.1:99999", "127.0.0.1:4294967297", "[::1:4001",
+        "::1]:4001", "[]:4001", "no such host:1"}) {
     EXPECT_THROW(TcpPort(io, address, 0, nullptr), std::runtime_error) << address;
   }
+}
+
+TEST(TcpPortAddress, MayHaveEveryPort) {
+  boost::asio::io_context io;
+  for (const char* address : {"127.0.0.1:0", "127.0.0.1:1", "127.0.0.1:65535"}) {
+    EXPECT_EQ(TcpPort(io, address, 0, nullptr).Address(), std::string("tcp=") + address);
+  }
+  EXPECT_EQ(TcpPort(io, "[::1]:4001", 0, nullptr).Address(), "tcp=[::1]:4001");
 }
 
 TEST(TcpPortAddress, ThatIsTakenIsAnError) {
