@@ -3,12 +3,12 @@
 
 #include <fmt/format.h>
 
-#include <cerrno>
-#include <fstream>
 #include <map>
 #include <memory>
 #include <string>
-#include <system_error>
+#include <vector>
+
+#include "runtime/cli/text_file.h"
 
 namespace corvane::cli {
 namespace {
@@ -63,11 +63,19 @@ class Unset {
   std::map<const CLI::Option*, bool> unset_;
 };
 
+std::vector<std::string> Lines(const std::string& path) {
+  try {
+    return ReadLines("configuration", path);
+  } catch (const TextFileError& error) {
+    throw CLI::ConfigError(error.what());
+  }
+}
+
 void ReadConfig(CLI::App& command, const std::string& path) {
-  std::ifstream file(path);
   Unset unset;
-  std::string line;
-  for (int number = 1; std::getline(file, line); ++number) {
+  int number = 0;
+  for (std::string& line : Lines(path)) {
+    ++number;
     CLI::detail::trim(line);
     if (line.empty() || line.front() == '#') continue;
     try {
@@ -77,10 +85,6 @@ void ReadConfig(CLI::App& command, const std::string& path) {
     } catch (const CLI::ParseError& error) {
       throw CLI::ConfigError(fmt::format("{}:{}: {}", path, number, error.what()));
     }
-  }
-  if (!file.eof()) {  // missing, forbidden, a folder
-    throw CLI::ConfigError(fmt::format("configuration {} cannot be read: {}", path,
-                                       std::generic_category().message(errno)));
   }
 }
 

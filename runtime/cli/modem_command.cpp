@@ -7,7 +7,6 @@
 #include <boost/asio/signal_set.hpp>
 #include <csignal>
 #include <cstdio>
-#include <fstream>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -15,6 +14,7 @@
 
 #include "runtime/cli/commands.h"
 #include "runtime/cli/log_setup.h"
+#include "runtime/cli/text_file.h"
 #include "runtime/corvane/duration.h"
 #include "runtime/modem_simulator/console.h"
 #include "runtime/modem_simulator/line_reader.h"
@@ -70,18 +70,16 @@ modem_simulator::SimulatorOptions MakeOptions(const ModemCommandOptions& options
 
 /// The scenario's actions, in order. Throws std::runtime_error naming the line at fault.
 std::vector<modem_simulator::Controls::Action> LoadScenario(const std::string& path) {
-  std::ifstream file(path);
-  if (!file) throw std::runtime_error(fmt::format("scenario {} cannot be read", path));
   std::vector<modem_simulator::Controls::Action> actions;
-  std::string text;
-  for (int number = 1; std::getline(file, text); ++number) {
+  int number = 0;
+  for (const std::string& text : ReadLines("scenario", path)) {
+    ++number;
     ConsoleLine line = modem_simulator::ParseConsoleLine(text);
     if (!line.error.empty()) {
       throw std::runtime_error(fmt::format("{}:{}: {}", path, number, line.error));
     }
     if (line.action) actions.push_back(std::move(line.action));
   }
-  if (file.bad()) throw std::runtime_error(fmt::format("scenario {} cannot be read", path));
   return actions;
 }
 

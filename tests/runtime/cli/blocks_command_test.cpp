@@ -50,7 +50,10 @@ TEST(BlocksCommand, OutputThatCannotBeWrittenIsAFailure) {
 TEST(BlocksCommand, AWrongAddinIsOneClearLine) {
   const auto result = RunCommand({CORVANE, "blocks", "--addin", "/no/such.so"});
   EXPECT_EQ(result.status, 2);
-  EXPECT_EQ(result.err, "corvane: add-in /no/such.so does not exist; check the path\n");
+  EXPECT_EQ(
+      result.err,
+      "corvane: --addin: add-in /no/such.so does not exist; check the path (try corvane blocks "
+      "--help)\n");
 }
 
 }  // namespace

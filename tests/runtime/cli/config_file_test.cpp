@@ -70,7 +70,7 @@ TEST_F(ConfigFileTest, TheProgramsWordsTakeALineEachAndKeepBlanksCommasAndHashes
 
 TEST_F(ConfigFileTest, ARepeatableOptionTakesALineEach) {
   const auto result = RunWith("addin = " ADDIN_FILE "\naddin = /no/such.so\n");
-  ExpectUsageError(result, "add-in /no/such.so does not exist");
+  ExpectUsageError(result, "options.conf:2: --addin: add-in /no/such.so does not exist");
 }
 
 TEST_F(ConfigFileTest, AnUnknownNameIsOneClearLineWithTheName) {
@@ -108,6 +108,26 @@ TEST_F(ConfigFileTest, AFileThatCannotBeReadIsOneClearLine) {
     ExpectUsageError(test_support::RunCommand({CORVANE, "run", program, "--config", path}),
                      "configuration " + path + " cannot be read: ");
   }
+}
+
+TEST_F(ConfigFileTest, AFileThatIsNoTextOrHasNoEndIsOneClearLine) {
+  const std::string program = Write("program.lua", "plc.stop()");
+  ExpectUsageError(test_support::RunCommand({CORVANE, "run", program, "--config", "/dev/zero"}),
+                   "configuration /dev/zero is no text file");
+  ExpectUsageError(
+      test_support::RunCommand(
+          {"/bin/sh", "-c", "yes | \"$0\" run \"$1\" --config /dev/stdin", CORVANE, program}),
+      "configuration /dev/stdin is longer than 16 MiB");
+}
+
+TEST_F(ConfigFileTest, APipeMayHoldIt) {
+  const std::string program = Write("program.lua", "function cycle() print(plc.cycle) end");
+  const auto result = test_support::RunCommand(
+      {"/bin/sh", "-c",
+       "printf 'cycles = 2\\ncycle = 1ms\\n' | \"$0\" run \"$1\" --config /dev/stdin", CORVANE,
+       program});
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_EQ(result.out, "1\n2\n");
 }
 
 }  // namespace

@@ -84,6 +84,21 @@ TEST_F(ModemCommandTest, RefusesAScenarioThatCannotBeRead) {
                    "scenario " + folder_.path().string() + " cannot be read");
 }
 
+TEST_F(ModemCommandTest, RefusesAScenarioThatIsNoTextOrHasNoEnd) {
+  ExpectUsageError(Run({"--scenario", "/dev/zero"}), "scenario /dev/zero is no text file");
+  ExpectUsageError(
+      RunCommand({"/bin/sh", "-c", "yes '#' | \"$0\" modem --scenario /dev/stdin", CORVANE}),
+      "scenario /dev/stdin is longer than 16 MiB");
+}
+
+TEST_F(ModemCommandTest, TakesAScenarioFromAPipe) {
+  const auto result =
+      RunCommand({"/bin/sh", "-c",
+                  "echo quit | \"$0\" modem --tcp 127.0.0.1:0 --scenario /dev/stdin", CORVANE});
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_THAT(result.out, StartsWith("ready tcp="));
+}
+
 TEST_F(ModemCommandTest, RefusesOptionsThatMakeNoSense) {
   ExpectUsageError(Run({"--store-size", "0"}), "--store-size");
   ExpectUsageError(Run({"--store-size", "10001"}), "--store-size");

@@ -121,6 +121,14 @@ TEST_F(RunTest, AnAddinThatIsNoLibraryIsOneClearLine) {
                    "cannot load add-in");
 }
 
+TEST_F(RunTest, AnAddinThatIsNoFileIsOneClearLineAndNothingHangs) {
+  ASSERT_EQ(mkfifo(Path("pipe").c_str(), 0600), 0);
+  for (const std::string& path :
+       {Path("pipe"), folder_.path().string(), std::string("/dev/null")}) {
+    ExpectUsageError(RunWords({Write("plc.stop()"), "--addin", path}), path + " is no file");
+  }
+}
+
 TEST_F(RunTest, AnAddinWithoutInitAddinIsOneClearLine) {
   ExpectUsageError(RunWords({Write("plc.stop()"), "--addin", LIBRARY_FILE}), "it has no InitAddin");
 }

@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: MIT
+// A text file that a user names: a configuration, a scenario.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace corvane::cli {
+
+/// A file that cannot be used; what() names it and the reason.
+class TextFileError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// The file's lines without their line feeds. It may be a pipe or a terminal, too, and is read to
+/// its end. `role`, such as "scenario", says in an error what the file is for.
+///
+/// Throws TextFileError for a file that cannot be read, that holds a NUL and so is no text, or
+/// that has more than kLongestTextFile octets.
+[[nodiscard]] std::vector<std::string> ReadLines(const std::string& role, const std::string& path);
+
+inline constexpr std::size_t kLongestTextFile = std::size_t{16} << 20;
+
+}  // namespace corvane::cli
