@@ -13,6 +13,8 @@
 namespace corvane::cli {
 namespace {
 
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+
 std::string ReadText(const std::string& role, const std::string& path) {
   std::ifstream file(path);
   std::string text;
@@ -38,7 +40,8 @@ std::string ReadText(const std::string& role, const std::string& path) {
 }  // namespace
 
 std::vector<std::string> ReadLines(const std::string& role, const std::string& path) {
-  const std::string text = ReadText(role, path);
+  std::string text = ReadText(role, path);
+  if (text.starts_with(kByteOrderMark)) text.erase(0, kByteOrderMark.size());
   std::vector<std::string> lines;
   for (std::size_t begin = 0; begin < text.size();) {
     const std::size_t end = std::min(text.find('\n', begin), text.size());

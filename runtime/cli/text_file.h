@@ -2,6 +2,7 @@
 // A text file that a user names: a configuration, a scenario.
 #pragma once
 
+#include <cstddef>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -14,8 +15,9 @@ class TextFileError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// The file's lines without their line feeds. It may be a pipe or a terminal, too, and is read to
-/// its end. `role`, such as "scenario", says in an error what the file is for.
+/// The file's lines without their line feeds and without a UTF-8 byte order mark in front. It may
+/// be a pipe or a terminal, too, and is read to its end. `role`, such as "scenario", says in an
+/// error what the file is for.
 ///
 /// Throws TextFileError for a file that cannot be read, that holds a NUL and so is no text, or
 /// that has more than kLongestTextFile octets.

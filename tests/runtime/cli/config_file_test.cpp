@@ -52,6 +52,13 @@ TEST_F(ConfigFileTest, TheLastLineNeedsNoLineFeedAndAnEmptyFileSaysNothing) {
   EXPECT_EQ(RunWith("", {"--cycles", "1"}).out, "\n1\n");
 }
 
+TEST_F(ConfigFileTest, AByteOrderMarkInFrontSaysNothing) {
+  EXPECT_EQ(RunWith("\xEF\xBB\xBF"
+                    "cycles = 1\n")
+                .out,
+            "\n1\n");
+}
+
 TEST_F(ConfigFileTest, TheCommandLineWins) {
   const auto result = RunWith("cycles = 5\ncycle = 1ms\n", {"--cycles", "1"});
   EXPECT_EQ(result.status, 0);

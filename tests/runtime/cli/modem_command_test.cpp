@@ -91,6 +91,10 @@ TEST_F(ModemCommandTest, RefusesAScenarioThatIsNoTextOrHasNoEnd) {
       "scenario /dev/stdin is longer than 16 MiB");
 }
 
+TEST_F(ModemCommandTest, SkipsAByteOrderMarkInFrontOfAScenario) {
+  EXPECT_EQ(Run({"--tcp", "127.0.0.1:0", "--scenario", Scenario("\xEF\xBB\xBFquit\n")}).status, 0);
+}
+
 TEST_F(ModemCommandTest, TakesAScenarioFromAPipe) {
   const auto result =
       RunCommand({"/bin/sh", "-c",
