@@ -3,6 +3,7 @@
 
 #include <fmt/format.h>
 
+#include <boost/algorithm/string/replace.hpp>
 #include <map>
 #include <memory>
 #include <string>
@@ -27,7 +28,7 @@ Setting ParseLine(const std::string& line) {
                   CLI::detail::trim_copy(line.substr(equals + 1))};
   std::string& value = setting.value;
   if (value.size() >= 2 && value.front() == '"' && value.back() == '"') {
-    value = value.substr(1, value.size() - 2);
+    value = boost::replace_all_copy(value.substr(1, value.size() - 2), "\\\"", "\"");
   }
   return setting;
 }

@@ -173,10 +173,15 @@ void AddRunCommand(CLI::App& app, Action& action) {
   command->add_option("--cycles", options->cycles, "End after so many cycles; 0: no limit")
       ->check(CheckCount);
   command
-      ->add_option("--modem", options->modems,
-                   "PORT=DEVICE or PORT=tcp:HOST:PORT, with ,SETTING=VALUE behind it (baud, flow,\n"
-                   "patience, poll, prompt-pause, init): the modem that blocks find under Port;\n"
-                   "repeatable. See docs/modem.md")
+      ->add_option_function<std::vector<std::string>>(
+          "--modem",
+          [options](const std::vector<std::string>& modems) {
+            CheckModems(modems);
+            options->modems = modems;
+          },
+          "PORT=DEVICE or PORT=tcp:HOST:PORT, with ,SETTING=VALUE behind it (baud, flow,\n"
+          "patience, poll, prompt-pause, init): the modem that blocks find under Port;\n"
+          "repeatable. See docs/modem.md")
       ->expected(1)
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
   AddAddinOption(*command, options->addins);
@@ -198,7 +203,6 @@ void AddRunCommand(CLI::App& app, Action& action) {
       "a\n"
       "cycle that does not end.");
   command->callback([options, &action] {
-    CheckModems(options->modems);
     action = [options] { return options->check ? Check(*options) : Run(*options); };
   });
 }

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <boost/algorithm/string/replace.hpp>
 #include <charconv>
 #include <optional>
 
@@ -107,11 +108,20 @@ bool BeginsSetting(std::string_view text) {
   return name != 0 && name != std::string_view::npos && text[name] == '=';
 }
 
+/// Where the quote is that closes the one at the front of `text`; npos: nowhere. Behind a backslash
+/// it belongs to the value.
+std::size_t ClosingQuote(std::string_view text) {
+  std::size_t quote = text.find('"', 1);
+  while (quote != std::string_view::npos && text[quote - 1] == '\\')
+    quote = text.find('"', quote + 1);
+  return quote;
+}
+
 /// Where the value at the front of `text` ends: at a comma, for `init` at one that a setting
 /// follows, or behind its closing quote.
 std::size_t EndOfValue(std::string_view name, std::string_view text) {
   if (!text.empty() && text.front() == '"') {
-    const std::size_t quote = text.find('"', 1);
+    const std::size_t quote = ClosingQuote(text);
     const std::size_t end = quote == std::string_view::npos ? text.size() : quote + 1;
     if (quote != std::string_view::npos && (end == text.size() || text[end] == ',')) return end;
     throw ModemTargetError(
@@ -124,9 +134,9 @@ std::size_t EndOfValue(std::string_view name, std::string_view text) {
   return std::min(comma, text.size());
 }
 
-std::string_view Unquoted(std::string_view value) {
-  const bool quoted = value.size() >= 2 && value.front() == '"';
-  return quoted ? value.substr(1, value.size() - 2) : value;
+std::string Unquoted(std::string_view value) {
+  if (value.size() < 2 || value.front() != '"') return std::string(value);
+  return boost::replace_all_copy(std::string(value.substr(1, value.size() - 2)), "\\\"", "\"");
 }
 
 void ReadSettings(ModemTarget& target, std::string_view text) {

@@ -40,8 +40,8 @@ struct ModemTarget {
 /// it.
 ///
 /// The value of `init` is a list of AT commands with semicolons between them. It may stand in
-/// double quotes; without them (a shell takes them away) a comma belongs to it unless the name of a
-/// setting and "=" follow. Throws ModemTargetError.
+/// double quotes, and \" is a quote within them; without them (a shell takes them away) a comma
+/// belongs to it unless the name of a setting and "=" follow. Throws ModemTargetError.
 [[nodiscard]] ModemTarget ParseModemTarget(std::string_view text);
 
 /// Reads several. Throws ModemTargetError, also when a port number or a device is named twice.

@@ -80,6 +80,25 @@ TEST_F(ConfigFileTest, ARepeatableOptionTakesALineEach) {
   ExpectUsageError(result, "options.conf:2: --addin: add-in /no/such.so does not exist");
 }
 
+TEST_F(ConfigFileTest, AWrongModemOrAddinIsNamedWithItsLine) {
+  ExpectUsageError(RunWith("modem = 1=/dev/x, patience=60s\n"),
+                   "options.conf:1: --modem: ' patience' is no setting");
+  ExpectUsageError(RunWith("modem = 1=/dev/x\nmodem = 1=/dev/y\n"),
+                   "options.conf:2: --modem: port 1 is given twice, as /dev/x and as /dev/y");
+  ExpectUsageError(RunWith("\nmodem = 1=" + folder_.path().string() + "\n"),
+                   "options.conf:2: --modem: " + folder_.path().string() + " is no serial device");
+  ExpectUsageError(RunWith("addin = /no/such.so\n"),
+                   "options.conf:1: --addin: add-in /no/such.so does not exist");
+}
+
+TEST_F(ConfigFileTest, AQuoteWithinQuotesStandsBehindABackslash) {
+  EXPECT_EQ(RunWith("cycles = 1\nargs = \"say \\\"on\\\"\"\nargs = say \\\"off\\\"\n").out,
+            "say \"on\"|say \\\"off\\\"\n1\n");
+  const auto result =
+      RunWith("cycles = 1\nmodem = 1=/dev/no_such_modem,init=\"AT+CPMS=\\\"SM\\\",\\\"SM\\\"\"\n");
+  EXPECT_EQ(result.status, 0) << result.err;
+}
+
 TEST_F(ConfigFileTest, AnUnknownNameIsOneClearLineWithTheName) {
   ExpectUsageError(RunWith("cycles = 1\ncolour = red\n"),
                    "options.conf:2: there is no option 'colour'");

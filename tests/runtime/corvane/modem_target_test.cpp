@@ -65,6 +65,14 @@ TEST(ModemTarget, AQuotedInitMayHoldCommasAndFurtherSettingsFollow) {
   EXPECT_EQ(target.baud, 9600U);
 }
 
+TEST(ModemTarget, AQuoteWithinAQuotedInitStandsBehindABackslash) {
+  const ModemTarget target =
+      ParseModemTarget(R"(1=/dev/x,init="AT+CPMS=\"SM\",\"SM\";AT+CSCA=\"+49\"",baud=9600)");
+  EXPECT_THAT(target.init, ElementsAre(R"(AT+CPMS="SM","SM")", R"(AT+CSCA="+49")"));
+  EXPECT_EQ(target.baud, 9600U);
+  EXPECT_THAT(ErrorOf(R"(1=/dev/x,init="AT+CSCA=\"+49\")"), HasSubstr("a quote is missing"));
+}
+
 TEST(ModemTarget, ASerialDeviceServerHasAHostAndAPort) {
   ModemTarget target = ParseModemTarget("7=tcp:gateway.local:4001,poll=50ms");
   EXPECT_EQ(target.device, "");
