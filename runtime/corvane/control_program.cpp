@@ -61,9 +61,14 @@ ControlProgram::ControlProgram(const std::filesystem::path& file,
 void ControlProgram::Load() {
   lua_State* L = lua_.state();
   if (luaL_loadfilex(L, file_.c_str(), "t") != LUA_OK) {  // text only: bytecode is not checked
-    const LuaError error(lua_tostring(L, -1));
+    std::string message = lua_tostring(L, -1);
     lua_pop(L, 1);
-    throw error;
+    // All other messages begin with the file's name.
+    if (message.starts_with("attempt to load a binary chunk")) {
+      message =
+          file_.string() + ": the program is precompiled; give the Lua source it was made from";
+    }
+    throw LuaError(message);
   }
   Call(0);
   if (plc_.stop_status) return;

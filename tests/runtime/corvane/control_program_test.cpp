@@ -138,9 +138,11 @@ TEST_F(Program, OsExitEndsItAtOnceWithItsStatus) {
 }
 
 TEST_F(Program, PrecompiledCodeIsRefused) {
-  Write("");
-  std::ofstream(file_) << "\x1bLua and what follows";
-  EXPECT_THROW(program_->Load(), LuaError);
+  for (const char* text : {"\x1bLua and what follows", "#!/usr/bin/lua\n\x1bLua"}) {
+    EXPECT_EQ(LoadError(text), file_.string() +
+                                   ": the program is precompiled; give the Lua source it was made "
+                                   "from");
+  }
 }
 
 TEST_F(Program, AMissingFileIsAnError) {
