@@ -10,6 +10,7 @@
 #include "runtime/cli/addin_loading.h"
 #include "runtime/cli/commands.h"
 #include "runtime/cli/log_setup.h"
+#include "runtime/cli/printable.h"
 #include "runtime/corvane/lua_environment.h"
 #include "runtime/corvane/st_library.h"
 
@@ -61,7 +62,7 @@ BlockType ReadBlockType(lua_State* L, const std::string& name) {
   if (lua_istable(L, -1)) {
     block.variables = ReadVariables(L);
   } else {
-    fmt::print(stderr, "corvane: block type {} has published no metadata\n", name);
+    PrintError(fmt::format("block type {} has published no metadata", name));
   }
   lua_pop(L, 1);
   return block;

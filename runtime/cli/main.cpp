@@ -6,6 +6,7 @@
 #include <exception>
 
 #include "runtime/cli/commands.h"
+#include "runtime/cli/printable.h"
 #include "runtime/corvane/addin.h"
 
 namespace {
@@ -28,20 +29,20 @@ int Main(int argc, char** argv) {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) return app.exit(error);  // --help, --version
-    fmt::print(stderr, "corvane: {} (try {} --help)\n", error.what(),
-               app.get_subcommands().empty()
-                   ? "corvane"
-                   : "corvane " + app.get_subcommands().front()->get_name());
+    corvane::cli::PrintError(fmt::format(
+        "{} (try {} --help)", error.what(),
+        app.get_subcommands().empty() ? "corvane"
+                                      : "corvane " + app.get_subcommands().front()->get_name()));
     return corvane::cli::kUsage;
   }
   if (!action) {
-    fmt::print(stderr, "corvane: a subcommand is missing (try corvane --help)\n");
+    corvane::cli::PrintError("a subcommand is missing (try corvane --help)");
     return corvane::cli::kUsage;
   }
   try {
     return action();
   } catch (const corvane::AddinError& error) {
-    fmt::print(stderr, "corvane: {}\n", error.what());
+    corvane::cli::PrintError(error.what());
     return corvane::cli::kUsage;
   }
 }
@@ -50,7 +51,7 @@ int Main(int argc, char** argv) {
 int CheckOutput(int status) {
   const bool lost = std::fflush(stdout) != 0 || std::ferror(stdout) != 0;
   if (!lost) return status;
-  std::fprintf(stderr, "corvane: standard output could not be written in full\n");
+  corvane::cli::PrintError("standard output could not be written in full");
   return status == corvane::cli::kSuccess ? corvane::cli::kProgramFailed : status;
 }
 
@@ -60,7 +61,7 @@ int main(int argc, char** argv) {
   try {
     return CheckOutput(Main(argc, argv));
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "corvane: %s\n", error.what());
+    corvane::cli::PrintError(error.what());
     return corvane::cli::kProgramFailed;
   }
 }

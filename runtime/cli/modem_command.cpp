@@ -14,6 +14,7 @@
 
 #include "runtime/cli/commands.h"
 #include "runtime/cli/log_setup.h"
+#include "runtime/cli/printable.h"
 #include "runtime/cli/text_file.h"
 #include "runtime/corvane/duration.h"
 #include "runtime/modem_simulator/console.h"
@@ -85,7 +86,7 @@ std::vector<modem_simulator::Controls::Action> LoadScenario(const std::string& p
 
 void ConsoleInput(Simulator& simulator, const std::string& text) {
   const ConsoleLine line = modem_simulator::ParseConsoleLine(text);
-  if (!line.error.empty()) simulator.Print("error: " + line.error);
+  if (!line.error.empty()) simulator.Print("error: " + PrintableMessage(line.error));
   if (line.action) simulator.Do(line.action);
 }
 
@@ -114,7 +115,7 @@ int Modem(const ModemCommandOptions& options) {
   try {
     RunModem(options);
   } catch (const std::runtime_error& error) {
-    fmt::print(stderr, "corvane modem: {}\n", error.what());
+    fmt::print(stderr, "corvane modem: {}\n", PrintableMessage(error.what()));
     return kUsage;
   }
   return kSuccess;

@@ -18,6 +18,7 @@
 #include "addins/corvane_fb_lib/sms_submit.h"
 #include "runtime/cli/commands.h"
 #include "runtime/cli/log_setup.h"
+#include "runtime/cli/printable.h"
 
 namespace corvane::cli {
 namespace {
@@ -63,26 +64,6 @@ std::optional<std::string> IsoTime(std::int64_t file_time) {
                      clock.hours().count(), clock.minutes().count(), clock.seconds().count());
 }
 
-/// UTF-8 text in one line that no terminal takes for a command: control characters are escaped.
-std::string Printable(const std::string& text) {
-  std::string shown;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const auto byte = static_cast<unsigned char>(text[i]);
-    const auto next = i + 1 < text.size() ? static_cast<unsigned char>(text[i + 1]) : 0u;
-    if (byte == '\n') {
-      shown += "\\n";
-    } else if (byte < 0x20 || byte == 0x7F) {
-      shown += fmt::format("\\x{:02X}", byte);
-    } else if (byte == 0xC2 && next >= 0x80 && next < 0xA0) {  // U+0080 to U+009F
-      shown += fmt::format("\\x{:02X}", next);
-      ++i;
-    } else {
-      shown += text[i];
-    }
-  }
-  return shown;
-}
-
 void PrintText(const sms::SMSDelivered& message) {
   const bool rejected = message.status != 0;
   if (!message.number.empty()) fmt::print("Number    {}\n", Printable(message.number));
@@ -119,7 +100,7 @@ class Decoding {
   void Add(std::string_view hex) {
     ++count_;
     if (const std::string wrong = CheckHex(hex); !wrong.empty()) {
-      fmt::print(stderr, "corvane: PDU {}: {}\n", count_, wrong);
+      PrintError(fmt::format("PDU {}: {}", count_, wrong));
       status_ = kUsage;
       return;
     }
@@ -151,7 +132,7 @@ int Decode(const std::vector<std::string>& pdus, bool json) {
     decoding.Add(std::string_view(line).substr(begin, end - begin));
   }
   if (decoding.count() == 0) {
-    fmt::print(stderr, "corvane: there is no PDU on standard input (try corvane pdu decode HEX)\n");
+    PrintError("there is no PDU on standard input (try corvane pdu decode HEX)");
     return kUsage;
   }
   return decoding.status();
@@ -166,13 +147,12 @@ const char* Refusal(int status) {
 int Encode(const std::string& text, const std::string& number, bool json) {
   SetUpLog("warning");
   if (number.find_first_not_of("0123456789") != number.npos) {
-    fmt::print(stderr,
-               "corvane: note: SEND_SMS takes digits only for a number; what else stands in '{}' "
-               "spoils it\n",
-               Printable(number));
+    PrintError(fmt::format(
+        "note: SEND_SMS takes digits only for a number; what else stands in '{}' spoils it",
+        number));
   }
   if (text.empty()) {
-    fmt::print(stderr, "corvane: note: an empty text has no PDU; SEND_SMS sends nothing for it\n");
+    PrintError("note: an empty text has no PDU; SEND_SMS sends nothing for it");
   }
   sms::SMSSubmit message;
   const int status = message.encode(text, number);
@@ -188,7 +168,7 @@ int Encode(const std::string& text, const std::string& number, bool json) {
   }
   if (json) fmt::print("{}\n", object.dump());
   if (status == 0) return kSuccess;
-  fmt::print(stderr, "corvane: {} (code {})\n", Refusal(status), status);
+  PrintError(fmt::format("{} (code {})", Refusal(status), status));
   return kProgramFailed;
 }
 

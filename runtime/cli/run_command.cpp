@@ -17,6 +17,7 @@
 #include "runtime/cli/commands.h"
 #include "runtime/cli/config_file.h"
 #include "runtime/cli/log_setup.h"
+#include "runtime/cli/printable.h"
 #include "runtime/cli/process_setup.h"
 #include "runtime/cli/watch_view.h"
 #include "runtime/corvane/control_program.h"
@@ -112,6 +113,11 @@ int RunProgram(const RunOptions& options, Scan& scan, WatchView* view) {
   return program.stop_status().value_or(kSuccess);
 }
 
+/// An error in the program: a message with a traceback, in lines.
+void PrintLuaError(const LuaError& error) {
+  fmt::print(stderr, "corvane: {}\n", Printable(error.what(), "\n\t"));
+}
+
 /// Loads the program and says whether it could run; no cycle, no modem port.
 int Check(const RunOptions& options) {
   SetUpLog(options.log_level);
@@ -120,10 +126,10 @@ int Check(const RunOptions& options) {
     const std::lock_guard guard(TheScanLock());
     ControlProgram(options.program, options.arguments).Load();
   } catch (const LuaError& error) {
-    std::fprintf(stderr, "corvane: %s\n", error.what());
+    PrintLuaError(error);
     return kProgramFailed;
   }
-  fmt::print("{}: ok\n", options.program);
+  fmt::print("{}: ok\n", Printable(options.program));
   return kSuccess;
 }
 
@@ -132,7 +138,7 @@ int Run(const RunOptions& options) {
   std::unique_ptr<WatchView> view;
   if (options.watch) {
     if (const std::string problem = WatchProblem(); !problem.empty()) {
-      fmt::print(stderr, "corvane: {}\n", problem);
+      PrintError(problem);
       return kUsage;
     }
     view = std::make_unique<WatchView>(options.program);
@@ -150,7 +156,7 @@ int Run(const RunOptions& options) {
     status = RunProgram(options, scan, view.get());
   } catch (const LuaError& error) {
     view.reset();  // the message belongs on the terminal that is left
-    std::fprintf(stderr, "corvane: %s\n", error.what());
+    PrintLuaError(error);
   }
   view.reset();
   if (scan.statistics().cycles() != 0) spdlog::info("{}", scan.statistics().Summary());

@@ -159,6 +159,15 @@ void ReadSettings(ModemTarget& target, std::string_view text) {
   }
 }
 
+/// The name stands in the log, where a control character would be obeyed.
+void CheckCharacters(std::string_view name) {
+  const auto is_control = [](unsigned char octet) { return octet < 0x20 || octet == 0x7F; };
+  if (std::any_of(name.begin(), name.end(), is_control)) {
+    throw ModemTargetError(
+        fmt::format("'{}' has a control character; write a device such as /dev/ttyUSB0", name));
+  }
+}
+
 void ReadTcp(ModemTarget& target, std::string_view address) {
   const std::size_t colon = std::min(address.rfind(':'), address.size());
   const int service =
@@ -201,6 +210,7 @@ ModemTarget ParseModemTarget(std::string_view text) {
   text.remove_prefix(equals + 1);
   const std::size_t end = std::min(text.find(','), text.size());
   const std::string_view where = text.substr(0, end);
+  CheckCharacters(where);
   if (where.substr(0, kTcp.size()) == kTcp) {
     ReadTcp(target, where.substr(kTcp.size()));
   } else if (where.empty()) {

@@ -146,6 +146,13 @@ TEST_F(ConfigFileTest, AFileThatIsNoTextOrHasNoEndIsOneClearLine) {
       "configuration /dev/stdin is longer than 16 MiB");
 }
 
+TEST_F(ConfigFileTest, ControlCharactersOfItReachNoTerminal) {
+  ExpectUsageError(RunWith("\x7F"
+                           "ELF\x1B[2J\n"),
+                   "'\\x7F"
+                   "ELF\\x1B[2J' is no name = value");
+}
+
 TEST_F(ConfigFileTest, APipeMayHoldIt) {
   const std::string program = Write("program.lua", "function cycle() print(plc.cycle) end");
   const auto result = test_support::RunCommand(

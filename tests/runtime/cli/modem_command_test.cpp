@@ -77,6 +77,16 @@ TEST_F(ModemCommandTest, NamesTheScenarioLineAtFault) {
                    scenario + ":3: 'fial' is no command; help shows them all");
 }
 
+TEST_F(ModemCommandTest, ShowsNoControlCharacterOfWhatItRefuses) {
+  ExpectUsageError(Run({"--scenario", Scenario("mute \x1B[2J\n")}), "'\\x1B[2J' is no duration");
+  ExpectUsageError(Run({"--tcp", "\x1B[2J"}), "'\\x1B[2J' is no address");
+  const auto console = RunCommand({"/bin/sh", "-c",
+                                   "printf 'mute \\033[2J\\nquit\\n' | \"$0\" modem --tcp "
+                                   "127.0.0.1:0",
+                                   CORVANE});
+  EXPECT_THAT(console.out, HasSubstr("error: '\\x1B[2J' is no duration"));
+}
+
 TEST_F(ModemCommandTest, RefusesAScenarioThatCannotBeRead) {
   ExpectUsageError(Run({"--scenario", Path("none")}),
                    "scenario " + Path("none") + " cannot be read");

@@ -155,6 +155,29 @@ TEST_F(RunTest, UnknownOptionsAndWrongValuesAreOneClearLineEach) {
   ExpectUsageError(RunCommand({CORVANE, "fly"}), "fly");
 }
 
+TEST_F(RunTest, ControlCharactersReachTheTerminalInNoMessage) {
+  const std::string program = Write("plc.stop()");
+  ExpectUsageError(RunWords({program, "--cycle", "\x1B[2J"}), "'\\x1B[2J' is no duration");
+  ExpectUsageError(RunWords({program, "--\x1B[2J"}), "--\\x1B[2J");
+  ExpectUsageError(RunWords({"\x1B\n\x9B.lua"}), "program '\\x1B\\n\\x9B.lua' does not exist");
+  ExpectUsageError(RunWords({program, "--modem", "1=/dev/\x1B[2J"}),
+                   "'/dev/\\x1B[2J' has a control");
+  ExpectUsageError(RunWords({program, "--addin", "\x1B.so"}), "add-in \\x1B.so does not exist");
+  const std::string named = Path("\x1B.lua");
+  std::ofstream(named) << "error('a\\n\\tb\\27')";
+  const auto result = RunWords({named, "--check"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("/\\x1B.lua:1: a\n\tb\\x1B\nstack traceback:\n\t"));
+  std::ofstream(named) << "plc.stop()";
+  EXPECT_THAT(RunWords({named, "--check"}).out, HasSubstr("\\x1B.lua: ok\n"));
+}
+
+TEST_F(RunTest, AVeryLongWordIsShownInPart) {
+  const auto result = RunWords({Write("plc.stop()"), "--cycle", std::string(100'000, 'x')});
+  ExpectUsageError(result, "is no duration; write a number and a unit, such as 100ms, 2s or 0");
+  EXPECT_LT(result.err.size(), 2000u);
+}
+
 TEST_F(RunTest, CheckLoadsTheProgramAndRunsNoCycle) {
   const std::string program = Write("print('loaded') function cycle() print('cycle') end");
   const auto result = RunWords({"--check", program, "--cycles", "1"});

@@ -94,6 +94,8 @@ TEST(ModemTarget, AnErrorTellsWhatIsWrongAndWhatToWrite) {
   for (const std::string address : {"", "host", "host:", "host:0", "host:65536", ":80", "host:x"}) {
     EXPECT_THAT(ErrorOf("1=tcp:" + address), HasSubstr("'tcp:" + address + "' is no address"));
   }
+  EXPECT_THAT(ErrorOf("1=/dev/\x1B[2J"), HasSubstr("has a control character"));
+  EXPECT_THAT(ErrorOf("1=tcp:host\x7F:1"), HasSubstr("has a control character"));
   EXPECT_THAT(ErrorOf("1=/dev/a,"), HasSubstr("missing behind the last comma"));
   EXPECT_THAT(ErrorOf("1=/dev/a,baud=9600,"), HasSubstr("missing behind the last comma"));
   EXPECT_THAT(ErrorOf("1=/dev/a,speed=9600"), HasSubstr("'speed' is no setting; known are baud="));

@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: MIT
+#include "runtime/cli/printable.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <utf8.h>
+
+namespace {
+
+using corvane::cli::Printable;
+using corvane::cli::PrintableMessage;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+TEST(Printable, LeavesTextInAnyScriptAsItIs) {
+  EXPECT_EQ(Printable("Насос 2 läuft, \\n"), "Насос 2 läuft, \\n");
+  EXPECT_EQ(Printable(""), "");
+}
+
+TEST(Printable, LetsNoOctetAloneReachTheTerminalAsACommand) {
+  for (int value = 0; value <= 0xFF; ++value) {
+    const std::string text = Printable("a" + std::string(1, static_cast<char>(value)) + "b");
+    EXPECT_TRUE(utf8::is_valid(text.begin(), text.end())) << value;
+    for (const char c : text) EXPECT_TRUE(c >= ' ' && c != 0x7F) << value;
+  }
+  EXPECT_EQ(Printable("\x1B[2J\n"), "\\x1B[2J\\n");
+}
+
+TEST(Printable, EscapesTheControlsOfTheUpperHalfAndNoOtherCharacter) {
+  EXPECT_EQ(Printable("\xC2\x80\xC2\x9F\xC2\xA0"), "\\x80\\x9F\xC2\xA0");
+  EXPECT_EQ(Printable("\xC2"), "\\xC2");
+  EXPECT_EQ(Printable("\xC2\x9B\x9B"), "\\x9B\\x9B");
+}
+
+TEST(Printable, KeepsWhatItIsToldTo) {
+  EXPECT_EQ(Printable("a\n\tb\r", "\n\t"), "a\n\tb\\x0D");
+}
+
+TEST(PrintableMessage, OfAVeryLongOneIsItsBeginningAndItsEnd) {
+  const std::string message =
+      PrintableMessage("name: '" + std::string(100'000, 'x') + "' is wrong");
+  EXPECT_LT(message.size(), 2000u);
+  EXPECT_THAT(message, StartsWith("name: 'xxx"));
+  EXPECT_THAT(message, HasSubstr("x ... x"));
+  EXPECT_THAT(message, EndsWith("x' is wrong"));
+  EXPECT_EQ(PrintableMessage(std::string(1200, 'x')), std::string(1200, 'x'));
+}
+
+}  // namespace
