@@ -66,14 +66,15 @@ class Feeder:
         self.wanted.update(dict.fromkeys(parts, whole))
         self.latest.append(whole)
         self.modem.say("receive " + whole)
+        return whole
 
     def run(self):
         last = time.monotonic()
         while not self.stopping.wait(0.01):
             self.look()
-            under_way = sum(text not in self.delivered for text in self.latest)
-            # What a fault has left in the store does not come any more.
-            stuck = time.monotonic() - last > 5
-            if self.kept < MOST_KEPT and (under_way < UNREAD_AT_ONCE or stuck):
+            under_way = [text for text in self.latest if text not in self.delivered]
+            if under_way and time.monotonic() - last > 5:  # left in the store by a fault, perhaps
+                self.latest.remove(under_way.pop(0))
+            if self.kept < MOST_KEPT and len(under_way) < UNREAD_AT_ONCE:
                 self.give()
                 last = time.monotonic()
