@@ -1,17 +1,20 @@
 # SPDX-License-Identifier: MIT
 """What is allowed of what happened in a long run. Each function gives complaints: texts, none when
 all is well. What happened is a history for each side: lists of Event in the order of that side.
-
-A message may leave the modem twice only where its confirmation was lost on the wire, and stay in
-its store unread by the program only where a fault cut the list (docs/modem.md). Which faults can
-have done that is read from the simulator's own order of events."""
+message_accounts.py has the messages; excuses.py tells what a fault can explain, and how often."""
 import collections
+import collections.abc
 import dataclasses
 import re
 
-SLACK = 5  # seconds that a fault's consequences may show after its end
-STALLED = "machine stalled"  # so long that an answer can have been late
-MODEM_FAULTS = ("unplugged", "muted", "output held", "restarted", "garbage", "no network", STALLED)
+from excuses import (MAIL_WAIT, PATIENCE, SILENCES, STEP, failures_of, mails_of, overlaps,
+                     prolonged, touches, unexplained)
+
+# Per minute; less than half of the least seen of a sanitised or emulated program. A dead mail server
+# and a modem that is silent within a long wait leave the messages little time.
+LEAST = {"messages sent": 5, "messages received": 15, "mails taken, code 0": 40,
+         "commands with a result": 300, "of these killed": 2, "background commands": 150}
+FULL_TURN = 60  # seconds in which each kind of fault has had its turn
 
 
 @dataclasses.dataclass
@@ -20,173 +23,10 @@ class Event:
     line: str
 
 
-@dataclasses.dataclass
-class Span:
-    """A fault, from when to when it may have worked."""
-    kind: str
-    start: float
-    end: float
-
-
-def overlaps(spans, start, end, *kinds):
-    return any(span.kind in kinds and span.start <= end and start <= span.end + SLACK
-               for span in spans)
-
-
-@dataclasses.dataclass
-class Take:
-    """The network has taken a part of a message, and the modem confirms it."""
-    exposed: bool = False  # a fault can have lost the confirmation
-
-
-class SentMessages:
-    """From the simulator's lines: which parts it has passed on, which it has refused."""
-
-    def __init__(self, history):
-        self.takes = collections.defaultdict(list)  # (number, part) -> [Take]
-        self.refusals = collections.Counter()
-        self.texts = []  # (number, text)
-        self.complaints = []
-        self.last = None  # what the controller has caused last, when it was a take
-        self.muted_until = None  # as long as no take has met it
-        for event in history:
-            self.look_at(event)
-
-    def look_at(self, event):
-        if match := re.match(r"part (\d+) of \d+ to \+(\d+)$", event.line):
-            self.add(match[2], int(match[1]), event.time)
-        elif match := re.match(r"sent to \+(\d+)( in \d+ parts)?: (.*)$", event.line):
-            self.texts.append((match[1], match[3]))
-            if not match[2]:  # else its parts have told
-                self.add(match[1], 1, event.time)
-        elif match := re.match(r"refused: message to \+(\d+): ", event.line):
-            self.refusals[match[1]] += 1
-        elif match := re.match(r"muted for (\S+)$", event.line):
-            self.muted_until = event.time + seconds_of(match[1]) + SLACK
-        elif event.line.startswith("unplugged for "):
-            if self.last is not None:  # nothing since: its confirmation may not have been seen
-                self.last.exposed = True
-        elif event.line.startswith("deleted place "):
-            self.last = None
-        elif event.line.startswith("refused: "):
-            self.complaints.append(f"the modem cannot use what it got: {event.line}")
-
-    def add(self, number, part, time):
-        self.last = Take()
-        self.takes[number, part].append(self.last)
-        if self.muted_until is not None:  # it hears nothing, so this can happen to one take only
-            self.last.exposed = time <= self.muted_until
-            self.muted_until = None
-
-
-def seconds_of(text):
-    number, unit = re.fullmatch(r"([\d.]+)(\D+)", text).groups()
-    return float(number) * {"us": 1e-6, "ms": 0.001, "s": 1, "min": 60}[unit]
-
-
-def check_sent(modem, program, faults, parts_of, text_of):
-    """Each message that was confirmed is reported once, and the other way round."""
-    sent = SentMessages(modem)
-    complaints = list(sent.complaints)
-    outcomes = {}
-    for event in program:
-        if match := re.match(r"sms (sent|dropped) (\d+) (\d+)$", event.line):
-            if match[2] in outcomes:
-                complaints.append(f"two outcomes: {event.line}")
-            outcomes[match[2]] = (match[1], int(match[3]), event.time)
-    for number in {number for number, _ in sent.takes} - outcomes.keys():
-        complaints.append(f"the message to {number} was taken and never reported")
-    for number, text in sent.texts:
-        if text != text_of(number):
-            complaints.append(f"another text went to {number}: {text}")
-    for number, (outcome, error, time) in outcomes.items():
-        last = parts_of(number)
-        for part in range(1, last + 1):
-            takes = sent.takes[number, part]
-            if outcome == "sent" and not takes:
-                complaints.append(f"part {part} to {number} is reported sent, and was never taken")
-            if any(not take.exposed for take in takes[:-1]):
-                complaints.append(f"part {part} to {number} went out again after its confirmation")
-        if outcome == "sent":
-            continue
-        if any(not take.exposed for take in sent.takes[number, last]):
-            complaints.append(f"the message to {number} was confirmed, and is reported dropped")
-        if error >= 100 and not sent.refusals[number]:
-            complaints.append(f"dropped with {error}, which the modem never said: {number}")
-        if error < 100 and not overlaps(faults, time - 60, time, *MODEM_FAULTS):
-            complaints.append(f"dropped with {error} and no fault in sight: {number}")
-    again = sum(len(takes) - 1 for takes in sent.takes.values() if takes)
-    return complaints, {
-        "messages sent": sum(outcome == "sent" for outcome, *_ in outcomes.values()),
-        "messages dropped after four failures": sum(o == "dropped" for o, *_ in outcomes.values()),
-        "parts that went out again, their confirmation lost": again,
-        "refusals (+CMS ERROR)": sum(sent.refusals.values()),
-    }
-
-
-ARRIVAL = re.compile(r"received, place (\d+): from \S+ at \S+?(?:, part \d+ of \d+)?: (.*)$")
-
-
-class Store:
-    """From the simulator's lines: what came into its store and what has left it."""
-
-    def __init__(self, history):
-        self.history = history
-        self.arrivals = []  # (index of the event, text)
-        self.deletions = []  # (index of the event, index of the arrival's event)
-        places = {}
-        for index, event in enumerate(history):
-            if match := ARRIVAL.match(event.line):
-                places[match[1]] = index
-                self.arrivals.append((index, match[2]))
-            elif match := re.match(r"deleted place (\d+)$", event.line):
-                self.deletions.append((index, places.pop(match[1])))
-        self.kept = set(places.values())
-
-    def explained(self, arrival, faults):
-        """Whether a fault lies between the arrival and the time when a later pass was over."""
-        first = next((i for i, of in self.deletions if of > arrival), None)
-        second = first and next((i for i, of in self.deletions if of > first), None)
-        start = self.history[arrival].time
-        end = self.history[second].time if second else float("inf")
-        return any(fault.start <= end and start <= fault.end + SLACK for fault in faults)
-
-
-def check_received(modem, program, faults, wanted):
-    """Each message that came into the store is delivered once, or is in the store still.
-    wanted: text of each message by the text of each of its parts."""
-    store = Store(modem)
-    complaints = []
-    got = collections.Counter(event.line.removeprefix("got ") for event in program
-                              if event.line.startswith("got "))
-    complaints += [f"delivered {n} times: {text}" for text, n in got.items() if n > 1]
-    arrived, kept = set(), set()
-    stranded = leftover = 0
-    for index, text in store.arrivals:
-        message = wanted.get(text)
-        if message is None:
-            complaints.append(f"unknown in the store: {text}")
-            continue
-        arrived.add(message)
-        if index not in store.kept:
-            continue
-        kept.add(message)
-        stranded += message not in got
-        leftover += message in got
-        if not store.explained(index, [f for f in faults if f.kind in (*MODEM_FAULTS, "refusal")]):
-            complaints.append(f"in the store to the end, and no fault explains it: {message}")
-    complaints += [f"delivered, and never in the store: {text}" for text in got.keys() - arrived]
-    complaints += [f"deleted, and never delivered: {text}" for text in arrived - got.keys() - kept]
-    return complaints, {
-        "messages received": len(got),
-        "parts left in the store, the list that told of them lost": stranded,
-        "messages delivered whose deletion failed": leftover,
-    }
-
-
-def check_mails(program, faults, records, wanted_codes):
+def check_mails(program, faults, records, wanted_codes, has_attachment):
     """Each message that the server took is reported with 0, or with what the fault behind it
-    gives; none came twice. wanted_codes: codes that a message gives by itself, by its number."""
+    gives; none came twice. By its number: the codes that a message gives by itself, and whether it
+    has an attachment."""
     complaints = []
     codes = {}
     for event in program:
@@ -202,11 +42,11 @@ def check_mails(program, faults, records, wanted_codes):
     nameless = collections.Counter(record.fault for record in by_number.pop(0, []))
     # The server never learnt the numbers of these. First come those that only a conversation with a
     # fault explains, so that no other uses it up.
-    unknown = sorted((nobody_listened(code, time, faults), number, code)
-                     for number, (code, time) in codes.items() if number not in by_number)
-    for otherwise, number, code in unknown:
-        if not use_up(code, nameless) and not otherwise:
-            complaints.append(f"mail {number}: code {code}, and nothing explains it")
+    unknown = sorted(
+        (any(explains_mail((number, code, time), fault) for fault in faults), number, code, time)
+        for number, (code, time) in codes.items() if number not in by_number)
+    failed = [(number, code, time) for _, number, code, time in unknown
+              if not use_up(code, nameless)]
     took_and_failed = 0
     for number, (code, time) in codes.items():
         if number not in by_number:
@@ -217,21 +57,23 @@ def check_mails(program, faults, records, wanted_codes):
         allowed = set(record.fault.codes) | wanted_codes(number)
         if wanted_codes(number):
             allowed.discard(0)
-        if overlaps(faults, time - 15, time, "no descriptors"):
-            allowed.add(404)  # no descriptor for the attachment
-        if code not in allowed:
+        if code == 404 and code not in allowed and has_attachment(number):
+            failed.append((number, code, time))  # no descriptor for the file
+        elif code not in allowed:
             complaints.append(f"mail {number}: code {code} after {record.fault}, not in {allowed}")
         if (code == 0) > record.taken:
             complaints.append(f"mail {number}: code 0, and the server has no message")
         took_and_failed += record.taken and code != 0
+    complaints += [f"mail {number}: code {code}, and nothing explains it" for number, code, _ in
+                   unexplained(failed, faults, mails_of, explains_mail)]
     for number in by_number.keys() - codes.keys():
         complaints.append(f"mail {number} reached the server and was never reported")
     complaints += [f"a conversation that belongs to no mail: {f}" for f in nameless.elements()]
-    failed = collections.Counter(code for code, _ in codes.values() if code)
+    failures = collections.Counter(code for code, _ in codes.values() if code)
     return complaints, {
         "mails taken, code 0": sum(code == 0 for code, _ in codes.values()),
         "mails taken, the server then closed, hung or refused QUIT": took_and_failed,
-        "mails failed, by code": dict(sorted(failed.items())),
+        "mails failed, by code": dict(sorted(failures.items())),
     }
 
 
@@ -243,13 +85,12 @@ def use_up(code, nameless):
     return bool(fitting)
 
 
-def nobody_listened(code, time, faults):
-    """Whether a mail with this code can be one that no server heard of."""
-    if code == 106:
-        return overlaps(faults, time - 15, time, "no descriptors")
-    if code in (102, 103, 104, 408):
-        return overlaps(faults, time - 15, time, "mail server down")
-    return False
+def explains_mail(mail, fault):
+    """Whether it can be that no server heard of this mail, or that its file was not opened."""
+    _, code, time = mail
+    kind = {106: "no descriptors", 404: "no descriptors"}.get(code, "mail server down")
+    refused = kind == "mail server down" and code not in (102, 103, 104, 408)
+    return not refused and fault.kind == kind and touches(fault, time, time)
 
 
 def keeps_a_descriptor(code):
@@ -280,11 +121,14 @@ def check_commands(program, faults, started, starts, signals):
             if int(match[2]) != sent or sent == 0 and not starved:
                 complaints.append(f"killed by {sent}: {event.line}")
         elif match := re.match(r"refused at (\d+): ", event.line):
-            since = int(match[1])
+            since = int(match[1]) if starved else None
         elif match := re.match(r"accepted at (\d+)$", event.line):
-            # The limit came and went between two commands.
-            excused |= set(range(since - 1, int(match[1]) + 2))
-        if event.line.startswith(("wrong: ", "refused ", "not queued: ")) and not starved:
+            if not overlaps(faults, event.time - MAIL_WAIT, event.time, "no descriptors"):
+                complaints.append(f"refused for too long: {event.line}")
+            elif since is not None:  # the limit came and went between two commands
+                excused |= set(range(since - 1, int(match[1]) + 2))
+        if event.line.startswith("wrong: ") or (
+                event.line.startswith(("refused ", "not queued: ")) and not starved):
             complaints.append(event.line)
     counts = collections.Counter(started)
     ordered = set(range(1, starts + 1))
@@ -295,22 +139,32 @@ def check_commands(program, faults, started, starts, signals):
     return complaints, {"background commands that found no descriptor": len(missing)}
 
 
-# What the log may say as a warning or an error, and after which faults.
+@dataclasses.dataclass
+class Warned:
+    """What the log may say as a warning or an error."""
+    pattern: str
+    kinds: tuple  # of the faults behind it
+    delay: float  # seconds that it may come after its fault
+    times_of: collections.abc.Callable  # lines for one fault
+
+
 EXPLAINED = [
-    (r"modem port 1: .* is lost: ", ("unplugged",)),
-    (r"modem port 1: .* does not exist; ", ("unplugged",)),
-    (r"modem port 1: .*: Input/output error$", ("unplugged",)),
-    (r"modem port 1: .*Too many open files", ("no descriptors",)),
-    (r"modem port 1: the modem has started anew \(", ("restarted",)),
-    (r"modem port 1: no answer to ",
-     ("muted", "output held", "unplugged", "restarted", "garbage", STALLED)),
+    Warned(r"modem port 1: .* is lost: ", ("unplugged",), 0, lambda fault: 1),
+    # One of these takes the other's place, and comes again.
+    Warned(r"modem port 1: .* does not exist; ", ("unplugged",), 0, lambda fault: 3),
+    Warned(r"modem port 1: .*: Input/output error$", ("unplugged",), 0, lambda fault: 3),
+    Warned(r"modem port 1: .*Too many open files", ("no descriptors",), 0, lambda fault: 3),
+    Warned(r"modem port 1: the modem has started anew \(", ("restarted",), 0, lambda fault: 1),
+    Warned(r"modem port 1: no answer to AT\+CMGL", SILENCES, PATIENCE, failures_of),
+    Warned(r"modem port 1: no answer to ", SILENCES, STEP, failures_of),
 ]
 TIME = r"\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} "
 LOG_LINE = TIME + r"(\w+) +(.*)$"
 
 
-def check_log(log, faults, failed_mails):
+def check_log(log, program, faults, failed_mails):
     complaints, mail_lines = [], 0
+    told = collections.defaultdict(list)  # index in EXPLAINED -> [Event]
     # A shell, which writes piece by piece, may have begun a line where the log goes on.
     lines = [Event(event.time, line) for event in log
              for line in re.split(f"(?={TIME})", event.line) if line]
@@ -320,11 +174,36 @@ def check_log(log, faults, failed_mails):
             if not overlaps(faults, event.time, event.time, "no descriptors"):
                 complaints.append(f"in the log: {event.line}")
         elif match[1] in ("warning", "error"):
-            kinds = next((kinds for text, kinds in EXPLAINED if re.match(text, match[2])), ())
+            row = next((i for i, row in enumerate(EXPLAINED) if re.match(row.pattern, match[2])),
+                       None)
             if not match[2].startswith("modem port "):
                 mail_lines += 1
-            elif not overlaps(faults, event.time - SLACK, event.time, *kinds):
+            elif row is None:
                 complaints.append(f"no fault explains: {event.line}")
+            else:
+                told[row].append(event)
+    for row, events in told.items():
+        complaints += check_warned(EXPLAINED[row], events, prolonged(faults, program))
     if mail_lines != failed_mails:
         complaints.append(f"{failed_mails} mails failed, the log tells of {mail_lines}")
     return complaints
+
+
+def check_warned(row, events, faults):
+    left = unexplained(
+        events, [fault for fault in faults if fault.kind in row.kinds], row.times_of,
+        lambda event, fault: touches(fault, event.time - row.delay, event.time))
+    return [f"no fault explains: {event.line}" for event in left]
+
+
+def check_enough(figures, faults, records, kinds, seconds):
+    """Something was done at all. kinds: of the faults that each run meets that is long enough."""
+    complaints = [f"{name}: {figures[name]}, and at least {least * seconds / 60:.0f} were expected"
+                  for name, least in LEAST.items() if figures[name] < int(least * seconds / 60)]
+    if seconds < FULL_TURN:
+        return complaints
+    met = {fault.kind for fault in faults}
+    complaints += [f"no fault of this kind: {kind}" for kind in kinds if kind not in met]
+    spoilt = {record.fault.kind for record in records}
+    return complaints + [f"no conversation with this fault: {kind}"
+                         for kind in ("close", "refuse") if kind not in spoilt]

@@ -11,6 +11,12 @@ import time
 import faulty_mail_server
 import watch
 
+# What each run meets that is long enough.
+KINDS = ("unplugged", "muted", "output held", "garbage", "restarted", "unsolicited line",
+         "CMGS refused", "CMGL refused", "CMGD refused", "no network", "another network delay",
+         "mail server down", "no descriptors",
+         *(f"mail: {fault}" for fault in faulty_mail_server.QUICK_FAULTS))
+
 
 class Troublemaker:
     """One thread of trouble: `strike` again and again, until `stopping`."""
@@ -25,9 +31,9 @@ class Troublemaker:
         while not self.stopping.wait(self.random.uniform(0.5, 1.5) * self.pause):
             self.strike()
 
-    def note_now(self, kind):
+    def note_now(self, kind, times=1):
         now = time.monotonic()
-        self.note(kind, now, now)
+        self.note(kind, now, now, times)
 
 
 class ModemFaults(Troublemaker):
@@ -47,8 +53,8 @@ class ModemFaults(Troublemaker):
     def order(self, line):
         self.soak.modem.say(line)
 
-    def at_once(self, kind, line):
-        self.note_now(kind)
+    def at_once(self, kind, line, times=1):
+        self.note_now(kind, times)
         self.order(line)
 
     def for_a_while(self, kind, command, most):
@@ -71,7 +77,9 @@ class ModemFaults(Troublemaker):
         self.for_a_while("output held", "hold", 4)
 
     def garbage(self):
-        self.at_once("garbage", f"garbage {self.random.randint(1, 300)}")
+        """No prompt is in it: whoever waits for one could not tell. So it excuses nothing."""
+        octets = self.random.randbytes(self.random.randint(1, 300)).replace(b">", b"")
+        self.at_once("garbage", "unsolicited " + "".join(f"\\x{octet:02X}" for octet in octets))
 
     def restart(self):
         self.at_once("restarted", "restart")
@@ -82,13 +90,13 @@ class ModemFaults(Troublemaker):
 
     def refuse_message(self):
         error, times = self.random.choice([38, 331, 500]), self.random.randint(1, 5)
-        self.at_once("refusal", f"fail {error} CMGS {times}")
+        self.at_once("CMGS refused", f"fail {error} CMGS {times}", times)
 
     def refuse_list(self):
-        self.at_once("refusal", f"fail {self.random.choice(['314', '320', 'error'])} CMGL")
+        self.at_once("CMGL refused", f"fail {self.random.choice(['314', '320', 'error'])} CMGL")
 
     def refuse_deletion(self):
-        self.at_once("refusal", "fail 320 CMGD")
+        self.at_once("CMGD refused", "fail 320 CMGD")
 
     def no_network(self):
         start = time.monotonic()
@@ -112,8 +120,9 @@ class MailFaults(Troublemaker):
         if not self.turns:
             self.turns = [*faulty_mail_server.QUICK_FAULTS, *[None] * 3]
             self.random.shuffle(self.turns)
-        fault = self.turns.pop()
-        if time.monotonic() >= self.next_slow:
+        if time.monotonic() < self.next_slow:
+            fault = self.turns.pop()
+        else:
             fault = self.random.choice(faulty_mail_server.SLOW_FAULTS)
             self.next_slow = time.monotonic() + max(30, self.soak.seconds / 40)
         if fault is None:

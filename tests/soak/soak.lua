@@ -192,7 +192,7 @@ function phases.waiting()
 end
 
 function phases.working()
-  if plc.cycle % 20 == 0 and told("finish") then phase = "finishing" end
+  if plc.cycle % 20 == 0 and not refusing and told("finish") then phase = "finishing" end
 end
 
 function phases.finishing()

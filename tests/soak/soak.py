@@ -17,8 +17,10 @@ import threading
 import time
 
 import accounts
+import excuses
 import faults
 import faulty_mail_server
+import message_accounts
 import messages
 import watch
 from processes import PATIENCE, Process, Violated, await_state
@@ -56,13 +58,13 @@ class Soak:
         sanitizer = "quarantine_size_mb=1:thread_local_quarantine_size_kb=64"
         self.program = Process(
             self.corvane, "run", HERE + "/soak.lua", "--cycle", "0",
-            "--modem", f"1={folder}/modem,patience=10s,poll=1ms",
+            "--modem", f"1={folder}/modem,patience={excuses.PATIENCE}s,poll=1ms",
             "--", folder, str(self.server.port), str(self.seed), preexec_fn=more_descriptors,
             env={**os.environ,
                  "ASAN_OPTIONS": os.environ.get("ASAN_OPTIONS", "") + ":" + sanitizer})
 
-    def note(self, kind, start, end):
-        self.faults.append(accounts.Span(kind, start, end))
+    def note(self, kind, start, end, times=1):
+        self.faults.append(excuses.Span(kind, start, end, times))
 
     def leave(self, name):
         """A file for which soak.lua waits."""
@@ -105,7 +107,7 @@ class Soak:
         self.leave("finish")
         self.finished = {name: int(value) for name, value in re.findall(
             r"(\w+)=(\d+)", self.program.await_line("finished "))}
-        await_state("the inbox to be empty", self.inbox_is_empty)
+        self.drain()
         self.monitor.look()
         self.settle()
         self.leave("quit")
@@ -116,20 +118,16 @@ class Soak:
         await_state("the background commands to end", self.orphans_are_gone)
         self.server.end()
 
-    def inbox_is_empty(self):
-        """Nothing is unread or waits in the network, and what has left the store is delivered."""
-        behind = len(self.modem.output)
-        self.modem.say("list")
-        self.modem.say("list")  # the whole first list stands in front of the second
-        await_state("two lists", lambda: sum(
-            event.line.startswith("store: ") for event in self.modem.output[behind:]) == 2)
-        if any("REC UNREAD" in event.line or event.line.startswith("waiting in ")
-               for event in self.modem.output[behind:]):
-            return False
+    def drain(self):
+        """Two last messages. When the second is delivered, all that came before it has been listed,
+        and the deletions behind these lists are over: it was listed after them."""
+        for _ in range(2):
+            self.last = self.feeder.give()
+            await_state("the last messages", self.last_is_delivered)
+
+    def last_is_delivered(self):
         self.feeder.look()
-        store = accounts.Store(self.modem.output)
-        kept = {self.feeder.wanted.get(text) for at, text in store.arrivals if at in store.kept}
-        return set(self.feeder.wanted.values()) == self.feeder.delivered | kept
+        return self.last in self.feeder.delivered
 
     def settle(self):
         """Waits for the end of what is under way: a shell, the opening of the modem."""
@@ -166,17 +164,25 @@ class Soak:
         program, modem = self.program.output, self.modem.output
         complaints, figures = self.judge_process(), {}
         for found, numbers in (
-                accounts.check_sent(modem, program, self.faults,
-                                    messages.parts_of, messages.text_of),
-                accounts.check_received(modem, program, self.faults, self.feeder.wanted),
+                message_accounts.check_sent(modem, program, self.faults,
+                                            messages.parts_of, messages.text_of),
+                message_accounts.check_received(modem, program, self.faults, self.feeder.wanted,
+                                                self.last),
                 accounts.check_mails(program, self.faults, self.server.records,
-                                     lambda n: {404} if n % MISSING_EVERY == 0 else set()),
+                                     lambda n: {404} if n % MISSING_EVERY == 0 else set(),
+                                     lambda n: n % ATTACHMENT_EVERY == 0),
                 accounts.check_commands(program, self.faults, self.started(),
                                         self.finished["starts"], self.killer.signals)):
             complaints += found
             figures |= numbers
+        figures |= {"commands with a result": self.finished["runs"] - self.finished["refused"],
+                    "of these killed": len(self.killer.signals),
+                    "background commands": self.finished["starts"]}
         failed = sum(figures["mails failed, by code"].values())
-        return complaints + accounts.check_log(self.program.log, self.faults, failed), figures
+        complaints += accounts.check_log(self.program.log, program, self.faults, failed)
+        complaints += accounts.check_enough(figures, self.faults, self.server.records,
+                                            faults.KINDS, self.seconds)
+        return complaints, figures
 
     def judge_process(self):
         complaints = accounts.check_files(
@@ -204,10 +210,7 @@ class Soak:
         kinds = collections.Counter(fault.kind for fault in self.faults)
         rows = {
             "cycles": self.finished["cycles"], **figures,
-            "commands with a result": self.finished["runs"] - self.finished["refused"],
-            "of these killed": len(self.killer.signals),
             "commands refused for want of a descriptor": self.finished["refused"],
-            "background commands": self.finished["starts"],
             "memory after the warm-up, at the end": f"{early}, {late}",
             "descriptors at the start": self.monitor.descriptors,
             "connections and files that failed mails keep":

@@ -8,6 +8,7 @@ import statistics
 import time
 
 import accounts
+import excuses
 from processes import Violated
 
 UNDER_WAY = 8  # descriptors of pipes, files and a connection that are open for a moment
@@ -87,7 +88,7 @@ class Monitor:
         while not self.stopping.wait(0.5):
             now = time.monotonic()
             if now - before > 1.5:
-                self.note(accounts.STALLED, before, now)
+                self.note(excuses.STALLED, before, now)
             before = now
             self.look()
 

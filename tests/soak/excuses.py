@@ -1,0 +1,81 @@
+# SPDX-License-Identifier: MIT
+"""What injected faults can explain. Each consequence is charged to one fault, and none is charged
+with more than it can have done: where faults never rest for long, a fault close by says little."""
+import dataclasses
+import math
+import re
+
+LAG = 2  # seconds from what happens to the line that tells of it, on a slow machine
+STEP = 2  # seconds that the port gives an exchange, and a lost device to come back
+PATIENCE = 10  # seconds that it gives a text and a list: soak.py says so
+MAIL_WAIT = 11  # seconds for which a dead mail server holds the program's cycle, and a little more
+STALLED = "machine stalled"  # so long that an answer can have been late
+SILENCES = ("unplugged", "muted", "output held", "restarted", STALLED)
+
+
+@dataclasses.dataclass
+class Span:
+    """A fault, from when to when it may have worked."""
+    kind: str
+    start: float
+    end: float
+    times: int = 1  # orders to refuse a command: how often
+    idle: float = 0  # seconds before its end in which the port stood still
+
+
+def overlaps(spans, start, end, *kinds):
+    return any(span.kind in kinds and touches(span, start, end) for span in spans)
+
+
+def touches(span, start, end):
+    return span.start - LAG <= end and start <= span.end + LAG
+
+
+def unexplained(claims, excuses, times_of, fits):
+    """The claims that are left when each excuse explains `times_of` of those that it fits: they are
+    given to the excuses so that as few as possible are left (augmenting paths)."""
+    explained = [[] for _ in excuses]
+
+    def place(claim, tried):
+        for index, excuse in enumerate(excuses):
+            if index in tried or not fits(claim, excuse):
+                continue
+            tried.add(index)
+            if len(explained[index]) < times_of(excuse):
+                explained[index].append(claim)
+                return True
+            for i, other in enumerate(explained[index]):
+                if place(other, tried):
+                    explained[index][i] = claim
+                    return True
+        return False
+    return [claim for claim in claims if not place(claim, set())]
+
+
+def failures_of(fault):
+    """Exchanges with the modem that it can spoil: the one under way, and those that time out."""
+    return 1 + math.ceil((fault.end - fault.idle - fault.start) / STEP)
+
+
+def mails_of(fault):
+    """Mails that fail at once while it lasts: the block's worker looks every 100 ms."""
+    return 2 + int((fault.end - fault.start) / 0.1)
+
+
+def prolonged(faults, program):
+    """The faults with the time that the program may take to notice. The port has to wait for the
+    cycle, which a dead mail server holds; without a descriptor no modem is opened."""
+    held = [Span("held", event.time - MAIL_WAIT, event.time) for event in program
+            if re.match(r"mail \d+ 402$", event.line)]
+    starved = [fault for fault in faults if fault.kind == "no descriptors"]
+    result = []
+    for fault in faults:
+        end = latest_end(fault, starved if fault.kind == "unplugged" else [])
+        noticed = latest_end(dataclasses.replace(fault, end=end), held)
+        result.append(dataclasses.replace(fault, end=noticed, idle=noticed - end))
+    return result
+
+
+def latest_end(fault, delays):
+    return max([fault.end, *(delay.end for delay in delays
+                             if touches(delay, fault.start, fault.end))])
