@@ -118,7 +118,9 @@ class Page:
         command = [corvane, "run", path, "--cycle", "5ms", "--cycles", "50"]
         result = subprocess.run(command, capture_output=True, text=True, timeout=PATIENCE, check=False)
         self.printed = result.stdout
-        if result.returncode != 0 or re.search(r" (warning|error) ", result.stderr):
+        # Programs that read messages run without a modem here.
+        log = re.sub(r".* warning modem port 1: a block wants it, and there is none; .*\n", "", result.stderr)
+        if result.returncode != 0 or re.search(r" (warning|error) ", log):
             self.fail(f"{program}\nstatus {result.returncode}\n{result.stdout}{result.stderr}")
 
     def use_terminal(self, text):

@@ -169,7 +169,7 @@ def test_leaves_the_terminal_on_every_end():
     terminal = Terminal("x = = 1")
     assert terminal.wait_for_end() == 1
 
-    terminal = Terminal("function cycle() end", "--addin", "/no/such.so")
+    terminal = Terminal("function cycle() end", "--addin", __file__)  # which is no library
     assert terminal.wait_for_end() == 2
 
     for ending in (signal.SIGTERM, signal.SIGINT):
