@@ -8,6 +8,7 @@
 #include <boost/algorithm/string/replace.hpp>
 #include <charconv>
 #include <optional>
+#include <set>
 
 #include "runtime/corvane/duration.h"
 
@@ -140,6 +141,7 @@ std::string Unquoted(std::string_view value) {
 }
 
 void ReadSettings(ModemTarget& target, std::string_view text) {
+  std::set<std::string_view> given;
   while (!text.empty()) {
     const std::size_t equals = std::min(text.find('='), text.find(','));
     const std::string_view name = text.substr(0, equals);
@@ -149,6 +151,9 @@ void ReadSettings(ModemTarget& target, std::string_view text) {
       throw ModemTargetError(fmt::format(
           "'{}' is no setting; known are baud=, flow=, poll=, patience=, prompt-pause= and init=",
           name));
+    }
+    if (!given.insert(setting->name).second) {
+      throw ModemTargetError(fmt::format("{}= is given twice; give it once", name));
     }
     text.remove_prefix(equals + 1);
     const std::size_t end = EndOfValue(name, text);
@@ -176,7 +181,8 @@ void ReadTcp(ModemTarget& target, std::string_view address) {
   if (host.size() > 2 && host.front() == '[' && host.back() == ']') {
     host = host.substr(1, host.size() - 2);  // an IPv6 address
   }
-  if (service < 1 || service > 65535 || host.empty()) {
+  const bool is_host = !host.empty() && host.find_first_of("[]") == std::string_view::npos;
+  if (service < 1 || service > 65535 || !is_host) {
     throw ModemTargetError(fmt::format(
         "'tcp:{}' is no address; write tcp:HOST:PORT with a port from 1 to 65535", address));
   }

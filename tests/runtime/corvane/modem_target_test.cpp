@@ -91,7 +91,8 @@ TEST(ModemTarget, AnErrorTellsWhatIsWrongAndWhatToWrite) {
     EXPECT_THAT(ErrorOf(port + "=/dev/ttyUSB0"), HasSubstr("'" + port + "' is no port number"));
   }
   EXPECT_THAT(ErrorOf("1="), HasSubstr("port 1 has no device"));
-  for (const std::string address : {"", "host", "host:", "host:0", "host:65536", ":80", "host:x"}) {
+  for (const std::string address : {"", "host", "host:", "host:0", "host:65536", ":80", "host:x",
+                                    "[::1:1", "::1]:1", "[[::1]]:1", "[]:1"}) {
     EXPECT_THAT(ErrorOf("1=tcp:" + address), HasSubstr("'tcp:" + address + "' is no address"));
   }
   EXPECT_THAT(ErrorOf("1=/dev/\x1B[2J"), HasSubstr("has a control character"));
@@ -104,6 +105,8 @@ TEST(ModemTarget, AnErrorTellsWhatIsWrongAndWhatToWrite) {
   for (const std::string baud : {"", "12345", "9600x", "-9600"}) {
     EXPECT_THAT(ErrorOf("1=/dev/a,baud=" + baud), HasSubstr("baud=" + baud + " is no speed"));
   }
+  EXPECT_THAT(ErrorOf("1=/dev/a,baud=9600,baud=1200"), HasSubstr("baud= is given twice"));
+  EXPECT_THAT(ErrorOf("1=/dev/a,init=AT,init=AT"), HasSubstr("init= is given twice"));
   EXPECT_THAT(ErrorOf("1=/dev/a,flow=xonxoff"), HasSubstr("write none or rtscts"));
   EXPECT_THAT(ErrorOf("1=/dev/a,poll=0"), HasSubstr("poll=0 is no time from 1ms"));
   EXPECT_THAT(ErrorOf("1=/dev/a,patience=60"), HasSubstr("an example: patience=2s"));
