@@ -3,7 +3,11 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <system_error>
+
+#include "runtime/cli/commands.h"
 
 namespace corvane::cli {
 namespace {
@@ -22,12 +26,33 @@ std::string CheckAddin(const std::string& file) {
   return {};
 }
 
+/// A library that is loaded twice registers its block types twice. Throws CLI::ValidationError.
+void CheckDifferent(const std::vector<std::string>& files) {
+  for (auto file = files.begin(); file != files.end(); ++file) {
+    const auto is_same = [file](const std::string& other) {
+      std::error_code error;
+      return std::filesystem::equivalent(*file, other, error);
+    };
+    if (std::any_of(files.begin(), file, is_same)) {
+      throw CLI::ValidationError("--addin", *file + " is given twice; give it once");
+    }
+  }
+}
+
 }  // namespace
 
 void AddAddinOption(CLI::App& command, std::vector<std::string>& files) {
-  command.add_option("--addin", files, "Add-in library to load in place of our own; repeatable")
+  command
+      .add_option_function<std::vector<std::string>>(
+          "--addin",
+          [&files](const std::vector<std::string>& given) {
+            CheckDifferent(given);
+            files = given;
+          },
+          "Add-in library to load in place of our own; repeatable")
       ->expected(1)
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+      ->check(CheckNotEmpty)
       ->check(CheckAddin);
 }
 

@@ -4,8 +4,10 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <cstdint>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace corvane::cli {
 
@@ -19,8 +21,14 @@ enum ExitStatus : int {
 /// What a chosen subcommand does; returns the exit status.
 using Action = std::function<int()>;
 
-/// A CLI11 validator: empty when `text` is a duration, else what is wrong with it.
+/// Checks of an option's value, for CLI::Option::check: empty when it is right, else what is wrong
+/// with it.
 [[nodiscard]] std::string CheckDuration(const std::string& text);
+[[nodiscard]] std::string CheckNotEmpty(const std::string& text);
+/// A whole number from `lowest` to `highest`. (The option's own conversion would let some pass.)
+[[nodiscard]] CLI::Validator WholeNumber(std::uint64_t lowest, std::uint64_t highest);
+/// One of these words, which --help shows.
+[[nodiscard]] CLI::Validator OneOf(std::vector<std::string> words);
 
 void AddRunCommand(CLI::App& app, Action& action);
 void AddBlocksCommand(CLI::App& app, Action& action);

@@ -9,7 +9,9 @@
 #include <string>
 #include <vector>
 
+#include "runtime/cli/commands.h"
 #include "runtime/cli/text_file.h"
+#include "runtime/cli/usage_message.h"
 
 namespace corvane::cli {
 namespace {
@@ -84,7 +86,7 @@ void ReadConfig(CLI::App& command, const std::string& path) {
       CLI::Option& option = FindOption(command, setting.name);
       if (unset.Contains(option)) Store(option, setting);
     } catch (const CLI::ParseError& error) {
-      throw CLI::ConfigError(fmt::format("{}:{}: {}", path, number, error.what()));
+      throw CLI::ConfigError(fmt::format("{}:{}: {}", path, number, UsageMessage(command, error)));
     }
   }
 }
@@ -94,6 +96,7 @@ void ReadConfig(CLI::App& command, const std::string& path) {
 void AddConfigOption(CLI::App& command) {
   auto path = std::make_shared<std::string>();
   command.add_option("--config", *path, "File with these options: cycle = 500ms, one a line")
+      ->check(CheckNotEmpty)
       ->configurable(false);
   command.get_help_ptr()->configurable(false);
   // Behind the command line, and in front of the subcommand's own callback.

@@ -4,11 +4,13 @@
 #include <spdlog/sinks/stdout_color_sinks.h>
 #include <spdlog/spdlog.h>
 
+#include "runtime/cli/commands.h"
+
 namespace corvane::cli {
 
 void AddLogLevelOption(CLI::App& command, std::string& level) {
   command.add_option("--log-level", level, "trace, debug, info, warning, error or off")
-      ->check(CLI::IsMember({"trace", "debug", "info", "warning", "error", "off"}))
+      ->check(OneOf({"trace", "debug", "info", "warning", "error", "off"}))
       ->capture_default_str();
 }
 

@@ -4,12 +4,20 @@
 
 #include <cstdio>
 #include <exception>
+#include <string>
 
 #include "runtime/cli/commands.h"
 #include "runtime/cli/printable.h"
+#include "runtime/cli/usage_message.h"
 #include "runtime/corvane/addin.h"
 
 namespace {
+
+/// "corvane pdu encode".
+std::string FullName(const CLI::App& command) {
+  const CLI::App* parent = command.get_parent();
+  return (parent == nullptr ? "" : FullName(*parent) + " ") + command.get_name();
+}
 
 int Main(int argc, char** argv) {
   CLI::App app(
@@ -29,10 +37,9 @@ int Main(int argc, char** argv) {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) return app.exit(error);  // --help, --version
-    corvane::cli::PrintError(fmt::format(
-        "{} (try {} --help)", error.what(),
-        app.get_subcommands().empty() ? "corvane"
-                                      : "corvane " + app.get_subcommands().front()->get_name()));
+    corvane::cli::PrintError(fmt::format("{} (try {} --help)",
+                                         corvane::cli::UsageMessage(app, error),
+                                         FullName(corvane::cli::ChosenCommand(app))));
     return corvane::cli::kUsage;
   }
   if (!action) {

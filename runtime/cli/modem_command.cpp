@@ -7,6 +7,7 @@
 #include <boost/asio/signal_set.hpp>
 #include <csignal>
 #include <cstdio>
+#include <limits>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -143,31 +144,37 @@ std::string Footer() {
 void AddModemCommand(CLI::App& app, Action& action) {
   auto options = std::make_shared<ModemCommandOptions>();
   CLI::App* command = app.add_subcommand("modem", "Simulate a GSM modem on a serial line");
-  command->add_option("--link", options->link, "Name for the pseudo-terminal: a symbolic link");
-  command->add_option("--tcp", options->tcp, "HOST:PORT to listen on; port 0: any free one");
+  command->add_option("--link", options->link, "Name for the pseudo-terminal: a symbolic link")
+      ->check(CheckNotEmpty);
+  command->add_option("--tcp", options->tcp, "HOST:PORT to listen on; port 0: any free one")
+      ->check(CheckNotEmpty);
   command->add_option("--pin", options->pin, "PIN that the SIM card asks for")
       ->check([](const std::string& pin) {
         const bool digits = pin.find_first_not_of("0123456789") == std::string::npos;
         return digits && pin.size() >= 4 && pin.size() <= 8 ? "" : "a PIN has 4 to 8 digits";
       });
-  command->add_option("--store-size", options->store_size, "Messages that the store holds")
-      ->check(CLI::Range(1, 10000))
+  command
+      ->add_option("--store-size", options->store_size, "Messages that the store holds, 1 to 10000")
+      ->check(WholeNumber(1, 10000))
       ->capture_default_str();
   command->add_option("--network-delay", options->network_delay, "Time to confirm a sent message")
       ->check(CheckDuration)
       ->capture_default_str();
   command->add_option("--baud", options->baud_rate, "Answer no faster than this; 0: no limit")
-      ->check(CLI::IsMember(
-          {0, 1200, 2400, 4800, 9600, 19200, 38400, 57600, 115200, 230400, 460800, 921600}))
+      ->check(OneOf({"0", "1200", "2400", "4800", "9600", "19200", "38400", "57600", "115200",
+                     "230400", "460800", "921600"}))
       ->capture_default_str();
   command->add_option("--quirk", options->quirks, "Behave like a certain modem; repeatable")
       ->expected(1)
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
       ->check(CheckQuirk);
-  command->add_option("--seed", options->seed, "Of the random bytes")->capture_default_str();
+  command->add_option("--seed", options->seed, "Of the random bytes")
+      ->check(WholeNumber(0, std::numeric_limits<unsigned>::max()))
+      ->capture_default_str();
   command->add_option("--time", options->time, "Time of the service centre, which then stands")
       ->check(CheckTime);
-  command->add_option("--scenario", options->scenario, "Console commands from a file instead");
+  command->add_option("--scenario", options->scenario, "Console commands from a file instead")
+      ->check(CheckNotEmpty);
   command->add_flag("--trace", options->trace, "Log all bytes, with their times");
   command->footer(Footer());
   command->callback([options, &action] { action = [options] { return Modem(*options); }; });

@@ -216,6 +216,9 @@ void AddEncodeCommand(CLI::App& pdu, Action& action) {
 void AddPduCommand(CLI::App& app, Action& action) {
   CLI::App* command = app.add_subcommand("pdu", "Decode and encode SMS PDUs");
   command->require_subcommand(1);
+  command->footer(
+      "Example: corvane pdu encode --to 15550101234 \"Boiler 2: pressure low\"\n\n"
+      "Each subcommand has a --help of its own.");
   AddDecodeCommand(*command, action);
   AddEncodeCommand(*command, action);
 }

@@ -2,11 +2,14 @@
 // corvane run: one control program, cycle after cycle.
 #include <fmt/format.h>
 #include <spdlog/spdlog.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 
 #include <cerrno>
-#include <charconv>
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
+#include <limits>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -39,16 +42,6 @@ struct RunOptions {
   bool watch = false;
 };
 
-/// Empty when `text` is a whole number that fits, else what is wrong with it. (The option's own
-/// conversion would let "-1" pass as the largest number.)
-std::string CheckCount(const std::string& text) {
-  std::uint64_t number = 0;
-  const char* const end = text.data() + text.size();
-  const auto [rest, error] = std::from_chars(text.data(), end, number);
-  if (error == std::errc() && rest == end) return {};
-  return fmt::format("'{}' is no whole number below 2^64", text);
-}
-
 /// Empty when `path` is a program that can be read, else what is wrong with it.
 std::string CheckProgram(const std::string& path) {
   std::error_code error;
@@ -64,14 +57,21 @@ std::string CheckProgram(const std::string& path) {
   return {};
 }
 
-/// Throws CLI::ValidationError for modems that cannot be meant. A device that is not there, or not
-/// to be opened now, may be later: the ports wait for it.
+/// Whether `device` cannot be a serial line. A device that is not there, or not to be opened now,
+/// may be later: the ports wait for it. It is not opened to ask for more, since that would raise
+/// and drop the line's signals, which some modems take for an order to start anew.
+bool IsNoSerialDevice(const std::string& device) {
+  struct stat status {};
+  if (stat(device.c_str(), &status) != 0) return false;
+  constexpr unsigned kMemoryDevices = 1;  // null, zero, random ..., on every Linux
+  return !S_ISCHR(status.st_mode) || major(status.st_rdev) == kMemoryDevices;
+}
+
+/// Throws CLI::ValidationError for modems that cannot be meant.
 void CheckModems(const std::vector<std::string>& modems) {
   try {
     for (const ModemTarget& target : ParseModemTargets(modems)) {
-      std::error_code ignored;
-      const auto status = std::filesystem::status(target.device, ignored);
-      if (std::filesystem::is_directory(status) || std::filesystem::is_regular_file(status)) {
+      if (IsNoSerialDevice(target.device)) {
         throw ModemTargetError(target.device +
                                " is no serial device; write a device such as /dev/ttyUSB0");
       }
@@ -177,7 +177,7 @@ void AddRunCommand(CLI::App& app, Action& action) {
       ->check(CheckDuration)
       ->capture_default_str();
   command->add_option("--cycles", options->cycles, "End after so many cycles; 0: no limit")
-      ->check(CheckCount);
+      ->check(WholeNumber(0, std::numeric_limits<std::uint64_t>::max()));
   command
       ->add_option_function<std::vector<std::string>>(
           "--modem",

@@ -119,7 +119,8 @@ TEST_F(ConfigFileTest, AValueThatTheOptionRefusesIsOneClearLine) {
 }
 
 TEST_F(ConfigFileTest, AnOptionThatIsGivenOnceMayNotStandTwice) {
-  ExpectUsageError(RunWith("cycle = 1ms\ncycle = 2ms\n"), "options.conf:2: --cycle");
+  ExpectUsageError(RunWith("cycle = 1ms\ncycle = 2ms\n"),
+                   "options.conf:2: --cycle is given twice; give it once");
 }
 
 TEST_F(ConfigFileTest, WhatBelongsOnTheCommandLineIsRefused) {
@@ -134,6 +135,13 @@ TEST_F(ConfigFileTest, AFileThatCannotBeReadIsOneClearLine) {
     ExpectUsageError(test_support::RunCommand({CORVANE, "run", program, "--config", path}),
                      "configuration " + path + " cannot be read: ");
   }
+}
+
+TEST_F(ConfigFileTest, AnEmptyNameIsOneClearLine) {
+  const std::string program = Write("program.lua", "plc.stop()");
+  ExpectUsageError(test_support::RunCommand({CORVANE, "run", program, "--config", ""}),
+                   "--config: its value is empty; give one, or leave the option out");
+  ExpectUsageError(RunWith("addin =\n"), "options.conf:1: --addin: its value is empty");
 }
 
 TEST_F(ConfigFileTest, AFileThatIsNoTextOrHasNoEndIsOneClearLine) {

@@ -116,6 +116,9 @@ TEST_F(ModemCommandTest, TakesAScenarioFromAPipe) {
 TEST_F(ModemCommandTest, RefusesOptionsThatMakeNoSense) {
   ExpectUsageError(Run({"--store-size", "0"}), "--store-size");
   ExpectUsageError(Run({"--store-size", "10001"}), "--store-size");
+  for (const std::string name : {"--link", "--tcp", "--scenario"}) {
+    ExpectUsageError(Run({name, ""}), name + ": its value is empty");
+  }
   ExpectUsageError(Run({"--pin", "12"}), "a PIN has 4 to 8 digits");
   ExpectUsageError(Run({"--pin", "abcd"}), "a PIN has 4 to 8 digits");
   ExpectUsageError(Run({"--network-delay", "soon"}), "'soon' is no duration");

@@ -229,6 +229,7 @@ TEST(PduCommand, HelpNamesBothDirections) {
   EXPECT_EQ(result.status, 0);
   EXPECT_THAT(result.out, HasSubstr("decode"));
   EXPECT_THAT(result.out, HasSubstr("encode"));
+  EXPECT_THAT(result.out, HasSubstr("Example: corvane pdu encode --to 15550101234"));
 }
 
 }  // namespace

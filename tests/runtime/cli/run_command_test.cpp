@@ -129,6 +129,15 @@ TEST_F(RunTest, AnAddinThatIsNoFileIsOneClearLineAndNothingHangs) {
   }
 }
 
+TEST_F(RunTest, AnAddinThatIsGivenTwiceIsOneClearLine) {
+  const std::string link = Path("link.so");
+  ASSERT_EQ(symlink(ADDIN_FILE, link.c_str()), 0);
+  for (const std::string& again : {std::string(ADDIN_FILE), link}) {
+    ExpectUsageError(RunWords({Write("plc.stop()"), "--addin", ADDIN_FILE, "--addin", again}),
+                     "--addin: " + again + " is given twice; give it once");
+  }
+}
+
 TEST_F(RunTest, AnAddinWithoutInitAddinIsOneClearLine) {
   ExpectUsageError(RunWords({Write("plc.stop()"), "--addin", LIBRARY_FILE}), "it has no InitAddin");
 }

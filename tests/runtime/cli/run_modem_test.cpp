@@ -2,6 +2,7 @@
 // `corvane run --modem` as a user starts it.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <csignal>
@@ -58,6 +59,14 @@ TEST_F(RunModemTest, AWrongOptionIsOneLineAndStatus2) {
   ExpectUsageError({"--modem", "1=" + folder_.path().string()}, "is no serial device");
   ExpectUsageError({"--modem", "1=" + (folder_.path() / "program1.lua").string()},
                    "is no serial device");
+}
+
+TEST_F(RunModemTest, WhatIsThereAndCannotBeASerialDeviceIsRefused) {
+  const std::string pipe = (folder_.path() / "pipe").string();
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  for (const std::string& device : {std::string("/dev/null"), pipe}) {
+    ExpectUsageError({"--modem", "1=" + device}, device + " is no serial device");
+  }
 }
 
 TEST_F(RunModemTest, AMissingDeviceIsNamedInOneLineAndTheProgramRuns) {

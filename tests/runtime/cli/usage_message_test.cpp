@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: MIT
+// What the command says of words that it cannot use.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/runtime/cli/usage_error.h"
+#include "tests/support/command.h"
+
+namespace {
+
+void Expect(const std::vector<std::string>& words, const std::string& message) {
+  std::vector<std::string> command{CORVANE};
+  command.insert(command.end(), words.begin(), words.end());
+  const auto result = test_support::RunCommand(command);
+  test_support::ExpectUsageError(result, "");
+  EXPECT_EQ(result.err, "corvane: " + message + "\n");
+}
+
+TEST(UsageMessage, OfAnOptionTooOften) {
+  Expect({"blocks", "--addin", ADDIN_FILE, "--addin"},
+         "--addin: its value is missing; write it behind the name (try corvane blocks --help)");
+  Expect({"modem", "--seed", "1", "--seed", "2"},
+         "--seed is given twice; give it once (try corvane modem --help)");
+}
+
+TEST(UsageMessage, OfAnOptionWithoutItsValue) {
+  Expect({"modem", "--seed"},
+         "--seed: its value is missing; write it behind the name (try corvane modem --help)");
+  Expect({"pdu", "encode", "--to"},
+         "--to: its value is missing; write it behind the name (try corvane pdu encode --help)");
+}
+
+TEST(UsageMessage, OfAValueThatIsNoneOfTheOption) {
+  Expect({"modem", "--seed", "x"},
+         "--seed: 'x' is no whole number from 0 to 4294967295 (try corvane modem --help)");
+  Expect({"modem", "--store-size", "10001"},
+         "--store-size: '10001' is no whole number from 1 to 10000 (try corvane modem --help)");
+  Expect({"modem", "--baud", "5"},
+         "--baud: '5' is none of 0, 1200, 2400, 4800, 9600, 19200, 38400, 57600, 115200, 230400, "
+         "460800, 921600 (try corvane modem --help)");
+  Expect({"modem", "--trace=x"},
+         "--trace takes no value, and so not 'x' (try corvane modem --help)");
+}
+
+TEST(UsageMessage, OfAWordTooMany) {
+  Expect({"modem", "foo"},
+         "'foo' is one word too many; a value with blanks stands in quotes (try corvane modem "
+         "--help)");
+  Expect({"blocks", "--colour"}, "there is no option --colour (try corvane blocks --help)");
+  Expect({"pdu", "decode", "--xml"}, "there is no option --xml (try corvane pdu decode --help)");
+}
+
+TEST(UsageMessage, OfAWordThatIsMissing) {
+  Expect({"run"}, "program is missing: The control program, a Lua file (try corvane run --help)");
+  Expect({"pdu", "encode", "x"},
+         "--to is missing: Receiver's number, digits only (try corvane pdu encode --help)");
+}
+
+TEST(UsageMessage, OfASubcommand) {
+  Expect({}, "a subcommand is missing (try corvane --help)");
+  Expect({"fly"}, "'fly' is no subcommand; known are run, blocks, modem, pdu (try corvane --help)");
+  Expect({"pdu"}, "a subcommand is missing; known are decode, encode (try corvane pdu --help)");
+  Expect({"pdu", "fly"},
+         "'fly' is no subcommand; known are decode, encode (try corvane pdu --help)");
+}
+
+}  // namespace
