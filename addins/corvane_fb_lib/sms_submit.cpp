@@ -7,6 +7,7 @@
 #include <limits>
 
 #include "addins/corvane_fb_lib/sms.h"
+#include "corvane/modem_port_driver.h"
 #include "opcua/opcua.h"
 #include "share/utf16.h"
 
@@ -123,6 +124,10 @@ int SMSSubmit::encode(const std::string& text, const std::string& number) {
     }
   }
   return status;
+}
+
+bool FitsInRequest(const SMSSubmit& message) {
+  return message.pdus.empty() || 2 * message.pdus.front().size() + 1 <= kPortDriverRequestSize;
 }
 
 }  // namespace sms

@@ -35,12 +35,6 @@ bool Contains(std::string_view text, std::string_view piece) {
   return text.find(piece) != text.npos;
 }
 
-/// Whether every PDU, in hexadecimal and with its Ctrl-Z, has room in a request. Only a receiver of
-/// hundreds of characters, which is no phone number, makes it longer.
-bool FitsInRequest(const sms::SMSSubmit& message) {
-  return message.pdus.empty() || 2 * message.pdus.front().size() + 1 <= kPortDriverRequestSize;
-}
-
 }  // namespace
 
 const FBMetaEntry* SendSMSFB::GetMetaTable() {
@@ -80,7 +74,7 @@ void SendSMSFB::QueueMessages() {
     if (number.empty()) continue;
     const auto message = boost::make_shared<sms::SMSSubmit>();
     int error = message->encode(text, number);
-    if (error == 0 && !FitsInRequest(*message)) error = kNoReceiver;
+    if (error == 0 && !sms::FitsInRequest(*message)) error = kNoReceiver;
     if (error == 0) {
       queue_.push_back(message);
     } else {

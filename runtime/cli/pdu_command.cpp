@@ -13,6 +13,7 @@
 #include <string_view>
 #include <vector>
 
+#include "addins/corvane_fb_lib/at_answer.h"
 #include "addins/corvane_fb_lib/sms.h"
 #include "addins/corvane_fb_lib/sms_delivered.h"
 #include "addins/corvane_fb_lib/sms_submit.h"
@@ -138,10 +139,12 @@ int Decode(const std::vector<std::string>& pdus, bool json) {
   return decoding.status();
 }
 
-/// Why the codec refuses to encode.
-const char* Refusal(int status) {
-  return status == 12 ? "the receiver's number is empty"
-                      : "the text is not valid UTF-8, or has 2000 or more UTF-16 code units";
+/// Why SEND_SMS does not send it.
+const char* Refusal(int status, const std::string& number) {
+  if (status != kNoReceiver) {
+    return "the text is not valid UTF-8, or has 2000 or more UTF-16 code units";
+  }
+  return number.empty() ? "the receiver's number is empty" : "the receiver's number is too long";
 }
 
 int Encode(const std::string& text, const std::string& number, bool json) {
@@ -155,7 +158,11 @@ int Encode(const std::string& text, const std::string& number, bool json) {
     PrintError("note: an empty text has no PDU; SEND_SMS sends nothing for it");
   }
   sms::SMSSubmit message;
-  const int status = message.encode(text, number);
+  int status = message.encode(text, number);
+  if (status == 0 && !sms::FitsInRequest(message)) {
+    status = kNoReceiver;
+    message.pdus.clear();
+  }
   nlohmann::ordered_json object = {{"status", status},
                                    {"pdus", nlohmann::ordered_json::array()},
                                    {"lengths", nlohmann::ordered_json::array()},
@@ -168,7 +175,7 @@ int Encode(const std::string& text, const std::string& number, bool json) {
   }
   if (json) fmt::print("{}\n", object.dump());
   if (status == 0) return kSuccess;
-  PrintError(fmt::format("{} (code {})", Refusal(status), status));
+  PrintError(fmt::format("{} (code {})", Refusal(status, number), status));
   return kProgramFailed;
 }
 

@@ -207,6 +207,16 @@ TEST(PduEncode, ToAnEmptyNumberSaysSo) {
   EXPECT_EQ(result.err, "corvane: the receiver's number is empty (code 12)\n");
 }
 
+TEST(PduEncode, ToANumberThatSendSmsRefusesPrintsNoPdu) {
+  const auto result = Pdu({"encode", "--to", std::string(1100, '1'), "Hello"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.out, "");
+  EXPECT_EQ(result.err, "corvane: the receiver's number is too long (code 12)\n");
+  const auto as_json = Pdu({"encode", "--json", "--to", std::string(1100, '1'), "Hello"});
+  EXPECT_EQ(json::parse(as_json.out)["status"], 12);
+  EXPECT_EQ(json::parse(as_json.out)["pdus"].size(), 0u);
+}
+
 TEST(PduEncode, WarnsOfANumberThatIsNotDigitsOnly) {
   const auto result = Pdu({"encode", "--to", "+4917112345", "Hello"});
   EXPECT_EQ(result.status, 0);
