@@ -10,11 +10,6 @@ namespace {
 
 extern "C" void DropSignal(int /*signal*/) {}
 
-bool IsIgnored(int signal) {
-  struct sigaction action {};
-  return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
-}
-
 void Drop(int signal) {
   struct sigaction action {};
   action.sa_handler = DropSignal;
@@ -24,11 +19,18 @@ void Drop(int signal) {
 
 }  // namespace
 
+bool IsIgnored(int signal) {
+  struct sigaction action {};
+  return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
 void SetUpProcess() {
   close_range(3, ~0U, CLOSE_RANGE_CLOEXEC);  // an older system without it keeps what it has
   for (int signal = 1; signal < NSIG; ++signal) {
     if (IsIgnored(signal)) Drop(signal);
   }
+  std::signal(SIGINT, SIG_DFL);
+  std::signal(SIGTERM, SIG_DFL);
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);

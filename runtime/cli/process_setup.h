@@ -10,9 +10,14 @@ namespace corvane::cli {
 ///   error;
 ///   - signals that are ignored now (by nohup, by a service manager) are caught and dropped
 ///   instead,
-///     which looks the same here and is not inherited;
+///     which looks the same here and is not inherited; SIGINT and SIGTERM get their ordinary effect
+///     instead, since they are how somebody ends a control program that a script has put into the
+///     background;
 ///   - no signal stays blocked.
 /// A broken pipe is treated alike: a log reader that dies must not take the control program along.
 void SetUpProcess();
+
+/// Whether a signal is ignored now. SetUpProcess takes that away.
+[[nodiscard]] bool IsIgnored(int signal);
 
 }  // namespace corvane::cli

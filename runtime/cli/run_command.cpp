@@ -6,6 +6,7 @@
 #include <sys/sysmacros.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
@@ -134,6 +135,8 @@ int Check(const RunOptions& options) {
 }
 
 int Run(const RunOptions& options) {
+  using Hangup = SystemScanClock::Hangup;
+  const Hangup hangup = IsIgnored(SIGHUP) ? Hangup::kNothing : Hangup::kStop;  // by nohup
   SetUpProcess();
   std::unique_ptr<WatchView> view;
   if (options.watch) {
@@ -143,7 +146,7 @@ int Run(const RunOptions& options) {
     }
     view = std::make_unique<WatchView>(options.program);
   }
-  SystemScanClock clock;  // from here on the key q, a signal, ends in good order
+  SystemScanClock clock(hangup);  // from here on the key q, a signal, ends in good order
   SetUpLog(options.log_level);
   // Output to a file or a pipe leaves line by line, too, and a failing program loses none of it.
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);

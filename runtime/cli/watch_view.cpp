@@ -55,7 +55,7 @@ void WriteParts(int row, const std::string& text) {
 void LeaveSignalsToOthers() {
   sigset_t signals;
   sigemptyset(&signals);
-  for (const int signal : {SIGINT, SIGTERM, SIGUSR1}) sigaddset(&signals, signal);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGUSR1}) sigaddset(&signals, signal);
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 }
 

@@ -15,10 +15,12 @@ namespace {
 
 // What the handler may touch: lock-free atomics and a descriptor.
 std::atomic<bool> stop_requested{false};
+std::atomic<bool> stop_demanded{false};  // by somebody who can do so again
 std::atomic<bool> statistics_requested{false};
 std::atomic<int> wake_event{-1};
 struct sigaction old_int {};
 struct sigaction old_term {};
+struct sigaction old_hup {};
 struct sigaction old_usr1 {};
 static_assert(std::atomic<bool>::is_always_lock_free && std::atomic<int>::is_always_lock_free);
 
@@ -26,7 +28,7 @@ extern "C" void OnSignal(int signal) {
   const int saved_errno = errno;
   if (signal == SIGUSR1) {
     statistics_requested = true;
-  } else if (stop_requested.exchange(true)) {
+  } else if (signal != SIGHUP && stop_demanded.exchange(true)) {
     // Asked twice: the running cycle does not end. Now the signal has the effect that it had
     // before, and its ordinary one where it was ignored.
     const struct sigaction& old = signal == SIGINT ? old_int : old_term;
@@ -36,6 +38,8 @@ extern "C" void OnSignal(int signal) {
       sigaction(signal, &old, nullptr);
     }
     raise(signal);
+  } else {
+    stop_requested = true;
   }
   const std::uint64_t one = 1;
   // It can only fail when the counter is full, and then the waiter wakes anyway.
@@ -63,19 +67,23 @@ void WaitForEvent(int event, std::chrono::nanoseconds time) {
 
 }  // namespace
 
-SystemScanClock::SystemScanClock() : event_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+SystemScanClock::SystemScanClock(Hangup hangup)
+    : hangup_(hangup), event_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
   if (event_ < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
   stop_requested = false;
+  stop_demanded = false;
   statistics_requested = false;
   wake_event = event_;
   Catch(SIGINT, old_int);
   Catch(SIGTERM, old_term);
+  if (hangup_ == Hangup::kStop) Catch(SIGHUP, old_hup);
   Catch(SIGUSR1, old_usr1);
 }
 
 SystemScanClock::~SystemScanClock() {
   sigaction(SIGINT, &old_int, nullptr);
   sigaction(SIGTERM, &old_term, nullptr);
+  if (hangup_ == Hangup::kStop) sigaction(SIGHUP, &old_hup, nullptr);
   sigaction(SIGUSR1, &old_usr1, nullptr);
   wake_event = -1;
   close(event_);

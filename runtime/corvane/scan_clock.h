@@ -25,15 +25,21 @@ class ScanClock {
   [[nodiscard]] virtual Wake WaitUntil(TimePoint deadline) = 0;
 };
 
-/// The real clock. SIGINT and SIGTERM ask to stop, SIGUSR1 asks for the statistics, while it lives;
-/// asked to stop a second time, the signal has the effect that it had before: the process ends at
-/// once.
-/// The signals are caught, never blocked or ignored, so that a command started by a block inherits
-/// none of it. One at a time.
+/// The real clock. SIGINT, SIGTERM and SIGHUP ask to stop, SIGUSR1 asks for the statistics, while
+/// it lives. A second SIGINT or SIGTERM has the effect that it had before: the process ends at
+/// once. A SIGHUP never does that, since a terminal that goes away sends several. The signals are
+/// caught, never blocked or ignored, so that a command started by a block inherits none of it. One
+/// at a time.
 class SystemScanClock : public ScanClock {
  public:
+  /// What a SIGHUP does.
+  enum class Hangup {
+    kStop,
+    kNothing,  ///< what it did before
+  };
+
   /// Throws std::system_error when the system has no descriptor to give.
-  SystemScanClock();
+  explicit SystemScanClock(Hangup hangup = Hangup::kStop);
   SystemScanClock(const SystemScanClock&) = delete;
   SystemScanClock& operator=(const SystemScanClock&) = delete;
   ~SystemScanClock() override;
@@ -42,6 +48,7 @@ class SystemScanClock : public ScanClock {
   [[nodiscard]] Wake WaitUntil(TimePoint deadline) override;
 
  private:
+  Hangup hangup_;
   int event_;  // eventfd that the handler writes to
 };
 

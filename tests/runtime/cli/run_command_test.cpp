@@ -226,7 +226,7 @@ TEST_F(RunTest, HelpShowsAnExampleAndGives0) {
 }
 
 TEST_F(RunTest, InterruptAndTerminateEndItAfterTheRunningCycleWithStatus0) {
-  for (const int signal : {SIGINT, SIGTERM}) {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
     Command command(Words({Write("function cycle() print('cycle') end"), "--cycle", "5ms"}));
     ASSERT_TRUE(test_support::WaitFor([&] { return !command.out().empty(); }));
     command.Signal(signal);
@@ -246,6 +246,30 @@ TEST_F(RunTest, ASecondTerminateEndsACycleThatDoesNotEnd) {
     return command.HasEnded();
   }));
   EXPECT_EQ(command.Wait().status, 128 + SIGTERM);
+}
+
+TEST_F(RunTest, ASecondInterruptEndsItAlsoInTheBackgroundOfAScript) {
+  const std::string program = Write("function cycle() print('cycle') while true do end end");
+  Command command({"/bin/sh", "-c", "trap '' INT; exec \"$0\" run \"$1\"", CORVANE, program});
+  ASSERT_TRUE(test_support::WaitFor([&] { return !command.out().empty(); }));
+  ASSERT_TRUE(test_support::WaitFor([&] {
+    command.Signal(SIGINT);
+    return command.HasEnded();
+  }));
+  EXPECT_EQ(command.Wait().status, 128 + SIGINT);
+}
+
+TEST_F(RunTest, AHangupThatIsIgnoredAroundTheRuntimeHasNoEffect) {
+  const std::string program = Write("function cycle() print('cycle') end");
+  Command command(
+      {"/bin/sh", "-c", "trap '' HUP; exec \"$0\" run --cycle 5ms \"$1\"", CORVANE, program});
+  ASSERT_TRUE(test_support::WaitFor([&] { return !command.out().empty(); }));
+  command.Signal(SIGHUP);
+  const std::size_t before = command.out().size();
+  ASSERT_TRUE(test_support::WaitFor([&] { return command.out().size() > before + 60; }))
+      << "ten cycles";
+  command.Signal(SIGTERM);
+  EXPECT_EQ(command.Wait().status, 0);
 }
 
 TEST_F(RunTest, TheUserSignalLogsTheStatisticsAndGoesOn) {

@@ -31,7 +31,7 @@ TEST(SystemScanClock, ADeadlineThatHasPassedReturnsAtOnce) {
 }
 
 TEST(SystemScanClock, EachOfTheStopSignalsEndsTheWaitAndStays) {
-  for (const int signal : {SIGINT, SIGTERM}) {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
     SystemScanClock clock;
     std::thread sender([signal] { kill(getpid(), signal); });
     EXPECT_EQ(clock.WaitUntil(Never()), Wake::kStop);
@@ -53,6 +53,23 @@ TEST(SystemScanClock, StatisticsAreAskedForOncePerSignal) {
   EXPECT_EQ(clock.WaitUntil(clock.Now() + std::chrono::milliseconds(5)), Wake::kDeadline);
   raise(SIGUSR1);
   EXPECT_EQ(clock.WaitUntil(Never()), Wake::kStatistics);
+}
+
+TEST(SystemScanClock, ManyHangupsEndNoProcess) {
+  SystemScanClock clock;
+  for (int i = 0; i < 3; ++i) raise(SIGHUP);
+  raise(SIGTERM);  // the first of those that count
+  EXPECT_EQ(clock.WaitUntil(Never()), Wake::kStop);
+}
+
+TEST(SystemScanClock, LeavesAHangupAloneWhereItIsToldTo) {
+  const auto before = std::signal(SIGHUP, SIG_IGN);
+  {
+    SystemScanClock clock(SystemScanClock::Hangup::kNothing);
+    raise(SIGHUP);
+    EXPECT_EQ(clock.WaitUntil(clock.Now()), Wake::kDeadline);
+  }
+  EXPECT_EQ(std::signal(SIGHUP, before), SIG_IGN);
 }
 
 TEST(SystemScanClock, PutsTheSignalsBackWhenItGoes) {
