@@ -10,8 +10,8 @@ import re
 from excuses import (MAIL_WAIT, PATIENCE, SILENCES, STEP, failures_of, mails_of, overlaps,
                      prolonged, touches, unexplained)
 
-# Per minute; less than half of the least seen of a sanitised or emulated program. A dead mail server
-# and a modem that is silent within a long wait leave the messages little time.
+# Per minute; less than half of what the slowest run of a sanitised program had. A dead mail server,
+# and a modem that falls silent within a long wait, leave the messages little time.
 LEAST = {"messages sent": 5, "messages received": 15, "mails taken, code 0": 40,
          "commands with a result": 300, "of these killed": 2, "background commands": 150}
 FULL_TURN = 60  # seconds in which each kind of fault has had its turn

@@ -118,7 +118,8 @@ class Sent(unittest.TestCase):
     def test_faults_explain_the_failures_of_a_dropped_message(self):
         self.assertFalse(sent([self.refused] * 3, [self.dropped],
                               [*self.ordered, Span("muted", 0, 1)]))
-        self.assertFalse(sent([], [self.silent], [Span("muted", 0, 2), Span("unplugged", 2, 3)]))
+        self.assertFalse(sent([], ["nothing", (3, self.silent)],
+                              [Span("muted", 0, 2), Span("unplugged", 2, 3)]))
 
     def test_each_failure_needs_a_fault_of_its_own(self):
         both = [self.silent, self.silent.replace("1555", "1777")]
@@ -342,9 +343,10 @@ class Mails(unittest.TestCase):
         self.assertTrue(mails(["mail 1 103"], [], self.starved))
         self.assertTrue(mails(["mail 1 300"], [], self.down))
 
-    def test_a_fault_explains_no_failure_long_behind_it(self):
+    def test_a_fault_explains_no_failure_before_it_or_long_behind_it(self):
         for code, faults in ((106, self.starved), (103, self.down)):
             self.assertTrue(mails([(9, f"mail 1 {code}")], [], faults))
+            self.assertTrue(mails([(-1, f"mail 1 {code}")], [], faults))
 
     def test_a_fault_explains_as_many_failures_as_it_has_time_for(self):
         def failed(count):

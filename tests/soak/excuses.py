@@ -28,7 +28,9 @@ def overlaps(spans, start, end, *kinds):
 
 
 def touches(span, start, end):
-    return span.start - LAG <= end and start <= span.end + LAG
+    """Whether it can be behind what is told of between start and end. A fault is noted before it
+    comes, all else when a line tells of it."""
+    return span.start <= end and start <= span.end + LAG
 
 
 def unexplained(claims, excuses, times_of, fits):

@@ -3,7 +3,7 @@
 
 A message may leave the modem twice only where its confirmation was lost on the wire, and stay in
 its store only where a fault cut the list that told of it, or kept its deletion from the modem
-(docs/modem.md). Which faults can have done that is read from the simulator's own order of events."""
+(docs/modem.md). The simulator's own order of events tells which faults can have done that."""
 import bisect
 import collections
 import dataclasses
@@ -165,7 +165,7 @@ def check_refusals(refusals, faults):
     def fits(refusal, fault):
         if fault.kind == "no network":
             return refusal.error == 331 and touches(fault, refusal.time, refusal.time)
-        return fault.kind == "CMGS refused" and fault.start <= refusal.time + LAG
+        return fault.kind == "CMGS refused" and fault.start <= refusal.time
     left = unexplained(refusals, faults, lambda fault: (
         len(refusals) if fault.kind == "no network" else fault.times), fits)
     return [f"the modem refused a message, and nobody told it to: {refusal}" for refusal in left]
