@@ -109,12 +109,12 @@ void ModemDialogue::Detach() {
 ExchangeResult ModemDialogue::Exchange(std::string_view request, milliseconds timeout) {
   const RequestKind kind = KindOfRequest(request);
   const bool is_text = kind == RequestKind::kText;
+  if (!is_text && state_ == State::kPrompt) LeavePrompt();
+  Idle(steady_clock::now());  // a late answer is not this one's; or the modem has started anew
   if (is_text && state_ != State::kPrompt) {
     Report(Shown(request) + " not sent, its prompt is gone");
     return {};
   }
-  if (!is_text && state_ == State::kPrompt) LeavePrompt();
-  Idle(steady_clock::now());  // a late answer is not this one's
   if (state_ == State::kUnknown && !BecomeReady(steady_clock::now() + timeout)) {
     Report(Shown(request) + " not sent, the modem does not answer");
     return {};
