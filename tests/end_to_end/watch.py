@@ -172,7 +172,7 @@ def test_leaves_the_terminal_on_every_end():
     terminal = Terminal("function cycle() end", "--addin", __file__)  # which is no library
     assert terminal.wait_for_end() == 2
 
-    for ending in (signal.SIGTERM, signal.SIGINT):
+    for ending in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP):
         terminal = Terminal("function cycle() end")
         terminal.wait_for("cycle time min")
         terminal.process.send_signal(ending)
@@ -181,7 +181,7 @@ def test_leaves_the_terminal_on_every_end():
 
 def test_leaves_the_terminal_when_a_signal_ends_the_process():
     stuck = "function cycle() if plc.cycle == 3 then print('stuck') while true do end end end"
-    for ending in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP, signal.SIGQUIT, signal.SIGABRT):
+    for ending in (signal.SIGTERM, signal.SIGINT, signal.SIGQUIT, signal.SIGABRT):
         terminal = Terminal(stuck)
         terminal.wait_for(" stuck")
         while terminal.process.poll() is None:  # SIGTERM and SIGINT end it at the second time
