@@ -22,11 +22,10 @@ void AppendOctet(unsigned char octet, std::string& shown) {
 void AppendWithoutControls(std::string_view text, std::string_view kept, std::string& shown) {
   for (std::size_t i = 0; i < text.size(); ++i) {
     const auto octet = static_cast<unsigned char>(text[i]);
-    if (kept.find(text[i]) != std::string_view::npos) {
-      shown += text[i];
-    } else if (octet == '\n') {
+    const bool is_kept = kept.find(text[i]) != std::string_view::npos;
+    if (octet == '\n' && !is_kept) {
       shown += "\\n";
-    } else if (octet < 0x20 || octet == 0x7F) {
+    } else if ((octet < 0x20 || octet == 0x7F) && !is_kept) {
       AppendOctet(octet, shown);
     } else if (octet == 0xC2 && static_cast<unsigned char>(text[i + 1]) < 0xA0) {
       AppendOctet(static_cast<unsigned char>(text[++i]), shown);  // U+0080 to U+009F
