@@ -45,8 +45,8 @@ class Process:
     """A program whose output lines a test waits for."""
 
     def __init__(self, *words):
-        self.process = subprocess.Popen(
-            words, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True
+        self.process = subprocess.Popen(  # it does not outlive a test that fails
+            ["setpriv", "--pdeathsig", "KILL", *words], stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True
         )
         self.lines, self.seen, self.log = queue.Queue(), [], []
         self.threads = [
