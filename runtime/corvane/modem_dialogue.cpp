@@ -110,7 +110,8 @@ ExchangeResult ModemDialogue::Exchange(std::string_view request, milliseconds ti
   const RequestKind kind = KindOfRequest(request);
   const bool is_text = kind == RequestKind::kText;
   if (!is_text && state_ == State::kPrompt) LeavePrompt();
-  Idle(steady_clock::now());  // a late answer is not this one's; or the modem has started anew
+  // A late answer is not this one's; or the modem starts anew.
+  Idle(steady_clock::now() + (is_text ? target_.prompt_pause : milliseconds(0)));
   if (is_text && state_ != State::kPrompt) {
     Report(Shown(request) + " not sent, its prompt is gone");
     return {};
@@ -225,8 +226,6 @@ ExchangeResult ModemDialogue::Transact(std::string_view request, milliseconds ti
   AtAnswer answer(request, request_name_, [this](std::string_view line, LineKind line_kind) {
     OnForeignLine(line, line_kind);
   });
-  if (kind == RequestKind::kText) Idle(start + target_.prompt_pause);
-  const auto sent = steady_clock::now();
   // Whatever follows, the modem is out of step until its answer is there.
   SetState(State::kUnknown);
   status_.Set(Shown(request) + " -> ...");
@@ -240,11 +239,11 @@ ExchangeResult ModemDialogue::Transact(std::string_view request, milliseconds ti
           "modem port {}: {} was answered by a line or a list without end; is the baud "
           "rate right (baud={})?",
           target_.port, Shown(request), target_.baud);
-      return Unfinished(answer, kind, sent);
+      return Unfinished(answer, kind, start);
     case AtAnswer::State::kOpen:
       Report(fmt::format("{} -> no end of the answer within {}", Shown(request), time));
       if (answer.text().empty()) NoteSilence(request, timeout);
-      return Unfinished(answer, kind, sent);
+      return Unfinished(answer, kind, start);
   }
   Report(fmt::format("{} -> {} {}in {}", Shown(request),
                      answer.state() == AtAnswer::State::kPrompt ? "prompt" : answer.final_line(),

@@ -46,8 +46,8 @@ class Process:
 
     def __init__(self, *words):
         self.process = subprocess.Popen(  # it does not outlive a test that fails
-            ["setpriv", "--pdeathsig", "KILL", *words], stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True
-        )
+            ["setpriv", "--pdeathsig", "KILL", *words],
+            stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
         self.lines, self.seen, self.log = queue.Queue(), [], []
         self.threads = [
             threading.Thread(target=self._read, args=(self.process.stdout, self.lines.put), daemon=True),

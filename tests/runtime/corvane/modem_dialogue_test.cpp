@@ -17,14 +17,17 @@ const std::string kText = "0001000B915155101032F4000005E8329BFD06\x1A";
 struct Wire {
   std::vector<std::string> written;
   std::string coming;
+  std::string coming_in_pauses;  // where the driver waits
 };
 
 /// A modem that answers announcements by a prompt, and other commands by OK.
 class Line : public SerialLine {
  public:
   explicit Line(Wire& wire) : wire_(wire) {}
-  std::string_view Read(SteadyTime /*deadline*/) override {
+  std::string_view Read(SteadyTime deadline) override {
     read_ = std::exchange(wire_.coming, {});
+    const bool waits = deadline > std::chrono::steady_clock::now();
+    if (waits && read_.empty()) read_ = std::exchange(wire_.coming_in_pauses, {});
     return read_;
   }
   bool Write(std::string_view octets, SteadyTime /*deadline*/) override {
@@ -59,6 +62,14 @@ TEST_F(ModemDialogueTest, SendsNoTextToAModemThatHasStartedAnewBehindItsPrompt) 
   EXPECT_FALSE(dialogue_.Exchange(kText, kTimeout).answered);
   EXPECT_THAT(wire_.written, testing::Not(testing::Contains(kText)));
   EXPECT_EQ(dialogue_.Exchange("AT+CMGF=0\r", kTimeout).text, "OK\r\n");
+}
+
+TEST_F(ModemDialogueTest, SendsNoTextToAModemThatStartsAnewInThePauseBehindItsPrompt) {
+  target_.prompt_pause = std::chrono::milliseconds(100);
+  ASSERT_EQ(dialogue_.Exchange("AT+CMGS=18\r", kTimeout).text, ">");
+  wire_.coming_in_pauses = "\r\nRDY\r\n";
+  EXPECT_FALSE(dialogue_.Exchange(kText, kTimeout).answered);
+  EXPECT_THAT(wire_.written, testing::Not(testing::Contains(kText)));
 }
 
 }  // namespace
