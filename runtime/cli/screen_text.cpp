@@ -24,7 +24,7 @@ std::size_t EndOfSequence(std::string_view text, std::size_t at) {
   return end;
 }
 
-std::string Variable(const VariableState& variable) {
+std::string VariableText(const VariableState& variable) {
   return "  " + Fit(variable.name, kNameWidth - 2) + " " + ScreenText(variable.value);
 }
 
@@ -32,7 +32,7 @@ void AddVariables(const BlockState& block, std::size_t width, std::vector<std::s
   const std::size_t half = width / 2;
   std::string waiting;  // in the left half
   for (const VariableState& variable : block.variables) {
-    const std::string text = Variable(variable);
+    const std::string text = VariableText(variable);
     if (Cells(text) > half - 1) {
       if (!waiting.empty()) lines.push_back(waiting);
       waiting.clear();

@@ -9,6 +9,11 @@ extern "C" const char* __asan_default_options() {  // NOLINT: the sanitizer's na
   return "allocator_may_return_null=1";
 }
 
+/// The C library guards its time zone by a lock that the thread sanitizer does not see.
+extern "C" const char* __tsan_default_suppressions() {  // NOLINT: the sanitizer's name
+  return "race:tzset";
+}
+
 int main(int argc, char** argv) {
   testing::InitGoogleTest(&argc, argv);
   test_support::CaptureLog();

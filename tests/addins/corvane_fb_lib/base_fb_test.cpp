@@ -264,7 +264,7 @@ TEST_F(BaseFb, AFinalizerMayDestroyTheBlockWhoseNumberKeyIsBeingRead) {
   Run(kUsualPace);
   Run(R"(
     local ended = 0
-    for i = 1, 200 do
+    for i = 1, 40 do
       local fb = PROBE.new{String = ('x'):rep(1000)}
       local gc, done = getmetatable(fb).__gc, false
       setmetatable({}, {__gc = function() if not done then done = true gc(fb) end end})

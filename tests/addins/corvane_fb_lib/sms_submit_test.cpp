@@ -22,7 +22,7 @@ std::string Cyrillic(std::size_t count) {
   return text;
 }
 
-SMSSubmit Encode(const std::string& text, const std::string& number = kNumber) {
+SMSSubmit Submit(const std::string& text, const std::string& number = kNumber) {
   SMSSubmit message;
   EXPECT_EQ(message.encode(text, number), 0);
   return message;
@@ -42,7 +42,7 @@ struct Fields {
 };
 
 TEST(SubmitMessage, OfFiveCharactersIsOnePdu) {
-  const SMSSubmit message = Encode("Hello");
+  const SMSSubmit message = Submit("Hello");
   ASSERT_EQ(message.pdus.size(), 1u);
   EXPECT_EQ(test_support::Hex(message.pdus[0]), "0001000B915155101032F4000005C8329BFD06");
 }
@@ -69,12 +69,12 @@ TEST(SubmitMessage, ThatFailsToEncodeTakesAReferenceAllTheSame) {
 }
 
 TEST(SubmitMessage, ToANumberOfEvenLengthHasNoFiller) {
-  const SMSSubmit message = Encode("Hello", "491711234567");
+  const SMSSubmit message = Submit("Hello", "491711234567");
   EXPECT_EQ(test_support::Hex(message.pdus[0]), "0001000C91947111325476000005C8329BFD06");
 }
 
 TEST(SubmitMessage, Of70CyrillicCharactersIsOneUcs2PduWithoutAHeader) {
-  const SMSSubmit message = Encode(Cyrillic(70));
+  const SMSSubmit message = Submit(Cyrillic(70));
   ASSERT_EQ(message.pdus.size(), 1u);
   const Fields pdu(message.pdus[0]);
   EXPECT_EQ(pdu.first_octet, 0x01u);
@@ -86,7 +86,7 @@ TEST(SubmitMessage, Of70CyrillicCharactersIsOneUcs2PduWithoutAHeader) {
 }
 
 TEST(SubmitMessage, Of71CyrillicCharactersIsTwoParts) {
-  const SMSSubmit message = Encode(Cyrillic(71));
+  const SMSSubmit message = Submit(Cyrillic(71));
   ASSERT_EQ(message.pdus.size(), 2u);
   const Fields first(message.pdus[0]);
   EXPECT_EQ(first.first_octet, 0x41u);
@@ -104,7 +104,7 @@ TEST(SubmitMessage, Of71CyrillicCharactersIsTwoParts) {
 
 TEST(SubmitMessage, InUcs2IsOnePduUpTo70UnitsAndPartsOf67AboveThat) {
   for (std::size_t units = 1; units <= 1999; ++units) {
-    const SMSSubmit message = Encode(Cyrillic(units));
+    const SMSSubmit message = Submit(Cyrillic(units));
     const std::size_t expected = units <= 70 ? 1 : (units + 66) / 67;
     ASSERT_EQ(message.pdus.size(), expected) << units;
     std::size_t sum = 0;
@@ -119,7 +119,7 @@ TEST(SubmitMessage, InUcs2IsOnePduUpTo70UnitsAndPartsOf67AboveThat) {
 }
 
 TEST(SubmitMessage, Of160PlainCharactersIsThreeUcs2Parts) {
-  const SMSSubmit message = Encode(std::string(160, 'x'));
+  const SMSSubmit message = Submit(std::string(160, 'x'));
   ASSERT_EQ(message.pdus.size(), 3u);
   const std::size_t characters[] = {67, 67, 26};
   for (std::size_t part = 0; part < 3; ++part) {
@@ -133,7 +133,7 @@ TEST(SubmitMessage, Of160PlainCharactersIsThreeUcs2Parts) {
 }
 
 TEST(SubmitMessage, Of100PlainCharactersIsTwoIdenticalSeptetPdus) {
-  const SMSSubmit message = Encode(std::string(100, 'x'));
+  const SMSSubmit message = Submit(std::string(100, 'x'));
   ASSERT_EQ(message.pdus.size(), 2u);
   EXPECT_EQ(message.pdus[0], message.pdus[1]);
   const Fields pdu(message.pdus[0]);
@@ -146,7 +146,7 @@ TEST(SubmitMessage, Of100PlainCharactersIsTwoIdenticalSeptetPdus) {
 TEST(SubmitMessage, InSeptetsIsRepeatedFrom68CharactersOn) {
   for (std::size_t length = 1; length <= 140; ++length) {
     const std::string text(length, 'a');
-    const SMSSubmit message = Encode(text);
+    const SMSSubmit message = Submit(text);
     ASSERT_EQ(message.pdus.size(), length <= 67 ? 1u : length <= 134 ? 2u : 3u) << length;
     for (const Octets& octets : message.pdus) {
       const Fields pdu(octets);
@@ -162,17 +162,17 @@ TEST(SubmitMessage, PacksEveryCharacterWithItsOwnValue) {
   for (int first = 0; first < 128; ++first) {
     std::string text;
     for (int i = 0; i < 9; ++i) text += static_cast<char>((first + i * 37) % 128);
-    const SMSSubmit message = Encode(text);
+    const SMSSubmit message = Submit(text);
     EXPECT_EQ(Fields(message.pdus.at(0)).user_data, test_support::Pack(text));
   }
 }
 
 TEST(SubmitMessage, Of141PlainCharactersIsUcs2) {
-  EXPECT_EQ(Fields(Encode(std::string(141, 'a')).pdus.at(0)).coding_scheme, 0x08u);
+  EXPECT_EQ(Fields(Submit(std::string(141, 'a')).pdus.at(0)).coding_scheme, 0x08u);
 }
 
 TEST(SubmitMessage, WithOneCharacterThatIsNotAsciiIsUcs2) {
-  const Fields pdu(Encode("Gr\xC3\xBC\xC3\x9F"
+  const Fields pdu(Submit("Gr\xC3\xBC\xC3\x9F"
                           "e")
                        .pdus.at(0));
   EXPECT_EQ(pdu.coding_scheme, 0x08u);
@@ -184,7 +184,7 @@ TEST(SubmitMessage, SplitsWithoutRegardToSurrogatePairs) {
   std::string text(66, 'a');
   text += "\xF0\x9F\x98\x80";  // U+1F600: units 67 and 68
   text += std::string(10, 'b');
-  const SMSSubmit message = Encode(text);
+  const SMSSubmit message = Submit(text);
   ASSERT_EQ(message.pdus.size(), 2u);
   EXPECT_EQ(Fields(message.pdus[0]).user_data.at(138), 0xD8);
   EXPECT_EQ(Fields(message.pdus[1]).user_data.at(6), 0xDE);
@@ -214,7 +214,7 @@ TEST(SubmitMessage, OfInvalidUtf8IsRefused) {
 }
 
 TEST(SubmitMessage, OfTwoThousandUnitsOrMoreIsRefused) {
-  EXPECT_EQ(Encode(std::string(1999, 'x')).pdus.size(), 30u);
+  EXPECT_EQ(Submit(std::string(1999, 'x')).pdus.size(), 30u);
   for (const std::size_t length : {2000u, 2001u, 5000u, 1'000'000u}) {
     SMSSubmit message;
     EXPECT_EQ(message.encode(std::string(length, 'x'), kNumber), 11) << length;
@@ -231,7 +231,7 @@ TEST(SubmitMessage, ThatFailedOnceKeepsItsStatus) {
 }
 
 TEST(SubmitMessage, EncodedAgainAppendsItsPdusAndReadsNothingBeyondItsText) {
-  SMSSubmit message = Encode(Cyrillic(71));
+  SMSSubmit message = Submit(Cyrillic(71));
   EXPECT_EQ(message.encode(Cyrillic(140), kNumber), 0);
   ASSERT_EQ(message.pdus.size(), 5u);
   EXPECT_EQ(Fields(message.pdus[2]).user_data.size(), 6u + 2 * 6);  // part 3 of 3
@@ -240,12 +240,12 @@ TEST(SubmitMessage, EncodedAgainAppendsItsPdusAndReadsNothingBeyondItsText) {
 }
 
 TEST(SubmitMessage, WithANulInItsTextKeepsIt) {
-  const SMSSubmit message = Encode(std::string("a\0b", 3));
+  const SMSSubmit message = Submit(std::string("a\0b", 3));
   EXPECT_EQ(Fields(message.pdus.at(0)).user_data, test_support::Pack(std::string("a\0b", 3)));
 }
 
 TEST(SubmitMessage, ToAVeryLongNumberKeepsTheLowByteOfItsLength) {
-  const SMSSubmit message = Encode("Hello", std::string(300, '1'));
+  const SMSSubmit message = Submit("Hello", std::string(300, '1'));
   EXPECT_EQ(message.pdus.at(0).at(3), 300 & 0xFF);
   EXPECT_EQ(message.pdus.at(0).size(), 5u + 150 + 3 + 5);
 }
@@ -253,7 +253,7 @@ TEST(SubmitMessage, ToAVeryLongNumberKeepsTheLowByteOfItsLength) {
 TEST(SubmitMessage, TracesEachPart) {
   test_support::TakeLog();
   SMSSubmit::smsID = 17;
-  Encode(Cyrillic(71));
+  Submit(Cyrillic(71));
   const std::vector<std::string> log = test_support::TakeLog();
   ASSERT_EQ(log.size(), 2u);
   EXPECT_EQ(log[0],

@@ -14,7 +14,7 @@ namespace {
 using corvane::Addin;
 using corvane::AddinError;
 
-std::string ErrorOf(const std::filesystem::path& file) {
+std::string LoadError(const std::filesystem::path& file) {
   try {
     const Addin addin(file);
   } catch (const AddinError& error) {
@@ -30,7 +30,7 @@ TEST(AddinLoading, RegistersTheTypesOfTheAddin) {
 }
 
 TEST(AddinLoading, AMissingFileIsNamed) {
-  EXPECT_EQ(ErrorOf("/no/such/addin.so"),
+  EXPECT_EQ(LoadError("/no/such/addin.so"),
             "add-in /no/such/addin.so does not exist; check the path");
 }
 
@@ -38,15 +38,15 @@ TEST(AddinLoading, AFileThatIsNoLibraryIsNamedWithTheReason) {
   const test_support::TemporaryFolder folder;
   const auto file = folder.path() / "text.so";
   std::ofstream(file) << "no library";
-  EXPECT_THAT(ErrorOf(file), testing::StartsWith("cannot load add-in " + file.string() + ": "));
+  EXPECT_THAT(LoadError(file), testing::StartsWith("cannot load add-in " + file.string() + ": "));
 }
 
 TEST(AddinLoading, AFolderIsNoAddin) {
-  EXPECT_THAT(ErrorOf("/tmp"), testing::StartsWith("cannot load add-in /tmp: "));
+  EXPECT_THAT(LoadError("/tmp"), testing::StartsWith("cannot load add-in /tmp: "));
 }
 
 TEST(AddinLoading, ALibraryWithoutInitAddinIsNoAddin) {
-  EXPECT_THAT(ErrorOf(LIBRARY_FILE),
+  EXPECT_THAT(LoadError(LIBRARY_FILE),
               testing::HasSubstr("but no Corvane add-in: it has no InitAddin"));
 }
 

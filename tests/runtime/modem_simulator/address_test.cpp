@@ -14,7 +14,7 @@ std::string Written(const Address& address) {
   return ToHexadecimal(octets);
 }
 
-Address Read(std::string_view digits, PduError expected = PduError::kNone) {
+Address AddressOf(std::string_view digits, PduError expected = PduError::kNone) {
   const Octets octets = FromHexadecimal(digits).value();
   OctetReader in(octets);
   Address address = ReadAddress(in);
@@ -25,12 +25,12 @@ Address Read(std::string_view digits, PduError expected = PduError::kNone) {
 
 TEST(Address, CountsSemiOctetsAndFillsAnOddNumber) {
   EXPECT_EQ(Written("+15550101234"), "0B915155101032F4");
-  EXPECT_EQ(Read("0B915155101032F4"), "+15550101234");
+  EXPECT_EQ(AddressOf("0B915155101032F4"), "+15550101234");
   EXPECT_EQ(Written("4040"), "04810404");
 }
 
 TEST(Address, HoldsAnAlphanumericSender) {
-  EXPECT_EQ(Read("0DD0E474D81C0EBB01"), "diafaan");
+  EXPECT_EQ(AddressOf("0DD0E474D81C0EBB01"), "diafaan");
   EXPECT_EQ(Written("diafaan"), "0DD0E474D81C0EBB01");
 }
 
@@ -38,7 +38,7 @@ TEST(Address, HoldsTheSignsOfATelephone) {
   EXPECT_EQ(Written("*100#"),
             "0581"
             "1A00FB");
-  EXPECT_EQ(Read("05811A00FB"), "*100#");
+  EXPECT_EQ(AddressOf("05811A00FB"), "*100#");
 }
 
 TEST(Address, EveryLengthComesBack) {
@@ -46,11 +46,11 @@ TEST(Address, EveryLengthComesBack) {
   std::string letters;
   for (int length = 1; length <= 20; ++length) {
     digits += static_cast<char>('0' + length % 10);
-    EXPECT_EQ(Read(Written(digits)), digits);
-    EXPECT_EQ(Read(Written("+" + digits)), "+" + digits);
+    EXPECT_EQ(AddressOf(Written(digits)), digits);
+    EXPECT_EQ(AddressOf(Written("+" + digits)), "+" + digits);
     if (length > 11) continue;
     letters += 'M';
-    EXPECT_EQ(Read(Written(letters)), letters);
+    EXPECT_EQ(AddressOf(Written(letters)), letters);
   }
   EXPECT_FALSE(IsAddress(digits + "1"));
   EXPECT_FALSE(IsAddress("Twelve chars"));
@@ -61,17 +61,17 @@ TEST(Address, EveryLengthComesBack) {
 }
 
 TEST(Address, MayBeEmpty) {
-  EXPECT_EQ(Read("0081"), "");
+  EXPECT_EQ(AddressOf("0081"), "");
 }
 
 TEST(Address, IsRefusedWithAFillerInItsMiddle) {
-  Read("0481F112", PduError::kBadDigit);
-  Read("04811F12", PduError::kBadDigit);
+  AddressOf("0481F112", PduError::kBadDigit);
+  AddressOf("04811F12", PduError::kBadDigit);
 }
 
 TEST(Address, IsRefusedWhenTooLongOrTruncated) {
-  Read("15811111111111111111111111", PduError::kBadLength);
-  Read("0B91515510", PduError::kTruncated);
+  AddressOf("15811111111111111111111111", PduError::kBadLength);
+  AddressOf("0B91515510", PduError::kTruncated);
 }
 
 TEST(ServiceCentre, CountsOctetsWithTheType) {

@@ -11,8 +11,6 @@
 namespace modem_simulator {
 namespace {
 
-constexpr char kHello[] = "0001000B915155101032F4000005E8329BFD06";
-
 ModemOptions With(Quirk quirk) {
   ModemOptions options;
   options.quirks.Add(quirk);

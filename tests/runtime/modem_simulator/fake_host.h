@@ -10,6 +10,9 @@
 
 namespace modem_simulator {
 
+/// An SMS-SUBMIT of "hello", service centre number in front (3GPP TS 23.040, 9.2.2.2).
+inline constexpr char kHello[] = "0001000B915155101032F4000005E8329BFD06";
+
 class FakeHost : public ModemHost {
  public:
   void Transmit(std::string_view bytes) override { transmitted += bytes; }

@@ -14,7 +14,6 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-constexpr char kHello[] = "0001000B915155101032F4000005E8329BFD06";
 constexpr char kReceived[] =
     "07911326040000F0040B911346610089F60000208062917314080CC8F71D14969741F977FD07";
 constexpr char kReceivedLength[] = "30";

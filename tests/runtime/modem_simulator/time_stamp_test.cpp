@@ -18,16 +18,16 @@ TEST(UtcOffset, EveryOctetGivesWholeQuartersOrARefusal) {
   }
 }
 
-TimeStamp Read(std::string_view digits) {
+TimeStamp TimeStampOf(std::string_view digits) {
   const Octets octets = FromHexadecimal(digits).value();
   OctetReader in(octets);
   return ReadTimeStamp(in);
 }
 
 TEST(TimeStamp, ReadsSwappedDigits) {
-  EXPECT_EQ(Read("20806291731408"), (TimeStamp{2002, 8, 26, 19, 37, 41, 0}));
-  EXPECT_EQ(Read("1110113152140A").utc_offset_minutes, -300);
-  EXPECT_EQ(Read("11101131521440").utc_offset_minutes, 60);
+  EXPECT_EQ(TimeStampOf("20806291731408"), (TimeStamp{2002, 8, 26, 19, 37, 41, 0}));
+  EXPECT_EQ(TimeStampOf("1110113152140A").utc_offset_minutes, -300);
+  EXPECT_EQ(TimeStampOf("11101131521440").utc_offset_minutes, 60);
 }
 
 TEST(TimeStamp, ComesBackWithEveryZone) {
@@ -35,7 +35,7 @@ TEST(TimeStamp, ComesBackWithEveryZone) {
     const TimeStamp time{2026, 12, 31, 23, 59, 58, 15 * quarters};
     Octets octets;
     WriteTimeStamp(time, octets);
-    EXPECT_EQ(Read(ToHexadecimal(octets)), time);
+    EXPECT_EQ(TimeStampOf(ToHexadecimal(octets)), time);
   }
 }
 

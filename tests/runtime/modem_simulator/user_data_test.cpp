@@ -94,7 +94,8 @@ TEST(UserData, CarriesOctets) {
   EXPECT_EQ(ThroughTheWire(parts), ToHexadecimal(octets));
 }
 
-UserData Read(std::string_view digits, std::uint8_t coding, PduError expected = PduError::kNone) {
+UserData UserDataOf(std::string_view digits, std::uint8_t coding,
+                    PduError expected = PduError::kNone) {
   const Octets octets = FromHexadecimal(digits).value();
   OctetReader in(octets);
   UserData data = ReadUserData(in, coding, true);
@@ -103,7 +104,7 @@ UserData Read(std::string_view digits, std::uint8_t coding, PduError expected = 
 }
 
 TEST(UserDataHeader, IsIgnoredWhenItsElementsDoNotFillIt) {
-  const UserData data = Read(
+  const UserData data = UserDataOf(
       "07"
       "0500020102"
       "4142",
@@ -113,12 +114,12 @@ TEST(UserDataHeader, IsIgnoredWhenItsElementsDoNotFillIt) {
 }
 
 TEST(UserDataHeader, IsIgnoredWhenItIsLongerThanTheData) {
-  EXPECT_TRUE(Read("02"
-                   "0500",
-                   0x04)
+  EXPECT_TRUE(UserDataOf("02"
+                         "0500",
+                         0x04)
                   .header_ignored);
-  EXPECT_TRUE(Read("00", 0x04).header_ignored);
-  EXPECT_TRUE(Read("00", 0x00).header_ignored);
+  EXPECT_TRUE(UserDataOf("00", 0x04).header_ignored);
+  EXPECT_TRUE(UserDataOf("00", 0x00).header_ignored);
 }
 
 TEST(UserDataHeader, LosesAPlaceThatMakesNoSense) {
@@ -128,21 +129,21 @@ TEST(UserDataHeader, LosesAPlaceThatMakesNoSense) {
                              "050003010200",
                              "06"
                              "050003010203"}) {
-    const UserData data = Read(digits, 0x04);
+    const UserData data = UserDataOf(digits, 0x04);
     EXPECT_FALSE(data.header_ignored) << digits;
     EXPECT_EQ(data.concatenation, std::nullopt) << digits;
   }
 }
 
 TEST(UserDataHeader, KeepsTheTextBehindOtherElements) {
-  const UserData data = Read(
+  const UserData data = UserDataOf(
       "08"
       "05"
       "0504158A0000"
       "41",
       0x04);
   EXPECT_TRUE(data.header_ignored) << "element longer than the header";
-  const UserData ports = Read(
+  const UserData ports = UserDataOf(
       "08"
       "06"
       "05041234158A"
@@ -152,9 +153,9 @@ TEST(UserDataHeader, KeepsTheTextBehindOtherElements) {
 }
 
 TEST(UserData, RefusesLengthsThatAreTooLongOrNotThere) {
-  Read("8D" + Repeated("00", 141), 0x04, PduError::kBadLength);
-  Read("A1" + Repeated("00", 141), 0x00, PduError::kBadLength);
-  Read("0541", 0x04, PduError::kTruncated);
+  UserDataOf("8D" + Repeated("00", 141), 0x04, PduError::kBadLength);
+  UserDataOf("A1" + Repeated("00", 141), 0x00, PduError::kBadLength);
+  UserDataOf("0541", 0x04, PduError::kTruncated);
 }
 
 TEST(DataCodingScheme, TellsTheAlphabet) {
