@@ -9,6 +9,9 @@ import subprocess
 import sys
 import tempfile
 
+sys.dont_write_bytecode = True
+from process_group import await_end
+
 project, corvane = sys.argv[1:]
 
 
@@ -20,11 +23,7 @@ def start(folder, *words):
 
 def nothing_is_left(folder, group):
     assert not glob.glob(folder + "/*"), glob.glob(folder + "/*")
-    try:
-        os.killpg(group, 0)
-    except ProcessLookupError:
-        return
-    raise AssertionError("a process of the example is still there")
+    await_end(group)
 
 
 with tempfile.TemporaryDirectory() as folder:

@@ -1,0 +1,16 @@
+# SPDX-License-Identifier: MIT
+"""The processes that a test starts together."""
+import os
+import time
+
+
+def await_end(group):
+    """Waits until no process of the group is left; the system may take a moment to bury the dead."""
+    end = time.monotonic() + 10
+    while True:
+        try:
+            os.killpg(group, 0)
+        except ProcessLookupError:
+            return
+        assert time.monotonic() < end, "processes of the example are left"
+        time.sleep(0.01)
