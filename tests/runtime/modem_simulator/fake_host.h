@@ -10,7 +10,7 @@
 
 namespace modem_simulator {
 
-/// An SMS-SUBMIT of "hello", service centre number in front (3GPP TS 23.040, 9.2.2.2).
+/// An SMS-SUBMIT of "hello" (3GPP TS 23.040 clause 9.2.2.2) behind an empty service centre number.
 inline constexpr char kHello[] = "0001000B915155101032F4000005E8329BFD06";
 
 class FakeHost : public ModemHost {
