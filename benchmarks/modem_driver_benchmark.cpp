@@ -13,7 +13,7 @@
 #include <thread>
 #include <vector>
 
-#include "runtime/corvane/modem_port_driver.h"
+#include "runtime/modem_driver/modem_port_driver.h"
 #include "tests/support/modem_peer.h"
 
 namespace {

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "fuzz/require.h"
-#include "runtime/corvane/at_answer.h"
+#include "runtime/modem_driver/at_answer.h"
 
 namespace {
 

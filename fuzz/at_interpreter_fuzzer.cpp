@@ -42,7 +42,7 @@ class Host : public modem_simulator::ModemHost {
     std::from_chars(line.data() + kMany.size(), line.data() + line.size(), many);
     deleted += many;
   }
-  modem_simulator::TimeStamp Now() override { return {}; }
+  gsm::TimeStamp Now() override { return {}; }
 
   std::string transmitted;
   int stored = 0;

@@ -13,7 +13,7 @@
 #include <string_view>
 
 #include "fuzz/require.h"
-#include "runtime/corvane/modem_dialogue.h"
+#include "runtime/modem_driver/modem_dialogue.h"
 
 namespace {
 

@@ -19,6 +19,6 @@ fi
 
 cppcheck --enable=warning,performance,portability --std=c++20 --quiet -j "$(nproc)" --inline-suppr \
     --library=googletest --error-exitcode=1 -Iinclude -I. \
-    addins runtime include examples fuzz benchmarks tests || failed=1
+    addins libs runtime include examples fuzz benchmarks tests || failed=1
 
 exit $failed

@@ -1,6 +1,6 @@
 #!/bin/bash
 # SPDX-License-Identifier: MIT
-# coverage.sh: what the unit and end-to-end tests run of addins/ and runtime/; `./test --coverage`.
+# coverage.sh: what the unit and end-to-end tests run of addins/, libs/ and runtime/; `./test --coverage`.
 # Fails where less of a folder ran than tests/coverage_table.py demands.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -14,7 +14,7 @@ ctest --preset coverage --parallel 2
 
 # The compiler gives every call a branch for the exception that may come out of it; those, and the ones
 # no input can take, are left out.
-gcovr --root . --object-directory $build --filter addins/ --filter runtime/ -j 2 \
+gcovr --root . --object-directory $build --filter addins/ --filter libs/ --filter runtime/ -j 2 \
     --exclude-throw-branches --exclude-unreachable-branches \
     --json-summary $build/coverage.json --txt $build/coverage.txt \
     --html-details $build/coverage.html $build >/dev/null

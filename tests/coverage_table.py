@@ -8,7 +8,7 @@ import os
 import sys
 
 # Percent that must have run.
-TARGETS = {"addins/": {"line": 98.0, "branch": 90.0}, "runtime/": {"line": 92.0}}
+TARGETS = {"addins/": {"line": 98.0, "branch": 90.0}, "libs/": {"line": 92.0}, "runtime/": {"line": 92.0}}
 PLURALS = {"line": "lines", "branch": "branches"}
 
 

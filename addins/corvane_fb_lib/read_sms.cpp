@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "addins/corvane_fb_lib/at_answer.h"
+#include "addins/corvane_fb_lib/driver_reply.h"
 #include "addins/corvane_fb_lib/sms.h"
 
 DEFINE_FUNCTION_BLOCK(ReadSMSFB, "READ_SMS")

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "addins/corvane_fb_lib/at_answer.h"
+#include "addins/corvane_fb_lib/driver_reply.h"
 #include "addins/corvane_fb_lib/sms.h"
 #include "addins/corvane_fb_lib/tokenize.h"
 

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "libs/gsm/time_stamp.h"
 #include "runtime/cli/commands.h"
 #include "runtime/cli/log_setup.h"
 #include "runtime/cli/printable.h"
@@ -43,7 +44,7 @@ struct ModemCommandOptions {
 };
 
 std::string CheckTime(const std::string& text) {
-  if (modem_simulator::ParseTimeStamp(text)) return {};
+  if (gsm::ParseTimeStamp(text)) return {};
   return fmt::format("'{}' is no time; write it as 2026-01-31T12:00:00+01:00", text);
 }
 
@@ -66,7 +67,7 @@ modem_simulator::SimulatorOptions MakeOptions(const ModemCommandOptions& options
   made.pseudo_terminal = options.tcp.empty() || !options.link.empty();
   made.baud_rate = options.baud_rate;
   made.seed = options.seed;
-  if (!options.time.empty()) made.time = modem_simulator::ParseTimeStamp(options.time);
+  if (!options.time.empty()) made.time = gsm::ParseTimeStamp(options.time);
   return made;
 }
 

@@ -13,7 +13,7 @@
 #include <string_view>
 #include <vector>
 
-#include "addins/corvane_fb_lib/at_answer.h"
+#include "addins/corvane_fb_lib/driver_reply.h"
 #include "addins/corvane_fb_lib/sms.h"
 #include "addins/corvane_fb_lib/sms_delivered.h"
 #include "addins/corvane_fb_lib/sms_submit.h"

@@ -25,8 +25,8 @@
 #include "runtime/cli/process_setup.h"
 #include "runtime/cli/watch_view.h"
 #include "runtime/corvane/control_program.h"
-#include "runtime/corvane/modem_port_driver.h"
 #include "runtime/corvane/scan.h"
+#include "runtime/modem_driver/modem_port_driver.h"
 
 namespace corvane::cli {
 namespace {

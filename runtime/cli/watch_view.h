@@ -18,7 +18,7 @@
 #include "runtime/cli/terminal_guard.h"
 #include "runtime/corvane/block_observer.h"
 #include "runtime/corvane/cycle_statistics.h"
-#include "runtime/corvane/modem_port_driver.h"
+#include "runtime/modem_driver/modem_port_driver.h"
 
 struct screen;  // of ncurses
 

@@ -9,8 +9,8 @@
 #include <optional>
 #include <utility>
 
+#include "libs/gsm/hexadecimal.h"
 #include "runtime/corvane/duration.h"
-#include "runtime/modem_simulator/hexadecimal.h"
 #include "runtime/modem_simulator/readable.h"
 
 namespace modem_simulator {
@@ -73,9 +73,9 @@ std::string WrongSender(std::string_view sender) {
 
 ConsoleLine Receive(std::string_view rest) {
   const std::string sender(TakeWord(rest));
-  if (!IsAddress(sender)) return Wrong(WrongSender(sender));
+  if (!gsm::IsAddress(sender)) return Wrong(WrongSender(sender));
   const auto text = Unescape(rest);
-  if (text && !SplitText(*text, {0, true})) {
+  if (text && !gsm::SplitText(*text, {0, true})) {
     return Wrong("the text is no valid UTF-8, or too long for 255 parts");
   }
   return WithText(rest, [sender](Controls& controls, const std::string& plain) {
@@ -86,9 +86,9 @@ ConsoleLine Receive(std::string_view rest) {
 
 ConsoleLine ReceiveBinary(std::string_view rest) {
   const std::string sender(TakeWord(rest));
-  if (!IsAddress(sender)) return Wrong(WrongSender(sender));
-  const auto octets = FromHexadecimal(rest);
-  if (!octets || !SplitOctets(*octets, {0, true})) {
+  if (!gsm::IsAddress(sender)) return Wrong(WrongSender(sender));
+  const auto octets = gsm::FromHexadecimal(rest);
+  if (!octets || !gsm::SplitOctets(*octets, {0, true})) {
     return Wrong("the data is no pairs of hexadecimal digits, or too long for 255 parts");
   }
   return Act([sender, octets = *octets](Controls& controls) {
@@ -97,7 +97,7 @@ ConsoleLine ReceiveBinary(std::string_view rest) {
 }
 
 ConsoleLine ReceivePdu(std::string_view rest) {
-  const auto octets = FromHexadecimal(rest);
+  const auto octets = gsm::FromHexadecimal(rest);
   if (!octets) return Wrong("the PDU is no pairs of hexadecimal digits");
   return Act([octets = *octets](Controls& controls) { controls.modem().ReceivePdu(octets); });
 }
@@ -203,7 +203,7 @@ ConsoleLine Network(std::string_view rest) {
 
 ConsoleLine Time(std::string_view rest) {
   if (rest == "now") return Act([](Controls& controls) { controls.SetTime(std::nullopt); });
-  const auto time = ParseTimeStamp(rest);
+  const auto time = gsm::ParseTimeStamp(rest);
   if (!time) {
     return Wrong(fmt::format("'{}' is no time; write 2026-01-31T12:00:00+01:00 or now", rest));
   }

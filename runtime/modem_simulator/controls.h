@@ -31,7 +31,7 @@ class Controls {
   /// So many random bytes for the controller.
   virtual void SendGarbage(int count) = 0;
   /// The service centre's time from now on; nullopt for the true one.
-  virtual void SetTime(std::optional<TimeStamp> time) = 0;
+  virtual void SetTime(std::optional<gsm::TimeStamp> time) = 0;
   /// Acts later.
   virtual void After(Duration delay, Action action) = 0;
   virtual void Quit() = 0;

@@ -6,9 +6,9 @@
 #include <array>
 #include <iterator>
 
+#include "libs/gsm/default_alphabet.h"
+#include "libs/gsm/hexadecimal.h"
 #include "runtime/modem_simulator/commands.h"
-#include "runtime/modem_simulator/default_alphabet.h"
-#include "runtime/modem_simulator/hexadecimal.h"
 #include "runtime/modem_simulator/text_mode.h"
 
 namespace modem_simulator {
@@ -16,8 +16,8 @@ namespace {
 
 constexpr std::size_t kSimRecord = 176;  // octets that a SIM card keeps of a message
 
-std::string PduLine(ModemState& modem, const Octets& pdu) {
-  std::string line = ToHexadecimal(pdu);
+std::string PduLine(ModemState& modem, const gsm::Octets& pdu) {
+  std::string line = gsm::ToHexadecimal(pdu);
   if (modem.options.quirks.Has(Quirk::kFilledPdu) && pdu.size() < kSimRecord) {
     line.append(2 * (kSimRecord - pdu.size()), 'F');
   }
@@ -35,7 +35,7 @@ std::string PduEntry(ModemState& modem, const StoredMessage& message) {
   if (quirks.Has(Quirk::kAlphaField)) alpha = "\"\",";
   if (quirks.Has(Quirk::kNoAlphaField)) alpha = "";
   return fmt::format("{},{}{}\r\n{}", static_cast<int>(message.status), alpha,
-                     TpduLength(message.pdu), PduLine(modem, message.pdu));
+                     gsm::TpduLength(message.pdu), PduLine(modem, message.pdu));
 }
 
 std::string Entry(ModemState& modem, const StoredMessage& message) {

@@ -47,13 +47,13 @@ Result ServiceCentre(ModemState& modem, const AtCommand& command, Answer& answer
     case CommandForm::kTest: return kOk;
     case CommandForm::kRead:
       answer.push_back(fmt::format("+CSCA: \"{}\",{}", modem.service_centre,
-                                   TypeOfAddress(modem.service_centre)));
+                                   gsm::TypeOfAddress(modem.service_centre)));
       return kOk;
     case CommandForm::kExecute: return kError;
     case CommandForm::kSet: break;
   }
   const std::string& number = command.parameters.front();
-  if (!IsNumber(number)) return Cms(kInvalidTextParameter);
+  if (!gsm::IsNumber(number)) return Cms(kInvalidTextParameter);
   modem.service_centre = number;
   return kOk;
 }

@@ -6,27 +6,27 @@
 namespace modem_simulator {
 namespace {
 
-SentMessage Join(const Address& destination, const std::map<std::uint8_t, UserData>& parts,
-                 std::size_t total) {
+SentMessage Join(const gsm::Address& destination,
+                 const std::map<std::uint8_t, gsm::UserData>& parts, std::size_t total) {
   SentMessage message{destination, {}, parts.begin()->second.alphabet, parts.size(), total};
-  Octets payload;
+  gsm::Octets payload;
   for (const auto& [sequence, part] : parts) {
     message.header_ignored |= part.header_ignored;
     if (part.alphabet != message.alphabet) {  // each part may have its own
-      message.text += PayloadText(message.alphabet, payload);
+      message.text += gsm::PayloadText(message.alphabet, payload);
       payload.clear();
       message.alphabet = part.alphabet;
     }
     payload.insert(payload.end(), part.payload.begin(), part.payload.end());
   }
-  message.text += PayloadText(message.alphabet, payload);
+  message.text += gsm::PayloadText(message.alphabet, payload);
   return message;
 }
 
 }  // namespace
 
-std::list<MessageJoiner::Pending>::iterator MessageJoiner::PendingFor(const SubmitPdu& part) {
-  const Concatenation& place = *part.data.concatenation;
+std::list<MessageJoiner::Pending>::iterator MessageJoiner::PendingFor(const gsm::SubmitPdu& part) {
+  const gsm::Concatenation& place = *part.data.concatenation;
   const auto found = std::find_if(pending_.begin(), pending_.end(), [&](const Pending& other) {
     return other.destination == part.destination && other.place.reference == place.reference &&
            other.place.total == place.total && other.place.wide == place.wide;
@@ -36,7 +36,7 @@ std::list<MessageJoiner::Pending>::iterator MessageJoiner::PendingFor(const Subm
   return pending_.insert(pending_.end(), Pending{part.destination, place, {}});
 }
 
-std::optional<SentMessage> MessageJoiner::Add(const SubmitPdu& part) {
+std::optional<SentMessage> MessageJoiner::Add(const gsm::SubmitPdu& part) {
   if (!part.data.concatenation) return Join(part.destination, {{1, part.data}}, 1);
   const auto pending = PendingFor(part);
   pending->parts.insert_or_assign(part.data.concatenation->sequence, part.data);

@@ -8,15 +8,15 @@
 #include <string>
 #include <vector>
 
-#include "runtime/modem_simulator/pdu.h"
+#include "libs/gsm/pdu.h"
 
 namespace modem_simulator {
 
 /// A message as its receiver sees it.
 struct SentMessage {
-  Address destination;
+  gsm::Address destination;
   std::string text;  ///< UTF-8; 8-bit data as hexadecimal digits
-  Alphabet alphabet = Alphabet::kDefault;
+  gsm::Alphabet alphabet = gsm::Alphabet::kDefault;
   std::size_t parts = 1;  ///< that came
   std::size_t total = 1;  ///< that belong to it
   bool header_ignored = false;
@@ -30,19 +30,19 @@ class MessageJoiner {
   static constexpr std::size_t kMostUnfinished = 256;
 
   /// Takes a part; gives the message when it is whole.
-  [[nodiscard]] std::optional<SentMessage> Add(const SubmitPdu& part);
+  [[nodiscard]] std::optional<SentMessage> Add(const gsm::SubmitPdu& part);
 
   /// What has come of the messages that wait for parts, in order of their first part.
   [[nodiscard]] std::vector<SentMessage> Unfinished() const;
 
  private:
   struct Pending {
-    Address destination;
-    Concatenation place;  ///< of the first part that came
-    std::map<std::uint8_t, UserData> parts;
+    gsm::Address destination;
+    gsm::Concatenation place;  ///< of the first part that came
+    std::map<std::uint8_t, gsm::UserData> parts;
   };
 
-  std::list<Pending>::iterator PendingFor(const SubmitPdu& part);
+  std::list<Pending>::iterator PendingFor(const gsm::SubmitPdu& part);
 
   std::list<Pending> pending_;  // the oldest first
 };

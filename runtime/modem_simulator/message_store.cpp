@@ -16,7 +16,7 @@ std::string_view TextOf(MessageStatus status) noexcept {
   return {};
 }
 
-std::optional<int> MessageStore::Add(MessageStatus status, Octets pdu) {
+std::optional<int> MessageStore::Add(MessageStatus status, gsm::Octets pdu) {
   if (full()) return std::nullopt;
   int place = first_index_;
   const bool without_gaps = messages_.empty() || messages_.rbegin()->first < first_index_ + used();

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string_view>
 
-#include "runtime/modem_simulator/octet_reader.h"
+#include "libs/gsm/octet_reader.h"
 
 namespace modem_simulator {
 
@@ -24,7 +24,7 @@ enum class MessageStatus : std::uint8_t {
 
 struct StoredMessage {
   MessageStatus status = MessageStatus::kUnread;
-  Octets pdu;  ///< with the service-centre address; may be empty
+  gsm::Octets pdu;  ///< with the service-centre address; may be empty
 };
 
 class MessageStore {
@@ -33,7 +33,7 @@ class MessageStore {
   MessageStore(int size, int first_index) : size_(size), first_index_(first_index) {}
 
   /// Puts a message into the lowest free place; nullopt when all are taken.
-  std::optional<int> Add(MessageStatus status, Octets pdu);
+  std::optional<int> Add(MessageStatus status, gsm::Octets pdu);
   /// The message in a place; null when there is none.
   [[nodiscard]] StoredMessage* Find(int index);
   /// False when the place was empty.

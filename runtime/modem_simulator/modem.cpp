@@ -5,7 +5,7 @@
 
 #include <utility>
 
-#include "runtime/modem_simulator/hexadecimal.h"
+#include "libs/gsm/hexadecimal.h"
 #include "runtime/modem_simulator/readable.h"
 #include "runtime/modem_simulator/sent_report.h"
 
@@ -13,17 +13,17 @@ namespace modem_simulator {
 namespace {
 
 /// "from +4915112345678 at 2026-01-31T12:00:00+01:00, part 1 of 2: text"
-std::string DescribeReceived(OctetSpan octets) {
-  DeliverPdu pdu;
+std::string DescribeReceived(gsm::OctetSpan octets) {
+  gsm::DeliverPdu pdu;
   if (octets.empty()) return "an empty PDU";
-  if (!DecodeDeliver(octets, pdu)) return fmt::format("PDU {}", ToHexadecimal(octets));
+  if (!gsm::DecodeDeliver(octets, pdu)) return fmt::format("PDU {}", gsm::ToHexadecimal(octets));
   std::string line =
-      fmt::format("from {} at {}", Escape(pdu.originator), FormatTimeStamp(pdu.time));
+      fmt::format("from {} at {}", Escape(pdu.originator), gsm::FormatTimeStamp(pdu.time));
   if (const auto& place = pdu.data.concatenation) {
     line += fmt::format(", part {} of {}", place->sequence, place->total);
   }
-  if (pdu.data.alphabet == Alphabet::kOctets) line += ", 8-bit data";
-  return fmt::format("{}: {}", line, Escape(PayloadText(pdu.data.alphabet, pdu.data.payload)));
+  if (pdu.data.alphabet == gsm::Alphabet::kOctets) line += ", 8-bit data";
+  return fmt::format("{}: {}", line, Escape(gsm::PayloadText(pdu.data.alphabet, pdu.data.payload)));
 }
 
 }  // namespace
@@ -31,27 +31,28 @@ std::string DescribeReceived(OctetSpan octets) {
 Modem::Modem(const ModemOptions& options, ModemHost& host)
     : state_(options, host), interpreter_(state_) {}
 
-bool Modem::Receive(const Address& sender, std::string_view text) {
+bool Modem::Receive(const gsm::Address& sender, std::string_view text) {
   const bool wide = state_.options.quirks.Has(Quirk::kWideReference);
-  return ReceiveParts(sender, SplitText(text, {reference_, wide}));
+  return ReceiveParts(sender, gsm::SplitText(text, {reference_, wide}));
 }
 
-bool Modem::ReceiveOctets(const Address& sender, OctetSpan octets) {
+bool Modem::ReceiveOctets(const gsm::Address& sender, gsm::OctetSpan octets) {
   const bool wide = state_.options.quirks.Has(Quirk::kWideReference);
-  return ReceiveParts(sender, SplitOctets(octets, {reference_, wide}));
+  return ReceiveParts(sender, gsm::SplitOctets(octets, {reference_, wide}));
 }
 
-bool Modem::ReceiveParts(const Address& sender, const std::optional<std::vector<UserData>>& parts) {
-  if (!parts || !IsAddress(sender)) return false;
+bool Modem::ReceiveParts(const gsm::Address& sender,
+                         const std::optional<std::vector<gsm::UserData>>& parts) {
+  if (!parts || !gsm::IsAddress(sender)) return false;
   if (parts->size() > 1) ++reference_;
-  const TimeStamp now = state_.host.Now();
-  for (const UserData& part : *parts) {
-    ReceivePdu(EncodeDeliver({state_.service_centre, sender, 0, 0, now, part}));
+  const gsm::TimeStamp now = state_.host.Now();
+  for (const gsm::UserData& part : *parts) {
+    ReceivePdu(gsm::EncodeDeliver({state_.service_centre, sender, 0, 0, now, part}));
   }
   return true;
 }
 
-void Modem::ReceivePdu(Octets pdu) {
+void Modem::ReceivePdu(gsm::Octets pdu) {
   if (waiting_.size() == kMostWaiting) {
     state_.host.Report("lost: the network keeps no more messages");
     return;
@@ -77,19 +78,20 @@ bool Modem::CanTake() const {
 
 void Modem::DeliverWaiting() {
   while (!waiting_.empty() && CanTake()) {
-    Octets pdu = std::move(waiting_.front());
+    gsm::Octets pdu = std::move(waiting_.front());
     waiting_.pop_front();
     Take(std::move(pdu));
   }
 }
 
-void Modem::Take(Octets pdu) {
+void Modem::Take(gsm::Octets pdu) {
   const auto& values = state_.settings.indications.values;
   const bool announced = values[Indications::kMode] != 0;
   const std::string description = DescribeReceived(pdu);
   if (values[Indications::kDeliver] == 2) {  // straight through, never stored
     state_.host.Report(fmt::format("received, handed on: {}", description));
-    interpreter_.Indicate(fmt::format("+CMT: ,{}\r\n{}", TpduLength(pdu), ToHexadecimal(pdu)));
+    interpreter_.Indicate(
+        fmt::format("+CMT: ,{}\r\n{}", gsm::TpduLength(pdu), gsm::ToHexadecimal(pdu)));
     return;
   }
   const int place = state_.store.Add(MessageStatus::kUnread, std::move(pdu)).value();
@@ -131,7 +133,7 @@ std::vector<std::string> Modem::Describe() {
     lines.push_back(fmt::format("place {}, {}: {}", index, TextOf(message.status),
                                 DescribeReceived(message.pdu)));
   }
-  for (const Octets& pdu : waiting_) {
+  for (const gsm::Octets& pdu : waiting_) {
     lines.push_back(fmt::format("waiting in the network: {}", DescribeReceived(pdu)));
   }
   for (const SentMessage& message : state_.joiner.Unfinished()) {

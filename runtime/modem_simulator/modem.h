@@ -34,11 +34,11 @@ class Modem {
   // The network's side. Messages that the modem cannot take now wait in the network: the store is
   // full, the SIM card locked, the network out of reach, the modem unplugged.
   /// A text, in parts where it is long. False: no address, no UTF-8, or too long.
-  [[nodiscard]] bool Receive(const Address& sender, std::string_view text);
+  [[nodiscard]] bool Receive(const gsm::Address& sender, std::string_view text);
   /// 8-bit data.
-  [[nodiscard]] bool ReceiveOctets(const Address& sender, OctetSpan octets);
+  [[nodiscard]] bool ReceiveOctets(const gsm::Address& sender, gsm::OctetSpan octets);
   /// A PDU as it is, right or wrong.
-  void ReceivePdu(Octets pdu);
+  void ReceivePdu(gsm::Octets pdu);
 
   void SetSignal(int signal) { state_.signal = signal; }
   void SetRegistered(bool registered);
@@ -57,16 +57,17 @@ class Modem {
   [[nodiscard]] std::vector<std::string> Describe();
 
  private:
-  bool ReceiveParts(const Address& sender, const std::optional<std::vector<UserData>>& parts);
-  void ReceiveOrKeep(Octets pdu);
+  bool ReceiveParts(const gsm::Address& sender,
+                    const std::optional<std::vector<gsm::UserData>>& parts);
+  void ReceiveOrKeep(gsm::Octets pdu);
   void DeliverWaiting();
   [[nodiscard]] bool CanTake() const;
-  void Take(Octets pdu);
+  void Take(gsm::Octets pdu);
   void ReportWaiting();
 
   ModemState state_;
   AtInterpreter interpreter_;
-  std::deque<Octets> waiting_;  // in the network, the oldest first
+  std::deque<gsm::Octets> waiting_;  // in the network, the oldest first
   std::uint16_t reference_ = 0;
   bool powered_ = true;
 };

@@ -11,10 +11,10 @@
 #include <string_view>
 #include <utility>
 
+#include "libs/gsm/pdu.h"
 #include "runtime/modem_simulator/faults.h"
 #include "runtime/modem_simulator/message_joiner.h"
 #include "runtime/modem_simulator/message_store.h"
-#include "runtime/modem_simulator/pdu.h"
 #include "runtime/modem_simulator/quirks.h"
 #include "runtime/modem_simulator/result.h"
 #include "runtime/modem_simulator/sim_card.h"
@@ -32,7 +32,7 @@ class ModemHost {
   /// One line for the operator: what was sent, received, deleted.
   virtual void Report(std::string_view line) = 0;
   /// The service centre's clock.
-  [[nodiscard]] virtual TimeStamp Now() = 0;
+  [[nodiscard]] virtual gsm::TimeStamp Now() = 0;
 };
 
 struct ModemOptions {
@@ -61,8 +61,8 @@ struct Settings {
 
 /// What AT+CMGS has announced.
 struct Announcement {
-  int tpdu_length = 0;  ///< PDU mode
-  Address destination;  ///< text mode
+  int tpdu_length = 0;       ///< PDU mode
+  gsm::Address destination;  ///< text mode
 };
 
 struct ModemState {
@@ -82,12 +82,12 @@ struct ModemState {
   MessageStore store;
   Faults faults;
   MessageJoiner joiner;  ///< of what the controller sends
-  Address service_centre = "+15550000000";
+  gsm::Address service_centre = "+15550000000";
   int signal = 20;  ///< AT+CSQ: 0..31, 99 unknown
   bool registered = true;
   Announcement announcement;
-  std::optional<SubmitPdu> outgoing;   ///< waits for the network
-  std::uint8_t message_reference = 0;  ///< of the message sent last
+  std::optional<gsm::SubmitPdu> outgoing;  ///< waits for the network
+  std::uint8_t message_reference = 0;      ///< of the message sent last
 };
 
 }  // namespace modem_simulator

@@ -81,7 +81,7 @@ Result Activity(ModemState&, const AtCommand& command, Answer& answer) {
 
 Result Clock(ModemState& modem, const AtCommand& command, Answer& answer) {
   if (command.form != CommandForm::kRead) return kOk;
-  const TimeStamp now = modem.host.Now();
+  const gsm::TimeStamp now = modem.host.Now();
   answer.push_back(fmt::format("+CCLK: \"{:02}/{:02}/{:02},{:02}:{:02}:{:02}{:+03}\"",
                                now.year % 100, now.month, now.day, now.hour, now.minute, now.second,
                                now.utc_offset_minutes / 15));

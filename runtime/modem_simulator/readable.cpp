@@ -3,7 +3,7 @@
 
 #include <fmt/format.h>
 
-#include "runtime/modem_simulator/hexadecimal.h"
+#include "libs/gsm/hexadecimal.h"
 
 namespace modem_simulator {
 namespace {
@@ -40,7 +40,7 @@ std::optional<std::string> Unescape(std::string_view text) {
     if (const auto at = kLetters.find(text[i]); at != std::string_view::npos) {
       plain += kCharacters[at];
     } else if (text[i] == 'x' && i + 2 < text.size()) {
-      const auto octet = FromHexadecimal(text.substr(i + 1, 2));
+      const auto octet = gsm::FromHexadecimal(text.substr(i + 1, 2));
       if (!octet) return std::nullopt;
       plain += static_cast<char>(octet->front());
       i += 2;

@@ -4,8 +4,8 @@
 
 #include <utility>
 
+#include "libs/gsm/hexadecimal.h"
 #include "runtime/modem_simulator/commands.h"
-#include "runtime/modem_simulator/hexadecimal.h"
 #include "runtime/modem_simulator/readable.h"
 #include "runtime/modem_simulator/sent_report.h"
 #include "runtime/modem_simulator/text_mode.h"
@@ -27,7 +27,7 @@ Result AnnouncePdu(ModemState& modem, const AtCommand& command) {
 
 Result AnnounceText(ModemState& modem, const AtCommand& command) {
   const std::string& number = command.parameters.front();
-  if (!IsNumber(number)) return Cms(kInvalidTextParameter);
+  if (!gsm::IsNumber(number)) return Cms(kInvalidTextParameter);
   modem.announcement = {0, number};
   return {ResultKind::kPrompt};
 }
@@ -42,19 +42,19 @@ Result Send(ModemState& modem, const AtCommand& command, Answer&) {
 Result TakePdu(ModemState& modem, std::string_view body) {
   std::string digits(body);
   std::erase(digits, '\r');
-  const auto octets = FromHexadecimal(digits);
+  const auto octets = gsm::FromHexadecimal(digits);
   if (!octets) {
     modem.host.Report("refused: the PDU is not hexadecimal");
     return Cms(kInvalidPduParameter);
   }
-  const std::size_t length = TpduLength(*octets);
+  const std::size_t length = gsm::TpduLength(*octets);
   if (length != static_cast<std::size_t>(modem.announcement.tpdu_length)) {
     modem.host.Report(fmt::format("refused: AT+CMGS announced {} octets, the PDU has {}",
                                   modem.announcement.tpdu_length, length));
     return Cms(kInvalidPduParameter);
   }
-  SubmitPdu pdu;
-  if (const PduResult result = DecodeSubmit(*octets, pdu); !result) {
+  gsm::SubmitPdu pdu;
+  if (const gsm::PduResult result = gsm::DecodeSubmit(*octets, pdu); !result) {
     modem.host.Report(fmt::format("refused: the PDU is wrong at octet {}: {}", result.error_at,
                                   Describe(result.error)));
     return Cms(kInvalidPduParameter);
@@ -69,7 +69,7 @@ Result TakeText(ModemState& modem, std::string_view body) {
     modem.host.Report("refused: the text does not fit one message");
     return Cms(kInvalidTextParameter);
   }
-  SubmitPdu pdu;
+  gsm::SubmitPdu pdu;
   pdu.destination = modem.announcement.destination;
   pdu.data = std::move(*data);
   modem.outgoing = std::move(pdu);
@@ -83,7 +83,7 @@ Result TakeMessage(ModemState& modem, std::string_view body) {
 }
 
 Result ConfirmMessage(ModemState& modem, Answer& answer) {
-  const SubmitPdu pdu = *std::exchange(modem.outgoing, std::nullopt);
+  const gsm::SubmitPdu pdu = *std::exchange(modem.outgoing, std::nullopt);
   auto failure = modem.faults.TakeFailure("CMGS");
   if (!failure && !modem.online()) failure = Cms(kNoNetworkService);
   if (failure) {

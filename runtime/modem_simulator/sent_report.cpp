@@ -15,12 +15,12 @@ std::string DescribeSent(const SentMessage& message) {
   } else if (message.total > 1) {
     line += fmt::format(" in {} parts", message.total);
   }
-  if (message.alphabet == Alphabet::kOctets) line += " as 8-bit data";
+  if (message.alphabet == gsm::Alphabet::kOctets) line += " as 8-bit data";
   if (message.header_ignored) line += " (header announced, but there is none)";
   return fmt::format("{}: {}", line, Escape(message.text));
 }
 
-void ReportSent(ModemState& modem, const SubmitPdu& pdu) {
+void ReportSent(ModemState& modem, const gsm::SubmitPdu& pdu) {
   if (const auto& place = pdu.data.concatenation; place && place->total > 1) {
     modem.host.Report(
         fmt::format("part {} of {} to {}", place->sequence, place->total, Escape(pdu.destination)));

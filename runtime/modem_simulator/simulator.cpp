@@ -106,10 +106,10 @@ void Simulator::AwaitNetwork(Duration delay) {
   });
 }
 
-TimeStamp Simulator::Now() {
+gsm::TimeStamp Simulator::Now() {
   if (time_) return *time_;
   const auto now = std::chrono::system_clock::now();
-  return ToTimeStamp(now, LocalOffsetMinutes(now));
+  return gsm::ToTimeStamp(now, LocalOffsetMinutes(now));
 }
 
 void Simulator::Mute(Duration duration) {

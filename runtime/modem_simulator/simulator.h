@@ -26,9 +26,9 @@ struct SimulatorOptions {
   std::filesystem::path link;  ///< empty: the pseudo-terminal has no second name
   std::string tcp;             ///< HOST:PORT; empty: no TCP
   bool pseudo_terminal = true;
-  int baud_rate = 0;              ///< 0: as fast as it goes
-  unsigned seed = 1;              ///< of random bytes
-  std::optional<TimeStamp> time;  ///< nullopt: the true one
+  int baud_rate = 0;                   ///< 0: as fast as it goes
+  unsigned seed = 1;                   ///< of random bytes
+  std::optional<gsm::TimeStamp> time;  ///< nullopt: the true one
 };
 
 class Simulator : public Controls, private ModemHost {
@@ -47,7 +47,7 @@ class Simulator : public Controls, private ModemHost {
   void Unplug(Duration duration) override;
   void Restart() override;
   void SendGarbage(int count) override;
-  void SetTime(std::optional<TimeStamp> time) override { time_ = time; }
+  void SetTime(std::optional<gsm::TimeStamp> time) override { time_ = time; }
   void After(Duration delay, Action action) override;
   void Quit() override;
 
@@ -61,7 +61,7 @@ class Simulator : public Controls, private ModemHost {
   void Transmit(std::string_view bytes) override;
   void AwaitNetwork(Duration delay) override;
   void Report(std::string_view line) override { Print(line); }
-  [[nodiscard]] TimeStamp Now() override;
+  [[nodiscard]] gsm::TimeStamp Now() override;
 
   void TakeInput(std::string_view bytes);
   void Flush();
@@ -72,7 +72,7 @@ class Simulator : public Controls, private ModemHost {
   boost::asio::io_context& io_;
   SimulatorOptions options_;
   std::FILE* out_;
-  std::optional<TimeStamp> time_;
+  std::optional<gsm::TimeStamp> time_;
   Modem modem_;
   std::vector<std::unique_ptr<Line>> lines_;
   boost::asio::steady_timer network_timer_;

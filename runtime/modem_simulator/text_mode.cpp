@@ -3,9 +3,9 @@
 
 #include <fmt/format.h>
 
-#include "runtime/modem_simulator/hexadecimal.h"
-#include "runtime/modem_simulator/pdu.h"
-#include "runtime/modem_simulator/utf16.h"
+#include "libs/gsm/hexadecimal.h"
+#include "libs/gsm/pdu.h"
+#include "libs/gsm/utf16.h"
 
 namespace modem_simulator {
 namespace {
@@ -14,21 +14,21 @@ constexpr std::string_view kUcs2 = "UCS2";
 
 /// The text in UCS-2 digits, whatever alphabet it came in.
 std::string Ucs2Digits(std::string_view utf8) {
-  Octets units;
-  for (const char32_t character : CodePoints(utf8).value_or(U"")) {
-    const Octets unit = EncodeUtf16(character);
+  gsm::Octets units;
+  for (const char32_t character : gsm::CodePoints(utf8).value_or(U"")) {
+    const gsm::Octets unit = gsm::EncodeUtf16(character);
     units.insert(units.end(), unit.begin(), unit.end());
   }
-  return ToHexadecimal(units);
+  return gsm::ToHexadecimal(units);
 }
 
-std::string Text(const UserData& data, std::string_view character_set) {
-  if (data.alphabet != Alphabet::kDefault) return ToHexadecimal(data.payload);
-  if (character_set == kUcs2) return Ucs2Digits(PayloadText(data.alphabet, data.payload));
+std::string Text(const gsm::UserData& data, std::string_view character_set) {
+  if (data.alphabet != gsm::Alphabet::kDefault) return gsm::ToHexadecimal(data.payload);
+  if (character_set == kUcs2) return Ucs2Digits(gsm::PayloadText(data.alphabet, data.payload));
   return {data.payload.begin(), data.payload.end()};
 }
 
-std::string Time(const TimeStamp& time) {
+std::string Time(const gsm::TimeStamp& time) {
   return fmt::format("{:02}/{:02}/{:02},{:02}:{:02}:{:02}{:+03}", time.year % 100, time.month,
                      time.day, time.hour, time.minute, time.second, time.utc_offset_minutes / 15);
 }
@@ -36,22 +36,24 @@ std::string Time(const TimeStamp& time) {
 }  // namespace
 
 std::string TextEntry(const StoredMessage& message, std::string_view character_set) {
-  DeliverPdu pdu;
-  if (!DecodeDeliver(message.pdu, pdu)) {
-    return fmt::format("\"{}\",\"\",,\r\n{}", TextOf(message.status), ToHexadecimal(message.pdu));
+  gsm::DeliverPdu pdu;
+  if (!gsm::DecodeDeliver(message.pdu, pdu)) {
+    return fmt::format("\"{}\",\"\",,\r\n{}", TextOf(message.status),
+                       gsm::ToHexadecimal(message.pdu));
   }
-  const Address originator = character_set == kUcs2 ? Ucs2Digits(pdu.originator) : pdu.originator;
+  const gsm::Address originator =
+      character_set == kUcs2 ? Ucs2Digits(pdu.originator) : pdu.originator;
   return fmt::format("\"{}\",\"{}\",,\"{}\"\r\n{}", TextOf(message.status), originator,
                      Time(pdu.time), Text(pdu.data, character_set));
 }
 
-std::optional<UserData> TextBody(std::string_view body, std::string_view character_set) {
-  UserData data;
+std::optional<gsm::UserData> TextBody(std::string_view body, std::string_view character_set) {
+  gsm::UserData data;
   std::size_t most = 160;
   if (character_set == kUcs2) {
-    auto octets = FromHexadecimal(body);
+    auto octets = gsm::FromHexadecimal(body);
     if (!octets || octets->size() % 2 != 0) return std::nullopt;
-    data = {Alphabet::kUcs2, std::nullopt, std::move(*octets)};
+    data = {gsm::Alphabet::kUcs2, std::nullopt, std::move(*octets)};
     most = 140;
   } else {
     for (const char septet : body) {

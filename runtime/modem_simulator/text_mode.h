@@ -6,8 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "libs/gsm/user_data.h"
 #include "runtime/modem_simulator/message_store.h"
-#include "runtime/modem_simulator/user_data.h"
 
 namespace modem_simulator {
 
@@ -18,7 +18,7 @@ namespace modem_simulator {
 
 /// The user data of what was typed behind the prompt, in the given character set; nullopt when it
 /// does not fit one message or is not written in that set.
-[[nodiscard]] std::optional<UserData> TextBody(std::string_view body,
-                                               std::string_view character_set);
+[[nodiscard]] std::optional<gsm::UserData> TextBody(std::string_view body,
+                                                    std::string_view character_set);
 
 }  // namespace modem_simulator

@@ -27,8 +27,8 @@ class FakeControls : public Controls {
   void Unplug(Duration duration) override { Note("unplug {}", duration.count()); }
   void Restart() override { Note("restart"); }
   void SendGarbage(int count) override { Note("garbage {}", count); }
-  void SetTime(std::optional<TimeStamp> time) override {
-    Note("time {}", time ? FormatTimeStamp(*time) : "now");
+  void SetTime(std::optional<gsm::TimeStamp> time) override {
+    Note("time {}", time ? gsm::FormatTimeStamp(*time) : "now");
   }
   void After(Duration delay, Action action) override {
     Note("after {}", delay.count());

@@ -21,7 +21,7 @@ class FakeHost : public ModemHost {
     network_delay = delay;
   }
   void Report(std::string_view line) override { reports.emplace_back(line); }
-  TimeStamp Now() override { return {2026, 1, 31, 12, 0, 0, 60}; }
+  gsm::TimeStamp Now() override { return {2026, 1, 31, 12, 0, 0, 60}; }
 
   /// What the modem has sent since the last call.
   std::string Take() { return std::exchange(transmitted, {}); }

@@ -6,12 +6,12 @@
 namespace modem_simulator {
 namespace {
 
-std::vector<SubmitPdu> Parts(std::string_view text, std::uint16_t reference,
-                             const Address& destination = "+15550101234") {
-  std::vector<SubmitPdu> parts;
-  auto split = SplitText(text, {reference, false}).value();
-  for (UserData& data : split) {
-    SubmitPdu pdu;
+std::vector<gsm::SubmitPdu> Parts(std::string_view text, std::uint16_t reference,
+                                  const gsm::Address& destination = "+15550101234") {
+  std::vector<gsm::SubmitPdu> parts;
+  auto split = gsm::SplitText(text, {reference, false}).value();
+  for (gsm::UserData& data : split) {
+    gsm::SubmitPdu pdu;
     pdu.destination = destination;
     pdu.data = std::move(data);
     parts.push_back(std::move(pdu));
@@ -58,7 +58,7 @@ TEST(MessageJoiner, TakesARepeatedPartOnce) {
 TEST(MessageJoiner, JoinsACharacterThatLiesAcrossTwoParts) {
   MessageJoiner joiner;
   auto parts = Parts(kLong, 1);
-  for (SubmitPdu& part : parts) part.data.alphabet = Alphabet::kUcs2;
+  for (gsm::SubmitPdu& part : parts) part.data.alphabet = gsm::Alphabet::kUcs2;
   parts[0].data.payload = {0xD8, 0x3D};
   parts[1].data.payload = {0xDE, 0x00};
   EXPECT_FALSE(joiner.Add(parts[0]));
@@ -68,7 +68,7 @@ TEST(MessageJoiner, JoinsACharacterThatLiesAcrossTwoParts) {
 TEST(MessageJoiner, ForgetsTheOldestWhenTooManyWait) {
   MessageJoiner joiner;
   for (std::size_t i = 0; i <= MessageJoiner::kMostUnfinished; ++i) {
-    const Address receiver = "+1" + std::to_string(i);
+    const gsm::Address receiver = "+1" + std::to_string(i);
     EXPECT_FALSE(joiner.Add(Parts(kLong, 1, receiver)[0]));
   }
   EXPECT_EQ(joiner.Unfinished().size(), MessageJoiner::kMostUnfinished);

@@ -21,7 +21,7 @@ TEST(MessageStore, TakesNoMoreThanItHasPlaces) {
   EXPECT_EQ(store.Add(MessageStatus::kUnread, {7}), 0);
   EXPECT_TRUE(store.full());
   EXPECT_EQ(store.Add(MessageStatus::kUnread, {8}), std::nullopt);
-  EXPECT_EQ(store.Find(0)->pdu, Octets{7});
+  EXPECT_EQ(store.Find(0)->pdu, gsm::Octets{7});
   EXPECT_EQ(store.Find(1), nullptr);
 }
 

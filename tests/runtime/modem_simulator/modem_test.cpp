@@ -5,7 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "runtime/modem_simulator/hexadecimal.h"
+#include "libs/gsm/hexadecimal.h"
 #include "tests/runtime/modem_simulator/fake_host.h"
 
 namespace modem_simulator {
@@ -25,7 +25,7 @@ class ModemTest : public testing::Test {
 
   std::string Ask(std::string_view bytes) { return Exchange(modem_, host_, bytes); }
   void Receive(std::string_view digits) {
-    modem_.ReceivePdu(FromHexadecimal(digits).value());
+    modem_.ReceivePdu(gsm::FromHexadecimal(digits).value());
     host_.Take();  // the announcement
   }
   std::string Send() {
@@ -131,7 +131,7 @@ TEST_F(ModemTest, AnnouncesAsCnmiSays) {
 
 TEST_F(ModemTest, HandsMessagesThroughWithoutStoringThem) {
   Ask("AT+CNMI=2,2\r");
-  modem_.ReceivePdu(FromHexadecimal(kReceived).value());
+  modem_.ReceivePdu(gsm::FromHexadecimal(kReceived).value());
   EXPECT_EQ(host_.Take(), std::string("\r\n+CMT: ,30\r\n") + kReceived + "\r\n");
   EXPECT_EQ(Ask("AT+CMGL=4\r"), "\r\nOK\r\n");
 }
@@ -342,7 +342,7 @@ TEST_F(SmallModemTest, TakesTheNextMessageWhenOneIsDeleted) {
 }
 
 TEST_F(SmallModemTest, ShowsItsOddities) {
-  modem_.ReceivePdu(FromHexadecimal("0011").value());
+  modem_.ReceivePdu(gsm::FromHexadecimal("0011").value());
   host_.Take();
   EXPECT_EQ(Ask("AT+CMGL=0\r"),
             "\r\n+CMGL:0,0,\"\",1\r\n0011" + std::string(2 * 174, 'F') + "\r\n\r\nOK\r\n");
@@ -375,7 +375,7 @@ TEST(Modem, ListsTenThousandMessages) {
   options.store_size = 10000;
   Modem modem(options, host);
   Exchange(modem, host, "ATE0+CNMI=0,0\r");
-  for (int i = 0; i < 10000; ++i) modem.ReceivePdu(FromHexadecimal(kReceived).value());
+  for (int i = 0; i < 10000; ++i) modem.ReceivePdu(gsm::FromHexadecimal(kReceived).value());
   const std::string list = Exchange(modem, host, "AT+CMGL=0\r");
   EXPECT_THAT(list, HasSubstr("+CMGL: 10000,0,,30"));
 }

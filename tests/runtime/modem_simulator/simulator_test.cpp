@@ -21,7 +21,7 @@ class SimulatorTest : public testing::Test {
           SimulatorOptions options;
           options.link = link_;
           options.modem.network_delay = milliseconds(50);
-          options.time = TimeStamp{2026, 1, 31, 12, 0, 0, 60};
+          options.time = gsm::TimeStamp{2026, 1, 31, 12, 0, 0, 60};
           return options;
         }()),
         controller_(link_) {

@@ -1,0 +1,260 @@
+// SPDX-License-Identifier: MIT
+#include "runtime/modem_driver/at_answer.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <optional>
+#include <utility>
+
+namespace corvane {
+namespace {
+
+constexpr char kCtrlZ = 0x1A;
+constexpr std::string_view kLineEnd = "\r\n";
+// 3GPP TS 27.005 clauses 3.5.1 and 3.5.3: the commands that a text follows.
+constexpr std::array<std::string_view, 2> kAnnouncements{"+CMGS", "+CMGW"};
+// 3GPP TS 27.005 clauses 3.4.2 and 3.4.3: the commands that messages answer.
+constexpr std::array<std::string_view, 2> kLists{"+CMGL", "+CMGR"};
+/// A line with so many hexadecimal digits in front is a PDU, whatever noise it ends with.
+constexpr std::size_t kCertainlyHex = 8;
+
+bool BeginsWith(std::string_view text, std::string_view beginning) {
+  return text.substr(0, beginning.size()) == beginning;
+}
+
+char Upper(char c) {
+  return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+}
+
+int HexDigit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (Upper(c) >= 'A' && Upper(c) <= 'F') return Upper(c) - 'A' + 10;
+  return -1;
+}
+
+bool LooksLikePdu(std::string_view line) {
+  const auto end = std::find_if(line.begin(), line.end(), [](char c) { return HexDigit(c) < 0; });
+  const auto digits = static_cast<std::size_t>(end - line.begin());
+  return digits >= kCertainlyHex || (digits >= 2 && digits == line.size());
+}
+
+/// The last number of a list header: the octets of the PDU without its service-centre part.
+std::optional<std::size_t> AnnouncedLength(std::string_view header) {
+  const std::size_t separator = header.find_last_of(",: ");
+  std::size_t length = 0;
+  const char* const begin = header.data() + separator + 1;
+  const char* const end = header.data() + header.size();
+  const auto [rest, error] = std::from_chars(begin, end, length);
+  if (error != std::errc() || rest != end) return std::nullopt;
+  return length;
+}
+
+/// Every character of `part` stands in `whole`, in the same order.
+bool IsSubsequence(std::string_view part, std::string_view whole) {
+  std::size_t next = 0;
+  for (const char c : whole) {
+    if (next < part.size() && Upper(part[next]) == Upper(c)) ++next;
+  }
+  return next == part.size();
+}
+
+}  // namespace
+
+RequestKind KindOfRequest(std::string_view request) {
+  if (!request.empty() && request.back() == kCtrlZ) return RequestKind::kText;
+  const std::string name = CommandName(request);
+  const auto is_one_of = [&name](const auto& names) {
+    return std::find(names.begin(), names.end(), name) != names.end();
+  };
+  if (is_one_of(kLists)) return RequestKind::kList;
+  const bool sets =
+      request.find('=') != std::string_view::npos && request.find('?') == std::string_view::npos;
+  return sets && is_one_of(kAnnouncements) ? RequestKind::kAnnouncement : RequestKind::kCommand;
+}
+
+std::string CommandName(std::string_view request) {
+  if (request.size() < 3 || Upper(request[0]) != 'A' || Upper(request[1]) != 'T') return {};
+  const std::string_view rest = request.substr(2);
+  if (std::string_view("+^*#$%_&").find(rest.front()) == std::string_view::npos) return {};
+  const auto end = std::find_if(rest.begin() + 1, rest.end(), [](char c) {
+    return !(c >= '0' && c <= '9') && !(Upper(c) >= 'A' && Upper(c) <= 'Z');
+  });
+  std::string name(rest.begin(), end);
+  std::transform(name.begin(), name.end(), name.begin(), Upper);
+  return name;
+}
+
+AtAnswer::AtAnswer(std::string_view request, std::string own_name, ForeignLine foreign_line)
+    : request_(request),
+      own_name_(std::move(own_name)),
+      kind_(KindOfRequest(request)),
+      foreign_line_(std::move(foreign_line)) {
+  while (!request_.empty() && (request_.back() == '\r' || request_.back() == kCtrlZ)) {
+    request_.remove_suffix(1);
+  }
+}
+
+AtAnswer::State AtAnswer::Feed(char octet) {
+  if (state_ != State::kOpen) return state_;
+  switch (octet) {
+    case '\0': break;  // noise of a line that is being switched on
+    case '\r':
+    case '\n':
+    case kCtrlZ: TakeLine(); break;  // the echo of a text ends with its Ctrl-Z
+    case '>':
+      if (line_.empty() && IsPromptAllowed()) {  // no line end follows
+        text_.assign(1, octet);
+        state_ = State::kPrompt;
+        break;
+      }
+      [[fallthrough]];
+    default:
+      line_ += octet;
+      if (line_.size() > kMaxLine) state_ = State::kTooLong;
+  }
+  return state_;
+}
+
+AtAnswer::State AtAnswer::End() {
+  if (state_ != State::kOpen) return state_;
+  // A PDU line without its end is all there only if it has the announced length.
+  if (!header_.empty() && LooksLikePdu(line_)) {
+    pdu_ += line_;
+    if (!PduIsComplete()) pdu_.clear();
+    line_.clear();
+  }
+  TakeLine();
+  if (state_ != State::kOpen) return state_;
+  CloseEntry(false);
+  const bool may_be_unknown = kind_ == RequestKind::kCommand || kind_ == RequestKind::kAnnouncement;
+  if (own_lines_ == 0 && may_be_unknown) text_ = std::exchange(unknown_, {});
+  return state_;
+}
+
+std::size_t AtAnswer::octets() const {
+  return text_.size() + (header_.empty() ? 0 : header_.size() + pdu_.size() + line_.size());
+}
+
+void AtAnswer::TakeLine() {
+  std::string line = std::exchange(line_, {});
+  while (!line.empty() && line.back() == ' ') line.pop_back();
+  if (kind_ == RequestKind::kText) {  // what is left of the prompt stands in front of the echo
+    line.erase(0, std::min(line.find_first_not_of("> "), line.size()));
+  }
+  if (!line.empty()) TakeWholeLine(line);
+}
+
+void AtAnswer::TakeWholeLine(std::string_view line) {
+  const LineKind kind = KindOfLine(line);
+  const bool swallow = std::exchange(swallow_next_, false);
+  if (IsFinal(kind)) {
+    TakeFinal(line, kind);
+  } else if (IsOwn(line)) {
+    TakeOwnLine(line);
+  } else if (kind != LineKind::kUnknown || swallow) {
+    foreign_line_(line, kind);
+    // The second line of the two is still to come behind an unsolicited one between them.
+    swallow_next_ = kind == LineKind::kUnsolicitedPair || (swallow && kind != LineKind::kUnknown);
+  } else if (!TakePduPart(line)) {
+    TakeOtherLine(line, kind);
+  }
+}
+
+void AtAnswer::TakeFinal(std::string_view line, LineKind kind) {
+  if (std::exchange(late_result_, false) && kind == LineKind::kOk) return;
+  CloseEntry(kind == LineKind::kOk);
+  Append(line);
+  final_ = line;
+  final_kind_ = kind;
+  if (state_ == State::kOpen) state_ = State::kFinal;
+}
+
+void AtAnswer::TakeOwnLine(std::string_view line) {
+  if (kind_ == RequestKind::kAnnouncement) {  // only the prompt answers it: this one is late
+    late_result_ = true;
+    foreign_line_(line, LineKind::kUnknown);
+    return;
+  }
+  CloseEntry(true);
+  ++own_lines_;
+  if (kind_ == RequestKind::kList) {
+    header_ = line;
+  } else {
+    Append(line);
+  }
+}
+
+bool AtAnswer::TakePduPart(std::string_view line) {
+  if (header_.empty() || !LooksLikePdu(line)) return false;
+  pdu_ += line;
+  if (pdu_.size() > kMaxLine) {
+    state_ = State::kTooLong;
+  } else if (PduIsComplete()) {
+    CloseEntry(true);
+  }
+  return true;
+}
+
+void AtAnswer::TakeOtherLine(std::string_view line, LineKind kind) {
+  if (!header_.empty() && body_.size() + line.size() <= kMaxLine) {
+    if (!body_.empty()) body_ += kLineEnd;
+    body_ += line;
+    return;
+  }
+  if (IsEcho(line)) {
+    echoed_ = true;
+    return;
+  }
+  foreign_line_(line, kind);
+  if (unknown_.size() + line.size() + kLineEnd.size() > kMaxUnknown) return;
+  unknown_ += line;
+  unknown_ += kLineEnd;
+}
+
+void AtAnswer::CloseEntry(bool complete) {
+  const std::string header = std::exchange(header_, {});
+  const std::string pdu = std::exchange(pdu_, {});
+  const std::string body = std::exchange(body_, {});
+  if (header.empty()) return;
+  if (!complete &&
+      pdu.empty()) {  // handed on as it is, its message would be taken for an empty one
+    --own_lines_;
+    return;
+  }
+  Append(header);
+  Append(pdu.empty() ? body : pdu);
+}
+
+void AtAnswer::Append(std::string_view line) {
+  if (text_.size() + line.size() + kLineEnd.size() > kMaxText) {
+    state_ = State::kTooLong;
+    return;
+  }
+  text_ += line;
+  text_ += kLineEnd;
+}
+
+bool AtAnswer::IsOwn(std::string_view line) const {
+  return !own_name_.empty() && BeginsWith(line, own_name_) && line.size() > own_name_.size() &&
+         line[own_name_.size()] == ':';
+}
+
+bool AtAnswer::IsEcho(std::string_view line) const {
+  const bool begins_command = line.size() >= 2 && Upper(line[0]) == 'A' && Upper(line[1]) == 'T';
+  return begins_command || IsSubsequence(line, request_) ||
+         (!request_.empty() && line.find(request_) != std::string_view::npos);
+}
+
+bool AtAnswer::IsPromptAllowed() const {
+  return kind_ != RequestKind::kText && own_lines_ == 0;
+}
+
+bool AtAnswer::PduIsComplete() const {
+  const auto length = AnnouncedLength(header_);
+  if (!length || pdu_.size() < 2 || HexDigit(pdu_[0]) < 0 || HexDigit(pdu_[1]) < 0) return false;
+  const int service_centre = 16 * HexDigit(pdu_[0]) + HexDigit(pdu_[1]);
+  return pdu_.size() >= 2 * (1 + static_cast<std::size_t>(service_centre) + *length);
+}
+
+}  // namespace corvane

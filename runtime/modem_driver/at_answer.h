@@ -1,0 +1,115 @@
+// SPDX-License-Identifier: MIT
+// Turns the octets that come while an AT command runs into the command's answer (ITU-T V.250,
+// 3GPP TS 27.005): no echo, no unsolicited lines, and complete when that is certain.
+// Byte-fed, without I/O or clock; memory is bounded. Not synchronised.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+
+#include "runtime/modem_driver/line_kind.h"
+
+namespace corvane {
+
+/// What a request is, and so how its answer ends.
+enum class RequestKind : std::uint8_t {
+  kCommand,
+  kList,          ///< AT+CMGL, AT+CMGR: headers, each with its PDU on the line behind it
+  kAnnouncement,  ///< AT+CMGS=, AT+CMGW=: a prompt follows
+  kText,          ///< what is written at the prompt; ends with Ctrl-Z
+};
+
+[[nodiscard]] RequestKind KindOfRequest(std::string_view request);
+
+/// The name that the lines of a command's answer begin with: "+CMGL" for "at+cmgl=0\r"; empty for
+/// commands without one.
+[[nodiscard]] std::string CommandName(std::string_view request);
+
+/// The answer to one request.
+///
+/// Its text is made of the lines that begin with the command's own name, the PDU line behind each
+/// list header, the prompt and the final result, each line with CR LF, without empty lines. An
+/// unsolicited line is taken out wherever it comes, also where it parts a PDU in two. A header
+/// without a PDU is followed by an empty line, so that its empty PDU reaches the reader of the
+/// list.
+class AtAnswer {
+ public:
+  enum class State : std::uint8_t {
+    kOpen,     ///< more is to come
+    kFinal,    ///< a final result line ended it
+    kPrompt,   ///< the modem waits for text
+    kTooLong,  ///< a line or the whole is longer than any answer can be
+  };
+
+  static constexpr std::size_t kMaxLine = 2048;
+  static constexpr std::size_t kMaxText = std::size_t{8} << 20;
+  static constexpr std::size_t kMaxUnknown = 4096;
+
+  /// Called with each line that is not part of the answer and no echo, and its kind.
+  using ForeignLine = std::function<void(std::string_view line, LineKind kind)>;
+
+  /// @param request borrowed: must outlive this
+  /// @param own_name see CommandName; for text that of the command which announced it
+  AtAnswer(std::string_view request, std::string own_name, ForeignLine foreign_line);
+
+  /// Takes the next octet; none after the state has left kOpen.
+  State Feed(char octet);
+  /// Tells that nothing more comes: a last line without its end counts, a list entry that is not
+  /// there in full does not.
+  State End();
+
+  [[nodiscard]] State state() const { return state_; }
+  /// What is handed to the client. Before the end was certain: the lines of the answer so far, or,
+  /// where there are none, unknown lines as they came, so that it can say that they make no sense.
+  /// Not those behind a list or a text: noise would be read as a message, or as its confirmation.
+  /// Empty: nothing came.
+  [[nodiscard]] std::string& text() { return text_; }
+  /// The final result line, empty while there is none.
+  [[nodiscard]] const std::string& final_line() const { return final_; }
+  [[nodiscard]] LineKind final_kind() const { return final_kind_; }
+  /// The number of own lines.
+  [[nodiscard]] std::size_t lines() const { return own_lines_; }
+  /// The number of octets in own lines, those of an entry included that is still coming.
+  [[nodiscard]] std::size_t octets() const;
+  /// The request came back from the modem.
+  [[nodiscard]] bool echoed() const { return echoed_; }
+
+ private:
+  void TakeLine();
+  void TakeWholeLine(std::string_view line);
+  void TakeOwnLine(std::string_view line);
+  bool TakePduPart(std::string_view line);
+  void TakeOtherLine(std::string_view line, LineKind kind);
+  void TakeFinal(std::string_view line, LineKind kind);
+  /// Writes the list entry that is waiting for its PDU; `complete`: an empty PDU is one, too.
+  void CloseEntry(bool complete);
+  void Append(std::string_view line);
+  [[nodiscard]] bool IsOwn(std::string_view line) const;
+  [[nodiscard]] bool IsEcho(std::string_view line) const;
+  [[nodiscard]] bool IsPromptAllowed() const;
+  [[nodiscard]] bool PduIsComplete() const;
+
+  std::string_view request_;
+  std::string own_name_;
+  RequestKind kind_;
+  ForeignLine foreign_line_;
+  State state_ = State::kOpen;
+
+  std::string line_;     // octets since the last line end
+  std::string text_;     // see text()
+  std::string header_;   // of the entry whose PDU is to come; empty: none
+  std::string pdu_;      // its PDU so far
+  std::string body_;     // other lines behind the header: its text, unless a PDU follows
+  std::string unknown_;  // lines that are neither of the answer nor known
+  std::string final_;
+  LineKind final_kind_ = LineKind::kUnknown;
+  std::size_t own_lines_ = 0;
+  bool swallow_next_ = false;  // the next line belongs to an unsolicited one
+  bool late_result_ = false;   // an earlier text was confirmed; its OK is still to come
+  bool echoed_ = false;
+};
+
+}  // namespace corvane

@@ -1,0 +1,132 @@
+// SPDX-License-Identifier: MIT
+#include "runtime/modem_driver/line_kind.h"
+
+#include <algorithm>
+#include <array>
+
+namespace corvane {
+namespace {
+
+enum class Match : std::uint8_t { kLine, kBeginning };
+
+struct Quirk {
+  std::string_view text;
+  Match match;
+  LineKind kind;
+};
+
+using enum LineKind;
+using enum Match;
+
+// The first row that fits decides.
+constexpr std::array kQuirks{
+    // Final results.
+    Quirk{"OK", kLine, kOk},
+    Quirk{"ERROR", kLine, kError},
+    Quirk{"+CMS ERROR: 314", kLine, kSimBusy},
+    Quirk{"+CMS ERROR: SIM busy", kLine, kSimBusy},  // after AT+CMEE=2
+    Quirk{"+CMS ERROR", kBeginning, kError},
+    Quirk{"+CME ERROR: 14", kLine, kSimBusy},
+    Quirk{"+CME ERROR: SIM busy", kLine, kSimBusy},
+    Quirk{"+CME ERROR", kBeginning, kError},
+    Quirk{"+CMGS ERROR", kBeginning, kError},          // Fibocom
+    Quirk{"COMMAND NOT SUPPORT", kBeginning, kError},  // Huawei
+    Quirk{"TOO MANY PARAMETERS", kLine, kError},       // Huawei
+    // Those that carry a message or a report in the line behind.
+    Quirk{"+CMT:", kBeginning, kUnsolicitedPair},
+    Quirk{"+CDS:", kBeginning, kUnsolicitedPair},
+    Quirk{"+CBM:", kBeginning, kUnsolicitedPair},
+    // A start of the modem, also an unwanted one (weak supply in the sending burst).
+    Quirk{"RDY", kLine, kRestart},             // SIMCom, Quectel
+    Quirk{"^SYSSTART", kBeginning, kRestart},  // Siemens, Cinterion
+    // Messages, calls, network (27.005, 27.007, V.250).
+    Quirk{"+CMTI:", kBeginning, kUnsolicited},
+    Quirk{"+CDSI:", kBeginning, kUnsolicited},
+    Quirk{"+CBMI:", kBeginning, kUnsolicited},
+    Quirk{"+CREG:", kBeginning, kUnsolicited},
+    Quirk{"+CGREG:", kBeginning, kUnsolicited},
+    Quirk{"+CEREG:", kBeginning, kUnsolicited},
+    Quirk{"+CRING:", kBeginning, kUnsolicited},
+    Quirk{"+CLIP:", kBeginning, kUnsolicited},
+    Quirk{"+COLP:", kBeginning, kUnsolicited},
+    Quirk{"+CCWA:", kBeginning, kUnsolicited},
+    Quirk{"+CUSD:", kBeginning, kUnsolicited},
+    Quirk{"+CSSI:", kBeginning, kUnsolicited},
+    Quirk{"+CSSU:", kBeginning, kUnsolicited},
+    Quirk{"+CIEV:", kBeginning, kUnsolicited},
+    Quirk{"+CGEV:", kBeginning, kUnsolicited},
+    Quirk{"+CTZV:", kBeginning, kUnsolicited},
+    Quirk{"+CTZE:", kBeginning, kUnsolicited},
+    Quirk{"+CPIN:", kBeginning, kUnsolicited},
+    Quirk{"+CFUN:", kBeginning, kUnsolicited},
+    Quirk{"RING", kLine, kUnsolicited},
+    Quirk{"BUSY", kLine, kUnsolicited},
+    Quirk{"NO CARRIER", kBeginning, kUnsolicited},
+    Quirk{"NO ANSWER", kLine, kUnsolicited},
+    Quirk{"NO DIALTONE", kLine, kUnsolicited},
+    // Huawei; AT^CURC=0 stops most.
+    Quirk{"^RSSI", kBeginning, kUnsolicited},  // also ^RSSILVL
+    Quirk{"^HCSQ:", kBeginning, kUnsolicited},
+    Quirk{"^MODE:", kBeginning, kUnsolicited},
+    Quirk{"^BOOT:", kBeginning, kUnsolicited},
+    Quirk{"^SRVST:", kBeginning, kUnsolicited},
+    Quirk{"^SIMST:", kBeginning, kUnsolicited},
+    Quirk{"^STIN:", kBeginning, kUnsolicited},
+    Quirk{"^CSNR:", kBeginning, kUnsolicited},
+    Quirk{"^DSFLOWRPT:", kBeginning, kUnsolicited},
+    Quirk{"^NWTIME:", kBeginning, kUnsolicited},
+    Quirk{"^NDISSTAT:", kBeginning, kUnsolicited},
+    Quirk{"^SMMEMFULL:", kBeginning, kUnsolicited},
+    // SIMCom.
+    Quirk{"Call Ready", kLine, kUnsolicited},
+    Quirk{"SMS Ready", kLine, kUnsolicited},
+    Quirk{"NORMAL POWER", kBeginning, kUnsolicited},
+    Quirk{"UNDER-VOLTAGE", kBeginning, kUnsolicited},
+    Quirk{"OVER-VOLTAGE", kBeginning, kUnsolicited},
+    Quirk{"*PSUTTZ:", kBeginning, kUnsolicited},
+    Quirk{"DST:", kBeginning, kUnsolicited},
+    // Quectel.
+    Quirk{"+QIND:", kBeginning, kUnsolicited},
+    Quirk{"+QUSIM:", kBeginning, kUnsolicited},
+    // Telit.
+    Quirk{"#STN:", kBeginning, kUnsolicited},
+    Quirk{"#QSS:", kBeginning, kUnsolicited},
+    // Siemens, Cinterion.
+    Quirk{"^SCN:", kBeginning, kUnsolicited},
+    Quirk{"^SMGO:", kBeginning, kUnsolicited},
+    Quirk{"^SBC:", kBeginning, kUnsolicited},
+    // Wavecom, Option, ZTE.
+    Quirk{"+WIND:", kBeginning, kUnsolicited},
+    Quirk{"_OSIGQ:", kBeginning, kUnsolicited},
+    Quirk{"+ZEND", kBeginning, kUnsolicited},
+    Quirk{"+ZUSIMR:", kBeginning, kUnsolicited},
+    Quirk{"+SPNWNAME:", kBeginning, kUnsolicited},
+    Quirk{"+PSBEARER:", kBeginning, kUnsolicited},
+};
+
+constexpr std::array<std::string_view, 5> kSecretCommands{
+    "AT+CPIN=", "AT+CPIN2=", "AT+CPWD=", "AT+CLCK=", "AT+CGAUTH="};
+
+bool EqualInAnyCase(char a, char b) {
+  const auto small = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c; };
+  return small(a) == small(b);
+}
+
+}  // namespace
+
+LineKind KindOfLine(std::string_view line) {
+  for (const Quirk& quirk : kQuirks) {
+    const std::string_view part = quirk.match == kLine ? line : line.substr(0, quirk.text.size());
+    if (part == quirk.text) return quirk.kind;
+  }
+  return kUnknown;
+}
+
+bool IsSecretCommand(std::string_view command) {
+  return std::any_of(kSecretCommands.begin(), kSecretCommands.end(), [&](std::string_view secret) {
+    const std::string_view begin = command.substr(0, secret.size());
+    return std::equal(begin.begin(), begin.end(), secret.begin(), secret.end(), EqualInAnyCase);
+  });
+}
+
+}  // namespace corvane

@@ -1,0 +1,206 @@
+// SPDX-License-Identifier: MIT
+#include "runtime/modem_driver/modem_port.h"
+
+#include <fmt/format.h>
+#include <spdlog/spdlog.h>
+
+#include <algorithm>
+#include <mutex>
+#include <utility>
+
+namespace corvane {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+constexpr milliseconds kReopenPause(200);
+
+/// Calls a client's function, which must not end the thread with what it throws.
+template <class Function>
+void CallClient(int port, Function function) {
+  try {
+    function();
+  } catch (const std::exception& error) {
+    spdlog::error("modem port {}: a client's function failed: {}", port, error.what());
+  }
+}
+
+}  // namespace
+
+ModemPort::ModemPort(ModemTarget target, ScanLock& lock)
+    : target_(std::move(target)), lock_(lock), thread_([this] { Run(); }) {}
+
+ModemPort::~ModemPort() {
+  loop_.Stop();
+  thread_.join();
+}
+
+void ModemPort::WaitForFirstAttempt(SteadyTime deadline) {
+  if (attempted_.try_acquire_until(deadline)) attempted_.release();
+}
+
+bool ModemPort::Register(void* context, PortDriverPriorityFunction priority,
+                         PortDriverRequestFunction request) {
+  if (!open_) return false;
+  for (Client& client : clients_) {
+    if (client.context != context) continue;
+    client.priority = priority;
+    client.request = request;
+    return true;
+  }
+  clients_.push_back({next_id_++, context, priority, request, 0});
+  return true;
+}
+
+void ModemPort::Unregister(void* context) {
+  std::erase_if(clients_, [context](const Client& client) { return client.context == context; });
+}
+
+void ModemPort::Run() {
+  while (!loop_.stopped()) {
+    KeepLine();
+    if (ServeOne()) continue;
+    const auto next_poll = steady_clock::now() + target_.poll;
+    if (open_) {
+      dialogue_.Idle(next_poll);
+    } else {
+      loop_.SleepUntil(next_poll);
+    }
+  }
+  dialogue_.Detach();
+}
+
+void ModemPort::KeepLine() {
+  if (open_ && !dialogue_.loss().empty()) {
+    const std::string what = fmt::format("{} is lost: {}; waiting for it to come back",
+                                         target_.Name(), dialogue_.loss());
+    spdlog::warn("modem port {}: {}", target_.port, what);
+    status_.Set(what);
+    open_ = false;
+    dialogue_.Detach();
+  }
+  if (!open_ && steady_clock::now() >= next_attempt_) TryToOpen();
+}
+
+void ModemPort::TryToOpen() {
+  std::unique_ptr<SerialLine> line;
+  try {
+    line = OpenLine(target_, loop_);
+    last_problem_.clear();
+    open_ = true;
+    spdlog::info("modem port {}: {} is open", target_.port, target_.Name());
+    status_.Set(target_.Name() + " is open");
+  } catch (const LineError& error) {
+    next_attempt_ = steady_clock::now() + kReopenPause;
+    status_.Set(error.what());
+    if (std::exchange(last_problem_, error.what()) != error.what() && !loop_.stopped()) {
+      spdlog::error("modem port {}: {}", target_.port, error.what());
+    }
+  }
+  if (std::exchange(first_attempt_, false)) attempted_.release();
+  if (line != nullptr) dialogue_.Attach(std::move(line));
+}
+
+bool ModemPort::ServeOne() {
+  std::optional<Request> request;
+  if (dialogue_.state() == ModemDialogue::State::kPrompt) {
+    request = PromptOwnersRequest();
+    if (!request) dialogue_.LeavePrompt();
+  }
+  if (!request) request = NextRequest();
+  if (!request) return false;
+  ExchangeResult result = Carry(*request);
+  if (loop_.stopped()) return false;
+  prompt_owner_ = request->client;
+  HandOver(*request, result);
+  return result.answered;
+}
+
+std::optional<ModemPort::Request> ModemPort::PromptOwnersRequest() {
+  const std::lock_guard guard(lock_);
+  const Client* const owner = Find(prompt_owner_);
+  if (owner == nullptr) return std::nullopt;
+  int priority = 0;
+  CallClient(target_.port, [&] { priority = owner->priority(owner->context); });
+  return priority > 0 ? AskForRequest(prompt_owner_) : std::nullopt;
+}
+
+std::optional<ModemPort::Request> ModemPort::NextRequest() {
+  const std::lock_guard guard(lock_);
+  const auto chosen = ChooseClient();
+  return chosen ? AskForRequest(*chosen) : std::nullopt;
+}
+
+std::optional<std::uint64_t> ModemPort::ChooseClient() {
+  // The functions may register and withdraw clients, so no reference to one survives a call.
+  std::vector<std::uint64_t> ids;
+  for (const Client& client : clients_) ids.push_back(client.id);
+  std::optional<std::uint64_t> best;
+  int best_priority = 0;
+  for (const std::uint64_t id : ids) {
+    const Client* client = Find(id);
+    if (client == nullptr) continue;
+    int priority = 0;
+    CallClient(target_.port, [&] { priority = client->priority(client->context); });
+    client = Find(id);
+    if (priority <= 0 || client == nullptr) continue;
+    const Client* const rival = best ? Find(*best) : nullptr;
+    if (rival == nullptr || priority > best_priority ||
+        (priority == best_priority && client->served < rival->served)) {
+      best = id;
+      best_priority = priority;
+    }
+  }
+  return best;
+}
+
+std::optional<ModemPort::Request> ModemPort::AskForRequest(std::uint64_t id) {
+  Client* const client = Find(id);
+  if (client == nullptr) return std::nullopt;
+  client->served = ++turn_;
+  std::array<char, kPortDriverRequestSize> buffer{};
+  PortDriverRequestData data{};
+  PortDriverReplyFunction on_reply = nullptr;
+  int length = 0;
+  CallClient(target_.port,
+             [&] { length = client->request(client->context, buffer.data(), &data, &on_reply); });
+  if (length <= 0) return std::nullopt;
+  if (length > kPortDriverRequestSize) {
+    spdlog::error("modem port {}: a client's request of {} bytes is too long", target_.port,
+                  length);
+    return std::nullopt;
+  }
+  const milliseconds timeout(std::max<std::int32_t>(data.timeout, 1));
+  return Request{id, {buffer.data(), static_cast<std::size_t>(length)}, timeout, on_reply};
+}
+
+ExchangeResult ModemPort::Carry(const Request& request) {
+  // A device that went away has the time of the exchange to come back.
+  const auto deadline = steady_clock::now() + request.timeout;
+  while (!open_ && !loop_.stopped() && steady_clock::now() < deadline) {
+    loop_.SleepUntil(std::min(deadline, next_attempt_));
+    KeepLine();
+  }
+  if (!open_) return {};
+  return dialogue_.Exchange(request.octets, request.timeout);
+}
+
+void ModemPort::HandOver(const Request& request, ExchangeResult& result) {
+  const std::lock_guard guard(lock_);
+  const Client* const client = Find(request.client);
+  if (client == nullptr || request.on_reply == nullptr) return;
+  if (!result.answered) result.text.clear();
+  CallClient(target_.port, [&] {  // a std::string has a NUL behind its text
+    request.on_reply(client->context, result.text.data(), static_cast<int>(result.text.size()),
+                     result.answered ? 0 : -1);
+  });
+}
+
+ModemPort::Client* ModemPort::Find(std::uint64_t id) {
+  const auto found = std::find_if(clients_.begin(), clients_.end(),
+                                  [id](const Client& client) { return client.id == id; });
+  return found == clients_.end() ? nullptr : &*found;
+}
+
+}  // namespace corvane

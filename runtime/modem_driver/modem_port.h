@@ -1,0 +1,95 @@
+// SPDX-License-Identifier: MIT
+// One modem port: its thread chooses among the clients, carries their exchanges out and opens the
+// device anew when it went away.
+// Threads: the functions that tell so need the scan lock, which also guards the clients.
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <optional>
+#include <semaphore>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "corvane/modem_port_driver.h"
+#include "runtime/corvane/scan_lock.h"
+#include "runtime/modem_driver/modem_dialogue.h"
+#include "runtime/modem_driver/modem_status.h"
+#include "runtime/modem_driver/modem_target.h"
+#include "runtime/modem_driver/wait_loop.h"
+
+namespace corvane {
+
+class ModemPort {
+ public:
+  /// Starts the thread, which opens the device at once.
+  /// @param lock held while a function of a client is called
+  ModemPort(ModemTarget target, ScanLock& lock);
+  ModemPort(const ModemPort&) = delete;
+  ModemPort& operator=(const ModemPort&) = delete;
+  /// Ends the thread; a running exchange is broken off. The caller does not hold the lock.
+  ~ModemPort();
+
+  /// Waits until the first attempt to open the device is over, for so long at most.
+  void WaitForFirstAttempt(SteadyTime deadline);
+
+  [[nodiscard]] int number() const { return target_.port; }
+  /// What goes on, in one line: the device's fault, or the last exchange.
+  [[nodiscard]] std::string Status() const { return status_.Get(); }
+  /// Refuses while the device is not open. A context that is there already gets the new functions.
+  /// Needs the lock.
+  [[nodiscard]] bool Register(void* context, PortDriverPriorityFunction priority,
+                              PortDriverRequestFunction request);
+  /// Needs the lock.
+  void Unregister(void* context);
+
+ private:
+  struct Client {
+    std::uint64_t id;  // of the registration: a new block may have the address of an old one
+    void* context;
+    PortDriverPriorityFunction priority;
+    PortDriverRequestFunction request;
+    std::uint64_t served;  // when it had its last turn
+  };
+  /// What a client wants to be sent.
+  struct Request {
+    std::uint64_t client;
+    std::string octets;
+    std::chrono::milliseconds timeout;
+    PortDriverReplyFunction on_reply;
+  };
+
+  void Run();
+  void KeepLine();
+  void TryToOpen();
+  /// Carries out the exchange of one client. False: nobody wants anything, or the line is at fault.
+  bool ServeOne();
+  /// An open prompt belongs to the client that asked for it, whatever the others want.
+  [[nodiscard]] std::optional<Request> PromptOwnersRequest();
+  [[nodiscard]] std::optional<Request> NextRequest();
+  [[nodiscard]] std::optional<std::uint64_t> ChooseClient();
+  [[nodiscard]] std::optional<Request> AskForRequest(std::uint64_t id);
+  [[nodiscard]] ExchangeResult Carry(const Request& request);
+  void HandOver(const Request& request, ExchangeResult& result);
+  [[nodiscard]] Client* Find(std::uint64_t id);
+
+  const ModemTarget target_;
+  ScanLock& lock_;
+  WaitLoop loop_;
+  ModemStatus status_;
+  ModemDialogue dialogue_{target_, loop_, status_};
+  std::vector<Client> clients_;  // guarded by lock_
+  std::uint64_t next_id_ = 1;    // guarded by lock_
+  std::uint64_t turn_ = 0;
+  std::uint64_t prompt_owner_ = 0;  // client whose command opened the prompt
+  SteadyTime next_attempt_;
+  std::string last_problem_;  // why the device could not be opened, as the log has it
+  std::atomic<bool> open_{false};
+  std::binary_semaphore attempted_{0};
+  bool first_attempt_ = true;
+  std::thread thread_;
+};
+
+}  // namespace corvane

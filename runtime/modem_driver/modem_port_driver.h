@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: MIT
+// The modem ports of a runtime, behind the functions of corvane/modem_port_driver.h.
+// Lifetime: one at a time; it serves the clients while it lives.
+#pragma once
+
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "corvane/modem_port_driver.h"
+#include "runtime/corvane/scan_lock.h"
+#include "runtime/modem_driver/modem_port.h"
+#include "runtime/modem_driver/modem_target.h"
+
+namespace corvane {
+
+class ModemPortDriver {
+ public:
+  /// Opens the devices, as far as they are there, and makes the ports available to clients.
+  /// @param targets with different port numbers
+  /// @param lock the lock under which clients register and are called
+  ModemPortDriver(const std::vector<ModemTarget>& targets, ScanLock& lock);
+  ModemPortDriver(const ModemPortDriver&) = delete;
+  ModemPortDriver& operator=(const ModemPortDriver&) = delete;
+  /// Refuses further clients, then ends the ports' threads. The caller does not hold the lock.
+  ~ModemPortDriver();
+
+  /// As ModemPortDriverRegister; a number that is not configured is told once.
+  bool Register(int number, void* context, PortDriverPriorityFunction priority,
+                PortDriverRequestFunction request);
+  void Unregister(void* context);
+  /// A line for each port that tells what goes on there. Any thread.
+  [[nodiscard]] std::vector<std::string> Status() const;
+
+ private:
+  ScanLock& lock_;
+  std::vector<std::unique_ptr<ModemPort>> ports_;
+  std::set<int> told_;  // numbers that clients wanted and that are not configured
+};
+
+}  // namespace corvane

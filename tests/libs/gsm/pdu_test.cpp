@@ -1,0 +1,182 @@
+// SPDX-License-Identifier: MIT
+// Messages that other programs made, and what must come out of them.
+#include "libs/gsm/pdu.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "libs/gsm/hexadecimal.h"
+
+namespace gsm {
+namespace {
+
+Octets Bytes(std::string_view digits) {
+  return FromHexadecimal(digits).value();
+}
+
+std::string Text(const UserData& data) {
+  return PayloadText(data.alphabet, data.payload);
+}
+
+SubmitPdu Submitted(std::string_view digits) {
+  SubmitPdu pdu;
+  const PduResult result = DecodeSubmit(Bytes(digits), pdu);
+  EXPECT_TRUE(result) << Describe(result.error) << " at " << result.error_at;
+  return pdu;
+}
+
+DeliverPdu Delivered(std::string_view digits) {
+  DeliverPdu pdu;
+  const PduResult result = DecodeDeliver(Bytes(digits), pdu);
+  EXPECT_TRUE(result) << Describe(result.error) << " at " << result.error_at;
+  return pdu;
+}
+
+TEST(SubmitPdu, OfGammuHasAServiceCentreAndARelativeValidity) {
+  const auto pdu = Submitted("07915155000000F011000B915155101032F40000FF05E8329BFD06");
+  EXPECT_EQ(pdu.service_centre, "+15550000000");
+  EXPECT_EQ(pdu.destination, "+15550101234");
+  EXPECT_EQ(pdu.validity_period, Octets{0xFF});
+  EXPECT_EQ(Text(pdu.data), "hello");
+}
+
+TEST(SubmitPdu, OfGnokiiHasAnotherValidity) {
+  const auto pdu = Submitted("07915155000000F011000B915155101032F40000AA05E8329BFD06");
+  EXPECT_EQ(pdu.validity_period, Octets{0xAA});
+  EXPECT_EQ(Text(pdu.data), "hello");
+}
+
+TEST(SubmitPdu, OfModemManagerHasNoValidity) {
+  const auto pdu = Submitted("0001000B915155101032F4000005E8329BFD06");
+  EXPECT_EQ(pdu.service_centre, "");
+  EXPECT_TRUE(pdu.validity_period.empty());
+  EXPECT_EQ(Text(pdu.data), "hello");
+}
+
+TEST(SubmitPdu, OfSmstoolsHasSixteenCharacters) {
+  const auto pdu = Submitted("0011000B915155101032F40000FF0FE8329BFD0699E5EF3668DE9E9301");
+  EXPECT_EQ(Text(pdu.data), "hello from smsd");
+}
+
+TEST(SubmitPdu, InUcs2) {
+  const auto pdu =
+      Submitted("07915155000000F011000B915155101032F40008FF0E0047007200FC00DF0065002020AC");
+  EXPECT_EQ(Text(pdu.data), "Grüße €");
+}
+
+TEST(SubmitPdu, WithTheHeaderIndicatorButNoHeaderIsShownWhole) {
+  // Some senders set the indicator for long plain texts.
+  const auto pdu = Submitted("0041000B915155101032F4000005E8329BFD06");
+  EXPECT_TRUE(pdu.data.header_ignored);
+  EXPECT_EQ(Text(pdu.data), "hello");
+}
+
+TEST(SubmitPdu, WithAnAbsoluteValidity) {
+  const auto pdu = Submitted("0019000B915155101032F400006210131221000405E8329BFD06");
+  EXPECT_EQ(pdu.validity_period.size(), 7u);
+  EXPECT_EQ(Text(pdu.data), "hello");
+}
+
+TEST(SubmitPdu, IsNoDeliver) {
+  SubmitPdu pdu;
+  EXPECT_EQ(DecodeSubmit(Bytes("0000000B915155101032F4000005E8329BFD06"), pdu).error,
+            PduError::kBadType);
+}
+
+TEST(SubmitPdu, IsRefusedWithOctetsLeftOver) {
+  SubmitPdu pdu;
+  const PduResult result = DecodeSubmit(Bytes("0001000B915155101032F4000005E8329BFD0600"), pdu);
+  EXPECT_EQ(result.error, PduError::kTrailing);
+  EXPECT_EQ(result.error_at, 19u);
+}
+
+TEST(SubmitPdu, IsRefusedCutAnywhere) {
+  const Octets whole = Bytes("07915155000000F011000B915155101032F40000FF05E8329BFD06");
+  for (std::size_t length = 0; length < whole.size(); ++length) {
+    SubmitPdu pdu;
+    EXPECT_EQ(DecodeSubmit(OctetSpan(whole).first(length), pdu).error, PduError::kTruncated)
+        << length;
+  }
+}
+
+TEST(DeliverPdu, AsANetworkSendsIt) {
+  const auto pdu =
+      Delivered("07911326040000F0040B911346610089F60000208062917314080CC8F71D14969741F977FD07");
+  EXPECT_EQ(pdu.service_centre, "+31624000000");
+  EXPECT_EQ(pdu.originator, "+31641600986");
+  EXPECT_EQ(pdu.time, (TimeStamp{2002, 8, 26, 19, 37, 41, 0}));
+  EXPECT_EQ(Text(pdu.data), "How are you?");
+}
+
+TEST(DeliverPdu, FromAnAlphanumericSender) {
+  const auto pdu =
+      Delivered("0791448720003023240DD0E474D81C0EBB010000111011315214000BE474D81C0EBB5DE3771B");
+  EXPECT_EQ(pdu.originator, "diafaan");
+  EXPECT_EQ(pdu.time, (TimeStamp{2011, 1, 11, 13, 25, 41, 0}));
+  EXPECT_EQ(Text(pdu.data), "diafaan.com");
+}
+
+TEST(DeliverPdu, IsWrittenAsANetworkWritesIt) {
+  const Octets octets =
+      Bytes("07911326040000F0040B911346610089F60000208062917314000CC8F71D14969741F977FD07");
+  EXPECT_EQ(EncodeDeliver(Delivered(ToHexadecimal(octets))), octets);
+}
+
+TEST(DeliverPdu, ComesBackWithEveryAlphabetAndPlace) {
+  for (const bool wide : {false, true}) {
+    for (const std::string_view text : {"plain", "Grüße €", "Жук", "😀"}) {
+      const std::string long_text = [text] {
+        std::string all;
+        while (all.size() < 500) all += text;
+        return all;
+      }();
+      Octets payload;
+      Alphabet alphabet = Alphabet::kDefault;
+      const auto parts = SplitText(long_text, {700, wide}).value();
+      for (const UserData& part : parts) {
+        const DeliverPdu sent{"+491710000000", "Pump", 0, 0, {2026, 1, 31, 12, 0, 0, -90}, part};
+        const DeliverPdu read = Delivered(ToHexadecimal(EncodeDeliver(sent)));
+        EXPECT_EQ(read.service_centre, sent.service_centre);
+        EXPECT_EQ(read.originator, sent.originator);
+        EXPECT_EQ(read.time, sent.time);
+        EXPECT_EQ(read.data.concatenation, part.concatenation);
+        alphabet = read.data.alphabet;
+        payload.insert(payload.end(), read.data.payload.begin(), read.data.payload.end());
+      }
+      EXPECT_EQ(PayloadText(alphabet, payload), long_text);
+    }
+  }
+}
+
+TEST(TpduLength, LeavesOutTheServiceCentre) {
+  EXPECT_EQ(TpduLength(Bytes("07915155000000F011000B915155101032F40000FF05E8329BFD06")), 19u);
+  EXPECT_EQ(TpduLength(Bytes("0001000B915155101032F4000005E8329BFD06")), 18u);
+  EXPECT_EQ(TpduLength(Bytes("07")), 0u);
+  EXPECT_EQ(TpduLength({}), 0u);
+}
+
+TEST(Pdu, DecodingSurvivesAnyOctets) {
+  std::mt19937 random(20260131);
+  const auto part = SplitText(std::string(161, 'x'), {7, false}).value()[1];
+  const Octets templates[] = {
+      EncodeDeliver({"+31624000000", "+31641600986", 0, 0, {2026, 1, 31, 12, 0, 0, 60}, part}),
+      Bytes("0051000B915155101032F40008FF0C0500030102010047007200FC")};
+  std::size_t decoded = 0;
+  for (int round = 0; round < 50000; ++round) {
+    Octets octets = templates[round % 2];
+    for (int changes = round % 7; changes >= 0; --changes) {
+      octets[random() % octets.size()] = static_cast<std::uint8_t>(random() & 0xFF);
+    }
+    if (round % 5 == 0) octets.resize(random() % (octets.size() + 1));
+    DeliverPdu deliver;
+    SubmitPdu submit;
+    decoded += DecodeDeliver(octets, deliver) ? 1U : 0U;
+    decoded += DecodeSubmit(octets, submit) ? 1U : 0U;
+    EXPECT_LE(Text(deliver.data).size() + Text(submit.data).size(), 2000u);
+  }
+  EXPECT_GT(decoded, 1000u) << "the octets are too bad to be a test";
+}
+
+}  // namespace
+}  // namespace gsm

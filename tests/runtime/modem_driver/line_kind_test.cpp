@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: MIT
+#include "runtime/modem_driver/line_kind.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using corvane::IsFinal;
+using corvane::IsSecretCommand;
+using corvane::KindOfLine;
+using corvane::LineKind;
+
+TEST(KindOfLine, AResultIsTheWholeLine) {
+  EXPECT_EQ(KindOfLine("OK"), LineKind::kOk);
+  EXPECT_EQ(KindOfLine("OKAY"), LineKind::kUnknown);
+  EXPECT_EQ(KindOfLine("ERROR"), LineKind::kError);
+  EXPECT_EQ(KindOfLine("ERRORS"), LineKind::kUnknown);
+  EXPECT_EQ(KindOfLine("RINGING"), LineKind::kUnknown);
+  EXPECT_EQ(KindOfLine(""), LineKind::kUnknown);
+}
+
+TEST(KindOfLine, ABusySimIsAFinalResultToWaitFor) {
+  EXPECT_EQ(KindOfLine("+CMS ERROR: 314"), LineKind::kSimBusy);
+  EXPECT_EQ(KindOfLine("+CME ERROR: 14"), LineKind::kSimBusy);
+  EXPECT_EQ(KindOfLine("+CME ERROR: 148"), LineKind::kError);
+  EXPECT_TRUE(IsFinal(LineKind::kSimBusy));
+}
+
+TEST(KindOfLine, OnlySomeUnsolicitedLinesHaveASecondOne) {
+  EXPECT_EQ(KindOfLine("+CMT: ,30"), LineKind::kUnsolicitedPair);
+  EXPECT_EQ(KindOfLine("+CMTI: \"SM\",1,\"MMS PUSH\",2,1"), LineKind::kUnsolicited);
+  EXPECT_EQ(KindOfLine("+CDS: 25"), LineKind::kUnsolicitedPair);
+  EXPECT_EQ(KindOfLine("+CDSI: \"SR\",0"), LineKind::kUnsolicited);
+}
+
+TEST(IsSecretCommand, KnowsPinAndPasswordInAnyCase) {
+  EXPECT_TRUE(IsSecretCommand("AT+CPIN=1234"));
+  EXPECT_TRUE(IsSecretCommand("at+cpin=1234"));
+  EXPECT_TRUE(IsSecretCommand("AT+CLCK=\"SC\",1,\"1234\""));
+  EXPECT_FALSE(IsSecretCommand("AT+CPIN?"));
+  EXPECT_FALSE(IsSecretCommand("AT"));
+}
+
+}  // namespace

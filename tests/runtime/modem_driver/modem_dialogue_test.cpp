@@ -1,0 +1,76 @@
+// SPDX-License-Identifier: MIT
+// What a modem on a true line does too rarely for a test: here its octets come when it matters.
+#include "runtime/modem_driver/modem_dialogue.h"
+
+#include <gmock/gmock.h>
+
+#include <utility>
+#include <vector>
+
+namespace corvane {
+namespace {
+
+constexpr std::chrono::milliseconds kTimeout(1000);  // no time passes
+const std::string kText = "0001000B915155101032F4000005E8329BFD06\x1A";
+
+/// What was written, and what comes next.
+struct Wire {
+  std::vector<std::string> written;
+  std::string coming;
+  std::string coming_in_pauses;  // where the driver waits
+};
+
+/// A modem that answers announcements by a prompt, and other commands by OK.
+class Line : public SerialLine {
+ public:
+  explicit Line(Wire& wire) : wire_(wire) {}
+  std::string_view Read(SteadyTime deadline) override {
+    read_ = std::exchange(wire_.coming, {});
+    const bool waits = deadline > std::chrono::steady_clock::now();
+    if (waits && read_.empty()) read_ = std::exchange(wire_.coming_in_pauses, {});
+    return read_;
+  }
+  bool Write(std::string_view octets, SteadyTime /*deadline*/) override {
+    wire_.written.emplace_back(octets);
+    if (octets.starts_with("AT")) {
+      wire_.coming += octets.starts_with("AT+CMGS=") ? "\r\n> " : "\r\nOK\r\n";
+    }
+    return true;
+  }
+  [[nodiscard]] const std::string& loss() const override { return loss_; }
+
+ private:
+  Wire& wire_;
+  std::string read_;
+  std::string loss_;
+};
+
+class ModemDialogueTest : public testing::Test {
+ protected:
+  ModemDialogueTest() { dialogue_.Attach(std::make_unique<Line>(wire_)); }
+
+  Wire wire_;
+  ModemTarget target_;
+  WaitLoop loop_;
+  ModemStatus status_;
+  ModemDialogue dialogue_{target_, loop_, status_};
+};
+
+TEST_F(ModemDialogueTest, SendsNoTextToAModemThatHasStartedAnewBehindItsPrompt) {
+  ASSERT_EQ(dialogue_.Exchange("AT+CMGS=18\r", kTimeout).text, ">");
+  wire_.coming = "\r\nRDY\r\n";
+  EXPECT_FALSE(dialogue_.Exchange(kText, kTimeout).answered);
+  EXPECT_THAT(wire_.written, testing::Not(testing::Contains(kText)));
+  EXPECT_EQ(dialogue_.Exchange("AT+CMGF=0\r", kTimeout).text, "OK\r\n");
+}
+
+TEST_F(ModemDialogueTest, SendsNoTextToAModemThatStartsAnewInThePauseBehindItsPrompt) {
+  target_.prompt_pause = std::chrono::milliseconds(100);
+  ASSERT_EQ(dialogue_.Exchange("AT+CMGS=18\r", kTimeout).text, ">");
+  wire_.coming_in_pauses = "\r\nRDY\r\n";
+  EXPECT_FALSE(dialogue_.Exchange(kText, kTimeout).answered);
+  EXPECT_THAT(wire_.written, testing::Not(testing::Contains(kText)));
+}
+
+}  // namespace
+}  // namespace corvane
