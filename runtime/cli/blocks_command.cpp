@@ -10,7 +10,7 @@
 #include "runtime/cli/addin_loading.h"
 #include "runtime/cli/commands.h"
 #include "runtime/cli/log_setup.h"
-#include "runtime/cli/printable.h"
+#include "runtime/cli/messages.h"
 #include "runtime/corvane/lua_environment.h"
 #include "runtime/corvane/st_library.h"
 

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "runtime/cli/commands.h"
-#include "runtime/cli/printable.h"
+#include "runtime/cli/messages.h"
 #include "runtime/cli/usage_message.h"
 #include "runtime/corvane/addin.h"
 

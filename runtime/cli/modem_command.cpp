@@ -16,7 +16,7 @@
 #include "libs/gsm/time_stamp.h"
 #include "runtime/cli/commands.h"
 #include "runtime/cli/log_setup.h"
-#include "runtime/cli/printable.h"
+#include "runtime/cli/messages.h"
 #include "runtime/cli/text_file.h"
 #include "runtime/corvane/duration.h"
 #include "runtime/modem_simulator/console.h"

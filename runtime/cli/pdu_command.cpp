@@ -17,9 +17,11 @@
 #include "addins/corvane_fb_lib/sms.h"
 #include "addins/corvane_fb_lib/sms_delivered.h"
 #include "addins/corvane_fb_lib/sms_submit.h"
+#include "libs/base/printable.h"
 #include "runtime/cli/commands.h"
 #include "runtime/cli/log_setup.h"
-#include "runtime/cli/printable.h"
+#include "runtime/cli/messages.h"
+#include "runtime/corvaneshare/date_time.h"
 
 namespace corvane::cli {
 namespace {
@@ -54,9 +56,7 @@ std::string OctetsToHex(const std::vector<unsigned char>& octets) {
 std::optional<std::string> IsoTime(std::int64_t file_time) {
   using namespace std::chrono;
   if (file_time == 0) return std::nullopt;
-  constexpr std::int64_t kTicksPerSecond = 10'000'000;
-  constexpr std::int64_t kSecondsFrom1601To1970 = 11'644'473'600;
-  const sys_seconds time{seconds{file_time / kTicksPerSecond - kSecondsFrom1601To1970}};
+  const sys_seconds time{seconds{file_time / kTicksPerSecond - kUnixEpochSeconds}};
   const auto day = floor<days>(time);
   const year_month_day date{day};
   const hh_mm_ss clock{time - day};

@@ -17,11 +17,12 @@
 #include <system_error>
 #include <vector>
 
+#include "libs/base/printable.h"
 #include "runtime/cli/addin_loading.h"
 #include "runtime/cli/commands.h"
 #include "runtime/cli/config_file.h"
 #include "runtime/cli/log_setup.h"
-#include "runtime/cli/printable.h"
+#include "runtime/cli/messages.h"
 #include "runtime/cli/process_setup.h"
 #include "runtime/cli/watch_view.h"
 #include "runtime/corvane/control_program.h"

@@ -10,6 +10,7 @@
 
 #include "runtime/corvane/lua_environment.h"
 #include "runtime/corvane/st_library.h"
+#include "runtime/corvaneshare/date_time.h"
 #include "runtime/corvaneshare/live_blocks.h"
 
 namespace corvane {
@@ -136,7 +137,7 @@ std::string ValueText(lua_State* L, const Declaration& declaration) {
     const lua_Number seconds = lua_tonumber(L, -1);
     // Years 1601 to 9999; other times stay numbers.
     if (seconds == 0) return "-";
-    if (seconds > -11644473600.0 && seconds < 253402300800.0) {
+    if (seconds > -static_cast<lua_Number>(kUnixEpochSeconds) && seconds < 253402300800.0) {
       return fmt::format("{:%Y-%m-%d %H:%M:%S} UTC",
                          fmt::gmtime(static_cast<std::time_t>(seconds)));
     }

@@ -4,7 +4,6 @@
 #pragma once
 
 #include <array>
-#include <cstdint>
 
 #include "opcua/opcua.h"
 
@@ -47,11 +46,5 @@ inline constexpr std::array kElementaryTypes{
     ElementaryType{"DT", OpcUaType_DateTime},
     ElementaryType{"LDT", OpcUaType_DateTime},
 };
-
-/// What OpcUa_DateTime counts.
-inline constexpr std::int64_t kTicksPerSecond = 10'000'000;
-/// 1970-01-01 in seconds, and in OpcUa_DateTime's ticks, since 1601-01-01.
-inline constexpr std::int64_t kUnixEpochSeconds = 11'644'473'600;
-inline constexpr std::int64_t kUnixEpochTicks = kUnixEpochSeconds * kTicksPerSecond;
 
 }  // namespace corvane

@@ -4,7 +4,7 @@
 
 #include <limits>
 
-#include "runtime/corvaneshare/elementary_types.h"
+#include "runtime/corvaneshare/date_time.h"
 
 namespace {
 

@@ -6,38 +6,17 @@
 
 #include <cstdarg>
 #include <cstdio>
-#include <string>
 #include <string_view>
 #include <vector>
 
+#include "libs/base/printable.h"
 #include "runtime/corvaneshare/log_lines.h"
-
-namespace {
-
-std::string WithoutControls(std::string_view line) {
-  std::string shown;
-  for (const char c : line) {
-    const auto octet = static_cast<unsigned char>(c);
-    if (octet >= 0x20 && octet != 0x7F) {
-      shown += c;
-    } else if (c == '\t') {
-      shown += ' ';
-    } else {
-      char escape[5];
-      std::snprintf(escape, sizeof escape, "\\x%02X", octet);
-      shown += escape;
-    }
-  }
-  return shown;
-}
-
-}  // namespace
 
 void corvane::LogLines(spdlog::level::level_enum level, std::string_view text) {
   while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.remove_suffix(1);
   for (;;) {
     const std::size_t end = text.find('\n');
-    spdlog::log(level, "{}", WithoutControls(text.substr(0, end)));
+    spdlog::log(level, "{}", corvane::Printable(text.substr(0, end), "\t"));
     if (end == std::string_view::npos) return;
     text.remove_prefix(end + 1);
   }

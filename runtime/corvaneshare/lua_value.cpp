@@ -10,6 +10,7 @@
 #include <cstring>
 #include <limits>
 
+#include "runtime/corvaneshare/date_time.h"
 #include "runtime/corvaneshare/elementary_types.h"
 
 namespace {

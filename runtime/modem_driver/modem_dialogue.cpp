@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "libs/base/printable.h"
 #include "runtime/corvane/duration.h"
 
 namespace corvane {
@@ -45,19 +46,6 @@ std::string Shown(std::string_view request) {
   const std::string_view command = request.substr(0, request.find_last_not_of("\r\n") + 1);
   if (!IsSecretCommand(command)) return std::string(command);
   return std::string(command.substr(0, command.find('=') + 1)) + "(secret)";
-}
-
-/// Octets with everything but printable ASCII written as escapes.
-std::string Printable(std::string_view octets) {
-  std::string text;
-  for (const char c : octets) {
-    if (c >= ' ' && c <= '~') {
-      text += c;
-    } else {
-      text += fmt::format("\\x{:02X}", static_cast<unsigned char>(c));
-    }
-  }
-  return text;
 }
 
 const char* Name(ModemDialogue::State state) {

@@ -20,6 +20,8 @@
 #include <system_error>
 #include <utility>
 
+#include "libs/base/descriptor.h"
+
 namespace corvane {
 namespace {
 
@@ -28,22 +30,6 @@ using asio::ip::tcp;
 using std::chrono::steady_clock;
 
 constexpr auto kConnectTime = std::chrono::seconds(5);
-
-/// A descriptor until somebody else takes it over.
-class Descriptor {
- public:
-  explicit Descriptor(int number) : number_(number) {}
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  ~Descriptor() {
-    if (number_ >= 0) close(number_);
-  }
-  [[nodiscard]] int number() const { return number_; }
-  void Release() { number_ = -1; }
-
- private:
-  int number_;
-};
 
 /// A line over an open stream of Boost.Asio. One read is always under way, so that a vanished
 /// device is noticed whenever the loop runs.
@@ -190,15 +176,14 @@ void MakeRaw(int descriptor, const std::string& device) {
 
 std::unique_ptr<SerialLine> OpenSerial(const ModemTarget& target, WaitLoop& loop) {
   using asio::serial_port;
-  const int opened = open(target.device.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-  if (opened < 0) throw LineError(WhyNotOpened(target.device, errno));
-  Descriptor descriptor(opened);
-  if (isatty(descriptor.number()) == 0) {
+  Descriptor descriptor(open(target.device.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+  if (descriptor.get() < 0) throw LineError(WhyNotOpened(target.device, errno));
+  if (isatty(descriptor.get()) == 0) {
     throw LineError(target.device + " is no serial device");
   }
-  TakeExclusively(descriptor.number(), target.device);
-  MakeRaw(descriptor.number(), target.device);
-  serial_port port(loop.io(), descriptor.number());
+  TakeExclusively(descriptor.get(), target.device);
+  MakeRaw(descriptor.get(), target.device);
+  serial_port port(loop.io(), descriptor.get());
   descriptor.Release();
   try {
     port.set_option(serial_port::baud_rate(target.baud));
@@ -219,8 +204,8 @@ std::unique_ptr<SerialLine> OpenSerial(const ModemTarget& target, WaitLoop& loop
 /// A socket that a process which a block starts does not inherit.
 tcp::socket MakeSocket(const tcp& protocol, WaitLoop& loop) {
   Descriptor descriptor(socket(protocol.family(), SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP));
-  if (descriptor.number() < 0) throw LineError(std::generic_category().message(errno));
-  tcp::socket made(loop.io(), protocol, descriptor.number());
+  if (descriptor.get() < 0) throw LineError(std::generic_category().message(errno));
+  tcp::socket made(loop.io(), protocol, descriptor.get());
   descriptor.Release();
   return made;
 }

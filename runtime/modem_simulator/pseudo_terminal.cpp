@@ -11,34 +11,20 @@
 #include <cstdlib>
 #include <stdexcept>
 #include <system_error>
-#include <utility>
+
+#include "libs/base/descriptor.h"
 
 namespace modem_simulator {
 namespace {
 
 namespace fs = std::filesystem;
+using corvane::Descriptor;
 
 constexpr std::chrono::milliseconds kLookAgain{10};
 
 [[noreturn]] void ThrowErrno(const std::string& what) {
   throw std::runtime_error(fmt::format("{}: {}", what, std::generic_category().message(errno)));
 }
-
-/// A descriptor that closes itself.
-class Descriptor {
- public:
-  explicit Descriptor(int fd) : fd_(fd) {}
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  ~Descriptor() {
-    if (fd_ >= 0) close(fd_);
-  }
-  [[nodiscard]] int get() const { return fd_; }
-  int Release() { return std::exchange(fd_, -1); }
-
- private:
-  int fd_;
-};
 
 std::string DeviceOf(int master) {
   std::array<char, 128> name{};
@@ -65,7 +51,7 @@ Descriptor NewTerminal() {
   if (master.get() < 0 || grantpt(master.get()) != 0 || unlockpt(master.get()) != 0) {
     ThrowErrno("pseudo-terminal");
   }
-  return Descriptor(master.Release());
+  return master;
 }
 
 /// The next program does not read the last one's answers. False: the terminal cannot be opened.

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "runtime/modem_simulator/readable.h"
 
-#include <fmt/format.h>
-
+#include "libs/base/printable.h"
 #include "libs/gsm/hexadecimal.h"
 
 namespace modem_simulator {
@@ -15,18 +14,13 @@ constexpr std::string_view kCharacters = "\r\n\t\\";
 
 std::string Escape(std::string_view text) {
   std::string escaped;
-  for (const char character : text) {
-    const auto byte = static_cast<unsigned char>(character);
-    if (const auto at = kCharacters.find(character); at != std::string_view::npos) {
-      escaped += '\\';
-      escaped += kLetters[at];
-    } else if (byte < 0x20 || byte == 0x7F) {
-      escaped += fmt::format("\\x{:02X}", byte);
-    } else {
-      escaped += character;
-    }
+  for (;;) {
+    const std::size_t backslash = text.find('\\');
+    escaped += corvane::Printable(text.substr(0, backslash));
+    if (backslash == std::string_view::npos) return escaped;
+    escaped += "\\\\";
+    text.remove_prefix(backslash + 1);
   }
-  return escaped;
 }
 
 std::optional<std::string> Unescape(std::string_view text) {

@@ -8,7 +8,7 @@
 
 namespace modem_simulator {
 
-/// `\r \n \t \\` and `\xNN` in place of control characters and the backslash; other bytes stay.
+/// As corvane::Printable, and the backslash doubled, so that Unescape gives `text` again.
 [[nodiscard]] std::string Escape(std::string_view text);
 
 /// The reverse; nullopt where a backslash begins none of these.

@@ -14,32 +14,18 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <utility>
 #include <vector>
 
 #include "addins/corvane_fb_lib/csmtp_v1_8a/ecsmtp.h"
+#include "libs/base/descriptor.h"
 
 namespace smtp_socket {
 namespace {
 
+using corvane::Descriptor;
+
 constexpr unsigned short kSmtpPort = 25;
 constexpr std::size_t kMaxResolverBuffer = 65536;
-
-/// Closes the descriptor unless it was released.
-class Descriptor {
- public:
-  explicit Descriptor(int value) : value_(value) {}
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  ~Descriptor() {
-    if (value_ >= 0) close(value_);
-  }
-  [[nodiscard]] int get() const { return value_; }
-  [[nodiscard]] int Release() { return std::exchange(value_, -1); }
-
- private:
-  int value_;
-};
 
 /// Waits for any of `events`, so many milliseconds. @return what happened; 0 when the time is over
 int Poll(int descriptor, int events, int timeout) {

@@ -35,7 +35,14 @@ TEST_F(Log, EachLineOfATextIsItsOwnLine) {
 
 TEST_F(Log, ControlCharactersAreShownAndNotObeyed) {
   logMsgLn("bell\a escape\x1b[2J tab\tdel\x7f");
-  EXPECT_THAT(TakeLog(), ElementsAre("warning bell\\x07 escape\\x1B[2J tab del\\x7F"));
+  EXPECT_THAT(TakeLog(), ElementsAre("warning bell\\x07 escape\\x1B[2J tab\tdel\\x7F"));
+}
+
+TEST_F(Log, ControlsBeyondAsciiAreShownToo) {
+  logMsgLn(
+      "\xC2\x9B"
+      "2J \x9B");
+  EXPECT_THAT(TakeLog(), ElementsAre("warning \\x9B2J \\x9B"));
 }
 
 TEST_F(Log, TextBeyondAsciiStays) {

@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: MIT
+#include "libs/base/printable.h"
+
+#include <utf8.h>
+
+#include <algorithm>
+#include <cstddef>
+
+namespace corvane {
+namespace {
+
+void AppendEscape(char c, std::string& shown) {
+  constexpr std::string_view kDigits = "0123456789ABCDEF";
+  const auto octet = static_cast<unsigned char>(c);
+  switch (c) {
+    case '\n': shown += "\\n"; break;
+    case '\r': shown += "\\r"; break;
+    case '\t': shown += "\\t"; break;
+    default: shown.append({'\\', 'x', kDigits[octet >> 4], kDigits[octet & 0x0F]});
+  }
+}
+
+bool IsControl(char c) {
+  const auto octet = static_cast<unsigned char>(c);
+  return octet < 0x20 || octet == 0x7F;
+}
+
+/// `text` is valid UTF-8.
+void AppendWithoutControls(std::string_view text, std::string_view kept, std::string& shown) {
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '\xC2' && static_cast<unsigned char>(text[i + 1]) < 0xA0) {
+      AppendEscape(text[++i], shown);  // U+0080 to U+009F
+    } else if (IsControl(text[i]) && kept.find(text[i]) == std::string_view::npos) {
+      AppendEscape(text[i], shown);
+    } else {
+      shown += text[i];
+    }
+  }
+}
+
+}  // namespace
+
+std::string Printable(std::string_view text, std::string_view kept) {
+  std::string shown;
+  shown.reserve(text.size());
+  while (!text.empty()) {
+    const auto* const invalid = utf8::find_invalid(text.begin(), text.end());
+    const auto valid = static_cast<std::size_t>(invalid - text.begin());
+    AppendWithoutControls(text.substr(0, valid), kept, shown);
+    if (valid < text.size()) AppendEscape(text[valid], shown);
+    text.remove_prefix(std::min(valid + 1, text.size()));
+  }
+  return shown;
+}
+
+}  // namespace corvane
