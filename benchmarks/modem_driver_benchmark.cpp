@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the modem port driver adds to the time that a modem takes: exchanges with a peer on a
+// What the modem port driver adds to the modem's own time: exchanges with a peer on a
 // pseudo-terminal, which has no wire time and answers at once, and the cost of waiting for work.
 #include <benchmark/benchmark.h>
 #include <sys/resource.h>
@@ -45,7 +45,7 @@ void AnswerAtOnce(test_support::ModemPeer& peer, const std::string& request) {
   }
 }
 
-/// Carries a dialogue out once each time it is started, as a block does.
+/// Carries out a dialogue once each time it is started, as a block does.
 class Client {
  public:
   explicit Client(std::vector<std::string> dialogue) : dialogue_(std::move(dialogue)) {
@@ -108,7 +108,7 @@ struct Port {
 void RunDialogue(benchmark::State& state, const std::vector<std::string>& dialogue) {
   Port port;
   Client client(dialogue);
-  client.Run();  // the set-up of the modem is not measured
+  client.Run();  // setting the modem up is not measured
   std::mt19937 random(1);
   for (auto _ : state) {
     state.PauseTiming();  // a program may want something at any time between two polls
@@ -119,7 +119,7 @@ void RunDialogue(benchmark::State& state, const std::vector<std::string>& dialog
   state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(dialogue.size()));
 }
 
-/// A pass over 30 stored messages: 32 exchanges, the wait for the first poll included.
+/// A pass over 30 stored messages: 32 exchanges, including the wait for the first poll.
 void Pass(benchmark::State& state) {
   std::vector<std::string> dialogue{"AT+CMGF=0\r", "AT+CMGL=0\r"};
   for (int i = 1; i <= kMessages; ++i) dialogue.push_back("AT+CMGD=" + std::to_string(i) + "\r");
@@ -127,7 +127,7 @@ void Pass(benchmark::State& state) {
 }
 BENCHMARK(Pass)->UseRealTime()->Iterations(50);
 
-/// A message of one part: 3 exchanges, the wait for the first poll included.
+/// A message of one part: 3 exchanges, including the wait for the first poll.
 void Message(benchmark::State& state) {
   RunDialogue(state, {"AT+CMGF=0\r", "AT+CMGS=29\r", kPdu + "\x1A"});
 }
@@ -142,7 +142,7 @@ double CpuSeconds() {
   return seconds(usage.ru_utime) + seconds(usage.ru_stime);
 }
 
-/// The share of a core that a driver takes whose two clients want nothing.
+/// The share of a core that a driver uses when its two clients want nothing.
 void Idle(benchmark::State& state) {
   Port port;
   const Client reader({});

@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""report.py BUILD: runs the benchmarks, prints one table, ours beside the peer of the same run, and puts it
-into docs/performance.md."""
+"""report.py BUILD: runs the benchmarks, prints one table that compares ours with the peer in the same run, and
+writes it into docs/performance.md."""
 import datetime
 import json
 import os
@@ -21,7 +21,7 @@ rows = []
 
 
 def run(program, *options, **environment):
-    """The benchmark's results: name to its entries."""
+    """The benchmark's results: a list of entries for each name."""
     with tempfile.NamedTemporaryFile() as file:
         command = [f"{build}/benchmarks/{program}", f"--benchmark_out={file.name}", "--benchmark_out_format=json"]
         subprocess.run([*command, *options], check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
@@ -46,7 +46,7 @@ def time_text(seconds):
 
 
 def compare(results, what, ours, peer, goal):
-    """A row with the ratio of two benchmarks, repetition by repetition, and its spread."""
+    """Adds a row with the ratio of two benchmarks, repetition by repetition, and its range."""
     ratios = [a["real_time"] / b["real_time"] for a, b in zip(results[ours], results[peer])]
     per_second = median([entry["items_per_second"] for entry in results[ours]])
     rows.append((what, time_text(1 / per_second),
@@ -80,7 +80,7 @@ def sms_codec():
     per_message = {entries: median([1e9 / entry["items_per_second"] for entry in results[f"ParseList/{entries}"]])
                    for entries in (255, 2550)}
     ratio = per_message[2550] / per_message[255]
-    rows.append(("message of a list of 255 read", time_text(per_message[255] / 1e9),
+    rows.append(("reading one message of a list of 255", time_text(per_message[255] / 1e9),
                  f"{ratio:.2f} times as much in a list of 2550", "at most 1.5 times", ratio <= 1.5))
 
 
@@ -106,7 +106,7 @@ end
 
 
 def messages_per_minute(folder, messages, *client):
-    """How fast a client sends to a simulated modem without delay, its start included."""
+    """How fast a client sends to a simulated modem without delay, including its start-up time."""
     link = folder + "/modem"
     modem = subprocess.Popen([f"{build}/bin/corvane", "modem", "--link", link], stdout=subprocess.PIPE,
                              stdin=subprocess.DEVNULL, text=True)
@@ -145,7 +145,8 @@ def base64():
     results = run("smtp_benchmark", f"--benchmark_repetitions={REPETITIONS}",
                   "--benchmark_enable_random_interleaving=true", "--benchmark_filter=Base64")
     for what, size in ("54 bytes", "/54"), ("1 MB", "/1048576"):
-        compare(results, f"Base64 of {what}, beside EVP_EncodeBlock", f"Base64/ours{size}", f"Base64/peer{size}", 1.0)
+        compare(results, f"Base64 of {what}, compared with EVP_EncodeBlock", f"Base64/ours{size}", f"Base64/peer{size}",
+                1.0)
 
 
 def e_mail():
@@ -162,8 +163,8 @@ def e_mail():
             server.terminate()
             server.wait()
         drain.wait()
-    for what, name, size in (("small e-mail to aiosmtpd, beside libcurl", "RealMail", 0),
-                             ("e-mail with 5 MB to aiosmtpd, beside libcurl", "RealMail", 5 << 20),
+    for what, name, size in (("small e-mail to aiosmtpd, compared with libcurl", "RealMail", 0),
+                             ("e-mail with 5 MB to aiosmtpd, compared with libcurl", "RealMail", 5 << 20),
                              ("small e-mail to a server that answers at once", "Mail", 0),
                              ("e-mail with 5 MB to a server that answers at once", "Mail", 5 << 20)):
         compare(results, what, f"{name}/ours/{size}/real_time", f"{name}/peer/{size}/real_time", 1.0)
@@ -172,7 +173,7 @@ def e_mail():
 
 
 def cpu_share(program, *options):
-    """The share of a core that `corvane run` takes for a program of ten seconds, and its log."""
+    """The share of a core that `corvane run` uses for a program of ten seconds, and its log."""
     with tempfile.TemporaryDirectory() as folder:
         path = os.path.join(folder, "program.lua")
         with open(path, "w", encoding="utf-8") as file:
@@ -194,12 +195,12 @@ def empty_cycle():
 def idle_e_mail():
     program = "fb = {} for i = 1, 10 do fb[i] = SEND_EMAIL.new() end function cycle() end\n"
     share, _ = cpu_share(program, "--cycle", "10s", "--cycles", "2")
-    rows.append(("ten idle SEND_EMAIL blocks", f"{share:.2%} of a core", "start and end of the process included",
+    rows.append(("ten idle SEND_EMAIL blocks", f"{share:.2%} of a core", "including start and end of the process",
                  "below 0.5 %", share < 0.005))
 
 
 def write_page(table):
-    """Puts the table between the two marks of the page."""
+    """Writes the table between the two marks of the page."""
     page = project / "docs/performance.md"
     begin, end = "<!-- measured: -->\n", "<!-- :measured -->\n"
     head, rest = page.read_text(encoding="utf-8").split(begin)
@@ -218,7 +219,7 @@ base64()
 e_mail()
 idle_e_mail()
 empty_cycle()
-table = "| What | Ours | Beside | Goal | |\n|---|---|---|---|---|\n"
+table = "| What | Ours | Compared | Goal | |\n|---|---|---|---|---|\n"
 for what, ours, beside, goal, met in rows:
     table += f"| {what} | {ours} | {beside} | {goal} | {'' if met is None else 'met' if met else 'MISSED'} |\n"
 print(table, end="")

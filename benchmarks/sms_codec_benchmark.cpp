@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The SMS codec beside libgammu on the same messages, and what a list answer costs READ_SMS.
+// The SMS codec compared with libgammu on the same messages, and what a list answer costs READ_SMS.
 #include <benchmark/benchmark.h>
 #include <gammu.h>
 
@@ -65,7 +65,7 @@ void DecodeOurs(benchmark::State& state) {
 }
 BENCHMARK(DecodeOurs)->Name("Codec/decode_ours");
 
-/// Only the PDU; making UTF-8 of its text would come on top.
+/// Only the PDU; converting its text to UTF-8 would be extra.
 void DecodePeer(benchmark::State& state) {
   const std::vector<Octets> messages = ReceivedMessages();
   const auto message = std::make_unique<GSM_SMSMessage>();
@@ -127,7 +127,7 @@ void EncodePeer(benchmark::State& state) {
 }
 BENCHMARK(EncodePeer)->Name("Codec/encode_peer");
 
-/// READ_SMS takes a list of so many messages apart; an item is one message.
+/// READ_SMS parses a list of this many messages; an item is one message.
 void ParseList(benchmark::State& state) {
   static const int registered = InitAddin();
   benchmark::DoNotOptimize(registered);

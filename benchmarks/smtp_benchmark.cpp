@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What an e-mail costs: CSmtp beside libcurl, which sends the same message to the same server of
-// this process, and the Base64 encoder beside OpenSSL's.
+// What an e-mail costs: CSmtp compared with libcurl, which sends the same message to the same
+// server in this process, and the Base64 encoder compared with OpenSSL's.
 #include <arpa/inet.h>
 #include <benchmark/benchmark.h>
 #include <curl/curl.h>
@@ -57,7 +57,7 @@ BENCHMARK(Base64Peer)->Name("Base64/peer")->Arg(54)->Arg(1 << 20);
 
 // ---- E-mail
 
-/// Takes every message, as fast as the loopback interface brings it. What it took last is kept.
+/// Accepts every message as fast as the loopback interface delivers it, and keeps the last one.
 class Server {
  public:
   Server() : listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
@@ -86,7 +86,7 @@ class Server {
     close(listener_);
   }
   [[nodiscard]] unsigned short port() const { return port_; }
-  /// The message of the last dialogue, header and body. Only between two dialogues.
+  /// The message of the last dialogue, header and body. Call it only between two dialogues.
   [[nodiscard]] const std::string& message() const { return message_; }
 
  private:
@@ -152,7 +152,7 @@ class Server {
   std::thread thread_;
 };
 
-/// A file of so many bytes, or none.
+/// A file of a given size, or none.
 class Attachment {
  public:
   explicit Attachment(std::size_t size) : size_(size) {
@@ -198,7 +198,7 @@ void MailOurs(benchmark::State& state) {
 }
 BENCHMARK(MailOurs)->Name("Mail/ours")->Arg(0)->Arg(5 << 20)->UseRealTime();
 
-/// The port of a real mail server of this machine, as the environment tells.
+/// The port of a real mail server on this machine, from the environment.
 unsigned short RealServerPort() {
   const char* port = std::getenv("MAIL_SERVER_PORT");
   if (port == nullptr) throw std::runtime_error("MAIL_SERVER_PORT is not set");
@@ -274,7 +274,7 @@ double Kilobytes(const std::string& field) {
   std::abort();
 }
 
-/// A server in a process of its own, whose memory is not ours.
+/// A server in a separate process, whose memory does not count as ours.
 class ServerProcess {
  public:
   ServerProcess() {
@@ -302,7 +302,7 @@ class ServerProcess {
   unsigned short port_ = 0;
 };
 
-/// How far the resident memory grows, at its peak, while 5 MB are sent.
+/// How much the resident memory grows, at its peak, while 5 MB are sent.
 void Memory(benchmark::State& state) {
   const Attachment attachment(5 << 20);
   const ServerProcess server;
@@ -310,7 +310,7 @@ void Memory(benchmark::State& state) {
   double growth = 0;
   for (auto _ : state) {
     malloc_trim(0);
-    std::ofstream("/proc/self/clear_refs") << 5;  // the peak counts from here
+    std::ofstream("/proc/self/clear_refs") << 5;  // the peak is measured from here
     const double before = Kilobytes("VmRSS:");
     Send(server.port(), attachment);
     growth = Kilobytes("VmHWM:") - before;

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-# Toolchain for 32-bit ARM with floating-point unit (ARMv7).
+# Toolchain for 32-bit ARM with a floating-point unit (ARMv7).
 set(CMAKE_SYSTEM_PROCESSOR armv7l)
 set(architecture armhf)
 set(triplet arm-linux-gnueabihf)

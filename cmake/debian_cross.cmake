@@ -1,16 +1,16 @@
 # SPDX-License-Identifier: MIT
-# Toolchain of a cross build with Debian's compilers, shared by cmake/armhf.cmake and
+# Toolchain for a cross build with Debian's compilers, shared by cmake/armhf.cmake and
 # cmake/arm64.cmake, which set `architecture`, `triplet` and `emulator`.
 # packaging/sysroot.sh fills the sysroot.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSROOT ${CMAKE_CURRENT_LIST_DIR}/../build/sysroot/${architecture})
 cmake_path(NORMAL_PATH CMAKE_SYSROOT)
 if(NOT EXISTS ${CMAKE_SYSROOT}/packages)
-  message(FATAL_ERROR "No libraries for ${architecture} yet: packaging/sysroot.sh ${architecture}")
+  message(FATAL_ERROR "No libraries for ${architecture} yet; run: packaging/sysroot.sh ${architecture}")
 endif()
 
 set(CMAKE_CXX_COMPILER ${triplet}-g++)
-# GCC tells at every such argument that releases before GCC 7 passed it in another way.
+# Without this, GCC notes every argument that releases before GCC 7 passed differently.
 set(CMAKE_CXX_FLAGS_INIT -Wno-psabi)
 
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-# What we use of Debian 12. packaging/packages.sh installs it.
+# The Debian 12 libraries that we use. packaging/packages.sh installs them.
 find_package(Threads REQUIRED)
 find_package(PkgConfig REQUIRED)
 find_package(spdlog REQUIRED)
@@ -13,7 +13,7 @@ pkg_check_modules(NCURSES REQUIRED IMPORTED_TARGET ncursesw)
 # Lua compiled as C++: an error unwinds the C++ frames it passes.
 pkg_check_modules(LUA REQUIRED IMPORTED_TARGET lua5.2-c++)
 
-# The headers alone, for code whose host brings the library. LUA_COMPAT_MODULE declares luaL_openlib.
+# Only the headers, for code whose host provides the library. LUA_COMPAT_MODULE declares luaL_openlib.
 add_library(lua_headers INTERFACE)
 target_include_directories(lua_headers SYSTEM INTERFACE ${LUA_INCLUDE_DIRS})
 target_compile_definitions(lua_headers INTERFACE LUA_COMPAT_MODULE)

@@ -1,10 +1,11 @@
 # SPDX-License-Identifier: MIT
-# What `cmake --install` puts where. Components: runtime (programs, libraries, add-in, examples,
-# pages, completion), dev (contract headers for add-ins), package (what only a Debian package needs).
+# What `cmake --install` installs, and where. Components: runtime (programs, libraries, add-in,
+# examples, pages, completion), dev (contract headers for add-ins), package (what only a Debian
+# package needs).
 include(CMakePackageConfigHelpers)
 
-# The libraries are no development libraries but parts of one program, so they have a folder of their
-# own, in which they find each other; runtime/corvane/addin.cpp looks for the add-in there.
+# The libraries are not for development but parts of one program, so they have their own folder, in
+# which they find each other; runtime/corvane/addin.cpp looks for the add-in there.
 set(library_dir ${CMAKE_INSTALL_LIBDIR}/corvane)
 set_target_properties(opcua corvaneshare corvane_runtime corvane_fb_lib PROPERTIES
   INSTALL_RPATH "$ORIGIN")
@@ -15,7 +16,7 @@ install(TARGETS opcua corvaneshare corvane_runtime corvane_fb_lib
 install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DATADIR}/corvane
   USE_SOURCE_PERMISSIONS COMPONENT runtime PATTERN "*_addin" EXCLUDE
   PATTERN minimal_host EXCLUDE)
-# The pages, to be read where there is no network. Their links to examples lead through a link.
+# The pages, to be read without a network. Their links to examples go through a symbolic link.
 set(pages_dir ${CMAKE_INSTALL_DATADIR}/doc/corvane)
 install(DIRECTORY docs DESTINATION ${pages_dir} COMPONENT runtime)
 file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/doc)
@@ -24,14 +25,14 @@ install(FILES ${CMAKE_BINARY_DIR}/doc/examples DESTINATION ${pages_dir} COMPONEN
 install(FILES packaging/completion.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
   RENAME corvane COMPONENT runtime)
 
-# compress_text(IN OUT): makes build/.../doc/OUT, compressed as documentation is installed.
+# compress_text(IN OUT): makes build/.../doc/OUT, compressed as Debian compresses documentation.
 function(compress_text in out)
   set(file ${CMAKE_BINARY_DIR}/doc/${out})
   add_custom_command(OUTPUT ${file} DEPENDS ${in} COMMAND gzip -9nc ${in} > ${file} VERBATIM)
   add_custom_target(${out} ALL DEPENDS ${file})
 endfunction()
 
-# docs/corvane.md is the manual page, too.
+# docs/corvane.md is also the manual page.
 find_package(Python3 COMPONENTS Interpreter QUIET)
 if(Python3_FOUND)
   set(man_page ${CMAKE_BINARY_DIR}/doc/corvane.1)
@@ -45,7 +46,7 @@ else()
   message(STATUS "No Python 3: the manual page is left out")
 endif()
 
-# find_package(corvane) gives corvane::contract, what an add-in compiles against.
+# find_package(corvane) defines corvane::contract, which add-ins compile against.
 set(config_dir ${CMAKE_INSTALL_DATADIR}/cmake/corvane)
 install(DIRECTORY include/corvane include/opcua include/share
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/corvane COMPONENT dev)

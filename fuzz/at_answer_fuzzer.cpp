@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // The driver's reader of answers with any octets from a modem. The first octet chooses the request,
-// the others are the modem's. Where the answer ends, a plainer reader finds too; what is handed
-// over came from the modem, in its order and within bounds; and it stays the same when unsolicited
-// lines come between all others.
+// the others are the modem's. A simpler reader must find the same end of the answer; what is handed
+// over must come from the modem, in order and within bounds, and must not change when unsolicited
+// lines are inserted between all others.
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -41,7 +41,7 @@ bool EndsLine(char octet) {
   return octet == '\r' || octet == '\n' || octet == '\x1A';
 }
 
-/// What is handed over, and how it came to that.
+/// What is handed over, and how that came about.
 struct Outcome {
   State state = State::kOpen;
   std::size_t octets = 0;  // used until the end was certain
@@ -62,7 +62,7 @@ Outcome Answer(const Request& request, std::string_view octets) {
                   });
   for (const char octet : octets) {
     if (answer.state() == State::kOpen) ++outcome.octets;
-    answer.Feed(octet);  // without effect behind the end
+    answer.Feed(octet);  // has no effect after the end
   }
   answer.End();
   outcome.state = answer.state();
@@ -74,7 +74,7 @@ Outcome Answer(const Request& request, std::string_view octets) {
   return outcome;
 }
 
-/// Tells where an answer ends, and knows nothing of what is in it.
+/// Finds where an answer ends, and knows nothing of what is in it.
 class EndFinder {
  public:
   explicit EndFinder(const Request& request)
@@ -129,7 +129,7 @@ void CheckEnd(const Request& request, std::string_view octets, const Outcome& ou
   Require(outcome.state == state && outcome.octets == used);
 }
 
-/// Every octet of `part` stands in `whole`, in the same order.
+/// Every octet of `part` is in `whole`, in the same order.
 bool IsSubsequence(std::string_view part, std::string_view whole) {
   std::size_t next = 0;
   for (const char octet : whole) {
@@ -160,7 +160,7 @@ void CheckFinal(const Outcome& outcome) {
   Require(outcome.text.ends_with(outcome.final_line + "\r\n"));
 }
 
-/// The octets with an unsolicited line in front of every line.
+/// The octets with an unsolicited line before every line.
 std::string WithUnsolicitedLines(std::string_view octets) {
   constexpr std::string_view kLine = "RING\r";
   std::string result(kLine);

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // The simulated modem with any bytes from its controller, and the network's answers at any time.
-// The first octet chooses an oddity. Whatever came before, no message is lost or doubled between
-// network, store and controller, and the modem answers again once prompts and settings are left
-// behind: its list then has what its store has.
+// The first octet chooses an oddity. Whatever has happened, no message is lost or duplicated
+// between network, store and controller, and the modem answers again once prompts are closed and
+// settings reset: then its list shows what its store holds.
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -73,7 +73,7 @@ int Count(const std::vector<std::string>& lines, std::string_view beginning) {
   }));
 }
 
-/// Messages that the network holds, the store holds, and the controller has had.
+/// Messages that the network holds, that the store holds, and that the controller has received.
 void CheckMessages(Modem& modem, const Host& host, int arrived) {
   const auto lines = modem.Describe();
   const int in_store = Count(lines, "place ");
@@ -108,7 +108,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (quirk > 0) options.quirks.Add(quirks[quirk - 1].quirk);
   Modem modem(options, host);
   const int arrived = Play(modem, input);
-  // What waits behind an unconfirmed message may send the next one, and so on.
+  // Commands that wait behind an unconfirmed message may send the next one, and so on.
   for (std::size_t i = 0; i <= size; ++i) modem.NetworkAnswered();
   CheckMessages(modem, host, arrived);
   modem.Feed("\r\x1B\rATZ\r");

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Base64 of any octets against a codec that goes bit by bit, and there and back.
+// Base64 of any octets, compared with a codec that works bit by bit, and decoded again.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -21,7 +21,7 @@ void Append(Bits& bits, unsigned value, int count) {
   while (count-- > 0) bits.push_back((value >> count & 1) != 0);
 }
 
-/// The numbers that each `count` bits make; what is left over is filled up with zeros.
+/// The numbers formed by each `count` bits; the last is padded with zeros.
 std::vector<unsigned> Numbers(const Bits& bits, std::size_t count) {
   std::vector<unsigned> numbers((bits.size() + count - 1) / count);
   for (std::size_t i = 0; i < numbers.size() * count; ++i) {
@@ -59,7 +59,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Require(base64_decode(text) == input);
   Require(base64_decode(input) == Decoded(input));
 
-  // Its own memory of the exact size, so that a step past the end shows.
+  // Separate memory of the exact size, so that access past the end is detected.
   std::vector<char> out(base64_length(size));
   Require(base64_write(out.data(), data, size) == out.data() + out.size());
   Require(std::equal(out.begin(), out.end(), text.begin(), text.end()));

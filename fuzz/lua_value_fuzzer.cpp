@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Assignments to one variable, read from the input one after the other: a type, then a Lua value.
-// What is accepted reads back as a plainer rule of the type says, and its reading, assigned again,
-// gives an equal variable. What is refused changes nothing and is told with its name and type.
+// An accepted value reads back as a simpler rule for the type says, and the value read back,
+// assigned again, results in an equal variable. A refused value changes nothing, and the error has
+// its name and type.
 #include "share/lua_value.h"
 
 #include <algorithm>
@@ -19,7 +20,7 @@
 
 namespace {
 
-/// What a type accepts of numbers: none, whole ones of so many bits, or any.
+/// Which numbers a type accepts: none, whole ones of a given number of bits, or any.
 enum class Kind { kUndeclared, kBoolean, kSigned, kUnsigned, kReal, kString, kTime, kNone };
 
 struct Type {
@@ -47,7 +48,7 @@ constexpr std::array<Type, 15> kTypes{{
     {OpcUaType_Guid, "a variable", Kind::kNone},
 }};
 
-/// The input from its front on; behind its end zeros.
+/// The input from its front; zeros after its end.
 class Input {
  public:
   explicit Input(std::string_view left) : left_(left) {}
@@ -105,14 +106,14 @@ std::string_view TextOf(const OpcUa_VariantHlp& value) {
   return {value.Value.String.Content, value.Value.String.Length};
 }
 
-/// The same type and the same bits, of texts the same octets.
+/// The same type and the same bits; for texts, the same octets.
 bool Equal(const OpcUa_VariantHlp& a, const OpcUa_VariantHlp& b) {
   if (a.Datatype != b.Datatype || a.ArrayType != b.ArrayType) return false;
   return IsText(a) ? TextOf(a) == TextOf(b) : std::memcmp(&a.Value, &b.Value, sizeof a.Value) == 0;
 }
 
 /// Assigns the Lua value on top of the stack, which stays there, to a variable called "Speed".
-/// False: refused; the message then lies on the stack, too.
+/// Returns false if it is refused; then the message is on the stack, too.
 bool Assign(lua_State* L, OpcUa_VariantHlp& value, OpcUa_BuiltInType type) {
   struct Target {
     OpcUa_VariantHlp& value;
@@ -137,7 +138,7 @@ bool IsNumberIn(double number, double first, double beyond) {
   return number >= first && number < beyond;
 }
 
-/// Whether the type takes the Lua value on top of the stack.
+/// Whether the type accepts the Lua value on top of the stack.
 bool IsAcceptable(lua_State* L, const Type& type) {
   const int lua_type = ::lua_type(L, -1);
   if (type.kind == Kind::kNone || lua_type == LUA_TTABLE || lua_type == LUA_TFUNCTION ||
@@ -145,7 +146,7 @@ bool IsAcceptable(lua_State* L, const Type& type) {
     return false;
   }
   if (lua_type == LUA_TNIL) return true;
-  const bool is_number = lua_isnumber(L, -1) != 0;  // or a text that is one
+  const bool is_number = lua_isnumber(L, -1) != 0;  // or a text that reads as one
   const double number = lua_type == LUA_TBOOLEAN ? lua_toboolean(L, -1) : lua_tonumber(L, -1);
   const bool counts = is_number || lua_type == LUA_TBOOLEAN;
   switch (type.kind) {
@@ -158,7 +159,7 @@ bool IsAcceptable(lua_State* L, const Type& type) {
     case Kind::kReal:
       return counts && (type.bits == 64 || !std::isfinite(number) ||
                         std::abs(number) <= std::numeric_limits<float>::max());
-    case Kind::kTime:  // from 1601 to what 63 bits of ticks hold
+    case Kind::kTime:  // from 1601 as far as 63 bits of ticks reach
       return lua_type == LUA_TNUMBER && number >= -11644473600.0 && number <= 910692730084.0;
     default: return true;
   }
@@ -202,13 +203,13 @@ void CheckNumber(const Type& type, double given, double read) {
     case Kind::kReal:
       return Require(read ==
                      (type.bits == 64 ? given : static_cast<double>(static_cast<float>(given))));
-    case Kind::kTime:  // one tick off at most, and what a double of this size cannot tell
+    case Kind::kTime:  // off by one tick at most, plus the rounding of a double of this size
       return Require(std::abs(read - given) <= 1e-7 + std::abs(given) * std::ldexp(1, -52));
     default: return Require(read == std::trunc(given));
   }
 }
 
-/// The type that an undeclared variable takes.
+/// The type that an undeclared variable gets.
 const Type& TypeOfValue(lua_State* L, int index) {
   const double number = lua_tonumber(L, index);
   switch (lua_type(L, index)) {
@@ -222,7 +223,7 @@ const Type& TypeOfValue(lua_State* L, int index) {
   }
 }
 
-/// The assigned value lies on the stack, and what was read back above it.
+/// The assigned value is on the stack, with the value read back above it.
 void CheckReading(lua_State* L, const Type& type, const OpcUa_VariantHlp& value) {
   const bool null_time = type.kind == Kind::kTime && value.Value.DateTime == 0;
   switch (type.kind) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// READ_SMS with any octets for the answer to AT+CMGL: the messages it deletes and delivers are
-// those that a plainer reader of the list finds, in the same order, and the block returns to idle.
+// READ_SMS with any octets as the answer to AT+CMGL: the messages that it deletes and delivers are
+// those that a simpler reader of the list finds, in the same order, and the block returns to idle.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -126,13 +126,13 @@ std::string RequestOf(const ReadSMSFB& block) {
   return std::string(buffer, static_cast<std::size_t>(length));
 }
 
-/// Whether the pass goes on. The reply has its exact size, so that a look past its end shows.
+/// Whether the pass goes on. The reply has its exact size, so that a read past its end is detected.
 bool Reply(ReadSMSFB& block, std::string_view text) {
   std::vector<char> reply(text.begin(), text.end());
   return block.OnReplyImpl(reply.data(), static_cast<int>(reply.size()), 0) != 0;
 }
 
-/// An answer that is judged by its beginning and has no list in it.
+/// An answer that is judged by its beginning and does not contain a list.
 bool IsResult(std::string_view answer) {
   return answer.starts_with("OK") || answer.starts_with("ERROR") ||
          answer.starts_with("+CMS ERROR: ");

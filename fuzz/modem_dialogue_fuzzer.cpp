@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The driver's exchange with a modem that answers by any octets. The first octet chooses the
-// request, the second how many octets come at a time, the others are the modem's. The result is
+// The driver's exchange with a modem that answers with any octets. The first octet chooses the
+// request, the second how many octets arrive at a time, the others are the modem's. The result is
 // what the reader of answers makes of them octet by octet, and the next exchange is in step again.
 #include <spdlog/spdlog.h>
 
@@ -23,13 +23,14 @@ using corvane::KindOfRequest;
 using corvane::RequestKind;
 using State = AtAnswer::State;
 
-constexpr std::chrono::milliseconds kTimeout(1000);  // no time passes: nothing comes, or at once
+constexpr std::chrono::milliseconds kTimeout(
+    1000);  // no time passes: octets arrive at once or never
 constexpr std::string_view kAnnouncement = "AT+CMGS=18\r";
 constexpr std::array<std::string_view, 4> kRequests{"AT+CMGL=0\r", "AT+CMGD=1\r", kAnnouncement,
                                                     "0001000B915155101032F4000005E8329BFD06\x1A"};
 
-/// A modem that answers one request by given octets, announcements by a prompt, and other commands
-/// by OK.
+/// A modem that answers one request with given octets, announcements with a prompt, and other
+/// commands with OK.
 class Modem : public corvane::SerialLine {
  public:
   Modem(std::string_view request, std::string_view answer, std::size_t piece)
@@ -56,7 +57,7 @@ class Modem : public corvane::SerialLine {
   std::string_view answer_;
   std::size_t piece_;
   std::string coming_;
-  std::size_t read_ = 0;  // so much of it
+  std::size_t read_ = 0;  // how much of it has been read
   std::string loss_;
 };
 

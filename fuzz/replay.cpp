@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Runs a fuzz target without libFuzzer: once for each file that is named, or lies in a named
+// Runs a fuzz target without libFuzzer: once for each named file, and for each file in a named
 // folder.
 #include <cstddef>
 #include <cstdint>
@@ -32,8 +32,8 @@ bool Replay(const path& file) {
     return false;
   }
   std::printf("%s\n", file.c_str());
-  std::fflush(stdout);  // so that it stands above the report of a finding
-  // Memory of the exact size, so that a look past the end shows.
+  std::fflush(stdout);  // so that it is printed before the report of a finding
+  // Memory of the exact size, so that a read past the end is detected.
   const std::vector<std::uint8_t> input(content.begin(), content.end());
   LLVMFuzzerTestOneInput(input.data(), input.size());
   return true;
@@ -50,5 +50,5 @@ int main(int count, char** arguments) {
     }
   }
   std::printf("%zu inputs replayed\n", replayed);
-  return replayed > 0 ? 0 : 1;  // an empty corpus is no test
+  return replayed > 0 ? 0 : 1;  // an empty corpus tests nothing
 }

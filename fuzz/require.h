@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the fuzz targets say of every input. A broken promise is a finding, also in a release build.
+// What the fuzz targets require of every input. A violation is a finding, also in a release build.
 #pragma once
 
 #include <cstdlib>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// SMS-DELIVER decoding of any octets against a decoder that takes the PDU apart from its front, and
-// texts by the bit. UCS-2 goes back through the runtime's encoder.
+// SMS-DELIVER decoding of any octets, compared with a decoder that reads the PDU from its front,
+// and texts bit by bit. UCS-2 is encoded again by the runtime's encoder.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -20,7 +20,7 @@ using sms::SMSDelivered;
 /// Thrown where the PDU ends too early.
 struct Truncated {};
 
-/// The octets that are not read yet.
+/// The octets that have not been read yet.
 class Rest {
  public:
   explicit Rest(const Octets& octets) : octets_(octets) {}
@@ -38,7 +38,7 @@ class Rest {
   Octets octets_;
 };
 
-/// As many septets as the octets have room for; bit 7n is the lowest of septet n.
+/// As many septets as fit into the octets; bit 7n is the lowest of septet n.
 std::string Septets(const Octets& octets) {
   std::string text(octets.size() * 8 / 7, '\0');
   for (std::size_t bit = 0; bit < text.size() * 7; ++bit) {
@@ -75,7 +75,7 @@ std::int64_t Time(const Octets& stamp) {
   return RTimeToFileTime(&time);
 }
 
-/// Returns the coding scheme; the user data is left.
+/// Returns the coding scheme, and leaves the user data.
 unsigned ReadBehindAddress(Rest& rest, bool has_header, SMSDelivered& message) {
   const unsigned coding = rest.Octet();
   const Octets stamp = rest.Take(7);
@@ -90,7 +90,7 @@ unsigned ReadBehindAddress(Rest& rest, bool has_header, SMSDelivered& message) {
   return coding;
 }
 
-/// All that decode() gives but the text of UCS-2. @return whether the text is UCS-2
+/// All that decode() returns except the text of UCS-2. @return whether the text is UCS-2
 bool Read(Rest& rest, SMSDelivered& message) {
   const unsigned service_centre = rest.Octet();
   message.status = 5;
@@ -111,7 +111,8 @@ bool Read(Rest& rest, SMSDelivered& message) {
   return coding == 0x08;
 }
 
-/// The text, encoded again, gives the user data without what UCS-2 has no character for.
+/// The text, encoded again, equals the user data without the units that are not characters in
+/// UCS-2.
 void CheckUcs2(const std::string& text, const Octets& user_data) {
   if (user_data.size() % 2 != 0) return Require(text == "ERROR PARSE PDU");
   Octets expected;

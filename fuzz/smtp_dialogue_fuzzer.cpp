@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
-// CSmtp with any octets for what the server says. The first two octets choose the message and how
-// the connection behaves; the others are the server's. There is no connection: the linker leads its
-// calls here. A plainer client that follows the same replies tells the commands and the outcome.
+// CSmtp with any octets from the server. The first two octets choose the message and how the
+// connection behaves; the others are the server's. There is no connection: the linker redirects the
+// socket calls to this file. A simpler client that follows the same replies predicts the commands
+// and the outcome.
 #include <poll.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
@@ -30,27 +31,28 @@ enum class End { kSilence, kClose, kReset };
 struct Connection {
   std::string_view replies;
   End end = End::kSilence;
-  bool small_writes = false;  // takes a few octets at a time
+  bool small_writes = false;  // accepts a few octets at a time
   bool closed = false;
   std::string sent;
 };
 
 Connection connection;
 
-/// The socket of every connection: a socket, so that it takes all settings, but never connected.
+/// The socket of every connection: a real one, so that it accepts all settings, but never
+/// connected.
 int Socket() {
   static const int descriptor = __real_socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   return descriptor;
 }
 
-/// The place that the next file takes.
+/// The descriptor that the next file will get.
 int NextDescriptor() {
   const int descriptor = dup(Socket());
   close(descriptor);
   return descriptor;
 }
 
-/// A file to attach, which has no name and so goes with the process.
+/// A file to attach, which has no name and so disappears with the process.
 int Attachment() {
   static const int descriptor = [] {
     const std::string content(12345, 'x');
@@ -83,7 +85,7 @@ int CodeOfSending(CSmtp& mail) {
   return SMTP_NO_ERROR;
 }
 
-/// The dialogue as far as the replies lead it: what the client says up to the message, and the
+/// The dialogue as far as the replies let it go: what the client says up to the message, and the
 /// code.
 class PlainClient {
  public:
@@ -161,7 +163,7 @@ class PlainClient {
     return reply;
   }
   int Reply() {
-    // The end of the connection takes a place in the buffer, too; silence does not.
+    // The end of the connection also takes a place in the buffer; silence does not.
     const std::size_t places = replies_.size() + (end_ == End::kSilence ? 0 : 1);
     const std::size_t line_end = replies_.find('\n');
     if (line_end >= CSmtp::kBufferSize && places > CSmtp::kBufferSize) {

@@ -1,7 +1,7 @@
 #!/bin/bash
 # SPDX-License-Identifier: MIT
-# build_packages.sh: builds corvane_*.deb and corvane-dev_*.deb into build/release/packages, and has
-# lintian look at them. It installs what is missing.
+# build_packages.sh: builds corvane_*.deb and corvane-dev_*.deb in build/release/packages, and checks
+# them with lintian. It installs missing packages.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

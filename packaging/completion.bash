@@ -1,28 +1,28 @@
 # SPDX-License-Identifier: MIT
-# bash completion of corvane. What can stand on the command line, it asks the command itself.
+# bash completion for corvane. It asks the command itself what may appear on the command line.
 # shellcheck shell=bash
 
 _corvane() {
     local word=$2 previous=$3 index subcommand="" help choices
     COMPREPLY=()
     for ((index = 1; index < COMP_CWORD; ++index)); do
-        [[ ${COMP_WORDS[index]} == -- ]] && return # behind it stand the program's own words
+        [[ ${COMP_WORDS[index]} == -- ]] && return # what follows is for the control program
         [[ -z $subcommand && ${COMP_WORDS[index]} != -* ]] && subcommand=${COMP_WORDS[index]}
     done
-    # shellcheck disable=SC2086 # no word where there is no subcommand yet
+    # shellcheck disable=SC2086 # no word at all while there is no subcommand
     help=$("${COMP_WORDS[0]}" $subcommand --help 2>/dev/null) || return
 
     case $previous in
     --addin) _corvane_files '*.so' && return ;;
     --config) _corvane_files '*.conf' && return ;;
     --*)
-        # An option with choices shows them: --log-level TEXT:{trace,debug,...}
+        # The help shows an option's choices: --log-level TEXT:{trace,debug,...}
         choices=$(sed -nE "s/^ *(-.,)?$previous [A-Z]+:\{([^}]*)\}.*/\2/p" <<<"$help")
         if [[ -n $choices ]]; then
             mapfile -t COMPREPLY < <(compgen -W "${choices//,/ }" -- "$word")
             return
         fi
-        # One that takes another value is left alone.
+        # An option with any other value gets no completion.
         grep -qE "^ *(-.,)?$previous [A-Z]+" <<<"$help" && return
         ;;
     esac
@@ -41,7 +41,7 @@ _corvane_files() {
     local file
     compopt -o filenames
     while IFS= read -r file; do
-        # shellcheck disable=SC2053 # the pattern is one
+        # shellcheck disable=SC2053 # $1 is meant as a pattern
         if [[ -d $file || $file == $1 ]]; then COMPREPLY+=("$file"); fi
     done < <(compgen -f -- "$word")
 }

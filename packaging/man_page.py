@@ -1,16 +1,16 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""man_page.py PAGE.md VERSION: writes the page as a manual page of section 1 to standard output.
+"""man_page.py PAGE.md VERSION: writes the page to standard output as a manual page of section 1.
 
-The page is a title (#), sections (##), paragraphs, lists of `- `term`: text` and indented examples;
-`bold` and *italic* within. Anything else is refused, so that nothing is silently lost.
+The page consists of a title (#), sections (##), paragraphs, lists of `- `term`: text` and indented
+examples, with `bold` and *italic*. Anything else is refused, so that nothing is silently lost.
 """
 import re
 import sys
 
 
 def inline(text):
-    """Roff of a line's text. A dash of an option is a real one, to be found and copied."""
+    """Roff for a line's text. Dashes of options are ASCII, so that they can be searched for and copied."""
     parts = re.split(r"(`[^`]*`|\*[^*]+\*)", text)
     roff = ""
     for part in parts:
@@ -21,7 +21,7 @@ def inline(text):
 
 
 def block(text, title):
-    """Roff of one block of lines without an empty one among them."""
+    """Roff for one block of lines, none of them empty."""
     lines = text.split("\n")
     joined = " ".join(line.strip() for line in lines)
     if text.startswith("# "):
@@ -36,11 +36,11 @@ def block(text, title):
         for item in items:
             match = re.fullmatch(r"((?:`[^`]+`(?:, )?)+): (.*)", re.sub(r"\s+", " ", item))
             if not match:
-                sys.exit(f"{title}: a list item is no `term`: text: {item}")
+                sys.exit(f"{title}: a list item is not of the form `term`: text: {item}")
             roff.append(f".TP\n{inline(match[1])}\n{inline(match[2])}")
         return "\n".join(roff)
     if re.match(r"[#|>`]{3}|[|>]|\d+\.", text):
-        sys.exit(f"{title}: this has no form in a manual page: {lines[0]}")
+        sys.exit(f"{title}: a manual page cannot contain this: {lines[0]}")
     return ".PP\n" + inline(joined)
 
 

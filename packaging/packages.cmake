@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
 # The Debian packages: corvane (the runtime and its service) and corvane-dev (for add-ins).
-# packaging/build_packages.sh makes them.
+# packaging/build_packages.sh builds them.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME corvane)
 set(CPACK_PACKAGE_CONTACT "The Corvane function block authors <corvane@corvane.invalid>")
@@ -10,7 +10,7 @@ set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
   OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 set(CPACK_OUTPUT_FILE_PREFIX ${CMAKE_BINARY_DIR}/packages)
 
-# The package's version is the newest entry of its changelog.
+# The package's version is that of the newest entry in its changelog.
 file(STRINGS ${CMAKE_CURRENT_LIST_DIR}/debian/changelog changelog_head LIMIT_COUNT 1)
 if(NOT changelog_head MATCHES "^corvane \\(${PROJECT_VERSION}-([0-9]+)\\)")
   message(FATAL_ERROR "packaging/debian/changelog does not begin with version ${PROJECT_VERSION}")
@@ -29,12 +29,12 @@ set(CPACK_DEBIAN_CORVANE_PACKAGE_NAME corvane)
 set(CPACK_DEBIAN_CORVANE_PACKAGE_SECTION electronics)
 set(CPACK_DEBIAN_CORVANE_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
-# Python runs the mail server that two of the examples bring; the server's library is only recommended.
+# Python runs the mail server of two of the examples; the server's library is only recommended.
 set(CPACK_DEBIAN_CORVANE_PACKAGE_DEPENDS "adduser, python3:any")
 set(CPACK_DEBIAN_CORVANE_PACKAGE_RECOMMENDS python3-aiosmtpd)
 set(CPACK_DEBIAN_CORVANE_DESCRIPTION
-"Runs control programs that are written in Lua 5.2, cycle after cycle, as a PLC
-does. Five function blocks read and send SMS over a GSM modem, send e-mail and
+"Runs control programs written in Lua 5.2 in cycles, as a PLC does. Five
+function blocks read and send SMS through a GSM modem, send e-mail and
 run shell commands. The service corvane@NAME runs /etc/corvane/NAME.lua.")
 set(CPACK_DEBIAN_CORVANE_PACKAGE_CONTROL_EXTRA
   ${CMAKE_CURRENT_LIST_DIR}/debian/postinst

@@ -1,9 +1,10 @@
 #!/bin/bash
 # SPDX-License-Identifier: MIT
-# packages.sh [--list] GROUP...: installs what the groups need of Debian 12 and the machine lacks;
-# with --list it only names the packages. Groups: build (the programs), test (./test beside that),
-# arm (./test --arm beside that), coverage (./test --coverage beside that), example (the servers of
-# examples/*.sh), bench (./benchmarks/run), fuzz (./fuzz/run), package (packaging/build_packages.sh).
+# packages.sh [--list] GROUP...: installs the Debian 12 packages that the groups need and the machine
+# lacks; with --list it only lists the packages. Groups: build (the programs), test (what ./test needs
+# besides), arm (what ./test --arm needs besides), coverage (what ./test --coverage needs besides),
+# example (the servers of examples/*.sh), bench (./benchmarks/run), fuzz (./fuzz/run), package
+# (packaging/build_packages.sh).
 set -euo pipefail
 
 declare -A packages=(
@@ -57,7 +58,7 @@ fi
 echo "Installing: ${missing[*]}"
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
-# A mail server is among them: it must not start, and not push out the one that the machine has.
+# One of them is a mail server: it must neither start nor replace the one that the machine has.
 policy=/usr/sbin/policy-rc.d
 if [ ! -e $policy ]; then
     trap '"${as_root[@]}" rm -f "$log" $policy' EXIT
@@ -68,7 +69,7 @@ install() {
     "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -q -o DPkg::Lock::Timeout=900 \
         install -y --no-install-recommends --no-remove "${missing[@]}" >"$log" 2>&1
 }
-# A fresh machine has no package lists yet, an old one has stale ones.
+# A fresh machine has no package lists yet; an old one may have outdated lists.
 install || { "${as_root[@]}" apt-get -q -o DPkg::Lock::Timeout=900 update >"$log" 2>&1 && install; } || {
     cat "$log" >&2
     echo "packages.sh: apt-get could not install: ${missing[*]}" >&2

@@ -1,9 +1,9 @@
 #!/bin/bash
 # SPDX-License-Identifier: MIT
 # sysroot.sh ARCHITECTURE: fills build/sysroot/ARCHITECTURE (armhf or arm64) with the libraries and
-# headers of Debian 12 that a cross build needs: the -dev packages of packages.sh and what they
-# depend on. They are unpacked with a package state of their own, so this machine gets no foreign
-# architecture, and no administrator is needed.
+# headers of Debian 12 that a cross build needs: the -dev packages of packages.sh and their
+# dependencies. They are unpacked with a separate package state, so no foreign architecture is added
+# to this machine, and no administrator is needed.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -39,7 +39,7 @@ CONFIGURATION
 export APT_CONFIG=$work/apt.conf
 
 echo "Fetching the libraries for $architecture"
-# A list that cannot be fetched is no failure as long as the others name the packages.
+# A list that cannot be fetched does not matter as long as the others contain the packages.
 apt-get -q update >"$work/log" 2>&1 || true
 apt-get -q install -y --download-only "${packages[@]}" >>"$work/log" 2>&1 || {
     cat "$work/log" >&2
@@ -50,9 +50,9 @@ for package in "$work"/cache/archives/*.deb; do
     dpkg -x "$package" "$work/tree"
 done
 
-# Programs stay this machine's: the emulator looks for every file here first.
+# Programs must be those of this machine, but the emulator looks for every file in the sysroot first.
 rm -rf "$work"/tree/{bin,sbin,usr/bin,usr/sbin,usr/share/doc,usr/share/man}
-# Links that begin at the root must stay within the sysroot.
+# Absolute links must stay within the sysroot.
 find "$work/tree" -type l -lname '/*' | while read -r link; do
     ln -snfr "$work/tree$(readlink "$link")" "$link"
 done

@@ -1,11 +1,11 @@
 #!/bin/bash
 # SPDX-License-Identifier: MIT
-# arm.sh [CTEST-OPTION...]: builds for the ARM machines that controllers are, runs the tests under
-# an emulator, and weighs the add-in.
+# arm.sh [CTEST-OPTION...]: builds for ARM, which most controllers are, runs the tests in an emulator,
+# and checks the size of the add-in.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-# What the add-in may take of a small controller's flash, stripped.
+# How much of a small controller's flash the stripped add-in may use.
 most_bytes=300000
 
 packaging/packages.sh build test arm

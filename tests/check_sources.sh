@@ -1,16 +1,16 @@
 #!/bin/bash
 # SPDX-License-Identifier: MIT
-# Checks of the sources that need no build: format, headers that are enough by themselves, test files
-# that no list names, words, shell scripts.
+# Checks of the sources that need no build: format, self-contained headers, test files that no list
+# names, words, shell scripts.
 set -uo pipefail
 cd "$(dirname "$0")/.." || exit 1
 failed=0
 
-# All files but those that git ignores; git says why where it cannot tell.
+# All files but those that git ignores. If git fails, it prints the reason.
 files=$(git ls-files --cached --others --exclude-standard) || exit 1
 mapfile -t sources < <(grep -E '\.(cpp|h)$' <<<"$files")
 if ! clang-format --dry-run --Werror "${sources[@]}"; then
-    echo "Not in the format of .clang-format; mend with: clang-format -i FILE" >&2
+    echo "Not formatted according to .clang-format; to fix: clang-format -i FILE" >&2
     failed=1
 fi
 
@@ -22,7 +22,7 @@ for header in "${sources[@]}"; do
     fi
     source=${header%.h}.cpp
     if [ -f "$source" ] && [ "$(grep -m 1 '^#include' "$source")" != "#include \"$header\"" ]; then
-        echo "$source includes something before its own header, which so may need it" >&2
+        echo "$source includes something before its own header, so that header may depend on it" >&2
         failed=1
     fi
 done
@@ -37,12 +37,12 @@ while read -r file; do
     fi
 done < <(grep -E '^tests/.*_test\.cpp$' <<<"$files")
 
-# shellcheck disable=SC2016 # no expression is meant
+# shellcheck disable=SC2016 # nothing here is to be expanded
 words=$(sed -n '/^```words$/,/^```$/{/^```/d;p}' CONTRIBUTING.md)
 [ -n "$words" ] || { echo "CONTRIBUTING.md has no list of words" >&2; failed=1; }
 if git grep --untracked -nIE -f <(echo "$words") -- . ':!CONTRIBUTING.md' >&2 ||
     git log --format='commit %h: %s%n%b' | grep -nE -f <(echo "$words") >&2; then
-    echo "These lines carry what CONTRIBUTING.md, Words, lists" >&2
+    echo "These lines contain words that CONTRIBUTING.md lists under Words" >&2
     failed=1
 fi
 

@@ -1,7 +1,7 @@
 #!/bin/bash
 # SPDX-License-Identifier: MIT
-# coverage.sh: what the unit and end-to-end tests run of addins/, libs/ and runtime/; `./test --coverage`.
-# Fails where less of a folder ran than tests/coverage_table.py demands.
+# coverage.sh: how much of addins/, libs/ and runtime/ the unit and end-to-end tests run; `./test --coverage`.
+# Fails if less of a folder ran than tests/coverage_table.py demands.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=build/coverage
@@ -12,8 +12,8 @@ find $build -name '*.gcda' -delete
 cmake --build --preset coverage
 ctest --preset coverage --parallel 2
 
-# The compiler gives every call a branch for the exception that may come out of it; those, and the ones
-# no input can take, are left out.
+# The compiler gives every call a branch for the exception that it may throw; those branches, and
+# unreachable ones, are left out.
 gcovr --root . --object-directory $build --filter addins/ --filter libs/ --filter runtime/ -j 2 \
     --exclude-throw-branches --exclude-unreachable-branches \
     --json-summary $build/coverage.json --txt $build/coverage.txt \

@@ -1,13 +1,13 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""coverage_table.py SUMMARY.json: prints what ran of each folder; ends with 1 where a target is missed."""
+"""coverage_table.py SUMMARY.json: prints the coverage of each folder; exits with 1 if a target is missed."""
 
 import collections
 import json
 import os
 import sys
 
-# Percent that must have run.
+# The percentage that must have run.
 TARGETS = {"addins/": {"line": 98.0, "branch": 90.0}, "libs/": {"line": 92.0}, "runtime/": {"line": 92.0}}
 PLURALS = {"line": "lines", "branch": "branches"}
 
@@ -33,13 +33,13 @@ def main():
         print(f"{folder:40} {line:6.1f}% {branch:8.1f}%")
 
     missed = [
-        f"{folder}: {percent(sums[folder], kind):.1f} % of its {PLURALS[kind]}, wanted are {wanted} %"
+        f"{folder}: {percent(sums[folder], kind):.1f} % of its {PLURALS[kind]}, required are {wanted} %"
         for folder, targets in TARGETS.items()
         for kind, wanted in targets.items()
         if not sums[folder] or percent(sums[folder], kind) < wanted
     ]
     for complaint in missed:
-        print("Too little ran of", complaint, file=sys.stderr)
+        print("Too low: coverage of", complaint, file=sys.stderr)
     return 1 if missed else 0
 
 
