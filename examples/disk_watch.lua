@@ -1,10 +1,10 @@
 -- SPDX-License-Identifier: MIT
--- Watches how full a disk is and starts a script when a limit is passed.
+-- Watches how full a disk is, and starts a script when a limit is exceeded.
 --
 --   corvane run disk_watch.lua -- [FOLDER [LIMIT [MEASUREMENTS]]]
 --
--- FOLDER: a folder on the disk to watch (/). LIMIT: in percent (1, so that you see an alarm here).
--- MEASUREMENTS: end after so many (5); 0: go on until somebody stops the program.
+-- FOLDER: a folder on the disk to watch (default: /). LIMIT: in percent (default: 1, so that you see an
+-- alarm). MEASUREMENTS: how many to take before the program ends (default: 5); 0: run until stopped.
 
 local folder = plc.args[1] or "/"
 local limit = tonumber(plc.args[2] or 1)
@@ -12,21 +12,21 @@ local measurements = tonumber(plc.args[3] or 5)
 local interval = 1 -- seconds from one measurement to the next
 
 if not limit or not measurements then
-  error("LIMIT and MEASUREMENTS are numbers", 0)
+  error("LIMIT and MEASUREMENTS must be numbers", 0)
 end
 
--- A text for the shell: whatever stands in it, the shell takes it as one word.
+-- Quotes a text for the shell, which then reads it as one word, whatever it contains.
 local function quoted(text)
   return "'" .. text:gsub("'", "'\\''") .. "'"
 end
 
--- The script lies beside this program.
+-- The script is in the same folder as this program.
 local here = debug.getinfo(1, "S").source:match("^@(.*/)") or "./"
 
--- The blocks. `df` answers within milliseconds, so the cycle may wait for it; where a disk hangs,
--- `timeout` ends it. The script may take its time, so it is started in the background.
+-- The blocks. `df` answers within milliseconds, so the cycle can wait for it; if a disk hangs,
+-- `timeout` ends it. The script may take a while, so it is started in the background.
 local df = SysProcessCreateWithResult.new {
-  Command = "timeout 2 df -P --", -- what follows is no option, whatever it begins with
+  Command = "timeout 2 df -P --", -- what follows is not an option, whatever it begins with
   Args = quoted(folder) .. " 2>&1",
 }
 local alarm = SysProcessCreate.new { Command = quoted(here .. "disk_alarm.sh") }
@@ -35,7 +35,7 @@ local count = 0
 local next_time = plc.clock()
 local above = false -- was the disk above its limit at the last measurement?
 
--- The percentage in the answer of `df -P`: the second line's number before the % sign.
+-- The percentage in the output of `df -P`: the number before the % sign in the second line.
 local function parse_percent(output)
   return tonumber(output:match("\n[^\n]-(%d+)%%"))
 end
@@ -44,7 +44,7 @@ end
 local function check(percent)
   print(string.format("%s is %d %% full (limit %d %%)", folder, percent, limit))
   if percent >= limit and not above then -- a rising edge: once, not at every measurement
-    plc.log(string.format("%s has passed its limit: %d %%", folder, percent))
+    plc.log(string.format("%s has reached its limit: %d %%", folder, percent))
     alarm.Args = quoted(folder) .. " " .. percent .. " " .. limit
     alarm.Run = true
   end
@@ -68,7 +68,7 @@ function cycle()
     if percent then
       check(percent)
     else
-      print("df gave no percentage: " .. df.Output)
+      print("df printed no percentage: " .. df.Output)
     end
     count = count + 1
     if count == measurements then

@@ -1,17 +1,17 @@
 -- SPDX-License-Identifier: MIT
 -- A pump station mails its report: measured values as an attached table, a summary as the text.
 --
---   ./run mail_report            with a mail server of its own, which prints what arrives
+--   ./run mail_report            with a local mail server that prints what arrives
 --   corvane run mail_report.lua -- SERVER PORT LOGIN PASSWORD SENDER RECIPIENT REPORT_FILE
 --
--- Every user of a machine can see a command line. A real password stands in a file that only the
--- program's user may read: `corvane run --config FILE`, with a line `args = WORD` for each word.
+-- Every user of a machine can see a command line. Keep a real password in a file that only the program's
+-- user may read: `corvane run --config FILE`, with a line `args = WORD` for each word.
 --
--- It ends when the mail server has taken the message, or with status 1 when it has not.
+-- It ends when the mail server has accepted the message, or with status 1 if sending failed.
 
 local server, port, login, password, sender, recipient, report = table.unpack(plc.args)
 if not report then
-    error("wanted: SERVER PORT LOGIN PASSWORD SENDER RECIPIENT REPORT_FILE", 0)
+    error("required: SERVER PORT LOGIN PASSWORD SENDER RECIPIENT REPORT_FILE", 0)
 end
 
 local mail = SEND_EMAIL.new({
@@ -58,9 +58,9 @@ function cycle()
         end
     end
 
-    mail()                              -- waits while the message is on its way to the server
+    mail()                              -- waits while the message is being sent to the server
 
-    if mail.ErrStr ~= "" then           -- the message could not even be made
+    if mail.ErrStr ~= "" then           -- the message could not even be composed
         plc.log("report not sent: " .. mail.ErrStr)
         plc.stop(1)
     elseif mail.Sent then               -- TRUE for one call, when the outcome is known

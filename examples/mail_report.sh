@@ -1,16 +1,16 @@
 #!/bin/bash
 # SPDX-License-Identifier: MIT
-# mail_report.sh: runs mail_report.lua with a mail server of its own, and takes both away again.
+# mail_report.sh: runs mail_report.lua with a local mail server, and cleans up afterwards.
 # CORVANE: the command to run it with (default: corvane). Further arguments go to `corvane run`.
 set -euo pipefail
 corvane=$(command -v "${CORVANE:-corvane}") || {
-    echo "mail_report: no command '${CORVANE:-corvane}'; set CORVANE to its path" >&2
+    echo "mail_report: command '${CORVANE:-corvane}' not found; set CORVANE to its path" >&2
     exit 1
 }
 corvane=$(realpath "$corvane")
 here=$(realpath "$(dirname "$0")")
 
-python=/usr/bin/python3 # Debian's: it sees Debian's modules
+python=/usr/bin/python3 # Debian's, which finds Debian's modules
 $python -c 'import aiosmtpd' 2>/dev/null || {
     if [ -x "$here/../packaging/packages.sh" ]; then
         "$here/../packaging/packages.sh" example
@@ -43,7 +43,7 @@ if [ "$word" != READY ]; then
 fi
 cat <&3 & # shows the messages that arrive
 
-echo "The mail server listens on port $port."
-cd "$folder" # the name of an attached file is its whole path; here it is short
+echo "The mail server is listening on port $port."
+cd "$folder" # the name of an attachment is its whole path; this keeps it short
 "$corvane" run "$here/mail_report.lua" "$@" -- 127.0.0.1 "$port" plc s3cret \
     pump3@plant.example operator@plant.example report.csv

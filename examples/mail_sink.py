@@ -2,8 +2,8 @@
 # SPDX-License-Identifier: MIT
 """A mail server for trying out SEND_EMAIL: prints each message and keeps it as a file.
 
-It listens on this machine only, wants AUTH LOGIN and delivers nothing to anybody. The first line
-that it prints is "READY" and its port. Ends with Ctrl-C or SIGTERM.
+It listens on this machine only, requires AUTH LOGIN, and delivers nothing to anybody. The first line
+that it prints is "READY" and its port. Ctrl-C or SIGTERM ends it.
 """
 import argparse
 import asyncio
@@ -19,18 +19,18 @@ import warnings
 
 from aiosmtpd.smtp import SMTP, AuthResult, LoginPassword
 
-# A message body of the block is one line, however long.
+# The block sends a message body as one line, however long.
 SMTP.line_length_limit = 1 << 30
 MAX_MESSAGE = 64 << 20  # bytes
 
-# That AUTH goes without TLS is meant: the server listens on this machine only.
+# AUTH without TLS is intended: the server listens on this machine only.
 warnings.filterwarnings("ignore", module="aiosmtpd")
 logging.getLogger("mail.log").setLevel(logging.ERROR)
 
 
 class MailSink:
-    """What happens to the messages: printed, and kept as FOLDER/0001.eml with 0001.json, the
-    envelope, beside it. Recipients that begin with "reject" are refused."""
+    """Prints each message, and keeps it as FOLDER/0001.eml with its envelope in 0001.json.
+    Recipients that begin with "reject" are refused."""
 
     def __init__(self, folder):
         self.folder = folder

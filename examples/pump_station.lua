@@ -3,35 +3,35 @@
 --
 --   corvane run pump_station.lua --modem 1=/dev/ttyUSB0 -- MAILSERVER PORT LOGIN PASSWORD SENDER RECIPIENT
 --
--- Every user of a machine can see a command line. A real password stands in a file that only the
--- program's user may read: `corvane run --config FILE`, with a line `args = WORD` for each word.
+-- Every user of a machine can see a command line. Keep a real password in a file that only the program's
+-- user may read: `corvane run --config FILE`, with a line `args = WORD` for each word.
 --
 -- How to read it, for those who know PLCs and not Lua:
 --   local x = 5              a variable of this file
 --   { a = 1, b = 2 }         a table: a structure with the fields a and b
 --   function f(x) ... end    a function; cycle() at the end is the one that runs in every PLC cycle
---   text .. text             puts two texts together;  ~= is "not equal"
+--   text .. text             joins two texts;  ~= means "not equal"
 -- A block is created once, with X.new { inputs }. In every cycle the program sets its inputs, calls
--- it like a function, and reads its outputs. Nothing here ever waits: what takes time is a state.
+-- it like a function, and reads its outputs. The program never waits: what takes several cycles is a state.
 
 ---------------------------------------------------------------------------------------------------
 -- Settings
 
-local limit = 400 -- cm: above it there is an alarm
+local limit = 400 -- cm; above it there is an alarm
 
--- Who may command the station. Numbers as READ_SMS gives them, with the name for our own lines.
+-- Who may command the station: numbers as READ_SMS returns them, and names for our own messages.
 local operators = {
   ["+15550101234"] = "Anna",
   ["+15550105678"] = "Boris",
 }
--- Who gets the alarm: digits only, as SEND_SMS wants them.
+-- Who gets the alarm: digits only, as SEND_SMS requires.
 local alarm_numbers = { "15550101234", "15550105678" }
 
 local alarm_text = "ТРЕВОГА! Насосная станция 3: уровень воды %d см, предел %d см. "
   .. "Насос 2 не работает. Ответьте ACK."
 
 if #plc.args < 6 then
-  error("needs: MAILSERVER PORT LOGIN PASSWORD SENDER RECIPIENT (behind --)", 0)
+  error("required: MAILSERVER PORT LOGIN PASSWORD SENDER RECIPIENT (after --)", 0)
 end
 
 ---------------------------------------------------------------------------------------------------
@@ -48,13 +48,13 @@ local send_email = SEND_EMAIL.new {
   SenderMail = plc.args[5],
   Recipient = plc.args[6],
 }
--- The state of the machine itself. The command's text is ours alone: nothing from an SMS is in it.
--- The cycle waits for it; where a disk hangs, `timeout` ends it.
+-- The state of the machine itself. The command contains only our own text, nothing from an SMS.
+-- The cycle waits for it; if a disk hangs, `timeout` ends it.
 local machine = SysProcessCreateWithResult.new {
   Command = "cut -d. -f1 /proc/uptime;",
   Args = "timeout 2 df --output=pcent / | tail -n 1",
 }
--- What is done when an operator has acknowledged.
+-- What happens when an operator has acknowledged.
 local here = debug.getinfo(1, "S").source:match("^@(.*/)") or "./"
 local start_pump = SysProcessCreate.new { Command = "'" .. here:gsub("'", "'\\''") .. "start_pump.sh'", Args = "2" }
 
@@ -67,7 +67,7 @@ end
 
 -- The process. There is no sensor here: the water rises by itself, and falls when pump 2 runs.
 local station = { level = 350, pump_2 = false, alarm = "none" } -- alarm: none, active, acknowledged
-local levels = {} -- what goes into the report: one line a second
+local levels = {} -- the lines of the report: one per second
 
 local function process()
   station.level = station.level + (station.pump_2 and -1.5 or 1)
@@ -77,9 +77,9 @@ local function process()
 end
 
 ---------------------------------------------------------------------------------------------------
--- Sending SMS: one message after the other, each until the modem has confirmed it
+-- Sending SMS: one message after another, each until the modem has confirmed it
 
-local outbox = {} -- messages { number, text, tries }, the first one is being sent
+local outbox = {} -- messages { number, text, tries }; the first one is being sent
 local sms_state = "idle" -- idle, sending, waiting
 local sms_again = 0 -- when the next attempt may begin
 local sms_sent = 0
@@ -91,7 +91,7 @@ end
 local function send_messages()
   send_sms.Send = false
   if sms_state == "idle" and #outbox > 0 and plc.clock() >= sms_again and send_sms.State ~= 0 then
-    -- The outputs tell of the message before, so they are reset: what they say next is of this one.
+    -- The outputs still refer to the previous message. Reset them, so that they refer to this one.
     send_sms.Sent = false
     send_sms.Error = 0
     send_sms.Receiver = outbox[1].number
@@ -103,7 +103,7 @@ local function send_messages()
   end
 
   send_sms()
-  -- Queue counts the messages that the block still has; 0 means that it is done with ours.
+  -- Queue counts the messages that the block still has; at 0 it has finished with ours.
   if sms_state == "sending" and send_sms.Queue == 0 then
     if send_sms.Sent then
       sms_sent = sms_sent + 1
@@ -121,7 +121,7 @@ end
 ---------------------------------------------------------------------------------------------------
 -- Sending e-mail, likewise
 
-local mail -- the text to send, nil: none
+local mail -- the text to send; nil: none
 local mail_state = "idle" -- idle, sending
 local mail_again = 0
 local mails_sent = 0
@@ -148,7 +148,7 @@ local function send_mail()
     send_email.ErrStr = ""
     mail_state, mail_again = "idle", plc.clock() + 5
   end
-  if send_email.Sent then -- TRUE for one call: this message is done with
+  if send_email.Sent then -- TRUE for one call: the block has finished with this message
     mail_state = "idle"
     if send_email.Code == 0 then
       mails_sent = mails_sent + 1
@@ -170,7 +170,7 @@ local function digits(number)
   return (number:gsub("%D", ""))
 end
 
--- A number can be forged, so there is a limit to what answers may cost: so many an hour.
+-- A number can be forged, so what answers may cost is limited: a fixed number of them per hour.
 local answers_left, next_hour = 0, 0
 
 local function answer(number, text)
@@ -178,16 +178,16 @@ local function answer(number, text)
     answers_left, next_hour = 20, plc.clock() + 3600
   end
   if answers_left == 0 then
-    say("no answer to %s: there have been enough in this hour", number)
+    say("no answer to %s: the limit for this hour is reached", number)
     return
   end
   answers_left = answers_left - 1
   sms(digits(number), text)
 end
 
--- A text from a phone is data: it is compared with the words that we know, and is never part of a
+-- A text from a phone is data: it is compared with the words that we know, and never becomes part of a
 -- command. (A text of seven characters may end with a character of code 0.) ACK can do no harm,
--- whoever sends it; a command that could would need a code word.
+-- whoever sends it; a command that could do harm would need a code word.
 local function handle(number, text)
   local word = text:gsub("%z+$", ""):upper()
   local name = operators[number]
@@ -195,7 +195,7 @@ local function handle(number, text)
     refused = refused + 1
     say("refused: a message from the unknown number %s", (number:gsub("%c", "?"))) -- it may be a name
   elseif word == "STATUS" then
-    say("%s asks for the state", name)
+    say("%s asks for the status", name)
     asked[#asked + 1] = number
   elseif word == "ACK" and station.alarm == "active" then
     say("%s has acknowledged the alarm: pump 2 is started", name)
@@ -204,7 +204,7 @@ local function handle(number, text)
     start_pump.Run = true
     answer(number, "Thank you. Pump 2 is started.")
   else
-    say("%s wrote something that is no command", name)
+    say("%s wrote something that is not a command", name)
     answer(number, "Commands: STATUS, ACK")
   end
 end
@@ -241,7 +241,7 @@ local function watch_level()
     for _, number in ipairs(alarm_numbers) do
       sms(number, alarm_text:format(station.level, limit))
     end
-    mail = string.format("The water stands at %d cm, the limit is %d cm. Pump 2 does not run.", station.level, limit)
+    mail = string.format("The water level is %d cm, the limit is %d cm. Pump 2 is not running.", station.level, limit)
   elseif station.level < limit - 10 and station.alarm == "acknowledged" then
     station.alarm = "over"
     say("the alarm is over: %d cm", station.level)

@@ -1,14 +1,14 @@
 #!/bin/bash
 # SPDX-License-Identifier: MIT
-# pump_station.sh: runs pump_station.lua with a modem (simulated) and a mail server of its own, tells
-# who says what, and takes everything away again. CORVANE: the command to run it with.
+# pump_station.sh: runs pump_station.lua with a simulated modem and a local mail server, shows who says
+# what, and cleans up afterwards. CORVANE: the command to run it with (default: corvane).
 set -euo pipefail
 corvane=$(realpath "$(command -v "${CORVANE:-corvane}")") || {
-    echo "pump_station: no command '${CORVANE:-corvane}'; set CORVANE to its path" >&2
+    echo "pump_station: command '${CORVANE:-corvane}' not found; set CORVANE to its path" >&2
     exit 1
 }
 here=$(realpath "$(dirname "$0")")
-python=/usr/bin/python3 # Debian's: it sees Debian's modules
+python=/usr/bin/python3 # Debian's, which finds Debian's modules
 $python -c 'import aiosmtpd' 2>/dev/null || {
     [ -x "$here/../packaging/packages.sh" ] || {
         echo "pump_station: please install python3-aiosmtpd" >&2
@@ -30,7 +30,7 @@ trap clean_up EXIT
 trap 'exit 130' INT
 trap 'exit 143' TERM
 
-# spoken_by NAME: everything from standard input, line by line, behind the name.
+# spoken_by NAME: copies standard input line by line, with the name before each line.
 spoken_by() {
     sed -u "s/^/$(printf '%-10s' "$1") | /"
 }
@@ -54,7 +54,7 @@ read -r word _ <&4 || word=
 [ "$word" = ready ] || { echo "pump_station: the modem did not start" >&2; exit 1; }
 spoken_by phone <&4 &
 
-cd "$folder" # the report is written here: the name of an attached file is its whole path
+cd "$folder" # the report is written here, since the name of an attachment is its whole path
 status=0
 {
     "$corvane" run "$here/pump_station.lua" --modem 1="$folder/modem" --log-level warning -- \

@@ -1,7 +1,7 @@
 #!/bin/bash
 # SPDX-License-Identifier: MIT
-# sms_echo.sh [MESSAGES]: runs sms_echo.lua with a simulated modem that sms_echo.scenario plays.
-# CORVANE names the program `corvane`; what the simulated modem prints begins with "modem: ".
+# sms_echo.sh [MESSAGES]: runs sms_echo.lua with a simulated modem that plays sms_echo.scenario.
+# CORVANE: the command to run it with (default: corvane). Lines from the modem begin with "modem: ".
 set -euo pipefail
 here=$(dirname "$0")
 : "${CORVANE:=corvane}"

@@ -1,9 +1,8 @@
 #!/bin/bash
 # SPDX-License-Identifier: MIT
-# addin_symbols.sh ADDIN INCLUDE_FOLDER LUA_LIBRARY PAGE NM COMPILER [OPTION...]: the add-in exports its
-# entry points and nothing else, and needs nothing that a Corvane runtime does not have: the
-# contract's functions, Lua, and the C and C++ libraries. The page (docs/loading_the_addin.md) lists
-# what it needs.
+# addin_symbols.sh ADDIN INCLUDE_FOLDER LUA_LIBRARY PAGE NM COMPILER [OPTION...]: the add-in exports
+# nothing but its entry points, and needs nothing but what a Corvane runtime has: the contract's
+# functions, Lua, and the C and C++ libraries. The page (docs/loading_the_addin.md) lists what it needs.
 set -euo pipefail
 addin=$1 contract=$2 lua=$3 page=$4 nm=$5
 compiler=("${@:6}")
@@ -31,7 +30,7 @@ defined_in() {
     "$nm" -D --defined-only "$@" | awk 'NF == 3 {sub(/@.*/, "", $3); print $3}' | LC_ALL=C sort -u
 }
 
-# Everything that the system's libraries and Lua define. (A sanitizer stands in for some of theirs.)
+# Everything that the system's libraries and Lua define. (A sanitizer replaces some of it.)
 libraries=("$lua")
 for name in libc.so.6 libm.so.6 libstdc++.so.6 libgcc_s.so.1; do
     libraries+=("$("${compiler[@]}" -print-file-name=$name)")
@@ -44,7 +43,7 @@ checked=0
 listed=$(LC_ALL=C comm -12 <(echo "$needed") <(defined_in "$lua")) # what the page must list
 while read -r symbol; do
     case $symbol in
-    # What compilers and sanitizers bring themselves.
+    # What compilers and sanitizers provide themselves.
     __asan_* | __ubsan_* | __tsan_* | __gmon_start__ | _ITM_*) continue ;;
     esac
     # "BaseLuaFB::~BaseLuaFB()", "vtable for BaseLuaFB", "logMsg": the last plain name must be the
@@ -57,10 +56,10 @@ while read -r symbol; do
     checked=$((checked + 1))
     listed+=$'\n'$name
 done <<<"$foreign"
-# Without any the check itself would be broken: every block needs the contract.
+# If there are none, the check itself is broken: every block needs the contract.
 [ "$checked" -ge 10 ] || { echo "Only $checked symbols of the contract found"; exit 1; }
 
-# An addition of our runtime: on another one the symbol is null, and the call is skipped.
+# An addition of our runtime: on another runtime the symbol is null, and the call is skipped.
 if ! "$nm" -D --undefined-only "$addin" | grep -E ' w ModemPortDriverUnregister$' >/dev/null; then
     echo "The add-in does not refer weakly to ModemPortDriverUnregister, which other runtimes lack"
     status=1
@@ -70,7 +69,7 @@ fi
 # shellcheck disable=SC2016 # backticks of the page
 shown=$(grep -E '^\| .*`\.?[a-z]*\.so`' "$page" | cut -d'|' -f3 | grep -oE '`[A-Za-z0-9_:]+`' | sed -E 's/.*://; s/`//g')
 if ! diff <(LC_ALL=C sort -u <<<"$listed") <(LC_ALL=C sort -u <<<"$shown"); then
-    echo "$page does not list what the add-in needs (<), or lists more (>)"
+    echo "$page does not list something that the add-in needs (<), or lists something else (>)"
     status=1
 fi
 exit $status

@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""adding_a_block.py PROJECT CORVANE ADDIN: the page shows the files of the example, word for word,
-and the program prints what the page says."""
+"""adding_a_block.py PROJECT CORVANE ADDIN: the page shows the files of the example word for word, and
+the program prints what the page says."""
 import subprocess
 import sys
 
@@ -13,7 +13,7 @@ PAGE = "docs/adding_a_block.md"
 check_files(project, PAGE, "examples/counter_addin",
             ["counter_fb.h", "counter_fb.cpp", "counter_addin.cpp", "CMakeLists.txt", "counter.lua"])
 
-# What the first commands build is built already, in whatever folder.
+# What the first commands build has already been built, possibly in another folder.
 build, session = [block.text for block in read_blocks(project, PAGE) if block.language == "console"]
 assert "--target counter_addin corvane_cli\n" in build, build
 [command] = commands(session)

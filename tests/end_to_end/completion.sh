@@ -5,7 +5,7 @@ set -euo pipefail
 project=$1 corvane=$2
 # shellcheck source=/dev/null # packaging/completion.bash
 source "$project/packaging/completion.bash"
-# There is no line editor here to take options.
+# There is no line editor here that could set the options.
 # shellcheck disable=SC2317 # the completion calls it
 compopt() { :; }
 
@@ -15,7 +15,7 @@ cd "$folder"
 touch pump.lua 'two words.lua' pump.conf addin.so notes.txt
 mkdir programs
 
-# expect COMPLETIONS WORD...: what the last word, which may be empty, can become.
+# expect COMPLETIONS WORD...: the completions of the last word, which may be empty.
 failed=0
 expect() {
     local expected=$1 found

@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""links.py FOLDER: every link of the pages leads to a file, and to a heading where it names one; docs/README.md
-lists every page. FOLDER is the project, or where its pages are installed."""
+"""links.py FOLDER: every link in the pages leads to an existing file, and heading if it names one; docs/README.md
+lists every page. FOLDER is the project, or the folder where its pages are installed."""
 import os
 import pathlib
 import re
@@ -17,7 +17,7 @@ def without_code(text):
 
 
 def anchors(page):
-    """Of the headings, as forges make them: small letters, no punctuation, hyphens for blanks."""
+    """The anchors of the headings, as forges make them: lower case, no punctuation, hyphens for spaces."""
     headings = re.findall(r"^#+ (.*)$", without_code(page.read_text(encoding="utf-8")), re.MULTILINE)
     return {re.sub(r"[^\w\- ]", "", heading.lower()).replace(" ", "-") for heading in headings}
 
@@ -29,9 +29,9 @@ def dead_links(page):
         name, _, anchor = target.partition("#")
         file = pathlib.Path(os.path.normpath(page.parent / name)) if name else page
         if not file.exists():
-            yield f"{page}: {target}: there is no such file"
+            yield f"{page}: {target}: no such file"
         elif anchor and anchor not in anchors(file):
-            yield f"{page}: {target}: there is no such heading"
+            yield f"{page}: {target}: no such heading"
 
 
 failures = [failure for page in pages for failure in dead_links(page)]

@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
 """loading_the_addin.py PROJECT HOST RUNTIME LIBRARIES LUA_AS_C [EMULATOR...]: the page shows the files of the
-example, word for word, and its host, which has a corvane.so of its own, runs our add-in as the page says; also
+example word for word, and its host, which has its own corvane.so, runs our add-in as the page says, also
 with Lua compiled as C."""
 import os
 import subprocess
@@ -29,12 +29,12 @@ with tempfile.TemporaryDirectory() as folder:
     result = subprocess.run(list_symbols, shell=True, cwd=folder, capture_output=True, text=True, check=True)
     assert "U RegisterExternalSTLib\n" in result.stdout and "@" not in result.stdout, result
     for lua in "", lua_as_c:
-        # The preloaded library takes the place of the one that is linked, in front of the sanitizer's.
+        # The preloaded library replaces the linked one, and comes before the sanitizer's.
         preload = {"QEMU_SET_ENV": "LD_PRELOAD=" + lua} if emulator else {"LD_PRELOAD": lua}
         environment = {**os.environ, **preload, "ASAN_OPTIONS": "verify_asan_link_order=0"}
         result = subprocess.run(command.split(), cwd=folder, env=environment, capture_output=True, text=True,
                                 timeout=60, check=False)
-        # The shell that the blocks start inherits the library, and is this machine's, which has no use for it.
+        # The shell that the blocks start inherits the setting, but it is this machine's, which cannot load the library.
         errors = [line for line in result.stderr.splitlines()
                   if not (emulator and line.startswith("ERROR: ld.so: object ") and "LD_PRELOAD" in line)]
         assert (result.returncode, result.stdout, errors) == (0, expected, []), result

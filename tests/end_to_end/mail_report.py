@@ -1,6 +1,6 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""mail_report.py PROJECT CORVANE: runs the example mail_report, and stops it early, too."""
+"""mail_report.py PROJECT CORVANE: runs the example mail_report, once to its end and once interrupted."""
 import glob
 import os
 import re
@@ -37,15 +37,15 @@ with tempfile.TemporaryDirectory() as folder:
     assert re.search(r"^\[report\.csv: \d+ bytes\]$", output, re.MULTILINE), output
     nothing_is_left(folder, example.pid)
 
-    # Ctrl-C while it measures: the terminal sends the signal to all of its processes.
+    # Ctrl-C while it measures: the terminal sends the signal to all processes in it.
     example = start(folder, "--cycle", "1h")
-    while "listens" not in example.stdout.readline():
+    while "is listening" not in example.stdout.readline():
         assert example.poll() is None, example.stderr.read()
     os.killpg(example.pid, signal.SIGINT)
     example.communicate(timeout=60)
     nothing_is_left(folder, example.pid)
 
-# Without its arguments the program says what it wants.
+# Without its arguments the program says what it requires.
 result = subprocess.run([corvane, "run", project + "/examples/mail_report.lua"], capture_output=True, text=True)
-assert result.returncode == 1 and "wanted: SERVER PORT" in result.stderr, result
+assert result.returncode == 1 and "required: SERVER PORT" in result.stderr, result
 print("mail_report works and leaves nothing behind")

@@ -37,7 +37,7 @@ written = {
 }
 assert written == expected, f"in the page: {written}\nin --help: {expected}"
 
-# The manual page made from it is one that man reads without a complaint, and has all of it.
+# The manual page made from it is complete, and man reads it without complaint.
 roff = run(sys.executable, project + "/packaging/man_page.py", page_file, "1.2.3")
 assert roff.startswith('.TH CORVANE 1 "" "corvane 1.2.3"'), roff[:80]
 for section in sections:

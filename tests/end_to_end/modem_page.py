@@ -2,8 +2,8 @@
 # SPDX-License-Identifier: MIT
 """modem_page.py PROJECT CORVANE: docs/modem_simulator.md shows what happens, and leaves nothing out.
 
-A block ```scenario is given to the modem, ```dialogue is held with it, ```output is what it prints.
-The dialogues of docs/modem.md are held with a simulated modem, too.
+The modem plays the ```scenario block, holds the ```dialogue, and prints the ```output.
+The dialogues of docs/modem.md are also held with a simulated modem.
 """
 import os
 import re
@@ -23,10 +23,10 @@ blocks = {block.language: block.text for block in read_blocks(project, "docs/mod
 
 
 def read_lines(modem, count):
-    """So many lines that are not empty; a prompt counts as one."""
+    """The next `count` lines that are not empty; a prompt counts as one."""
     text = ""
     while len(lines := [line for line in re.split(r"[\r\n]+", text) if line]) < count:
-        assert select.select([modem], [], [], PATIENCE)[0], f"{count} lines are wanted, but: {text!r}"
+        assert select.select([modem], [], [], PATIENCE)[0], f"{count} lines expected, but got: {text!r}"
         text += os.read(modem, 4096).decode()
     return lines
 
@@ -48,10 +48,10 @@ with tempfile.NamedTemporaryFile("w", suffix=".txt") as scenario:
         hold(blocks["dialogue"], line)
         os.close(line)
         modem.end()
-        printed = modem.output.split("\n", 1)[1]  # behind the ready line
+        printed = modem.output.split("\n", 1)[1]  # after the ready line
         assert printed == blocks["output"], printed
 
-# What a user asks a modem by hand; whether it shows what is typed differs.
+# What a user asks a modem by hand. Modems differ in whether they echo what is typed.
 by_hand = [block.text for block in read_blocks(project, "docs/modem.md") if block.language == "dialogue"]
 assert len(by_hand) == 2, by_hand
 with SimulatedModem(corvane, "--quirk", "no-echo") as modem:

@@ -1,6 +1,6 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""modem_terminal.py CORVANE: the simulated modem's terminal outlives the programs that open it."""
+"""modem_terminal.py CORVANE: the simulated modem's terminal survives the programs that open it."""
 import os
 import subprocess
 import sys
@@ -15,7 +15,7 @@ plain_user = 65534 if os.geteuid() == 0 else os.geteuid()
 
 
 def ask(device, claim):
-    """A program of a plain user: opens the terminal, claims it or not, and asks once."""
+    """A plain user's program: opens the terminal, claims it or not, and asks once."""
     code = (
         "import fcntl, os, sys, termios\n"
         "fd = os.open(sys.argv[1], os.O_RDWR | os.O_NOCTTY)\n"
@@ -31,7 +31,7 @@ def ask(device, claim):
 with SimulatedModem(corvane, run_as=plain_user) as modem:
     first = ask(modem.device, "claim")
     assert first.stdout == "b'AT\\r\\r\\nOK\\r\\n'\n", first
-    # On a pseudo-terminal the claim outlives the program: a new one takes its place.
+    # On a pseudo-terminal the claim outlives the program, so a new pseudo-terminal replaces it.
     end = time.monotonic() + PATIENCE
     while (second := ask(modem.device, "share")).returncode != 0:
         assert "Device or resource busy" in second.stderr or "No such file" in second.stderr, second

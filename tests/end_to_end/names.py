@@ -1,8 +1,8 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""names.py PROJECT PAGE...: what the pages tell of the code is there: files, folders, functions, types.
+"""names.py PROJECT PAGE...: the files, folders, functions and types that the pages name exist in the code.
 
-Looked at are `code` that is a path or a name, and the names in Mermaid pictures.
+It checks `code` that is a path or a name, and the names in Mermaid diagrams.
 """
 import os
 import re
@@ -10,7 +10,7 @@ import subprocess
 import sys
 
 project, *pages = sys.argv[1:]
-OTHERS = {"sequenceDiagram", "pcall", "RTLD_GLOBAL", "SONAME"}  # Mermaid's, Lua's, the loader's
+OTHERS = {"sequenceDiagram", "pcall", "RTLD_GLOBAL", "SONAME"}  # of Mermaid, Lua and the loader
 listed = subprocess.run(["git", "ls-files", "--cached", "--others", "--exclude-standard"], cwd=project,
                         capture_output=True, text=True, check=True).stdout.split("\n")
 files = {name for name in listed if os.path.isfile(f"{project}/{name}")}
@@ -33,7 +33,7 @@ def missing_names(text):
             if span not in places:
                 yield span
         elif re.fullmatch(r"[A-Za-z_]\w*(::\w+)*(<\w+>)?(\(\))?", span):
-            # "Class::Function": a file that has both.
+            # "Class::Function": one file must have both.
             wanted = set(re.findall(r"\w+", span))
             if span not in OTHERS and not any(wanted <= has for has in words.values()):
                 yield span
@@ -42,6 +42,6 @@ def missing_names(text):
 failures = []
 for page in pages:
     with open(f"{project}/{page}", encoding="utf-8") as opened:
-        failures += [f"{page} names {name}, which is not there" for name in missing_names(opened.read())]
-print("\n".join(failures) or f"{len(pages)} pages name what is there")
+        failures += [f"{page} names {name}, which does not exist" for name in missing_names(opened.read())]
+print("\n".join(failures) or f"{len(pages)} pages: every name exists")
 sys.exit(1 if failures else 0)

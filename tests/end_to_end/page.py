@@ -1,11 +1,11 @@
 # SPDX-License-Identifier: MIT
-"""What a page shows, for the tests that do it."""
+"""What a page shows, for the tests that try it."""
 import re
 from typing import NamedTuple
 
 
 class Block(NamedTuple):
-    """A fenced block. `name`: the file that it is, where a line "`NAME`:" stands above it."""
+    """A fenced block. `name`: the name of the file that it shows, if a line "`NAME`:" precedes it."""
     name: str
     language: str
     text: str
@@ -18,7 +18,7 @@ def read_blocks(project, page):
 
 
 def commands(text):
-    """What a user types in a block ```console."""
+    """What a user types in a ```console block."""
     return re.findall(r"^\$ (.*)$", text, re.MULTILINE)
 
 
@@ -28,11 +28,11 @@ def check_files(project, page, folder, names):
     assert [block.name for block in shown] == names, [block.name for block in shown]
     for block in shown:
         with open(f"{project}/{folder}/{block.name}", encoding="utf-8") as file:
-            assert file.read() == block.text, f"{page} shows another {block.name} than {folder} has"
+            assert file.read() == block.text, f"{page} shows a {block.name} that differs from the one in {folder}"
 
 
 def shape(text):
-    """The text without what differs from run to run."""
+    """The text without the parts that differ from run to run."""
     text = re.sub(r"\d{4}-\d\d-\d\d[ T]\d\d:\d\d(:\d\d[.+:\d]*)?", "TIME", text)
     text = re.sub(r"\b\d[\d.]*(ns|us|ms|s)\b", "DURATION", text)
     text = re.sub(r"\b\d+ (cycles|overruns)", r"N \1", text)
@@ -40,6 +40,6 @@ def shape(text):
 
 
 def output_pattern(expected):
-    """For the shape of what a program prints; a line "..." stands for any number of lines."""
+    """A pattern for the shape of a program's output; a line "..." stands for any number of lines."""
     lines = shape(expected).splitlines()
     return "".join("(?:.*\n)*?" if line == "..." else re.escape(line) + "\n" for line in lines)

@@ -1,18 +1,18 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""pages.py PROJECT CORVANE PAGE...: does what the pages show, each in a folder of its own.
+"""pages.py PROJECT CORVANE PAGE...: does what the pages show, each page in its own folder.
 
 Fenced blocks, from the first to the last:
-```lua      A whole program. With its name above it (see page.py) it is that file. Without, it runs for
-            50 cycles of 5 ms, or until it stops, and must end without an error or a warning.
-```console  A terminal. Behind "$ " stand commands, which must succeed; the rest is all that they
-            print; at "^C" the user presses Ctrl-C. With "..." as its last line it shows a program that
-            goes on; at the end of the page Ctrl-C must end it well.
-```input    What the user types where the first program that goes on runs.
-```output   Behind a program that ran: all that it prints. Elsewhere: what a program that goes on prints next.
+```lua      A whole program. With a name above it (see page.py), it is the file of that name. Otherwise it runs
+            for 50 cycles of 5 ms, or until it stops, and must end without an error or a warning.
+```console  A terminal. Commands follow "$ " and must succeed; the rest is all that they print; at "^C" the
+            user presses Ctrl-C. If the last line is "...", the program keeps running; at the end of the page
+            Ctrl-C must end it with status 0.
+```input    What the user types where the first program that keeps running is.
+```output   After a program that ran: all that it prints. Elsewhere: what a running program prints next.
 Every other block with a name is a file.
 
-"..." stands for any number of lines. Times, durations, counts of cycles and numbers of terminals differ.
+"..." stands for any number of lines. Times, durations, cycle counts and terminal numbers may differ.
 A modem at /dev/serial/by-id/ is a simulated one, to which somebody has sent "Hello".
 """
 import os
@@ -28,14 +28,14 @@ from page import commands, output_pattern, read_blocks, shape
 from simulated_modem import PATIENCE
 
 project, corvane, *pages = sys.argv[1:]
-# They change the machine or build everything. What the pages install is installed by packages.py.
+# These change the machine or build everything. packages.py installs what the pages install.
 NOT_HERE = ("sudo ", "git ", "cd corvane", "./run", "./test", "packaging/")
 BY_ID = "/dev/serial/by-id/"
 changed = threading.Condition()  # a terminal has printed something, or its program has ended
 
 
 class Terminal:
-    """A shell with commands, and what it shows. Beyond `taken` nobody has looked at `text`."""
+    """A shell with commands, and what it shows. `text` has been checked up to `taken`."""
 
     def __init__(self, script, page):
         self.page, self.text, self.taken, self.ended = page, "", 0, False
@@ -59,7 +59,7 @@ class Terminal:
         self.process.stdin.flush()
 
     def take(self, expected):
-        """Whether it shows this next; then it is looked at."""
+        """Whether it shows this next; if so, that counts as checked."""
         found = re.compile(output_pattern(expected)).match(self.text, self.taken)
         self.taken = found.end() if found else self.taken
         return found
@@ -68,7 +68,7 @@ class Terminal:
         os.killpg(self.process.pid, signal.SIGINT)
 
     def end(self):
-        """Waits for the end; its status."""
+        """Waits for the end; returns the status."""
         with changed:
             ended = changed.wait_for(lambda: self.ended, PATIENCE)
         if not ended:
@@ -83,16 +83,16 @@ class Terminal:
 class Page:
     def __init__(self, name, folder):
         self.name, self.folder, self.failures, self.left_out = name, folder, [], []
-        self.running = []  # programs that go on, the oldest first
-        self.modems = []   # in place of real ones
-        self.printed = None  # by the program that ran last, if it is the block in front
+        self.running = []  # programs that keep running, the oldest first
+        self.modems = []   # simulated, instead of real ones
+        self.printed = None  # by the program in the preceding block, if there was one
         binaries = folder + "/build/release/bin"
         os.makedirs(binaries)
         os.symlink(corvane, binaries + "/corvane")
         self.environment = {**os.environ, "HOME": folder, "PATH": binaries + ":" + os.environ["PATH"]}
 
     def real(self, text):
-        """The page's text with the folder of this test in place of the page's own."""
+        """The page's text with this test's folder instead of the page's."""
         return text.replace("/tmp/", self.folder + "/").replace(BY_ID, self.folder + "/by-id/")
 
     def shown(self, text):
@@ -186,7 +186,7 @@ def failures_of(name):
         try:
             page.plug_in_modems(blocks)
             for block in blocks:
-                if not page.failures:  # the rest of a page builds on what stands in front
+                if not page.failures:  # the rest of a page builds on what comes before
                     page.do(block)
         finally:
             page.end()

@@ -5,7 +5,7 @@ import time
 
 
 def await_end(group):
-    """Waits until no process of the group is left; the system may take a moment to bury the dead."""
+    """Waits until no process of the group is left; the system may take a moment to remove dead ones."""
     end = time.monotonic() + 10
     while True:
         try:

@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""pump_station.py PROJECT CORVANE: the example tells its whole story, as README has it, and leaves nothing behind, with
-Ctrl-C neither. What answers to a forged number may cost has its limit."""
+"""pump_station.py PROJECT CORVANE: the example tells its whole story, as README shows it, and leaves nothing behind,
+even after Ctrl-C. What answers to a forged number may cost is limited."""
 import os
 import re
 import signal
@@ -15,10 +15,10 @@ from simulated_modem import SimulatedModem
 
 project, corvane = sys.argv[1:]
 
-# What must be said, by whom, in this order (the two others' lines may stand between).
+# What must be said, by whom, in this order (lines of the two others may come in between).
 STORY = [
     ("phone", "from +15550101234", "STATUS"),
-    ("controller", "Anna asks for the state"),
+    ("controller", "Anna asks for the status"),
     ("phone", "sent to +15550101234: Level ", " cm, alarm none, disk "),
     ("phone", "from +15559998877", "OPEN THE GATE"),
     ("controller", "refused: a message from the unknown number +15559998877"),
@@ -49,7 +49,7 @@ def is_told(story, lines):
 
 
 def readme_lines():
-    """What README shows of the run, but for its gaps."""
+    """The lines of the run that README shows."""
     with open(project + "/README.md", encoding="utf-8") as file:
         block = file.read().split("\n$ ./run\n")[1].split("\n```")[0]
     return [line for line in block.split("\n") if line != "..."]
@@ -60,7 +60,7 @@ def without_numbers(line):
 
 
 def interrupt_at(moment):
-    """Ctrl-C when a line with this text has come: no process and no file is left."""
+    """Ctrl-C when a line with this text appears: no process and no file is left."""
     with tempfile.TemporaryDirectory() as folder:
         example = subprocess.Popen([project + "/examples/pump_station.sh"], stdout=subprocess.PIPE,
                                    stderr=subprocess.DEVNULL, text=True, start_new_session=True,
@@ -71,7 +71,7 @@ def interrupt_at(moment):
             assert line, f"it ended before {moment!r}: {output}"
             output += line
         os.killpg(example.pid, signal.SIGINT)
-        example.stdout.read()  # to its end: nobody of the group is left to write
+        example.stdout.read()  # to its end: no process of the group is left to write
         assert example.wait(timeout=60) == 130, example.returncode
         await_end(example.pid)
         assert os.listdir(folder) == [], os.listdir(folder)
@@ -86,7 +86,7 @@ def answers_have_a_limit():
                  "--", "127.0.0.1", "1", "plc", "s3cret", "pump3@plant.example", "operator@plant.example"]
         with subprocess.Popen([corvane, *words], stdout=subprocess.PIPE, text=True, cwd=folder) as station:
             said = ""
-            while said.count("no answer to +15550101234: there have been enough in this hour") < 2:
+            while said.count("no answer to +15550101234: the limit for this hour is reached") < 2:
                 line = station.stdout.readline()
                 assert line, said
                 said += line
@@ -96,12 +96,12 @@ def answers_have_a_limit():
             said += station.stdout.read()
         modem.end()
     assert modem.output.count(to_anna) == 20, modem.output
-    assert said.count("wrote something that is no command") == 22, said
+    assert said.count("wrote something that is not a command") == 22, said
 
 
 answers_have_a_limit()
 interrupt_at("A pump station with a modem")
-interrupt_at("Anna asks for the state")
+interrupt_at("Anna asks for the status")
 interrupt_at("unplugged for 3s")
 
 with tempfile.TemporaryDirectory() as folder:
@@ -117,5 +117,5 @@ assert sum("sent to +15550105678" in line for line in lines) == 1, "an alarm wen
 assert left == [], left
 shapes = {without_numbers(line) for line in lines}
 strange = [line for line in readme_lines() if without_numbers(line) not in shapes]
-assert readme_lines() and not strange, f"README shows what does not come: {strange}\n{result.stdout}"
+assert readme_lines() and not strange, f"README shows lines that do not appear: {strange}\n{result.stdout}"
 print("the whole story is told")

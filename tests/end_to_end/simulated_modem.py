@@ -1,12 +1,12 @@
 # SPDX-License-Identifier: MIT
-"""A `corvane modem` for a test: started, told what to do, and ended."""
+"""A `corvane modem` for a test, which starts it, gives it commands and ends it."""
 import os
 import select
 import subprocess
 import tempfile
 import time
 
-PATIENCE = 30  # seconds; a wait that takes longer has failed
+PATIENCE = 30  # seconds; a longer wait is a failure
 
 
 class SimulatedModem:
@@ -35,13 +35,13 @@ class SimulatedModem:
         self.process.stdin.write(line.encode() + b"\n")
 
     def await_output(self, wanted):
-        """Waits for this to be printed behind what was waited for before."""
+        """Waits until this is printed after what was awaited before."""
         seen = b""
         end = time.monotonic() + PATIENCE
         while wanted.encode() not in seen:
             left = end - time.monotonic()
             assert left > 0 and select.select([self.process.stdout], [], [], left)[0], \
-                f"no {wanted!r} in {seen!r}, behind {self.output!r}"
+                f"no {wanted!r} in {seen!r}, after {self.output!r}"
             data = self.process.stdout.read(65536)
             assert data, f"the modem ended: {self.output}{seen}"
             seen += data
@@ -58,7 +58,7 @@ class SimulatedModem:
 
 
 def run(*words, given=""):
-    """Output of a program that must succeed."""
+    """The output of a program that must succeed."""
     result = subprocess.run(words, input=given, capture_output=True, text=True, timeout=60,
                             env={**os.environ, "LC_ALL": "C.UTF-8"})
     assert result.returncode == 0, result

@@ -1,9 +1,9 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""sms_serial.py PROJECT CORVANE: the SMS blocks and a simulated modem over a true serial path.
+"""sms_serial.py PROJECT CORVANE: the SMS blocks and a simulated modem over a real serial path.
 
 A control program sends and receives texts of two parts over a pseudo-terminal and over TCP; the
-device is unplugged in the middle; the example sms_echo runs as ./run starts it.
+device is unplugged midway; the example sms_echo runs as ./run starts it.
 """
 import os
 import queue
@@ -16,9 +16,9 @@ import threading
 import time
 
 project, corvane = sys.argv[1:]
-LIMIT = 60  # seconds; only a failing test waits so long
+LIMIT = 60  # seconds; only a failing test waits this long
 
-# Two parts each, as UCS-2: 7-bit parts are joined without the fill bits in front of them.
+# Two parts each, as UCS-2: 7-bit parts are joined without regard to their fill bits.
 TO_SEND = "Котёл 2: давление 9,1 бар, выше допустимого. Насос 3 остановлен, задвижка закрыта."
 TO_RECEIVE = "Tank 7 is at 81 °C, which is too hot – please send somebody to look at the cooling pump."
 
@@ -42,10 +42,10 @@ end
 
 
 class Process:
-    """A program whose output lines a test waits for."""
+    """A program whose output a test waits for, line by line."""
 
     def __init__(self, *words):
-        self.process = subprocess.Popen(  # it does not outlive a test that fails
+        self.process = subprocess.Popen(  # it does not outlive a failing test
             ["setpriv", "--pdeathsig", "KILL", *words],
             stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
         self.lines, self.seen, self.log = queue.Queue(), [], []
@@ -76,7 +76,7 @@ class Process:
         self.process.stdin.flush()
 
     def end(self):
-        """Waits for the end; gives all lines of the output."""
+        """Waits for the end; returns all lines of the output."""
         status = self.process.wait(LIMIT)
         for thread in self.threads:
             thread.join()
@@ -130,7 +130,7 @@ def modems_of_every_kind_are_understood(folder):
         modem.say("interrupt \\r\\n+CREG: 1\\r\\n")
         modem.say("receive +4915187654321 Pump 3")
         program = run(folder, link, 1, TO_SEND)
-        # Without a blank behind the colon the block skips a digit of the place, which is intended.
+        # Without a space after the colon the block skips a digit of the place, which is intended.
         assert program.end() == ["got +4915187654321: Pump 3"], (quirk, program.seen, program.log)
         assert clean(program.log), (quirk, program.log)
         lines = modem.end()
