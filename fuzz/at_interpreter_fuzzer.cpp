@@ -29,7 +29,7 @@ constexpr int kPlaces = 3;
 class Host : public modem_simulator::ModemHost {
  public:
   void Transmit(std::string_view bytes) override { transmitted += bytes; }
-  void AwaitNetwork(std::chrono::nanoseconds) override {}
+  void WakeAfter(std::chrono::nanoseconds) override {}
   void Report(std::string_view line) override {
     Require(line.find_first_of("\r\n") == std::string_view::npos);
     stored += line.starts_with("received, place ");
@@ -56,7 +56,7 @@ int Play(Modem& modem, std::string_view input) {
   int arrived = 0;
   for (const char& byte : input) {
     if (byte == kNetworkAnswers) {
-      modem.NetworkAnswered();
+      modem.Wake();
     } else if (byte == kMessageArrives) {
       Require(modem.Receive("+15550101234", "x"));
       ++arrived;
@@ -109,7 +109,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Modem modem(options, host);
   const int arrived = Play(modem, input);
   // Commands that wait behind an unconfirmed message may send the next one, and so on.
-  for (std::size_t i = 0; i <= size; ++i) modem.NetworkAnswered();
+  for (std::size_t i = 0; i <= size; ++i) modem.Wake();
   CheckMessages(modem, host, arrived);
   modem.Feed("\r\x1B\rATZ\r");
   host.transmitted.clear();

@@ -8,9 +8,11 @@
 #include <csignal>
 #include <cstdio>
 #include <limits>
+#include <map>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "libs/gsm/time_stamp.h"
@@ -34,7 +36,7 @@ struct ModemCommandOptions {
   std::string tcp;
   std::string pin;
   int store_size = 20;
-  std::string network_delay = "0";
+  std::map<std::string_view, std::string> delays;  // by their names in the table
   int baud_rate = 0;
   std::vector<std::string> quirks;
   unsigned seed = 1;
@@ -57,7 +59,9 @@ modem_simulator::SimulatorOptions MakeOptions(const ModemCommandOptions& options
   modem_simulator::SimulatorOptions made;
   made.modem.pin = options.pin;
   made.modem.store_size = options.store_size;
-  made.modem.network_delay = *ParseDuration(options.network_delay);
+  for (const auto& row : modem_simulator::DelayTable()) {
+    made.modem.delays.*row.field = *ParseDuration(options.delays.at(row.name));
+  }
   for (const std::string& name : options.quirks) {
     made.modem.quirks.Add(*modem_simulator::FindQuirk(name));
   }
@@ -158,9 +162,14 @@ void AddModemCommand(CLI::App& app, Action& action) {
       ->add_option("--store-size", options->store_size, "Messages that the store holds, 1 to 10000")
       ->check(WholeNumber(1, 10000))
       ->capture_default_str();
-  command->add_option("--network-delay", options->network_delay, "Time to confirm a sent message")
-      ->check(CheckDuration)
-      ->capture_default_str();
+  for (const auto& row : modem_simulator::DelayTable()) {
+    std::string& delay = options->delays[row.name] = "0";
+    command
+        ->add_option(fmt::format("--{}-delay", row.name), delay,
+                     fmt::format("Time for {}", row.meaning))
+        ->check(CheckDuration)
+        ->capture_default_str();
+  }
   command->add_option("--baud", options->baud_rate, "Answer no faster than this; 0: no limit")
       ->check(OneOf({"0", "1200", "2400", "4800", "9600", "19200", "38400", "57600", "115200",
                      "230400", "460800", "921600"}))

@@ -25,6 +25,19 @@ std::optional<std::string_view> BehindAttention(std::string_view line) {
   return line.substr(at + 2);
 }
 
+/// How long the slowest command of a line takes before its answer begins.
+Delays::Duration DelayOf(const std::vector<AtCommand>& commands, const Delays& delays) {
+  Delays::Duration longest{0};
+  for (const AtCommand& command : commands) {
+    if (command.form == CommandForm::kTest) continue;
+    if (command.name == "+CMGS") longest = std::max(longest, delays.prompt);
+    if (command.name == "+CMGD") longest = std::max(longest, delays.deletion);
+    if (command.name == "+CMGL" || command.name == "+CMGR")
+      longest = std::max(longest, delays.list);
+  }
+  return longest;
+}
+
 /// The name by which an order of faults knows a command: "CMGS".
 std::string_view OrderName(std::string_view name) {
   if (name.starts_with('+')) name.remove_prefix(1);
@@ -34,16 +47,17 @@ std::string_view OrderName(std::string_view name) {
 }  // namespace
 
 void AtInterpreter::SetState(State state) {
-  constexpr std::array<std::string_view, 3> kNames{"command", "message", "network"};
+  constexpr std::array<std::string_view, 4> kNames{"command", "message", "working", "network"};
   spdlog::trace("state      {}", kNames[static_cast<std::size_t>(state)]);
   state_ = state;
 }
 
 void AtInterpreter::Feed(std::string_view bytes) {
   for (const char byte : bytes) {
-    if (state_ != State::kNetwork) {
+    if (!Busy()) {
       Take(byte);
-    } else if (waiting_.size() < kLongestInput) {
+    } else if (waiting_.size() < kLongestInput &&
+               !modem_.options.quirks.Has(Quirk::kDeafWhileBusy)) {
       waiting_ += byte;
     }
   }
@@ -54,6 +68,7 @@ void AtInterpreter::Take(char byte) {
   switch (state_) {
     case State::kCommand: TakeInCommand(byte); break;
     case State::kMessage: TakeInMessage(byte); break;
+    case State::kWorking:
     case State::kNetwork: break;  // Feed keeps it for later
   }
 }
@@ -105,18 +120,26 @@ void AtInterpreter::EndLine() {
   const auto commands = BehindAttention(line);
   if (!commands) return SendIndications();  // no command line: nobody is spoken to
   if (too_long) return Finish(kError, {});
-  Execute(*commands);
+  StartLine(*commands);
 }
 
-void AtInterpreter::Execute(std::string_view line) {
-  const auto commands = ParseCommands(line);
+void AtInterpreter::StartLine(std::string_view line) {
+  auto commands = ParseCommands(line);
   if (AnswerAsOrdered(commands && !commands->empty() ? OrderName(commands->back().name) : "AT")) {
     return;
   }
   if (!commands) return Finish(kError, {});
+  const auto delay = DelayOf(*commands, modem_.options.delays);
+  if (delay == Delays::Duration(0)) return Execute(*commands);
+  work_ = std::move(*commands);
+  SetState(State::kWorking);
+  modem_.host.WakeAfter(delay);
+}
+
+void AtInterpreter::Execute(const std::vector<AtCommand>& commands) {
   Answer answer;
   Result result = kOk;
-  for (const AtCommand& command : *commands) {
+  for (const AtCommand& command : commands) {
     result = modem_simulator::Execute(modem_, command, answer);
     if (result != kOk) break;
   }
@@ -132,12 +155,17 @@ void AtInterpreter::EndMessage() {
   Finish(TakeMessage(modem_, body), {});
 }
 
-void AtInterpreter::NetworkAnswered() {
-  if (state_ != State::kNetwork) return;
+void AtInterpreter::Wake() {
+  if (!Busy()) return;
+  const State was = state_;
   SetState(State::kCommand);
-  Answer answer;
-  const Result result = ConfirmMessage(modem_, answer);
-  Finish(result, answer);
+  if (was == State::kWorking) {
+    Execute(std::exchange(work_, {}));
+  } else {
+    Answer answer;
+    const Result result = ConfirmMessage(modem_, answer);
+    Finish(result, answer);
+  }
   Feed(std::exchange(waiting_, {}));
 }
 
@@ -160,11 +188,20 @@ void AtInterpreter::Finish(Result result, const Answer& answer) {
   }
   if (result.kind == ResultKind::kAwaitNetwork) {
     SetState(State::kNetwork);
-    modem_.host.AwaitNetwork(modem_.options.network_delay);
+    modem_.host.WakeAfter(modem_.options.delays.network);
     return;
   }
-  if (!settings.quiet) modem_.host.Transmit(FormatResult(result, settings.format));
+  if (!settings.quiet) modem_.host.Transmit(FinalResult(result));
   SendIndications();
+}
+
+std::string AtInterpreter::FinalResult(Result result) const {
+  std::string bytes = FormatResult(result, modem_.settings.format);
+  const std::size_t blank = bytes.find(": ");  // only in "+CMS ERROR: 321" and "+CME ERROR: 14"
+  if (blank != std::string::npos && modem_.options.quirks.Has(Quirk::kNoBlank)) {
+    bytes.erase(blank + 1, 1);
+  }
+  return bytes;
 }
 
 void AtInterpreter::Prompt() {
@@ -196,6 +233,7 @@ void AtInterpreter::Reset() {
   SetState(State::kCommand);
   line_.clear();
   too_long_ = false;
+  work_.clear();
   waiting_.clear();
   indications_.clear();
 }

@@ -6,7 +6,9 @@
 #include <deque>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "runtime/modem_simulator/at_command.h"
 #include "runtime/modem_simulator/modem_state.h"
 
 namespace modem_simulator {
@@ -15,18 +17,20 @@ class AtInterpreter {
  public:
   /// Longer lines are an error; longer messages, too.
   static constexpr std::size_t kLongestLine = 1024;
-  /// Bytes that may come while the network has not confirmed; more are lost.
+  /// Bytes that may come while the modem is at work; more are lost.
   static constexpr std::size_t kLongestInput = 4096;
   /// Lines that may wait for the end of an exchange; more are lost.
   static constexpr std::size_t kMostIndications = 256;
 
   explicit AtInterpreter(ModemState& modem) : modem_(modem) {}
 
-  /// Bytes from the controller. What comes while the network has to confirm waits.
+  /// Bytes from the controller. What comes while the modem is at work waits: a command that is
+  /// typed before a message is confirmed is carried out after it.
   void Feed(std::string_view bytes);
 
-  /// Ends a message transfer. Nothing happens when none is under way.
-  void NetworkAnswered();
+  /// Ends what takes its time: a slow command, or a message that the network confirms. Nothing
+  /// happens when neither is under way.
+  void Wake();
 
   /// A line that nobody asked for. It waits while a line is typed or an exchange goes on.
   void Indicate(std::string line);
@@ -38,6 +42,7 @@ class AtInterpreter {
   enum class State {
     kCommand,  ///< collects a command line
     kMessage,  ///< has prompted, collects a message up to Ctrl-Z
+    kWorking,  ///< takes its time over a command line
     kNetwork,  ///< waits for the network to confirm a message
   };
 
@@ -48,10 +53,13 @@ class AtInterpreter {
   void Collect(char byte);
   void EndLine();
   void EndMessage();
-  void Execute(std::string_view commands);
+  void StartLine(std::string_view line);
+  void Execute(const std::vector<AtCommand>& commands);
   void Finish(Result result, const Answer& answer);
+  [[nodiscard]] std::string FinalResult(Result result) const;
   void Prompt();
   void SendIndications();
+  [[nodiscard]] bool Busy() const { return state_ == State::kWorking || state_ == State::kNetwork; }
   [[nodiscard]] bool Idle() const { return state_ == State::kCommand && line_.empty(); }
   [[nodiscard]] bool Echoes() const;
   /// Sends the answer that was ordered in place of the true one, if any.
@@ -59,9 +67,10 @@ class AtInterpreter {
 
   ModemState& modem_;
   State state_ = State::kCommand;
-  std::string line_;       // at most kLongestLine
-  bool too_long_ = false;  // the line or message had more
-  std::string waiting_;    // input of kNetwork, at most kLongestInput
+  std::string line_;             // at most kLongestLine
+  bool too_long_ = false;        // the line or message had more
+  std::vector<AtCommand> work_;  // of kWorking
+  std::string waiting_;          // input of kWorking and kNetwork, at most kLongestInput
   std::deque<std::string> indications_;
 };
 

@@ -180,8 +180,15 @@ ConsoleLine Unplug(std::string_view rest) {
 }
 
 ConsoleLine Delay(std::string_view rest) {
-  return WithDuration(
-      rest, [](Controls& c, Controls::Duration duration) { c.modem().SetNetworkDelay(duration); });
+  const std::string_view duration = TakeWord(rest);
+  const DelayRow* row = FindDelay(rest.empty() ? "network" : rest);
+  if (row == nullptr) {
+    return Wrong(
+        fmt::format("'{}' cannot be delayed; write network, prompt, list or delete", rest));
+  }
+  return WithDuration(duration, [field = row->field](Controls& controls, Controls::Duration time) {
+    controls.modem().delays().*field = time;
+  });
 }
 
 ConsoleLine Restart(std::string_view) {
@@ -257,7 +264,7 @@ constexpr std::array kConsoleCommands{
     Command{"interrupt", "TEXT", "send it in the middle of the next PDU that is listed", Interrupt},
     Command{"garbage", "[COUNT]", "send random bytes, at once", Garbage},
     Command{"answer", "COMMAND TEXT", "answer the next +COMMAND (PDU, *) so", AnswerWith},
-    Command{"delay", "TIME", "the network takes so long to confirm", Delay},
+    Command{"delay", "TIME [WHAT]", "of the network, prompt, list or delete from now on", Delay},
     Command{"network", "on|off", "registered with a network, or not", Network},
     Command{"signal", "0..31|99", "the signal that AT+CSQ shows", Signal},
     Command{"time", "TIME|now", "the service centre's clock", Time},

@@ -43,11 +43,6 @@ std::string Entry(ModemState& modem, const StoredMessage& message) {
                                   : PduEntry(modem, message);
 }
 
-/// The header's start: "+CMGL: ".
-std::string Prefix(const ModemState& modem, const AtCommand& command) {
-  return command.name + (modem.options.quirks.Has(Quirk::kNoBlank) ? ":" : ": ");
-}
-
 /// A number in PDU mode, words in text mode; nullopt when it is neither.
 std::optional<MessageStatus> StatusFilter(const ModemState& modem, const AtCommand& command) {
   constexpr std::array kAll{MessageStatus::kUnread, MessageStatus::kRead, MessageStatus::kUnsent,
@@ -85,7 +80,8 @@ Result List(ModemState& modem, const AtCommand& command, Answer& answer) {
   std::vector<std::string> entries;
   for (auto& [index, message] : modem.store.messages()) {
     if (*filter != MessageStatus::kAll && *filter != message.status) continue;
-    entries.push_back(fmt::format("{}{},{}", Prefix(modem, command), index, Entry(modem, message)));
+    entries.push_back(
+        fmt::format("{}{},{}", modem.Header(command.name), index, Entry(modem, message)));
     MarkRead(message);
   }
   if (modem.options.quirks.Has(Quirk::kNewestFirst)) std::reverse(entries.begin(), entries.end());
@@ -106,7 +102,7 @@ Result Read(ModemState& modem, const AtCommand& command, Answer& answer) {
   if (!index) return Cms(kInvalidIndex);
   StoredMessage* message = modem.store.Find(*index);
   if (message == nullptr) return kOk;  // nothing there: no text, and no error
-  answer.push_back(Prefix(modem, command) + Entry(modem, *message));
+  answer.push_back(modem.Header(command.name) + Entry(modem, *message));
   MarkRead(*message);
   return kOk;
 }

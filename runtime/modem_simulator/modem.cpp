@@ -90,14 +90,14 @@ void Modem::Take(gsm::Octets pdu) {
   const std::string description = DescribeReceived(pdu);
   if (values[Indications::kDeliver] == 2) {  // straight through, never stored
     state_.host.Report(fmt::format("received, handed on: {}", description));
-    interpreter_.Indicate(
-        fmt::format("+CMT: ,{}\r\n{}", gsm::TpduLength(pdu), gsm::ToHexadecimal(pdu)));
+    interpreter_.Indicate(fmt::format("{},{}\r\n{}", state_.Header("+CMT"), gsm::TpduLength(pdu),
+                                      gsm::ToHexadecimal(pdu)));
     return;
   }
   const int place = state_.store.Add(MessageStatus::kUnread, std::move(pdu)).value();
   state_.host.Report(fmt::format("received, place {}: {}", place, description));
   if (announced && values[Indications::kDeliver] == 1) {
-    interpreter_.Indicate(fmt::format("+CMTI: \"SM\",{}", place));
+    interpreter_.Indicate(fmt::format("{}\"SM\",{}", state_.Header("+CMTI"), place));
   }
 }
 

@@ -26,8 +26,9 @@ class Modem {
     interpreter_.Feed(bytes);
     DeliverWaiting();
   }
-  void NetworkAnswered() {
-    interpreter_.NetworkAnswered();
+  /// The delay that the host was asked for is over.
+  void Wake() {
+    interpreter_.Wake();
     DeliverWaiting();
   }
 
@@ -42,7 +43,7 @@ class Modem {
 
   void SetSignal(int signal) { state_.signal = signal; }
   void SetRegistered(bool registered);
-  void SetNetworkDelay(std::chrono::nanoseconds delay) { state_.options.network_delay = delay; }
+  [[nodiscard]] Delays& delays() { return state_.options.delays; }
 
   // Faults.
   [[nodiscard]] Faults& faults() { return state_.faults; }

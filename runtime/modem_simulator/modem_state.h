@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "libs/gsm/pdu.h"
+#include "runtime/modem_simulator/delays.h"
 #include "runtime/modem_simulator/faults.h"
 #include "runtime/modem_simulator/message_joiner.h"
 #include "runtime/modem_simulator/message_store.h"
@@ -27,8 +28,9 @@ class ModemHost {
   virtual ~ModemHost() = default;
   /// Bytes for the controller.
   virtual void Transmit(std::string_view bytes) = 0;
-  /// Modem::NetworkAnswered is to be called after `delay`, not from within this call.
-  virtual void AwaitNetwork(std::chrono::nanoseconds delay) = 0;
+  /// Modem::Wake is to be called after `delay`, not from within this call. One call at a time
+  /// waits.
+  virtual void WakeAfter(std::chrono::nanoseconds delay) = 0;
   /// One line for the operator: what was sent, received, deleted.
   virtual void Report(std::string_view line) = 0;
   /// The service centre's clock.
@@ -38,7 +40,7 @@ class ModemHost {
 struct ModemOptions {
   std::string pin;      ///< empty: none is asked for
   int store_size = 20;  ///< places, 1..10000
-  std::chrono::nanoseconds network_delay{0};
+  Delays delays;
   Quirks quirks;
 };
 
@@ -74,6 +76,11 @@ struct ModemState {
 
   /// With a network that takes messages.
   [[nodiscard]] bool online() const { return sim.ready() && registered; }
+
+  /// The beginning of an answer or an announcement: "+CMGL: ".
+  [[nodiscard]] std::string Header(std::string_view name) const {
+    return std::string(name) + (options.quirks.Has(Quirk::kNoBlank) ? ":" : ": ");
+  }
 
   ModemOptions options;
   ModemHost& host;

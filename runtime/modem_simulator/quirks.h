@@ -25,6 +25,7 @@ enum class Quirk : std::uint8_t {
   kFilledPdu,
   kOkOnFailure,
   kWideReference,
+  kDeafWhileBusy,
 };
 
 struct QuirkRow {

@@ -92,7 +92,7 @@ Result ConfirmMessage(ModemState& modem, Answer& answer) {
     return modem.options.quirks.Has(Quirk::kOkOnFailure) ? kOk : *failure;
   }
   ++modem.message_reference;
-  answer.push_back(fmt::format("+CMGS: {}", modem.message_reference));
+  answer.push_back(fmt::format("{}{}", modem.Header("+CMGS"), modem.message_reference));
   ReportSent(modem, pdu);
   return kOk;
 }

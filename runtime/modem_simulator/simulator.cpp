@@ -39,7 +39,7 @@ Simulator::Simulator(boost::asio::io_context& io, const SimulatorOptions& option
       out_(out),
       time_(options.time),
       modem_(options.modem, *this),
-      network_timer_(io),
+      wake_timer_(io),
       hold_timer_(io),
       plug_timer_(io),
       random_(options.seed) {
@@ -97,11 +97,11 @@ void Simulator::Flush() {
   output_.clear();
 }
 
-void Simulator::AwaitNetwork(Duration delay) {
-  network_timer_.expires_after(delay);
-  network_timer_.async_wait([this](const auto& error) {
+void Simulator::WakeAfter(Duration delay) {
+  wake_timer_.expires_after(delay);
+  wake_timer_.async_wait([this](const auto& error) {
     if (error) return;
-    modem_.NetworkAnswered();
+    modem_.Wake();
     Flush();
   });
 }
@@ -131,7 +131,7 @@ void Simulator::Hold(Duration duration) {
 void Simulator::Unplug(Duration duration) {
   plugged_ = false;
   output_.clear();
-  network_timer_.cancel();
+  wake_timer_.cancel();
   modem_.PowerOff();
   for (const auto& line : lines_) line->Unplug();
   Print("unplugged for " + corvane::FormatDuration(duration));
@@ -160,7 +160,7 @@ void Simulator::Replug() {
 }
 
 void Simulator::Restart() {
-  network_timer_.cancel();
+  wake_timer_.cancel();
   modem_.PowerOn();
   for (const std::string_view line : {"RDY", "Call Ready", "SMS Ready"}) {
     modem_.SendUnsolicited(line);

@@ -59,7 +59,7 @@ class Simulator : public Controls, private ModemHost {
 
   // ModemHost
   void Transmit(std::string_view bytes) override;
-  void AwaitNetwork(Duration delay) override;
+  void WakeAfter(Duration delay) override;
   void Report(std::string_view line) override { Print(line); }
   [[nodiscard]] gsm::TimeStamp Now() override;
 
@@ -75,7 +75,7 @@ class Simulator : public Controls, private ModemHost {
   std::optional<gsm::TimeStamp> time_;
   Modem modem_;
   std::vector<std::unique_ptr<Line>> lines_;
-  boost::asio::steady_timer network_timer_;
+  boost::asio::steady_timer wake_timer_;
   boost::asio::steady_timer hold_timer_;
   boost::asio::steady_timer plug_timer_;
   std::list<boost::asio::steady_timer> later_;  // one an action that waits

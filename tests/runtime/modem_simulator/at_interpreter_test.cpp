@@ -214,8 +214,51 @@ TEST_F(AtInterpreterTest, KeepsWhatComesWhileTheNetworkHasNotAnswered) {
   modem_.Feed(std::string(kHello) + "\x1A" + "AT\r");
   EXPECT_EQ(host_.Take(), "\r\n> ") << "no confirmation yet";
   EXPECT_TRUE(host_.awaiting);
-  modem_.NetworkAnswered();
+  modem_.Wake();
   EXPECT_EQ(host_.Take(), "\r\n+CMGS: 1\r\n\r\nOK\r\n\r\nOK\r\n");
+}
+
+TEST_F(AtInterpreterTest, TakesItsTimeOverACommandAndKeepsWhatComesMeanwhile) {
+  EchoOff();
+  modem_.delays().deletion = std::chrono::seconds(5);
+  ASSERT_TRUE(modem_.Receive("+4915112345678", "hi"));
+  host_.Take();
+  modem_.Feed("AT+CMGD=1\rAT+CSQ\r");
+  ASSERT_TRUE(modem_.Receive("+4915112345678", "more"));
+  EXPECT_EQ(host_.Take(), "") << "nothing yet, not even an announcement";
+  EXPECT_EQ(host_.delay, std::chrono::seconds(5));
+  modem_.Wake();
+  EXPECT_EQ(host_.Take(), "\r\nOK\r\n\r\n+CMTI: \"SM\",2\r\n\r\n+CSQ: 20,0\r\n\r\nOK\r\n");
+}
+
+TEST_F(AtInterpreterTest, PromptsLateAndTakesTheEscapeThatCameBefore) {
+  EchoOff();
+  modem_.delays().prompt = std::chrono::seconds(5);
+  modem_.Feed("AT+CMGS=18\r\x1B\r");
+  EXPECT_EQ(host_.Take(), "");
+  modem_.Wake();
+  EXPECT_EQ(host_.Take(), "\r\n> \r\nOK\r\n");
+}
+
+TEST_F(AtInterpreterTest, ForgetsASlowCommandWithARestart) {
+  EchoOff();
+  modem_.delays().list = std::chrono::seconds(5);
+  modem_.Feed("AT+CMGL=4\r");
+  modem_.PowerOn();
+  modem_.Wake();
+  EXPECT_EQ(host_.Take(), "");
+  EXPECT_EQ(Ask("AT\r"), "AT\r\r\nOK\r\n");
+}
+
+TEST(AtInterpreterQuirks, DeafWhileBusy) {
+  FakeHost host;
+  Modem modem(With(Quirk::kDeafWhileBusy), host);
+  Exchange(modem, host, "ATE0\r");
+  Exchange(modem, host, "AT+CMGS=18\r");
+  modem.Feed(std::string(kHello) + "\x1A" + "AT+CSQ\r");
+  modem.Wake();
+  EXPECT_EQ(host.Take(), "\r\n+CMGS: 1\r\n\r\nOK\r\n") << "the command is lost";
+  EXPECT_EQ(Exchange(modem, host, "AT\r"), "\r\nOK\r\n");
 }
 
 TEST_F(AtInterpreterTest, IsSilentToLinesThatAreNoCommand) {

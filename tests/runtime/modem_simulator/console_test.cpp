@@ -120,7 +120,23 @@ TEST_F(Console, SetsSignalNetworkAndDelay) {
   EXPECT_EQ(Ask("AT+CSQ;+CREG?\r"), "\r\n+CSQ: 7,0\r\n\r\n+CREG: 0,0\r\n\r\nOK\r\n");
   Ask("AT+CMGS=18\r");
   Ask("0001000B915155101032F4000005E8329BFD06\x1A");
-  EXPECT_EQ(controls_.host.network_delay, std::chrono::seconds(2));
+  EXPECT_EQ(controls_.host.delay, std::chrono::seconds(2));
+}
+
+TEST_F(Console, SetsWhatIsSlow) {
+  Do("delay 5s prompt");
+  Do("delay 6s delete");
+  Do("delay 7s list");
+  Do("delay 8s network");
+  for (const auto& [command, delay] :
+       {std::pair("AT+CMGS=18\r", 5), std::pair("\x1B", 5), std::pair("AT+CMGD=1\r", 6),
+        std::pair("AT+CMGL\r", 7), std::pair("AT+CMGR=1\r", 7)}) {
+    Ask(command);
+    EXPECT_EQ(controls_.host.delay, std::chrono::seconds(delay)) << command;
+  }
+  Ask("AT+CMGS=18\r");
+  Ask("0001000B915155101032F4000005E8329BFD06\x1A");
+  EXPECT_EQ(controls_.host.delay, std::chrono::seconds(8));
 }
 
 TEST_F(Console, HandsOnWhatConcernsTheLine) {
@@ -170,6 +186,8 @@ TEST_F(Console, SaysWhatIsWrongAndWhatToWrite) {
       {"after soon list", "'soon' is no duration"},
       {"after 2s after 2s list", "after stands once in a line"},
       {"after 2s fial", "'fial' is no command"},
+      {"delay 5", "'5' is no duration"},
+      {"delay 5s CMGL", "'CMGL' cannot be delayed; write network, prompt, list or delete"},
       {"garbage -1", "'-1' is no number of bytes"},
       {"answer", "write a command such as +CMGF"},
       {"network maybe", "write network on or network off"},

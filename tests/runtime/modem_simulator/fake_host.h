@@ -16,9 +16,9 @@ inline constexpr char kHello[] = "0001000B915155101032F4000005E8329BFD06";
 class FakeHost : public ModemHost {
  public:
   void Transmit(std::string_view bytes) override { transmitted += bytes; }
-  void AwaitNetwork(std::chrono::nanoseconds delay) override {
+  void WakeAfter(std::chrono::nanoseconds time) override {
     awaiting = true;
-    network_delay = delay;
+    delay = time;
   }
   void Report(std::string_view line) override { reports.emplace_back(line); }
   gsm::TimeStamp Now() override { return {2026, 1, 31, 12, 0, 0, 60}; }
@@ -29,13 +29,13 @@ class FakeHost : public ModemHost {
   std::string transmitted;
   std::vector<std::string> reports;
   bool awaiting = false;
-  std::chrono::nanoseconds network_delay{0};
+  std::chrono::nanoseconds delay{0};  ///< that was asked for last
 };
 
-/// Feeds bytes, lets the network answer at once, and gives what the modem sends.
+/// Feeds bytes, lets every delay be over at once, and gives what the modem sends.
 inline std::string Exchange(Modem& modem, FakeHost& host, std::string_view bytes) {
   modem.Feed(bytes);
-  while (std::exchange(host.awaiting, false)) modem.NetworkAnswered();
+  while (std::exchange(host.awaiting, false)) modem.Wake();
   return host.Take();
 }
 

@@ -245,7 +245,7 @@ TEST_F(ModemTest, ForgetsAnUnconfirmedMessageWithoutPower) {
   modem_.Feed(std::string(kHello) + "\x1A");
   modem_.PowerOff();
   modem_.PowerOn();
-  modem_.NetworkAnswered();
+  modem_.Wake();
   EXPECT_EQ(host_.Take(), "");
 }
 
@@ -334,11 +334,11 @@ class SmallModemTest : public ModemTest {
 
 TEST_F(SmallModemTest, TakesTheNextMessageWhenOneIsDeleted) {
   ASSERT_TRUE(modem_.Receive("+1555", "one"));
-  EXPECT_EQ(host_.Take(), "\r\n+CMTI: \"SM\",0\r\n");
+  EXPECT_EQ(host_.Take(), "\r\n+CMTI:\"SM\",0\r\n");
   ASSERT_TRUE(modem_.Receive("+1555", "two"));
   EXPECT_EQ(host_.Take(), "");
   EXPECT_THAT(host_.reports.back(), HasSubstr(": two; the store is full"));
-  EXPECT_EQ(Ask("AT+CMGD=0\r"), "\r\nOK\r\n\r\n+CMTI: \"SM\",0\r\n");
+  EXPECT_EQ(Ask("AT+CMGD=0\r"), "\r\nOK\r\n\r\n+CMTI:\"SM\",0\r\n");
 }
 
 TEST_F(SmallModemTest, ShowsItsOddities) {
@@ -353,6 +353,22 @@ TEST_F(SmallModemTest, ShowsItsOddities) {
   EXPECT_THAT(Ask("AT+CMGL=0\r"), HasSubstr("0608040000"
                                             "0201"))
       << "a 16-bit reference";
+}
+
+TEST(ModemQuirks, LeavesTheBlankOutOfHeadersAndErrors) {
+  FakeHost host;
+  ModemOptions options;
+  options.quirks.Add(Quirk::kNoBlank);
+  Modem modem(options, host);
+  Exchange(modem, host, "ATE0+CMEE=1\r");
+  ASSERT_TRUE(modem.Receive("+1555", "x"));
+  EXPECT_EQ(host.Take(), "\r\n+CMTI:\"SM\",1\r\n");
+  EXPECT_THAT(Exchange(modem, host, "AT+CMGR=1\r"), HasSubstr("+CMGR:0,,"));
+  EXPECT_THAT(Exchange(modem, host, "AT+CMGL=4\r"), HasSubstr("+CMGL:1,1,,"));
+  EXPECT_EQ(Exchange(modem, host, "AT+CMGD=9\r"), "\r\n+CMS ERROR:321\r\n");
+  EXPECT_EQ(Exchange(modem, host, "AT+CPIN=1234\r"), "\r\n+CME ERROR:3\r\n");
+  Exchange(modem, host, "AT+CMGS=18\r");
+  EXPECT_EQ(Exchange(modem, host, std::string(kHello) + "\x1A"), "\r\n+CMGS:1\r\n\r\nOK\r\n");
 }
 
 TEST(ModemQuirks, ListsTheNewestFirstAndWithoutAlphaField) {

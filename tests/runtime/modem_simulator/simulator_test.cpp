@@ -20,7 +20,7 @@ class SimulatorTest : public testing::Test {
       : bench_([this] {
           SimulatorOptions options;
           options.link = link_;
-          options.modem.network_delay = milliseconds(50);
+          options.modem.delays.network = milliseconds(50);
           options.time = gsm::TimeStamp{2026, 1, 31, 12, 0, 0, 60};
           return options;
         }()),
