@@ -25,7 +25,7 @@ int __real_poll(pollfd* descriptors, nfds_t count, int timeout);
 
 namespace {
 
-/// How the connection behaves when the server's octets are used up.
+/// What the connection does when the server's octets are used up.
 enum class End { kSilence, kClose, kReset };
 
 struct Connection {
@@ -113,7 +113,7 @@ class PlainClient {
     Say("EHLO " + host);
     Expect(250, SMTP_ERR_CMD_EHLO);
     Say("AUTH LOGIN");
-    if (ReplyBehind(250) != 334) throw ECSmtp(SMTP_ERR_CMD_AUTH_LOGIN);
+    if (ReplyAfter(250) != 334) throw ECSmtp(SMTP_ERR_CMD_AUTH_LOGIN);
   }
   void Authenticate(bool has_login, bool has_password) {
     if (!has_login) throw ECSmtp(SMTP_ERR_NO_LOGIN);
@@ -121,7 +121,7 @@ class PlainClient {
     Expect(334, SMTP_ERR_UNDEF_XYZ_RESPONSE);
     if (!has_password) throw ECSmtp(SMTP_ERR_NO_PASSWORD);
     Say("czNjcmV0");  // "s3cret"
-    const int reply = ReplyBehind(334);
+    const int reply = ReplyAfter(334);
     if (reply == 535) throw ECSmtp(SMTP_ERR_BAD_LOGIN_PASS);
     if (reply != 235) throw ECSmtp(SMTP_ERR_UNDEF_XYZ_RESPONSE);
   }
@@ -142,7 +142,7 @@ class PlainClient {
   }
   void Transmit() {
     Say("DATA");
-    if (ReplyBehind(250) != 354) throw ECSmtp(SMTP_ERR_CMD_DATA);
+    if (ReplyAfter(250) != 354) throw ECSmtp(SMTP_ERR_CMD_DATA);
     in_message_ = true;
     Say("");  // the message
     Expect(250, SMTP_ERR_MSG_BODY);
@@ -157,7 +157,7 @@ class PlainClient {
   void Expect(int code, CSmtpError otherwise) {
     if (Reply() != code) throw ECSmtp(otherwise);
   }
-  int ReplyBehind(int code) {
+  int ReplyAfter(int code) {
     int reply = code;
     while (reply == code) reply = Reply();
     return reply;
@@ -193,6 +193,19 @@ void CheckSent(int code, const PlainClient& plain) {
   Require(sent.empty() || sent.ends_with("\r\n") || code == SMTP_ERR_SEND);
   Require((code == SMTP_NO_ERROR) == connection.closed);
   if (code == SMTP_NO_ERROR) Require(sent.ends_with("\r\n.\r\nQUIT\r\n"));
+}
+
+/// What a failure's log line is made of.
+void CheckProgress(const CSmtp& mail, int code) {
+  const std::string& sent = connection.sent;
+  const bool has_end = sent.find("\r\n.\r\n") != std::string::npos;
+  const auto taken = mail.progress().taken;
+  if (code == SMTP_NO_ERROR) Require(taken == SmtpProgress::Taken::kYes);
+  if (taken == SmtpProgress::Taken::kYes) Require(has_end);
+  if (taken == SmtpProgress::Taken::kNo) Require(!has_end);
+  const std::string reply = mail.ShownReply();
+  Require(reply.find("s3cret") == std::string::npos && reply.find('\n') == std::string::npos);
+  Require(mail.progress().reply.find('\n') == std::string::npos);
 }
 
 }  // namespace
@@ -251,6 +264,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const int code = plain.Send(mail.GetLocalHostName(), data[0]);
   Require(CodeOfSending(mail) == code);
   CheckSent(code, plain);
+  CheckProgress(mail, code);
   // A failed send leaves its file open; a million of them would be too many.
   if (code != SMTP_NO_ERROR) close(file);
   return 0;

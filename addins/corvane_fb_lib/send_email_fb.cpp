@@ -1,18 +1,23 @@
 // SPDX-License-Identifier: MIT
 #include "addins/corvane_fb_lib/send_email_fb.h"
 
-#include <unistd.h>
-
 #include <boost/make_shared.hpp>
+#include <chrono>
 #include <csignal>
+#include <new>
+
+#include "addins/corvane_fb_lib/send_email_log.h"
 
 DEFINE_FUNCTION_BLOCK(SendEmailFB, "SEND_EMAIL")
 
 namespace {
 
-constexpr useconds_t kPause = 100000;  // microseconds from one job to the next
+constexpr std::chrono::milliseconds kPause{100};  // from one job to the next
 
-/// Signals are for the host's threads; here one would break a wait and with it the dialogue.
+/// Blocks that are being destroyed, in all Lua states of the process.
+std::atomic<int> going{0};
+
+/// Signals are for the host's threads; here one would end a wait and with it the dialogue.
 void BlockSignals() {
   sigset_t all;
   sigfillset(&all);
@@ -33,11 +38,28 @@ const FBMetaEntry* SendEmailFB::GetMetaTable() {
 }
 
 SendEmailFB::SendEmailFB(lua_State* L, const std::string& type_name)
-    : BaseFB(L, type_name), worker(ThreadFunc, this) {}
+    : BaseFB(L, type_name), name_(NameOfBlock(type_name, L)), worker(ThreadFunc, this) {}
 
 SendEmailFB::~SendEmailFB() {
-  stopRequested = true;
+  ++going;
+  {
+    const std::lock_guard guard(pauseMutex);
+    stopRequested = true;
+  }
+  stopped.notify_one();
   worker.join();
+  LogDropped();
+  --going;
+}
+
+template <class Describe>
+void SendEmailFB::LogFailure(const ECSmtp& error, const Describe& describe) {
+  logMsgLn(error.GetErrorText().c_str());
+  try {
+    logMsgLn(describe().c_str());
+  } catch (const std::bad_alloc&) {
+    // What programs and people look for is logged already.
+  }
 }
 
 void SendEmailFB::Execute() {
@@ -52,7 +74,11 @@ void SendEmailFB::Execute() {
     SetValue("ErrStr", "");
   } catch (const ECSmtp& error) {
     SetValue("ErrStr", error.GetErrorText());
-    logMsgLn(error.GetErrorText().c_str());
+    LogFailure(error, [&] {
+      return DescribeRefusal(NameOfMail(name_, GetString("Subject"), GetString("Server"),
+                                        static_cast<unsigned short>(GetInt("Port"))),
+                             error);
+    });
   }
 }
 
@@ -99,13 +125,18 @@ void SendEmailFB::ThreadFunc(void* block) {
   auto* self = static_cast<SendEmailFB*>(block);
   while (!self->stopRequested) {
     self->SendNext();
-    usleep(kPause);
+    self->Pause();
   }
+}
+
+void SendEmailFB::Pause() {
+  std::unique_lock lock(pauseMutex);
+  stopped.wait_for(lock, kPause, [this] { return stopRequested.load(); });
 }
 
 void SendEmailFB::SendNext() {
   const tthread::lock_guard<tthread::mutex> guard(queueMutex);
-  if (jobQueue.empty()) return;
+  if (jobQueue.empty() || going > 0) return;  // see the destructor
   const boost::shared_ptr<CSmtp> job = jobQueue.front();
   jobQueue.pop_front();
   try {
@@ -113,6 +144,15 @@ void SendEmailFB::SendNext() {
     resultQueue.push_back(SMTP_NO_ERROR);
   } catch (const ECSmtp& error) {
     resultQueue.push_back(error.GetErrorNum());
-    logMsgLn(error.GetErrorText().c_str());
+    LogFailure(error, [&] { return DescribeFailure(name_, *job, error); });
+  }
+}
+
+void SendEmailFB::LogDropped() const {
+  if (jobQueue.empty()) return;
+  try {
+    logMsgLn(DescribeDropped(name_, jobQueue).c_str());
+  } catch (const std::bad_alloc&) {
+    logMsgLn("SEND_EMAIL has gone, messages were not sent");
   }
 }

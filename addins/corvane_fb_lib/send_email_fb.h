@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: MIT
 // SEND_EMAIL: sends an e-mail, optionally with one file, through an SMTP server.
-// Each block has a worker thread, which lives as long as the block and runs the SMTP dialogues, one
+// Each block has a worker thread, which lives as long as the block and runs the SMTP dialogues one
 // after the other. Execute runs on the thread of the Lua state. One mutex guards both queues; the
-// worker holds it for a whole dialogue, so that a call meanwhile waits for its end: intended.
+// worker holds it for a whole dialogue. Compatibility: so a call meanwhile waits for its end.
 #pragma once
 
 #include <atomic>
 #include <boost/shared_ptr.hpp>
+#include <condition_variable>
 #include <deque>
+#include <mutex>
 #include <string>
 
 #include "addins/corvane_fb_lib/base_fb.h"
@@ -17,9 +19,11 @@
 
 class SendEmailFB : public BaseFB<SendEmailFB> {
  public:
-  /// Starts the worker. Throws std::system_error when there is no thread to be had.
+  /// Starts the worker. Throws std::system_error when the system has no thread to give.
   SendEmailFB(lua_State* L, const std::string& type_name);
-  /// Waits for the end of a dialogue that is under way; what is still queued is dropped.
+  /// Waits for the end of a dialogue that is under way, but for no pause of the worker. What is
+  /// still queued is dropped, and logged. Meanwhile no other block begins a dialogue, so blocks
+  /// that go one after the other take no longer than the longest of their dialogues.
   ~SendEmailFB() override;
   static const FBMetaEntry* GetMetaTable();
 
@@ -30,6 +34,8 @@ class SendEmailFB : public BaseFB<SendEmailFB> {
  private:
   /// The worker's body.
   static void ThreadFunc(void* block);
+  /// Waits for the time between two jobs, or until the block is to go.
+  void Pause();
   /// Sends the oldest job, if there is one.
   void SendNext();
 
@@ -37,12 +43,19 @@ class SendEmailFB : public BaseFB<SendEmailFB> {
   /// Throws ECSmtp when the message cannot be made.
   boost::shared_ptr<CSmtp> BuildJob();
   void AddRecipients(CSmtp& job);
+  /// Logs the error's text, and what `describe` gives of the failure.
+  template <class Describe>
+  static void LogFailure(const ECSmtp& error, const Describe& describe);
+  void LogDropped() const;
 
+  std::string name_;      // for the log
   bool lastSend = false;  // `Send` at the last call
   tthread::mutex queueMutex;
   std::deque<boost::shared_ptr<CSmtp>> jobQueue;
   std::deque<int> resultQueue;
   std::atomic<bool> stopRequested{false};
+  std::mutex pauseMutex;  // for stopped alone: queueMutex is the worker's for a whole dialogue
+  std::condition_variable stopped;
   tthread::thread worker;  // last: it runs as soon as it is made
 };
 

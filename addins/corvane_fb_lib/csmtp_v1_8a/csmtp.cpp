@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The message's fields, and the buffers with what fills and empties them.
+// The message's fields, and what fills and empties the buffers.
 #include "addins/corvane_fb_lib/csmtp_v1_8a/csmtp.h"
 
 #include <sys/socket.h>
@@ -10,6 +10,7 @@
 #include <cstring>
 #include <new>
 
+#include "addins/corvane_fb_lib/csmtp_v1_8a/shown_reply.h"
 #include "addins/corvane_fb_lib/csmtp_v1_8a/smtp_socket.h"
 
 using smtp_socket::Direction;
@@ -46,7 +47,7 @@ CSmtp::CSmtp() {
 CSmtp::~CSmtp() = default;
 
 const char* CSmtp::GetLocalHostName() const {
-  ReadHostName();  // for its errors; the name is the one that EHLO says. Intended.
+  ReadHostName();  // for its errors only: the name stays the one that EHLO gives
   return localHostName.c_str();
 }
 
@@ -128,14 +129,19 @@ void CSmtp::ReceiveData() {
   for (std::size_t count = 0;; ++count) {
     smtp_socket::Wait(hSocket, Direction::kRead, budget);
     if (count == kBufferSize) throw ECSmtp(SMTP_ERR_LACK_OF_MEMORY);
-    // At the end of the connection nothing is read, which uses up a place all the same: the
+    // At the end of the connection nothing is read, but a place is used up all the same, so the
     // buffer is full at once.
     RecvBuf[count] = '\0';
     if (recv(hSocket, &RecvBuf[count], 1, 0) < 0) throw ECSmtp(SMTP_ERR_RECV);
     if (RecvBuf[count] != '\n') continue;
     RecvBuf[count + 1] = '\0';
+    progress_.reply.assign(RecvBuf.get(), count);
     return;
   }
+}
+
+std::string CSmtp::ShownReply() const {
+  return ::ShownReply(progress_.reply, login, password);
 }
 
 int CSmtp::SmtpXYZdigits() const {

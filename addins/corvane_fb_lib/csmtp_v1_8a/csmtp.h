@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // CSmtp: one e-mail, and the SMTP session (RFC 5321) that hands it to a server over plain TCP with
-// AUTH LOGIN. An object is filled, sent and destroyed. Failures are thrown as ECSmtp.
+// AUTH LOGIN. An object is filled, sent and destroyed. Failures are thrown as ECSmtp; what else is
+// known of one, progress() and ShownReply() tell.
 // Threads: one at a time; several objects may send at once.
 #pragma once
 
@@ -21,6 +22,19 @@ struct Recipient {
   std::string Mail;  ///< address
 };
 
+/// How far a dialogue has come.
+struct SmtpProgress {
+  /// Whether the server has the message.
+  enum class Taken {
+    kNo,
+    kUnknown,  ///< its end was sent, or partly; an answer has not come
+    kYes,      ///< the server has confirmed it
+  };
+  std::string step;  ///< what was done last, for people: "connecting", "after DATA"
+  Taken taken = Taken::kNo;
+  std::string reply;  ///< the server's last whole line as it came; empty: none yet
+};
+
 /// Texts are taken as they are: no syntax is checked, and a line break in a header field or an
 /// address is sent as such. A text ends at its first NUL.
 class CSmtp {
@@ -32,14 +46,20 @@ class CSmtp {
   CSmtp();
   CSmtp(const CSmtp&) = delete;
   CSmtp& operator=(const CSmtp&) = delete;
-  /// Leaves the connection of a failed Send open: intended.
+  /// Leaves the connection of a failed Send open. Compatibility: a server that answers late then
+  /// still finds its client, and keeps a message that it has read to the end.
   virtual ~CSmtp();
 
   /// Sends the message; returns when the server has taken it and has answered QUIT. It may be
-  /// called again. Each reply, and each 10 KB sent, has ten seconds. On an error the connection,
-  /// and the attachment that was just being read, stay open: intended.
-  /// Throws ECSmtp: any code that ecsmtp.h marks but 206 and 412.
+  /// called again. Each reply, and each 10 KB sent, has ten seconds. On an error the connection
+  /// and the attachment that was being read stay open, as at the destructor.
+  /// Throws ECSmtp: every code that ecsmtp.h marks except 206 and 412.
   void Send();
+  /// How far the last Send has come.
+  [[nodiscard]] const SmtpProgress& progress() const { return progress_; }
+  /// The server's last line for a log: one printable line, cut where it is long, without
+  /// the login and any piece of the password, both plain and as Base64. Empty: none yet.
+  [[nodiscard]] std::string ShownReply() const;
 
   /// A connected, non-blocking socket, the caller's to close. See smtp_socket::Connect.
   int ConnectRemoteServer(const char* server, unsigned short port);
@@ -58,7 +78,7 @@ class CSmtp {
   /// 408 no room; `header` is then as it was. Send has no such limit.
   void FormatHeader(char* header) const;
 
-  // Setters, in place of the whole text. No pointer may be null.
+  // Setters: each replaces the whole text. No pointer may be null.
   void SetSenderMail(const char* mail) { mailFrom = mail; }
   void SetSenderName(const char* name) { senderName = name; }
   void SetSubject(const char* text) { subject = text; }
@@ -71,6 +91,8 @@ class CSmtp {
   /// Any other value counts as normal.
   void SetXPriority(CSmptXPriority priority) { xPriority = priority; }
 
+  [[nodiscard]] const char* GetSMTPServer() const { return smtpServer.c_str(); }
+  [[nodiscard]] unsigned short GetSMTPPort() const { return smtpPort; }
   [[nodiscard]] const char* GetMailFrom() const { return mailFrom.c_str(); }
   [[nodiscard]] const char* GetSenderName() const { return senderName.c_str(); }
   [[nodiscard]] const char* GetSubject() const { return subject.c_str(); }
@@ -88,10 +110,10 @@ class CSmtp {
   void AddRecipient(const char* email, const char* name = nullptr);
   void AddCCRecipient(const char* email, const char* name = nullptr);
   void AddBCCRecipient(const char* email, const char* name = nullptr);
-  /// One line of the body, without its line end. Line breaks in it are not looked at.
+  /// One line of the body, without its line end. Line breaks in it are sent as they are.
   void AddMsgLine(const char* text) { msgLines.emplace_back(text); }
-  /// A file, which is opened by Send. Only a backslash separates folders in the name that the
-  /// receiver sees: intended.
+  /// A file, which Send opens. Compatibility: only a backslash separates folders, so the receiver
+  /// sees a path with slashes whole.
   void AddAttachment(const char* path);
 
   void DelRecipients() { recipients.clear(); }
@@ -99,7 +121,7 @@ class CSmtp {
   void DelBCCRecipients() { bccRecipients.clear(); }
   void DelMsgLines() { msgLines.clear(); }
   void DelAttachments() { attachments.clear(); }
-  /// Removes line n, from 0. n = GetMsgLines() removes the last one, if any: intended.
+  /// Removes line n, from 0. Compatibility: n = GetMsgLines() removes the last line, if any.
   /// Throws ECSmtp 412 when n is greater.
   void DelMsgLine(unsigned int n);
   /// Replaces line n, from 0; a null text does nothing.
@@ -114,9 +136,11 @@ class CSmtp {
 
   // The dialogue, stage by stage (csmtp_dialogue.cpp).
   void RunDialogue();
+  void Enter(std::string step, SmtpProgress::Taken taken = SmtpProgress::Taken::kNo);
   void Greet();
   void Authenticate();
   void SendEnvelope();
+  void SendRecipient(const Recipient& recipient);
   void SendMessage();
   void SendAttachments();
   void SendFile(AttachmentFile& file, std::size_t size);
@@ -139,11 +163,12 @@ class CSmtp {
   std::string smtpServer;
   unsigned short smtpPort = 0;
   CSmptXPriority xPriority = XPRIORITY_NORMAL;
-  // Both with one place more, for the NUL behind a full buffer.
+  // Both have one more place, for the NUL after a full buffer.
   std::unique_ptr<char[]> SendBuf;  // the text that SendData sends
   std::unique_ptr<char[]> RecvBuf;  // the last reply line
   int hSocket = 0;                  // of the current connection; 0 after a good end
   std::vector<Recipient> recipients, ccRecipients, bccRecipients;
   std::vector<std::string> attachments;
   std::vector<std::string> msgLines;
+  SmtpProgress progress_;
 };

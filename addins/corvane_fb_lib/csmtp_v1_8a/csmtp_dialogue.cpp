@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
-// What client and server say to each other, in the order of RFC 5321 with AUTH LOGIN.
+// The dialogue of client and server, in the order of RFC 5321 with AUTH LOGIN.
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <new>
 #include <span>
+#include <utility>
 
 #include "addins/corvane_fb_lib/base64.h"
 #include "addins/corvane_fb_lib/csmtp_v1_8a/attachment_file.h"
@@ -14,7 +15,7 @@
 namespace {
 
 constexpr std::size_t kBlockSize = 54;      // bytes of a file in one line of 72 characters
-constexpr std::size_t kBlocksOfBatch = 92;  // that are sent at once: about 5 KB of the file
+constexpr std::size_t kBlocksOfBatch = 92;  // sent at once: about 5 KB of the file
 static_assert(kBlocksOfBatch * (base64_length(kBlockSize) + 2) < CSmtp::kBufferSize);
 
 std::string Base64Line(const std::string& text) {
@@ -32,12 +33,20 @@ void CSmtp::Send() {
   }
 }
 
+void CSmtp::Enter(std::string step, SmtpProgress::Taken taken) {
+  progress_.step = std::move(step);
+  progress_.taken = taken;
+}
+
 void CSmtp::RunDialogue() {
+  progress_ = {};
+  Enter("connecting");
   hSocket = ConnectRemoteServer(smtpServer.c_str(), smtpPort);
   Greet();
   Authenticate();
   SendEnvelope();
   SendMessage();
+  Enter("after QUIT", SmtpProgress::Taken::kYes);
   SendText("QUIT\r\n");
   if (ReadReply() != 221) throw ECSmtp(SMTP_ERR_CMD_QUIT);
   close(hSocket);
@@ -45,19 +54,24 @@ void CSmtp::RunDialogue() {
 }
 
 void CSmtp::Greet() {
+  Enter("waiting for the greeting");
   if (ReadReply() != 220) throw ECSmtp(SMTP_ERR_SERVER_NOT_READY);
+  Enter("after EHLO");
   SendText("EHLO " + (localHostName.empty() ? "domain" : localHostName) + "\r\n");
   if (ReadReply() != 250) throw ECSmtp(SMTP_ERR_CMD_EHLO);
 }
 
 void CSmtp::Authenticate() {
+  Enter("after AUTH LOGIN");
   SendText("AUTH LOGIN\r\n");
-  // The further lines of EHLO's reply come first.
+  // The remaining lines of the reply to EHLO come first.
   if (ReadReplyOtherThan(250) != 334) throw ECSmtp(SMTP_ERR_CMD_AUTH_LOGIN);
   if (login.empty()) throw ECSmtp(SMTP_ERR_NO_LOGIN);
+  Enter("after the login");
   SendText(Base64Line(login));
   if (ReadReply() != 334) throw ECSmtp(SMTP_ERR_UNDEF_XYZ_RESPONSE);
   if (password.empty()) throw ECSmtp(SMTP_ERR_NO_PASSWORD);
+  Enter("after the password");
   SendText(Base64Line(password));
   const int code = ReadReplyOtherThan(334);
   if (code == 535) throw ECSmtp(SMTP_ERR_BAD_LOGIN_PASS);
@@ -66,34 +80,43 @@ void CSmtp::Authenticate() {
 
 void CSmtp::SendEnvelope() {
   if (mailFrom.empty()) throw ECSmtp(SMTP_ERR_NO_SENDER);
+  Enter("after MAIL FROM:<" + mailFrom + ">");
   SendText("MAIL FROM:<" + mailFrom + ">\r\n");
   if (ReadReply() != 250) throw ECSmtp(SMTP_ERR_CMD_MAIL_FROM);
 
   if (recipients.empty()) throw ECSmtp(SMTP_ERR_NO_RECIPIENTS);
-  // After a refusal the next reply is awaited, though no server says more than it was asked: so a
-  // refused recipient ends in 402. The count starts once and is compared once. Intended.
+  // Compatibility: after a refusal another reply is awaited, though no server sends one, so a
+  // refused recipient ends in 402. One count for all recipients is compared once, after the last.
   auto accepted = static_cast<std::ptrdiff_t>(recipients.size());
   for (const Recipient& recipient : recipients) {
-    SendText("RCPT TO:<" + recipient.Mail + ">\r\n");
+    SendRecipient(recipient);
     while (ReadReply() != 250) --accepted;
   }
   if (accepted == 0) throw ECSmtp(SMTP_ERR_CMD_RCPT_TO);
   for (const auto* list : {&ccRecipients, &bccRecipients}) {
     for (const Recipient& recipient : *list) {
-      SendText("RCPT TO:<" + recipient.Mail + ">\r\n");
+      SendRecipient(recipient);
       while (ReadReply() != 250) {
       }
     }
   }
 }
 
+void CSmtp::SendRecipient(const Recipient& recipient) {
+  Enter("after RCPT TO:<" + recipient.Mail + ">");
+  SendText("RCPT TO:<" + recipient.Mail + ">\r\n");
+}
+
 void CSmtp::SendMessage() {
+  Enter("after DATA");
   SendText("DATA\r\n");
   if (ReadReplyOtherThan(250) != 354) throw ECSmtp(SMTP_ERR_CMD_DATA);
+  Enter("while the message was being sent");
   SendText(ComposeHeader(), Next::kMoreText);
   for (const std::string& line : msgLines) SendText(line + "\r\n", Next::kMoreText);
   if (msgLines.empty()) SendText(" \r\n", Next::kMoreText);
   SendAttachments();
+  Enter("after the end of the message", SmtpProgress::Taken::kUnknown);
   SendText("\r\n.\r\n");
   if (ReadReply() != 250) throw ECSmtp(SMTP_ERR_MSG_BODY);
 }
@@ -113,8 +136,7 @@ void CSmtp::SendAttachments() {
 
 void CSmtp::SendFile(AttachmentFile& file, std::size_t size) {
   std::array<unsigned char, kBlocksOfBatch * kBlockSize> bytes;
-  // Where the size is a multiple of the block, the last block is empty and has its line end all the
-  // same: intended.
+  // Compatibility: where the size is a multiple of the block, an empty last block adds a line end.
   for (std::size_t left = size / kBlockSize + 1; left > 0;) {
     const std::size_t blocks = std::min(left, kBlocksOfBatch);
     const std::size_t length = file.Read({bytes.data(), blocks * kBlockSize});
