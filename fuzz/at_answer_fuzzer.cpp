@@ -19,6 +19,7 @@ namespace {
 using corvane::AtAnswer;
 using corvane::KindOfLine;
 using corvane::LineKind;
+using corvane::ModemRequest;
 using corvane::RequestKind;
 using State = AtAnswer::State;
 
@@ -55,11 +56,12 @@ struct Outcome {
 
 Outcome Answer(const Request& request, std::string_view octets) {
   Outcome outcome;
-  AtAnswer answer(request.text, std::string(request.own_name),
-                  [&](std::string_view line, LineKind kind) {
-                    Require(kind == KindOfLine(line));
-                    outcome.foreign.emplace_back(line);
-                  });
+  ModemRequest sent{std::string(request.text)};
+  sent.name = request.own_name;
+  AtAnswer answer(sent, [&](std::string_view line, LineKind kind) {
+    Require(kind == KindOfLine(line));
+    outcome.foreign.emplace_back(line);
+  });
   for (const char octet : octets) {
     if (answer.state() == State::kOpen) ++outcome.octets;
     answer.Feed(octet);  // has no effect after the end
@@ -78,7 +80,8 @@ Outcome Answer(const Request& request, std::string_view octets) {
 class EndFinder {
  public:
   explicit EndFinder(const Request& request)
-      : own_(std::string(request.own_name) + ':'), kind_(corvane::KindOfRequest(request.text)) {}
+      : own_(std::string(request.own_name) + ':'),
+        kind_(ModemRequest(std::string(request.text)).kind) {}
 
   State Feed(char octet) {
     if (EndsLine(octet)) return EndLine();

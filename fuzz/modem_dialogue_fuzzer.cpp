@@ -19,7 +19,7 @@ namespace {
 
 using corvane::AtAnswer;
 using corvane::ExchangeResult;
-using corvane::KindOfRequest;
+using corvane::ModemRequest;
 using corvane::RequestKind;
 using State = AtAnswer::State;
 
@@ -61,10 +61,10 @@ class Modem : public corvane::SerialLine {
   std::string loss_;
 };
 
-ExchangeResult Expected(std::string_view request, std::string_view octets) {
-  const bool is_text = KindOfRequest(request) == RequestKind::kText;
-  AtAnswer answer(request, corvane::CommandName(is_text ? kAnnouncement : request),
-                  [](std::string_view, corvane::LineKind) {});
+ExchangeResult Expected(ModemRequest request, std::string_view octets) {
+  const bool is_text = request.kind == RequestKind::kText;
+  if (is_text) request.name = "+CMGS";
+  AtAnswer answer(request, [](std::string_view, corvane::LineKind) {});
   for (const char octet : octets) answer.Feed(octet);
   answer.End();
   const bool has_end = answer.state() == State::kFinal || answer.state() == State::kPrompt;
@@ -88,15 +88,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   static corvane::ModemStatus status;
   spdlog::set_level(spdlog::level::off);
   if (size < 2) return 0;
-  const std::string_view request = kRequests[data[0] % kRequests.size()];
+  const ModemRequest announcement{std::string(kAnnouncement)};
+  const ModemRequest request{std::string(kRequests[data[0] % kRequests.size()])};
   const std::string octets(data + 2, data + size);
 
   corvane::ModemDialogue dialogue(target, loop, status);
-  dialogue.Attach(std::make_unique<Modem>(request, octets, std::size_t{data[1]} + 1));
-  if (KindOfRequest(request) == RequestKind::kText) {
-    Require(dialogue.Exchange(kAnnouncement, kTimeout).text == ">");
+  dialogue.Attach(std::make_unique<Modem>(request.octets, octets, std::size_t{data[1]} + 1));
+  if (request.kind == RequestKind::kText) {
+    Require(dialogue.Exchange(announcement, kTimeout).text == ">");
   }
   Require(Equal(dialogue.Exchange(request, kTimeout), Expected(request, octets)));
-  Require(dialogue.Exchange("AT+CMGF=0\r", kTimeout).text == "OK\r\n");
+  Require(dialogue.Exchange(ModemRequest("AT+CMGF=0\r"), kTimeout).text == "OK\r\n");
   return 0;
 }

@@ -2,29 +2,21 @@
 #include "runtime/modem_driver/at_answer.h"
 
 #include <algorithm>
-#include <array>
 #include <charconv>
 #include <optional>
 #include <utility>
 
+#include "runtime/modem_driver/ascii.h"
+
 namespace corvane {
 namespace {
 
-constexpr char kCtrlZ = 0x1A;
 constexpr std::string_view kLineEnd = "\r\n";
-// 3GPP TS 27.005 clauses 3.5.1 and 3.5.3: the commands that a text follows.
-constexpr std::array<std::string_view, 2> kAnnouncements{"+CMGS", "+CMGW"};
-// 3GPP TS 27.005 clauses 3.4.2 and 3.4.3: the commands that messages answer.
-constexpr std::array<std::string_view, 2> kLists{"+CMGL", "+CMGR"};
 /// A line with so many hexadecimal digits in front is a PDU, whatever noise it ends with.
 constexpr std::size_t kCertainlyHex = 8;
 
 bool BeginsWith(std::string_view text, std::string_view beginning) {
   return text.substr(0, beginning.size()) == beginning;
-}
-
-char Upper(char c) {
-  return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
 }
 
 int HexDigit(char c) {
@@ -61,37 +53,13 @@ bool IsSubsequence(std::string_view part, std::string_view whole) {
 
 }  // namespace
 
-RequestKind KindOfRequest(std::string_view request) {
-  if (!request.empty() && request.back() == kCtrlZ) return RequestKind::kText;
-  const std::string name = CommandName(request);
-  const auto is_one_of = [&name](const auto& names) {
-    return std::find(names.begin(), names.end(), name) != names.end();
-  };
-  if (is_one_of(kLists)) return RequestKind::kList;
-  const bool sets =
-      request.find('=') != std::string_view::npos && request.find('?') == std::string_view::npos;
-  return sets && is_one_of(kAnnouncements) ? RequestKind::kAnnouncement : RequestKind::kCommand;
-}
-
-std::string CommandName(std::string_view request) {
-  if (request.size() < 3 || Upper(request[0]) != 'A' || Upper(request[1]) != 'T') return {};
-  const std::string_view rest = request.substr(2);
-  if (std::string_view("+^*#$%_&").find(rest.front()) == std::string_view::npos) return {};
-  const auto end = std::find_if(rest.begin() + 1, rest.end(), [](char c) {
-    return !(c >= '0' && c <= '9') && !(Upper(c) >= 'A' && Upper(c) <= 'Z');
-  });
-  std::string name(rest.begin(), end);
-  std::transform(name.begin(), name.end(), name.begin(), Upper);
-  return name;
-}
-
-AtAnswer::AtAnswer(std::string_view request, std::string own_name, ForeignLine foreign_line)
-    : request_(request),
-      own_name_(std::move(own_name)),
-      kind_(KindOfRequest(request)),
+AtAnswer::AtAnswer(const ModemRequest& request, ForeignLine foreign_line)
+    : sent_(request.octets),
+      own_name_(request.name),
+      kind_(request.kind),
       foreign_line_(std::move(foreign_line)) {
-  while (!request_.empty() && (request_.back() == '\r' || request_.back() == kCtrlZ)) {
-    request_.remove_suffix(1);
+  while (!sent_.empty() && (sent_.back() == '\r' || sent_.back() == kCtrlZ)) {
+    sent_.remove_suffix(1);
   }
 }
 
@@ -242,8 +210,8 @@ bool AtAnswer::IsOwn(std::string_view line) const {
 
 bool AtAnswer::IsEcho(std::string_view line) const {
   const bool begins_command = line.size() >= 2 && Upper(line[0]) == 'A' && Upper(line[1]) == 'T';
-  return begins_command || IsSubsequence(line, request_) ||
-         (!request_.empty() && line.find(request_) != std::string_view::npos);
+  return begins_command || IsSubsequence(line, sent_) ||
+         (!sent_.empty() && line.find(sent_) != std::string_view::npos);
 }
 
 bool AtAnswer::IsPromptAllowed() const {

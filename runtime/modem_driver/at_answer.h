@@ -11,22 +11,9 @@
 #include <string_view>
 
 #include "runtime/modem_driver/line_kind.h"
+#include "runtime/modem_driver/modem_request.h"
 
 namespace corvane {
-
-/// What a request is, and so how its answer ends.
-enum class RequestKind : std::uint8_t {
-  kCommand,
-  kList,          ///< AT+CMGL, AT+CMGR: headers, each with its PDU on the line behind it
-  kAnnouncement,  ///< AT+CMGS=, AT+CMGW=: a prompt follows
-  kText,          ///< what is written at the prompt; ends with Ctrl-Z
-};
-
-[[nodiscard]] RequestKind KindOfRequest(std::string_view request);
-
-/// The name that the lines of a command's answer begin with: "+CMGL" for "at+cmgl=0\r"; empty for
-/// commands without one.
-[[nodiscard]] std::string CommandName(std::string_view request);
 
 /// The answer to one request.
 ///
@@ -52,8 +39,7 @@ class AtAnswer {
   using ForeignLine = std::function<void(std::string_view line, LineKind kind)>;
 
   /// @param request borrowed: must outlive this
-  /// @param own_name see CommandName; for text that of the command which announced it
-  AtAnswer(std::string_view request, std::string own_name, ForeignLine foreign_line);
+  AtAnswer(const ModemRequest& request, ForeignLine foreign_line);
 
   /// Takes the next octet; none after the state has left kOpen.
   State Feed(char octet);
@@ -92,8 +78,8 @@ class AtAnswer {
   [[nodiscard]] bool IsPromptAllowed() const;
   [[nodiscard]] bool PduIsComplete() const;
 
-  std::string_view request_;
-  std::string own_name_;
+  std::string_view sent_;  // without its end
+  std::string_view own_name_;
   RequestKind kind_;
   ForeignLine foreign_line_;
   State state_ = State::kOpen;

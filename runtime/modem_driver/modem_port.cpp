@@ -172,7 +172,8 @@ std::optional<ModemPort::Request> ModemPort::AskForRequest(std::uint64_t id) {
     return std::nullopt;
   }
   const milliseconds timeout(std::max<std::int32_t>(data.timeout, 1));
-  return Request{id, {buffer.data(), static_cast<std::size_t>(length)}, timeout, on_reply};
+  std::string octets(buffer.data(), static_cast<std::size_t>(length));
+  return Request{id, ModemRequest(std::move(octets)), timeout, on_reply};
 }
 
 ExchangeResult ModemPort::Carry(const Request& request) {
@@ -183,7 +184,7 @@ ExchangeResult ModemPort::Carry(const Request& request) {
     KeepLine();
   }
   if (!open_) return {};
-  return dialogue_.Exchange(request.octets, request.timeout);
+  return dialogue_.Exchange(request.request, request.timeout);
 }
 
 void ModemPort::HandOver(const Request& request, ExchangeResult& result) {

@@ -56,7 +56,7 @@ class ModemPort {
   /// What a client wants to be sent.
   struct Request {
     std::uint64_t client;
-    std::string octets;
+    ModemRequest request;
     std::chrono::milliseconds timeout;
     PortDriverReplyFunction on_reply;
   };

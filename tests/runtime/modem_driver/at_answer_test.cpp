@@ -10,10 +10,8 @@
 namespace {
 
 using corvane::AtAnswer;
-using corvane::CommandName;
-using corvane::KindOfRequest;
 using corvane::LineKind;
-using corvane::RequestKind;
+using corvane::ModemRequest;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -31,12 +29,13 @@ struct Outcome {
   std::vector<std::string> foreign;
 };
 
-Outcome Answer(const std::string& request, std::string_view octets, std::string_view name = "") {
+Outcome Answer(const std::string& octets_sent, std::string_view octets,
+               std::string_view name = "") {
   Outcome outcome;
-  const std::string own = name.empty() ? CommandName(request) : std::string(name);
-  AtAnswer answer(request, own, [&outcome](std::string_view line, LineKind) {
-    outcome.foreign.emplace_back(line);
-  });
+  ModemRequest request(octets_sent);
+  if (!name.empty()) request.name = name;
+  AtAnswer answer(
+      request, [&outcome](std::string_view line, LineKind) { outcome.foreign.emplace_back(line); });
   for (const char c : octets) {
     if (answer.state() != AtAnswer::State::kOpen) break;
     answer.Feed(c);
@@ -236,7 +235,8 @@ TEST(AtAnswer, UnknownLinesAreNeverHandedOverAsAListOrAsTheAnswerToAText) {
 }
 
 TEST(AtAnswer, CountsTheOctetsOfItsOwnLinesAlsoWhereOneIsStillComing) {
-  AtAnswer answer(kList, "+CMGL", [](std::string_view, LineKind) {});
+  const ModemRequest list(kList);
+  AtAnswer answer(list, [](std::string_view, LineKind) {});
   const auto feed = [&answer](const std::string& octets) {
     for (const char octet : octets) answer.Feed(octet);
     return answer.octets();
@@ -272,7 +272,8 @@ TEST(AtAnswer, ALineWithoutEndFailsWithBoundedMemory) {
 }
 
 TEST(AtAnswer, AListThatNeverEndsFailsWithBoundedMemory) {
-  AtAnswer answer(kList, "+CMGL", [](std::string_view, LineKind) {});
+  const ModemRequest list(kList);
+  AtAnswer answer(list, [](std::string_view, LineKind) {});
   const std::string entry = Entry(1);
   std::size_t fed = 0;
   while (answer.state() == AtAnswer::State::kOpen && fed < 2 * AtAnswer::kMaxText) {
@@ -311,27 +312,6 @@ TEST(AtAnswer, RandomOctetsNeverBreakIt) {
       EXPECT_LE(outcome.text.size(), 3 * octets.size() + 8);
     }
   }
-}
-
-TEST(KindOfRequest, TellsCommandsListsAnnouncementsAndTextsApart) {
-  EXPECT_EQ(KindOfRequest("AT+CMGF=0\r"), RequestKind::kCommand);
-  EXPECT_EQ(KindOfRequest("AT+CMGL=0\r"), RequestKind::kList);
-  EXPECT_EQ(KindOfRequest("at+cmgr=3\r"), RequestKind::kList);
-  EXPECT_EQ(KindOfRequest("AT+CMGS=18\r"), RequestKind::kAnnouncement);
-  EXPECT_EQ(KindOfRequest("at+cmgw=18\r"), RequestKind::kAnnouncement);
-  EXPECT_EQ(KindOfRequest("AT+CMGW=18\r"), RequestKind::kAnnouncement);
-  EXPECT_EQ(KindOfRequest("AT+CMGS=?\r"), RequestKind::kCommand);
-  EXPECT_EQ(KindOfRequest(kText), RequestKind::kText);
-  EXPECT_EQ(KindOfRequest(""), RequestKind::kCommand);
-}
-
-TEST(CommandName, IsWhatTheLinesOfTheAnswerBeginWith) {
-  EXPECT_EQ(CommandName("AT+CMGL=0\r"), "+CMGL");
-  EXPECT_EQ(CommandName("at+cmgl=0\r"), "+CMGL");
-  EXPECT_EQ(CommandName("AT^SM20?\r"), "^SM20");
-  EXPECT_EQ(CommandName("ATE0\r"), "");
-  EXPECT_EQ(CommandName("AT\r"), "");
-  EXPECT_EQ(CommandName(kPdu), "");
 }
 
 }  // namespace

@@ -49,6 +49,10 @@ class ModemDialogueTest : public testing::Test {
  protected:
   ModemDialogueTest() { dialogue_.Attach(std::make_unique<Line>(wire_)); }
 
+  ExchangeResult Exchange(const std::string& request) {
+    return dialogue_.Exchange(ModemRequest(request), kTimeout);
+  }
+
   Wire wire_;
   ModemTarget target_;
   WaitLoop loop_;
@@ -57,18 +61,18 @@ class ModemDialogueTest : public testing::Test {
 };
 
 TEST_F(ModemDialogueTest, SendsNoTextToAModemThatHasStartedAnewBehindItsPrompt) {
-  ASSERT_EQ(dialogue_.Exchange("AT+CMGS=18\r", kTimeout).text, ">");
+  ASSERT_EQ(Exchange("AT+CMGS=18\r").text, ">");
   wire_.coming = "\r\nRDY\r\n";
-  EXPECT_FALSE(dialogue_.Exchange(kText, kTimeout).answered);
+  EXPECT_FALSE(Exchange(kText).answered);
   EXPECT_THAT(wire_.written, testing::Not(testing::Contains(kText)));
-  EXPECT_EQ(dialogue_.Exchange("AT+CMGF=0\r", kTimeout).text, "OK\r\n");
+  EXPECT_EQ(Exchange("AT+CMGF=0\r").text, "OK\r\n");
 }
 
 TEST_F(ModemDialogueTest, SendsNoTextToAModemThatStartsAnewInThePauseBehindItsPrompt) {
   target_.prompt_pause = std::chrono::milliseconds(100);
-  ASSERT_EQ(dialogue_.Exchange("AT+CMGS=18\r", kTimeout).text, ">");
+  ASSERT_EQ(Exchange("AT+CMGS=18\r").text, ">");
   wire_.coming_in_pauses = "\r\nRDY\r\n";
-  EXPECT_FALSE(dialogue_.Exchange(kText, kTimeout).answered);
+  EXPECT_FALSE(Exchange(kText).answered);
   EXPECT_THAT(wire_.written, testing::Not(testing::Contains(kText)));
 }
 

@@ -1,0 +1,109 @@
+// SPDX-License-Identifier: MIT
+#include "runtime/modem_driver/at_line.h"
+
+#include <spdlog/spdlog.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "libs/base/printable.h"
+
+namespace corvane {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+constexpr milliseconds kQuiet(100);      // so long without an octet: the modem has said all
+constexpr milliseconds kMaxNoise(1000);  // a modem that is never quiet is not waited for
+/// Octets that belong to no answer lengthen an exchange to so many time-outs at most.
+constexpr int kMaxTimeouts = 5;
+constexpr std::size_t kMaxStray = 256;
+
+/// Octets take ten bits each, with start and stop.
+milliseconds TimeOnLine(std::size_t octets, unsigned baud) {
+  return milliseconds(octets * 10 * 1000 / baud);
+}
+
+}  // namespace
+
+AtLine::AtLine(const ModemTarget& target, ForeignLine foreign_line)
+    : target_(target), foreign_line_(std::move(foreign_line)) {}
+
+void AtLine::Open(std::unique_ptr<SerialLine> line) {
+  line_ = std::move(line);
+  stray_.clear();
+}
+
+bool AtLine::Write(std::string_view octets, milliseconds timeout) {
+  Trace('>', octets);
+  return line_->Write(octets, steady_clock::now() + timeout);
+}
+
+void AtLine::Collect(AtAnswer& answer, std::size_t sent, milliseconds timeout) {
+  // The system has taken the request; a slow line needs its time for it still.
+  SteadyTime last_octet = steady_clock::now() + TimeOnLine(sent, target_.baud);
+  SteadyTime last_own = last_octet;
+  std::size_t own = 0;
+  while (answer.state() == AtAnswer::State::kOpen) {
+    const auto deadline = std::min(last_octet + timeout, last_own + kMaxTimeouts * timeout);
+    const std::string_view octets = line_->Read(deadline);
+    if (octets.empty()) {
+      answer.End();
+      return;
+    }
+    Feed(answer, octets);
+    last_octet = steady_clock::now();
+    if (answer.octets() > own) {
+      own = answer.octets();
+      last_own = last_octet;
+    }
+  }
+}
+
+void AtLine::DropUntil(SteadyTime time) {
+  if (line_ == nullptr) return;
+  for (;;) {
+    const std::string_view octets = line_->Read(time);
+    if (octets.empty()) return;
+    Drop(octets);
+  }
+}
+
+void AtLine::DropUntilQuiet() {
+  const SteadyTime end = steady_clock::now() + kMaxNoise;
+  while (steady_clock::now() < end) {
+    const std::string_view octets = line_->Read(steady_clock::now() + kQuiet);
+    if (octets.empty()) return;
+    Drop(octets);
+  }
+}
+
+void AtLine::Trace(char direction, std::string_view octets) const {
+  if (!spdlog::should_log(spdlog::level::trace)) return;
+  spdlog::trace("modem port {}: {} {}", target_.port, direction, Printable(octets));
+}
+
+void AtLine::Feed(AtAnswer& answer, std::string_view octets) {
+  Trace('<', octets);
+  std::size_t used = 0;
+  while (used < octets.size() && answer.state() == AtAnswer::State::kOpen) {
+    answer.Feed(octets[used++]);
+  }
+  stray_.clear();
+  if (used < octets.size()) Drop(octets.substr(used));
+}
+
+void AtLine::Drop(std::string_view octets) {
+  Trace('x', octets);
+  for (const char c : octets) {
+    if (c == '\r' || c == '\n') {
+      const std::string line = std::exchange(stray_, {});
+      if (!line.empty()) foreign_line_(line, KindOfLine(line));
+    } else if (stray_.size() < kMaxStray) {
+      stray_ += c;
+    }
+  }
+}
+
+}  // namespace corvane

@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: MIT
+// The octets to and from a modem: requests written, answers collected, everything else dropped line
+// by line and traced.
+// Threads: the port's own.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "runtime/modem_driver/at_answer.h"
+#include "runtime/modem_driver/modem_target.h"
+#include "runtime/modem_driver/serial_line.h"
+#include "runtime/modem_driver/wait_loop.h"
+
+namespace corvane {
+
+class AtLine {
+ public:
+  using ForeignLine = AtAnswer::ForeignLine;
+
+  /// @param foreign_line called with each line that comes while no answer is collected
+  AtLine(const ModemTarget& target, ForeignLine foreign_line);
+
+  /// Takes a newly opened line.
+  void Open(std::unique_ptr<SerialLine> line);
+  void Close() { line_.reset(); }
+  [[nodiscard]] bool is_open() const { return line_ != nullptr; }
+  /// Why the line was lost; empty while it is open, and while there is none.
+  [[nodiscard]] std::string loss() const { return line_ == nullptr ? "" : line_->loss(); }
+
+  /// False when the other side did not take all of it in time, or the line is lost.
+  [[nodiscard]] bool Write(std::string_view octets, std::chrono::milliseconds timeout);
+  /// Feeds what comes to the answer until that is complete or the time is over, which then ends it.
+  /// @param sent the octets of the request, which a slow line needs time for
+  /// @param timeout from the last octet received, more than 0
+  void Collect(AtAnswer& answer, std::size_t sent, std::chrono::milliseconds timeout);
+  /// Drops what comes until then.
+  void DropUntil(SteadyTime time);
+  /// Drops what comes until nothing does.
+  void DropUntilQuiet();
+
+ private:
+  /// Logs octets at the most detailed level: '>' sent, '<' received, 'x' received and dropped.
+  void Trace(char direction, std::string_view octets) const;
+  void Feed(AtAnswer& answer, std::string_view octets);
+  void Drop(std::string_view octets);
+
+  const ModemTarget& target_;
+  ForeignLine foreign_line_;
+  std::unique_ptr<SerialLine> line_;
+  std::string stray_;  // start of a line that came while no answer was collected
+};
+
+}  // namespace corvane

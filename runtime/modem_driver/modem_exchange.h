@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: MIT
+// One request to a modem and its answer, over a line that may fail, be late or be cut at any time,
+// and the state that this leaves the modem in.
+// Threads: the port's own.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "runtime/modem_driver/at_line.h"
+#include "runtime/modem_driver/modem_advice.h"
+#include "runtime/modem_driver/modem_request.h"
+#include "runtime/modem_driver/modem_status.h"
+#include "runtime/modem_driver/modem_target.h"
+#include "runtime/modem_driver/wait_loop.h"
+
+namespace corvane {
+
+/// How an exchange ended.
+struct ExchangeResult {
+  bool answered = false;  ///< false: no valid answer came, or nothing was sent
+  std::string text;       ///< see AtAnswer::text()
+  LineKind final_kind = LineKind::kUnknown;
+};
+
+class ModemExchange {
+ public:
+  enum class State : std::uint8_t {
+    kNoLine,   ///< there is no open line
+    kUnknown,  ///< what the modem does is not known: new line, or an answer is missing
+    kReady,    ///< the modem waits for a command
+    kPrompt,   ///< the modem waits for the text of a message
+  };
+
+  /// @param status told each exchange, as far as the log may show it
+  ModemExchange(const ModemTarget& target, WaitLoop& loop, ModemStatus& status);
+
+  /// Takes a newly opened line to a modem that is not set up.
+  void Open(std::unique_ptr<SerialLine> line);
+  void Close();
+
+  /// Sends a request and waits for its answer.
+  /// @param timeout from the last octet received, more than 0
+  ExchangeResult Transact(ModemRequest request, std::chrono::milliseconds timeout);
+  /// The final result of a command of the driver's own, which is not reported; the state stays.
+  [[nodiscard]] LineKind ResultOf(const ModemRequest& command, std::chrono::milliseconds timeout);
+  /// Leaves the prompt, if there is one. The modem says OK, or nothing. False: the line is lost.
+  bool Escape(std::chrono::milliseconds timeout);
+  /// The modem has answered the command that brings it into a known state.
+  void SetReady() { SetState(State::kReady); }
+  /// Drops what comes until then, and notices when the line is lost.
+  void Idle(SteadyTime until) { line_.DropUntil(until); }
+  void DropUntilQuiet() { line_.DropUntilQuiet(); }
+
+  [[nodiscard]] State state() const { return state_; }
+  /// Why the line was lost; empty while it is open.
+  [[nodiscard]] std::string loss() const { return line_.loss(); }
+  /// The modem's settings are those of its start: since the line was opened, or it started anew.
+  [[nodiscard]] bool needs_init() const { return needs_init_; }
+  void InitBegins() { needs_init_ = false; }
+
+  /// To the log, and to whoever watches.
+  void Report(std::string what);
+  [[nodiscard]] ModemAdvice& advice() { return advice_; }
+  [[nodiscard]] const ModemTarget& target() const { return target_; }
+  [[nodiscard]] bool stopped() const { return loop_.stopped(); }
+
+ private:
+  void SetState(State state);
+  [[nodiscard]] ExchangeResult Finished(AtAnswer& answer, const ModemRequest& request);
+  [[nodiscard]] ExchangeResult Unfinished(AtAnswer& answer, const ModemRequest& request,
+                                          SteadyTime sent);
+  void OnForeignLine(std::string_view line, LineKind kind);
+  /// Looks whether the echo tells that the modem has started anew without a word.
+  void CompareEcho(bool echoed);
+
+  const ModemTarget& target_;
+  WaitLoop& loop_;
+  ModemStatus& status_;
+  ModemAdvice advice_;
+  AtLine line_;
+  State state_ = State::kNoLine;
+  std::string command_name_;  // of the last command
+  bool needs_init_ = true;
+  bool silent_echo_ = false;  // the last exchange came back without an echo
+};
+
+}  // namespace corvane

@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: MIT
+// What a client wants to be sent to the modem (ITU-T V.250, 3GPP TS 27.005), parsed once.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace corvane {
+
+/// What a request is, and so how its answer ends.
+enum class RequestKind : std::uint8_t {
+  kCommand,
+  kList,          ///< AT+CMGL, AT+CMGR: headers, each followed by its PDU on a line of its own
+  kAnnouncement,  ///< AT+CMGS=, AT+CMGW=: a prompt follows
+  kText,          ///< what is written at the prompt; ends with Ctrl-Z
+};
+
+struct ModemRequest {
+  /// @param octets as they are sent, with the CR or Ctrl-Z at their end
+  explicit ModemRequest(std::string octets);
+
+  std::string octets;
+  /// What the lines of its answer begin with: "+CMGL" for "at+cmgl=0\r"; empty for commands without
+  /// a name. A text is answered in the name of the command that announced it, which whoever sends
+  /// the text fills in.
+  std::string name;
+  RequestKind kind;
+  bool secret;  ///< its parameters are a PIN or a password
+  /// What a log may show above the trace level: no text of a message, no PIN.
+  std::string shown;
+};
+
+}  // namespace corvane

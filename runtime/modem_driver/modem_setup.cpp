@@ -1,0 +1,100 @@
+// SPDX-License-Identifier: MIT
+#include "runtime/modem_driver/modem_setup.h"
+
+#include <spdlog/spdlog.h>
+
+#include <algorithm>
+
+#include "libs/base/printable.h"
+
+namespace corvane {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using std::chrono::steady_clock;
+
+constexpr milliseconds kSetupTimeout(1000);
+constexpr milliseconds kInitTimeout(10'000);
+constexpr int kSimBusyTries = 30;  // a SIM takes so many seconds after power-up
+
+ModemRequest EchoOff() {
+  return ModemRequest("ATE0V1\r");  // and result codes as words
+}
+
+}  // namespace
+
+void ModemSetup::RunOnOpening() {
+  constexpr auto kTimeout = 2 * kSetupTimeout;
+  if (Run(steady_clock::now() + kTimeout)) return;
+  if (exchange_.loss().empty() && !exchange_.stopped()) {
+    exchange_.advice().NoteSilence(EchoOff(), kTimeout);
+  }
+}
+
+bool ModemSetup::Run(SteadyTime deadline) {
+  do {
+    // A prompt that an earlier run left open would take the command for a text.
+    if (!exchange_.Escape(kSetupTimeout)) return false;
+    exchange_.DropUntilQuiet();
+    if (SwitchEchoOff(deadline)) {
+      exchange_.DropUntilQuiet();  // what came late belongs to nobody any more
+      exchange_.SetReady();
+      if (exchange_.needs_init()) RunInit();
+      return exchange_.state() == ModemExchange::State::kReady;
+    }
+  } while (steady_clock::now() < deadline && exchange_.loss().empty() && !exchange_.stopped());
+  return false;
+}
+
+bool ModemSetup::SwitchEchoOff(SteadyTime deadline) {
+  const auto left = std::chrono::ceil<milliseconds>(deadline - steady_clock::now());
+  const auto timeout = std::clamp(left, milliseconds(1), kSetupTimeout);
+  const LineKind result = exchange_.ResultOf(EchoOff(), timeout);
+  if (result != LineKind::kError) return result == LineKind::kOk;
+  // Some take the two only one by one.
+  return IsFinal(exchange_.ResultOf(ModemRequest("ATE0\r"), timeout));
+}
+
+void ModemSetup::RunInit() {
+  exchange_.InitBegins();
+  for (const std::string& command : exchange_.target().init) {
+    if (exchange_.stopped() || exchange_.state() != ModemExchange::State::kReady) return;
+    RunInitCommand(ModemRequest(command + "\r"));
+  }
+}
+
+void ModemSetup::RunInitCommand(const ModemRequest& command) {
+  const bool is_pin = command.secret && command.name == "+CPIN";
+  if (is_pin && !MaySendPin(command)) return;
+  const ExchangeResult result = TransactOnceSimIsReady(command);
+  if (result.final_kind == LineKind::kOk || exchange_.stopped()) return;
+  pin_refused_ = pin_refused_ || is_pin;
+  spdlog::warn(
+      "modem port {}: init: {} was answered by {}{}", exchange_.target().port, command.shown,
+      result.answered ? "'" + Printable(result.text) + "'" : "nothing",
+      pin_refused_ ? "; the PIN is not sent again, since the third wrong one locks the SIM" : "");
+}
+
+bool ModemSetup::MaySendPin(const ModemRequest& command) {
+  if (pin_refused_) return false;
+  const ExchangeResult asked = TransactOnceSimIsReady(ModemRequest("AT+CPIN?\r"));
+  if (asked.text.find("SIM PIN\r") != std::string::npos) return true;
+  if (asked.text.find("READY") == std::string::npos && !exchange_.stopped()) {
+    spdlog::warn("modem port {}: {} is not sent: the SIM asks for no PIN, AT+CPIN? gives '{}'",
+                 exchange_.target().port, command.shown, Printable(asked.text));
+  }
+  return false;
+}
+
+ExchangeResult ModemSetup::TransactOnceSimIsReady(const ModemRequest& command) {
+  ExchangeResult result = exchange_.Transact(command, kInitTimeout);
+  for (int i = 0; result.final_kind == LineKind::kSimBusy && i < kSimBusyTries; ++i) {
+    exchange_.Idle(steady_clock::now() + seconds(1));
+    if (exchange_.stopped() || !exchange_.loss().empty()) break;
+    result = exchange_.Transact(command, kInitTimeout);
+  }
+  return result;
+}
+
+}  // namespace corvane
