@@ -13,6 +13,7 @@
 
 #include "fuzz/require.h"
 #include "runtime/modem_driver/at_answer.h"
+#include "runtime/modem_driver/listed_pdu.h"
 
 namespace {
 
@@ -97,6 +98,7 @@ class EndFinder {
     line_.clear();
     if (kind_ == RequestKind::kText) line.erase(0, line.find_first_not_of("> "));
     const LineKind kind = KindOfLine(line);
+    if (kind == LineKind::kRestart) return State::kRestarted;
     if (!IsFinal(kind)) {
       Note(line);
     } else if (!late_result_ || kind != LineKind::kOk) {
@@ -147,11 +149,24 @@ void CheckText(std::string_view octets, const Outcome& outcome) {
   Require(inner.size() <= std::min(AtAnswer::kMaxText, 3 * octets.size() + 8));
   if (outcome.state == State::kPrompt) return Require(inner == ">");
   Require(inner.empty() || inner.ends_with("\r\n"));
+  const std::string result = corvane::StandardResult(outcome.final_line);
+  if (inner.size() >= result.size() + 2) inner.resize(inner.size() - 2 - result.size());
   for (std::size_t end = 0; (end = inner.find("\r\n", end)) != std::string::npos;) {
     inner.erase(end, 2);
   }
   Require(std::none_of(inner.begin(), inner.end(), EndsLine));
+  std::erase(inner, ' ');  // the standard form has one that the modem may leave out
   Require(IsSubsequence(inner, octets));
+}
+
+/// The first line as a header, the rest as its PDU: what is left of it stays the same.
+void CheckPduEnd(std::string_view octets) {
+  const std::size_t separator = std::min(octets.find('\r'), octets.size());
+  const std::string_view header = octets.substr(0, separator);
+  const std::string_view line = octets.substr(std::min(separator + 1, octets.size()));
+  const std::size_t end = corvane::PduEnd(header, line);
+  Require(end <= line.size());
+  Require(corvane::PduEnd(header, line.substr(0, end)) == end);
 }
 
 void CheckFinal(const Outcome& outcome) {
@@ -160,7 +175,7 @@ void CheckFinal(const Outcome& outcome) {
   Require(is_final == IsFinal(outcome.final_kind));
   if (!is_final) return;
   Require(outcome.final_kind == KindOfLine(outcome.final_line));
-  Require(outcome.text.ends_with(outcome.final_line + "\r\n"));
+  Require(outcome.text.ends_with(corvane::StandardResult(outcome.final_line) + "\r\n"));
 }
 
 /// The octets with an unsolicited line before every line.
@@ -201,5 +216,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Require(!line.empty() && std::none_of(line.begin(), line.end(), EndsLine));
   }
   CheckUnsolicitedLines(request, octets, outcome);
+  CheckPduEnd(octets);
   return 0;
 }

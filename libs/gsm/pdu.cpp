@@ -77,4 +77,21 @@ std::size_t TpduLength(OctetSpan pdu) noexcept {
   return address < pdu.size() ? pdu.size() - address : 0;
 }
 
+std::size_t DeliverSize(OctetSpan octets) noexcept {
+  constexpr std::size_t kTimeStamp = 7;
+  OctetReader in(octets);
+  const std::size_t service_centre = in.Next();
+  in.Take(service_centre);
+  ReadFirstOctet(in, kDeliver);
+  const std::size_t originator = (in.Next() + std::size_t{1}) / 2;  // from its semi-octets
+  in.Take(1 + originator);                                          // with its type
+  in.Next();                                                        // the protocol identifier
+  const Alphabet alphabet = AlphabetOf(in.Next());
+  in.Take(kTimeStamp);
+  const std::size_t length = in.Next();
+  if (in.error() != PduError::kNone) return 0;
+  const std::size_t data = alphabet == Alphabet::kDefault ? (length * 7 + 7) / 8 : length;
+  return 1 + service_centre + 1 + 2 + originator + 2 + kTimeStamp + 1 + data;
+}
+
 }  // namespace gsm

@@ -51,4 +51,8 @@ struct PduResult {
 /// address is longer than the PDU.
 [[nodiscard]] std::size_t TpduLength(OctetSpan pdu) noexcept;
 
+/// How many octets an SMS-DELIVER takes with its service-centre address, as its own length fields
+/// say; what follows the user-data length need not be there. 0: `octets` do not begin with one.
+[[nodiscard]] std::size_t DeliverSize(OctetSpan octets) noexcept;
+
 }  // namespace gsm

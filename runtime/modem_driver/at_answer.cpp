@@ -2,47 +2,20 @@
 #include "runtime/modem_driver/at_answer.h"
 
 #include <algorithm>
-#include <charconv>
-#include <optional>
 #include <utility>
 
 #include "runtime/modem_driver/ascii.h"
+#include "runtime/modem_driver/listed_pdu.h"
 
 namespace corvane {
 namespace {
 
 constexpr std::string_view kLineEnd = "\r\n";
-/// A line with so many hexadecimal digits in front is a PDU, whatever noise it ends with.
-constexpr std::size_t kCertainlyHex = 8;
-
 bool BeginsWith(std::string_view text, std::string_view beginning) {
   return text.substr(0, beginning.size()) == beginning;
 }
 
-int HexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (Upper(c) >= 'A' && Upper(c) <= 'F') return Upper(c) - 'A' + 10;
-  return -1;
-}
-
-bool LooksLikePdu(std::string_view line) {
-  const auto end = std::find_if(line.begin(), line.end(), [](char c) { return HexDigit(c) < 0; });
-  const auto digits = static_cast<std::size_t>(end - line.begin());
-  return digits >= kCertainlyHex || (digits >= 2 && digits == line.size());
-}
-
-/// The last number of a list header: the octets of the PDU without its service-centre part.
-std::optional<std::size_t> AnnouncedLength(std::string_view header) {
-  const std::size_t separator = header.find_last_of(",: ");
-  std::size_t length = 0;
-  const char* const begin = header.data() + separator + 1;
-  const char* const end = header.data() + header.size();
-  const auto [rest, error] = std::from_chars(begin, end, length);
-  if (error != std::errc() || rest != end) return std::nullopt;
-  return length;
-}
-
-/// Every character of `part` stands in `whole`, in the same order.
+/// Every character of `part` is in `whole`, in the same order.
 bool IsSubsequence(std::string_view part, std::string_view whole) {
   std::size_t next = 0;
   for (const char c : whole) {
@@ -86,15 +59,10 @@ AtAnswer::State AtAnswer::Feed(char octet) {
 
 AtAnswer::State AtAnswer::End() {
   if (state_ != State::kOpen) return state_;
-  // A PDU line without its end is all there only if it has the announced length.
-  if (!header_.empty() && LooksLikePdu(line_)) {
-    pdu_ += line_;
-    if (!PduIsComplete()) pdu_.clear();
-    line_.clear();
-  }
+  if (!header_.empty() && LooksLikePdu(line_)) pdu_ += std::exchange(line_, {});
   TakeLine();
   if (state_ != State::kOpen) return state_;
-  CloseEntry(false);
+  CloseCutEntry();
   const bool may_be_unknown = kind_ == RequestKind::kCommand || kind_ == RequestKind::kAnnouncement;
   if (own_lines_ == 0 && may_be_unknown) text_ = std::exchange(unknown_, {});
   return state_;
@@ -118,6 +86,10 @@ void AtAnswer::TakeWholeLine(std::string_view line) {
   const bool swallow = std::exchange(swallow_next_, false);
   if (IsFinal(kind)) {
     TakeFinal(line, kind);
+  } else if (kind == LineKind::kRestart) {  // nobody answers any more
+    foreign_line_(line, kind);
+    CloseCutEntry();
+    if (state_ == State::kOpen) state_ = State::kRestarted;
   } else if (IsOwn(line)) {
     TakeOwnLine(line);
   } else if (kind != LineKind::kUnknown || swallow) {
@@ -132,7 +104,7 @@ void AtAnswer::TakeWholeLine(std::string_view line) {
 void AtAnswer::TakeFinal(std::string_view line, LineKind kind) {
   if (std::exchange(late_result_, false) && kind == LineKind::kOk) return;
   CloseEntry(kind == LineKind::kOk);
-  Append(line);
+  Append(StandardResult(line));
   final_ = line;
   final_kind_ = kind;
   if (state_ == State::kOpen) state_ = State::kFinal;
@@ -146,10 +118,15 @@ void AtAnswer::TakeOwnLine(std::string_view line) {
   }
   CloseEntry(true);
   ++own_lines_;
+  // Some modems leave the blank out.
+  line.remove_prefix(own_name_.size() + 1);
+  line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
+  std::string standard(own_name_);
+  standard.append(": ").append(line);
   if (kind_ == RequestKind::kList) {
-    header_ = line;
+    header_ = standard;
   } else {
-    Append(line);
+    Append(standard);
   }
 }
 
@@ -158,7 +135,7 @@ bool AtAnswer::TakePduPart(std::string_view line) {
   pdu_ += line;
   if (pdu_.size() > kMaxLine) {
     state_ = State::kTooLong;
-  } else if (PduIsComplete()) {
+  } else if (IsWholePdu(header_, pdu_, true)) {
     CloseEntry(true);
   }
   return true;
@@ -185,13 +162,17 @@ void AtAnswer::CloseEntry(bool complete) {
   const std::string pdu = std::exchange(pdu_, {});
   const std::string body = std::exchange(body_, {});
   if (header.empty()) return;
-  if (!complete &&
-      pdu.empty()) {  // handed on as it is, its message would be taken for an empty one
+  if (!complete && pdu.empty()) {  // handed on, its message would be taken for an empty one
     --own_lines_;
     return;
   }
   Append(header);
-  Append(pdu.empty() ? body : pdu);
+  Append(pdu.empty() ? body : pdu.substr(0, PduEnd(header, pdu)));
+}
+
+void AtAnswer::CloseCutEntry() {
+  if (!IsWholePdu(header_, pdu_, false)) pdu_.clear();
+  CloseEntry(false);
 }
 
 void AtAnswer::Append(std::string_view line) {
@@ -216,13 +197,6 @@ bool AtAnswer::IsEcho(std::string_view line) const {
 
 bool AtAnswer::IsPromptAllowed() const {
   return kind_ != RequestKind::kText && own_lines_ == 0;
-}
-
-bool AtAnswer::PduIsComplete() const {
-  const auto length = AnnouncedLength(header_);
-  if (!length || pdu_.size() < 2 || HexDigit(pdu_[0]) < 0 || HexDigit(pdu_[1]) < 0) return false;
-  const int service_centre = 16 * HexDigit(pdu_[0]) + HexDigit(pdu_[1]);
-  return pdu_.size() >= 2 * (1 + static_cast<std::size_t>(service_centre) + *length);
 }
 
 }  // namespace corvane

@@ -17,18 +17,20 @@ namespace corvane {
 
 /// The answer to one request.
 ///
-/// Its text is made of the lines that begin with the command's own name, the PDU line behind each
-/// list header, the prompt and the final result, each line with CR LF, without empty lines. An
-/// unsolicited line is taken out wherever it comes, also where it parts a PDU in two. A header
-/// without a PDU is followed by an empty line, so that its empty PDU reaches the reader of the
-/// list.
+/// Its text is made of the lines that begin with the command's own name, the PDU line after each
+/// list header, the prompt and the final result, each line with CR LF, without empty lines, and in
+/// the standard form ("+CMGL: 1,...", "+CMS ERROR: 500") also where the modem leaves the blank out.
+/// An unsolicited line is taken out wherever it comes, also where it splits a PDU in two. A PDU
+/// line ends where its PDU does (see PduEnd). A header without a PDU is followed by an empty line,
+/// so that its empty PDU reaches the reader of the list.
 class AtAnswer {
  public:
   enum class State : std::uint8_t {
-    kOpen,     ///< more is to come
-    kFinal,    ///< a final result line ended it
-    kPrompt,   ///< the modem waits for text
-    kTooLong,  ///< a line or the whole is longer than any answer can be
+    kOpen,       ///< more is to come
+    kFinal,      ///< a final result line ended it
+    kPrompt,     ///< the modem waits for text
+    kTooLong,    ///< a line or the whole is longer than any answer can be
+    kRestarted,  ///< the modem has restarted: nothing more comes
   };
 
   static constexpr std::size_t kMaxLine = 2048;
@@ -43,17 +45,17 @@ class AtAnswer {
 
   /// Takes the next octet; none after the state has left kOpen.
   State Feed(char octet);
-  /// Tells that nothing more comes: a last line without its end counts, a list entry that is not
-  /// there in full does not.
+  /// Nothing more comes: a last line without its end counts, a list entry that is not there in full
+  /// does not.
   State End();
 
   [[nodiscard]] State state() const { return state_; }
   /// What is handed to the client. Before the end was certain: the lines of the answer so far, or,
   /// where there are none, unknown lines as they came, so that it can say that they make no sense.
-  /// Not those behind a list or a text: noise would be read as a message, or as its confirmation.
+  /// Not those after a list or a text: noise would be read as a message, or as its confirmation.
   /// Empty: nothing came.
   [[nodiscard]] std::string& text() { return text_; }
-  /// The final result line, empty while there is none.
+  /// The final result line as it came, empty while there is none.
   [[nodiscard]] const std::string& final_line() const { return final_; }
   [[nodiscard]] LineKind final_kind() const { return final_kind_; }
   /// The number of own lines.
@@ -72,11 +74,12 @@ class AtAnswer {
   void TakeFinal(std::string_view line, LineKind kind);
   /// Writes the list entry that is waiting for its PDU; `complete`: an empty PDU is one, too.
   void CloseEntry(bool complete);
+  /// The same where nothing more comes: an entry that is not there in full is dropped.
+  void CloseCutEntry();
   void Append(std::string_view line);
   [[nodiscard]] bool IsOwn(std::string_view line) const;
   [[nodiscard]] bool IsEcho(std::string_view line) const;
   [[nodiscard]] bool IsPromptAllowed() const;
-  [[nodiscard]] bool PduIsComplete() const;
 
   std::string_view sent_;  // without its end
   std::string_view own_name_;
@@ -88,7 +91,7 @@ class AtAnswer {
   std::string text_;     // see text()
   std::string header_;   // of the entry whose PDU is to come; empty: none
   std::string pdu_;      // its PDU so far
-  std::string body_;     // other lines behind the header: its text, unless a PDU follows
+  std::string body_;     // other lines after the header: its text, unless a PDU follows
   std::string unknown_;  // lines that are neither of the answer nor known
   std::string final_;
   LineKind final_kind_ = LineKind::kUnknown;

@@ -18,26 +18,39 @@ struct Quirk {
 using enum LineKind;
 using enum Match;
 
-// The first row that fits decides.
+/// How the line of a refusal begins, and what the standards write there.
+struct Refusal {
+  std::string_view text;
+  std::string_view standard;
+};
+
+constexpr std::array kRefusals{
+    Refusal{"+CMS ERROR", "+CMS ERROR"},     Refusal{"+CME ERROR", "+CME ERROR"},
+    Refusal{"+CMGS ERROR", "+CMS ERROR"},     // Fibocom
+    Refusal{"COMMAND NOT SUPPORT", "ERROR"},  // Huawei
+    Refusal{"TOO MANY PARAMETERS", "ERROR"},  // Huawei
+};
+
+// The first row that fits the line, in the form of the standards, decides.
 constexpr std::array kQuirks{
     // Final results.
     Quirk{"OK", kLine, kOk},
     Quirk{"ERROR", kLine, kError},
+    Quirk{"ERROR:", kBeginning, kError},  // with the reason in words
     Quirk{"+CMS ERROR: 314", kLine, kSimBusy},
     Quirk{"+CMS ERROR: SIM busy", kLine, kSimBusy},  // after AT+CMEE=2
     Quirk{"+CMS ERROR", kBeginning, kError},
     Quirk{"+CME ERROR: 14", kLine, kSimBusy},
     Quirk{"+CME ERROR: SIM busy", kLine, kSimBusy},
     Quirk{"+CME ERROR", kBeginning, kError},
-    Quirk{"+CMGS ERROR", kBeginning, kError},          // Fibocom
-    Quirk{"COMMAND NOT SUPPORT", kBeginning, kError},  // Huawei
-    Quirk{"TOO MANY PARAMETERS", kLine, kError},       // Huawei
-    // Those that carry a message or a report in the line behind.
+    // Those that carry a message or a report in the next line.
     Quirk{"+CMT:", kBeginning, kUnsolicitedPair},
     Quirk{"+CDS:", kBeginning, kUnsolicitedPair},
     Quirk{"+CBM:", kBeginning, kUnsolicitedPair},
     // A start of the modem, also an unwanted one (weak supply in the sending burst).
     Quirk{"RDY", kLine, kRestart},             // SIMCom, Quectel
+    Quirk{"APP RDY", kLine, kRestart},         // Quectel
+    Quirk{"START", kLine, kRestart},           // SIMCom
     Quirk{"^SYSSTART", kBeginning, kRestart},  // Siemens, Cinterion
     // Messages, calls, network (27.005, 27.007, V.250).
     Quirk{"+CMTI:", kBeginning, kUnsolicited},
@@ -114,10 +127,23 @@ bool EqualInAnyCase(char a, char b) {
 
 }  // namespace
 
+std::string StandardResult(std::string_view line) {
+  const auto refusal = std::find_if(kRefusals.begin(), kRefusals.end(),
+                                    [line](const Refusal& r) { return line.starts_with(r.text); });
+  if (refusal == kRefusals.end()) return std::string(line);
+  std::string result(refusal->standard);
+  line.remove_prefix(refusal->text.size());
+  line.remove_prefix(std::min(line.find_first_not_of(": "), line.size()));
+  if (refusal->standard != "ERROR" && !line.empty()) result.append(": ").append(line);
+  return result;
+}
+
 LineKind KindOfLine(std::string_view line) {
+  const std::string standard = StandardResult(line);
   for (const Quirk& quirk : kQuirks) {
-    const std::string_view part = quirk.match == kLine ? line : line.substr(0, quirk.text.size());
-    if (part == quirk.text) return quirk.kind;
+    if (quirk.match == kLine ? standard == quirk.text : standard.starts_with(quirk.text)) {
+      return quirk.kind;
+    }
   }
   return kUnknown;
 }

@@ -80,6 +80,9 @@ ExchangeResult ModemExchange::Transact(ModemRequest request, milliseconds timeou
         advice_.NoteSilence(request, timeout);
       }
       return Unfinished(answer, request, start);
+    case AtAnswer::State::kRestarted:
+      Report(fmt::format("{} -> the modem has restarted after {}", request.shown, time));
+      return Unfinished(answer, request, start);
   }
   return {};
 }

@@ -40,6 +40,20 @@ function cycle()
 end
 """
 
+READER = """
+local reader = READ_SMS.new { Port = 1, Read = true }
+local received = 0
+function cycle()
+  reader()
+  if reader.Complete then
+    print(reader.Message)
+    received = received + 1
+  end
+  reader.Read = received < tonumber(plc.args[1])
+  if not reader.Read and reader.State == 1 then plc.stop() end  -- all of them are deleted, too
+end
+"""
+
 
 class Process:
     """A program whose output a test waits for, line by line."""
@@ -96,10 +110,10 @@ class Modem(Process):
         return super().end()
 
 
-def run(folder, target, expected, to_send, settings=""):
+def run(folder, target, expected, to_send, settings="", program=PROGRAM):
     path = os.path.join(folder, "program.lua")
     with open(path, "w", encoding="utf-8") as file:
-        file.write(PROGRAM)
+        file.write(program)
     modem = f"1={target},{settings}patience=30s"
     return Process(corvane, "run", path, "--cycle", "5ms", "--modem", modem, "--", str(expected), to_send)
 
@@ -130,11 +144,26 @@ def modems_of_every_kind_are_understood(folder):
         modem.say("interrupt \\r\\n+CREG: 1\\r\\n")
         modem.say("receive +4915187654321 Pump 3")
         program = run(folder, link, 1, TO_SEND)
-        # Without a space after the colon the block skips a digit of the place, which is intended.
         assert program.end() == ["got +4915187654321: Pump 3"], (quirk, program.seen, program.log)
         assert clean(program.log), (quirk, program.log)
         lines = modem.end()
         assert f"sent to +4915112345678 in 2 parts: {TO_SEND}" in lines, (quirk, lines)
+
+
+def lists_in_forms_of_their_own_are_read_and_deleted(folder):
+    link = folder + "/modem"
+    texts = [f"Pump {n} stands" for n in range(1, 31)]
+    for quirk in ("no-blank", "filled-pdu"):
+        modem = Modem("--link", link, "--store-size", "40", "--quirk", quirk)
+        for text in texts:
+            modem.say("receive +4915187654321 " + text)
+        program = run(folder, link, len(texts), "", program=READER)
+        assert program.end() == texts, (quirk, program.seen, program.log)
+        assert clean(program.log), (quirk, program.log)
+        modem.say("list")
+        store = modem.wait_for("^store: ")
+        assert store == "store: 0 of 40 places taken", (quirk, store)
+        modem.end()
 
 
 def unplugging_loses_and_repeats_nothing(folder):
@@ -181,7 +210,8 @@ def the_example_cleans_up_when_it_is_stopped(folder):
     assert os.listdir(folder) == [], os.listdir(folder)
 
 
-for test in (texts_arrive_whole, modems_of_every_kind_are_understood, unplugging_loses_and_repeats_nothing,
+for test in (texts_arrive_whole, modems_of_every_kind_are_understood,
+             lists_in_forms_of_their_own_are_read_and_deleted, unplugging_loses_and_repeats_nothing,
              the_example_answers_its_scenario, the_example_cleans_up_when_it_is_stopped):
     with tempfile.TemporaryDirectory() as private:
         start = time.monotonic()

@@ -178,5 +178,21 @@ TEST(Pdu, DecodingSurvivesAnyOctets) {
   EXPECT_GT(decoded, 1000u) << "the octets are too bad to be a test";
 }
 
+TEST(DeliverSize, IsWhatTheLengthFieldsSay) {
+  const std::string whole =
+      "07911326040000F0040B911346610089F60000208062917314080CC8F71D14969741F977FD07";
+  EXPECT_EQ(DeliverSize(Bytes(whole)), 38u);
+  EXPECT_EQ(DeliverSize(Bytes(whole + "FFFF")), 38u);
+  EXPECT_EQ(DeliverSize(Bytes(whole.substr(0, whole.size() - 4))), 38u);
+  EXPECT_EQ(DeliverSize(Bytes("00040B911346610089F600002080629173140801C1")), 21u);
+  EXPECT_EQ(DeliverSize(Bytes("00040B911346610089F6000820806291731408040041")), 24u) << "UCS-2";
+}
+
+TEST(DeliverSize, OfWhatIsNoDeliverIsZero) {
+  EXPECT_EQ(DeliverSize({}), 0u);
+  EXPECT_EQ(DeliverSize(Bytes("07911326040000F0040B91")), 0u) << "cut before its length";
+  EXPECT_EQ(DeliverSize(Bytes("0001000B915155101032F4000005E8329BFD06")), 0u) << "SMS-SUBMIT";
+}
+
 }  // namespace
 }  // namespace gsm

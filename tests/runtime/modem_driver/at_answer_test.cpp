@@ -61,13 +61,30 @@ std::string Entry(int index, const std::string& pdu = kPdu) {
 }
 
 TEST(AtAnswer, AFinalResultEndsIt) {
-  for (const std::string line :
-       {"OK", "ERROR", "+CMS ERROR: 321", "+CME ERROR: 14", "+CMS ERROR: network timeout",
-        "+CMGS ERROR: 38", "COMMAND NOT SUPPORT"}) {
+  for (const std::string line : {"OK", "ERROR", "ERROR: no such command", "+CMS ERROR: 321",
+                                 "+CME ERROR: 14", "+CMS ERROR: network timeout"}) {
     const Outcome outcome = Answer("AT+CMGF=0\r", "\r\n" + line + "\r\n");
     EXPECT_EQ(outcome.state, AtAnswer::State::kFinal) << line;
     EXPECT_EQ(outcome.text, line + "\r\n");
     EXPECT_EQ(outcome.octets, line.size() + 3) << "it is certain at the CR";
+  }
+}
+
+TEST(AtAnswer, AFinalResultInAFormOfItsOwnIsHandedOverInTheStandardOne) {
+  const std::vector<std::pair<std::string, std::string>> forms{
+      {"+CMS ERROR:500", "+CMS ERROR: 500"},
+      {"+CME ERROR:10", "+CME ERROR: 10"},
+      {"+CMS ERROR:  500", "+CMS ERROR: 500"},
+      {"+CMS ERROR 500", "+CMS ERROR: 500"},
+      {"+CMGS ERROR: 38", "+CMS ERROR: 38"},
+      {"COMMAND NOT SUPPORT", "ERROR"},
+      {"TOO MANY PARAMETERS", "ERROR"},
+      {"+CMS ERROR", "+CMS ERROR"},
+      {"+CMS ERROR:SIM busy", "+CMS ERROR: SIM busy"}};
+  for (const auto& [line, standard] : forms) {
+    const Outcome outcome = Answer("AT+CMGF=0\r", "\r\n" + line + "\r\n");
+    EXPECT_EQ(outcome.state, AtAnswer::State::kFinal) << line;
+    EXPECT_EQ(outcome.text, standard + "\r\n");
   }
 }
 
@@ -198,17 +215,57 @@ TEST(AtAnswer, AHeaderBehindWhichTheModemFailedIsNoEmptyMessage) {
 TEST(AtAnswer, EveryFormOfAHeaderIsTaken) {
   for (const std::string header :
        {"+CMGL: 1,1,,30", "+CMGL: 1,1,\"\",30", "+CMGL: 1,1,\"616E64,26572\",30", "+CMGL: 17,3,30",
-        "+CMGL:1,1,,30", "+CMGL: 0,1,,78", "+CMGL: 352,1,,999"}) {
+        "+CMGL: 0,1,,78", "+CMGL: 352,1,,999"}) {
     const std::string want = header + "\r\n" + kPdu + "\r\nOK\r\n";
     EXPECT_EQ(Text(kList, "\r\n" + header + "\r\n" + kPdu + "\r\n\r\nOK\r\n"), want);
   }
 }
 
-TEST(AtAnswer, APduWithNoiseInItIsHandedOnAsItCame) {
-  const std::string noisy = kPdu.substr(0, 30) + "#" + kPdu.substr(31) + "`\"~";
-  EXPECT_EQ(Text(kList, "\r\n" + Entry(1, noisy) + "\r\nOK\r\n"), Entry(1, noisy) + "OK\r\n");
+TEST(AtAnswer, ALineOfItsOwnWithoutABlankIsHandedOverWithOne) {
+  EXPECT_EQ(Text(kList, "\r\n+CMGL:1,0,,30\r\n" + kPdu + "\r\n\r\nOK\r\n"), Entry(1) + "OK\r\n");
+  EXPECT_EQ(Text(kList, "\r\n+CMGL:  1,0,,30\r\n" + kPdu + "\r\n\r\nOK\r\n"), Entry(1) + "OK\r\n");
+  EXPECT_EQ(Text("AT+CMGR=1\r", "\r\n+CMGR:0,23\r\n" + kPdu + "\r\n\r\nOK\r\n"),
+            "+CMGR: 0,23\r\n" + kPdu + "\r\nOK\r\n");
+  EXPECT_EQ(Text("AT+CPIN?\r", "\r\n+CPIN:READY\r\n\r\nOK\r\n"), "+CPIN: READY\r\nOK\r\n");
+  EXPECT_EQ(TextAfterPrompt("\r\n+CMGS:12\r\n\r\nOK\r\n"), "+CMGS: 12\r\nOK\r\n");
+}
+
+TEST(AtAnswer, APduWithNoiseInItIsHandedOnAsItCameExceptForItsEnd) {
+  const std::string noisy = kPdu.substr(0, 30) + "#" + kPdu.substr(31);
+  EXPECT_EQ(Text(kList, "\r\n" + Entry(1, noisy + "`\"~") + "\r\nOK\r\n"),
+            Entry(1, noisy) + "OK\r\n");
   const std::string spoiled = "~" + kPdu;
   EXPECT_EQ(Text(kList, "\r\n" + Entry(1, spoiled) + "\r\nOK\r\n"), Entry(1, spoiled) + "OK\r\n");
+}
+
+TEST(AtAnswer, APduThatIsFilledUpIsHandedOverWithoutTheFilling) {
+  std::string filled = kPdu;
+  while (filled.size() < 2 * 176) filled += "FF";
+  EXPECT_EQ(Text(kList, "\r\n" + Entry(1, filled) + Entry(2, filled) + "\r\nOK\r\n"),
+            Entry(1) + Entry(2) + "OK\r\n");
+  const std::string cut = "\r\n+CMGL: 1,0,,30\r\n" + filled;
+  EXPECT_EQ(Text(kList, cut), Entry(1)) << "nothing more came";
+}
+
+TEST(AtAnswer, ARestartOfTheModemEndsIt) {
+  for (const std::string line :
+       {"RDY", "APP RDY", "START", "^SYSSTART", "^SYSSTART AIRPLANE MODE"}) {
+    const std::string octets = "\r\n" + Entry(1) + "\r\n" + line + "\r\n\r\nOK\r\n";
+    const Outcome outcome = Answer(kList, octets);
+    EXPECT_EQ(outcome.state, AtAnswer::State::kRestarted) << line;
+    EXPECT_EQ(outcome.text, Entry(1)) << "what came before it";
+    EXPECT_EQ(outcome.octets, octets.size() - 7) << "at the CR of its line";
+    EXPECT_THAT(outcome.foreign, ElementsAre(line));
+    EXPECT_EQ(Answer(kText, "\r\n" + line + "\r\n", "+CMGS").state, AtAnswer::State::kRestarted);
+    EXPECT_EQ(Answer("AT+CMGS=18\r", line + "\r\n").state, AtAnswer::State::kRestarted);
+  }
+}
+
+// Half a PDU would be taken for one that cannot be decoded, and deleted from the modem.
+TEST(AtAnswer, HalfAPduInFrontOfARestartOrOfSilenceIsNotHandedOver) {
+  const std::string half = "\r\n" + Entry(1) + "+CMGL: 2,0,,30\r\n" + kPdu.substr(0, 40) + "\r\n";
+  EXPECT_EQ(Text(kList, half + "RDY\r\n"), Entry(1));
+  EXPECT_EQ(Text(kList, half + "+CREG: 1\r\n"), Entry(1));
 }
 
 TEST(AtAnswer, AMessageInTextModeIsHandedOn) {

@@ -26,6 +26,19 @@ TEST(KindOfLine, ABusySimIsAFinalResultToWaitFor) {
   EXPECT_TRUE(IsFinal(LineKind::kSimBusy));
 }
 
+TEST(KindOfLine, DoesNotDependOnTheBlank) {
+  EXPECT_EQ(KindOfLine("+CMS ERROR:314"), LineKind::kSimBusy);
+  EXPECT_EQ(KindOfLine("+CME ERROR:14"), LineKind::kSimBusy);
+  EXPECT_EQ(KindOfLine("+CMS ERROR:500"), LineKind::kError);
+  EXPECT_EQ(KindOfLine("ERROR: no such command"), LineKind::kError);
+}
+
+TEST(StandardResult, LeavesOtherLinesAsTheyAre) {
+  for (const std::string line : {"OK", "+CMGL:1,0,,30", "^RSSI:18", "+CMS", "ERROR: why", ""}) {
+    EXPECT_EQ(corvane::StandardResult(line), line);
+  }
+}
+
 TEST(KindOfLine, OnlySomeUnsolicitedLinesHaveASecondOne) {
   EXPECT_EQ(KindOfLine("+CMT: ,30"), LineKind::kUnsolicitedPair);
   EXPECT_EQ(KindOfLine("+CMTI: \"SM\",1,\"MMS PUSH\",2,1"), LineKind::kUnsolicited);
