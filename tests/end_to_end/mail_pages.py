@@ -1,11 +1,12 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""mail_pages.py PROJECT CORVANE: what docs/mail.md and docs/blocks/send_email.md show. Their programs and the
-commands run with the guide's own relay, exim4 with the configuration shown, which passes the messages
-on to a provider: a mail server that insists on TLS and on its own password. Only names, ports and
-folders are replaced. What the guide says of failures is so, too."""
+"""mail_pages.py PROJECT CORVANE: what docs/mail.md, docs/blocks/send_email.md and the mail part of docs/security.md
+show. Their programs and commands run with the guide's own relay, exim4 with the configuration shown, which
+passes the messages on to a provider: a mail server that insists on TLS and on its own password. Only names,
+ports and folders are replaced. What the guide says of failures is checked as well."""
 import os
 import re
+import socket
 import subprocess
 import sys
 import tempfile
@@ -58,7 +59,7 @@ def relay(host, port, certificates, edit=lambda text: text):
     text = edit(relay_configuration)
     text = replace(text, "daemon_smtp_ports = 25", "daemon_smtp_ports = @PORT@")
     text = replace(text, "mail.provider.example::587", f"{host}::{port}")
-    # The provider is this machine, which exim would take for a loop; and nobody vouches for it.
+    # The provider is this machine, which exim would take for a loop; and its certificate is self-signed.
     text = replace(text, "  transport = provider\n", "  transport = provider\n  self = send\n")
     text = replace(text, "tls_verify_certificates = system", f"tls_verify_certificates = {certificates}")
     places = ("exim_user = @USER@\nspool_directory = @FOLDER@/spool\nlog_file_path = @FOLDER@/log/%slog\n"
@@ -68,7 +69,7 @@ def relay(host, port, certificates, edit=lambda text: text):
 
 def run(program, port):
     """What the program prints."""
-    with tempfile.NamedTemporaryFile("w", suffix=".lua") as file:
+    with tempfile.NamedTemporaryFile("w", suffix=".lua", encoding="utf-8") as file:
         file.write(replace(program, "Port = 25", f"Port = {port}"))
         file.flush()
         result = subprocess.run([corvane, "run", "--cycle", "5ms", file.name],
@@ -78,7 +79,7 @@ def run(program, port):
 
 
 def wait_until(condition, exim):
-    """The relay hands on, or fails, when the block has long gone on."""
+    """The relay passes a message on, or fails, long after the block has gone on."""
     end = time.monotonic() + 30
     while not condition():
         assert time.monotonic() < end, exim.log()
@@ -91,7 +92,7 @@ def administrate(exim, command):
     command = re.sub(r"^exim4 ", f"{mail_servers.EXIM} -C {exim.folder}/exim.conf ", command)
     result = subprocess.run(["bash", "-ec", command], capture_output=True, text=True, timeout=60, check=False)
     assert result.returncode == 0, result
-    # That another configuration than the machine's is used leaves a note of its own.
+    # Using another configuration than the machine's leaves a note.
     return re.sub(r".*exim user lost privilege.*\n", "", result.stdout)
 
 
@@ -156,9 +157,124 @@ def the_commands_show_what_the_guide_shows(provider, exim):
 
     wait_until(lambda: exim.log().count("Completed") > before, exim)
     queue, log = commands(afterwards)
-    wait_until(lambda: administrate(exim, queue) == "", exim)  # "Completed" stands in the log before
+    wait_until(lambda: administrate(exim, queue) == "", exim)  # "Completed" is logged first
     lines = administrate(exim, replace(log, "-n 3", "-n 100")).splitlines()[-3:]
     assert [mail_shape(line) for line in lines] == [mail_shape(line) for line in afterwards.splitlines()[2:]], lines
+
+
+def the_relay_repairs_what_spam_filters_dislike(provider, exim):
+    """With and without an attachment: time zone, identification, charset, encoded header fields."""
+    text = "Pegel 2,42 m \u2265 2,40 m\r\nBitte pr\u00fcfen."
+    subject, name = "F\u00fcllstand zu hoch", "Pumpwerk S\u00fcd, Halle 2"
+    for attachment in "", "/etc/hostname":
+        assert send(exim.port, Message=text, Subject=subject, SenderName=name, Attachment=attachment) == "code 0\n"
+        [mail] = provider.take()
+        message = mail.message
+        assert not mail.defects, mail.defects
+        assert len(message.get_all("Date")) == 1 and re.fullmatch(r"\w\w\w, .* [+-]\d{4}", message["Date"]), message["Date"]
+        assert abs(message["Date"].datetime.timestamp() - time.time()) < 60, message["Date"]
+        assert message["Message-ID"].endswith("@plc.example>"), message["Message-ID"]
+        assert mail.bytes.split(b"\r\n\r\n")[0].isascii(), mail.bytes
+        assert message["Subject"] == subject and "<p@plant.example>" in message["From"], message.items()
+        assert name in message["From"], message["From"]
+        body = message.get_body() if attachment else message
+        assert body.get_content_charset() == "utf-8" and body["Content-Transfer-Encoding"] == "8bit", body.items()
+        assert mail.text().rstrip("\n") == text.replace("\r", ""), mail.text()
+        assert len(mail.attachments()) == (1 if attachment else 0), mail.bytes
+
+
+def the_relay_leaves_ascii_headers_and_joins_lines_at_a_bare_line_feed(provider, exim):
+    assert send(exim.port, Subject="Level", Message="one\ntwo\r\nthree") == "code 0\n"
+    [mail] = provider.take()
+    assert mail.message["Subject"] == "Level" and mail.message["From"] == "P <p@plant.example>", mail.message.items()
+    assert mail.text() == "one two\nthree\n\n", mail.text()
+
+
+FAILURES = """
+local failed, blocks = 0, {}
+local function block(sender)
+  return SEND_EMAIL.new { Server = "127.0.0.1", Port = 25, Login = "plc", Password = "s3cret", SenderName = "P",
+                          SenderMail = sender, Recipient = "o@plant.example", Message = "text", Send = true }
+end
+for i = 1, 40 do blocks[i] = block("no address") end
+local good
+function cycle()
+  for _, b in ipairs(blocks) do
+    b()
+    if b.Sent then assert(b.Code == 300, b.Code) failed = failed + 1 end
+  end
+  if failed < #blocks then return end
+  good = good or block("p@plant.example")
+  good()
+  if good.Sent then print("code " .. good.Code) plc.stop() end
+end
+"""
+
+
+def failed_messages_do_not_lock_the_others_out(provider, exim):
+    """Each leaves its connection open; exim's own limit is 20."""
+    assert run(FAILURES, exim.port) == "code 0\n"
+    provider.take()
+    [accept_max] = re.findall(r"^smtp_accept_max = (\d+)$", relay_configuration, re.MULTILINE)
+    assert f"takes {accept_max} connections at once" in guide
+
+    def small(text):
+        text = replace(text, f"smtp_accept_max = {accept_max}", "smtp_accept_max = 2")
+        return replace(text, "smtp_receive_timeout = 1m", "smtp_receive_timeout = 1s")
+
+    with relay("localhost", 1, "system", small) as full:
+        silent = [socket.create_connection(("127.0.0.1", full.port)) for _ in range(2)]
+        assert all(connection.recv(3) == b"220" for connection in silent)
+        assert send(full.port) == "code 401\n" and "\n| 401 | " in guide
+        wait_until(lambda: send(full.port) == "code 0\n", full)
+
+
+def a_strangers_text_is_harmless_when_it_is_cleaned(provider, exim):
+    """As it is, it begins another mail; the security page's function makes it a text."""
+    [function] = [found for block in read_blocks(project, "docs/security.md") if block.language == "lua"
+                  for found in re.findall(r"^local function mail_text.*?^end\n", block.text, re.MULTILINE | re.DOTALL)]
+    program = function + """
+local text = "Level?LINE_END.\\r\\nMAIL FROM:<eve@plant.example>\\r\\nRCPT TO:<all@plant.example>\\r\\nDATA\\r\\n" ..
+             "Subject: Forged\\r\\n\\r\\n..two\\r.\\n.\\0"
+local mail = SEND_EMAIL.new { Server = "127.0.0.1", Port = 25, Login = "plc", Password = "s3cret", SenderName = "P",
+                              SenderMail = "p@plant.example", Recipient = "o@plant.example", Send = true }
+mail.Message = CLEAN(text)
+function cycle()
+  mail()
+  if mail.Sent then print("code " .. mail.Code) plc.stop() end
+end
+"""
+    def with_text(line_end, cleaned_by, port):
+        return run(program.replace("LINE_END", line_end).replace("CLEAN", cleaned_by), port)
+
+    clean = ("Level?\n.\nMAIL FROM:<eve@plant.example>\nRCPT TO:<all@plant.example>\nDATA\nSubject: Forged\n\n"
+             "..two\n.\n.\n\n")
+    with mail_servers.Sink(project) as plain:
+        assert with_text("\\r\\n", "", plain.port) == "code 304\n"
+        assert [mail.message["Subject"].strip() for mail in plain.take(2)] == ["", "Forged"]
+        for line_end in "\\r\\n", "\\n", "\\r":
+            assert with_text(line_end, "mail_text", plain.port) == "code 0\n"
+            [mail] = plain.take()
+            assert mail.text() == clean, mail.text()
+    assert with_text("\\n", "mail_text", exim.port) == "code 0\n"
+    [mail] = provider.take()
+    assert mail.text() == clean, mail.text()
+
+
+def the_alarm_does_not_flood():
+    """Servers that take it each time, and never confirm it as the block would like."""
+    alarm = replace(programs[1][0], "local pause, longest = 60, 3600", "local pause, longest = 0.01, 0.02")
+
+    def confirm_in_two_lines(connection):
+        connection.sendall(b"250-2.0.0 taken\r\n250 2.0.0 thanks\r\n")
+
+    def close(connection):
+        connection.shutdown(socket.SHUT_RDWR)
+
+    for confirm, copies, told in (confirm_in_two_lines, 1, "sent\n"), (close, 3, "not confirmed\n"):
+        with mail_servers.Finicky(confirm) as server:
+            assert run(alarm, server.port) == told
+            assert server.count == copies, server.count
 
 
 def the_block_tells_what_is_wrong_with_the_relay(exim):
@@ -210,12 +326,17 @@ def the_relay_keeps_messages_while_the_provider_is_away(certificate, certificate
 
 
 programs_run_with_any_server()
+the_alarm_does_not_flood()
 with tempfile.TemporaryDirectory() as folder:
     both, its_certificate = make_certificate(folder), folder + "/certificate"
     with mail_servers.Sink(project, "--certificate", both, *PROVIDER) as server, \
             relay("localhost", server.port, its_certificate) as guides_relay:
         programs_run_with_the_relay(server, guides_relay)
         long_lines_pass_the_relay(server, guides_relay)
+        the_relay_repairs_what_spam_filters_dislike(server, guides_relay)
+        the_relay_leaves_ascii_headers_and_joins_lines_at_a_bare_line_feed(server, guides_relay)
+        failed_messages_do_not_lock_the_others_out(server, guides_relay)
+        a_strangers_text_is_harmless_when_it_is_cleaned(server, guides_relay)
         the_commands_show_what_the_guide_shows(server, guides_relay)
         the_block_tells_what_is_wrong_with_the_relay(guides_relay)
     the_log_tells_what_is_wrong_with_the_provider(both, its_certificate)

@@ -12,6 +12,7 @@ import signal
 import socket
 import subprocess
 import tempfile
+import threading
 import time
 
 USER, PASSWORD = "plc", "s3cret"
@@ -91,6 +92,43 @@ class Sink(Server):
     def last_envelope(self):
         with open(max(glob.glob(self.folder + "/*.json")), encoding="utf-8") as file:
             return json.load(file)
+
+
+class Finicky:
+    """Takes every message, `count` of them so far, and then answers as `confirm` says, a function that
+    gets the connection."""
+
+    def __init__(self, confirm):
+        self.confirm, self.count = confirm, 0
+
+    def __enter__(self):
+        self.listener = socket.create_server(("127.0.0.1", 0))
+        self.port = self.listener.getsockname()[1]
+        threading.Thread(target=self.serve, daemon=True).start()
+        return self
+
+    def __exit__(self, *_):
+        self.listener.shutdown(socket.SHUT_RDWR)
+        self.listener.close()
+
+    def serve(self):
+        try:
+            while True:
+                threading.Thread(target=self.talk, args=self.listener.accept()[:1], daemon=True).start()
+        except OSError:  # the listener is closed
+            pass
+
+    def talk(self, connection):
+        with connection, connection.makefile("rb") as lines:
+            connection.sendall(b"220 finicky.example\r\n")
+            for reply in b"250", b"334", b"334", b"235", b"250", b"250", b"354":
+                lines.readline()
+                connection.sendall(reply + b" go on\r\n")
+            while lines.readline() != b".\r\n":
+                pass
+            self.count += 1
+            self.confirm(connection)
+            lines.read()  # until the client is gone
 
 
 class Exim(Server):
