@@ -3,8 +3,8 @@
 
 #include <utf8.h>
 
-#include "libs/gsm/default_alphabet.h"
 #include "libs/gsm/septets.h"
+#include "libs/gsm/seven_bit_text.h"
 
 namespace gsm {
 namespace {
@@ -69,7 +69,7 @@ Address ReadTypeAndValue(OctetReader& in, std::size_t semi_octets) {
   const OctetSpan octets = in.Take((semi_octets + 1) / 2);
   if (in.error() != PduError::kNone) return {};
   if (SameTypeOfNumber(type, kAlphanumeric)) {
-    return DecodeDefaultAlphabet(UnpackSeptets(octets, semi_octets * 4 / 7));
+    return DecodeSeptets(UnpackSeptets(octets, semi_octets * 4 / 7));
   }
   const std::string digits = ReadDigits(octets, semi_octets, in);
   return SameTypeOfNumber(type, kInternational) ? "+" + digits : digits;

@@ -1,15 +1,21 @@
 // SPDX-License-Identifier: MIT
 #include "libs/gsm/pdu.h"
 
+#include <algorithm>
+#include <ratio>
+
 namespace gsm {
 namespace {
 
 constexpr std::uint8_t kTypeMask = 0x03;
 constexpr std::uint8_t kDeliver = 0x00;
 constexpr std::uint8_t kSubmit = 0x01;
+constexpr std::uint8_t kStatusReport = 0x02;
 constexpr std::uint8_t kNoMoreMessages = 0x04;
 constexpr std::uint8_t kStatusReportRequest = 0x20;
 constexpr std::uint8_t kHeaderIndicator = 0x40;
+constexpr std::uint8_t kRelativeValidity = 0x10;
+constexpr std::uint8_t kAbsoluteValidity = 0x18;
 
 /// Octets of the validity period, from its format in bits 4 and 3: none, enhanced, relative,
 /// absolute (clause 9.2.3.3).
@@ -22,6 +28,15 @@ std::uint8_t ReadFirstOctet(OctetReader& in, std::uint8_t type) {
   const std::uint8_t first = in.Next();
   if ((first & kTypeMask) != type) in.Refuse(PduError::kBadType);
   return first;
+}
+
+std::uint8_t HeaderBit(const UserData& data) {
+  return data.header == UserDataHeader{} ? 0 : kHeaderIndicator;
+}
+
+std::uint8_t ValidityBits(const Octets& period) {
+  if (period.empty()) return 0;
+  return period.size() == 1 ? kRelativeValidity : kAbsoluteValidity;
 }
 
 PduResult Finish(OctetReader& in) {
@@ -58,17 +73,85 @@ PduResult DecodeSubmit(OctetSpan octets, SubmitPdu& pdu) {
   return Finish(in);
 }
 
+PduResult DecodeStatusReport(OctetSpan octets, StatusReportPdu& pdu) {
+  OctetReader in(octets);
+  pdu.service_centre = ReadServiceCentre(in);
+  ReadFirstOctet(in, kStatusReport);
+  pdu.message_reference = in.Next();
+  pdu.recipient = ReadAddress(in);
+  pdu.time = ReadTimeStamp(in);
+  pdu.discharge_time = ReadTimeStamp(in);
+  pdu.status = in.Next();
+  return {in.error(), in.error_at()};
+}
+
 Octets EncodeDeliver(const DeliverPdu& pdu) {
   Octets out;
   WriteServiceCentre(pdu.service_centre, out);
-  const bool has_header = pdu.data.concatenation.has_value();
-  out.push_back(kDeliver | kNoMoreMessages | (has_header ? kHeaderIndicator : 0));
+  out.push_back(kDeliver | kNoMoreMessages | HeaderBit(pdu.data));
   WriteAddress(pdu.originator, out);
   out.push_back(pdu.protocol_identifier);
   out.push_back(DataCodingScheme(pdu.data.alphabet));
   WriteTimeStamp(pdu.time, out);
   WriteUserData(pdu.data, out);
   return out;
+}
+
+Octets EncodeSubmit(const SubmitPdu& pdu) {
+  Octets out;
+  WriteServiceCentre(pdu.service_centre, out);
+  const std::uint8_t report = pdu.status_report_requested ? kStatusReportRequest : 0;
+  out.push_back(kSubmit | ValidityBits(pdu.validity_period) | report | HeaderBit(pdu.data));
+  out.push_back(pdu.message_reference);
+  WriteAddress(pdu.destination, out);
+  out.push_back(pdu.protocol_identifier);
+  out.push_back(pdu.data_coding_scheme);
+  out.insert(out.end(), pdu.validity_period.begin(), pdu.validity_period.end());
+  WriteUserData(pdu.data, out);
+  return out;
+}
+
+Octets EncodeStatusReport(const StatusReportPdu& pdu) {
+  Octets out;
+  WriteServiceCentre(pdu.service_centre, out);
+  out.push_back(kStatusReport | kNoMoreMessages);
+  out.push_back(pdu.message_reference);
+  WriteAddress(pdu.recipient, out);
+  WriteTimeStamp(pdu.time, out);
+  WriteTimeStamp(pdu.discharge_time, out);
+  out.push_back(pdu.status);
+  return out;
+}
+
+Outcome OutcomeOf(std::uint8_t status) noexcept {
+  if (status == 0) return Outcome::kDelivered;
+  if (status < 0x20) return Outcome::kPassedOn;
+  return status < 0x40 ? Outcome::kStillTrying : Outcome::kFailed;
+}
+
+std::optional<IncomingType> TypeOfIncoming(OctetSpan octets) noexcept {
+  const std::size_t length = TpduLength(octets);
+  if (length == 0) return std::nullopt;
+  switch (octets[octets.size() - length] & kTypeMask) {
+    case kDeliver: return IncomingType::kDeliver;
+    case kStatusReport: return IncomingType::kStatusReport;
+    default: return IncomingType::kReserved;
+  }
+}
+
+std::uint8_t RelativeValidity(std::chrono::minutes time) noexcept {
+  using std::chrono::ceil;
+  using std::chrono::days;
+  using std::chrono::hours;
+  using std::chrono::weeks;
+  using HalfHours = std::chrono::duration<std::int64_t, std::ratio<1800>>;
+  using Steps = std::chrono::duration<std::int64_t, std::ratio<300>>;
+  const auto octet = [](std::int64_t value) { return static_cast<std::uint8_t>(value); };
+  if (time <= std::chrono::minutes(0)) return 0;
+  if (time <= hours(12)) return octet(ceil<Steps>(time).count() - 1);
+  if (time <= hours(24)) return octet(143 + ceil<HalfHours>(time - hours(12)).count());
+  if (time <= days(30)) return octet(166 + ceil<days>(time).count());
+  return octet(192 + std::min<std::int64_t>(ceil<weeks>(time).count(), 63));
 }
 
 std::size_t TpduLength(OctetSpan pdu) noexcept {

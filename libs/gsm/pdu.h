@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: MIT
-// SMS-DELIVER and SMS-SUBMIT PDUs with the service-centre address in front
-// (3GPP TS 23.040 clauses 9.2.2.1, 9.2.2.2; 3GPP TS 27.005 clause 3.1).
+// SMS-DELIVER, SMS-SUBMIT and SMS-STATUS-REPORT PDUs with the service-centre address in front
+// (3GPP TS 23.040 clauses 9.2.2.1 to 9.2.2.3; 3GPP TS 27.005 clause 3.1).
 #pragma once
+
+#include <chrono>
+#include <optional>
 
 #include "libs/gsm/address.h"
 #include "libs/gsm/octet_reader.h"
@@ -32,6 +35,32 @@ struct SubmitPdu {
   UserData data;
 };
 
+/// What became of a message from the modem.
+struct StatusReportPdu {
+  Address service_centre;
+  std::uint8_t message_reference = 0;  ///< of the SMS-SUBMIT
+  Address recipient;
+  TimeStamp time;            ///< when the service centre took the message
+  TimeStamp discharge_time;  ///< when the outcome was known, or of the last attempt
+  std::uint8_t status = 0;   ///< see OutcomeOf
+
+  bool operator==(const StatusReportPdu&) const = default;
+};
+
+/// What a status means (clause 9.2.3.15).
+enum class Outcome : std::uint8_t {
+  kDelivered,    ///< 0x00: the receiver has it
+  kPassedOn,     ///< 0x01, 0x02 and others below 0x20: done, but delivery is not confirmed
+  kStillTrying,  ///< the service centre goes on; another report follows
+  kFailed,       ///< the service centre has given up
+};
+[[nodiscard]] Outcome OutcomeOf(std::uint8_t status) noexcept;
+
+/// What a PDU from the network is, as its message type says; kReserved: no type of ours.
+enum class IncomingType : std::uint8_t { kDeliver, kStatusReport, kReserved };
+/// nullopt: the octets end before the message type.
+[[nodiscard]] std::optional<IncomingType> TypeOfIncoming(OctetSpan octets) noexcept;
+
 /// Whether decoding succeeded, and else why not and at which octet.
 struct PduResult {
   PduError error = PduError::kNone;
@@ -40,12 +69,23 @@ struct PduResult {
   explicit operator bool() const noexcept { return error == PduError::kNone; }
 };
 
-/// Errors: all of PduError. `pdu` then holds what was decoded so far.
+/// Errors: all of PduError. `pdu` then holds what was decoded so far; with kTrailing that is all of
+/// the message.
 [[nodiscard]] PduResult DecodeDeliver(OctetSpan octets, DeliverPdu& pdu);
 [[nodiscard]] PduResult DecodeSubmit(OctetSpan octets, SubmitPdu& pdu);
+/// The optional parameters at the end are skipped: they say nothing of the outcome.
+[[nodiscard]] PduResult DecodeStatusReport(OctetSpan octets, StatusReportPdu& pdu);
 
 /// Its data coding scheme follows from the alphabet of the data.
 [[nodiscard]] Octets EncodeDeliver(const DeliverPdu& pdu);
+/// @param pdu its validity period has 0, 1 or 7 octets; 7 are written as an absolute time
+[[nodiscard]] Octets EncodeSubmit(const SubmitPdu& pdu);
+[[nodiscard]] Octets EncodeStatusReport(const StatusReportPdu& pdu);
+
+/// The relative validity period of at least `time`, at most 63 weeks, in the steps of
+/// clause 9.2.3.12.1: 5 min up to 12 h, 30 min up to 24 h, a day up to 30 days, a week from there
+/// on.
+[[nodiscard]] std::uint8_t RelativeValidity(std::chrono::minutes time) noexcept;
 
 /// Octets of a PDU without its service-centre address, as +CMGL and AT+CMGS count them; 0 where the
 /// address is longer than the PDU.

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "libs/gsm/user_data.h"
 
-#include "libs/gsm/default_alphabet.h"
+#include <algorithm>
+
 #include "libs/gsm/hexadecimal.h"
 #include "libs/gsm/septets.h"
+#include "libs/gsm/seven_bit_text.h"
 #include "libs/gsm/utf16.h"
 
 namespace gsm {
@@ -11,8 +13,6 @@ namespace {
 
 constexpr std::size_t kMostSeptets = 160;
 constexpr std::size_t kMostOctets = 140;
-constexpr std::uint8_t kConcatenated = 0x00;      // information element, 8-bit reference
-constexpr std::uint8_t kWideConcatenated = 0x08;  // the same with a 16-bit reference
 
 /// Where the first septet behind a header of `octets` begins: on the next septet boundary.
 unsigned FillBits(std::size_t octets) {
@@ -23,45 +23,6 @@ std::size_t HeaderSeptets(std::size_t octets) {
   return (octets * 8 + 6) / 7;
 }
 
-/// A place whose numbers make no sense is no place (clause 9.2.3.24.1).
-std::optional<Concatenation> Sensible(const Concatenation& place) {
-  if (place.total == 0 || place.sequence == 0 || place.sequence > place.total) return std::nullopt;
-  return place;
-}
-
-std::optional<Concatenation> ReadPlace(std::uint8_t element, OctetSpan value) {
-  if (element == kConcatenated && value.size() == 3) {
-    return Sensible({value[0], value[1], value[2], false});
-  }
-  if (element == kWideConcatenated && value.size() == 4) {
-    const auto reference = static_cast<std::uint16_t>(value[0] << 8 | value[1]);
-    return Sensible({reference, value[2], value[3], true});
-  }
-  return std::nullopt;
-}
-
-struct Header {
-  bool well_formed = false;
-  std::optional<Concatenation> concatenation;
-};
-
-/// The information elements behind the length octet; well-formed when they fill it exactly.
-Header ReadElements(OctetSpan octets) {
-  OctetReader in(octets);
-  Header header;
-  for (std::size_t left = octets.size(); left > 0;) {
-    const std::uint8_t element = in.Next();
-    const std::uint8_t length = in.Next();
-    const OctetSpan value = in.Take(length);
-    if (in.error() != PduError::kNone) return {};
-    // The last one of an element that is given twice counts.
-    if (const auto place = ReadPlace(element, value)) header.concatenation = place;
-    left -= std::size_t{2} + length;
-  }
-  header.well_formed = true;
-  return header;
-}
-
 Octets Payload(Alphabet alphabet, OctetSpan octets, std::size_t length, std::size_t header) {
   if (alphabet == Alphabet::kDefault) {
     return UnpackSeptets(octets.subspan(header), length - HeaderSeptets(header), FillBits(header));
@@ -70,23 +31,13 @@ Octets Payload(Alphabet alphabet, OctetSpan octets, std::size_t length, std::siz
   return {rest.begin(), rest.end()};
 }
 
-Octets WriteHeader(const std::optional<Concatenation>& place) {
-  if (!place) return {};
-  if (!place->wide) {
-    return {5,
-            kConcatenated,
-            3,
-            static_cast<std::uint8_t>(place->reference & 0xFF),
-            place->total,
-            place->sequence};
+std::string PayloadText(Alphabet alphabet, OctetSpan payload, const Shifts& shifts) {
+  switch (alphabet) {
+    case Alphabet::kDefault: return DecodeSeptets(payload, shifts);
+    case Alphabet::kOctets: return ToHexadecimal(payload);
+    case Alphabet::kUcs2: return DecodeUtf16(payload);
   }
-  return {6,
-          kWideConcatenated,
-          4,
-          static_cast<std::uint8_t>(place->reference >> 8),
-          static_cast<std::uint8_t>(place->reference & 0xFF),
-          place->total,
-          place->sequence};
+  return {};
 }
 
 /// Octets or septets that one part holds behind a header of `header` octets.
@@ -101,12 +52,12 @@ std::optional<std::vector<UserData>> Split(Alphabet alphabet, const std::vector<
                                            const SplitOptions& options) {
   std::size_t size = 0;
   for (const Octets& character : characters) size += character.size();
-  UserData part{alphabet, std::nullopt, {}};
+  UserData part{alphabet, {}, {}};
   std::size_t capacity = Capacity(alphabet, 0);
   if (size > capacity) {
-    part.concatenation = Concatenation{options.reference, 1, 1, options.wide_reference};
-    if (!options.wide_reference) part.concatenation->reference &= 0xFF;
-    capacity = Capacity(alphabet, WriteHeader(part.concatenation).size());
+    part.header.concatenation = Concatenation{options.reference, 1, 1, options.wide_reference};
+    if (!options.wide_reference) part.header.concatenation->reference &= 0xFF;
+    capacity = Capacity(alphabet, WriteHeader(part.header).size());
   }
   std::vector<UserData> parts{part};
   for (const Octets& character : characters) {
@@ -115,40 +66,18 @@ std::optional<std::vector<UserData>> Split(Alphabet alphabet, const std::vector<
     payload.insert(payload.end(), character.begin(), character.end());
   }
   if (parts.size() > 255) return std::nullopt;
-  for (std::size_t i = 0; i < parts.size() && parts[i].concatenation; ++i) {
-    parts[i].concatenation->total = static_cast<std::uint8_t>(parts.size());
-    parts[i].concatenation->sequence = static_cast<std::uint8_t>(i + 1);
+  for (std::size_t i = 0; i < parts.size() && parts[i].header.concatenation; ++i) {
+    parts[i].header.concatenation->total = static_cast<std::uint8_t>(parts.size());
+    parts[i].header.concatenation->sequence = static_cast<std::uint8_t>(i + 1);
   }
   return parts;
 }
 
 }  // namespace
 
-Alphabet AlphabetOf(std::uint8_t data_coding_scheme) noexcept {
-  const std::uint8_t group = data_coding_scheme >> 4;
-  const std::uint8_t general = (data_coding_scheme >> 2) & 0x03;
-  if (group <= 0x07) {  // general data coding, with or without automatic deletion
-    if ((data_coding_scheme & 0x20) != 0) return Alphabet::kOctets;  // compressed
-    if (general == 1) return Alphabet::kOctets;
-    return general == 2 ? Alphabet::kUcs2 : Alphabet::kDefault;
-  }
-  if (group == 0x0E) return Alphabet::kUcs2;  // message waiting, UCS-2
-  if (group == 0x0F && (general & 1) != 0) return Alphabet::kOctets;
-  return Alphabet::kDefault;
-}
-
-std::uint8_t DataCodingScheme(Alphabet alphabet) noexcept {
-  switch (alphabet) {
-    case Alphabet::kDefault: return 0x00;
-    case Alphabet::kOctets: return 0x04;
-    case Alphabet::kUcs2: return 0x08;
-  }
-  return 0x00;
-}
-
 UserData ReadUserData(OctetReader& in, std::uint8_t data_coding_scheme, bool has_header) {
   UserData data;
-  data.alphabet = AlphabetOf(data_coding_scheme);
+  data.alphabet = ReadDataCoding(data_coding_scheme).alphabet;
   // Compressed septets would be counted in octets, too.
   const bool septets = data.alphabet == Alphabet::kDefault;
   const std::size_t length = in.Next();
@@ -160,10 +89,9 @@ UserData ReadUserData(OctetReader& in, std::uint8_t data_coding_scheme, bool has
     data.header_ignored = true;
     const std::size_t size = octets.empty() ? octets.size() + 1 : std::size_t{octets[0]} + 1;
     const bool fits = septets ? HeaderSeptets(size) <= length : size <= length;
-    const Header header = fits ? ReadElements(octets.subspan(1, size - 1)) : Header{};
-    if (header.well_formed) {
+    if (const auto header = fits ? ReadHeader(octets.subspan(1, size - 1)) : std::nullopt) {
       data.header_ignored = false;
-      data.concatenation = header.concatenation;
+      data.header = *header;
       header_size = size;
     }
   }
@@ -172,7 +100,7 @@ UserData ReadUserData(OctetReader& in, std::uint8_t data_coding_scheme, bool has
 }
 
 void WriteUserData(const UserData& data, Octets& out) {
-  const Octets header = WriteHeader(data.concatenation);
+  const Octets header = WriteHeader(data.header);
   const bool septets = data.alphabet == Alphabet::kDefault;
   const std::size_t length =
       data.payload.size() + (septets ? HeaderSeptets(header.size()) : header.size());
@@ -183,13 +111,26 @@ void WriteUserData(const UserData& data, Octets& out) {
   out.insert(out.end(), payload.begin(), payload.end());
 }
 
-std::string PayloadText(Alphabet alphabet, OctetSpan payload) {
-  switch (alphabet) {
-    case Alphabet::kDefault: return DecodeDefaultAlphabet(payload);
-    case Alphabet::kOctets: return ToHexadecimal(payload);
-    case Alphabet::kUcs2: return DecodeUtf16(payload);
+std::string TextOf(std::span<const UserData> parts) {
+  std::string text;
+  while (!parts.empty()) {
+    const UserData& first = parts.front();
+    const auto end = std::find_if_not(parts.begin(), parts.end(), [&first](const UserData& part) {
+      return part.alphabet == first.alphabet && part.header.shifts == first.header.shifts;
+    });
+    const auto count = static_cast<std::size_t>(end - parts.begin());
+    Octets payload;
+    for (const UserData& part : parts.first(count)) {
+      payload.insert(payload.end(), part.payload.begin(), part.payload.end());
+    }
+    text += PayloadText(first.alphabet, payload, first.header.shifts);
+    parts = parts.subspan(count);
   }
-  return {};
+  return text;
+}
+
+std::string TextOf(const UserData& part) {
+  return TextOf({&part, 1});
 }
 
 std::optional<std::vector<UserData>> SplitText(std::string_view utf8, const SplitOptions& options) {

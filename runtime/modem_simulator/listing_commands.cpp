@@ -6,8 +6,8 @@
 #include <array>
 #include <iterator>
 
-#include "libs/gsm/default_alphabet.h"
 #include "libs/gsm/hexadecimal.h"
+#include "libs/gsm/seven_bit_text.h"
 #include "runtime/modem_simulator/commands.h"
 #include "runtime/modem_simulator/text_mode.h"
 

@@ -8,25 +8,17 @@ namespace {
 
 SentMessage Join(const gsm::Address& destination,
                  const std::map<std::uint8_t, gsm::UserData>& parts, std::size_t total) {
-  SentMessage message{destination, {}, parts.begin()->second.alphabet, parts.size(), total};
-  gsm::Octets payload;
-  for (const auto& [sequence, part] : parts) {
-    message.header_ignored |= part.header_ignored;
-    if (part.alphabet != message.alphabet) {  // each part may have its own
-      message.text += gsm::PayloadText(message.alphabet, payload);
-      payload.clear();
-      message.alphabet = part.alphabet;
-    }
-    payload.insert(payload.end(), part.payload.begin(), part.payload.end());
-  }
-  message.text += gsm::PayloadText(message.alphabet, payload);
-  return message;
+  std::vector<gsm::UserData> data;
+  for (const auto& [sequence, part] : parts) data.push_back(part);
+  const bool header_ignored = std::any_of(
+      data.begin(), data.end(), [](const gsm::UserData& part) { return part.header_ignored; });
+  return {destination, gsm::TextOf(data), data.back().alphabet, data.size(), total, header_ignored};
 }
 
 }  // namespace
 
 std::list<MessageJoiner::Pending>::iterator MessageJoiner::PendingFor(const gsm::SubmitPdu& part) {
-  const gsm::Concatenation& place = *part.data.concatenation;
+  const gsm::Concatenation& place = *part.data.header.concatenation;
   const auto found = std::find_if(pending_.begin(), pending_.end(), [&](const Pending& other) {
     return other.destination == part.destination && other.place.reference == place.reference &&
            other.place.total == place.total && other.place.wide == place.wide;
@@ -37,9 +29,9 @@ std::list<MessageJoiner::Pending>::iterator MessageJoiner::PendingFor(const gsm:
 }
 
 std::optional<SentMessage> MessageJoiner::Add(const gsm::SubmitPdu& part) {
-  if (!part.data.concatenation) return Join(part.destination, {{1, part.data}}, 1);
+  if (!part.data.header.concatenation) return Join(part.destination, {{1, part.data}}, 1);
   const auto pending = PendingFor(part);
-  pending->parts.insert_or_assign(part.data.concatenation->sequence, part.data);
+  pending->parts.insert_or_assign(part.data.header.concatenation->sequence, part.data);
   if (pending->parts.size() < pending->place.total) return std::nullopt;
   SentMessage message = Join(pending->destination, pending->parts, pending->place.total);
   pending_.erase(pending);

@@ -19,11 +19,11 @@ std::string DescribeReceived(gsm::OctetSpan octets) {
   if (!gsm::DecodeDeliver(octets, pdu)) return fmt::format("PDU {}", gsm::ToHexadecimal(octets));
   std::string line =
       fmt::format("from {} at {}", Escape(pdu.originator), gsm::FormatTimeStamp(pdu.time));
-  if (const auto& place = pdu.data.concatenation) {
+  if (const auto& place = pdu.data.header.concatenation) {
     line += fmt::format(", part {} of {}", place->sequence, place->total);
   }
   if (pdu.data.alphabet == gsm::Alphabet::kOctets) line += ", 8-bit data";
-  return fmt::format("{}: {}", line, Escape(gsm::PayloadText(pdu.data.alphabet, pdu.data.payload)));
+  return fmt::format("{}: {}", line, Escape(gsm::TextOf(pdu.data)));
 }
 
 }  // namespace

@@ -21,7 +21,7 @@ std::string DescribeSent(const SentMessage& message) {
 }
 
 void ReportSent(ModemState& modem, const gsm::SubmitPdu& pdu) {
-  if (const auto& place = pdu.data.concatenation; place && place->total > 1) {
+  if (const auto& place = pdu.data.header.concatenation; place && place->total > 1) {
     modem.host.Report(
         fmt::format("part {} of {} to {}", place->sequence, place->total, Escape(pdu.destination)));
   }

@@ -24,7 +24,7 @@ std::string Ucs2Digits(std::string_view utf8) {
 
 std::string Text(const gsm::UserData& data, std::string_view character_set) {
   if (data.alphabet != gsm::Alphabet::kDefault) return gsm::ToHexadecimal(data.payload);
-  if (character_set == kUcs2) return Ucs2Digits(gsm::PayloadText(data.alphabet, data.payload));
+  if (character_set == kUcs2) return Ucs2Digits(gsm::TextOf(data));
   return {data.payload.begin(), data.payload.end()};
 }
 
@@ -53,7 +53,7 @@ std::optional<gsm::UserData> TextBody(std::string_view body, std::string_view ch
   if (character_set == kUcs2) {
     auto octets = gsm::FromHexadecimal(body);
     if (!octets || octets->size() % 2 != 0) return std::nullopt;
-    data = {gsm::Alphabet::kUcs2, std::nullopt, std::move(*octets)};
+    data = {gsm::Alphabet::kUcs2, {}, std::move(*octets)};
     most = 140;
   } else {
     for (const char septet : body) {

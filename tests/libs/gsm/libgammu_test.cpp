@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The simulator's codec beside libgammu's: what one writes, the other reads.
+// Our codec beside libgammu's: what one writes, the other reads.
 #include <gtest/gtest.h>
 
 #include <iterator>
@@ -27,7 +27,7 @@ constexpr std::u32string_view kPlain =
 constexpr std::u32string_view kEscaped = U"az[]{}\\|~^€";
 constexpr std::u32string_view kUcs2 = U"aßЖЯ漢字€ç";
 
-TEST(LibGammu, ReadsWhatTheSimulatorWrites) {
+TEST(LibGammu, ReadsWhatWeWrite) {
   std::mt19937 random(23040);
   for (int round = 0; round < 1200; ++round) {
     const std::u32string_view alphabets[] = {kPlain, kEscaped, kUcs2};
@@ -40,25 +40,24 @@ TEST(LibGammu, ReadsWhatTheSimulatorWrites) {
           EncodeDeliver({"+31624000000", "+4915112345678", 0, 0, time, part}));
       ASSERT_TRUE(read.decoded) << text;
       EXPECT_EQ(read.number, "+4915112345678");
-      EXPECT_EQ(read.text, PayloadText(part.alphabet, part.payload));
+      EXPECT_EQ(read.text, TextOf(part));
       EXPECT_EQ(read.year * 100 + read.month, 202612);
       EXPECT_EQ(read.second, time.second);
-      if (!part.concatenation) continue;
+      if (!part.header.concatenation) continue;
       EXPECT_EQ(read.ref, reference);
-      EXPECT_EQ(read.total, part.concatenation->total);
-      EXPECT_EQ(read.seq, part.concatenation->sequence);
+      EXPECT_EQ(read.total, part.header.concatenation->total);
+      EXPECT_EQ(read.seq, part.header.concatenation->sequence);
     }
   }
 }
 
-TEST(LibGammu, WritesWhatTheSimulatorReads) {
+TEST(LibGammu, WritesWhatWeRead) {
   std::mt19937 random(23038);
   for (int round = 0; round < 600; ++round) {
     const bool ucs2 = round % 2 == 0;
     const std::string text = RandomText(random, ucs2 ? kUcs2 : kPlain, 400);
     const auto parts = test_support::GammuEncode(text, "+15550101234", ucs2);
-    Octets payload;
-    Alphabet alphabet = Alphabet::kDefault;
+    std::vector<UserData> data;
     for (std::size_t i = 0; i < parts.size(); ++i) {
       Octets octets{static_cast<std::uint8_t>(parts[i].length)};
       octets.insert(octets.end(), parts[i].octets.begin(), parts[i].octets.end());
@@ -67,11 +66,10 @@ TEST(LibGammu, WritesWhatTheSimulatorReads) {
       in.ExpectEnd();
       ASSERT_EQ(in.error(), PduError::kNone) << text;
       EXPECT_FALSE(read.header_ignored);
-      EXPECT_EQ(read.concatenation ? read.concatenation->sequence : 1U, i + 1);
-      alphabet = read.alphabet;
-      payload.insert(payload.end(), read.payload.begin(), read.payload.end());
+      EXPECT_EQ(read.header.concatenation ? read.header.concatenation->sequence : 1U, i + 1);
+      data.push_back(read);
     }
-    EXPECT_EQ(PayloadText(alphabet, payload), text);
+    EXPECT_EQ(TextOf(data), text);
   }
 }
 

@@ -15,10 +15,6 @@ Octets Bytes(std::string_view digits) {
   return FromHexadecimal(digits).value();
 }
 
-std::string Text(const UserData& data) {
-  return PayloadText(data.alphabet, data.payload);
-}
-
 SubmitPdu Submitted(std::string_view digits) {
   SubmitPdu pdu;
   const PduResult result = DecodeSubmit(Bytes(digits), pdu);
@@ -38,44 +34,44 @@ TEST(SubmitPdu, OfGammuHasAServiceCentreAndARelativeValidity) {
   EXPECT_EQ(pdu.service_centre, "+15550000000");
   EXPECT_EQ(pdu.destination, "+15550101234");
   EXPECT_EQ(pdu.validity_period, Octets{0xFF});
-  EXPECT_EQ(Text(pdu.data), "hello");
+  EXPECT_EQ(TextOf(pdu.data), "hello");
 }
 
 TEST(SubmitPdu, OfGnokiiHasAnotherValidity) {
   const auto pdu = Submitted("07915155000000F011000B915155101032F40000AA05E8329BFD06");
   EXPECT_EQ(pdu.validity_period, Octets{0xAA});
-  EXPECT_EQ(Text(pdu.data), "hello");
+  EXPECT_EQ(TextOf(pdu.data), "hello");
 }
 
 TEST(SubmitPdu, OfModemManagerHasNoValidity) {
   const auto pdu = Submitted("0001000B915155101032F4000005E8329BFD06");
   EXPECT_EQ(pdu.service_centre, "");
   EXPECT_TRUE(pdu.validity_period.empty());
-  EXPECT_EQ(Text(pdu.data), "hello");
+  EXPECT_EQ(TextOf(pdu.data), "hello");
 }
 
 TEST(SubmitPdu, OfSmstoolsHasSixteenCharacters) {
   const auto pdu = Submitted("0011000B915155101032F40000FF0FE8329BFD0699E5EF3668DE9E9301");
-  EXPECT_EQ(Text(pdu.data), "hello from smsd");
+  EXPECT_EQ(TextOf(pdu.data), "hello from smsd");
 }
 
 TEST(SubmitPdu, InUcs2) {
   const auto pdu =
       Submitted("07915155000000F011000B915155101032F40008FF0E0047007200FC00DF0065002020AC");
-  EXPECT_EQ(Text(pdu.data), "Grüße €");
+  EXPECT_EQ(TextOf(pdu.data), "Grüße €");
 }
 
 TEST(SubmitPdu, WithTheHeaderIndicatorButNoHeaderIsShownWhole) {
   // Some senders set the indicator for long plain texts.
   const auto pdu = Submitted("0041000B915155101032F4000005E8329BFD06");
   EXPECT_TRUE(pdu.data.header_ignored);
-  EXPECT_EQ(Text(pdu.data), "hello");
+  EXPECT_EQ(TextOf(pdu.data), "hello");
 }
 
 TEST(SubmitPdu, WithAnAbsoluteValidity) {
   const auto pdu = Submitted("0019000B915155101032F400006210131221000405E8329BFD06");
   EXPECT_EQ(pdu.validity_period.size(), 7u);
-  EXPECT_EQ(Text(pdu.data), "hello");
+  EXPECT_EQ(TextOf(pdu.data), "hello");
 }
 
 TEST(SubmitPdu, IsNoDeliver) {
@@ -106,7 +102,7 @@ TEST(DeliverPdu, AsANetworkSendsIt) {
   EXPECT_EQ(pdu.service_centre, "+31624000000");
   EXPECT_EQ(pdu.originator, "+31641600986");
   EXPECT_EQ(pdu.time, (TimeStamp{2002, 8, 26, 19, 37, 41, 0}));
-  EXPECT_EQ(Text(pdu.data), "How are you?");
+  EXPECT_EQ(TextOf(pdu.data), "How are you?");
 }
 
 TEST(DeliverPdu, FromAnAlphanumericSender) {
@@ -114,7 +110,7 @@ TEST(DeliverPdu, FromAnAlphanumericSender) {
       Delivered("0791448720003023240DD0E474D81C0EBB010000111011315214000BE474D81C0EBB5DE3771B");
   EXPECT_EQ(pdu.originator, "diafaan");
   EXPECT_EQ(pdu.time, (TimeStamp{2011, 1, 11, 13, 25, 41, 0}));
-  EXPECT_EQ(Text(pdu.data), "diafaan.com");
+  EXPECT_EQ(TextOf(pdu.data), "diafaan.com");
 }
 
 TEST(DeliverPdu, IsWrittenAsANetworkWritesIt) {
@@ -131,8 +127,7 @@ TEST(DeliverPdu, ComesBackWithEveryAlphabetAndPlace) {
         while (all.size() < 500) all += text;
         return all;
       }();
-      Octets payload;
-      Alphabet alphabet = Alphabet::kDefault;
+      std::vector<UserData> data;
       const auto parts = SplitText(long_text, {700, wide}).value();
       for (const UserData& part : parts) {
         const DeliverPdu sent{"+491710000000", "Pump", 0, 0, {2026, 1, 31, 12, 0, 0, -90}, part};
@@ -140,13 +135,112 @@ TEST(DeliverPdu, ComesBackWithEveryAlphabetAndPlace) {
         EXPECT_EQ(read.service_centre, sent.service_centre);
         EXPECT_EQ(read.originator, sent.originator);
         EXPECT_EQ(read.time, sent.time);
-        EXPECT_EQ(read.data.concatenation, part.concatenation);
-        alphabet = read.data.alphabet;
-        payload.insert(payload.end(), read.data.payload.begin(), read.data.payload.end());
+        EXPECT_EQ(read.data.header.concatenation, part.header.concatenation);
+        data.push_back(read.data);
       }
-      EXPECT_EQ(PayloadText(alphabet, payload), long_text);
+      EXPECT_EQ(TextOf(data), long_text);
     }
   }
+}
+
+TEST(SubmitPdu, ComesBackWithAllThatItAsksFor) {
+  for (const Octets& validity :
+       {Octets{}, Octets{0xA7}, Octets{0x62, 0x10, 0x13, 0x12, 0x21, 0, 4}}) {
+    const auto parts = SplitText("Grüße €" + std::string(200, 'x'), {9, true}).value();
+    for (const UserData& part : parts) {
+      const SubmitPdu sent{"+491710000000", 7,    "*100#", 0x40, DataCodingScheme(part.alphabet, 0),
+                           validity,        true, part};
+      const SubmitPdu read = Submitted(ToHexadecimal(EncodeSubmit(sent)));
+      EXPECT_EQ(read.service_centre, sent.service_centre);
+      EXPECT_EQ(read.message_reference, 7);
+      EXPECT_EQ(read.destination, "*100#");
+      EXPECT_EQ(read.protocol_identifier, 0x40);
+      EXPECT_EQ(read.data_coding_scheme, sent.data_coding_scheme);
+      EXPECT_EQ(read.validity_period, validity);
+      EXPECT_TRUE(read.status_report_requested);
+      EXPECT_EQ(read.data.header, part.header);
+      EXPECT_EQ(read.data.payload, part.payload);
+    }
+  }
+}
+
+TEST(SubmitPdu, IsWrittenAsOtherProgramsWriteIt) {
+  for (const char* digits : {"07915155000000F011000B915155101032F40000FF05E8329BFD06",
+                             "0001000B915155101032F4000005E8329BFD06",
+                             "0019000B915155101032F400006210131221000405E8329BFD06"}) {
+    EXPECT_EQ(ToHexadecimal(EncodeSubmit(Submitted(digits))), digits);
+  }
+}
+
+TEST(StatusReport, ComesBack) {
+  for (const int status : {0x00, 0x30, 0x46}) {
+    const StatusReportPdu sent{"+491710000000",
+                               200,
+                               "+15550101234",
+                               {2026, 1, 31, 12, 0, 0, 60},
+                               {2026, 1, 31, 12, 0, 3, 60},
+                               static_cast<std::uint8_t>(status)};
+    StatusReportPdu read;
+    EXPECT_TRUE(DecodeStatusReport(EncodeStatusReport(sent), read));
+    EXPECT_EQ(read, sent);
+  }
+}
+
+TEST(StatusReport, IsReadWithOptionalParametersAndRefusedCutAnywhere) {
+  const Octets whole = Bytes(
+      "0006C80B915155101032F46210132100004062101321003040"
+      "00"
+      "FF00F6");
+  StatusReportPdu read;
+  ASSERT_TRUE(DecodeStatusReport(whole, read));
+  EXPECT_EQ(read.message_reference, 200);
+  EXPECT_EQ(read.recipient, "+15550101234");
+  EXPECT_EQ(read.discharge_time.second, 3);
+  EXPECT_EQ(OutcomeOf(read.status), Outcome::kDelivered);
+  for (std::size_t length = 0; length < whole.size() - 3; ++length) {
+    EXPECT_EQ(DecodeStatusReport(OctetSpan(whole).first(length), read).error, PduError::kTruncated)
+        << length;
+  }
+}
+
+TEST(StatusReport, IsNoDeliver) {
+  StatusReportPdu read;
+  EXPECT_EQ(DecodeStatusReport(Bytes("000001"), read).error, PduError::kBadType);
+}
+
+TEST(Outcome, FollowsTheRangesOfTheStatus) {
+  EXPECT_EQ(OutcomeOf(0x00), Outcome::kDelivered);
+  for (const int status : {0x01, 0x02, 0x1F}) {
+    EXPECT_EQ(OutcomeOf(static_cast<std::uint8_t>(status)), Outcome::kPassedOn) << status;
+  }
+  for (const int status : {0x20, 0x3F}) {
+    EXPECT_EQ(OutcomeOf(static_cast<std::uint8_t>(status)), Outcome::kStillTrying) << status;
+  }
+  for (const int status : {0x40, 0x60, 0x80, 0xFF}) {
+    EXPECT_EQ(OutcomeOf(static_cast<std::uint8_t>(status)), Outcome::kFailed) << status;
+  }
+}
+
+TEST(TypeOfIncoming, IsThatOfTheFirstOctetBehindTheServiceCentre) {
+  EXPECT_EQ(TypeOfIncoming(Bytes("0004")), IncomingType::kDeliver);
+  EXPECT_EQ(TypeOfIncoming(Bytes("019106")), IncomingType::kStatusReport);
+  EXPECT_EQ(TypeOfIncoming(Bytes("0001")), IncomingType::kReserved);
+  EXPECT_EQ(TypeOfIncoming(Bytes("0003")), IncomingType::kReserved);
+  EXPECT_EQ(TypeOfIncoming(Bytes("0491")), std::nullopt);
+  EXPECT_EQ(TypeOfIncoming({}), std::nullopt);
+}
+
+TEST(RelativeValidity, IsTheShortestThatLastsLongEnough) {
+  using std::chrono::days;
+  using std::chrono::hours;
+  using std::chrono::minutes;
+  using std::chrono::weeks;
+  const std::pair<minutes, int> rows[] = {
+      {minutes(-5), 0}, {minutes(0), 0},      {minutes(5), 0},  {minutes(6), 1},
+      {hours(12), 143}, {minutes(721), 144},  {hours(24), 167}, {minutes(1441), 168},
+      {days(2), 168},   {minutes(2881), 169}, {days(30), 196},  {minutes(43201), 197},
+      {weeks(5), 197},  {weeks(63), 255},     {weeks(64), 255}, {minutes::max(), 255}};
+  for (const auto& [time, octet] : rows) EXPECT_EQ(RelativeValidity(time), octet) << time.count();
 }
 
 TEST(TpduLength, LeavesOutTheServiceCentre) {
@@ -171,9 +265,11 @@ TEST(Pdu, DecodingSurvivesAnyOctets) {
     if (round % 5 == 0) octets.resize(random() % (octets.size() + 1));
     DeliverPdu deliver;
     SubmitPdu submit;
+    StatusReportPdu report;
+    decoded += DecodeStatusReport(octets, report) ? 1U : 0U;
     decoded += DecodeDeliver(octets, deliver) ? 1U : 0U;
     decoded += DecodeSubmit(octets, submit) ? 1U : 0U;
-    EXPECT_LE(Text(deliver.data).size() + Text(submit.data).size(), 2000u);
+    EXPECT_LE(TextOf(deliver.data).size() + TextOf(submit.data).size(), 2000u);
   }
   EXPECT_GT(decoded, 1000u) << "the octets are too bad to be a test";
 }

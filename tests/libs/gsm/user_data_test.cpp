@@ -16,21 +16,21 @@ std::string Repeated(std::string_view text, int times) {
 
 /// Writes and reads each part; the text of all of them.
 std::string ThroughTheWire(const std::vector<UserData>& parts) {
-  Octets payload;
+  std::vector<UserData> data;
   for (const UserData& part : parts) {
     Octets octets;
     WriteUserData(part, octets);
     EXPECT_LE(octets.size(), 141u);
     OctetReader in(octets);
     const UserData read =
-        ReadUserData(in, DataCodingScheme(part.alphabet), part.concatenation.has_value());
+        ReadUserData(in, DataCodingScheme(part.alphabet), part.header.concatenation.has_value());
     in.ExpectEnd();
     EXPECT_EQ(in.error(), PduError::kNone);
-    EXPECT_EQ(read.concatenation, part.concatenation);
+    EXPECT_EQ(read.header.concatenation, part.header.concatenation);
     EXPECT_FALSE(read.header_ignored);
-    payload.insert(payload.end(), read.payload.begin(), read.payload.end());
+    data.push_back(read);
   }
-  return PayloadText(parts.front().alphabet, payload);
+  return TextOf(data);
 }
 
 std::vector<UserData> Split(std::string_view text, bool wide = false) {
@@ -42,7 +42,7 @@ TEST(UserData, KeepsAShortTextInOnePartWithoutAHeader) {
                                   Repeated("€", 80), Repeated("Ж", 70)}) {
     const auto parts = Split(text);
     EXPECT_EQ(parts.size(), 1u);
-    EXPECT_EQ(parts.front().concatenation, std::nullopt);
+    EXPECT_EQ(parts.front().header.concatenation, std::nullopt);
     EXPECT_EQ(ThroughTheWire(parts), text);
   }
 }
@@ -75,7 +75,7 @@ TEST(UserData, NeverTearsAnEscapeOrASurrogatePair) {
     EXPECT_NE(part.payload.back(), 0x1B);
   }
   for (const UserData& part : Split("Ж" + Repeated("😀", 80))) {
-    const std::string text = PayloadText(part.alphabet, part.payload);
+    const std::string text = TextOf(part);
     EXPECT_EQ(text.find("\uFFFD"), std::string::npos) << text;
   }
 }
@@ -131,7 +131,7 @@ TEST(UserDataHeader, LosesAPlaceThatMakesNoSense) {
                              "050003010203"}) {
     const UserData data = UserDataOf(digits, 0x04);
     EXPECT_FALSE(data.header_ignored) << digits;
-    EXPECT_EQ(data.concatenation, std::nullopt) << digits;
+    EXPECT_EQ(data.header.concatenation, std::nullopt) << digits;
   }
 }
 
@@ -156,18 +156,6 @@ TEST(UserData, RefusesLengthsThatAreTooLongOrNotThere) {
   UserDataOf("8D" + Repeated("00", 141), 0x04, PduError::kBadLength);
   UserDataOf("A1" + Repeated("00", 141), 0x00, PduError::kBadLength);
   UserDataOf("0541", 0x04, PduError::kTruncated);
-}
-
-TEST(DataCodingScheme, TellsTheAlphabet) {
-  for (const int scheme : {0x00, 0x10, 0x11, 0x0C, 0x40, 0x80, 0xC0, 0xD0, 0xF0, 0xF1}) {
-    EXPECT_EQ(AlphabetOf(static_cast<std::uint8_t>(scheme)), Alphabet::kDefault) << scheme;
-  }
-  for (const int scheme : {0x04, 0x15, 0x44, 0x20, 0x28, 0xF4, 0xF5}) {
-    EXPECT_EQ(AlphabetOf(static_cast<std::uint8_t>(scheme)), Alphabet::kOctets) << scheme;
-  }
-  for (const int scheme : {0x08, 0x18, 0x48, 0xE0}) {
-    EXPECT_EQ(AlphabetOf(static_cast<std::uint8_t>(scheme)), Alphabet::kUcs2) << scheme;
-  }
 }
 
 }  // namespace
