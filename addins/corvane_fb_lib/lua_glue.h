@@ -154,6 +154,16 @@ int OpenFB(lua_State* L, const luaL_Reg* metatable, const luaL_Reg* module) {
   });
 }
 
+/// Tells a runtime that takes it what values of the block's variables mean, where the class says so
+/// with `static const STValueMeaning* GetMeaningTable()`.
+template <class T>
+void DescribeFB(const char* type_name) {
+  if constexpr (requires { T::GetMeaningTable(); }) {
+    if (DescribeExternalSTLibValues == nullptr) return;
+    DescribeExternalSTLibValues(type_name, T::GetMeaningTable());
+  }
+}
+
 /// Declares the exported functions of a block class.
 #define DECLARE_FUNCTION_BLOCK(Class)                \
   CORVANE_FB_EXPORT int luaopen_##Class(lua_State*); \
@@ -181,5 +191,6 @@ int OpenFB(lua_State* L, const luaL_Reg* metatable, const luaL_Reg* module) {
   }                                                                    \
   int RegisterSTLibs##Class() {                                        \
     RegisterExternalSTLib(type_name, luaopen_##Class);                 \
+    DescribeFB<Class>(type_name);                                      \
     return 0;                                                          \
   }

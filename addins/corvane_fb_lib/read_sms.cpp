@@ -39,6 +39,20 @@ const FBMetaEntry* ReadSMSFB::GetMetaTable() {
   return _entries;
 }
 
+const STValueMeaning* ReadSMSFB::GetMeaningTable() {
+  static const STValueMeaning meanings[] = {{"State", kUnregistered, "waiting for the port"},
+                                            {"State", kIdle, "idle"},
+                                            {"State", kSetPduMode, "setting PDU mode"},
+                                            {"State", kList, "listing messages"},
+                                            {"State", kDelete, "deleting a message"},
+                                            {"Error", kNotRegistered, "no such port, or not open"},
+                                            {"Error", kUnexpectedAnswer, "unexpected answer"},
+                                            {"Error", kPlainError, "refused: ERROR"},
+                                            {"Error", kNoAnswer, "no answer in time"},
+                                            {nullptr, 0, nullptr}};
+  return meanings;
+}
+
 ReadSMSFB::~ReadSMSFB() {
   if (ModemPortDriverUnregister != nullptr) ModemPortDriverUnregister(this);
 }

@@ -22,6 +22,7 @@ class ReadSMSFB : public BaseFB<ReadSMSFB> {
   /// Withdraws the block from the modem port driver, where the runtime knows how.
   ~ReadSMSFB() override;
   static const FBMetaEntry* GetMetaTable();
+  static const STValueMeaning* GetMeaningTable();
 
   /// Registers with the driver until that succeeds, starts a pass over the modem's messages while
   /// `Read` is TRUE, and delivers one message at most every second call.

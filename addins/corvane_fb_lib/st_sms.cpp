@@ -45,6 +45,21 @@ const FBMetaEntry* SendSMSFB::GetMetaTable() {
   return _entries;
 }
 
+const STValueMeaning* SendSMSFB::GetMeaningTable() {
+  static const STValueMeaning meanings[] = {
+      {"State", kUnregistered, "waiting for the port"},
+      {"State", kIdle, "idle"},
+      {"State", kSetPduMode, "setting PDU mode"},
+      {"State", kAnnounce, "announcing the next PDU"},
+      {"State", kTransfer, "sending the PDU"},
+      {"Error", kUnexpectedAnswer, "unexpected answer"},
+      {"Error", kNoAnswer, "no answer in time"},
+      {"Error", 11, "text invalid or too long"},  // of SMSSubmit::encode
+      {"Error", kNoReceiver, "cannot be sent to this receiver"},
+      {nullptr, 0, nullptr}};
+  return meanings;
+}
+
 SendSMSFB::~SendSMSFB() {
   if (ModemPortDriverUnregister != nullptr) ModemPortDriverUnregister(this);
 }

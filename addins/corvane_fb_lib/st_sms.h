@@ -21,6 +21,7 @@ class SendSMSFB : public BaseFB<SendSMSFB> {
   /// the queue is not sent any more.
   ~SendSMSFB() override;
   static const FBMetaEntry* GetMetaTable();
+  static const STValueMeaning* GetMeaningTable();
 
   /// Registers with the driver until that succeeds; on a rising edge of `Send` queues the message,
   /// once for each number in `Receiver`.

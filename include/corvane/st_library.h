@@ -11,4 +11,19 @@ extern "C" {
 /// A name that is registered already is refused. Called from the add-in's InitAddin only.
 /// @return 0, or non-zero when refused
 int RegisterExternalSTLib(const char* name, lua_CFunction opener);
+
+/// What one value of a block's variable means, in a few words.
+struct STValueMeaning {
+  const char* variable;  ///< null ends a table of these
+  int value;
+  const char* meaning;  ///< UTF-8
+};
+
+/// Says what values of a block type's variables mean, for people who watch a program. The words are
+/// the block's, since nobody else knows its states; they come by this function and not with the
+/// metadata, which hosts check and programs see. `meanings` is copied. Called from the add-in's
+/// InitAddin only. An addition of this runtime: an add-in refers to it weakly and skips the call
+/// where a runtime does not have it.
+void DescribeExternalSTLibValues(const char* name, const STValueMeaning* meanings)
+    __attribute__((weak));
 }

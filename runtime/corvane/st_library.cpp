@@ -4,6 +4,8 @@
 #include <spdlog/spdlog.h>
 
 #include <algorithm>
+#include <map>
+#include <tuple>
 
 namespace corvane {
 namespace {
@@ -13,10 +15,21 @@ std::vector<StLibrary>& Registry() {
   return registry;
 }
 
+/// By type, variable and value.
+std::map<std::tuple<std::string, std::string, double>, std::string>& Meanings() {
+  static std::map<std::tuple<std::string, std::string, double>, std::string> meanings;
+  return meanings;
+}
+
 }  // namespace
 
 const std::vector<StLibrary>& RegisteredStLibraries() {
   return Registry();
+}
+
+std::string ValueMeaning(const std::string& type, const std::string& variable, double value) {
+  const auto found = Meanings().find({type, variable, value});
+  return found == Meanings().end() ? std::string() : found->second;
 }
 
 }  // namespace corvane
@@ -32,4 +45,11 @@ int RegisterExternalSTLib(const char* name, lua_CFunction opener) {
   }
   registry.push_back({name, opener});
   return 0;
+}
+
+void DescribeExternalSTLibValues(const char* name, const STValueMeaning* meanings) {
+  if (name == nullptr || meanings == nullptr) return;
+  for (; meanings->variable != nullptr; ++meanings) {
+    corvane::Meanings()[{name, meanings->variable, meanings->value}] = meanings->meaning;
+  }
 }

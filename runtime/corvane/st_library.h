@@ -18,4 +18,8 @@ struct StLibrary {
 /// In the order of their registration.
 [[nodiscard]] const std::vector<StLibrary>& RegisteredStLibraries();
 
+/// What the add-in says that this value of a block's variable means; empty where it says nothing.
+[[nodiscard]] std::string ValueMeaning(const std::string& type, const std::string& variable,
+                                       double value);
+
 }  // namespace corvane

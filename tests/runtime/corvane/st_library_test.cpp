@@ -43,6 +43,19 @@ TEST(StLibrary, EachNewEnvironmentOpensTheTypes) {
   EXPECT_TRUE(lua_toboolean(second.state(), -1));
 }
 
+TEST(StLibrary, KnowsWhatAnAddinSaysOfAValue) {
+  constexpr STValueMeaning kMeanings[] = {
+      {"State", 0, "idle"}, {"State", 17, "busy"}, {nullptr, 0, nullptr}};
+  DescribeExternalSTLibValues("DESCRIBED", kMeanings);
+  EXPECT_EQ(corvane::ValueMeaning("DESCRIBED", "State", 17), "busy");
+  EXPECT_EQ(corvane::ValueMeaning("DESCRIBED", "State", 0), "idle");
+  EXPECT_EQ(corvane::ValueMeaning("DESCRIBED", "State", 17.5), "");
+  EXPECT_EQ(corvane::ValueMeaning("DESCRIBED", "Other", 17), "");
+  EXPECT_EQ(corvane::ValueMeaning("OTHER", "State", 17), "");
+  DescribeExternalSTLibValues(nullptr, kMeanings);
+  DescribeExternalSTLibValues("DESCRIBED", nullptr);
+}
+
 // Runs in a process of its own under CTest; in one process with the others it must come last.
 TEST(ZStLibraryFailure, AnOpenerThatFailsIsAnErrorWithTheTypesName) {
   RegisterExternalSTLib("BROKEN", Fails);
