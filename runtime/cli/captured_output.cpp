@@ -15,13 +15,13 @@
 namespace corvane::cli {
 namespace {
 
-constexpr off_t kMaximum = 1 << 20;   // octets; what lies in front of the tail is dropped
-constexpr std::size_t kTail = 16384;  // octets that are looked at for lines
+constexpr off_t kMaximum = 1 << 20;   // octets; above it, what comes before the tail is dropped
+constexpr std::size_t kTail = 16384;  // octets in which lines are looked for
 constexpr std::size_t kLinesLeft = 20;
 
-int Duplicate(int descriptor) {
-  const int copy = fcntl(descriptor, F_DUPFD_CLOEXEC, 3);
-  if (copy < 0) throw std::system_error(errno, std::generic_category(), "standard output");
+Descriptor Duplicate(int descriptor) {
+  Descriptor copy(fcntl(descriptor, F_DUPFD_CLOEXEC, 3));
+  if (copy.get() < 0) throw std::system_error(errno, std::generic_category(), "standard output");
   return copy;
 }
 
@@ -29,38 +29,36 @@ int Duplicate(int descriptor) {
 
 CapturedOutput::CapturedOutput() {
   std::fflush(stdout);
-  file_ = memfd_create("output", MFD_CLOEXEC);
-  if (file_ < 0) throw std::system_error(errno, std::generic_category(), "memfd_create");
-  // Several programs write to it, each behind the others.
-  fcntl(file_, F_SETFL, O_APPEND);
+  file_ = Descriptor(memfd_create("output", MFD_CLOEXEC));
+  if (file_.get() < 0) throw std::system_error(errno, std::generic_category(), "memfd_create");
+  // Several programs write to it, each after what is there.
+  fcntl(file_.get(), F_SETFL, O_APPEND);
   out_ = Duplicate(STDOUT_FILENO);
   if (isatty(STDERR_FILENO) != 0) {
     err_ = Duplicate(STDERR_FILENO);
-    dup2(file_, STDERR_FILENO);
+    dup2(file_.get(), STDERR_FILENO);
   }
-  dup2(file_, STDOUT_FILENO);
+  dup2(file_.get(), STDOUT_FILENO);
 }
 
 CapturedOutput::~CapturedOutput() {
   std::fflush(stdout);
-  dup2(out_, STDOUT_FILENO);
-  if (err_ >= 0) dup2(err_, STDERR_FILENO);
-  for (const std::string& line : LastLines(kLinesLeft)) std::printf("%s\n", line.c_str());
-  std::fflush(stdout);
-  close(file_);
-  close(out_);
-  if (err_ >= 0) close(err_);
+  if (!kept_) {
+    dup2(out_.get(), STDOUT_FILENO);
+    if (err_.get() >= 0) dup2(err_.get(), STDERR_FILENO);
+  }
 }
 
 std::string CapturedOutput::Tail() {
-  const off_t size = lseek(file_, 0, SEEK_END);
+  const off_t size = lseek(file_.get(), 0, SEEK_END);
   const off_t begin = std::max<off_t>(0, size - static_cast<off_t>(kTail));
   std::string text(static_cast<std::size_t>(size - begin), '\0');
-  const ssize_t count = pread(file_, text.data(), text.size(), begin);
+  const ssize_t count = pread(file_.get(), text.data(), text.size(), begin);
   text.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
   if (size > kMaximum) {
-    // What somebody prints between the two calls is lost from the picture, not from a log file.
-    if (ftruncate(file_, 0) == 0 && write(file_, text.data(), text.size()) < 0) text.clear();
+    // What is printed between the two calls is lost: it would be above the lines that are shown.
+    if (ftruncate(file_.get(), 0) == 0 && write(file_.get(), text.data(), text.size()) < 0)
+      text.clear();
   }
   return text;
 }
@@ -79,6 +77,13 @@ std::vector<std::string> CapturedOutput::LastLines(std::size_t count) {
   }
   std::reverse(lines.begin(), lines.end());
   return lines;
+}
+
+std::string CapturedOutput::LastText() {
+  std::fflush(stdout);
+  std::string text;
+  for (const std::string& line : LastLines(kLinesLeft)) text += line + "\n";
+  return text;
 }
 
 }  // namespace corvane::cli

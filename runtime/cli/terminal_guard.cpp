@@ -1,18 +1,17 @@
 // SPDX-License-Identifier: MIT
 #include "runtime/cli/terminal_guard.h"
 
-#define NCURSES_NOMACROS
-#include <curses.h>
 #include <fcntl.h>
-// Behind curses.h, on which it depends.
-#include <term.h>
+#include <poll.h>
 #include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
 #include <string>
+#include <system_error>
 #include <utility>
 
 namespace corvane::cli {
@@ -21,64 +20,115 @@ namespace {
 constexpr std::array kSignals{SIGINT,  SIGTERM, SIGHUP, SIGQUIT, SIGABRT,
                               SIGSEGV, SIGBUS,  SIGFPE, SIGILL};
 
+/// How long a terminal may take for the last octets, ten lines of text at 9600 baud.
+constexpr std::chrono::milliseconds kPatienceAtTheEnd(500);
+
 // What the handler uses, ready before the first signal can come.
 int guarded_terminal = -1;
+int old_flags = -1;  // of a descriptor that others share; -1: it is our own
 termios old_settings{};
 std::array<char, 256> farewell{};
 std::size_t farewell_length = 0;
 
-extern "C" void RestoreTerminal(int signal) {
-  [[maybe_unused]] const auto written = write(guarded_terminal, farewell.data(), farewell_length);
+void GiveSettingsBack() {
   tcsetattr(guarded_terminal, TCSANOW, &old_settings);
+  if (old_flags >= 0) fcntl(guarded_terminal, F_SETFL, old_flags);
+}
+
+/// Drops what the terminal has not taken yet, which makes room, and ends a stop by Ctrl-S: Linux
+/// starts the output again when IXON goes.
+void SayFarewellInPlaceOfTheRest() {
+  tcflush(guarded_terminal, TCOFLUSH);
+  termios settings = old_settings;
+  settings.c_iflag &= ~static_cast<tcflag_t>(IXON);
+  tcsetattr(guarded_terminal, TCSANOW, &settings);
+  [[maybe_unused]] const auto written = write(guarded_terminal, farewell.data(), farewell_length);
+}
+
+extern "C" void RestoreTerminal(int signal) {
+  const ssize_t written = write(guarded_terminal, farewell.data(), farewell_length);
+  if (written != static_cast<ssize_t>(farewell_length)) SayFarewellInPlaceOfTheRest();
+  GiveSettingsBack();
   std::signal(signal, SIG_DFL);
   raise(signal);
 }
 
-/// The octets that leave the alternate screen and undo what a picture may have left on.
-void PrepareFarewell(int terminal) {
-  int error = 0;
-  if (setupterm(nullptr, terminal, &error) != OK) return;
-  std::string text;
-  for (const char* capability : {"sgr0", "rmkx", "cnorm", "rmcup"}) {
-    const char* octets = tigetstr(capability);
-    // Null: unknown; -1: no string at all.
-    // NOLINTNEXTLINE(performance-no-int-to-ptr): the library's own way to say it
-    if (octets != nullptr && octets != reinterpret_cast<const char*>(-1)) text += octets;
-  }
-  farewell_length = text.copy(farewell.data(), farewell.size());
-  del_curterm(cur_term);
+/// Opens the terminal again, so that nobody else's descriptor of it stops blocking. Where that is
+/// not allowed (a terminal of another user, after su), the one we have must do for the time being.
+int OpenWithoutBlocking(int terminal) {
+  const std::string path = "/proc/self/fd/" + std::to_string(terminal);
+  old_flags = -1;
+  const int own = open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+  if (own >= 0) return own;
+  const int shared = fcntl(terminal, F_DUPFD_CLOEXEC, 3);
+  if (shared < 0) throw std::system_error(errno, std::generic_category(), "the terminal");
+  old_flags = fcntl(shared, F_GETFL);
+  fcntl(shared, F_SETFL, old_flags | O_NONBLOCK);
+  return shared;
+}
+
+/// Keys come one by one and unseen. Ctrl-C stays a signal, but Ctrl-Z does not: it would stop the
+/// process, and with it the machine that the program controls.
+void SetForKeys(int terminal) {
+  termios settings = old_settings;
+  settings.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO | IEXTEN);
+  settings.c_cc[VMIN] = 1;
+  settings.c_cc[VTIME] = 0;
+  settings.c_cc[VSUSP] = _POSIX_VDISABLE;
+  tcsetattr(terminal, TCSANOW, &settings);
 }
 
 }  // namespace
 
-bool TerminalGuard::Knows(int terminal) {
-  int error = 0;
-  if (setupterm(nullptr, terminal, &error) != OK) return false;
-  del_curterm(cur_term);
-  return true;
-}
-
-TerminalGuard::TerminalGuard(int terminal) {
-  // A copy: what the number stands for may be replaced.
-  guarded_terminal = fcntl(terminal, F_DUPFD_CLOEXEC, 3);
+TerminalGuard::TerminalGuard(int terminal, const TerminalDescription& description)
+    : descriptor_(OpenWithoutBlocking(terminal)) {
+  guarded_terminal = descriptor_.get();
+  farewell_length = description.leave.copy(farewell.data(), farewell.size());
   tcgetattr(guarded_terminal, &old_settings);
-  PrepareFarewell(guarded_terminal);
   for (const int signal : kSignals) {
     struct sigaction old {};
     sigaction(signal, nullptr, &old);
     if (old.sa_handler == SIG_DFL) std::signal(signal, RestoreTerminal);
   }
+  SetForKeys(guarded_terminal);
 }
 
 TerminalGuard::~TerminalGuard() {
+  Leave();
+  // Whoever has kept our handler as the former one may still put it back: it then only passes on.
+  guarded_terminal = -1;
+}
+
+bool TerminalGuard::Write(std::string_view octets, std::chrono::milliseconds limit) const {
+  const auto end = std::chrono::steady_clock::now() + limit;
+  while (!octets.empty()) {
+    const ssize_t count = write(descriptor_.get(), octets.data(), octets.size());
+    if (count > 0) {
+      octets.remove_prefix(static_cast<std::size_t>(count));
+    } else if (count == 0 || errno == EAGAIN) {
+      const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+          end - std::chrono::steady_clock::now());
+      if (left.count() <= 0) return false;
+      pollfd ready{descriptor_.get(), POLLOUT, 0};
+      poll(&ready, 1, static_cast<int>(left.count()));
+    } else if (errno != EINTR) {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool TerminalGuard::Leave() {
+  if (!std::exchange(taken_, false)) return true;
+  const bool takes = Write({farewell.data(), farewell_length}, kPatienceAtTheEnd);
+  if (!takes) SayFarewellInPlaceOfTheRest();
   for (const int signal : kSignals) {
     struct sigaction now {};
     sigaction(signal, nullptr, &now);
     if (now.sa_handler == RestoreTerminal) std::signal(signal, SIG_DFL);
   }
-  tcsetattr(guarded_terminal, TCSADRAIN, &old_settings);
-  // Who has kept our handler as the former one may still put it back: it then only passes on.
-  close(std::exchange(guarded_terminal, -1));
+  GiveSettingsBack();
+  return takes;
 }
 
 }  // namespace corvane::cli

@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: MIT
 // corvane run --watch: the blocks, the modem ports and the cycle statistics of a running program in
 // the terminal.
-// Threads: one of its own draws; the PLC task hands over what there is to see and never waits for
-// the terminal.
+// Threads: one of its own draws; the PLC task hands over what there is to see. Neither ever waits
+// for the terminal.
 #pragma once
 
 #include <chrono>
-#include <cstdio>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -14,13 +13,16 @@
 #include <thread>
 #include <vector>
 
+#include "libs/base/descriptor.h"
 #include "runtime/cli/captured_output.h"
+#include "runtime/cli/change_marks.h"
 #include "runtime/cli/terminal_guard.h"
+#include "runtime/cli/terminal_keys.h"
+#include "runtime/cli/terminal_screen.h"
+#include "runtime/cli/watch_page.h"
 #include "runtime/corvane/block_observer.h"
 #include "runtime/corvane/cycle_statistics.h"
 #include "runtime/modem_driver/modem_port_driver.h"
-
-struct screen;  // of ncurses
 
 namespace corvane::cli {
 
@@ -28,13 +30,14 @@ namespace corvane::cli {
 [[nodiscard]] std::string WatchProblem();
 
 /// Takes the terminal when it is made, and gives it back as it was when it goes; also when a signal
-/// ends the process, but for SIGKILL. Make it before anything else catches signals or logs. One at
-/// a time; WatchProblem() is empty.
+/// ends the process, except SIGKILL. Make it before anything else catches signals or logs. One at a
+/// time; WatchProblem() is empty.
 class WatchView {
  public:
   explicit WatchView(std::string program);
   WatchView(const WatchView&) = delete;
   WatchView& operator=(const WatchView&) = delete;
+  /// Ends within a second, also where the terminal takes no output.
   ~WatchView();
 
   /// From now on the blocks that are created in this state are shown.
@@ -45,30 +48,23 @@ class WatchView {
   void Update(const CycleStatistics& statistics);
 
  private:
-  struct Picture {
-    std::string statistics;
-    std::vector<std::string> modems;
-    std::vector<BlockState> blocks;
-  };
-
   void Draw();
-  void DrawLines();
-  void TakeKeys();
-  [[nodiscard]] Picture picture() const;
+  void Show();
+  void Press(const std::vector<KeyPress>& keys);
 
-  std::string program_;
+  TerminalDescription description_;
   TerminalGuard guard_;
   CapturedOutput output_;
-  std::unique_ptr<FILE, int (*)(FILE*)> in_;
-  std::unique_ptr<FILE, int (*)(FILE*)> out_;
-  screen* screen_ = nullptr;
-  int wake_;            // eventfd: the view goes
-  int first_line_ = 0;  // of the blocks' lines, on top
+  TerminalScreen screen_;
+  KeyDecoder keys_;
+  WatchPage page_;
+  ChangeMarks marks_;
+  Descriptor wake_;  // eventfd: the view goes
   std::optional<BlockObserver> observer_;
   const ModemPortDriver* modems_ = nullptr;
   std::chrono::steady_clock::time_point taken_{};
-  mutable std::mutex mutex_;  // guards picture_
-  Picture picture_;
+  std::mutex mutex_;  // guards picture_
+  std::shared_ptr<const WatchPicture> picture_ = std::make_shared<WatchPicture>();
   std::thread thread_;
 };
 

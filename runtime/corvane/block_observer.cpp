@@ -104,7 +104,7 @@ void Descend(lua_State* L, const char* key) {
   lua_remove(L, -2);
 }
 
-/// What TYPES.StandardFB says of a type; nothing where the program has spoilt it.
+/// What TYPES.StandardFB says of a type; nothing where the program has overwritten it.
 std::vector<Declaration> Declarations(lua_State* L, const std::string& type) {
   std::vector<Declaration> declarations;
   lua_pushglobaltable(L);
@@ -128,8 +128,21 @@ std::vector<Declaration> Declarations(lua_State* L, const std::string& type) {
   return declarations;
 }
 
-/// The value on top as a watcher reads it.
-std::string ValueText(lua_State* L, const Declaration& declaration) {
+/// A text between quotation marks, cut where it is too long to be looked at: a program's longest
+/// texts would otherwise cost its cycle a copy each.
+std::string Quoted(std::string_view text) {
+  if (text.size() <= VariableState::kMaximumValue - 2) return fmt::format("'{}'", text);
+  return fmt::format("'{}...", text.substr(0, VariableState::kMaximumValue - 4));
+}
+
+std::string NumberText(const std::string& type, const std::string& variable, lua_Number number,
+                       const char* text) {
+  const std::string meaning = ValueMeaning(type, variable, number);
+  return meaning.empty() ? text : fmt::format("{} {}", text, meaning);
+}
+
+/// The value on top, of a block of the type `type`, as a watcher reads it.
+std::string ValueText(lua_State* L, const std::string& type, const Declaration& declaration) {
   if (declaration.name == "Password") return lua_rawlen(L, -1) == 0 ? "''" : "......";
   if (lua_isnil(L, -1)) return "-";
   if (lua_isboolean(L, -1)) return lua_toboolean(L, -1) != 0 ? "TRUE" : "FALSE";
@@ -143,13 +156,14 @@ std::string ValueText(lua_State* L, const Declaration& declaration) {
     }
   }
   const bool quoted = lua_type(L, -1) == LUA_TSTRING;
+  const lua_Number number = lua_tonumber(L, -1);
   std::size_t length = 0;
   const char* text = lua_tolstring(L, -1, &length);
   if (text == nullptr) return luaL_typename(L, -1);
-  return quoted ? fmt::format("'{}'", std::string_view(text, length)) : text;
+  return quoted ? Quoted({text, length}) : NumberText(type, declaration.name, number, text);
 }
 
-/// The registered type of the block on top; empty for what is none, or no more.
+/// The registered type of the block on top; empty for what is not a block, or not any more.
 std::string TypeOf(lua_State* L) {
   for (const StLibrary& library : RegisteredStLibraries()) {
     if (luaL_testudata(L, -1, library.name.c_str()) != nullptr) return library.name;
@@ -157,11 +171,13 @@ std::string TypeOf(lua_State* L) {
   return {};
 }
 
-BlockState ReadBlock(lua_State* L, const std::string& type) {
-  BlockState block{"", type, {}};
-  for (const Declaration& declaration : Declarations(L, type)) {
+/// The block on top.
+BlockState ReadBlock(lua_State* L, const std::string& type,
+                     const std::vector<Declaration>& declarations) {
+  BlockState block{0, "", type, {}};
+  for (const Declaration& declaration : declarations) {
     lua_getfield(L, -1, declaration.name.c_str());
-    block.variables.push_back({declaration.name, ValueText(L, declaration)});
+    block.variables.push_back({declaration.name, ValueText(L, type, declaration)});
     lua_pop(L, 1);
   }
   return block;
@@ -195,12 +211,16 @@ int ReadAll(lua_State* L) {
     NameSearch(L, reading.names).Run();
     reading.named = count;
   }
+  std::map<std::string, std::vector<Declaration>> declarations;
   for (const int number : Numbers(L)) {
     lua_settop(L, 2);
     lua_rawgeti(L, 2, number);
     const std::string type = TypeOf(L);
     if (type.empty()) continue;
-    BlockState block = ReadBlock(L, type);
+    const auto [of_type, is_new] = declarations.try_emplace(type);
+    if (is_new) of_type->second = Declarations(L, type);
+    BlockState block = ReadBlock(L, type, of_type->second);
+    block.number = number;
     const auto name = reading.names.find(lua_topointer(L, -1));
     block.name = name != reading.names.end() ? name->second : fmt::format("#{}", number);
     reading.blocks.push_back(std::move(block));

@@ -12,10 +12,16 @@ namespace corvane {
 
 struct VariableState {
   std::string name;
-  std::string value;  ///< as text: TRUE, 5, 'text', 2026-11-21 03:00:00; never a password
+  /// As text: TRUE, 5, 'text', 2026-11-21 03:00:00, 17 announcing the next PDU; never a password.
+  /// At most kMaximumValue octets, and three dots where there were more.
+  std::string value;
+  bool changed = false;  ///< lately; for whoever compares readings
+
+  static constexpr std::size_t kMaximumValue = 1024;
 };
 
 struct BlockState {
+  int number = 0;    ///< how many blocks had been created, itself included: no two share it
   std::string name;  ///< the program's variable that holds it, or "#" and its number
   std::string type;
   std::vector<VariableState> variables;  ///< as declared
@@ -33,7 +39,7 @@ class BlockObserver {
  private:
   lua_State* L_;
   std::map<const void*, std::string> names_;
-  int named_ = 0;  ///< how many blocks had been created when names_ was filled
+  int named_ = 0;  // how many blocks had been created when names_ was filled
 };
 
 }  // namespace corvane

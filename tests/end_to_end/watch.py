@@ -1,6 +1,6 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""watch.py CORVANE: looks at `corvane run --watch` through a terminal of 80 x 24 cells."""
+"""watch.py CORVANE [TEST...]: looks at `corvane run --watch` through a terminal, of 80 x 24 cells mostly."""
 import fcntl
 import os
 import pty
@@ -60,20 +60,29 @@ class Stream(pyte.ByteStream):
 class Terminal:
     """A program on a pseudo-terminal, and what it shows there."""
 
-    def __init__(self, program, *options, term="screen", lines=24):
+    def __init__(self, program, *options, term="screen", lines=24, columns=80):
         path = folder.name + "/program.lua"
         with open(path, "w", encoding="utf-8") as file:
             file.write(program)
-        self.screen = Screen(80, lines)
+        self.screen = Screen(columns, lines)
         self.stream = Stream(self.screen)
         self.raw = b""
         self.master, self.slave = pty.openpty()
-        fcntl.ioctl(self.slave, termios.TIOCSWINSZ, struct.pack("HHHH", lines, 80, 0, 0))
+        self.set_size(lines, columns)
         self.before = termios.tcgetattr(self.slave)
         self.process = subprocess.Popen(
             ["setpriv", "--pdeathsig", "KILL", corvane, "run", path, "--watch", "--cycle", "10ms", *options], stdin=self.slave, stdout=self.slave,
             stderr=self.slave, start_new_session=True,
             env={"TERM": term, "PATH": os.environ["PATH"], "LANG": "C.UTF-8"})
+
+    def set_size(self, lines, columns):
+        fcntl.ioctl(self.slave, termios.TIOCSWINSZ, struct.pack("HHHH", lines, columns, 0, 0))
+
+    def resize(self, lines, columns):
+        """As a terminal emulator does it: its own cells first, then the kernel's record."""
+        self.screen.resize(lines, columns)
+        self.screen.erase_in_display(2)
+        self.set_size(lines, columns)
 
     def take(self, seconds):
         while select.select([self.master], [], [], seconds)[0]:
@@ -110,6 +119,24 @@ class Terminal:
     def press(self, keys):
         os.write(self.master, keys)
 
+    def fill(self):
+        """Nobody reads from now on: the kernel's buffer is full, so a write to it would wait."""
+        end = os.open(os.ttyname(self.slave), os.O_WRONLY | os.O_NOCTTY | os.O_NONBLOCK)
+        try:
+            while True:
+                os.write(end, b"." * 4096)
+        except BlockingIOError:
+            pass
+        os.close(end)
+
+    def stop_output(self):
+        """As Ctrl-S."""
+        self.press(b"\x13")
+        end = time.monotonic() + 60
+        while select.select([], [self.slave], [], 0)[1]:
+            assert time.monotonic() < end, "it takes output still"
+            self.take(0.05)
+
 
 def test_shows_blocks_and_statistics():
     terminal = Terminal(PROGRAM)
@@ -122,7 +149,8 @@ def test_shows_blocks_and_statistics():
     assert "Send         FALSE" in terminal.text(), rows
     assert "mail: SEND_EMAIL" in terminal.text(), rows
     assert any(row.rstrip() == " started" for row in rows), rows
-    assert rows[23].startswith(" q: end   arrows, PgUp, PgDn: lines 1 to "), rows
+    assert rows[23].startswith(" q: end  ?: keys  lines 1 to "), rows
+    assert "State        0 waiting for the port" in terminal.text(), rows
     terminal.press(b"\x1bOB" * 40)
     terminal.wait_for("df: SysProcessCreateWithResult", "Command      'echo from the shell'")
     terminal.press(b"\x1bOA" * 8)
@@ -190,28 +218,240 @@ def test_leaves_the_terminal_when_a_signal_ends_the_process():
         assert terminal.wait_for_end() == -ending
 
 
-def test_bears_a_small_terminal():
-    terminal = Terminal(PROGRAM, lines=3)
-    terminal.wait_for("q: end")
+# What terminals send: in the cursor keys' own mode, out of it, and as a VT220.
+KEYS = {"page down": [b"\x1b[6~"], "page up": [b"\x1b[5~"], "down": [b"\x1bOB", b"\x1b[B"], "up": [b"\x1bOA", b"\x1b[A"],
+        "end": [b"\x1bOF", b"\x1b[F", b"\x1b[4~"], "home": [b"\x1bOH", b"\x1b[H", b"\x1b[1~"]}
+MANY = """
+blocks = {}
+for i = 1, 500 do blocks[i] = SysProcessCreate.new { Command = "true" } end
+count = SysProcessCreateWithResult.new { Command = "true" }
+function cycle() count.Args = "cycle " .. plc.cycle end
+"""
+
+
+def test_moves_through_many_blocks_with_every_key():
+    terminal = Terminal(MANY)
+    terminal.wait_for("blocks[1]: SysProcessCreate", "lines 1 to 19 of ")
+    total = int(terminal.screen.display[23].split(" of ")[1])
+    assert total >= 1000, total
+    for variant in range(3):
+        def press(name):
+            terminal.press(KEYS[name][variant % len(KEYS[name])])
+        press("page down")
+        terminal.wait_for("lines 20 to 38 of ")
+        press("down")
+        terminal.wait_for("lines 21 to 39 of ")
+        press("page up")
+        terminal.wait_for("lines 2 to 20 of ")
+        press("up")
+        terminal.wait_for("lines 1 to 19 of ")
+        press("end")
+        terminal.wait_for("count: SysProcessCreateWithResult", f"lines {total - 18} to {total} of ")
+        press("home")
+        terminal.wait_for("blocks[1]: SysProcessCreate", "lines 1 to 19 of ")
     terminal.press(b"q")
     assert terminal.wait_for_end() == 0
 
 
-def test_refuses_what_is_no_terminal():
+def test_filters_lists_its_keys_and_pauses():
+    terminal = Terminal(MANY)
+    terminal.wait_for("blocks[1]: ")
+    terminal.press(b"/cOunt")
+    terminal.wait_for(" /cOunt_  Enter: keep  Esc: show all", "count: SysProcessCreateWithResult", gone=["blocks[1]: "])
+    terminal.press(b"\r")
+    terminal.wait_for(" q: end  ?: keys  /cOunt", "'cycle ")
+    terminal.press(b"/\x7f\x7f\x7f\x7f\x7foutput\r")  # the name of a variable
+    terminal.wait_for("/output", "count: SysProcessCreateWithResult", "  Output       ''", gone=["Args  ", "blocks["])
+    terminal.press(b"\x1b")
+    terminal.wait_for("blocks[1]: ", gone=["/output"])
+
+    terminal.press(b"?")
+    terminal.wait_for("PgUp, PgDn  one page", "?: back", gone=["blocks[1]: "])
+    terminal.press(b"?")
+    terminal.wait_for("blocks[1]: ")
+    terminal.press(b"?")
+    terminal.wait_for("?: back")
+    terminal.press(b"\x1b")
+    terminal.wait_for("blocks[1]: ")
+
+    terminal.press(b"\x1b[F" b"p")
+    terminal.wait_for(" corvane  paused  ", "'cycle ")
+    paused = terminal.text()
+    terminal.press(b"\x1b[H")  # the display still follows the keys
+    terminal.wait_for("blocks[1]: ", "paused")
+    terminal.press(b"\x1b[F")
+    terminal.wait_for("'cycle ")
+    assert terminal.text() == paused, f"{terminal.text()}\nand before\n{paused}"
+    terminal.press(b"p")
+    terminal.wait_for("'cycle ", gone=["paused"])
+    assert terminal.text() != paused, "the program has not gone on"
+    terminal.press(b"q")
+    assert terminal.wait_for_end() == 0
+
+
+def test_marks_what_has_changed_lately():
+    terminal = Terminal("""
+        fb = SEND_SMS.new { Port = 7 }
+        function cycle()
+          if plc.cycle % 500 == 100 then fb.Message = "cycle " .. plc.cycle end
+        end""")
+    terminal.wait_for("* Message      'cycle 100'", "  Port         7")
+    terminal.wait_for("  Message      'cycle 100'")  # after two seconds
+    terminal.wait_for("* Message      'cycle 600'")
+    assert "* Port" not in terminal.text()
+    terminal.press(b"q")
+    assert terminal.wait_for_end() == 0
+
+
+def test_fits_every_size_and_follows_a_resize():
+    terminal = Terminal(PROGRAM, lines=10, columns=40)
+    terminal.wait_for("alarm: SEND_SMS", " cycles, 0 over", "q: end", "from the shell")
+    for lines, columns in ((5, 20), (60, 200), (24, 80), (10, 40), (3, 80)):
+        terminal.resize(lines, columns)
+        block = [] if lines == 3 else ["alarm: SEND_SMS"]
+        terminal.wait_for(" corvane ", " q: end", *block)
+        assert terminal.screen.display[-1].startswith(" q: end"), terminal.text()
+        assert terminal.screen.display[0].startswith(" corvane "), terminal.text()
+    terminal.resize(60, 200)
+    # All blocks at once, and the variables in four columns.
+    terminal.wait_for("df: SysProcessCreateWithResult", "Password     ......")
+    assert any(all(part in row for part in ("Port  ", "Send  ", "Receiver  ")) for row in terminal.screen.display)
+    terminal.press(b"q")
+    assert terminal.wait_for_end() == 0
+
+
+def test_wide_characters_do_not_break_rows():
+    text = "水位 e\u0301\u0323 😀 ｱ"
+    terminal = Terminal(f"""
+        local pumps = {{ ["水\\27[2J\\n"] = SEND_SMS.new {{ Receiver = "{text}", Message = "short" }} }}
+        long = SEND_SMS.new {{ Message = ("水"):rep(20000) }}
+        odd = SEND_SMS.new {{ Message = "a\\200\\255\\0\\7\\226\\128\\174b" }}
+        function cycle() return pumps end""", lines=40)
+    terminal.wait_for("long: SEND_SMS", "odd: SEND_SMS", "q: end")
+    rows = terminal.screen.display
+    assert any(row.startswith("pumps.水?: SEND_SMS") for row in rows), terminal.text()
+    [row] = [i for i in range(40) if "Receiver     '水" in rows[i]]
+    cells = terminal.screen.buffer[row]
+    assert "".join(cells[i].data for i in range(40, 62)) == "  Message      'short'", terminal.text()
+    assert "".join(cells[i].data for i in range(15, 40)).rstrip() == f"'{text}'".replace("e\u0301\u0323", "ẹ́"), terminal.text()
+    [row] = [i for i in range(40) if "Message      '水水" in rows[i]]
+    cells = terminal.screen.buffer[row]
+    assert "".join(cells[i].data for i in range(76, 80)) in ("...", "... "), terminal.text()
+    assert rows[row + 1].startswith("  Error "), terminal.text()
+    assert "'a?????b'" in terminal.text(), terminal.text()
+    terminal.press(b"q")
+    assert terminal.wait_for_end() == 0
+
+
+def test_bears_a_flood_of_output():
+    flood = "line = ('x'):rep(99) function cycle() for i = 1, 10000 do print(line) end end"
+    terminal = Terminal(flood)
+    terminal.wait_for("xxxxx...")
+    stdout = f"/proc/{terminal.process.pid}/fd/1"
+    for cycles in range(20, 401, 20):  # a megabyte each
+        end = time.monotonic() + 120
+        while int(terminal.screen.display[1].split()[0]) < cycles:
+            assert time.monotonic() < end, terminal.text()
+            terminal.take(0.05)
+            assert os.stat(stdout).st_size < 200_000_000, "the output fills the memory"
+    terminal.press(b"q")
+    assert terminal.wait_for_end() == 0
+
+
+def must_end(terminal, status):
+    """Soon, and with the terminal's settings as before; nobody reads its output."""
+    begin = time.monotonic()
+    assert terminal.process.wait(30) == status, terminal.process.returncode
+    assert time.monotonic() - begin < 5, "a second is the promise"
+    assert termios.tcgetattr(terminal.slave) == terminal.before, "other settings than before"
+
+
+def test_ends_on_a_terminal_that_nobody_reads():
+    for ending in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP, b"q"):
+        terminal = Terminal(PROGRAM)
+        terminal.wait_for("alarm: SEND_SMS")
+        terminal.fill()
+        terminal.press(ending) if isinstance(ending, bytes) else terminal.process.send_signal(ending)
+        must_end(terminal, 0)
+
+    # An error in the program, too, though nobody can see it.
+    terminal = Terminal("function cycle() if io.open('%s') then error('late') end end" % (folder.name + "/fail"))
+    terminal.wait_for("cycle time")
+    terminal.fill()
+    with open(folder.name + "/fail", "w", encoding="utf-8"):
+        pass
+    must_end(terminal, 1)
+
+
+def test_a_signal_that_ends_the_process_does_so_on_a_terminal_that_nobody_reads():
+    terminal = Terminal("function cycle() if plc.cycle == 3 then print('stuck') while true do end end end")
+    terminal.wait_for(" stuck")
+    terminal.fill()
+    terminal.process.send_signal(signal.SIGTERM)
+    terminal.process.send_signal(signal.SIGQUIT)
+    must_end(terminal, -signal.SIGQUIT)
+
+
+def test_ends_on_a_terminal_that_is_stopped():
+    for ending in (signal.SIGTERM, b"q"):
+        terminal = Terminal(PROGRAM)
+        terminal.wait_for("alarm: SEND_SMS")
+        terminal.stop_output()
+        terminal.press(ending) if isinstance(ending, bytes) else terminal.process.send_signal(ending)
+        assert terminal.wait_for_end() == 0  # the screen is left, too
+
+
+def test_goes_on_when_a_stopped_terminal_is_started():
+    terminal = Terminal(PROGRAM)
+    terminal.wait_for("alarm: SEND_SMS")
+    terminal.stop_output()
+    terminal.press(b"?\x11")
+    terminal.wait_for("PgUp, PgDn  one page")
+    terminal.press(b"q")
+    assert terminal.wait_for_end() == 0
+
+
+def test_ends_when_the_terminal_is_closed():
+    terminal = Terminal(PROGRAM)
+    terminal.wait_for("alarm: SEND_SMS")
+    os.close(terminal.slave)
+    os.close(terminal.master)
+    terminal.process.send_signal(signal.SIGHUP)
+    assert terminal.process.wait(30) == 0
+
+
+def test_works_on_terminals_of_many_types():
+    for term in ("xterm-256color", "linux", "vt100", "tmux", "rxvt"):
+        terminal = Terminal(PROGRAM, term=term)
+        terminal.wait_for("alarm: SEND_SMS", " q: end")
+        terminal.press(b"q")
+        while terminal.process.poll() is None:
+            terminal.take(0.05)
+        terminal.take(0.1)
+        assert terminal.process.returncode == 0
+        assert termios.tcgetattr(terminal.slave) == terminal.before
+        assert b"$<" not in terminal.raw, "padding is no text"
+
+
+def test_refuses_what_is_not_a_usable_terminal():
     path = folder.name + "/program.lua"
+    with open(path, "w", encoding="utf-8") as file:
+        file.write(PROGRAM)
     result = subprocess.run([corvane, "run", path, "--watch"], capture_output=True, text=True, check=False)
     assert (result.returncode, result.stdout) == (2, ""), result
     assert result.stderr == "corvane: --watch needs a terminal as standard output\n", result
     master, slave = pty.openpty()
-    result = subprocess.run([corvane, "run", path, "--watch"], stdout=slave, stderr=subprocess.PIPE, text=True,
-                            env={"TERM": "no-such-terminal"}, check=False)
-    assert result.returncode == 2, result
-    assert result.stderr == "corvane: --watch cannot use a terminal of the type 'no-such-terminal' (TERM)\n", result
+    for term in ("no-such-terminal", "dumb", "", None):
+        result = subprocess.run([corvane, "run", path, "--watch"], stdout=slave, stderr=subprocess.PIPE, text=True,
+                                env={} if term is None else {"TERM": term}, check=False)
+        assert result.returncode == 2, result
+        assert result.stderr == f"corvane: --watch cannot use a terminal of the type '{term or ''}' (TERM)\n", result
     os.close(master)
     os.close(slave)
 
 
+only = sys.argv[2:]  # names of tests; none: all
 for name, test in list(globals().items()):
-    if name.startswith("test_"):
+    if name.startswith("test_") and (not only or name in only):
         test()
         print(name[5:].replace("_", " "))

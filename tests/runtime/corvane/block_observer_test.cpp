@@ -71,6 +71,41 @@ TEST_F(BlockObserverTest, ShowsTimesFarFromToday) {
   EXPECT_EQ(Value(observer.Read().at(0), "DateTime"), "1601-01-01 00:00:02 UTC");
 }
 
+TEST_F(BlockObserverTest, ShowsWhatAStateMeans) {
+  BlockObserver observer(L());
+  Run("sms = SEND_SMS.new{State = 17, Error = 6} inbox = READ_SMS.new{State = 33, Error = 1}\n"
+      "odd = SEND_SMS.new{State = 99, Port = 17}");
+  const auto blocks = observer.Read();
+  EXPECT_EQ(Value(blocks.at(0), "State"), "17 announcing the next PDU");
+  EXPECT_EQ(Value(blocks.at(0), "Error"), "6 no answer in time");
+  EXPECT_EQ(Value(blocks.at(1), "State"), "33 listing messages");
+  EXPECT_EQ(Value(blocks.at(1), "Error"), "1 no such port, or not open");
+  EXPECT_EQ(Value(blocks.at(2), "State"), "99");
+  EXPECT_EQ(Value(blocks.at(2), "Port"), "17");
+  EXPECT_EQ(Value(blocks.at(2), "Error"), "0");
+}
+
+TEST_F(BlockObserverTest, CutsATextThatIsTooLongToBeLookedAt) {
+  BlockObserver observer(L());
+  constexpr std::size_t kMaximum = corvane::VariableState::kMaximumValue;
+  Run("fits = SEND_SMS.new{Message = ('x'):rep(1022)} long = SEND_SMS.new{Message = "
+      "('x'):rep(40000)}");
+  const auto blocks = observer.Read();
+  EXPECT_EQ(Value(blocks.at(0), "Message"), "'" + std::string(kMaximum - 2, 'x') + "'");
+  EXPECT_EQ(Value(blocks.at(1), "Message"), "'" + std::string(kMaximum - 4, 'x') + "...");
+}
+
+TEST_F(BlockObserverTest, NumbersBlocksInTheOrderOfTheirCreation) {
+  BlockObserver observer(L());
+  Run("a = SEND_SMS.new() b = SEND_SMS.new() a = nil");
+  Collect();
+  Run("c = SEND_SMS.new()");
+  const auto blocks = observer.Read();
+  ASSERT_EQ(blocks.size(), 2u);
+  EXPECT_EQ(blocks[0].number, 2);
+  EXPECT_EQ(blocks[1].number, 3);
+}
+
 TEST_F(BlockObserverTest, FollowsAValueThatChanges) {
   BlockObserver observer(L());
   Run("fb = SEND_SMS.new()");
@@ -122,7 +157,7 @@ TEST_F(BlockObserverTest, LeavesOutABlockWhoseFinalizerWasCalledByHand) {
   EXPECT_TRUE(observer.Read().empty());
 }
 
-TEST_F(BlockObserverTest, BearsAProgramThatSpoilsTheTypesAndItsGlobals) {
+TEST_F(BlockObserverTest, BearsAProgramThatOverwritesTheTypesAndItsGlobals) {
   BlockObserver observer(L());
   Run("fb = SEND_SMS.new() SEND_SMS = nil TYPES.StandardFB.SEND_SMS.Vars.Port = 5");
   EXPECT_EQ(observer.Read().at(0).variables.size(), 7u);
@@ -132,7 +167,7 @@ TEST_F(BlockObserverTest, BearsAProgramThatSpoilsTheTypesAndItsGlobals) {
   EXPECT_TRUE(blocks[0].variables.empty());
 }
 
-TEST_F(BlockObserverTest, ATableThatHoldsItselfIsNoTrap) {
+TEST_F(BlockObserverTest, BearsATableThatHoldsItself) {
   BlockObserver observer(L());
   Run("t = {} t.t = t t.fb = SEND_SMS.new() function cycle() return cycle, t end");
   EXPECT_THAT(observer.Read().at(0).name, testing::EndsWith("fb"));
