@@ -169,7 +169,7 @@ std::size_t DeliverSize(OctetSpan octets) noexcept {
   const std::size_t originator = (in.Next() + std::size_t{1}) / 2;  // from its semi-octets
   in.Take(1 + originator);                                          // with its type
   in.Next();                                                        // the protocol identifier
-  const Alphabet alphabet = AlphabetOf(in.Next());
+  const Alphabet alphabet = ReadDataCoding(in.Next()).alphabet;
   in.Take(kTimeStamp);
   const std::size_t length = in.Next();
   if (in.error() != PduError::kNone) return 0;
