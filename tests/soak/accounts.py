@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
-"""What is allowed of what happened in a long run. Each function gives complaints: texts, none when
-all is well. What happened is a history for each side: lists of Event in the order of that side.
-message_accounts.py has the messages; excuses.py tells what a fault can explain, and how often."""
+"""Checks what happened in a long run. Each function returns complaints, as texts; none if all is well.
+Each side has a history: a list of Event in the order of that side. message_accounts.py checks the
+messages; excuses.py knows what a fault can explain, and how often."""
 import collections
 import collections.abc
 import dataclasses
@@ -10,11 +10,11 @@ import re
 from excuses import (MAIL_WAIT, PATIENCE, SILENCES, STEP, failures_of, mails_of, overlaps,
                      prolonged, touches, unexplained)
 
-# Per minute; less than half of what the slowest run of a sanitised program had. A dead mail server,
-# and a modem that falls silent within a long wait, leave the messages little time.
+# Per minute; less than half of the figures of the slowest run of a sanitised program. A dead mail
+# server, and a modem that falls silent during a long wait, leave the messages little time.
 LEAST = {"messages sent": 5, "messages received": 15, "mails taken, code 0": 40,
          "commands with a result": 300, "of these killed": 2, "background commands": 150}
-FULL_TURN = 60  # seconds in which each kind of fault has had its turn
+FULL_TURN = 60  # seconds in which every kind of fault has had its turn
 
 
 @dataclasses.dataclass
@@ -24,9 +24,9 @@ class Event:
 
 
 def check_mails(program, faults, records, wanted_codes, has_attachment):
-    """Each message that the server took is reported with 0, or with what the fault behind it
-    gives; none came twice. By its number: the codes that a message gives by itself, and whether it
-    has an attachment."""
+    """Each message that the server accepted is reported with 0, or with a code of the fault that hit it;
+    none arrived twice. wanted_codes, has_attachment: for a message's number, the codes that it causes
+    itself, and whether it has an attachment."""
     complaints = []
     codes = {}
     for event in program:
@@ -40,8 +40,8 @@ def check_mails(program, faults, records, wanted_codes, has_attachment):
         if record.problem:
             complaints.append(f"mail {record.number}: {record.problem}")
     nameless = collections.Counter(record.fault for record in by_number.pop(0, []))
-    # The server never learnt the numbers of these. First come those that only a conversation with a
-    # fault explains, so that no other uses it up.
+    # The server never learnt the numbers of these. Those that only a faulty conversation explains
+    # come first, so that no other uses it up.
     unknown = sorted(
         (any(explains_mail((number, code, time), fault) for fault in faults), number, code, time)
         for number, (code, time) in codes.items() if number not in by_number)
@@ -52,7 +52,7 @@ def check_mails(program, faults, records, wanted_codes, has_attachment):
         if number not in by_number:
             continue
         if len(by_number[number]) > 1:
-            complaints.append(f"mail {number} came {len(by_number[number])} times")
+            complaints.append(f"mail {number} arrived {len(by_number[number])} times")
         record = by_number[number][0]
         allowed = set(record.fault.codes) | wanted_codes(number)
         if wanted_codes(number):
@@ -62,12 +62,12 @@ def check_mails(program, faults, records, wanted_codes, has_attachment):
         elif code not in allowed:
             complaints.append(f"mail {number}: code {code} after {record.fault}, not in {allowed}")
         if (code == 0) > record.taken:
-            complaints.append(f"mail {number}: code 0, and the server has no message")
+            complaints.append(f"mail {number}: code 0, but the server has no message")
         took_and_failed += record.taken and code != 0
-    complaints += [f"mail {number}: code {code}, and nothing explains it" for number, code, _ in
+    complaints += [f"mail {number}: code {code}, which nothing explains" for number, code, _ in
                    unexplained(failed, faults, mails_of, explains_mail)]
     for number in by_number.keys() - codes.keys():
-        complaints.append(f"mail {number} reached the server and was never reported")
+        complaints.append(f"mail {number} reached the server but was never reported")
     complaints += [f"a conversation that belongs to no mail: {f}" for f in nameless.elements()]
     failures = collections.Counter(code for code, _ in codes.values() if code)
     return complaints, {
@@ -78,7 +78,7 @@ def check_mails(program, faults, records, wanted_codes, has_attachment):
 
 
 def use_up(code, nameless):
-    """Whether one of these conversations explains the code; it then belongs to that mail."""
+    """Whether one of these conversations explains the code; if so, it belongs to that mail."""
     fitting = [fault for fault in nameless if code in fault.codes and nameless[fault] > 0]
     if fitting:
         nameless[min(fitting, key=lambda fault: len(fault.codes))] -= 1
@@ -86,7 +86,7 @@ def use_up(code, nameless):
 
 
 def explains_mail(mail, fault):
-    """Whether it can be that no server heard of this mail, or that its file was not opened."""
+    """Whether the fault can be why no server heard of this mail, or why its file was not opened."""
     _, code, time = mail
     kind = {106: "no descriptors", 404: "no descriptors"}.get(code, "mail server down")
     refused = kind == "mail server down" and code not in (102, 103, 104, 408)
@@ -94,30 +94,30 @@ def explains_mail(mail, fault):
 
 
 def keeps_a_descriptor(code):
-    """Whether a mail that ended so keeps its connection: by design all that got one."""
+    """Whether a mail that ended with this code keeps its connection: by design, all that got one."""
     return code not in (0, 104, 105, 106, 108, 403)
 
 
 def check_files(program, records, has_attachment, files):
-    """files: attachments that are still open. A mail that fails while its file is sent keeps that,
-    too; whether all of the file fitted into the connection before is not seen from outside."""
+    """files: attachments that are still open. A mail that fails while its file is being sent keeps the
+    file, too; from outside one cannot see whether the connection had already taken the whole file."""
     failed = {int(match[1]) for event in program
               if (match := re.match(r"mail (\d+) [1-9]", event.line))}
     cut = sum(record.fault.stage == "middle" and record.number in failed
               and has_attachment(record.number) for record in records)
-    return [f"{files} attachments are open, {cut} were cut off"] if files > cut else []
+    return [f"{files} attachments are open, but {cut} were cut off"] if files > cut else []
 
 
 def check_commands(program, faults, started, starts, signals):
-    """started: the numbers that background commands left, of 1 to starts; signals: what each
-    killed command was killed with."""
+    """started: the numbers that background commands left, of 1 to starts; signals: the signal that
+    killed each killed command."""
     complaints = []
-    excused = set()  # background commands that found no descriptor, like those with a result
+    excused = set()  # background commands that found no descriptor, as those with a result did
     since = None
     for event in program:
         starved = overlaps(faults, event.time, event.time, "no descriptors")
         if match := re.match(r"victim (\d+) (\d+)$", event.line):
-            sent = signals.get(int(match[1]), 0)  # 0: it could not ask for it
+            sent = signals.get(int(match[1]), 0)  # 0: it could not ask to be killed
             if int(match[2]) != sent or sent == 0 and not starved:
                 complaints.append(f"killed by {sent}: {event.line}")
         elif match := re.match(r"refused at (\d+): ", event.line):
@@ -125,7 +125,7 @@ def check_commands(program, faults, started, starts, signals):
         elif match := re.match(r"accepted at (\d+)$", event.line):
             if not overlaps(faults, event.time - MAIL_WAIT, event.time, "no descriptors"):
                 complaints.append(f"refused for too long: {event.line}")
-            elif since is not None:  # the limit came and went between two commands
+            elif since is not None:  # the limit was set and lifted between two commands
                 excused |= set(range(since - 1, int(match[1]) + 2))
         if event.line.startswith("wrong: ") or (
                 event.line.startswith(("refused ", "not queued: ")) and not starved):
@@ -134,23 +134,23 @@ def check_commands(program, faults, started, starts, signals):
     ordered = set(range(1, starts + 1))
     missing = ordered - counts.keys()
     complaints += [f"command {number} ran {n} times" for number, n in counts.items() if n > 1]
-    complaints += [f"command {n} ran, and was never ordered" for n in counts.keys() - ordered]
+    complaints += [f"command {n} ran, but was never ordered" for n in counts.keys() - ordered]
     complaints += [f"command {n} was never started" for n in missing - excused]
     return complaints, {"background commands that found no descriptor": len(missing)}
 
 
 @dataclasses.dataclass
 class Warned:
-    """What the log may say as a warning or an error."""
+    """A warning or an error that the log may contain."""
     pattern: str
-    kinds: tuple  # of the faults behind it
-    delay: float  # seconds that it may come after its fault
+    kinds: tuple  # of the faults that can cause it
+    delay: float  # seconds by which it may follow its fault
     times_of: collections.abc.Callable  # lines for one fault
 
 
 EXPLAINED = [
     Warned(r"modem port 1: .* is lost: ", ("unplugged",), 0, lambda fault: 1),
-    # One of these takes the other's place, and comes again.
+    # One of these may replace the other, and appear again.
     Warned(r"modem port 1: .* does not exist; ", ("unplugged",), 0, lambda fault: 3),
     Warned(r"modem port 1: .*: Input/output error$", ("unplugged",), 0, lambda fault: 3),
     Warned(r"modem port 1: .*Too many open files", ("no descriptors",), 0, lambda fault: 3),
@@ -165,12 +165,12 @@ LOG_LINE = TIME + r"(\w+) +(.*)$"
 def check_log(log, program, faults, failed_mails):
     complaints, mail_lines = [], 0
     told = collections.defaultdict(list)  # index in EXPLAINED -> [Event]
-    # A shell, which writes piece by piece, may have begun a line where the log goes on.
+    # A shell, which writes piece by piece, may have begun a line that the log then continues.
     lines = [Event(event.time, line) for event in log
              for line in re.split(f"(?={TIME})", event.line) if line]
     for event in lines:
         match = re.match(LOG_LINE, event.line)
-        if match is None:  # of a shell, which has no descriptor to spare either
+        if match is None:  # from a shell, which has no descriptor to spare either
             if not overlaps(faults, event.time, event.time, "no descriptors"):
                 complaints.append(f"in the log: {event.line}")
         elif match[1] in ("warning", "error"):
@@ -185,7 +185,7 @@ def check_log(log, program, faults, failed_mails):
     for row, events in told.items():
         complaints += check_warned(EXPLAINED[row], events, prolonged(faults, program))
     if mail_lines != failed_mails:
-        complaints.append(f"{failed_mails} mails failed, the log tells of {mail_lines}")
+        complaints.append(f"{failed_mails} mails failed, but the log reports {mail_lines}")
     return complaints
 
 
@@ -197,7 +197,7 @@ def check_warned(row, events, faults):
 
 
 def check_enough(figures, faults, records, kinds, seconds):
-    """Something was done at all. kinds: of the faults that each run meets that is long enough."""
+    """Checks that enough was done at all. kinds: the faults that every run of sufficient length meets."""
     complaints = [f"{name}: {figures[name]}, and at least {least * seconds / 60:.0f} were expected"
                   for name, least in LEAST.items() if figures[name] < int(least * seconds / 60)]
     if seconds < FULL_TURN:

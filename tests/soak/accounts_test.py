@@ -1,6 +1,6 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""The books find what is wrong, and nothing else."""
+"""The checks find what is wrong, and nothing else."""
 import unittest
 
 import accounts
@@ -17,13 +17,13 @@ KINDS = ("unplugged", "muted", "output held", "restarted", "garbage", "unsolicit
 
 
 def history(*lines):
-    """A line a second, or lines with their times."""
+    """One line per second, or lines with their times."""
     return [Event(*line) if isinstance(line, tuple) else Event(second, line)
             for second, line in enumerate(lines)]
 
 
 def incessant(seconds, kinds=KINDS):
-    """A fault every 1.5 s, each kind in its turn."""
+    """A fault every 1.5 s, each kind in turn."""
     return [Span(kinds[i % len(kinds)], 1.5 * i, 1.5 * i + 0.5)
             for i in range(int(seconds / 1.5) + 1)]
 
@@ -83,11 +83,11 @@ class Sent(unittest.TestCase):
         self.assertTrue(sent([self.mute, *[self.take] * 3], [self.reported]))
         self.assertTrue(sent([*[self.take] * 2, self.unplug, self.take], [self.reported]))
 
-    def test_a_fault_long_before_or_behind_loses_no_confirmation(self):
+    def test_a_fault_long_before_or_after_loses_no_confirmation(self):
         self.assertTrue(sent([(0, self.mute), (9, self.take), (19, self.take)], [self.reported]))
         self.assertTrue(sent([(0, self.take), (9, self.unplug), (19, self.take)], [self.reported]))
 
-    def test_a_mute_is_not_made_up_for_by_a_later_fault(self):
+    def test_a_later_fault_does_not_undo_the_excuse_of_a_mute(self):
         self.assertFalse(sent([(0, self.mute), (0, self.take), (9, self.unplug), (12, self.take)],
                               [self.reported]))
 
@@ -109,7 +109,7 @@ class Sent(unittest.TestCase):
         self.assertFalse(sent([self.refused] * 4, [self.dropped], self.ordered))
         self.assertTrue(sent([*[self.refused] * 3, self.take], [self.dropped], self.ordered))
 
-    def test_a_message_is_dropped_after_less_than_four_failures(self):
+    def test_a_message_is_dropped_after_fewer_than_four_failures(self):
         self.assertTrue(sent([self.refused], [self.dropped], self.ordered))
         self.assertTrue(sent([self.refused] * 3, [self.dropped], self.ordered))
         self.assertTrue(sent([], [self.silent], [Span("muted", 0, 1)]))
@@ -139,7 +139,7 @@ class Sent(unittest.TestCase):
         self.assertFalse(sent(modem, program, [Span("muted", 11, 12)] * 2))
         self.assertTrue(sent(modem, program, [Span("muted", 1, 2)] * 2))
 
-    def test_a_dead_mail_server_holds_up_what_a_fault_does(self):
+    def test_a_dead_mail_server_delays_the_effect_of_a_fault(self):
         modem = [f"sent to +15550000000: {TEXT}"]
         program = [(0, "nothing"), (8, "sms sent 15550000000 0"), (11, self.silent)]
         mutes = [Span("muted", 0, 1)] * 2
@@ -158,15 +158,15 @@ class Sent(unittest.TestCase):
         program = [f"sms dropped 1555{i:07} 6" for i in range(60)]
         self.assertTrue(sent([], program, incessant(60)))
 
-    def test_the_number_of_a_dropped_message_is_the_modems_last_word(self):
+    def test_the_error_of_a_dropped_message_is_the_modems_last(self):
         self.assertTrue(sent([self.busy] * 4, [self.dropped], self.ordered))
         self.assertFalse(sent([self.busy] * 4, [f"sms dropped {NUMBER} 38"], self.ordered))
-        # The last refusal may have been lost on its way, but not without a fault.
+        # The last refusal may have been lost on the way, but not without a fault.
         self.assertFalse(sent([self.refused] * 4, [self.silent],
                               [*self.ordered, Span("muted", 0, 1)]))
         self.assertTrue(sent([self.refused] * 4, [self.silent], self.ordered))
 
-    def test_the_modem_refuses_what_nobody_told_it_to(self):
+    def test_the_modem_refuses_a_message_without_being_told_to(self):
         self.assertTrue(sent([self.refused] * 5, [self.dropped], self.ordered))
         self.assertTrue(sent([self.refused] * 4, [self.dropped], [Span("CMGL refused", 0, 0, 4)]))
         away = [Span("no network", 0, 2)]
@@ -182,7 +182,7 @@ class Sent(unittest.TestCase):
         self.assertFalse(sent([*parts, whole], [self.reported], parts=2))
         self.assertTrue(sent(parts[:1], [self.reported], parts=2))
         self.assertTrue(sent([parts[0], *parts, whole], [self.reported], parts=2))
-        # The count begins anew with the second.
+        # The count starts again with the second part.
         refused = [self.refused] * 3
         self.assertTrue(sent([*refused, parts[0], self.refused], [self.dropped], self.ordered,
                              parts=2))
@@ -212,10 +212,10 @@ class Received(unittest.TestCase):
     def test_a_message_comes_from_nowhere(self):
         self.assertTrue(received([], self.got))
 
-    def test_a_message_is_lost_before_the_store(self):
+    def test_a_message_is_lost_before_it_enters_the_store(self):
         self.assertTrue(received(self.gone, self.got, wanted={"a": "+49 a", "b": "+49 b"}))
 
-    def test_the_list_that_told_of_a_message_was_cut(self):
+    def test_the_list_that_named_a_message_was_cut(self):
         self.assertTrue(received(self.left, []))
         self.assertFalse(received([*self.left, self.unplug], []))
         self.assertTrue(received([self.unplug, *self.left], []))
@@ -225,7 +225,7 @@ class Received(unittest.TestCase):
             faults = [Span(kind, second, second + 1) for second in range(3)]
             self.assertTrue(received(self.left, [], faults), kind)
 
-    def test_a_later_list_came_whole_before_the_fault(self):
+    def test_a_later_list_was_complete_before_the_fault(self):
         later = ["b", "c"]
         modem = [*self.left, *arrivals(later, 2), "deleted place 2", "deleted place 3"]
         program = [f"got +49 {text}" for text in later]
@@ -259,7 +259,7 @@ class Received(unittest.TestCase):
         self.assertFalse(received(arrivals(texts[:3]), got[:3], mute))
         self.assertTrue(received(arrivals(texts), got, mute))
 
-    def test_a_fault_explains_no_deletion_long_before(self):
+    def test_a_fault_explains_no_deletion_long_before_it(self):
         modem = self.left
         for place, text in enumerate("bcde", 2):
             modem = [*modem, RECEIVED.format(place, text), f"deleted place {place}"]
@@ -280,7 +280,7 @@ class Received(unittest.TestCase):
         self.assertTrue(received(modem, [], wanted=wanted))
         self.assertFalse(received(modem, [], [Span("CMGD refused", 2, 2)], wanted))
 
-    def test_the_last_message_may_be_there_still(self):
+    def test_the_last_message_may_still_be_there(self):
         self.assertFalse(received(self.left, self.got, last="+49 a"))
 
     def strewn(self, is_stranded):
@@ -295,7 +295,7 @@ class Received(unittest.TestCase):
                 program.append((i / 5 + 0.1, f"got +49 m{i}"))
         return received(sorted(modem), program, faults)
 
-    def test_messages_are_stranded_under_incessant_faults(self):
+    def test_messages_are_left_behind_under_incessant_faults(self):
         self.assertTrue(self.strewn(lambda i: i % 2 == 0))
         self.assertTrue(self.strewn(lambda i: i % 10 == 0))
         self.assertTrue(self.strewn(lambda i: True))
@@ -308,7 +308,7 @@ class Mails(unittest.TestCase):
     def test_a_mail_is_taken_and_reported(self):
         self.assertFalse(mails(["mail 1 0"], [Record(NONE, 1, True)]))
 
-    def test_a_mail_comes_twice(self):
+    def test_a_mail_arrives_twice(self):
         self.assertTrue(mails(["mail 1 0"], [Record(NONE, 1, True)] * 2))
 
     def test_a_mail_is_reported_and_was_not_taken(self):
@@ -317,7 +317,7 @@ class Mails(unittest.TestCase):
     def test_a_mail_is_not_reported(self):
         self.assertTrue(mails([], [Record(NONE, 1, True)]))
 
-    def test_a_code_that_its_fault_does_not_give(self):
+    def test_a_code_that_its_fault_does_not_cause(self):
         fault = Fault("hang", "text", (402,))
         self.assertFalse(mails(["mail 1 402"], [Record(fault, 1, True)]))
         self.assertTrue(mails(["mail 1 408"], [Record(fault, 1, True)]))
@@ -343,7 +343,7 @@ class Mails(unittest.TestCase):
         self.assertTrue(mails(["mail 1 103"], [], self.starved))
         self.assertTrue(mails(["mail 1 300"], [], self.down))
 
-    def test_a_fault_explains_no_failure_before_it_or_long_behind_it(self):
+    def test_a_fault_explains_no_failure_before_it_or_long_after_it(self):
         for code, faults in ((106, self.starved), (103, self.down)):
             self.assertTrue(mails([(9, f"mail 1 {code}")], [], faults))
             self.assertTrue(mails([(-1, f"mail 1 {code}")], [], faults))
@@ -399,7 +399,7 @@ class Commands(unittest.TestCase):
         self.assertTrue(commands(refusal, started=[1, 3]))
         self.assertTrue(commands(refusal, self.starved, started=range(1, 9), starts=9))
 
-    def test_a_block_is_refused_for_long_after_the_fault(self):
+    def test_a_block_is_refused_long_after_the_fault(self):
         refused = (0, "refused at 2: why")
         self.assertFalse(commands([refused, (14, "accepted at 3")], self.starved))
         self.assertTrue(commands([refused, (20, "accepted at 3")], self.starved))
@@ -446,13 +446,13 @@ class Log(unittest.TestCase):
         self.assertFalse(self.log([lost], [Span("unplugged", 0, 1)]))
         self.assertTrue(self.log([lost] * 2, [Span("unplugged", 0, 1)]))
 
-    def test_a_dead_mail_server_delays_what_is_told(self):
+    def test_a_dead_mail_server_delays_what_is_logged(self):
         lost = (8, self.port + "/dev/modem is lost: the other end is gone")
         unplugged = [Span("unplugged", 0, 1)]
         self.assertTrue(self.log([lost], unplugged))
         self.assertFalse(self.log([lost], unplugged, program=[(8, "mail 1 402")]))
 
-    def test_each_failed_mail_is_told_of(self):
+    def test_each_failed_mail_is_logged(self):
         lines = [self.stamp + "warning Lack of memory",
                  "sh: 1: " + self.stamp + "info    all is well"]
         starved = [Span("no descriptors", 0, 3)]
@@ -469,7 +469,7 @@ class Enough(unittest.TestCase):
         return accounts.check_enough(figures, [Span(kind, 0, 1) for kind in faults],
                                      self.records if records is None else records, KINDS, seconds)
 
-    def test_a_minute_has_its_figures(self):
+    def test_a_minute_reaches_its_figures(self):
         self.assertFalse(self.complaints(self.enough))
         for name, least in accounts.LEAST.items():
             self.assertTrue(self.complaints(self.enough | {name: least - 1}), name)
@@ -481,7 +481,7 @@ class Enough(unittest.TestCase):
     def test_nothing_has_happened(self):
         self.assertTrue(self.complaints(dict.fromkeys(self.enough, 0)))
 
-    def test_each_kind_of_fault_has_come(self):
+    def test_each_kind_of_fault_has_occurred(self):
         self.assertTrue(self.complaints(self.enough, faults=KINDS[1:]))
         self.assertTrue(self.complaints(self.enough, records=self.records[1:]))
         self.assertFalse(self.complaints(self.enough, 59, faults=[], records=[]))

@@ -1,26 +1,26 @@
 # SPDX-License-Identifier: MIT
-"""What injected faults can explain. Each consequence is charged to one fault, and none is charged
-with more than it can have done: where faults never rest for long, a fault close by says little."""
+"""What injected faults can explain. Each consequence is charged to one fault, and no fault is charged
+with more than it can have caused: since faults never rest for long, a fault close by proves little."""
 import dataclasses
 import math
 import re
 
-LAG = 2  # seconds from what happens to the line that tells of it, on a slow machine
-STEP = 2  # seconds that the port gives an exchange, and a lost device to come back
-PATIENCE = 10  # seconds that it gives a text and a list: soak.py says so
+LAG = 2  # seconds from an event to the line that reports it, on a slow machine
+STEP = 2  # seconds that the port allows an exchange, and a lost device to come back
+PATIENCE = 10  # seconds that it allows a text and a list; set in soak.py
 MAIL_WAIT = 11  # seconds for which a dead mail server holds the program's cycle, and a little more
-STALLED = "machine stalled"  # so long that an answer can have been late
+STALLED = "machine stalled"  # long enough for an answer to have been late
 SILENCES = ("unplugged", "muted", "output held", "restarted", STALLED)
 
 
 @dataclasses.dataclass
 class Span:
-    """A fault, from when to when it may have worked."""
+    """A fault, and the time in which it may have had an effect."""
     kind: str
     start: float
     end: float
-    times: int = 1  # orders to refuse a command: how often
-    idle: float = 0  # seconds before its end in which the port stood still
+    times: int = 1  # for orders to refuse a command: how often
+    idle: float = 0  # seconds before its end in which the port did nothing
 
 
 def overlaps(spans, start, end, *kinds):
@@ -28,14 +28,14 @@ def overlaps(spans, start, end, *kinds):
 
 
 def touches(span, start, end):
-    """Whether it can be behind what is told of between start and end. A fault is noted before it
-    comes, all else when a line tells of it."""
+    """Whether it can have caused what is reported between start and end. A fault is noted before it
+    happens, everything else when a line reports it."""
     return span.start <= end and start <= span.end + LAG
 
 
 def unexplained(claims, excuses, times_of, fits):
-    """The claims that are left when each excuse explains `times_of` of those that it fits: they are
-    given to the excuses so that as few as possible are left (augmenting paths)."""
+    """The claims that are left when each excuse explains up to `times_of` of those that it fits. They
+    are assigned to the excuses so that as few as possible are left (augmenting paths)."""
     explained = [[] for _ in excuses]
 
     def place(claim, tried):
@@ -55,18 +55,18 @@ def unexplained(claims, excuses, times_of, fits):
 
 
 def failures_of(fault):
-    """Exchanges with the modem that it can spoil: the one under way, and those that time out."""
+    """How many exchanges with the modem it can spoil: the one under way, and those that time out."""
     return 1 + math.ceil((fault.end - fault.idle - fault.start) / STEP)
 
 
 def mails_of(fault):
-    """Mails that fail at once while it lasts: the block's worker looks every 100 ms."""
+    """How many mails can fail at once while it lasts: the block's worker looks every 100 ms."""
     return 2 + int((fault.end - fault.start) / 0.1)
 
 
 def prolonged(faults, program):
-    """The faults with the time that the program may take to notice. The port has to wait for the
-    cycle, which a dead mail server holds; without a descriptor no modem is opened."""
+    """The faults, extended by the time that the program may take to notice them. The port has to wait
+    for the cycle, which a dead mail server holds; without a descriptor no modem can be opened."""
     held = [Span("held", event.time - MAIL_WAIT, event.time) for event in program
             if re.match(r"mail \d+ 402$", event.line)]
     starved = [fault for fault in faults if fault.kind == "no descriptors"]

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""What goes wrong: modem, mail server, commands and descriptors, each with a thread and random
-numbers of its own. Each fault is noted with the time in which it can have worked."""
+"""What goes wrong: modem, mail server, commands and descriptors, each with its own thread and random
+numbers. Each fault is noted with the time in which it may have had an effect."""
 import glob
 import os
 import random
@@ -11,7 +11,7 @@ import time
 import faulty_mail_server
 import watch
 
-# What each run meets that is long enough.
+# The faults that every run of sufficient length meets.
 KINDS = ("unplugged", "muted", "output held", "garbage", "restarted", "unsolicited line",
          "CMGS refused", "CMGL refused", "CMGD refused", "no network", "another network delay",
          "mail server down", "no descriptors",
@@ -19,9 +19,9 @@ KINDS = ("unplugged", "muted", "output held", "garbage", "restarted", "unsolicit
 
 
 class Troublemaker:
-    """One thread of trouble: `strike` again and again, until `stopping`."""
+    """A thread that calls `strike` again and again, until `stopping`."""
 
-    pause = 0  # seconds from one fault to the next, about
+    pause = 0  # seconds from one fault to the next, on average
 
     def __init__(self, soak):
         self.soak, self.stopping, self.note = soak, soak.stopping, soak.note
@@ -39,11 +39,11 @@ class Troublemaker:
 class ModemFaults(Troublemaker):
     def __init__(self, soak):
         super().__init__(soak)
-        self.pause = max(1.5, soak.seconds / 500)  # the store bounds what faults may leave there
+        self.pause = max(1.5, soak.seconds / 500)  # the store limits what faults may leave there
         self.turns = []
 
     def strike(self):
-        if not self.turns:  # each kind has its turn, however short the run
+        if not self.turns:  # each kind gets its turn, however short the run
             kinds = [self.unplug, self.mute, self.hold, self.garbage, self.restart,
                      self.unsolicited, self.refuse_message, self.refuse_list,
                      self.refuse_deletion, self.no_network, self.slow_network]
@@ -77,7 +77,7 @@ class ModemFaults(Troublemaker):
         self.for_a_while("output held", "hold", 4)
 
     def garbage(self):
-        """No prompt is in it: whoever waits for one could not tell. So it excuses nothing."""
+        """It contains no prompt, which a reader could not tell from a real one. So it excuses nothing."""
         octets = self.random.randbytes(self.random.randint(1, 300)).replace(b">", b"")
         self.at_once("garbage", "unsolicited " + "".join(f"\\x{octet:02X}" for octet in octets))
 
@@ -158,8 +158,8 @@ class DescriptorThief(Troublemaker):
 
 
 class Killer(Troublemaker):
-    """Kills each command that asks for it by leaving its process number. It goes on as long as the
-    program does, which waits for it."""
+    """Kills each command that asks for it by leaving its process number. It runs as long as the program,
+    which waits for it."""
 
     pause = 0.02
 

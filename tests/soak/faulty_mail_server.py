@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""A mail server (RFC 5321, AUTH LOGIN) whose next conversation goes wrong when it is told so."""
+"""A mail server (RFC 5321, AUTH LOGIN) whose next conversation goes wrong on request."""
 import base64
 import dataclasses
 import email
@@ -10,14 +10,14 @@ import time
 
 PATIENCE = 30  # seconds; longer than the client's
 STAGES = ("greeting", "EHLO", "AUTH", "login", "password", "MAIL", "RCPT", "DATA", "text", "QUIT")
-BROKEN = (102, 103, 408)  # what the end of a connection looks like, by where it meets the client
+BROKEN = (102, 103, 408)  # how the end of a connection looks to the client, depending on where it is
 
 
 @dataclasses.dataclass(frozen=True)
 class Fault:
     kind: str  # close, hang, refuse, slow
-    stage: str = ""  # what is not answered as it should be
-    codes: tuple = (0,)  # with which the client may end
+    stage: str = ""  # the stage that is not answered as it should be
+    codes: tuple = (0,)  # the codes that the client may end with
 
     def __str__(self):
         return f"{self.kind} {self.stage}".strip()
@@ -42,8 +42,8 @@ REPLIES = {"greeting": "220 soak", "EHLO": "250-soak\r\n250 AUTH LOGIN", "AUTH":
 class Record:
     """One conversation."""
     fault: Fault
-    number: int = 0  # the message's, as the login tells it; 0: it did not come so far
-    taken: bool = False  # text and attachment came whole, and the server keeps the message
+    number: int = 0  # the message's, from the login; 0: the conversation did not get that far
+    taken: bool = False  # text and attachment arrived complete, and the server keeps the message
     problem: str = ""  # what is wrong with it
 
 

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""The messages of a long run: those that soak.lua sends, and those that come for it."""
+"""The messages of a long run: those that soak.lua sends, and those that it receives."""
 import collections
 import time
 
@@ -7,10 +7,10 @@ from processes import Violated
 
 SENDER = "+4915112345678"
 UNREAD_AT_ONCE = 6  # messages that wait for the program
-MOST_KEPT = 200  # places of the store, of 255, that may be taken by what faults have left there
+MOST_KEPT = 200  # of the store's 255 places, those that leftovers of faults may occupy
 LONG_EVERY = 25
-MOST_LONG = 200  # the number that joins the parts has 8 bits
-PART_LENGTH = 67  # characters beside the header, beyond the plain alphabet
+MOST_LONG = 200  # the reference that joins the parts has 8 bits
+PART_LENGTH = 67  # UCS-2 characters after the header
 LONG_TEXT = ("давление в котле выше допустимого, насос остановлен; "
              "задвижка закрыта, ждём ответа")
 
@@ -20,7 +20,7 @@ def parts_of(number):
 
 
 def text_of(number):
-    """As soak.lua makes it."""
+    """The text, as soak.lua writes it."""
     if number.startswith("1777"):
         return (f"Насос {number} остановлен: давление 9,1 бар, выше допустимого; "
                 "задвижка закрыта.")
@@ -28,16 +28,16 @@ def text_of(number):
 
 
 class Feeder:
-    """Sends messages to the modem, as many as the program keeps up with."""
+    """Sends messages to the modem, as fast as the program keeps up."""
 
     def __init__(self, program, modem, stopping):
         self.program, self.modem, self.stopping = program, modem, stopping
         self.wanted = {}  # what is to be delivered, by the text of each of its parts
         self.given = 0
         self.delivered = set()
-        self.kept = 0  # places of the store that are taken
+        self.kept = 0  # occupied places of the store
         self.seen = [0, 0]  # lines of the program and of the modem
-        self.latest = collections.deque(maxlen=20)  # of those that were given
+        self.latest = collections.deque(maxlen=20)  # the last ones that were given
 
     def look(self):
         for event in self.new_lines(0, self.program.output):
@@ -59,7 +59,7 @@ class Feeder:
         self.given += 1
         parts = [f"Message {self.given} from the plant"]
         if self.given % LONG_EVERY == 0 and self.given <= LONG_EVERY * MOST_LONG:
-            # Each part names its message: one of them alone may stay in the store.
+            # Each part names its message, since a single part may stay in the store.
             text = f"Сообщение {self.given}: {LONG_TEXT} ({self.given})"
             parts = [text[:PART_LENGTH], text[PART_LENGTH:]]
         whole = f"{SENDER} {''.join(parts)}"
@@ -73,7 +73,7 @@ class Feeder:
         while not self.stopping.wait(0.01):
             self.look()
             under_way = [text for text in self.latest if text not in self.delivered]
-            if under_way and time.monotonic() - last > 5:  # left in the store by a fault, perhaps
+            if under_way and time.monotonic() - last > 5:  # perhaps a fault left it in the store
                 self.latest.remove(under_way.pop(0))
             if self.kept < MOST_KEPT and len(under_way) < UNREAD_AT_ONCE:
                 self.give()

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""A process whose lines are kept with their times, and waits for what must come."""
+"""A process whose lines are kept with their times, and functions that wait for an event."""
 import re
 import subprocess
 import threading
@@ -7,11 +7,11 @@ import time
 
 from accounts import Event
 
-PATIENCE = 180  # seconds; what takes longer has failed
+PATIENCE = 180  # seconds; anything that takes longer has failed
 
 
 class Violated(Exception):
-    """Something happened that is not allowed; there is no need to go on."""
+    """Something that is not allowed has happened; there is no need to go on."""
 
 
 def await_state(what, is_so):
@@ -23,7 +23,7 @@ def await_state(what, is_so):
 
 
 class Process:
-    """`output` and `log` are what it has said so far."""
+    """`output` and `log` hold what it has printed so far."""
 
     def __init__(self, *words, **options):
         self.process = subprocess.Popen(words, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
@@ -50,7 +50,7 @@ class Process:
             self.process.stdin.write(line + "\n")
 
     def await_line(self, pattern, behind=0):
-        """The first line that begins so, of those behind so many."""
+        """The first line that begins with the pattern, after the first `behind` lines."""
         end = time.monotonic() + PATIENCE
         with self.said:
             while True:
@@ -65,7 +65,7 @@ class Process:
                 self.said.wait(min(left, 1))
 
     def end(self):
-        """Its exit status, when all it has said is read."""
+        """Waits until all output has been read; returns the exit status."""
         status = self.process.wait(PATIENCE)
         for reader in self.readers:
             reader.join(PATIENCE)

@@ -1,11 +1,11 @@
 -- SPDX-License-Identifier: MIT
--- All five blocks at full speed, for soak.py, which reads what this program prints and leaves the
--- files "go", "finish" and "quit" in FOLDER. Words: FOLDER MAIL_PORT SEED
+-- All five blocks at full speed, for soak.py, which reads what this program prints, and creates the
+-- files "go", "finish" and "quit" in FOLDER. Arguments: FOLDER MAIL_PORT SEED
 local folder, mail_port = plc.args[1], tonumber(plc.args[2])
 math.randomseed(tonumber(plc.args[3]))
 
-local RENEW_AFTER = 50 -- jobs of a block until a new one takes its place
-local LONGEST_TURN = 500 -- cycles that a sender leaves the modem to READ_SMS
+local RENEW_AFTER = 50 -- jobs of a block until a new one replaces it
+local LONGEST_TURN = 500 -- cycles for which a sender leaves the modem to READ_SMS
 local LONG_OUTPUT = 100000
 
 local function told(name)
@@ -14,10 +14,10 @@ local function told(name)
   return file ~= nil
 end
 
--- A block of this type that is replaced after some jobs.
+-- A block of this type, which is replaced after some jobs.
 local function renewable(type, values)
   local self = { block = type.new(values), jobs = 0 }
-  -- To be called while nobody else refers to the block.
+  -- To be called while nothing else refers to the block.
   function self.renew_when_due()
     if self.jobs < RENEW_AFTER then return end
     self.block = nil
@@ -28,7 +28,7 @@ local function renewable(type, values)
 end
 
 local inbox = READ_SMS.new { Port = 1, Read = true }
-local lists = 0 -- how often it has come to the list
+local lists = 0 -- how often it has requested the list
 
 local function receive()
   local before = inbox.State
@@ -39,15 +39,15 @@ local function receive()
   end
 end
 
--- One message at a time, so that its outcome is certain: when the queue is empty again, Sent tells
+-- One message at a time, so that its outcome is certain: when the queue is empty again, Sent says
 -- whether the modem has confirmed it. The receiver's number tells the messages apart.
 local function sender(prefix, text_of)
   local sms = renewable(SEND_SMS, { Port = 1 })
   local messages, waiting_for = 0, nil
   local lists_before, next_turn = 0, 0
   local self = {}
-  -- A message goes before a pass that has only begun: a sender that never rests keeps READ_SMS
-  -- from its first list.
+  -- A message takes precedence over a pass that has only begun, so a sender that never rests would
+  -- keep READ_SMS from its first list.
   local function has_turn() return lists ~= lists_before or plc.cycle >= next_turn end
   function self.idle() return waiting_for == nil end
   function self.registered() return sms.block.State ~= 0 end
@@ -123,8 +123,8 @@ local function start()
   starter()
 end
 
--- Commands with a result. Where one cannot be started the block raises an error, and another
--- block has to take its place.
+-- Commands with a result. If one cannot be started, the block raises an error, and another block
+-- has to replace it.
 local runner = SysProcessCreateWithResult.new()
 local runs, refused, refusing = 0, 0, false
 local next_victim = 0
@@ -153,7 +153,7 @@ local function check(what, is_right)
   end
 end
 
--- A command that waits until soak.py finds its process number, and kills it.
+-- A command that waits until soak.py finds its process number and kills it.
 local function run_victim()
   local name = folder .. "/victim." .. runs
   local command = "echo $$ > " .. name .. ".new && mv " .. name .. ".new " .. name
@@ -180,7 +180,7 @@ local phase = "registering"
 local phases = {}
 
 function phases.registering()
-  -- 33: the modem has answered the command before the list.
+  -- 33: the modem has answered the command that precedes the list.
   if inbox.State == 33 and senders[1].registered() and senders[2].registered() then
     print("ready")
     phase = "waiting"

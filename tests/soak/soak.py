@@ -1,8 +1,8 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""All five blocks at full speed, for as long as wanted, while modem, mail server and system fail
-at random. At the end the books must balance (accounts.py), and memory, descriptors, threads and
-processes be what they were."""
+"""Runs all five blocks at full speed, for a given time, while modem, mail server and system fail at
+random. At the end the books must balance (accounts.py), and memory, descriptors, threads and
+processes must be what they were."""
 import argparse
 import collections
 import ctypes
@@ -26,11 +26,11 @@ import watch
 from processes import PATIENCE, Process, Violated, await_state
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-PR_SET_CHILD_SUBREAPER = 36  # prctl(2): commands that go on alone become children of this process
+PR_SET_CHILD_SUBREAPER = 36  # prctl(2): orphaned commands become children of this process
 MEGABYTE = 1 << 20
 ATTACHMENT_EVERY = 10  # as soak.lua does
-MISSING_EVERY = 60  # such an attachment is not there
-DESCRIPTORS = 8192  # for those that failed mails keep
+MISSING_EVERY = 60  # this attachment does not exist
+DESCRIPTORS = 8192  # enough for those that failed mails keep
 
 
 def more_descriptors():
@@ -54,7 +54,7 @@ class Soak:
             self.corvane, "modem", "--link", folder + "/modem", "--store-size", "255",
             "--network-delay", "20ms", "--baud", "115200", "--seed", str(self.seed))
         self.modem.await_line("ready ")
-        # Without it the memory would grow until this store of freed blocks is full.
+        # Otherwise the memory would grow until the sanitizer's store of freed blocks is full.
         sanitizer = "quarantine_size_mb=1:thread_local_quarantine_size_kb=64"
         self.program = Process(
             self.corvane, "run", HERE + "/soak.lua", "--cycle", "0",
@@ -67,7 +67,7 @@ class Soak:
         self.faults.append(excuses.Span(kind, start, end, times))
 
     def leave(self, name):
-        """A file for which soak.lua waits."""
+        """Creates a file for which soak.lua waits."""
         with open(f"{self.folder}/{name}", "w", encoding="ascii"):
             pass
 
@@ -75,7 +75,7 @@ class Soak:
         def run():
             try:
                 work()
-            except Exception as error:  # whatever it is, the run has failed
+            except Exception as error:  # whatever it is, the whole run has failed
                 self.violations.append(f"{type(error).__name__}: {error}")
                 self.stopping.set()
         thread = threading.Thread(target=run, daemon=True)
@@ -119,8 +119,8 @@ class Soak:
         self.server.end()
 
     def drain(self):
-        """Two last messages. When the second is delivered, all that came before it has been listed,
-        and the deletions behind these lists are over: it was listed after them."""
+        """Sends two last messages. When the second is delivered, all that came before it has been
+        listed, and the deletions after these lists are over: it was listed after them."""
         for _ in range(2):
             self.last = self.feeder.give()
             await_state("the last messages", self.last_is_delivered)
@@ -130,7 +130,7 @@ class Soak:
         return self.last in self.feeder.delivered
 
     def settle(self):
-        """Waits for the end of what is under way: a shell, the opening of the modem."""
+        """Waits until what is under way has ended: a shell, the opening of the modem."""
         end = time.monotonic() + PATIENCE
         while True:
             self.descriptors = watch.descriptors_of(self.program.pid)
@@ -142,25 +142,25 @@ class Soak:
             time.sleep(0.05)
 
     def reap(self):
-        """Takes leave of the background commands, which would fill the system's table."""
+        """Collects the background commands that have ended, which would fill the process table."""
         while not self.over.wait(0.05):
             self.reap_ended()
 
     def reap_ended(self):
-        own = (self.program.pid, self.modem.pid)  # for these there is somebody who waits
+        own = (self.program.pid, self.modem.pid)  # these are waited for elsewhere
         look = os.WEXITED | os.WNOHANG | os.WNOWAIT
         try:
             while (ended := os.waitid(os.P_ALL, 0, look)) and ended.si_pid not in own:
                 os.waitpid(ended.si_pid, 0)
         except ChildProcessError:
-            pass  # there is none
+            pass  # there are none
 
     def orphans_are_gone(self):
         self.reap_ended()
         return not watch.children_of(os.getpid())
 
     def judge(self):
-        """Complaints, and figures by their names."""
+        """Returns complaints, and figures by name."""
         program, modem = self.program.output, self.modem.output
         complaints, figures = self.judge_process(), {}
         for found, numbers in (
@@ -210,7 +210,7 @@ class Soak:
         kinds = collections.Counter(fault.kind for fault in self.faults)
         rows = {
             "cycles": self.finished["cycles"], **figures,
-            "commands refused for want of a descriptor": self.finished["refused"],
+            "commands refused for lack of a descriptor": self.finished["refused"],
             "memory after the warm-up, at the end": f"{early}, {late}",
             "descriptors at the start": self.monitor.descriptors,
             "connections and files that failed mails keep":
@@ -239,7 +239,7 @@ def main():
     parser.add_argument("corvane", help="the command")
     parser.add_argument("--seconds", type=float, default=60, help="(default: 60)")
     parser.add_argument("--seed", type=int, default=random.SystemRandom().randrange(1 << 31),
-                        help="of the faults (default: a new one)")
+                        help="for the choice of faults (default: a random one)")
     parser.add_argument("--growth", type=float, default=4,
                         help="megabytes by which the memory may grow (default: 4)")
     options = parser.parse_args()

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""Memory, descriptors, threads and children of a process, as Linux tells them."""
+"""Memory, descriptors, threads and children of a process, as Linux reports them."""
 import glob
 import os
 import re
@@ -11,23 +11,23 @@ import accounts
 import excuses
 from processes import Violated
 
-UNDER_WAY = 8  # descriptors of pipes, files and a connection that are open for a moment
+UNDER_WAY = 8  # descriptors of pipes, files and a connection that are open only for a moment
 
 
 def descriptors_of(pid):
-    """What stands behind each descriptor."""
+    """What each descriptor refers to."""
     folder = f"/proc/{pid}/fd"
     found = {}
     for name in os.listdir(folder):
         try:
             found[int(name)] = os.readlink(f"{folder}/{name}")
         except FileNotFoundError:
-            pass  # closed meanwhile
+            pass  # closed in the meantime
     return found
 
 
 def without_attachments(descriptors):
-    """Those that are left without the files of mails."""
+    """The descriptors other than those of attached files."""
     return {number: what for number, what in descriptors.items()
             if not what.endswith("/attachment.bin")}
 
@@ -56,7 +56,7 @@ def memory_of(pid):
 
 
 class Monitor:
-    """Watches the program, and how this machine keeps up."""
+    """Watches the program, and whether this machine keeps up."""
 
     def __init__(self, program, note, stopping):
         self.program, self.note, self.stopping = program, note, stopping
@@ -67,7 +67,7 @@ class Monitor:
 
     def expected_descriptors(self):
         """Those of the start, and the connections that failed mails keep, as far as the program
-        has told."""
+        has reported them."""
         for event in self.program.output[self.seen:]:
             self.seen += 1
             if match := re.match(r"mail \d+ (\d+)$", event.line):
@@ -79,9 +79,9 @@ class Monitor:
         count = len(without_attachments(descriptors_of(self.program.pid)))
         if count > self.expected_descriptors() + UNDER_WAY:
             raise Violated(f"{count} descriptors, {self.kept} of them kept by failed mails")
-        # A SEND_EMAIL is made when the one before is gone, and its thread with it.
+        # A SEND_EMAIL is created only when the previous one is gone, with its thread.
         if (count := threads_of(self.program.pid)) > self.threads:
-            raise Violated(f"{count} threads, there were {self.threads}")
+            raise Violated(f"{count} threads, but {self.threads} at the start")
 
     def run(self):
         before = time.monotonic()
@@ -93,7 +93,7 @@ class Monitor:
             self.look()
 
     def memory(self):
-        """After the warm-up and at the end, in bytes."""
+        """Bytes after the warm-up, and at the end."""
         start, end = self.samples[0][0], self.samples[-1][0]
 
         def middle(first, last):

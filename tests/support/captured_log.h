@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The runtime's log as a test sees it. Threads: any may log; the test's own thread reads.
+// The runtime's log, captured for tests. Threads: any may log; the test's own thread reads.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@
 
 namespace test_support {
 
-/// Lets everything that is logged go to memory, with all levels.
+/// Sends everything that is logged to memory, at all levels.
 void CaptureLog();
 
 /// The lines logged since the last call, each as "level message".

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Runs a program as a user would and gives what it printed and how it ended.
+// Runs a program as a user would, and returns what it printed and how it ended.
 #pragma once
 
 #include <sys/types.h>
@@ -10,13 +10,13 @@
 namespace test_support {
 
 struct CommandResult {
-  int status = -1;  ///< exit status; 128 + signal when a signal ended it
+  int status = -1;  ///< exit status; 128 + signal if a signal ended it
   std::string out;
   std::string err;
 };
 
-/// A running program. Its standard output and error go to private files; it inherits no descriptor
-/// beyond them. Whatever still runs when the object goes is killed.
+/// A running program. Its standard output and error go to private files; it inherits no other
+/// descriptors. If it is still running when the object is destroyed, it is killed.
 class Command {
  public:
   /// `words[0]` is the program's path.
@@ -29,7 +29,7 @@ class Command {
   /// What it has printed so far.
   [[nodiscard]] std::string out() const;
   [[nodiscard]] std::string err() const;
-  /// Whether it has ended; its result is still to be fetched with Wait.
+  /// Whether it has ended; Wait still has to fetch its result.
   [[nodiscard]] bool HasEnded() const;
   /// Waits for its end.
   CommandResult Wait();

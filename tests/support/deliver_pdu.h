@@ -16,7 +16,7 @@ std::string Hex(const Octets& octets);
 /// Septets, packed bit by bit.
 Octets Pack(const std::string& septets);
 
-/// The fields of a PDU in their order; by default "Hello" from +15550101234 on 2024-03-05 09:07:03.
+/// The fields of a PDU in order; by default "Hello" from +15550101234 on 2024-03-05 09:07:03.
 struct DeliverPdu {
   Octets service_centre = {0x07, 0x91, 0x51, 0x55, 0x10, 0x10, 0x32, 0xF0};
   unsigned char first_octet = 0x04;
@@ -33,9 +33,9 @@ struct DeliverPdu {
   [[nodiscard]] std::string ToHex() const { return Hex(ToOctets()); }
 };
 
-/// A message of that text in septets.
+/// A message with this text in septets.
 DeliverPdu TextMessage(const std::string& septets);
-/// Part `seq` of `total` in UCS-2, for text of ASCII characters.
+/// Part `seq` of `total` in UCS-2, for a text of ASCII characters.
 DeliverPdu Part(unsigned char ref, unsigned char total, unsigned char seq, const std::string& text);
 
 }  // namespace test_support

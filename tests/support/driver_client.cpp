@@ -78,7 +78,7 @@ int DriverClient::OnReply(void* context, char* reply, int length, int status) {
   auto& self = *static_cast<DriverClient*>(context);
   const std::lock_guard guard(self.mutex_);
   EXPECT_GE(length, 0);
-  EXPECT_EQ(reply[length], '\0') << "a NUL stands behind the answer";
+  EXPECT_EQ(reply[length], '\0') << "a NUL follows the answer";
   self.replies_.push_back({std::string(reply, static_cast<std::size_t>(length)), status});
   ++self.taken_;
   std::memset(reply, 'x', static_cast<std::size_t>(length));  // a client may write there

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // A client of the modem port driver that sends what a test gives it.
-// Threads: the driver calls it under the scan lock; the test waits for what it got.
+// Threads: the driver calls it under the scan lock; the test waits for its replies.
 #pragma once
 
 #include <condition_variable>
@@ -21,17 +21,17 @@ struct DriverReply {
 
 class DriverClient {
  public:
-  /// @param priority while there is something to send
+  /// @param priority the priority while there is something to send
   explicit DriverClient(int priority = 1) : priority_(priority) {}
   DriverClient(const DriverClient&) = delete;
   DriverClient& operator=(const DriverClient&) = delete;
   ~DriverClient() { Unregister(); }
 
-  /// The driver's result; under the scan lock, as from Lua.
+  /// Returns the driver's result; runs under the scan lock, as from Lua.
   int Register(int port);
   void Unregister();
 
-  /// Queues a request and waits for the reply to it; fails the test when there is none.
+  /// Queues a request and waits for its reply; fails the test if there is none.
   DriverReply Exchange(const std::string& request, int timeout_ms = 500, char end_char = 13);
   void Queue(const std::string& request, int timeout_ms = 500, char end_char = 13);
   DriverReply WaitForReply();

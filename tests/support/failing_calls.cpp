@@ -22,7 +22,7 @@ int Fail(int error) {
   return -1;
 }
 
-/// Counts a call down; true when it is one too many.
+/// Counts down by one call; true if it is one too many.
 bool UsedUp(int& left) {
   return left == 0 || (left > 0 && left-- == 0);
 }
@@ -49,7 +49,7 @@ ConnectGuard::~ConnectGuard() {
 
 }  // namespace test_support
 
-// The symbols depend on the name that size_t has in C++ ones, and on the width of time_t.
+// The symbols depend on how size_t is mangled, and on the width of time_t.
 #if __SIZEOF_POINTER__ == 8
 #define NEW_ARRAY(prefix) prefix##_ZnamRKSt9nothrow_t
 #define TIME(prefix) prefix##time

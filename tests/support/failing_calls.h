@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Calls of the C library that a test makes fail, where a real failure cannot be had: the linker
-// leads the calls of a test program's own objects here. What is not set passes through.
-// Threads: a CallsGuard concerns only the calls of the one that made it.
+// C library calls that a test makes fail when a real failure cannot be provoked: the linker
+// redirects the calls from a test program's own objects here. Calls that are not set pass through.
+// Threads: a CallsGuard affects only the calls of the thread that created it.
 #pragma once
 
 #include <ctime>
@@ -14,27 +14,27 @@ struct sockaddr_in;
 namespace test_support {
 
 struct FailingCalls {
-  /// What time() gives.
+  /// What time() returns.
   std::optional<std::time_t> time = {};
-  /// What gethostname() gives.
+  /// What gethostname() returns.
   std::optional<std::string> host_name = {};
   bool host_name_fails = false;
   bool ioctl_fails = false;
-  /// So many calls of poll() succeed, if not negative.
+  /// How many calls of poll() succeed; negative: all.
   int poll_fails_after = -1;
-  /// What poll() reports of the first descriptor, at once.
+  /// What poll() reports for the first descriptor, at once.
   std::optional<short> poll_reports = {};
   /// getservbyname_r() finds nothing.
   bool no_mail_service = false;
-  /// getservbyname_r() asks for a larger buffer, whatever it gets.
+  /// getservbyname_r() asks for a larger buffer, however large it is.
   bool mail_service_never_fits = false;
   /// What connect() does; the result is its errno.
   std::function<int(const sockaddr_in&)> connect = {};
-  /// So many allocations with new (std::nothrow) T[n] succeed, if not negative.
+  /// How many allocations with new (std::nothrow) T[n] succeed; negative: all.
   int array_allocations = -1;
 };
 
-/// What the calls do now; everything is back to normal when the guard is gone.
+/// Sets what the calls do; everything is back to normal when the guard is destroyed.
 class CallsGuard {
  public:
   explicit CallsGuard(FailingCalls calls);
@@ -43,7 +43,8 @@ class CallsGuard {
   ~CallsGuard();
 };
 
-/// What connect() does on every other thread; none may call it while the guard comes or goes.
+/// Sets what connect() does on every other thread; none may call it while the guard is created or
+/// destroyed.
 class ConnectGuard {
  public:
   explicit ConnectGuard(std::function<int(const sockaddr_in&)> connect);

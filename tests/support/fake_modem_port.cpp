@@ -14,7 +14,7 @@ FakeModemPort* the_port = nullptr;
 }  // namespace
 
 FakeModemPort::FakeModemPort(int number) : number_(number) {
-  if (the_port != nullptr) throw std::logic_error("there is a fake modem port already");
+  if (the_port != nullptr) throw std::logic_error("there is already a fake modem port");
   the_port = this;
 }
 
@@ -28,11 +28,11 @@ int FakeModemPort::Priority(std::size_t client) const {
 
 ModemRequest FakeModemPort::AskRequest(std::size_t client) const {
   const Client& asked = clients_.at(client);
-  // On the heap, so that the address sanitizer sees a byte too many.
+  // On the heap, so that the address sanitizer detects a byte too many.
   const auto buffer = std::make_unique<char[]>(kPortDriverRequestSize);
   PortDriverRequestData data{-1, kUnwrittenEndChar};
   ModemRequest request;
-  request.on_reply = [](void*, char*, int, int) { return -1; };  // the client must write it
+  request.on_reply = [](void*, char*, int, int) { return -1; };  // the client must overwrite it
   const int length = asked.request(asked.context, buffer.get(), &data, &request.on_reply);
   request.text.assign(buffer.get(), static_cast<std::size_t>(length));
   request.timeout = data.timeout;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A modem port without a modem: a program that links this gets its ModemPortDriverRegister and
-// ModemPortDriverUnregister in place of the runtime's. The test plays the driver and the modem.
+// A modem port without a modem: in a program that links this, its ModemPortDriverRegister and
+// ModemPortDriverUnregister replace the runtime's. The test plays the driver and the modem.
 // Threads: one, which also runs Lua.
 #pragma once
 
@@ -13,7 +13,7 @@
 
 namespace test_support {
 
-/// What the fake hands to a client as the last character of an answer; no client asks for it.
+/// The end character that the fake passes to a client in advance; no client asks for this one.
 inline constexpr char kUnwrittenEndChar = '#';
 
 /// What a client has asked for.
@@ -24,7 +24,7 @@ struct ModemRequest {
   PortDriverReplyFunction on_reply = nullptr;
 };
 
-/// One modem port, configured while it lives; there is one at a time.
+/// One modem port, which is configured while it exists; only one may exist at a time.
 class FakeModemPort {
  public:
   explicit FakeModemPort(int number);
@@ -32,7 +32,7 @@ class FakeModemPort {
   FakeModemPort& operator=(const FakeModemPort&) = delete;
   ~FakeModemPort();
 
-  /// Registrations succeed again, or fail from now on.
+  /// Makes registrations fail from now on, or succeed again.
   void Refuse(bool refuse) { refuse_ = refuse; }
   /// How often a client has tried to register.
   [[nodiscard]] int attempts() const { return attempts_; }
@@ -40,17 +40,18 @@ class FakeModemPort {
 
   /// The priority of a client, counted from 0 in the order of registration.
   [[nodiscard]] int Priority(std::size_t client = 0) const;
-  /// What a client wants to send, whatever its priority.
+  /// What a client wants to send, regardless of its priority.
   [[nodiscard]] ModemRequest AskRequest(std::size_t client = 0) const;
-  /// One poll as the runtime's driver does it: asks all priorities, and the client with the highest
-  /// one for its request, which stays open until it is answered. @return the text; empty: nothing
+  /// One poll as the runtime's driver does it: asks all clients for their priorities, and the one
+  /// with the highest for its request, which stays open until it is answered. @return the text;
+  /// empty: nothing
   std::string Poll();
-  /// Gives the client of the open request an answer, in a buffer without a byte to spare.
-  /// @return what the reply function returned
+  /// Passes an answer to the client of the open request, in a buffer without a spare byte.
+  /// @return the result of the reply function
   int Answer(std::string_view answer, int status = 0);
   /// The open request gets no answer.
   int TimeOut() { return Answer("", -1); }
-  /// Poll and Answer; returns the request.
+  /// Calls Poll and Answer; returns the request.
   std::string Exchange(std::string_view answer);
   /// Answers everything that the clients ask for, until they are idle. @return the requests
   std::vector<std::string> AnswerAll(std::string_view answer);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// SMS PDUs by way of libgammu: an independent codec beside ours. Only tests and benchmarks link it.
+// SMS PDUs through libgammu: a codec independent of ours. Only tests and benchmarks link it.
 // Threads: one.
 #pragma once
 
@@ -8,7 +8,7 @@
 
 namespace test_support {
 
-/// What libgammu makes of a PDU that begins with a service-centre address.
+/// How libgammu decodes a PDU that begins with a service-centre address.
 struct GammuMessage {
   bool decoded = false;
   std::string number;
@@ -23,7 +23,7 @@ struct GammuUserData {
   unsigned length = 0;  ///< user-data length
   std::vector<unsigned char> octets;
 };
-/// The parts of a text (UTF-8) that needs no escapes of the default alphabet.
+/// The parts of a text (UTF-8) that needs no escapes in the default alphabet.
 std::vector<GammuUserData> GammuEncode(const std::string& text, const std::string& number,
                                        bool ucs2);
 

@@ -12,7 +12,7 @@
 
 namespace test_support {
 
-/// Fixture with an environment that has every registered block type open.
+/// Fixture with an environment in which every registered block type is open.
 class LuaHost : public testing::Test {
  public:
   LuaHost();
@@ -20,13 +20,13 @@ class LuaHost : public testing::Test {
   lua_State* L() const { return environment_->state(); }
   /// Runs a chunk. Throws corvane::LuaError.
   void Run(const std::string& chunk);
-  /// Runs `return <expression>` and gives tostring() of its first result.
+  /// Runs `return <expression>` and returns tostring() of its first result.
   std::string Eval(const std::string& expression);
-  /// The first line of the error that the chunk ends with; fails the test when it ends well.
+  /// The first line of the error that the chunk ends with; fails the test if it succeeds.
   std::string ErrorOf(const std::string& chunk);
   /// Two full collections: finalizers have run, and what they held is gone.
   void Collect();
-  /// Closes the state while its blocks are alive.
+  /// Closes the state while its blocks still exist.
   void CloseHost() { environment_.reset(); }
 
  private:

@@ -1,15 +1,16 @@
 // SPDX-License-Identifier: MIT
-// Runs the tests of a program; the log is kept for the test that wants to see it.
+// Runs the tests of a program, and captures the log for the tests that check it.
 #include <gtest/gtest.h>
 
 #include "tests/support/captured_log.h"
 
-/// The address sanitizer ends the program at memory that cannot be had; a test wants the null.
+/// By default the address sanitizer ends the program when an allocation fails; a test needs the
+/// null.
 extern "C" const char* __asan_default_options() {  // NOLINT: the sanitizer's name
   return "allocator_may_return_null=1";
 }
 
-/// The C library guards its time zone by a lock that the thread sanitizer does not see.
+/// The C library guards its time zone with a lock that the thread sanitizer does not see.
 extern "C" const char* __tsan_default_suppressions() {  // NOLINT: the sanitizer's name
   return "race:tzset";
 }

@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: MIT
-// Makes `new` fail, where memory cannot really be used up. A program that links this has its
-// operator new in place of the C++ library's, in the libraries it loads, too.
+// Makes `new` fail, since memory cannot really be used up. In a program that links this, its
+// operator new replaces the C++ library's, also in the libraries that the program loads.
 #pragma once
 
 #include <cstddef>
 
 namespace test_support {
 
-/// While it lives, `new` throws std::bad_alloc for more than so many bytes at once. Only the thread
-/// that made it is concerned.
+/// While it exists, `new` throws std::bad_alloc for more than `bytes` at once, but only in the
+/// thread that created it.
 class MemoryLimit {
  public:
   explicit MemoryLimit(std::size_t bytes);

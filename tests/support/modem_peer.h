@@ -16,7 +16,7 @@
 
 namespace test_support {
 
-/// Where the peer is found.
+/// How the peer is reached.
 enum class PeerKind { kPseudoTerminal, kTcp };
 
 class ModemPeer {
@@ -30,22 +30,22 @@ class ModemPeer {
   ModemPeer& operator=(const ModemPeer&) = delete;
   ~ModemPeer();
 
-  /// What stands behind PORT= of the option --modem.
+  /// What follows PORT= in the option --modem.
   [[nodiscard]] std::string Target() const;
-  /// Writes the octets, as fast as the other side takes them.
+  /// Writes the octets as fast as the other side reads them.
   void Send(std::string_view octets);
   /// Takes the device away, or closes the connection.
   void Unplug();
-  /// The device is back under the same name. A TCP peer is always there.
+  /// Brings the device back under the same name. A TCP peer is always there.
   void PlugIn();
 
-  /// The script sees the set-up, too.
+  /// From now on the script sees the set-up, too.
   void ShowSetUp();
   /// The requests so far, without the set-up.
   [[nodiscard]] std::vector<std::string> Requests();
-  /// How often ESC came.
+  /// How often ESC arrived.
   [[nodiscard]] int Escapes();
-  /// Waits until so many requests came; false when they do not.
+  /// Waits until `number` requests have arrived; returns false if they do not.
   [[nodiscard]] bool WaitForRequests(std::size_t number);
 
  private:

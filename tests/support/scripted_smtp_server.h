@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The server side of an SMTP dialogue, played from a script on a real socket of the loopback
-// interface. One thread of its own serves one connection after the other. Destruction ends it,
-// wherever the script stands.
+// interface. A separate thread serves one connection after another. Destruction ends it, wherever
+// the script is.
 #pragma once
 
 #include <atomic>
@@ -14,29 +14,29 @@
 
 namespace test_support {
 
-/// A connection as the script sees it. A call that cannot go on, since the client is gone or the
+/// A connection as the script sees it. A call that cannot go on, because the client is gone or the
 /// server is to stop, ends the script.
 class SmtpPeer {
  public:
   using Sink = std::function<void(std::string_view)>;
-  /// Takes the descriptor over. What is heard goes to `sink`, too.
+  /// Takes over the descriptor. What is heard also goes to `sink`.
   SmtpPeer(int connection, int stop_event, Sink sink);
   SmtpPeer(const SmtpPeer&) = delete;
   SmtpPeer& operator=(const SmtpPeer&) = delete;
   ~SmtpPeer();
 
-  /// Sends the bytes; the end of the script when the client is gone.
+  /// Sends the bytes; ends the script if the client is gone.
   void Say(std::string_view bytes);
-  /// The same, one segment a byte.
+  /// The same, one segment per byte.
   void SayByteByByte(std::string_view bytes);
-  /// What comes up to `end`, `end` included.
+  /// What arrives up to and including `end`.
   std::string HearUntil(std::string_view end);
   std::string HearLine() { return HearUntil("\r\n"); }
   /// Waits, without reading, until the server is to stop.
   void Idle();
-  /// Waits so long; less when the server is to stop.
+  /// Waits this long; less if the server is to stop.
   void Pause(int milliseconds);
-  /// Ends the connection in order.
+  /// Ends the connection in an orderly way.
   void Close();
   /// Ends it with a reset.
   void Reset();
@@ -64,7 +64,7 @@ struct SmtpReplies {
   std::string quit = "221 bye\r\n";
 };
 
-/// Plays a server that gives these answers, up to QUIT.
+/// Plays a server that answers like this, up to QUIT.
 void Serve(SmtpPeer& peer, const SmtpReplies& replies);
 
 class ScriptedSmtpServer {
@@ -80,9 +80,10 @@ class ScriptedSmtpServer {
   [[nodiscard]] unsigned short port() const { return port_; }
   /// Everything that the scripts have heard so far.
   [[nodiscard]] std::string heard() const;
-  /// The same, as soon as it ends with `end`; otherwise, in the end, as it is.
+  /// The same, as soon as it ends with `end`; if it never does, what there is when patience runs
+  /// out.
   [[nodiscard]] std::string HeardUpTo(std::string_view end) const;
-  /// Connections that were accepted so far.
+  /// How many connections have been accepted so far.
   [[nodiscard]] int connections() const { return connections_; }
 
  private:

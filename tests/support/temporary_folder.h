@@ -9,7 +9,7 @@
 
 namespace test_support {
 
-/// Made when it is constructed, removed with everything in it when it goes.
+/// Created by the constructor, and removed with everything in it by the destructor.
 class TemporaryFolder {
  public:
   TemporaryFolder() {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Waiting for a condition in place of sleeping for a time.
+// Waiting for a condition instead of sleeping for a time.
 #pragma once
 
 #include <chrono>
@@ -7,10 +7,10 @@
 
 namespace test_support {
 
-/// How long a test waits for what must happen. Only a failing test waits so long.
+/// How long a test waits for something that must happen. Only a failing test waits this long.
 inline constexpr std::chrono::seconds kPatience(20 * CORVANE_TEST_TIME_FACTOR);
 
-/// True as soon as `condition` holds; false when it does not within `limit`.
+/// Returns true as soon as `condition` holds; false if it does not within `limit`.
 template <class Condition>
 bool WaitFor(const Condition& condition, std::chrono::seconds limit = kPatience) {
   const auto end = std::chrono::steady_clock::now() + limit;

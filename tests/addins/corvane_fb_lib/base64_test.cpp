@@ -12,7 +12,7 @@ std::string Encode(const std::string& bytes) {
                        static_cast<unsigned int>(bytes.size()));
 }
 
-/// The same, a bit at a time and after the words of RFC 4648 clause 4.
+/// The same, a bit at a time, following the words of RFC 4648 clause 4.
 std::string EncodeBitByBit(const std::string& bytes) {
   const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
   std::string bits;
@@ -29,28 +29,28 @@ std::string EncodeBitByBit(const std::string& bytes) {
   return text;
 }
 
-TEST(Base64Encode, ThreeBytesGiveFourCharacters) {
+TEST(Base64Encode, ThreeBytesYieldFourCharacters) {
   EXPECT_EQ(Encode("Man"), "TWFu");
 }
 
-TEST(Base64Encode, TwoBytesEndInOnePad) {
+TEST(Base64Encode, TwoBytesEndInOnePadCharacter) {
   EXPECT_EQ(Encode("Ma"), "TWE=");
 }
 
-TEST(Base64Encode, OneByteEndsInTwoPads) {
+TEST(Base64Encode, OneByteEndsInTwoPadCharacters) {
   EXPECT_EQ(Encode("M"), "TQ==");
 }
 
-TEST(Base64Encode, NoBytesGiveEmptyText) {
+TEST(Base64Encode, NoBytesYieldAnEmptyText) {
   EXPECT_EQ(base64_encode(nullptr, 0), "");
 }
 
-TEST(Base64Encode, FiftyFourBytesGiveSeventyTwoCharactersWithoutPad) {
+TEST(Base64Encode, FiftyFourBytesYieldSeventyTwoCharactersWithoutPadding) {
   const std::string text = Encode(std::string(54, '\xFF'));
   EXPECT_EQ(text, std::string(72, '/'));
 }
 
-TEST(Base64Encode, TheVectorsOfTheStandardAreMet) {  // RFC 4648 clause 10
+TEST(Base64Encode, MatchesTheVectorsOfTheStandard) {  // RFC 4648 clause 10
   EXPECT_EQ(Encode("f"), "Zg==");
   EXPECT_EQ(Encode("fo"), "Zm8=");
   EXPECT_EQ(Encode("foo"), "Zm9v");
@@ -64,14 +64,14 @@ TEST(Base64Encode, EveryLengthAgreesWithTheBitwiseDefinitionAndReadsNothingBeyon
   for (std::size_t length = 0; length < 200; ++length) {
     std::string bytes(length, '\0');
     for (char& byte : bytes) byte = static_cast<char>(random());
-    // A heap block of exactly this length: the address sanitizer sees a read behind it.
+    // A heap block of exactly this length: the address sanitizer detects a read past it.
     const std::vector<unsigned char> exact(bytes.begin(), bytes.end());
     EXPECT_EQ(base64_encode(exact.data(), static_cast<unsigned int>(length)),
               EncodeBitByBit(bytes));
   }
 }
 
-TEST(Base64Write, FillsItsRoomAndNothingBehindIt) {
+TEST(Base64Write, FillsItsBufferAndNothingAfterIt) {
   const std::string bytes = "0123456789";
   for (std::size_t length = 0; length <= bytes.size(); ++length) {
     std::string room(20, '#');
@@ -83,25 +83,25 @@ TEST(Base64Write, FillsItsRoomAndNothingBehindIt) {
   }
 }
 
-TEST(Base64Decode, FourCharactersGiveThreeBytes) {
+TEST(Base64Decode, FourCharactersYieldThreeBytes) {
   EXPECT_EQ(base64_decode("TWFu"), "Man");
 }
 
-TEST(Base64Decode, ThreeCharactersAndAPadGiveTwoBytes) {
+TEST(Base64Decode, ThreeCharactersAndAPadYieldTwoBytes) {
   EXPECT_EQ(base64_decode("TWE="), "Ma");
 }
 
-TEST(Base64Decode, ABlankEndsTheText) {
+TEST(Base64Decode, ASpaceEndsTheText) {
   EXPECT_EQ(base64_decode("TW Fu"), "M");
 }
 
-TEST(Base64Decode, AnInvalidFirstCharacterGivesNothing) {
+TEST(Base64Decode, AnInvalidFirstCharacterYieldsNothing) {
   EXPECT_EQ(base64_decode("!TWFu"), "");
   EXPECT_EQ(base64_decode("=TWFu"), "");
   EXPECT_EQ(base64_decode(""), "");
 }
 
-TEST(Base64Decode, ASingleLeftOverCharacterGivesNothing) {
+TEST(Base64Decode, ASingleLeftOverCharacterYieldsNothing) {
   EXPECT_EQ(base64_decode("T"), "");
   EXPECT_EQ(base64_decode("TWFuT"), "Man");
 }
@@ -116,7 +116,7 @@ TEST(Base64Decode, EveryCharacterOutsideTheAlphabetEndsTheText) {
   }
 }
 
-TEST(Base64, DecodingBringsBackWhatWasEncoded) {
+TEST(Base64, DecodingRestoresWhatWasEncoded) {
   std::mt19937 random(54);
   for (std::size_t length = 0; length < 300; ++length) {
     std::string bytes(length, '\0');

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What every block has from its base, seen from the block's own code and from Lua.
+// What every block inherits from its base, as the block's own code and Lua see it.
 #include "addins/corvane_fb_lib/base_fb.h"
 
 #include <limits>
@@ -51,7 +51,7 @@ TEST_F(BaseFb, InternalReadsTrue) {
   EXPECT_EQ(Eval("fb.__Internal"), "true");
 }
 
-TEST_F(BaseFb, EnOReadsTrueAndTakesNoAssignment) {
+TEST_F(BaseFb, EnOReadsTrueAndIgnoresAssignments) {
   Run("fb.EnO = false");
   EXPECT_EQ(Eval("fb.EnO"), "true");
   EXPECT_EQ(TypeOf("EnO"), OpcUaType_Null) << "the assignment created an entry";
@@ -61,7 +61,7 @@ TEST_F(BaseFb, EnOAssignmentIsNotEvenConverted) {
   EXPECT_NO_THROW(Run("fb.EnO = {}"));
 }
 
-TEST_F(BaseFb, GettersOfAnUnknownNameGiveNull) {
+TEST_F(BaseFb, GettersOfAnUnknownNameReturnNull) {
   EXPECT_FALSE(fb().GetBool("none"));
   EXPECT_EQ(fb().GetInt("none"), 0);
   EXPECT_EQ(fb().GetString("none"), "");
@@ -130,7 +130,7 @@ TEST_F(BaseFb, GetIntOfABooleanIsOneOrZero) {
   EXPECT_EQ(fb().GetInt("Bool"), 1);
 }
 
-TEST_F(BaseFb, GetIntTakesTheLow32BitsOfWiderIntegers) {
+TEST_F(BaseFb, GetIntReturnsTheLow32BitsOfWiderIntegers) {
   Run("fb.UDInt = 4294967295 fb.LInt = 2^32 + 5 fb.ULInt = 2^63");
   EXPECT_EQ(fb().GetInt("UDInt"), -1);
   EXPECT_EQ(fb().GetInt("LInt"), 5);
@@ -184,14 +184,14 @@ TEST_F(BaseFb, SetValueOfATextMakesTheVariableAString) {
   EXPECT_EQ(Eval("#fb.DInt"), "3");
 }
 
-TEST_F(BaseFb, SetValueReplacesATextByANumberAndBack) {
+TEST_F(BaseFb, SetValueReplacesATextWithANumberAndBack) {
   fb().SetValue("String", 12);
   EXPECT_EQ(fb().GetString("String"), "12");
   fb().SetValue("String", std::string("twelve"));
   EXPECT_EQ(fb().GetString("String"), "twelve");
 }
 
-TEST_F(BaseFb, AnUndeclaredVariableTakesTheTypeOfItsFirstValueAndKeepsIt) {
+TEST_F(BaseFb, AnUndeclaredVariableGetsTheTypeOfItsFirstValueAndKeepsIt) {
   Run("fb.extra = 'text'");
   EXPECT_EQ(TypeOf("extra"), OpcUaType_String);
   Run("fb.extra = 12");
@@ -236,13 +236,13 @@ TEST_F(BaseFb, ARefusedInitialValueIsAnErrorAndTheBlockIsCollected) {
   EXPECT_EQ(ProbeFB::alive, before);
 }
 
-/// The collector at its usual pace, for tests that set it up themselves.
+/// Runs the collector at its usual pace, for tests that set it up themselves.
 constexpr const char* kUsualPace =
     "collectgarbage('setpause', 200) collectgarbage('setstepmul', 200) ";
 
 TEST_F(BaseFb, AFinalizerMayAssignTheVariableThatIsBeingRead) {
   Run(kUsualPace);
-  // Lua may collect while it takes a text over; the text must not be the variable's own by then.
+  // Lua may collect while it copies a text; by then the text must not be the variable's own.
   for (const char* length : {"500", "5000"}) {
     Run("live = {} for i = 1, 100000 do live[i] = {} end length = " + std::string(length) + R"(
       fb.String = ('x'):rep(length)
@@ -274,7 +274,7 @@ TEST_F(BaseFb, AFinalizerMayDestroyTheBlockWhoseNumberKeyIsBeingRead) {
     assert(ended > 0))");
 }
 
-TEST_F(BaseFb, BlocksLiveInCoroutinesAndGoWithThem) {
+TEST_F(BaseFb, BlocksInCoroutinesDisappearWithThem) {
   Run(R"(
     threads = {}
     for i = 1, 50 do

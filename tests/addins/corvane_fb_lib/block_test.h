@@ -6,7 +6,7 @@
 #include "tests/support/captured_log.h"
 #include "tests/support/lua_host.h"
 
-/// Registers the add-in's types once, before any environment is made.
+/// Registers the add-in's types once, before any environment is created.
 struct RegisteredAddin {
   RegisteredAddin() { [[maybe_unused]] static const int once = InitAddin(); }
 };

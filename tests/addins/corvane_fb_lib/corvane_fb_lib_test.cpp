@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The add-in as its host sees it: which types it registers, and their metadata.
+// The add-in as its host sees it: the types that it registers, and their metadata.
 #include "addins/corvane_fb_lib/corvane_fb_lib.h"
 
 #include "addins/corvane_fb_lib/send_email_fb.h"
@@ -18,7 +18,7 @@ TEST_F(AddinEntry, RegistersTheFiveTypesInTheStatedOrder) {
                                           "SysProcessCreateWithResult"));
 }
 
-TEST_F(AddinEntry, InitAddinReturns0AlsoWhenTheHostRefuses) {
+TEST_F(AddinEntry, InitAddinReturns0EvenIfTheHostRefuses) {
   EXPECT_EQ(InitAddin(), 0);  // the second time, every name is taken
   EXPECT_EQ(test_support::TakeLog().size(), 5u);
 }

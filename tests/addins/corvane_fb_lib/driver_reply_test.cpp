@@ -7,7 +7,7 @@
 
 namespace {
 
-TEST(CmsErrorNumber, IsTheDecimalNumberBehindThePrefix) {
+TEST(CmsErrorNumber, IsTheDecimalNumberAfterThePrefix) {
   EXPECT_EQ(CmsErrorNumber("+CMS ERROR: 321"), 321);
   EXPECT_EQ(CmsErrorNumber("+CMS ERROR: 38\r\n"), 38);
   EXPECT_EQ(CmsErrorNumber("+CMS ERROR:  7x"), 7);

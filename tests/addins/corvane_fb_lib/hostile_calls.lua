@@ -1,10 +1,10 @@
 -- SPDX-License-Identifier: MIT
--- Calls everything that a program can reach of the blocks and the host with everything that it can
--- pass, in every way in which Lua calls a function. hostile_calls_test.cpp runs the functions that
--- this file returns. After each call the state must work, a refusal must be a text, and a refused
--- call must have changed no variable of a block.
+-- Calls every function of the blocks and the host that a program can reach, with every kind of value
+-- that it can pass, in every way in which Lua calls a function. hostile_calls_test.cpp runs the
+-- functions that this file returns. After each call the state must work, a refusal must be a text, and
+-- a refused call must not have changed any variable of a block.
 --
--- Left out: what the debug library can do to any userdata and C function (setmetatable,
+-- Left out: what the debug library can do to any userdata or C function (setmetatable,
 -- getregistry, setlocal, setupvalue, upvaluejoin).
 local host = ... -- the functions of hostile_calls_test.cpp, and `seed`
 local unpack, pack = table.unpack, table.pack
@@ -29,7 +29,7 @@ local TYPE_NAMES =
 local type_of = {} -- block -> the name of its type; a block whose __gc was called is taken out
 local alive = {} -- type -> the block that the calls use
 
--- Each new SEND_EMAIL block costs up to 100 ms when its worker ends, so there is a limit.
+-- Each new SEND_EMAIL block costs up to 100 ms when its worker ends, so their number is limited.
 local mail_blocks = 25
 
 local function make(type_name)
@@ -40,7 +40,7 @@ end
 for _, type_name in ipairs(TYPE_NAMES) do make(type_name) end
 
 local canary = SEND_SMS.new { Message = "canary" }
--- Reading so long a text calls one function more.
+-- Reading a text this long calls one more function.
 local long = SEND_SMS.new { Message = ("text "):rep(200) }
 
 local names_of = {} -- type -> the names of its variables
@@ -97,7 +97,7 @@ for _, type_name in ipairs(TYPE_NAMES) do
     end
   end
   assert(next(results) == nil, "a function of " .. type_name .. " is missing")
-  -- What is done to the metatable that a program gets does nothing to the blocks.
+  -- Changes to the metatable that a program gets do not affect the blocks.
   for key in pairs(metatable) do metatable[key] = nil end
 end
 for _, entry in ipairs {
@@ -171,7 +171,7 @@ end
 local function any() return value_at(random(#values)) end
 
 ---------------------------------------------------------------------------------------------------
--- Ways of calling: they return what pcall returns, or nothing when the function was not reached
+-- Ways of calling: they return what pcall returns, or nothing if the function was not reached
 
 local ways = {}
 
@@ -238,7 +238,7 @@ function ways.as_a_sort_order(f) -- gets what is sorted
   if result then return unpack(result, 1, result.n) end
 end
 
--- As metamethods they get the table that has them first, so that all but `new` refuse.
+-- As metamethods they get the table that has them as first argument, so all but `new` refuse.
 for _, event in ipairs {
   "__index", "__newindex", "__call", "__concat", "__len", "__unm", "__eq", "__lt", "__tostring",
   "__pairs",
@@ -287,7 +287,7 @@ local function describe(entry, args, way)
   return ("%s(%s) %s, %d arguments"):format(entry.name, table.concat(texts, ", "), way, args.n)
 end
 
--- SEND_EMAIL blocks come and go slowly: whether this call is still within the limit.
+-- SEND_EMAIL blocks are slow to create and destroy: whether this call is still within the limit.
 local function affordable(entry, args)
   if entry.type ~= "SEND_EMAIL" then return true end
   local costs = entry.key == "new" and (args[1] == nil or type(args[1]) == "table") or
@@ -312,7 +312,7 @@ local function call(entry, args, way)
     error(what .. ": " .. describe(entry, args, way) .. ", got " .. tostring(result[2]), 0)
   end
   if result[1] == false then
-    must(type(result[2]) == "string" or entry.raises_request, "an error that is no text")
+    must(type(result[2]) == "string" or entry.raises_request, "an error that is not a text")
     for block, state in pairs(before) do
       local ended = debug.getmetatable(block) == nil -- a way may call several times
       must(ended or variables(block) == state, "a refused call changed a variable")
@@ -362,7 +362,7 @@ function tests.few_arguments(share)
   return calls
 end
 
--- Every value to every variable by __newindex; by `set` to some of them, and under other names.
+-- Every value to every variable through __newindex; through `set` to some of them, and under other names.
 function tests.assignments(share)
   for _, entry in ipairs(plain) do
     local some = entry.key == "set" and 6 * share or share
@@ -431,7 +431,7 @@ function tests.lives_of_blocks(share)
 end
 
 -- Every value in every input while the block works with it. As commands they are words that no
--- shell knows; the server stays this machine, so that no name service is asked.
+-- shell knows; the server is always this machine, so that no name service is asked.
 function tests.inputs_at_work(share)
   local starts = { "Send", "Run", "Read" }
   local function work(block)
@@ -462,7 +462,7 @@ function tests.inputs_at_work(share)
   return calls
 end
 
--- Operators and the library's functions on blocks.
+-- Operators and library functions on blocks.
 function tests.operators(share)
   local operators = {
     function(a, b) return a[b] end,
@@ -503,7 +503,7 @@ function tests.operators(share)
   return calls
 end
 
--- With the stack so full that there is hardly room for a call.
+-- With the stack so full that there is hardly any room for a call.
 function tests.full_stack(share)
   for _, entry in ipairs(functions) do
     if random(share) == 1 and not entry.raises_request and entry.key ~= "__gc" then

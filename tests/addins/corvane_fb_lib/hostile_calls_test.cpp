@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// No program crashes its host through what the blocks and the host give to it: hostile_calls.lua
-// tries, and the sanitizers watch. Its random choices follow a seed, which the tests print and
-// which CORVANE_TEST_SEED sets.
+// No program can crash its host through what the blocks and the host offer it: hostile_calls.lua
+// tries to, and the sanitizers watch. Its random choices follow a seed, which the tests print and
+// CORVANE_TEST_SEED sets.
 #include <cstdlib>
 #include <iomanip>
 #include <iostream>
@@ -19,7 +19,7 @@ double Seed() {
   return text != nullptr ? std::atof(text) : 20261121;
 }
 
-/// raw(f, ...): calls a C function as the interpreter does, and looks at the stack behind it.
+/// raw(f, ...): calls a C function as the interpreter does, and checks the stack afterwards.
 int Raw(lua_State* L) {
   const lua_CFunction function = lua_tocfunction(L, 1);
   if (lua_getupvalue(L, 1, 1) != nullptr) {  // it needs the closure
@@ -32,12 +32,11 @@ int Raw(lua_State* L) {
   const int results = function(L);
   EXPECT_GE(results, 0);
   EXPECT_LE(results, lua_gettop(L)) << "more results than there are values";
-  EXPECT_LE(lua_gettop(L), arguments + LUA_MINSTACK) << "more values than there was room for";
+  EXPECT_LE(lua_gettop(L), arguments + LUA_MINSTACK) << "more values than there is room for";
   return results;
 }
 
-/// fill(room, f, ...): pcall(f, ...) on a stack with no more room than for the arguments and `room`
-/// values.
+/// fill(room, f, ...): pcall(f, ...) on a stack with room only for the arguments and `room` values.
 int Fill(lua_State* L) {
   const int room = static_cast<int>(luaL_checknumber(L, 1));
   const int call = lua_gettop(L) - 1;
@@ -90,12 +89,12 @@ class HostileCalls : public BlockTest {
     corvane::ProtectedCall(L(), 1, 1);
   }
   ~HostileCalls() override {
-    CloseHost();  // while the port is there
+    CloseHost();  // while the port still exists
     test_support::TakeLog();
   }
 
-  /// Runs one of the functions of hostile_calls.lua. With the collector at full speed it makes one
-  /// in ten of its calls, since each is a whole collection.
+  /// Runs one of the functions in hostile_calls.lua. With the collector at full speed it makes only
+  /// one in ten of its calls, since each costs a whole collection.
   void Attack(const char* name) {
     const bool slow = std::getenv("CORVANE_TEST_GC_STRESS") != nullptr;
     lua_getfield(L(), -1, name);
@@ -105,11 +104,11 @@ class HostileCalls : public BlockTest {
               << lua_tonumber(L(), -1) << " calls\n";
     EXPECT_GT(lua_tonumber(L(), -1), 0);
     lua_pop(L(), 1);
-    EXPECT_EQ(lua_gettop(L()), 1) << "the stack is not as it was";
+    EXPECT_EQ(lua_gettop(L()), 1) << "the stack has changed";
   }
 
  private:
-  /// drive(): the modem port asks for a request and answers it, now well, now badly.
+  /// drive(): the modem port asks for a request and answers it, sometimes well, sometimes badly.
   static int Drive(lua_State* L) {
     static const char* const kAnswers[] = {"OK\r\n", "> ", "ERROR\r\n", "+CMS ERROR: 38\r\n",
                                            "+CMGL: 1,0,,5\r\nFFFFFFFFFF\r\nOK\r\n"};
@@ -144,15 +143,15 @@ TEST_F(HostileCalls, BetweenThoseOfTheModemDriverLeaveTheBlocksAlive) {
   Attack("lives_of_blocks");
 }
 
-TEST_F(HostileCalls, OnBlocksAtWorkWithHostileInputsAreErrorsOfLuaOrDone) {
+TEST_F(HostileCalls, OnBlocksAtWorkWithHostileInputsAreLuaErrorsOrDone) {
   Attack("inputs_at_work");
 }
 
-TEST_F(HostileCalls, ByOperatorsAndTheLibraryAreErrorsOfLua) {
+TEST_F(HostileCalls, ByOperatorsAndTheLibraryAreLuaErrors) {
   Attack("operators");
 }
 
-TEST_F(HostileCalls, OnAFullStackAreErrorsOfLua) {
+TEST_F(HostileCalls, OnAFullStackAreLuaErrors) {
   Attack("full_stack");
 }
 

@@ -36,7 +36,7 @@ TEST_F(LuaGlue, GetAndSetOfTheModuleAreReadingAndAssigning) {
   EXPECT_EQ(Eval("select('#', PROBE.set(fb, 'DInt', 1))"), "0");
 }
 
-TEST_F(LuaGlue, AnotherTypesBlockIsAnArgumentErrorOnArgument1) {
+TEST_F(LuaGlue, ABlockOfAnotherTypeIsAnErrorOfArgument1) {
   Run("other = SysProcessCreate.new()");
   for (const char* call : {"get(other, 'x')", "set(other, 'x', 1)", "call(other)"}) {
     EXPECT_THAT(ErrorOf("PROBE." + std::string(call)), testing::HasSubstr("bad argument #1"))
@@ -45,7 +45,7 @@ TEST_F(LuaGlue, AnotherTypesBlockIsAnArgumentErrorOnArgument1) {
   EXPECT_THAT(ErrorOf("getmetatable(fb).__gc(other)"), testing::HasSubstr("bad argument #1"));
 }
 
-TEST_F(LuaGlue, AnythingElseInPlaceOfTheBlockIsAnArgumentError) {
+TEST_F(LuaGlue, AnythingElseInsteadOfTheBlockIsAnArgumentError) {
   for (const char* value : {"nil", "1", "'fb'", "{}", "print", "io.stdout", ""}) {
     for (const char* function : {"get", "set", "call"}) {
       EXPECT_THAT(ErrorOf("PROBE." + std::string(function) + "(" + value + ")"),
@@ -55,7 +55,7 @@ TEST_F(LuaGlue, AnythingElseInPlaceOfTheBlockIsAnArgumentError) {
   }
 }
 
-TEST_F(LuaGlue, AVariableNameThatIsNoStringIsAnArgumentError) {
+TEST_F(LuaGlue, AVariableNameThatIsNotAStringIsAnArgumentError) {
   for (const char* key : {"true", "{}", "print", "fb"}) {
     EXPECT_THAT(ErrorOf("local v = fb[" + std::string(key) + "]"),
                 testing::ContainsRegex("bad argument #2 .*variable name expected"))
@@ -96,7 +96,7 @@ TEST_F(LuaGlue, NewWithSomethingElseIsAnArgumentError) {
   }
 }
 
-TEST_F(LuaGlue, NewTakesItsFirstArgumentAndIgnoresFurtherOnes) {
+TEST_F(LuaGlue, NewUsesItsFirstArgumentAndIgnoresFurtherOnes) {
   EXPECT_EQ(Eval("PROBE.new({DInt = 1}, {DInt = 2}, 3).DInt"), "1");
 }
 
@@ -115,7 +115,7 @@ TEST_F(LuaGlue, AnExceptionOfTheBlockIsALuaErrorThatPcallCatches) {
   EXPECT_EQ(ErrorOf("fb()"), "test:1: out of paper");
 }
 
-TEST_F(LuaGlue, ALongExceptionTextIsCutAndNotOverrun) {
+TEST_F(LuaGlue, ALongExceptionTextIsTruncated) {
   Run("fb.Throw = ('x'):rep(10000)");
   EXPECT_EQ(Eval("#select(2, pcall(fb))"), "255");
 }
@@ -132,7 +132,7 @@ TEST_F(LuaGlue, GcCalledByHandDestroysOnceAndLeavesNoBlockToUse) {
   EXPECT_EQ(ProbeFB::alive, before - 1);
 }
 
-TEST_F(LuaGlue, GcWithFurtherArgumentsTakesTheFirst) {
+TEST_F(LuaGlue, GcWithFurtherArgumentsUsesTheFirst) {
   Run("other = PROBE.new() getmetatable(fb).__gc(fb, other)");
   EXPECT_EQ(Eval("other.DInt"), "0");
 }
@@ -147,7 +147,7 @@ TEST_F(LuaGlue, TheOpenerLeavesItsMetatableOnTheStackAndReturns1) {
   EXPECT_TRUE(lua_rawequal(L(), 1, -1));
 }
 
-TEST_F(LuaGlue, TheOpenerMakesAGlobalModuleTableWithFourFunctions) {
+TEST_F(LuaGlue, TheOpenerCreatesAGlobalModuleTableWithFourFunctions) {
   for (const char* name : {"new", "get", "set", "call"}) {
     EXPECT_EQ(Eval("type(PROBE." + std::string(name) + ")"), "function") << name;
   }
@@ -173,7 +173,7 @@ TEST_F(LuaGlue, MetadataThatFailsIsOneLogLineAndMinus1AndTheTablesStay) {
   EXPECT_EQ(Eval("type(PROBE.new)"), "function");
 }
 
-TEST_F(LuaGlue, MetadataWhoseRunFailsLeavesOnlyTheTablesOnTheStack) {
+TEST_F(LuaGlue, MetadataThatFailsToRunLeavesOnlyTheTablesOnTheStack) {
   Run("TYPES = nil");
   lua_settop(L(), 0);
   EXPECT_EQ(luaopen_ProbeFB(L()), -1);

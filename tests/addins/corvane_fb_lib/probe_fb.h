@@ -13,7 +13,7 @@ class ProbeFB : public BaseFB<ProbeFB> {
   ~ProbeFB() override;
   static const FBMetaEntry* GetMetaTable();
 
-  /// Throws what the text variable `Throw` says, if it says something.
+  /// Throws the text of the variable `Throw`, unless it is empty.
   void Execute() override;
 
   using BaseFB::Find;
@@ -23,9 +23,9 @@ class ProbeFB : public BaseFB<ProbeFB> {
   using BaseFB::SetBool;
   using BaseFB::SetValue;
 
-  static inline ProbeFB* last = nullptr;         ///< the block made last
-  static inline int alive = 0;                   ///< blocks built and not destroyed
-  static inline bool fail_construction = false;  ///< the constructor throws after the base is built
+  static inline ProbeFB* last = nullptr;         ///< the block created last
+  static inline int alive = 0;                   ///< blocks constructed and not yet destroyed
+  static inline bool fail_construction = false;  ///< the constructor throws after the base's
 };
 
 DECLARE_FUNCTION_BLOCK(ProbeFB)

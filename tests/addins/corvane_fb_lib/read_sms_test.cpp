@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// READ_SMS, with the test as modem port driver and modem.
+// READ_SMS; the test plays the modem port driver and the modem.
 #include <gmock/gmock.h>
 
 #include <algorithm>
@@ -34,14 +34,14 @@ class ReadSms : public BlockTest {
  protected:
   ReadSms() { Run("fb = READ_SMS.new({Port = 3})"); }
 
-  /// One call of the block; `State` afterwards.
+  /// Calls the block once. @return `State` afterwards
   std::string Call() {
     Run("fb()");
     return Eval("fb.State");
   }
   std::string Error() { return Eval("fb.Error"); }
 
-  /// Registers and brings the block to where its next request lists the messages.
+  /// Registers the block and brings it to where its next request lists the messages.
   void StartList() {
     Run("fb.Read = true fb()");
     ASSERT_EQ(port.Exchange("OK\r\n"), "AT+CMGF=0\r");
@@ -52,8 +52,8 @@ class ReadSms : public BlockTest {
     EXPECT_EQ(port.Exchange(answer), "AT+CMGL=0\r");
     return port.AnswerAll("OK\r\n");
   }
-  /// Calls the block until two calls in a row deliver nothing; what was delivered, as
-  /// "number|message".
+  /// Calls the block until two calls in a row deliver nothing. @return what was delivered, as
+  /// "number|message"
   std::vector<std::string> Deliveries() {
     std::vector<std::string> messages;
     for (int idle = 0; idle < 2; ++idle) {
@@ -77,7 +77,7 @@ TEST_F(ReadSms, WithoutItsPortStaysUnregisteredWithErrorOne) {
   }
 }
 
-TEST_F(ReadSms, RegistersAsSoonAsThePortIsThere) {
+TEST_F(ReadSms, RegistersAsSoonAsThePortExists) {
   port.Refuse(true);
   EXPECT_EQ(Call(), "0");
   port.Refuse(false);
@@ -99,7 +99,7 @@ TEST_F(ReadSms, WithReadFalseStartsNoPass) {
   EXPECT_EQ(port.Priority(), 0);
 }
 
-TEST_F(ReadSms, IdleHasNoPriorityAndAskedAnywayNoRequestAndNoReplyFunction) {
+TEST_F(ReadSms, IdleHasNoPriorityAndIfAskedAnywayNoRequestAndNoReplyFunction) {
   Call();
   const ModemRequest request = port.AskRequest();
   EXPECT_EQ(port.Priority(), 0);
@@ -137,7 +137,7 @@ TEST_F(ReadSms, AsksInPduModeForTheUnreadMessagesAndDeletesEach) {
   EXPECT_EQ(port.AskRequest().text, "AT+CMGD=12\r") << "asking changes nothing";
 }
 
-TEST_F(ReadSms, TellsWhetherThePassGoesOn) {
+TEST_F(ReadSms, ReportsWhetherThePassGoesOn) {
   Run("fb.Read = true fb()");
   port.Poll();
   EXPECT_EQ(port.Answer("OK\r\n"), 1);
@@ -254,7 +254,7 @@ TEST_F(ReadSms, DoesNotLookAtAnAnswerWithANegativeStatus) {
   EXPECT_EQ(Error(), "6");
 }
 
-TEST_F(ReadSms, ReportsThreeForAnAnswerThatMakesNoSense) {
+TEST_F(ReadSms, ReportsThreeForAnUnexpectedAnswer) {
   for (const std::string answer : {"garbage\r\n", "", "O", "+CME ERROR: 14\r\n", "\r\nOK\r\n"}) {
     Run("fb.Read = true fb()");
     port.Exchange(answer);
@@ -263,7 +263,7 @@ TEST_F(ReadSms, ReportsThreeForAnAnswerThatMakesNoSense) {
   }
 }
 
-TEST_F(ReadSms, TakesACmeErrorToTheListForAnEmptyList) {
+TEST_F(ReadSms, TreatsACmeErrorAsAnEmptyList) {
   EXPECT_THAT(List("+CME ERROR: 14\r\n"), ElementsAre());
   EXPECT_EQ(Error(), "0");
 }
@@ -320,7 +320,7 @@ TEST_F(ReadSms, JoinsPartsOfSeveralPasses) {
   EXPECT_THAT(Deliveries(), ElementsAre("+15550101234|abc"));
 }
 
-TEST_F(ReadSms, JoinsPartsInListingOrderWhateverTheirNumbersAre) {
+TEST_F(ReadSms, JoinsPartsInListingOrderWhateverTheirNumbers) {
   List(Entry(1, Part(9, 3, 1, "a")) + Entry(2, Part(9, 3, 3, "c")) + Entry(3, Part(9, 3, 2, "b")) +
        "\r\nOK\r\n");
   EXPECT_THAT(Deliveries(), ElementsAre("+15550101234|acb"));
@@ -339,13 +339,13 @@ TEST_F(ReadSms, KeepsMessagesOfDifferentReferencesApart) {
   EXPECT_THAT(Deliveries(), ElementsAre("+15550101234|xy", "+15550101234|ab"));
 }
 
-TEST_F(ReadSms, TakesAReferenceForANewMessageOnceTheOldOneIsComplete) {
+TEST_F(ReadSms, TreatsAReferenceAsNewOnceItsOldMessageIsComplete) {
   List(Entry(1, Part(9, 2, 1, "a")) + Entry(2, Part(9, 2, 2, "b")) + Entry(3, Part(9, 2, 1, "c")) +
        Entry(4, Part(9, 2, 2, "d")) + "\r\nOK\r\n");
   EXPECT_THAT(Deliveries(), ElementsAre("+15550101234|ab", "+15550101234|cd"));
 }
 
-TEST_F(ReadSms, TakesATotalOfOneForASingleMessage) {
+TEST_F(ReadSms, TreatsATotalOfOneAsASingleMessage) {
   List(Entry(1, Part(1, 1, 1, "single")) + Entry(2, Part(1, 0, 0, "zero")) + "\r\nOK\r\n");
   EXPECT_THAT(Deliveries(), ElementsAre("+15550101234|single", "+15550101234|zero"));
 }
@@ -360,7 +360,7 @@ TEST_F(ReadSms, DeletesARejectedPduAndNeverDeliversIt) {
   EXPECT_EQ(Deliveries().back(), "+15550101234|b");
 }
 
-TEST_F(ReadSms, DeliversATimeBehindTheYear2038) {
+TEST_F(ReadSms, DeliversATimeAfterTheYear2038) {
   DeliverPdu pdu = TextMessage("late");
   pdu.time_stamp = {0x99, 0x21, 0x13, 0x32, 0x95, 0x95, 0x00};
   List(Entry(1, pdu) + "\r\nOK\r\n");
@@ -379,12 +379,12 @@ TEST_F(ReadSms, DeliversAnEntryWithAnEmptyPduLineAsAnEmptyMessage) {
   EXPECT_THAT(Deliveries(), ElementsAre("+15550101234|next"));
 }
 
-TEST_F(ReadSms, DeliversAnEntryThatEndsBehindItsHeaderAsAnEmptyMessage) {
+TEST_F(ReadSms, DeliversAnEntryThatEndsAfterItsHeaderAsAnEmptyMessage) {
   EXPECT_THAT(List("+CMGL: 8,0,,0\r\n"), ElementsAre("AT+CMGD=8\r"));
   EXPECT_THAT(Deliveries(), ElementsAre("|"));
 }
 
-TEST_F(ReadSms, TakesAPduWithoutALineEndToTheEndOfTheAnswer) {
+TEST_F(ReadSms, ReadsAPduWithoutALineEndUpToTheEndOfTheAnswer) {
   EXPECT_THAT(List("+CMGL: 8,0,,0\r\n" + TextMessage("end").ToHex()), ElementsAre("AT+CMGD=8\r"));
   EXPECT_THAT(Deliveries(), ElementsAre("+15550101234|end"));
 }
@@ -410,7 +410,7 @@ TEST_F(ReadSms, ReadsHeadersOfEveryShape) {
   EXPECT_EQ(Deliveries().size(), 4u);
 }
 
-TEST_F(ReadSms, SkipsTheSevenCharactersInFrontOfTheIndexWhateverTheyAre) {
+TEST_F(ReadSms, SkipsTheSevenCharactersBeforeTheIndexWhateverTheyAre) {
   const std::string rest = ",0,,24\r\n" + TextMessage("a").ToHex() + "\r\n";
   EXPECT_THAT(List("+CMGL:,5" + rest + "*PREFIX6" + rest + "OK\r\n"),
               ElementsAre("AT+CMGD=5\r", "AT+CMGD=6\r"));
@@ -434,7 +434,7 @@ TEST_F(ReadSms, AnEntryWithoutItsCommaOrLineFeedEndsTheList) {
   }
 }
 
-TEST_F(ReadSms, AListCutAnywhereDoesNoHarmAndKeepsWhatIsWhole) {
+TEST_F(ReadSms, AListCutAnywhereDoesNoHarmAndKeepsWhatIsComplete) {
   const std::string first = Entry(1, TextMessage("a"));
   const std::string list = first + Entry(2, Part(3, 2, 1, "b")) + "\r\nOK\r\n";
   for (std::size_t length = 0; length <= list.size(); ++length) {

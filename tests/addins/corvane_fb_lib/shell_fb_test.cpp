@@ -14,7 +14,7 @@
 
 namespace {
 
-/// Commands write into files of a private folder; each test waits for what they must leave there.
+/// Commands write into files in a private folder; each test waits for what they must leave there.
 class Shell : public BlockTest {
  protected:
   Shell() { Run("fb = SysProcessCreate.new()"); }
@@ -31,7 +31,8 @@ class Shell : public BlockTest {
 };
 
 TEST_F(Shell, RunTrueOnTheFirstCallStartsTheCommandOnce) {
-  // Each start adds a line; the start that is wanted last ends the test, after all others ended.
+  // Each start adds a line; the last start that is expected ends the test, after all others have
+  // ended.
   SetCommand("out");
   Run("fb.Run = true fb() fb() fb() fb.Run = false fb()");
   ASSERT_TRUE(test_support::WaitFor([&] { return Content("out") == "line\n"; }));
@@ -54,20 +55,20 @@ TEST_F(Shell, CreatedWithCommandAndRunTrueStartsOnItsFirstCall) {
   EXPECT_TRUE(test_support::WaitFor([&] { return Content("out") == "line\n"; }));
 }
 
-TEST_F(Shell, CommandAndArgsMakeOneLineWithOneBlankBetween) {
-  // Within the quotes, which open in one and close in the other, the blank counts.
+TEST_F(Shell, CommandAndArgsFormOneLineWithOneSpaceBetween) {
+  // Within the quotes, which open in one and close in the other, the space counts.
   Run("fb.Command = [[printf '<%s>' ']] fb.Args = [[' >'" + Path("out") + "']] fb.Run = true fb()");
   EXPECT_TRUE(test_support::WaitFor([&] { return Content("out") == "< >"; }));
 }
 
-TEST_F(Shell, ABlankAndAnAmpersandFollowTheLine) {
-  // The backslash makes the blank an argument; the ampersand behind it stays the shell's.
+TEST_F(Shell, ASpaceAndAnAmpersandFollowTheLine) {
+  // The backslash makes the space an argument; the ampersand after it is still the shell's.
   Run("fb.Command = \"printf '<%s>' >'" + Path("out") + "'\" fb.Args = '\\\\' fb.Run = true fb()");
   EXPECT_TRUE(test_support::WaitFor([&] { return Content("out") == "< >"; }));
 }
 
 TEST_F(Shell, DoesNotWaitForTheCommand) {
-  // The command ends only after the call has returned and the test has made a file.
+  // The command ends only after the call has returned and the test has created a file.
   Run("fb.Command = \"while ! test -e '" + Path("go") + "'; do sleep 0.01; done; echo went >'" +
       Path("out") + "'\"");
   Run("fb.Command = '{ ' .. fb.Command .. '; }' fb.Run = true fb()");

@@ -13,13 +13,13 @@ namespace {
 class ShellResult : public BlockTest {
  protected:
   ShellResult() { Run("fb = SysProcessCreateWithResult.new()"); }
-  /// Runs a command line on a new rising edge.
+  /// Runs a command line with a new rising edge.
   void Command(const std::string& line) {
     Run("fb.Run = false fb() fb.Run = true fb.Command = [==[" + line + "]==] fb()");
   }
 };
 
-TEST_F(ShellResult, GivesTheOutputAndCodeZero) {
+TEST_F(ShellResult, ReturnsTheOutputAndCodeZero) {
   Run("fb.Command = 'echo' fb.Args = 'hello' fb.Run = true fb()");
   EXPECT_EQ(Eval("fb.Output"), "hello\n");
   EXPECT_EQ(Eval("fb.Code"), "0");
@@ -30,7 +30,7 @@ TEST_F(ShellResult, ReadsEmptyBeforeTheFirstRun) {
   EXPECT_EQ(Eval("fb.Code"), "0");
 }
 
-TEST_F(ShellResult, SeparatesCommandAndArgsByOneBlankAndQuotesNothing) {
+TEST_F(ShellResult, SeparatesCommandAndArgsByOneSpaceAndQuotesNothing) {
   Run("fb.Command = \"printf '<%s>'\" fb.Args = 'a  b' fb.Run = true fb()");
   EXPECT_EQ(Eval("fb.Output"), "<a><b>");
 }
@@ -46,7 +46,7 @@ TEST_F(ShellResult, CodeIsTheSignalThatKilledTheCommand) {
 }
 
 TEST_F(ShellResult, CodeIsMinus1WhenThereIsNoStatus) {
-  // With SIGCHLD ignored the system keeps no status of a child.
+  // If SIGCHLD is ignored, the system keeps no status of a child.
   const auto before = std::signal(SIGCHLD, SIG_IGN);
   Command("echo lost");
   std::signal(SIGCHLD, before);
@@ -108,7 +108,7 @@ TEST_F(ShellResult, TextTrueRunsAndTextOneDoesNot) {
   EXPECT_EQ(Eval("fb.Output"), "ran\n");
 }
 
-/// While it lives, the process can open no further descriptor, so popen fails.
+/// While it exists, the process cannot open any further descriptor, so popen fails.
 class NoDescriptors {
  public:
   NoDescriptors() {
@@ -122,7 +122,7 @@ class NoDescriptors {
   rlimit before_{};
 };
 
-TEST_F(ShellResult, AFailedPopenIsALuaErrorAndLeavesTheBlockBusyForGood) {
+TEST_F(ShellResult, AFailedPopenIsALuaErrorAndLeavesTheBlockBusyForever) {
   Command("echo before; kill -9 $$");
   Run("fb.Run = false fb() fb.Run = true");
   {
@@ -137,7 +137,7 @@ TEST_F(ShellResult, AFailedPopenIsALuaErrorAndLeavesTheBlockBusyForGood) {
   EXPECT_EQ(Eval("fb.Output"), "before\n") << "a busy block starts nothing";
 }
 
-TEST_F(ShellResult, OutputThatDoesNotFitInMemoryIsALuaErrorAndTheBlockRunsOn) {
+TEST_F(ShellResult, OutputThatDoesNotFitInMemoryIsALuaErrorAndTheBlockKeepsWorking) {
   Command("echo before");
   Run("fb.Run = false fb() fb.Run = true fb.Command = 'head -c 1000000 /dev/zero'");
   {
@@ -156,7 +156,7 @@ TEST_F(ShellResult, AFailedPopenEndsInALengthError) {
     using ShellResFB::SetBool;
     using ShellResFB::ShellResFB;
   };
-  lua_newtable(L());  // stands in for the userdata
+  lua_newtable(L());  // instead of the userdata
   Probe block(L(), "no such metatable");
   block.SetBool("Run", true);
   const NoDescriptors none;

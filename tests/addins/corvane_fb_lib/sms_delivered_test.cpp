@@ -89,7 +89,7 @@ TEST(DeliveredMessage, WithTheLongestServiceCentreIsDecoded) {
   EXPECT_EQ(Decode(pdu).text, "Hello");
 }
 
-TEST(DeliveredMessage, ThatIsNoDeliverPduIsRejected) {
+TEST(DeliveredMessage, ThatIsNotADeliverPduIsRejected) {
   for (const unsigned char first_octet : Octets{0x01, 0x05, 0x11, 0xFF}) {
     DeliverPdu pdu;
     pdu.first_octet = first_octet;
@@ -102,7 +102,7 @@ TEST(DeliveredMessage, ThatIsNoDeliverPduIsRejected) {
 
 TEST(DeliveredMessage, IsNotRejectedForAnyOtherBitOfTheFirstOctet) {
   DeliverPdu pdu;
-  pdu.first_octet = 0xBE;  // a status report, in truth
+  pdu.first_octet = 0xBE;  // in fact a status report
   EXPECT_EQ(Decode(pdu).status, 0);
   EXPECT_EQ(Decode(pdu).text, "Hello");
 }
@@ -153,13 +153,13 @@ TEST(DeliveredMessage, InUcs2OfAnOddLengthIsAnErrorText) {
   EXPECT_EQ(message.status, 0);
 }
 
-TEST(DeliveredMessage, OfEightCharactersComesOutWholeAndOneOfSevenWithATrailingNul) {
+TEST(DeliveredMessage, OfEightCharactersIsDecodedWholeAndOneOfSevenWithATrailingNul) {
   EXPECT_EQ(Decode(TextMessage("12345678")).text, "12345678");
   EXPECT_EQ(Decode(TextMessage("1234567")).text, std::string("1234567\0", 8));
   EXPECT_EQ(Decode(TextMessage("123456")).text, "123456");
 }
 
-TEST(DeliveredMessage, RunsToTheEndOfThePduWhateverItsLengthSays) {
+TEST(DeliveredMessage, RunsToTheEndOfThePduWhateverItsLengthFieldSays) {
   DeliverPdu pdu;
   pdu.user_data_length = 1;
   EXPECT_EQ(Decode(pdu).text, "Hello");
@@ -172,7 +172,7 @@ TEST(DeliveredMessage, WithoutTextHasAnEmptyOne) {
   EXPECT_EQ(Decode(TextMessage("")).status, 0);
 }
 
-TEST(DeliveredMessage, TakesTheTwoDigitsOfItsYearSwapped) {
+TEST(DeliveredMessage, ReadsTheTwoDigitsOfItsYearSwapped) {
   DeliverPdu pdu;
   pdu.time_stamp = {0x21, 0x21, 0x13, 0x32, 0x95, 0x85, 0x00};
   EXPECT_EQ(Decode(pdu).time, FileTime(2012, 12, 31, 23, 59, 58));
@@ -191,7 +191,7 @@ TEST(DeliveredMessage, LetsImpossibleDatesCarryOver) {
   EXPECT_EQ(Decode(pdu).status, 0);
 }
 
-TEST(DeliveredMessage, TakesItsPartNumbersFromTheHeaderWhateverItsIdentifierSays) {
+TEST(DeliveredMessage, ReadsItsPartNumbersFromTheHeaderWhateverItsIdentifierSays) {
   DeliverPdu pdu = test_support::Part(0xAB, 3, 2, "part");
   SMSDelivered message = Decode(pdu);
   EXPECT_EQ(message.ref, 0xAB);
@@ -206,7 +206,7 @@ TEST(DeliveredMessage, TakesItsPartNumbersFromTheHeaderWhateverItsIdentifierSays
   EXPECT_EQ(message.text, "part");
 }
 
-TEST(DeliveredMessage, InSeptetsDoesNotSkipTheFillBitsBehindItsHeader) {
+TEST(DeliveredMessage, InSeptetsDoesNotSkipTheFillBitsAfterItsHeader) {
   DeliverPdu pdu;
   pdu.first_octet = 0x44;
   const Octets header = {0x05, 0x00, 0x03, 0x01, 0x02, 0x01};
@@ -228,7 +228,7 @@ TEST(DeliveredMessage, WithAHeaderThatEndsTooEarlyIsTruncatedAndHasNoPartNumbers
   }
 }
 
-TEST(OriginatorAddress, OfUnknownTypeIsReadLikeAnInternationalOneWithoutThePlus) {
+TEST(OriginatorAddress, OfUnknownTypeIsReadAsInternationalWithoutThePlus) {
   DeliverPdu pdu;
   pdu.address_type = 0xA1;
   EXPECT_EQ(Decode(pdu).number, "15550101234");
@@ -251,7 +251,7 @@ TEST(OriginatorAddress, OfType81WithAnOddLengthLeavesItsLastOctetUnread) {
   pdu.address = {0x21, 0xF3};
   const SMSDelivered message = Decode(pdu);
   EXPECT_EQ(message.number, "12");
-  EXPECT_EQ(message.status, 5);  // its last octet stands where the protocol identifier is expected
+  EXPECT_EQ(message.status, 5);  // its last octet is where the protocol identifier is expected
   EXPECT_EQ(message.text, "The PDU's TP-PID field must have the value 0x00.");
 }
 
@@ -321,10 +321,10 @@ TEST(OriginatorAddress, OfANameCountsItsSeptetsAsOctets) {
   const SMSDelivered message = Decode(pdu);
   EXPECT_EQ(message.number, std::string("ABCDEFGH\0", 9));
   EXPECT_EQ(message.status, 0);
-  EXPECT_EQ(message.text, "");  // the year stands where the coding scheme is expected
+  EXPECT_EQ(message.text, "");  // the year is where the coding scheme is expected
 }
 
-TEST(TruncatedPdu, IsRejectedWhereverItEndsInFrontOfItsText) {
+TEST(TruncatedPdu, IsRejectedWhereverItEndsBeforeItsText) {
   const Octets whole = TextMessage("").ToOctets();
   for (std::size_t length = 1; length < whole.size(); ++length) {
     const SMSDelivered message =

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Our SMS codec against libgammu on generated messages, wherever our stated behaviour and the
-// standard are the same.
+// Our SMS codec compared with libgammu on generated messages, wherever the codec is meant to behave
+// as the standard says.
 #include <gtest/gtest.h>
 
 #include <random>
@@ -41,7 +41,7 @@ class Generator {
     while (length-- > 0) text += Of(kCommon);
     return text;
   }
-  /// A code unit that is a character of its own, of several scripts. No tilde, which libgammu
+  /// A code unit that is a character by itself, from several scripts; not a tilde, which libgammu
   /// doubles.
   int Unit() {
     static const std::pair<int, int> kRanges[] = {
@@ -83,7 +83,7 @@ Octets SemiOctets(const std::string& digits) {
   return octets;
 }
 
-/// An address of one of the kinds that are read as the standard has it.
+/// An address of one of the kinds that are read as the standard says.
 void ChooseAddress(Generator& any, DeliverPdu& pdu) {
   const int kind = any.Below(3);
   if (kind == 2) {  // a name of at most six characters
@@ -94,7 +94,7 @@ void ChooseAddress(Generator& any, DeliverPdu& pdu) {
     pdu.address = test_support::Pack(name);
     return;
   }
-  // International ones with an odd number of digits, national ones with an even number.
+  // International numbers with an odd number of digits, national ones with an even number.
   const std::string digits =
       any.Digits(kind == 0 ? 2 * (2 + any.Below(6)) + 1 : 2 * (1 + any.Below(7)));
   pdu.address_type = kind == 0 ? 0x91 : 0x81;
@@ -176,7 +176,7 @@ TEST(AgainstLibgammu, ReceivedMessagesAreDecodedAlike) {
   }
 }
 
-/// Decodes what we have encoded with libgammu, and joins it.
+/// Decodes with libgammu what we have encoded, and joins it.
 std::string TextOf(const sms::SMSSubmit& message, const std::string& number) {
   std::string text;
   int seq = 0;
@@ -193,7 +193,7 @@ std::string TextOf(const sms::SMSSubmit& message, const std::string& number) {
   return text;
 }
 
-/// The user data of one of our PDUs, for a number of that length.
+/// The user data of one of our PDUs, for a number of this length.
 GammuUserData UserData(const Octets& pdu, std::size_t number_length) {
   const auto at = static_cast<std::ptrdiff_t>(5 + (number_length + 1) / 2 + 2);
   return {pdu.at(static_cast<std::size_t>(at)), {pdu.begin() + at + 1, pdu.end()}};

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The programs that the pages of the SMS blocks show, with the test as modem.
+// The programs that the pages of the SMS blocks show; the test plays the modem.
 #include <gmock/gmock.h>
 
 #include <fstream>
@@ -36,7 +36,7 @@ class SmsPages : public BlockTest {
     testing::internal::CaptureStdout();
     program_->Load();
   }
-  /// One cycle, and in the pause behind it one exchange, if the program's block wants one.
+  /// One cycle, and in the pause after it one exchange, if the program's block wants one.
   std::string CycleAndAnswer(const std::string& answer) {
     program_->Cycle(++number_);
     std::string request = port_.Poll();
@@ -80,7 +80,7 @@ TEST_F(SmsPages, TheAlarmSendsOneMessageAndStops) {
   EXPECT_EQ(Printed(), "the modem has taken the message\n");
 }
 
-TEST_F(SmsPages, TheAlarmTellsThatTheMessageIsNotSentYet) {
+TEST_F(SmsPages, TheAlarmReportsThatTheMessageIsNotSentYet) {
   Load("send_sms.md");
   for (int cycle = 0; cycle < 8; ++cycle) CycleAndAnswer("+CMS ERROR: 38\r\n");
   EXPECT_FALSE(stopped());

@@ -47,7 +47,7 @@ TEST(SubmitMessage, OfFiveCharactersIsOnePdu) {
   EXPECT_EQ(test_support::Hex(message.pdus[0]), "0001000B915155101032F4000005C8329BFD06");
 }
 
-TEST(SubmitMessage, TakesTheCounterValueFromBeforeItsConstruction) {
+TEST(SubmitMessage, UsesTheCounterValueFromBeforeItsConstruction) {
   const unsigned char before = SMSSubmit::smsID;
   const SMSSubmit message;
   EXPECT_EQ(message._refNumber, before);
@@ -62,7 +62,7 @@ TEST(SubmitMessage, CountsReferencesTo255AndThenFrom0Again) {
   EXPECT_EQ(SMSSubmit()._refNumber, 0);
 }
 
-TEST(SubmitMessage, ThatFailsToEncodeTakesAReferenceAllTheSame) {
+TEST(SubmitMessage, ThatFailsToEncodeStillUsesUpAReference) {
   SMSSubmit failed;
   EXPECT_EQ(failed.encode("\xFF", kNumber), 11);
   EXPECT_EQ(SMSSubmit()._refNumber, static_cast<unsigned char>(failed._refNumber + 1));

@@ -23,7 +23,7 @@ TEST(HexToBytes, ReadsPairsWithTheHighHalfFirst) {
             (Bytes{0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF, 0xAB, 0xCD, 0xEF}));
 }
 
-TEST(HexToBytes, TakesAnyOtherCharacterForZero) {
+TEST(HexToBytes, TreatsAnyOtherCharacterAsZero) {
   EXPECT_EQ(FromHex("G1 2:3@4`5/6"), (Bytes{0x01, 0x02, 0x03, 0x04, 0x05, 0x06}));
   EXPECT_EQ(FromHex(std::string("\0\xFF", 2)), Bytes{0x00});
 }
@@ -93,7 +93,7 @@ TEST(Ucs2ToUtf8, DropsSurrogatesAndTheLastCodeUnit) {
   EXPECT_EQ(Utf8(0xFFFF), "");
 }
 
-TEST(Ucs2ToUtf8, AppendsToWhatIsThere) {
+TEST(Ucs2ToUtf8, AppendsToWhatIsAlreadyThere) {
   std::string text = "a";
   sms::ucs2_to_utf8('b', text);
   EXPECT_EQ(text, "ab");
@@ -129,18 +129,18 @@ std::string Unpack(const Bytes& octets) {
   return sms::DecodeTextMessage(octets.begin(), octets.end());
 }
 
-TEST(SeptetUnpacking, GivesBackEveryTextOfUpToSixCharacters) {
+TEST(SeptetUnpacking, ReturnsEveryTextOfUpToSixCharacters) {
   EXPECT_EQ(Unpack({}), "");
   EXPECT_EQ(Unpack({0xE8, 0x32, 0x9B, 0xFD, 0x06}), "hello");
   EXPECT_EQ(Unpack(test_support::Pack("abcdef")), "abcdef");
 }
 
-TEST(SeptetUnpacking, OfSevenOctetsGivesEightCharacters) {
+TEST(SeptetUnpacking, OfSevenOctetsYieldsEightCharacters) {
   EXPECT_EQ(Unpack(test_support::Pack("abcdefgh")), "abcdefgh");
   EXPECT_EQ(Unpack(test_support::Pack("abcdefg")), std::string("abcdefg\0", 8));
 }
 
-TEST(SeptetUnpacking, OfAnyLengthGivesEightCharactersForEverySevenOctets) {
+TEST(SeptetUnpacking, OfAnyLengthYieldsEightCharactersForEverySevenOctets) {
   for (std::size_t octets = 0; octets <= 300; ++octets) {
     const Bytes all_ones(octets, 0xFF);
     const std::string text = Unpack(all_ones);
@@ -174,13 +174,13 @@ TEST(PhoneNumber, OfNoDigitsAppendsNothing) {
   EXPECT_EQ(PhoneNumber(""), Bytes{0xEE});
 }
 
-TEST(PhoneNumber, KeepsTheWholeLowPartOfACharacterThatIsNoDigit) {
+TEST(PhoneNumber, KeepsTheWholeLowPartOfACharacterThatIsNotADigit) {
   EXPECT_EQ(PhoneNumber("+1"), (Bytes{0xEE, 0xFB | 0x10}));  // 0x2B - 0x30, in eight bits
   EXPECT_EQ(PhoneNumber("A"), (Bytes{0xEE, 0x11 | 0xF0}));
   EXPECT_EQ(PhoneNumber("1A"), (Bytes{0xEE, 0x11}));
 }
 
-TEST(CodePage866, HasTheCyrillicLettersButTheLastOnes) {
+TEST(CodePage866, HasAllCyrillicLettersButTheLastOnes) {
   const auto& table = sms::EncodeCP866ToUnicode;
   EXPECT_EQ(std::size(table), 128u);
   for (unsigned byte = 0x80; byte <= 0xFF; ++byte) {

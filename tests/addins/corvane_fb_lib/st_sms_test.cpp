@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// SEND_SMS, with the test as modem port driver and modem.
+// SEND_SMS; the test plays the modem port driver and the modem.
 #include <gmock/gmock.h>
 
 #include <random>
@@ -26,7 +26,7 @@ class SendSms : public BlockTest {
   std::string State() { return Eval("fb.State"); }
   std::string Error() { return Eval("fb.Error"); }
   std::string Sent() { return Eval("fb.Sent"); }
-  /// `Queue`, after a call that brings it up to date.
+  /// `Queue`, after a call that updates it.
   std::string Queue() {
     Run("fb()");
     return Eval("fb.Queue");
@@ -34,7 +34,7 @@ class SendSms : public BlockTest {
   /// A rising edge of `Send`.
   void Send() { Run("fb.Send = false fb() fb.Send = true fb()"); }
 
-  /// The exchanges of the front message up to its first PDU, all well.
+  /// The exchanges of the front message up to its first PDU, all successful.
   void Announce() {
     ASSERT_EQ(port.Exchange("OK\r\n"), "AT+CMGF=0\r");
     ASSERT_EQ(port.Exchange("> ").substr(0, 8), "AT+CMGS=");
@@ -64,7 +64,7 @@ TEST_F(SendSms, WithoutItsPortStaysUnregisteredAndTriesAgain) {
   EXPECT_EQ(State(), "1");
 }
 
-TEST_F(SendSms, AProgramCannotTakeTheFinalizerAway) {
+TEST_F(SendSms, AProgramCannotRemoveTheFinalizer) {
   Run("fb()");
   ASSERT_EQ(port.clients(), 1u);
   Run("local metatable = getmetatable(fb) for name in pairs(metatable) do metatable[name] = nil "
@@ -72,17 +72,17 @@ TEST_F(SendSms, AProgramCannotTakeTheFinalizerAway) {
   EXPECT_EQ(State(), "1");
   Run("fb = nil");
   Collect();
-  EXPECT_EQ(port.clients(), 0u) << "the driver would go on with a block that is gone";
+  EXPECT_EQ(port.clients(), 0u) << "the driver would continue with a block that is gone";
 }
 
-/// Takes its argument over into the std::string at its upvalue.
+/// Copies its argument into the std::string at its upvalue.
 int TakeText(lua_State* L) {
   auto& text = *static_cast<std::string*>(lua_touserdata(L, lua_upvalueindex(1)));
   text = luaL_checkstring(L, 1);
   return 0;
 }
 
-TEST_F(SendSms, AFinalizerAtTheEndOfTheProgramMakesNoBlock) {
+TEST_F(SendSms, AFinalizerAtTheEndOfTheProgramCreatesNoBlock) {
   std::string error;
   lua_pushlightuserdata(L(), &error);
   lua_pushcclosure(L(), TakeText, 1);
@@ -94,7 +94,7 @@ TEST_F(SendSms, AFinalizerAtTheEndOfTheProgramMakesNoBlock) {
          end}))");
   CloseHost();
   EXPECT_EQ(error, "the program has ended, so no block can be made any more");
-  EXPECT_EQ(port.clients(), 0u) << "the driver would go on with a block that is gone";
+  EXPECT_EQ(port.clients(), 0u) << "the driver would continue with a block that is gone";
 }
 
 TEST_F(SendSms, QueuesWhileItIsUnregisteredAndSendsLater) {
@@ -228,7 +228,7 @@ TEST_F(SendSms, QueuesOneMessageForEachReceiver) {
   EXPECT_EQ(requests[5], "0001000B915155101032F5000005C8329BFD06\x1A");
 }
 
-TEST_F(SendSms, WithAReceiverOfBlanksAndCommasQueuesNothingAndLeavesTheError) {
+TEST_F(SendSms, WithAReceiverOfSpacesAndCommasQueuesNothingAndKeepsTheError) {
   Run("fb.Error = 42");
   for (const std::string receiver : {"", " ", ",", " , ,, "}) {
     Run("fb.Receiver = '" + receiver + "'");
@@ -308,7 +308,7 @@ TEST_F(SendSms, AnyAnswerWithAGreaterSignIsAPrompt) {
   }
 }
 
-TEST_F(SendSms, OkIsNoPromptAndAPromptIsNoOk) {
+TEST_F(SendSms, OkIsNotAPromptAndAPromptIsNotOk) {
   Send();
   port.Exchange("> ");
   EXPECT_EQ(Error(), "3");
@@ -378,7 +378,7 @@ TEST_F(SendSms, DropsTheMessageAfterFourFailedTransfersInARow) {
   EXPECT_EQ(Complete().back(), "0001000B915155101032F5000005C8329BFD06\x1A");
 }
 
-TEST_F(SendSms, CountsFailuresAnewForTheMessageBehindADroppedOne) {
+TEST_F(SendSms, CountsFailuresFromZeroForTheMessageAfterADroppedOne) {
   Run("fb.Receiver = '15550101234 15550101235'");
   Send();
   port.Exchange("OK\r\n");
@@ -425,7 +425,7 @@ TEST_F(SendSms, CountsFailuresAcrossStates) {
   EXPECT_EQ(Queue(), "0");
 }
 
-TEST_F(SendSms, CountsFailuresAnewAfterEachConfirmedPdu) {
+TEST_F(SendSms, CountsFailuresFromZeroAfterEachConfirmedPdu) {
   Run("fb.Message = ('\xD0\x96'):rep(71)");
   Send();
   Announce();
@@ -453,7 +453,7 @@ TEST_F(SendSms, SendsOnlyTheRemainingPartAfterAFailure) {
   EXPECT_THAT(Complete(), ElementsAre("AT+CMGS=27\r", testing::_));
 }
 
-TEST_F(SendSms, GoesBetweenAReaderThatSwitchesTheModeAndOneThatLists) {
+TEST_F(SendSms, HasAPriorityBetweenAReaderThatSwitchesTheModeAndOneThatLists) {
   Run("reader = READ_SMS.new({Port = 3, Read = true}) reader()");
   Send();
   EXPECT_EQ(port.Poll(), "AT+CMGF=0\r");
@@ -490,7 +490,7 @@ TEST_F(SendSms, RandomAnswersDoNoHarm) {
     }
     if (!port.Poll().empty()) port.Answer(answers[answer(random)], i % 20 == 0 ? -1 : 0);
   }
-  while (port.Priority() != 0) Complete();  // an empty message asks for nothing in its turn
+  while (port.Priority() != 0) Complete();  // an empty message asks for nothing when its turn comes
   EXPECT_EQ(Queue(), "0");
 }
 

@@ -20,12 +20,12 @@ TEST(Tokenize, KeepsOrTrimsEmptyTokens) {
   EXPECT_EQ(Split("a,,b", true), (Tokens{"a", "b"}));
 }
 
-TEST(Tokenize, GivesOneEmptyTokenForAnEmptyText) {
+TEST(Tokenize, ReturnsOneEmptyTokenForAnEmptyText) {
   EXPECT_EQ(Split("", false), Tokens{""});
   EXPECT_EQ(Split("", true), Tokens{});
 }
 
-TEST(Tokenize, GivesAnEmptyTokenForADelimiterAtEitherEnd) {
+TEST(Tokenize, ReturnsAnEmptyTokenForADelimiterAtEitherEnd) {
   EXPECT_EQ(Split("a,", false), (Tokens{"a", ""}));
   EXPECT_EQ(Split(",a", false), (Tokens{"", "a"}));
   EXPECT_EQ(Split(",a,", true), Tokens{"a"});
@@ -36,11 +36,11 @@ TEST(Tokenize, SplitsAtEveryCharacterOfTheDelimiters) {
   EXPECT_EQ(Split("1, 2", false, " ,"), (Tokens{"1", "", "2"}));
 }
 
-TEST(Tokenize, WithoutDelimitersGivesTheWholeText) {
+TEST(Tokenize, WithoutDelimitersReturnsTheWholeText) {
   EXPECT_EQ(Split("a,b", false, ""), Tokens{"a,b"});
 }
 
-TEST(Tokenize, AppendsToWhatIsThere) {
+TEST(Tokenize, AppendsToWhatIsAlreadyThere) {
   Tokens tokens = {"x"};
   tokenize(tokens, "a b", " ", true);
   EXPECT_EQ(tokens, (Tokens{"x", "a", "b"}));

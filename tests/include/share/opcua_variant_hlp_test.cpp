@@ -12,7 +12,7 @@
 
 namespace {
 
-/// The text form and its status, starting from a text that must survive a failure.
+/// The text form and its status, starting with a text that must survive a failure.
 struct Rendered {
   std::string text = "untouched";
   OpcUa_StatusCode status;
@@ -24,7 +24,7 @@ Rendered Render(const OpcUa_VariantHlp& value) {
   return result;
 }
 
-/// A value of a type whose slot is set with `set`.
+/// A value of a type, whose slot `set` sets.
 template <class Set>
 OpcUa_VariantHlp Value(OpcUa_BuiltInType type, Set set) {
   OpcUa_VariantHlp value;
@@ -91,7 +91,7 @@ TEST(VariantText, OfAStringIsItsBytes) {
   EXPECT_EQ(Text(value), "") << "a null string";
 }
 
-TEST(VariantText, OfNullAndStructuredTypesIsRefusedAndLeavesTheTarget) {
+TEST(VariantText, OfNullAndStructuredTypesIsRefusedAndKeepsTheTarget) {
   for (int type = 0; type <= 255; ++type) {
     const bool has_text = (type >= 1 && type <= 12) || type == 26;
     OpcUa_VariantHlp value;

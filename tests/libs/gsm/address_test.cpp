@@ -41,7 +41,7 @@ TEST(Address, HoldsTheSignsOfATelephone) {
   EXPECT_EQ(AddressOf("05811A00FB"), "*100#");
 }
 
-TEST(Address, EveryLengthComesBack) {
+TEST(Address, EveryLengthRoundTrips) {
   std::string digits;
   std::string letters;
   for (int length = 1; length <= 20; ++length) {
@@ -64,7 +64,7 @@ TEST(Address, MayBeEmpty) {
   EXPECT_EQ(AddressOf("0081"), "");
 }
 
-TEST(Address, IsRefusedWithAFillerInItsMiddle) {
+TEST(Address, IsRefusedWithAFillerInTheMiddle) {
   AddressOf("0481F112", PduError::kBadDigit);
   AddressOf("04811F12", PduError::kBadDigit);
 }

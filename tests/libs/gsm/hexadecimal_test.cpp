@@ -18,7 +18,7 @@ TEST(Hexadecimal, RefusesAnOddNumberOfDigitsAndOtherCharacters) {
   }
 }
 
-TEST(Hexadecimal, EveryOctetComesBack) {
+TEST(Hexadecimal, EveryOctetRoundTrips) {
   for (int value = 0; value <= 0xFF; ++value) {
     const Octets octet{static_cast<std::uint8_t>(value)};
     EXPECT_EQ(FromHexadecimal(ToHexadecimal(octet)), octet);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Our codec beside libgammu's: what one writes, the other reads.
+// Our codec and libgammu's: each reads what the other writes.
 #include <gtest/gtest.h>
 
 #include <iterator>
@@ -12,7 +12,7 @@
 namespace gsm {
 namespace {
 
-/// A text of up to `longest` characters out of `alphabet`.
+/// A text of up to `longest` characters from `alphabet`.
 std::string RandomText(std::mt19937& random, std::u32string_view alphabet, std::size_t longest) {
   Octets units;
   for (std::size_t left = 1 + random() % longest; left > 0; --left) {

@@ -16,7 +16,7 @@ TEST(OctetReader, ReadsFromLeftToRight) {
   EXPECT_EQ(in.error(), PduError::kNone);
 }
 
-TEST(OctetReader, GivesNothingPastTheEnd) {
+TEST(OctetReader, ReturnsNothingPastTheEnd) {
   OctetReader in(kThree);
   EXPECT_TRUE(in.Take(4).empty());
   EXPECT_EQ(in.error(), PduError::kTruncated);
@@ -49,7 +49,7 @@ TEST(OctetReader, RefusesWhatIsLeftOver) {
   EXPECT_EQ(in.error_at(), 1u);
 }
 
-TEST(OctetReader, EveryErrorHasItsWords) {
+TEST(OctetReader, EveryErrorHasADescription) {
   EXPECT_EQ(Describe(PduError::kTruncated), "octets are missing");
   EXPECT_EQ(Describe(PduError::kTrailing), "octets are left over");
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Messages that other programs made, and what must come out of them.
+// Messages that other programs made, and what decoding them must return.
 #include "libs/gsm/pdu.h"
 
 #include <gtest/gtest.h>
@@ -74,7 +74,7 @@ TEST(SubmitPdu, WithAnAbsoluteValidity) {
   EXPECT_EQ(TextOf(pdu.data), "hello");
 }
 
-TEST(SubmitPdu, IsNoDeliver) {
+TEST(SubmitPdu, IsNotADeliver) {
   SubmitPdu pdu;
   EXPECT_EQ(DecodeSubmit(Bytes("0000000B915155101032F4000005E8329BFD06"), pdu).error,
             PduError::kBadType);
@@ -119,7 +119,7 @@ TEST(DeliverPdu, IsWrittenAsANetworkWritesIt) {
   EXPECT_EQ(EncodeDeliver(Delivered(ToHexadecimal(octets))), octets);
 }
 
-TEST(DeliverPdu, ComesBackWithEveryAlphabetAndPlace) {
+TEST(DeliverPdu, RoundTripsWithEveryAlphabetAndPartNumber) {
   for (const bool wide : {false, true}) {
     for (const std::string_view text : {"plain", "Grüße €", "Жук", "😀"}) {
       const std::string long_text = [text] {
@@ -203,7 +203,7 @@ TEST(StatusReport, IsReadWithOptionalParametersAndRefusedCutAnywhere) {
   }
 }
 
-TEST(StatusReport, IsNoDeliver) {
+TEST(StatusReport, IsNotADeliver) {
   StatusReportPdu read;
   EXPECT_EQ(DecodeStatusReport(Bytes("000001"), read).error, PduError::kBadType);
 }
@@ -271,7 +271,7 @@ TEST(Pdu, DecodingSurvivesAnyOctets) {
     decoded += DecodeSubmit(octets, submit) ? 1U : 0U;
     EXPECT_LE(TextOf(deliver.data).size() + TextOf(submit.data).size(), 2000u);
   }
-  EXPECT_GT(decoded, 1000u) << "the octets are too bad to be a test";
+  EXPECT_GT(decoded, 1000u) << "too few of the octets can be decoded to test anything";
 }
 
 TEST(DeliverSize, IsWhatTheLengthFieldsSay) {

@@ -22,7 +22,7 @@ TEST(Septets, EightCharactersFillSevenOctets) {
   EXPECT_EQ(UnpackSeptets(packed, 8), Characters("12345678"));
 }
 
-TEST(Septets, ComeBackForEveryLengthAndFill) {
+TEST(Septets, RoundTripForEveryLengthAndFill) {
   for (unsigned fill = 0; fill < 7; ++fill) {
     for (std::size_t length = 0; length <= 160; ++length) {
       Octets septets;
@@ -30,8 +30,8 @@ TEST(Septets, ComeBackForEveryLengthAndFill) {
         septets.push_back(static_cast<std::uint8_t>((i * 37 + length) & 0x7F));
       }
       const Octets packed = PackSeptets(septets, fill);
-      EXPECT_EQ(packed.size(), (length * 7 + fill + 7) / 8) << length << " behind " << fill;
-      EXPECT_EQ(UnpackSeptets(packed, length, fill), septets) << length << " behind " << fill;
+      EXPECT_EQ(packed.size(), (length * 7 + fill + 7) / 8) << length << " after " << fill;
+      EXPECT_EQ(UnpackSeptets(packed, length, fill), septets) << length << " after " << fill;
     }
   }
 }

@@ -33,7 +33,7 @@ TEST(DefaultAlphabet, LacksWhatItLacks) {
   }
 }
 
-TEST(DefaultAlphabet, EveryCharacterComesBack) {
+TEST(DefaultAlphabet, EveryCharacterRoundTrips) {
   for (int value = 0; value < 128; ++value) {
     if (value == 0x1B) continue;  // the escape is no character
     const Octets septet{static_cast<std::uint8_t>(value)};

@@ -30,7 +30,7 @@ TEST(TimeStamp, ReadsSwappedDigits) {
   EXPECT_EQ(TimeStampOf("11101131521440").utc_offset_minutes, 60);
 }
 
-TEST(TimeStamp, ComesBackWithEveryZone) {
+TEST(TimeStamp, RoundTripsWithEveryZone) {
   for (int quarters = -79; quarters <= 79; ++quarters) {
     const TimeStamp time{2026, 12, 31, 23, 59, 58, 15 * quarters};
     Octets octets;
@@ -54,7 +54,7 @@ TEST(TimeStamp, IsWrittenAndReadAsPeopleWriteIt) {
   EXPECT_EQ(ParseTimeStamp("2024-02-29T23:59:59"), (TimeStamp{2024, 2, 29, 23, 59, 59, 0}));
 }
 
-TEST(TimeStamp, IsNotReadFromWhatIsNoTime) {
+TEST(TimeStamp, IsNotReadFromAnInvalidTime) {
   for (const char* text :
        {"", "2026", "2026-01-31", "2026-02-29T00:00:00", "2026-13-01T00:00:00",
         "1999-12-31T23:59:59", "2100-01-01T00:00:00", "2026-01-31T24:00:00", "2026-01-31T12:60:00",

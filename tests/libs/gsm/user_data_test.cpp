@@ -57,7 +57,7 @@ TEST(UserData, SplitsWhereTheStandardSays) {
   EXPECT_EQ(Split(Repeated("Ж", 71), true).front().payload.size(), 132u);
 }
 
-TEST(UserData, EveryLengthComesBack) {
+TEST(UserData, EveryLengthRoundTrips) {
   for (int length = 0; length < 480; length += 3) {
     for (const bool wide : {false, true}) {
       const std::string plain(static_cast<std::size_t>(length), 'a');
@@ -70,7 +70,7 @@ TEST(UserData, EveryLengthComesBack) {
   }
 }
 
-TEST(UserData, NeverTearsAnEscapeOrASurrogatePair) {
+TEST(UserData, NeverSplitsAnEscapeOrASurrogatePair) {
   for (const UserData& part : Split("a" + Repeated("€", 160))) {
     EXPECT_NE(part.payload.back(), 0x1B);
   }
@@ -80,7 +80,7 @@ TEST(UserData, NeverTearsAnEscapeOrASurrogatePair) {
   }
 }
 
-TEST(UserData, RefusesWhatDoesNotFit255PartsAndWhatIsNoUtf8) {
+TEST(UserData, RefusesWhatDoesNotFitInto255PartsAndInvalidUtf8) {
   EXPECT_TRUE(SplitText(std::string(255 * 153, 'x'), {}));
   EXPECT_FALSE(SplitText(std::string(255 * 153 + 1, 'x'), {}));
   EXPECT_FALSE(SplitText("\xFF", {}));
@@ -135,7 +135,7 @@ TEST(UserDataHeader, LosesAPlaceThatMakesNoSense) {
   }
 }
 
-TEST(UserDataHeader, KeepsTheTextBehindOtherElements) {
+TEST(UserDataHeader, KeepsTheTextAfterOtherElements) {
   const UserData data = UserDataOf(
       "08"
       "05"
@@ -152,7 +152,7 @@ TEST(UserDataHeader, KeepsTheTextBehindOtherElements) {
   EXPECT_EQ(ToHexadecimal(ports.payload), "41");
 }
 
-TEST(UserData, RefusesLengthsThatAreTooLongOrNotThere) {
+TEST(UserData, RefusesLengthsThatAreTooLongOrMissing) {
   UserDataOf("8D" + Repeated("00", 141), 0x04, PduError::kBadLength);
   UserDataOf("A1" + Repeated("00", 141), 0x00, PduError::kBadLength);
   UserDataOf("0541", 0x04, PduError::kTruncated);

@@ -25,13 +25,13 @@ TEST(Utf16, ReplacesALastOddOctet) {
   EXPECT_EQ(DecodeUtf16(Octets{0x00, 0x41, 0x42}), "A\uFFFD");
 }
 
-TEST(Utf16, RefusesTextThatIsNoUtf8) {
+TEST(Utf16, RefusesTextThatIsNotUtf8) {
   EXPECT_EQ(CodePoints("\xC3("), std::nullopt);
-  EXPECT_EQ(CodePoints("\xED\xA0\x80"), std::nullopt) << "a surrogate is no character";
+  EXPECT_EQ(CodePoints("\xED\xA0\x80"), std::nullopt) << "a surrogate is not a character";
   EXPECT_EQ(CodePoints("Grüße"), U"Grüße");
 }
 
-TEST(Utf16, EveryCharacterComesBack) {
+TEST(Utf16, EveryCharacterRoundTrips) {
   for (char32_t character = 0; character <= 0x10FFFF; character += 0x61) {
     if (character >= 0xD800 && character <= 0xDFFF) continue;
     EXPECT_EQ(CodePoints(DecodeUtf16(EncodeUtf16(character))), std::u32string(1, character));

@@ -26,7 +26,7 @@ class ConfigFileTest : public testing::Test {
     std::ofstream(path) << text;
     return path;
   }
-  /// Runs a program that shows its words and cycles, with `config` and the further words.
+  /// Runs a program that shows its arguments and cycles, with `config` and further words.
   CommandResult RunWith(const std::string& config, std::vector<std::string> words = {}) const {
     const std::vector<std::string> head{
         CORVANE, "run",
@@ -40,19 +40,19 @@ class ConfigFileTest : public testing::Test {
   test_support::TemporaryFolder folder_;
 };
 
-TEST_F(ConfigFileTest, OptionsStandInItUnderTheirNames) {
+TEST_F(ConfigFileTest, HoldsOptionsUnderTheirNames) {
   const auto result = RunWith("# a comment\n\n  cycle = 1ms\ncycles=2\r\nlog-level = \"off\"\n");
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.out, "\n1\n2\n");
   EXPECT_EQ(result.err, "");
 }
 
-TEST_F(ConfigFileTest, TheLastLineNeedsNoLineFeedAndAnEmptyFileSaysNothing) {
+TEST_F(ConfigFileTest, TheLastLineNeedsNoLineFeedAndAnEmptyFileSetsNothing) {
   EXPECT_EQ(RunWith("cycle = 1ms\ncycles = 1").out, "\n1\n");
   EXPECT_EQ(RunWith("", {"--cycles", "1"}).out, "\n1\n");
 }
 
-TEST_F(ConfigFileTest, AByteOrderMarkInFrontSaysNothing) {
+TEST_F(ConfigFileTest, AByteOrderMarkAtTheStartIsIgnored) {
   EXPECT_EQ(RunWith("\xEF\xBB\xBF"
                     "cycles = 1\n")
                 .out,
@@ -65,11 +65,11 @@ TEST_F(ConfigFileTest, TheCommandLineWins) {
   EXPECT_EQ(result.out, "\n1\n");
 }
 
-TEST_F(ConfigFileTest, ValuesThatTheCommandLineReplacesAreNotLookedAt) {
+TEST_F(ConfigFileTest, ValuesThatTheCommandLineReplacesAreNotChecked) {
   EXPECT_EQ(RunWith("cycles = many\n", {"--cycles", "1"}).status, 0);
 }
 
-TEST_F(ConfigFileTest, TheProgramsWordsTakeALineEachAndKeepBlanksCommasAndHashes) {
+TEST_F(ConfigFileTest, TheProgramsArgumentsTakeALineEachAndKeepSpacesCommasAndHashes) {
   EXPECT_EQ(RunWith("cycles = 1\nargs = one two\nargs = 1=/dev/x,baud=9600 # 5\n").out,
             "one two|1=/dev/x,baud=9600 # 5\n1\n");
   EXPECT_EQ(RunWith("cycles = 1\nargs = one\n", {"--", "two"}).out, "two\n1\n");
@@ -91,7 +91,7 @@ TEST_F(ConfigFileTest, AWrongModemOrAddinIsNamedWithItsLine) {
                    "options.conf:1: --addin: add-in /no/such.so does not exist");
 }
 
-TEST_F(ConfigFileTest, AQuoteWithinQuotesStandsBehindABackslash) {
+TEST_F(ConfigFileTest, AQuoteWithinQuotesNeedsABackslash) {
   EXPECT_EQ(RunWith("cycles = 1\nargs = \"say \\\"on\\\"\"\nargs = say \\\"off\\\"\n").out,
             "say \"on\"|say \\\"off\\\"\n1\n");
   const auto result =
@@ -107,7 +107,7 @@ TEST_F(ConfigFileTest, AnUnknownNameIsOneClearLineWithTheName) {
   ExpectUsageError(RunWith("a.b = 1\n"), "there is no option 'a.b'");
 }
 
-TEST_F(ConfigFileTest, ALineOfAnotherFormIsOneClearLine) {
+TEST_F(ConfigFileTest, ALineOfTheWrongFormIsOneClearLine) {
   ExpectUsageError(RunWith("[run]\n"), "options.conf:1: '[run]' is no name = value");
   ExpectUsageError(RunWith("cycles\n"), "'cycles' is no name = value");
 }
@@ -118,7 +118,7 @@ TEST_F(ConfigFileTest, AValueThatTheOptionRefusesIsOneClearLine) {
   ExpectUsageError(RunWith("cycles =\n"), "--cycles");
 }
 
-TEST_F(ConfigFileTest, AnOptionThatIsGivenOnceMayNotStandTwice) {
+TEST_F(ConfigFileTest, ASingleOptionMayNotBeGivenTwice) {
   ExpectUsageError(RunWith("cycle = 1ms\ncycle = 2ms\n"),
                    "options.conf:2: --cycle is given twice; give it once");
 }
@@ -144,7 +144,7 @@ TEST_F(ConfigFileTest, AnEmptyNameIsOneClearLine) {
   ExpectUsageError(RunWith("addin =\n"), "options.conf:1: --addin: its value is empty");
 }
 
-TEST_F(ConfigFileTest, AFileThatIsNoTextOrHasNoEndIsOneClearLine) {
+TEST_F(ConfigFileTest, AFileThatIsNotATextOrHasNoEndIsOneClearLine) {
   const std::string program = Write("program.lua", "plc.stop()");
   ExpectUsageError(test_support::RunCommand({CORVANE, "run", program, "--config", "/dev/zero"}),
                    "configuration /dev/zero is no text file");
@@ -154,14 +154,14 @@ TEST_F(ConfigFileTest, AFileThatIsNoTextOrHasNoEndIsOneClearLine) {
       "configuration /dev/stdin is longer than 16 MiB");
 }
 
-TEST_F(ConfigFileTest, ControlCharactersOfItReachNoTerminal) {
+TEST_F(ConfigFileTest, ItsControlCharactersNeverReachATerminal) {
   ExpectUsageError(RunWith("\x7F"
                            "ELF\x1B[2J\n"),
                    "'\\x7F"
                    "ELF\\x1B[2J' is no name = value");
 }
 
-TEST_F(ConfigFileTest, APipeMayHoldIt) {
+TEST_F(ConfigFileTest, MayBeAPipe) {
   const std::string program = Write("program.lua", "function cycle() print(plc.cycle) end");
   const auto result = test_support::RunCommand(
       {"/bin/sh", "-c",

@@ -13,7 +13,7 @@ using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-TEST(PrintableMessage, OfAVeryLongOneIsItsBeginningAndItsEnd) {
+TEST(PrintableMessage, OfAVeryLongTextIsItsBeginningAndItsEnd) {
   const std::string message =
       PrintableMessage("name: '" + std::string(100'000, 'x') + "' is wrong");
   EXPECT_LT(message.size(), 2000u);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the command says of words that it cannot use.
+// What the command says about words that it cannot use.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -18,21 +18,21 @@ void Expect(const std::vector<std::string>& words, const std::string& message) {
   EXPECT_EQ(result.err, "corvane: " + message + "\n");
 }
 
-TEST(UsageMessage, OfAnOptionTooOften) {
+TEST(UsageMessage, ForAnOptionGivenTooOften) {
   Expect({"blocks", "--addin", ADDIN_FILE, "--addin"},
          "--addin: its value is missing; write it behind the name (try corvane blocks --help)");
   Expect({"modem", "--seed", "1", "--seed", "2"},
          "--seed is given twice; give it once (try corvane modem --help)");
 }
 
-TEST(UsageMessage, OfAnOptionWithoutItsValue) {
+TEST(UsageMessage, ForAnOptionWithoutItsValue) {
   Expect({"modem", "--seed"},
          "--seed: its value is missing; write it behind the name (try corvane modem --help)");
   Expect({"pdu", "encode", "--to"},
          "--to: its value is missing; write it behind the name (try corvane pdu encode --help)");
 }
 
-TEST(UsageMessage, OfAValueThatIsNoneOfTheOption) {
+TEST(UsageMessage, ForAValueThatTheOptionDoesNotHave) {
   Expect({"modem", "--seed", "x"},
          "--seed: 'x' is no whole number from 0 to 4294967295 (try corvane modem --help)");
   Expect({"modem", "--store-size", "10001"},
@@ -44,7 +44,7 @@ TEST(UsageMessage, OfAValueThatIsNoneOfTheOption) {
          "--trace takes no value, and so not 'x' (try corvane modem --help)");
 }
 
-TEST(UsageMessage, OfAWordTooMany) {
+TEST(UsageMessage, ForAWordTooMany) {
   Expect({"modem", "foo"},
          "'foo' is one word too many; a value with blanks stands in quotes (try corvane modem "
          "--help)");
@@ -52,13 +52,13 @@ TEST(UsageMessage, OfAWordTooMany) {
   Expect({"pdu", "decode", "--xml"}, "there is no option --xml (try corvane pdu decode --help)");
 }
 
-TEST(UsageMessage, OfAWordThatIsMissing) {
+TEST(UsageMessage, ForAMissingWord) {
   Expect({"run"}, "program is missing: The control program, a Lua file (try corvane run --help)");
   Expect({"pdu", "encode", "x"},
          "--to is missing: Receiver's number, digits only (try corvane pdu encode --help)");
 }
 
-TEST(UsageMessage, OfASubcommand) {
+TEST(UsageMessage, ForASubcommand) {
   Expect({}, "a subcommand is missing (try corvane --help)");
   Expect({"fly"}, "'fly' is no subcommand; known are run, blocks, modem, pdu (try corvane --help)");
   Expect({"pdu"}, "a subcommand is missing; known are decode, encode (try corvane pdu --help)");

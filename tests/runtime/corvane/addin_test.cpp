@@ -34,18 +34,18 @@ TEST(AddinLoading, AMissingFileIsNamed) {
             "add-in /no/such/addin.so does not exist; check the path");
 }
 
-TEST(AddinLoading, AFileThatIsNoLibraryIsNamedWithTheReason) {
+TEST(AddinLoading, AFileThatIsNotALibraryIsNamedWithTheReason) {
   const test_support::TemporaryFolder folder;
   const auto file = folder.path() / "text.so";
   std::ofstream(file) << "no library";
   EXPECT_THAT(LoadError(file), testing::StartsWith("cannot load add-in " + file.string() + ": "));
 }
 
-TEST(AddinLoading, AFolderIsNoAddin) {
+TEST(AddinLoading, AFolderIsNotAnAddin) {
   EXPECT_THAT(LoadError("/tmp"), testing::StartsWith("cannot load add-in /tmp: "));
 }
 
-TEST(AddinLoading, ALibraryWithoutInitAddinIsNoAddin) {
+TEST(AddinLoading, ALibraryWithoutInitAddinIsNotAnAddin) {
   EXPECT_THAT(LoadError(LIBRARY_FILE),
               testing::HasSubstr("but no Corvane add-in: it has no InitAddin"));
 }

@@ -25,7 +25,7 @@ class BlockObserverTest : public test_support::LuaHost {
   }
 };
 
-TEST_F(BlockObserverTest, ShowsTheBlocksThatAreCreatedFromItsBeginOn) {
+TEST_F(BlockObserverTest, ShowsTheBlocksThatAreCreatedAfterItsStart) {
   Run("early = SysProcessCreate.new()");
   BlockObserver observer(L());
   EXPECT_TRUE(observer.Read().empty());
@@ -36,7 +36,7 @@ TEST_F(BlockObserverTest, ShowsTheBlocksThatAreCreatedFromItsBeginOn) {
   EXPECT_EQ(blocks[1].type, "SEND_SMS");
 }
 
-TEST_F(BlockObserverTest, GivesTheVariablesInTheOrderOfTheirDeclaration) {
+TEST_F(BlockObserverTest, ListsTheVariablesInTheOrderOfTheirDeclaration) {
   BlockObserver observer(L());
   Run("fb = SEND_SMS.new()");
   const auto blocks = observer.Read();
@@ -114,7 +114,7 @@ TEST_F(BlockObserverTest, FollowsAValueThatChanges) {
   EXPECT_EQ(Value(observer.Read().at(0), "Message"), "'x'");
 }
 
-TEST_F(BlockObserverTest, NeverGivesAPasswordNorItsLength) {
+TEST_F(BlockObserverTest, NeverShowsAPasswordOrItsLength) {
   BlockObserver observer(L());
   Run("a = SEND_EMAIL.new{Password = 's'} b = SEND_EMAIL.new{Password = 'a long secret'}\n"
       "c = SEND_EMAIL.new()");
@@ -157,7 +157,7 @@ TEST_F(BlockObserverTest, LeavesOutABlockWhoseFinalizerWasCalledByHand) {
   EXPECT_TRUE(observer.Read().empty());
 }
 
-TEST_F(BlockObserverTest, BearsAProgramThatOverwritesTheTypesAndItsGlobals) {
+TEST_F(BlockObserverTest, SurvivesAProgramThatOverwritesTheTypesAndItsGlobals) {
   BlockObserver observer(L());
   Run("fb = SEND_SMS.new() SEND_SMS = nil TYPES.StandardFB.SEND_SMS.Vars.Port = 5");
   EXPECT_EQ(observer.Read().at(0).variables.size(), 7u);
@@ -167,7 +167,7 @@ TEST_F(BlockObserverTest, BearsAProgramThatOverwritesTheTypesAndItsGlobals) {
   EXPECT_TRUE(blocks[0].variables.empty());
 }
 
-TEST_F(BlockObserverTest, BearsATableThatHoldsItself) {
+TEST_F(BlockObserverTest, SurvivesATableThatContainsItself) {
   BlockObserver observer(L());
   Run("t = {} t.t = t t.fb = SEND_SMS.new() function cycle() return cycle, t end");
   EXPECT_THAT(observer.Read().at(0).name, testing::EndsWith("fb"));

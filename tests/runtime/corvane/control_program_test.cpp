@@ -17,7 +17,7 @@ using testing::StartsWith;
 
 class Program : public testing::Test {
  protected:
-  /// A program of the given text, with modules beside it where a test adds some.
+  /// A program with the given text; a test may add modules to its folder.
   ControlProgram& Write(const std::string& text, std::vector<std::string> arguments = {}) {
     std::ofstream(file_) << text;
     program_.emplace(file_, std::move(arguments));
@@ -87,7 +87,7 @@ TEST_F(Program, AnErrorInCycleHasATraceback) {
                                            HasSubstr("stack traceback:")));
 }
 
-TEST_F(Program, AnErrorValueThatIsNoTextIsDescribed) {
+TEST_F(Program, AnErrorValueThatIsNotATextIsDescribed) {
   Write("function cycle() error({}) end").Load();
   EXPECT_THAT(CycleError(), StartsWith("(error object is a table)"));
   Write("function cycle() error(nil) end").Load();
@@ -103,19 +103,19 @@ TEST_F(Program, EndlessRecursionIsAnError) {
   EXPECT_THAT(CycleError(), HasSubstr("stack overflow"));
 }
 
-TEST_F(Program, ACycleThatTheProgramTakesAwayIsAnError) {
+TEST_F(Program, RemovingCycleWhileTheProgramRunsIsAnError) {
   Write("function cycle() cycle = nil end").Load();
   program_->Cycle(1);
   EXPECT_THAT(CycleError(2), HasSubstr("attempt to call a nil value"));
 }
 
-TEST_F(Program, APlcTableThatTheProgramTakesAwayIsItsOwnAffair) {
+TEST_F(Program, AProgramMayRemoveThePlcTable) {
   Write("function cycle() plc = nil end").Load();
   program_->Cycle(1);
   program_->Cycle(2);
 }
 
-TEST_F(Program, RequiresModulesThatLieBesideIt) {
+TEST_F(Program, RequiresModulesFromItsOwnFolder) {
   std::ofstream(folder_.path() / "tank.lua") << "return {level = function() return 42 end}";
   Write("local tank = require 'tank' function cycle() plc.stop(tank.level()) end").Load();
   program_->Cycle(1);

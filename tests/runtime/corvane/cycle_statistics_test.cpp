@@ -46,7 +46,7 @@ TEST(DurationHistogram, TheQuantileSeparatesTheSlowestHundredth) {
   EXPECT_GE(histogram.Quantile(0.995), Nanoseconds(1'000'000));
 }
 
-TEST(CycleStatistics, SumsUpInOneLine) {
+TEST(CycleStatistics, IsSummedUpInOneLine) {
   CycleStatistics statistics;
   statistics.AddCycle(std::chrono::milliseconds(1), std::chrono::microseconds(10));
   statistics.AddCycle(std::chrono::milliseconds(3), std::chrono::microseconds(50));

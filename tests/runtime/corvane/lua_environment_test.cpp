@@ -22,7 +22,7 @@ TEST_F(LuaEnvironmentTest, MetadataOfTheRightShapeIsReturned) {
   EXPECT_EQ(Eval("select('#', FBMetadata(t))"), "1");
 }
 
-TEST_F(LuaEnvironmentTest, MetadataOfAnotherShapeIsRefusedWithTheField) {
+TEST_F(LuaEnvironmentTest, MetadataOfTheWrongShapeIsRefusedWithTheField) {
   EXPECT_THAT(ErrorOf("FBMetadata(5)"), testing::HasSubstr("table expected, got number"));
   EXPECT_THAT(
       ErrorOf("FBMetadata{}"),
@@ -39,7 +39,7 @@ TEST_F(LuaEnvironmentTest, MetadataOfAnotherShapeIsRefusedWithTheField) {
               testing::HasSubstr("metadata of A: the field Name must be a string"));
 }
 
-TEST_F(LuaEnvironmentTest, MetadataThatAnswersWithSomethingElseTheSecondTimeIsAskedOnce) {
+TEST_F(LuaEnvironmentTest, MetadataThatWouldAnswerDifferentlyTheSecondTimeIsAskedOnce) {
   Run(R"(
     asked = 0
     metadata = setmetatable({Name = 'X', Hash = 1}, {__index = function()
@@ -50,7 +50,7 @@ TEST_F(LuaEnvironmentTest, MetadataThatAnswersWithSomethingElseTheSecondTimeIsAs
   EXPECT_EQ(Eval("asked"), "1");
 }
 
-TEST_F(LuaEnvironmentTest, ProtectedCallGivesResultsAndKeepsTheStack) {
+TEST_F(LuaEnvironmentTest, AProtectedCallReturnsResultsAndKeepsTheStack) {
   lua_pushliteral(L(), "below");
   luaL_loadstring(L(), "local a, b = ... return a + b, a * b");
   lua_pushnumber(L(), 3);

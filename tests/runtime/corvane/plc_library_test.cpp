@@ -36,13 +36,13 @@ TEST_F(PlcLibrary, LogWritesOneInfoLine) {
               testing::ElementsAre("info level 3 {}", "info 12", "info true"));
 }
 
-TEST_F(PlcLibrary, LogShowsControlCharactersAndDoesNotObeyThem) {
+TEST_F(PlcLibrary, LogShowsControlCharactersInsteadOfObeyingThem) {
   test_support::TakeLog();
   Run("plc.log('a\\nb\\27[2J')");
   EXPECT_THAT(test_support::TakeLog(), testing::ElementsAre("info a", "info b\\x1B[2J"));
 }
 
-TEST_F(PlcLibrary, StopSetsTheStatusAndGoesOn) {
+TEST_F(PlcLibrary, StopSetsTheStatusAndContinues) {
   Run("plc.stop() after = true");
   EXPECT_EQ(context_.stop_status, 0);
   EXPECT_EQ(Eval("after"), "true");
@@ -50,7 +50,7 @@ TEST_F(PlcLibrary, StopSetsTheStatusAndGoesOn) {
   EXPECT_EQ(context_.stop_status, 255);
 }
 
-TEST_F(PlcLibrary, StopRefusesWhatIsNoExitStatus) {
+TEST_F(PlcLibrary, StopRefusesAnInvalidExitStatus) {
   for (const char* status : {"-1", "256", "1.5", "0/0", "1e300", "'x'", "{}"}) {
     EXPECT_THAT(ErrorOf("plc.stop(" + std::string(status) + ")"),
                 testing::HasSubstr("bad argument #1 to 'stop'"))

@@ -18,7 +18,7 @@ ScanClock::TimePoint Never() {
   return std::chrono::steady_clock::now() + std::chrono::hours(24);
 }
 
-TEST(SystemScanClock, WaitsForTheDeadlineAndNoLess) {
+TEST(SystemScanClock, WaitsUntilTheDeadlineAndNoLess) {
   SystemScanClock clock;
   const auto deadline = clock.Now() + std::chrono::milliseconds(20);
   EXPECT_EQ(clock.WaitUntil(deadline), Wake::kDeadline);
@@ -30,7 +30,7 @@ TEST(SystemScanClock, ADeadlineThatHasPassedReturnsAtOnce) {
   EXPECT_EQ(clock.WaitUntil(clock.Now() - std::chrono::hours(1)), Wake::kDeadline);
 }
 
-TEST(SystemScanClock, EachOfTheStopSignalsEndsTheWaitAndStays) {
+TEST(SystemScanClock, EachStopSignalEndsTheWaitAndStaysSet) {
   for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
     SystemScanClock clock;
     std::thread sender([signal] { kill(getpid(), signal); });
@@ -46,7 +46,7 @@ TEST(SystemScanClock, ASignalBeforeTheWaitIsNotLost) {
   EXPECT_EQ(clock.WaitUntil(clock.Now() - std::chrono::hours(1)), Wake::kStop);
 }
 
-TEST(SystemScanClock, StatisticsAreAskedForOncePerSignal) {
+TEST(SystemScanClock, StatisticsAreRequestedOncePerSignal) {
   SystemScanClock clock;
   raise(SIGUSR1);
   EXPECT_EQ(clock.WaitUntil(Never()), Wake::kStatistics);
@@ -55,14 +55,14 @@ TEST(SystemScanClock, StatisticsAreAskedForOncePerSignal) {
   EXPECT_EQ(clock.WaitUntil(Never()), Wake::kStatistics);
 }
 
-TEST(SystemScanClock, ManyHangupsEndNoProcess) {
+TEST(SystemScanClock, ManyHangupsDoNotEndTheProcess) {
   SystemScanClock clock;
   for (int i = 0; i < 3; ++i) raise(SIGHUP);
-  raise(SIGTERM);  // the first of those that count
+  raise(SIGTERM);  // the first one that counts
   EXPECT_EQ(clock.WaitUntil(Never()), Wake::kStop);
 }
 
-TEST(SystemScanClock, LeavesAHangupAloneWhereItIsToldTo) {
+TEST(SystemScanClock, LeavesAHangupAloneWhenToldTo) {
   const auto before = std::signal(SIGHUP, SIG_IGN);
   {
     SystemScanClock clock(SystemScanClock::Hangup::kNothing);
@@ -72,7 +72,7 @@ TEST(SystemScanClock, LeavesAHangupAloneWhereItIsToldTo) {
   EXPECT_EQ(std::signal(SIGHUP, before), SIG_IGN);
 }
 
-TEST(SystemScanClock, PutsTheSignalsBackWhenItGoes) {
+TEST(SystemScanClock, RestoresTheSignalsWhenItIsDestroyed) {
   const auto before = std::signal(SIGTERM, SIG_IGN);
   { const SystemScanClock clock; }
   EXPECT_EQ(std::signal(SIGTERM, before), SIG_IGN);

@@ -13,7 +13,7 @@ using corvane::ScanLock;
 
 TEST(ScanLock, KeepsThreadsApart) {
   ScanLock lock;
-  int counter = 0;  // not atomic: a race is a finding of the thread sanitizer and a wrong sum
+  int counter = 0;  // not atomic: a race is found by the thread sanitizer, and gives a wrong sum
   std::vector<std::thread> threads;
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([&] {
@@ -27,7 +27,7 @@ TEST(ScanLock, KeepsThreadsApart) {
   EXPECT_EQ(counter, 8000);
 }
 
-TEST(ScanLock, AThreadThatTakesItWithoutAPauseLetsTheOthersIn) {
+TEST(ScanLock, AThreadThatTakesItWithoutPausesLetsTheOthersIn) {
   ScanLock lock;
   std::atomic<bool> stop{false};
   lock.lock();
@@ -39,13 +39,13 @@ TEST(ScanLock, AThreadThatTakesItWithoutAPauseLetsTheOthersIn) {
   while (lock.waiting() == 0) std::this_thread::yield();
   lock.unlock();
   for (int i = 0; i < 1000; ++i) {
-    const std::lock_guard guard(lock);  // an unfair lock starves here
+    const std::lock_guard guard(lock);  // with an unfair lock this starves
   }
   stop = true;
   plc.join();
 }
 
-TEST(ScanLock, ServesInTheOrderOfAsking) {
+TEST(ScanLock, ServesInTheOrderOfRequests) {
   ScanLock lock;
   std::vector<int> order;
   lock.lock();
@@ -63,7 +63,7 @@ TEST(ScanLock, ServesInTheOrderOfAsking) {
   EXPECT_EQ(order, (std::vector<int>{0, 1, 2, 3, 4}));
 }
 
-TEST(ScanLock, IsOneForTheProcess) {
+TEST(ScanLock, IsSharedByTheWholeProcess) {
   EXPECT_EQ(&corvane::TheScanLock(), &corvane::TheScanLock());
 }
 

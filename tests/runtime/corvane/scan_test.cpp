@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The scan on a clock that the test moves.
+// The scan, with a clock that the test moves.
 #include "runtime/corvane/scan.h"
 
 #include <gmock/gmock.h>
@@ -17,7 +17,7 @@ using corvane::ScanLock;
 using std::chrono::milliseconds;
 using testing::ElementsAre;
 
-/// Time passes only while somebody waits, or when a cycle takes some.
+/// Time passes only while somebody waits, or when a cycle takes time.
 class FakeClock : public ScanClock {
  public:
   TimePoint Now() override { return now_; }
@@ -34,7 +34,7 @@ class FakeClock : public ScanClock {
   /// Milliseconds since the test began.
   auto Elapsed() const { return std::chrono::duration_cast<milliseconds>(now_ - start_).count(); }
 
-  std::deque<Wake> wakes;  ///< what the next waits end with; kDeadline when there is none left
+  std::deque<Wake> wakes;  ///< how the next waits end; kDeadline when none is left
   std::chrono::nanoseconds lateness{0};
 
  private:
@@ -44,7 +44,7 @@ class FakeClock : public ScanClock {
 
 class ScanTest : public testing::Test {
  protected:
-  /// Runs cycles that take `durations` ms, one after the other, and keeps their starts.
+  /// Runs cycles that take `durations` ms, one after another, and keeps their start times.
   void Run(Scan& scan, std::vector<int> durations) {
     std::size_t next = 0;
     scan.Run(
@@ -77,21 +77,21 @@ TEST_F(ScanTest, ALateWakeDoesNotDriftThePeriod) {
   EXPECT_THAT(starts_, ElementsAre(5, 105, 205));
 }
 
-TEST_F(ScanTest, AnOverrunIsCountedAndLeavesOutTheStartsThatItCovered) {
+TEST_F(ScanTest, AnOverrunIsCountedAndSkipsTheStartsThatItMissed) {
   Scan scan({milliseconds(100), 0}, clock_, lock_);
   Run(scan, {10, 350, 10, 10});
   EXPECT_THAT(starts_, ElementsAre(0, 100, 500, 600)) << "no burst, and the phase is kept";
   EXPECT_EQ(scan.statistics().overruns(), 1u);
 }
 
-TEST_F(ScanTest, ACycleThatEndsOnTheNextDeadlineIsNoOverrun) {
+TEST_F(ScanTest, ACycleThatEndsOnTheNextDeadlineIsNotAnOverrun) {
   Scan scan({milliseconds(100), 0}, clock_, lock_);
   Run(scan, {100, 100, 10});
   EXPECT_THAT(starts_, ElementsAre(0, 100, 200));
   EXPECT_EQ(scan.statistics().overruns(), 0u);
 }
 
-TEST_F(ScanTest, AnOverrunThatEndsOnADeadlineGoesOnThere) {
+TEST_F(ScanTest, AnOverrunThatEndsOnADeadlineContinuesThere) {
   Scan scan({milliseconds(100), 0}, clock_, lock_);
   Run(scan, {200, 10});
   EXPECT_THAT(starts_, ElementsAre(0, 200));
@@ -126,10 +126,10 @@ TEST_F(ScanTest, AReportDoesNotShiftTheDeadline) {
   EXPECT_THAT(starts_, ElementsAre(0, 100));
 }
 
-TEST_F(ScanTest, HoldsTheLockInsideACycleOnly) {
+TEST_F(ScanTest, HoldsTheLockOnlyInsideACycle) {
   Scan scan({milliseconds(100), 2}, clock_, lock_);
   scan.Run([](std::uint64_t) { return true; }, [] {});
-  lock_.lock();  // would hang if the scan still held it
+  lock_.lock();  // hangs if the scan still holds it
   lock_.unlock();
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The registry of block types. It is the process's, so each test has names of its own.
+// The registry of block types. The whole process shares it, so each test uses different names.
 #include "runtime/corvane/st_library.h"
 
 #include <gmock/gmock.h>
@@ -35,7 +35,7 @@ TEST(StLibrary, RefusesNullPointers) {
   EXPECT_NE(RegisterExternalSTLib("NONE", nullptr), 0);
 }
 
-TEST(StLibrary, EachNewEnvironmentOpensTheTypes) {
+TEST(StLibrary, EveryNewEnvironmentOpensTheTypes) {
   RegisterExternalSTLib("OPENED", Opens);
   const corvane::LuaEnvironment first;
   const corvane::LuaEnvironment second;
@@ -56,7 +56,7 @@ TEST(StLibrary, KnowsWhatAnAddinSaysOfAValue) {
   DescribeExternalSTLibValues("DESCRIBED", nullptr);
 }
 
-// Runs in a process of its own under CTest; in one process with the others it must come last.
+// CTest runs it in a separate process; in one process with the others it must come last.
 TEST(ZStLibraryFailure, AnOpenerThatFailsIsAnErrorWithTheTypesName) {
   RegisterExternalSTLib("BROKEN", Fails);
   try {

@@ -37,7 +37,7 @@ class LuaValue : public test_support::LuaHost {
   OpcUa_VariantHlp value_;
 };
 
-TEST_F(LuaValue, BoolTakesBooleansNumbersAndThreeTexts) {
+TEST_F(LuaValue, BoolAcceptsBooleansNumbersAndThreeTexts) {
   EXPECT_EQ(Convert("BOOL", "true"), "true");
   EXPECT_EQ(Convert("BOOL", "false"), "false");
   EXPECT_EQ(Convert("BOOL", "nil"), "false");
@@ -49,14 +49,14 @@ TEST_F(LuaValue, BoolTakesBooleansNumbersAndThreeTexts) {
   }
 }
 
-TEST_F(LuaValue, IntegersCutTheFractionOff) {
+TEST_F(LuaValue, IntegersDropTheFraction) {
   EXPECT_EQ(Convert("DINT", "2.9"), "2");
   EXPECT_EQ(Convert("DINT", "-2.9"), "-2");
   EXPECT_EQ(Convert("USINT", "-0.9"), "0");
   EXPECT_EQ(Convert("USINT", "255.9"), "255");
 }
 
-TEST_F(LuaValue, IntegersTakeTextThatIsANumberBooleansAndNil) {
+TEST_F(LuaValue, IntegersAcceptNumericTextBooleansAndNil) {
   EXPECT_EQ(Convert("INT", "'12'"), "12");
   EXPECT_EQ(Convert("INT", "' 0x10 '"), "16");
   EXPECT_EQ(Convert("INT", "true"), "1");
@@ -64,7 +64,7 @@ TEST_F(LuaValue, IntegersTakeTextThatIsANumberBooleansAndNil) {
   EXPECT_EQ(Convert("INT", "nil"), "0");
 }
 
-TEST_F(LuaValue, EveryIntegerTypeHoldsItsBoundsAndRefusesWhatLiesBeyond) {
+TEST_F(LuaValue, EveryIntegerTypeHoldsItsBoundsAndRefusesValuesBeyondThem) {
   struct Row {
     const char* type;
     const char* lowest;
@@ -104,7 +104,7 @@ TEST_F(LuaValue, IntegersRefuseOtherTextAndTypes) {
   EXPECT_EQ(Refusal("DINT", "io.stdout"), "test:1: DINT: DINT cannot hold a userdata");
 }
 
-TEST_F(LuaValue, ARefusalRepeatsALongTextInPartOnly) {
+TEST_F(LuaValue, ARefusalRepeatsOnlyPartOfALongText) {
   EXPECT_LT(Refusal("DINT", "('x'):rep(100000)").length(), 100u);
 }
 
@@ -119,7 +119,7 @@ TEST_F(LuaValue, RealsKeepTheirFraction) {
   EXPECT_THAT(Refusal("LREAL", "'x'"), testing::HasSubstr("LREAL cannot hold"));
 }
 
-TEST_F(LuaValue, StringsTakeAnyBytes) {
+TEST_F(LuaValue, StringsAcceptAnyBytes) {
   EXPECT_EQ(Convert("STRING", "'text'"), "text");
   EXPECT_EQ(Eval("convert('STRING', 'a\\0\\255') == 'a\\0\\255'"), "true");
   EXPECT_EQ(Eval("#convert('STRING', ('x'):rep(1000000))"), "1000000");
@@ -128,7 +128,7 @@ TEST_F(LuaValue, StringsTakeAnyBytes) {
   EXPECT_EQ(Convert("STRING", "false"), "false");
 }
 
-TEST_F(LuaValue, StringsTakeNumbersInFull) {
+TEST_F(LuaValue, StringsAcceptNumbersInFull) {
   EXPECT_EQ(Convert("STRING", "12"), "12");
   EXPECT_EQ(Convert("STRING", "15550101234567"), "15550101234567");
   EXPECT_EQ(Convert("STRING", "2^53"), "9007199254740992");
@@ -164,7 +164,7 @@ TEST_F(LuaValue, TimesFrom1601AreKeptWithTheirFraction) {
   EXPECT_EQ(Convert("DATE_AND_TIME", "-11644473600"), "0") << "the first tick is the null time";
 }
 
-TEST_F(LuaValue, TimesRefuseWhatIsNoNumberOrOutOfRange) {
+TEST_F(LuaValue, TimesRefuseWhatIsNotANumberOrOutOfRange) {
   for (const char* value : {"'2024-01-01'", "'12'", "true", "{}", "print", "-11644473601", "1e15",
                             "0/0", "1/0", "-1/0"}) {
     EXPECT_THAT(Refusal("DATE_AND_TIME", value), testing::HasSubstr("DATE_AND_TIME cannot hold"))
@@ -172,7 +172,7 @@ TEST_F(LuaValue, TimesRefuseWhatIsNoNumberOrOutOfRange) {
   }
 }
 
-TEST_F(LuaValue, UndeclaredVariablesTakeTheTypeOfTheirValue) {
+TEST_F(LuaValue, UndeclaredVariablesGetTheTypeOfTheirValue) {
   EXPECT_EQ(Convert("", "true"), "true");
   EXPECT_EQ(value_.Datatype, OpcUaType_Boolean);
   EXPECT_EQ(Convert("", "5"), "5");
@@ -207,7 +207,7 @@ TEST_F(LuaValue, ShortIntegersLeaveNoOldBitsInTheirSlot) {
   EXPECT_EQ(value_.Value.UInt32, 0u);
 }
 
-TEST_F(LuaValue, TypesWithoutALuaFormReadNilAndTakeNothing) {
+TEST_F(LuaValue, TypesWithoutALuaFormReadNilAndAcceptNothing) {
   value_.Reset(OpcUaType_Guid);
   WriteLuaValue(value_, L());
   EXPECT_TRUE(lua_isnil(L(), -1));

@@ -28,11 +28,11 @@ TEST(Utf16, PutsTheHighOctetFirst) {
             (std::vector<unsigned char>{0x00, 0x41, 0x04, 0x51, 0x20, 0xAC}));
 }
 
-TEST(Utf16, BeyondTheBasicPlaneTakesASurrogatePair) {
+TEST(Utf16, BeyondTheBasicPlaneNeedsASurrogatePair) {
   EXPECT_EQ(Convert("😀").octets, (std::vector<unsigned char>{0xD8, 0x3D, 0xDE, 0x00}));
 }
 
-TEST(Utf16, AnEmptyTextGivesNothing) {
+TEST(Utf16, AnEmptyTextYieldsNothing) {
   EXPECT_EQ(Convert("").result, 0);
 }
 
@@ -50,18 +50,18 @@ TEST(Utf16, InvalidUtf8IsAFailureThatSurvivesHalving) {
   }
 }
 
-TEST(Utf16, TextThatFillsOrExceedsTheRoomGivesItsWholeSize) {
+TEST(Utf16, TextThatFillsOrExceedsTheBufferReturnsItsFullSize) {
   EXPECT_EQ(Convert(std::string(1999, 'x')).result, 3998);
   EXPECT_EQ(Convert(std::string(2000, 'x')).result, 4000);
   EXPECT_EQ(Convert(std::string(5000, 'x')).result, 4000);
   EXPECT_EQ(Convert("abc", 2).octets, (std::vector<unsigned char>{0, 'a', 0, 'b'}));
 }
 
-TEST(Utf16, InvalidUtf8BeyondTheRoomIsAFailureToo) {
+TEST(Utf16, InvalidUtf8BeyondTheBufferIsAlsoAFailure) {
   EXPECT_LT(Convert(std::string(3000, 'x') + "\xFF").result, -1);
 }
 
-TEST(Utf16, ArgumentsThatMakeNoSenseAreAFailure) {
+TEST(Utf16, SenselessArgumentsAreAFailure) {
   unsigned char octet = 0;
   EXPECT_LT(convert_utf8_to_utf16(nullptr, 1, &octet, 1, 0), -1);
   EXPECT_LT(convert_utf8_to_utf16("a", 1, nullptr, 1, 0), -1);

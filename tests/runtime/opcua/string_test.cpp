@@ -40,14 +40,14 @@ TEST_F(OpcUaString, CopyKeepsNulCharacters) {
   EXPECT_EQ(Text(), source);
 }
 
-TEST_F(OpcUaString, LengthZeroIsAnEmptyStringAndNoNullString) {
+TEST_F(OpcUaString, LengthZeroIsAnEmptyStringAndNotANullString) {
   ASSERT_EQ(OpcUa_String_AttachToString("ignored", 0, 0, OpcUa_True, OpcUa_True, &string_),
             OpcUa_Good);
   EXPECT_NE(OpcUa_String_GetRawString(&string_), nullptr);
   EXPECT_EQ(Text(), "");
 }
 
-TEST_F(OpcUaString, LengthThatDoesNotMatterMeansUpToTheNul) {
+TEST_F(OpcUaString, AnUnspecifiedLengthMeansUpToTheNul) {
   ASSERT_EQ(OpcUa_String_AttachToString("to the end", OPCUA_STRING_LENDONTCARE, 0, OpcUa_True,
                                         OpcUa_True, &string_),
             OpcUa_Good);
@@ -68,7 +68,7 @@ TEST_F(OpcUaString, RefusesNullPointers) {
   EXPECT_TRUE(OpcUa_IsBad(OpcUa_String_StrnCpy(&string_, nullptr, 1)));
 }
 
-TEST_F(OpcUaString, StrnCpyTakesAtMostTheGivenLength) {
+TEST_F(OpcUaString, StrnCpyCopiesAtMostTheGivenLength) {
   OpcUa_String source;
   OpcUa_String_Initialize(&source);
   OpcUa_String_AttachToString("pump station", 12, 0, OpcUa_False, OpcUa_False, &source);

@@ -17,7 +17,7 @@ TEST(Trace, WarningsAndDebugLinesKeepTheirLevelAndPosition) {
                                                             "debug n=5 (b/file:3)"));
 }
 
-TEST(Trace, ALongLineIsCut) {
+TEST(Trace, ALongLineIsTruncated) {
   test_support::TakeLog();
   OpcUa_Trace_Imp(0x20, "f", 1, "%s", std::string(10000, 'x').c_str());
   EXPECT_EQ(test_support::TakeLog().at(0).length(), std::string("debug  (f:1)").length() + 511);

@@ -66,7 +66,7 @@ TEST(Variant, ClearOfNullPointersDoesNothing) {
   OpcUa_Memory_Free(nullptr);
 }
 
-TEST(Memory, ThatCannotBeHadIsNull) {
+TEST(Memory, ThatCannotBeAllocatedIsNull) {
   EXPECT_EQ(OpcUa_Memory_Alloc(SIZE_MAX / 2 + 1), nullptr);
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// An add-in of a careless author: its one type publishes no metadata.
+// An add-in by a careless author: its only type publishes no metadata.
 #include "corvane/st_library.h"
 
 namespace {
