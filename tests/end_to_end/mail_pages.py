@@ -21,7 +21,7 @@ PROVIDER = ("--user", "plant@provider.example", "--password", "provider-password
 
 
 def programs_of(page):
-    """Each program with its output."""
+    """Each program of the page with its output."""
     blocks = read_blocks(project, page)
     pairs = [(block.text, blocks[number + 1]) for number, block in enumerate(blocks) if block.language == "lua"]
     assert pairs and all(following.language == "output" for _, following in pairs)
@@ -42,7 +42,7 @@ def replace(text, old, new):
 
 
 def make_certificate(folder):
-    """A file with a certificate for localhost, and its key."""
+    """Makes a file with a certificate for localhost and its key."""
     subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2",
                     "-subj", "/CN=localhost", "-addext", "subjectAltName=DNS:localhost",
                     "-keyout", folder + "/key", "-out", folder + "/certificate"],
@@ -87,7 +87,7 @@ def wait_until(condition, exim):
 
 
 def administrate(exim, command):
-    """A command for the machine's relay, given to this one."""
+    """Runs a command for the machine's relay with this one."""
     command = command.removeprefix("sudo ").replace("/var/log/exim4/", exim.folder + "/log/")
     command = re.sub(r"^exim4 ", f"{mail_servers.EXIM} -C {exim.folder}/exim.conf ", command)
     result = subprocess.run(["bash", "-ec", command], capture_output=True, text=True, timeout=60, check=False)
@@ -98,7 +98,7 @@ def administrate(exim, command):
 
 def mail_shape(text):
     """What stays the same from one message and one machine to the next."""
-    text = re.sub(r"\b\w{6}-\w{6}-\w\w\b", "ID", text)  # first: "1s" at its end is no duration
+    text = re.sub(r"\b\w{6}-\w{6}-\w\w\b", "ID", text)  # first, since "1s" at its end is not a duration
     text = re.sub(r"Exim 4.*", "Exim 4", shape(text))
     text = re.sub(r"127\.0\.0\.1:\d+", "127.0.0.1:PORT", text)
     text = re.sub(r"H=\S+ \[[\d.]+\]", "H", text)
@@ -126,14 +126,14 @@ def programs_run_with_the_relay(provider, exim):
 
 
 def long_lines_pass_the_relay(provider, exim):
-    """A line far longer than mail servers like."""
+    """A line far longer than mail servers usually accept."""
     assert send(exim.port, Message="x" * 50000) == "code 0\n"
     [mail] = provider.take()
     assert "x" * 50000 in mail.text()
 
 
 def send(port, **inputs):
-    """What the block says to a message."""
+    """What the block reports for a message."""
     values = {"Server": "127.0.0.1", "Port": port, "Login": "plc", "Password": "s3cret", "SenderName": "P",
               "SenderMail": "p@plant.example", "Recipient": "o@plant.example", "Message": "text", **inputs}
     words = [f"{name}={value}" for name, value in values.items()]
@@ -277,7 +277,7 @@ def the_alarm_does_not_flood():
             assert server.count == copies, server.count
 
 
-def the_block_tells_what_is_wrong_with_the_relay(exim):
+def the_block_reports_what_is_wrong_with_the_relay(exim):
     codes = {
         103: send(mail_servers.free_port()),
         406: send(exim.port, Password="wrong"),
@@ -292,13 +292,13 @@ def the_block_tells_what_is_wrong_with_the_relay(exim):
         assert f"\n| {code} | " in guide, code
 
 
-def the_log_tells_what_is_wrong_with_the_provider(certificate, certificates):
-    """One relay for each failure; whatever it is, the block's message is taken."""
-    def fails(told, *where, recipient="o@plant.example"):
+def the_log_says_what_is_wrong_with_the_provider(certificate, certificates):
+    """One relay for each failure; whatever it is, the relay accepts the block's message."""
+    def fails(logged, *where, recipient="o@plant.example"):
         with relay(*where) as exim:
             said = send(exim.port, Recipient=recipient)
             assert said == "code 0\n", (said, exim.log())
-            for text in told:
+            for text in logged:
                 wait_until(lambda t=text: t in exim.log(), exim)
                 assert f"`{text}`" in guide, text
 
@@ -338,7 +338,7 @@ with tempfile.TemporaryDirectory() as folder:
         failed_messages_do_not_lock_the_others_out(server, guides_relay)
         a_strangers_text_is_harmless_when_it_is_cleaned(server, guides_relay)
         the_commands_show_what_the_guide_shows(server, guides_relay)
-        the_block_tells_what_is_wrong_with_the_relay(guides_relay)
-    the_log_tells_what_is_wrong_with_the_provider(both, its_certificate)
+        the_block_reports_what_is_wrong_with_the_relay(guides_relay)
+    the_log_says_what_is_wrong_with_the_provider(both, its_certificate)
     the_relay_keeps_messages_while_the_provider_is_away(both, its_certificate)
 print("the programs, the relay and the commands of the pages work")

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""Real mail servers for the tests: each in a folder and on a port of its own, gone with its `with`."""
+"""Real mail servers for the tests: each has its own folder and port, and ends with its `with` block."""
 import email
 import email.policy
 import getpass
@@ -20,7 +20,7 @@ EXIM = "/usr/sbin/exim4"
 
 
 class Server:
-    """A process with a folder of its own, `folder`, and a port, `port`."""
+    """A process with its own folder, `folder`, and a port, `port`."""
 
     def __enter__(self):
         self.folder = tempfile.mkdtemp(prefix="corvane-test-")
@@ -39,7 +39,7 @@ class Server:
         shutil.rmtree(self.folder)
 
     def take(self, count=1, seconds=30):
-        """The messages that have arrived, when they are `count`; the server has them no longer."""
+        """Waits for `count` messages, removes them from the server and returns them."""
         end = time.monotonic() + seconds
         while len(self.files()) < count and time.monotonic() < end:
             time.sleep(0.01)
@@ -138,7 +138,7 @@ class Exim(Server):
         self.text = text
 
     def start(self):
-        # As the administrator it gives up its rights for this user's, otherwise it has only ours.
+        # Started by the administrator, it switches to this user; otherwise it has only our rights.
         user = "Debian-exim" if os.getuid() == 0 else getpass.getuser()
         os.chmod(self.folder, 0o755)
         for name in "spool", "log", "new", "cur", "tmp":
@@ -161,7 +161,7 @@ class Exim(Server):
         raise RuntimeError("exim4 does not start: " + self.log())
 
     def greets(self):
-        """It listens before it reads its certificates, which takes seconds on a busy machine."""
+        """Waits for the greeting: it listens before it reads its certificates, which may take seconds."""
         while self.process.poll() is None:
             with socket.socket() as probe:
                 probe.settimeout(60)
@@ -175,7 +175,7 @@ class Exim(Server):
         if process:
             process.terminate()
             process.wait(timeout=30)
-            end_group(process.pid)  # deliveries that are under way would write into the folder
+            end_group(process.pid)  # deliveries under way would write into the folder
         super().__exit__()
 
     def log(self):
@@ -205,7 +205,7 @@ def free_port():
         return probe.getsockname()[1]
 
 
-# Keeps what it takes in a Maildir; recipients that begin with "reject" are refused.
+# Keeps what it accepts in a Maildir; refuses recipients that begin with "reject".
 MAILDIR_SERVER = """
 exim_user = @USER@
 spool_directory = @FOLDER@/spool

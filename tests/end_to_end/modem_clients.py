@@ -1,6 +1,6 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""modem_clients.py CORVANE: programs that nobody here wrote work with the simulated modem."""
+"""modem_clients.py CORVANE: programs written by others work with the simulated modem."""
 import shutil
 import sys
 
@@ -62,6 +62,6 @@ with SimulatedModem(corvane) as modem:
         gammu(modem, "sendsms", "TEXT", "+15550101234", "-text", "lost")
     except AssertionError:
         gammu_failed = True
-    assert gammu_failed, "gammu took +CMS ERROR: 500 for success"
+    assert gammu_failed, "gammu treated +CMS ERROR: 500 as success"
     modem.await_output("refused: message to +15550101234: +CMS ERROR: 500\n")
     modem.end()

@@ -1,12 +1,12 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
 """packages.py PROJECT: builds the Debian packages, installs, uses and removes them, with the commands of the
-pages docs/getting_started.md, docs/installing.md and docs/corvane.md. (Not: dmesg and systemctl, which need a
-kernel and an init system of their own.)
+pages docs/getting_started.md, docs/installing.md and docs/corvane.md (except dmesg and systemctl, which need
+their own kernel and init system).
 
-The root that they are installed into is an overlay of this machine's: dpkg, its maintainer scripts and
-the programs really run, and every change goes into a folder in memory that is looked through at the
-end. That needs root. The release build is reused, as ./run leaves it.
+They are installed into an overlay of this machine's root: dpkg, its maintainer scripts and the programs
+really run, and every change goes into a folder in memory that is searched at the end. That needs root.
+The release build is reused, as ./run leaves it.
 """
 import os
 import pathlib
@@ -20,7 +20,7 @@ from page import commands, read_blocks
 
 PROGRAM = "print(table.concat(plc.args, ' ')) function cycle() print(plc.cycle) end"
 
-# An add-in of somebody else's, against the installed headers alone. The page's lines come behind.
+# Somebody else's add-in, built with only the installed headers. The page's lines follow.
 ADDIN_CMAKE = """cmake_minimum_required(VERSION 3.25)
 project(addin LANGUAGES CXX)
 set(CMAKE_CXX_STANDARD 20)
@@ -53,7 +53,7 @@ def run(*words, **options):
 
 
 class Pages:
-    """What the pages let a user type; read before the root changes."""
+    """What the pages ask a user to type; read before the root changes."""
 
     def __init__(self, project):
         started, installing = (read_blocks(project, f"docs/{name}.md") for name in ("getting_started", "installing"))
@@ -74,20 +74,20 @@ def shell(command, **options):
 
 
 def enter_own_root(folder):
-    """Makes an overlay of / below `folder` and enters it; gives the folder with what changes."""
+    """Makes an overlay of / below `folder`; returns its root."""
     run("mount", "-t", "tmpfs", "tmpfs", folder)
     for name in ("upper", "work", "root"):
         os.mkdir(f"{folder}/{name}")
     root = folder + "/root"
     layers = f"lowerdir=/,upperdir={folder}/upper,workdir={folder}/work"
     run("mount", "-t", "overlay", "overlay", "-o", layers, root)
-    # Nothing of the machine is reachable for writing: neither its devices nor its /tmp.
+    # Nothing of the machine can be written to: neither its devices nor its /tmp.
     run("mount", "-t", "proc", "proc", root + "/proc")
     for name in ("dev", "tmp"):
         run("mount", "-t", "tmpfs", "tmpfs", f"{root}/{name}")
     for name, minor in (("null", 3), ("zero", 5), ("urandom", 9)):
         run("mknod", "-m", "666", f"{root}/dev/{name}", "c", "1", str(minor))
-    # Seen from inside, too, after the root has changed.
+    # Also visible from inside, after the root has changed.
     os.makedirs(root + "/tmp/upper")
     os.makedirs(root + "/tmp/build/release/packages")
     run("mount", "--bind", folder + "/upper", root + "/tmp/upper")
@@ -99,7 +99,7 @@ def check_use(pages):
     as_user = ("setpriv", "--reuid=corvane", "--regid=corvane", "--init-groups")
     examples = "/usr/share/corvane/examples"
     output = run(*as_user, "corvane", "run", examples + "/disk_watch.lua", "--", "/", "0", "1")
-    # The script runs in the background, so which of them is the last is open.
+    # The script runs in the background, so either may come last.
     assert "disk_alarm.sh: / is " in output and "Done: 1 measurements.\n" in output, output
     assert "SysProcessCreate\n" in run(*as_user, "corvane", "blocks")
     [example] = [command for command in pages.examples if "disk_watch.lua" in command]
@@ -116,7 +116,7 @@ def check_hardening():
     for file in files:
         headers = run("readelf", "--wide", "--file-header", "--program-headers", "--dynamic", file)
         assert "DYN (" in headers and "NOW" in headers and "GNU_RELRO" in headers, file
-        assert " RWE " not in headers, file  # nothing is both writable and executable
+        assert " RWE " not in headers, file  # no segment is both writable and executable
         symbols = run("readelf", "--wide", "--dyn-syms", file)
         assert "__stack_chk_fail" in symbols or file.endswith("opcua.so"), file
     [addin] = [file for file in files if "corvane_fb_lib" in file]
@@ -131,7 +131,7 @@ def check_group(pages):
 
 
 def check_service(pages):
-    """What the unit starts; systemd itself does not run here."""
+    """Runs what the unit starts; systemd itself does not run here."""
     unit = pathlib.Path("/usr/lib/systemd/system/corvane@.service").read_text(encoding="utf-8")
     command = unit.split("ExecStart=")[1].split("\n")[0].replace("%i", "pump").split()
     assert "\nUser=corvane\n" in unit
@@ -158,7 +158,7 @@ def check_headers(pages, folder):
 
 
 def leftovers(upper):
-    """Files that the packages have left, and accounts of theirs."""
+    """Files and accounts that the packages have left."""
     found = [str(path.relative_to(upper)) for path in pathlib.Path(upper).rglob("*corvane*")]
     for name in ("passwd", "group", "shadow", "gshadow"):
         found += [f"{name}: {line}" for line in open("/etc/" + name, encoding="utf-8") if "corvane" in line]
@@ -166,7 +166,7 @@ def leftovers(upper):
 
 
 def use_packages(project, folder, packages):
-    """Runs in a mount namespace of its own, which ends with this process."""
+    """Runs in a separate mount namespace, which ends with this process."""
     pages = Pages(project)
     root = enter_own_root(folder)
     for package in packages:
@@ -174,7 +174,7 @@ def use_packages(project, folder, packages):
     run("cp", os.path.dirname(__file__) + "/links.py", root + "/tmp")
     os.chroot(root)
     os.chdir("/tmp")
-    # Machines that keep manual pages out by their configuration keep these.
+    # Machines whose configuration excludes manual pages install these all the same.
     shell(pages.command("apt-get install ./") + " -o Dpkg::Options::=--path-include=/usr/share/*")
     install = ("dpkg", "--path-include=/usr/share/*", "-i")
     names = [str(path) for path in pathlib.Path("build/release/packages").iterdir()]
@@ -213,7 +213,7 @@ def main():
     if os.geteuid() != 0:
         as_root = ["sudo", "-n"]
         if subprocess.run(["sudo", "-n", "true"], capture_output=True, check=False).returncode != 0:
-            print("Skipped: the packages are installed by root, and sudo asks for a password")
+            print("Skipped: only root can install the packages, and sudo asks for a password")
             sys.exit(77)
     check_build(project, Pages(project))
     packages = sorted(str(path) for path in pathlib.Path(project, "build/release/packages").glob("*.deb"))
@@ -223,7 +223,7 @@ def main():
         namespace = (*as_root, "unshare", "--mount", "--propagation", "private")
         run(*namespace, sys.executable, __file__, project, folder, *packages)
     finally:
-        os.rmdir(folder)  # empty: what was mounted went with the namespace
+        os.rmdir(folder)  # empty: the mounts are gone with the namespace
     print("The packages install, work and leave nothing behind")
 
 

@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
 """send_email.py PROJECT CORVANE: SEND_EMAIL with two real mail servers, aiosmtpd and exim4, and two
-readers that take apart what arrives, Python's email package and munpack."""
+programs that parse what arrives, Python's email package and munpack."""
 import concurrent.futures
 import os
 import random
@@ -20,7 +20,7 @@ inputs = {"Server": "127.0.0.1", "Login": mail_servers.USER, "Password": mail_se
 
 
 def send(server, folder=None, **changes):
-    """The code that sending ends with, and the log."""
+    """The code with which sending ends, and the log."""
     values = {**inputs, "Port": server.port, **changes}
     words = [f"{name}={value}" for name, value in values.items()]
     command = [corvane, "run", "--cycle", "10ms", project + "/tests/end_to_end/send_email.lua", "--", *words]
@@ -38,7 +38,7 @@ def take_after_sending(server, folder=None, **changes):
 
 
 def unpack(mail):
-    """What munpack makes of the message: the bytes of each file by its name."""
+    """What munpack finds in the message: the bytes of each file by its name."""
     with tempfile.TemporaryDirectory() as folder:
         with open(folder + "/mail", "wb") as file:
             file.write(mail.bytes)

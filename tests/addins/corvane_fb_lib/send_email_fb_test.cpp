@@ -36,7 +36,7 @@ using testing::StartsWith;
 
 class SendEmail : public BlockTest {
  protected:
-  /// A block `fb` that lacks nothing, for the server at `port`.
+  /// A complete block `fb` for the server at `port`.
   void Create(unsigned short port) {
     Run("fb = SEND_EMAIL.new({Server = '127.0.0.1', Port = " + std::to_string(port) +
         ", Login = 'plc', Password = 's3cret', SenderName = 'Pump 3', Subject = 'Alarm', "
@@ -45,8 +45,8 @@ class SendEmail : public BlockTest {
   }
   /// A rising edge of Send.
   void Send() { Run("fb.Send = false fb() fb.Send = true fb()"); }
-  /// Defines call(): one call of the block, which fails when two pulses of Sent have no FALSE
-  /// between them, and adds a result to the table `codes`.
+  /// Defines call(): one call of the block, which fails if two pulses of Sent have no FALSE between
+  /// them, and adds a result to the table `codes`.
   void DefineCall() {
     Run("codes, pulse = {}, false function call() fb() assert(not (pulse and fb.Sent)) "
         "pulse = fb.Sent if pulse then codes[#codes + 1] = fb.Code end end");
@@ -94,12 +94,12 @@ TEST_F(SendEmail, SendsOnceHoweverLongSendStaysTrue) {
   Send();
   EXPECT_EQ(NextCode(), "0");
   for (int i = 0; i < 100; ++i) Run("fb()");
-  Run("fb.Send = false fb() fb.Send = true fb()");  // the second one is the last that comes
+  Run("fb.Send = false fb() fb.Send = true fb()");  // the second one is the last that arrives
   EXPECT_EQ(NextCode(), "0");
   EXPECT_EQ(server.connections(), 2);
 }
 
-TEST_F(SendEmail, TakesTheFallOfSendForNothing) {
+TEST_F(SendEmail, IgnoresTheFallingEdgeOfSend) {
   const ScriptedSmtpServer server;
   Create(server.port());
   Send();
@@ -123,7 +123,7 @@ TEST_F(SendEmail, KeepsCodeAfterThePulseOfSent) {
   EXPECT_EQ(Eval("fb.Code"), "406");
 }
 
-TEST_F(SendEmail, GivesResultsInTheOrderOfTheEdgesWithAFalseBetweenThem) {
+TEST_F(SendEmail, ReportsResultsInTheOrderOfTheEdgesWithAFalseBetweenThem) {
   int connection = 0;
   const ScriptedSmtpServer server([&connection](SmtpPeer& peer) {
     if (++connection == 2) {
@@ -133,7 +133,7 @@ TEST_F(SendEmail, GivesResultsInTheOrderOfTheEdgesWithAFalseBetweenThem) {
     }
   });
   Create(server.port());
-  // A result may come at any call, also while the later messages are still being queued.
+  // A result may appear at any call, even while the later messages are still being queued.
   DefineCall();
   Run("fb.Send = true call()"
       "fb.Send = false call() fb.Subject = 'Second' fb.Send = true call()"
@@ -143,12 +143,12 @@ TEST_F(SendEmail, GivesResultsInTheOrderOfTheEdgesWithAFalseBetweenThem) {
     return Eval("#codes") == "3";
   }));
   EXPECT_EQ(Eval("table.concat(codes, ' ')"), "0 401 0");
-  // Each job keeps what the inputs were at its edge.
+  // Each job keeps the inputs as they were at its edge.
   EXPECT_THAT(server.heard(), HasSubstr("Subject: Alarm\r\n"));
   EXPECT_THAT(server.heard(), HasSubstr("Subject: Third\r\n"));
 }
 
-TEST_F(SendEmail, GivesAFalseBetweenResultsThatHaveWaited) {
+TEST_F(SendEmail, HasAFalseBetweenResultsThatHaveWaited) {
   const ScriptedSmtpServer server;
   Create(server.port());
   DefineCall();
@@ -162,7 +162,7 @@ TEST_F(SendEmail, GivesAFalseBetweenResultsThatHaveWaited) {
   EXPECT_EQ(Eval("table.concat(codes, ' ')"), "0 0");
 }
 
-TEST_F(SendEmail, SplitsRecipientsAtBlanksAndSemicolons) {
+TEST_F(SendEmail, SplitsRecipientsAtSpacesAndSemicolons) {
   const ScriptedSmtpServer server;
   Create(server.port());
   Run("fb.Recipient = 'a@x b@x;c@x'");
@@ -176,7 +176,7 @@ TEST_F(SendEmail, SplitsRecipientsAtBlanksAndSemicolons) {
   EXPECT_EQ(Eval("fb.Recipient"), " ;; d@x ; ;e@x; ");
 }
 
-TEST_F(SendEmail, WithoutARecipientGives203WhenItIsSent) {
+TEST_F(SendEmail, WithoutARecipientIs203WhenItIsSent) {
   const ScriptedSmtpServer server;
   Create(server.port());
   Run("fb.Recipient = ' ; ;; '");
@@ -191,7 +191,7 @@ TEST_F(SendEmail, WithoutARecipientGives203WhenItIsSent) {
                                        "the server's last line: 250 sender ok")));
 }
 
-TEST_F(SendEmail, WithAMissingAttachmentGives404WhenItIsSent) {
+TEST_F(SendEmail, WithAMissingAttachmentIs404WhenItIsSent) {
   const ScriptedSmtpServer server;
   Create(server.port());
   Run("fb.Attachment = '/no/such/file'");
@@ -206,7 +206,7 @@ TEST_F(SendEmail, WithAMissingAttachmentGives404WhenItIsSent) {
                             "line: 354 go ahead")));
 }
 
-TEST_F(SendEmail, WithAnAttachmentThatVanishesBeforeItsTurnGives404) {
+TEST_F(SendEmail, WithAnAttachmentThatVanishesBeforeItsTurnIs404) {
   const TemporaryFolder folder;
   const std::string path = folder.Write("report.csv", "x");
   const ScriptedSmtpServer server([&path](SmtpPeer& peer) {
@@ -277,7 +277,7 @@ TEST_F(SendEmail, SendsTenMegabytesOfText) {
   EXPECT_GT(server.heard().size(), 10U << 20);
 }
 
-TEST_F(SendEmail, TakesTheReplyAddressFromAVariableThatIsNotDeclared) {
+TEST_F(SendEmail, ReadsTheReplyAddressFromAnUndeclaredVariable) {
   const ScriptedSmtpServer server;
   Create(server.port());
   Send();
@@ -300,7 +300,7 @@ TEST_F(SendEmail, UsesTheLowSixteenBitsOfPort) {
   EXPECT_EQ(NextCode(), "0");
 }
 
-TEST_F(SendEmail, WithPort0GoesToTheServiceMail) {
+TEST_F(SendEmail, WithPort0ConnectsToTheMailService) {
   int port = 0;
   const test_support::ConnectGuard guard([&port](const sockaddr_in& address) {
     port = ntohs(address.sin_port);
@@ -312,7 +312,7 @@ TEST_F(SendEmail, WithPort0GoesToTheServiceMail) {
   EXPECT_EQ(port, 25);
 }
 
-TEST_F(SendEmail, GivesNoHeedToSenderAndSecurityType) {
+TEST_F(SendEmail, IgnoresSenderAndSecurityType) {
   const ScriptedSmtpServer server;
   Create(server.port());
   Run("fb.Sender = 'somebody' fb.SecurityType = 2");
@@ -321,9 +321,9 @@ TEST_F(SendEmail, GivesNoHeedToSenderAndSecurityType) {
   EXPECT_THAT(server.heard(), Not(HasSubstr("somebody")));
 }
 
-TEST_F(SendEmail, OfAServerThatIsNotThereLogsWhyAndGoesOn) {
+TEST_F(SendEmail, ToAServerThatIsNotThereLogsWhyAndContinues) {
   unsigned short port = 0;
-  { port = ScriptedSmtpServer().port(); }  // nobody listens there any more
+  { port = ScriptedSmtpServer().port(); }  // nothing listens there any more
   Create(port);
   Send();
   EXPECT_EQ(NextCode(), "103");
@@ -338,7 +338,7 @@ TEST_F(SendEmail, OfAServerThatIsNotThereLogsWhyAndGoesOn) {
   EXPECT_EQ(NextCode(), "0");
 }
 
-TEST_F(SendEmail, OfAServerWithoutAnAddressGives105) {
+TEST_F(SendEmail, ToAServerWithoutAnAddressIs105) {
   Create(25);
   for (const char* name : {"", "mail server", "no-such-machine.invalid"}) {
     Run("fb.Server = '" + std::string(name) + "'");
@@ -347,7 +347,7 @@ TEST_F(SendEmail, OfAServerWithoutAnAddressGives105) {
   }
 }
 
-TEST_F(SendEmail, ThatCannotBePreparedTellsWhyAndIsTriedAgainOnTheNextEdgeOnly) {
+TEST_F(SendEmail, ThatCannotBePreparedReportsWhyAndIsTriedAgainOnlyOnTheNextEdge) {
   const ScriptedSmtpServer server;
   Create(server.port());
   {
@@ -376,7 +376,7 @@ TEST_F(SendEmail, NeverLogsPasswordOrLogin) {
   for (std::string SmtpReplies::*stage :
        {&SmtpReplies::auth, &SmtpReplies::login, &SmtpReplies::password, &SmtpReplies::mail}) {
     SmtpReplies replies;
-    // A server that gives back what it got.
+    // A server that repeats what it got.
     replies.*stage =
         "500 what is CZNJCMV0LXRvcC1zZWNyZXQ= s3cret-top-secret bXktbG9naW4= my-login?\r\n";
     const ScriptedSmtpServer server(replies);
@@ -396,7 +396,7 @@ TEST_F(SendEmail, NeverLogsPasswordOrLogin) {
   EXPECT_THAT(lines, Contains(EndsWith("last line: 500 what is *** *** *** ***?")).Times(4));
 }
 
-/// Refuses EHLO after half a second, and remembers when it has come so far.
+/// Refuses EHLO after half a second, and remembers when it got that far.
 class SlowServer {
  public:
   /// Returns when a dialogue is under way.
@@ -417,7 +417,7 @@ class SlowServer {
   }};
 };
 
-TEST_F(SendEmail, HoldsACallWhileAMessageIsOnItsWay) {
+TEST_F(SendEmail, HoldsACallWhileAMessageIsBeingSent) {
   const SlowServer server;
   Create(server.port());
   Send();
@@ -428,7 +428,7 @@ TEST_F(SendEmail, HoldsACallWhileAMessageIsOnItsWay) {
   EXPECT_EQ(Eval("fb.Code"), "301");
 }
 
-TEST_F(SendEmail, IsCollectedOnlyAfterTheMessageThatIsOnItsWay) {
+TEST_F(SendEmail, IsCollectedOnlyAfterTheMessageThatIsBeingSent) {
   const SlowServer server;
   Create(server.port());
   Send();
@@ -546,11 +546,11 @@ TEST_F(SendEmail, CostsNextToNothingAtRest) {
   };
   const double before = cpu_seconds();
   std::this_thread::sleep_for(std::chrono::seconds(2));  // the span that is measured
-  // 0.5 % of a core is the aim of the product; a sanitizer's build is allowed three times that.
+  // The goal is 0.5 % of a core; a build with sanitizers is allowed three times that.
   EXPECT_LT((cpu_seconds() - before) / 2, 0.015);
 }
 
-TEST_F(SendEmail, WorksFiveTimesAtOnceWhileBlocksComeAndGo) {
+TEST_F(SendEmail, WorksFiveTimesAtOnceWhileBlocksAreCreatedAndDestroyed) {
   const ScriptedSmtpServer first;
   const ScriptedSmtpServer second;
   for (int round = 0; round < 4; ++round) {

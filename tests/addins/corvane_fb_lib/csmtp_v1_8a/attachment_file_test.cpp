@@ -56,7 +56,7 @@ TEST(AttachmentFile, OfATerabyteIs405WithoutBeingReadThrough) {
   const TemporaryFolder folder;
   const std::string path = folder.Write("huge", "");
   if (truncate64(path.c_str(), off64_t{1} << 40) != 0) {
-    GTEST_SKIP() << "the file system of " << path << " has no files of 1 TB";
+    GTEST_SKIP() << "the file system of " << path << " cannot hold files of 1 TB";
   }
   AttachmentFile file(path);
   EXPECT_EQ(CodeOf([&] { static_cast<void>(file.Measure(5243903)); }), 405);
@@ -72,7 +72,7 @@ TEST(AttachmentFile, OfTheYear2100IsRead) {
   struct stat status {};
   ASSERT_EQ(stat(path.c_str(), &status), 0);
   if (status.st_mtim.tv_sec != kJanuary1st2100.tv_sec) {
-    GTEST_SKIP() << "the file system of " << path << " has no times behind 2038";
+    GTEST_SKIP() << "the file system of " << path << " has no times after 2038";
   }
   AttachmentFile file(path);
   EXPECT_EQ(file.Measure(10), 10U);
@@ -92,7 +92,7 @@ TEST(AttachmentFile, ThatMustNotBeReadIs404) {
   chmod(path.c_str(), 0);
   chmod(folder.path().c_str(), 0755);
   const pid_t child = fork();
-  if (child == 0) {  // as a user who has no rights, since the administrator may read anything
+  if (child == 0) {  // as a user without rights, since the administrator may read anything
     if (getuid() == 0 && setuid(65534) != 0) _exit(255);
     _exit(CodeOfOpening(path) == 404 ? 0 : 1);
   }
@@ -120,7 +120,7 @@ TEST(AttachmentFile, ThatIsADeviceIs404) {
   EXPECT_EQ(CodeOfOpening("/dev/null"), 404);
 }
 
-TEST(AttachmentFile, ThatGrowsAfterItWasMeasuredGivesItsNewBytes) {
+TEST(AttachmentFile, ThatGrowsAfterItWasMeasuredReturnsItsNewBytes) {
   const TemporaryFolder folder;
   const std::string path = folder.Write("log", "0123");
   AttachmentFile file(path);

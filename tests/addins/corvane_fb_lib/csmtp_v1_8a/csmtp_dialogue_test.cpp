@@ -30,13 +30,13 @@ using testing::Not;
 
 const std::string kBoundary = "--__MESSAGE__ID__54yg6f6h6y456345";
 
-/// What was said between "DATA" and the end mark, the mark excluded.
+/// What was said between "DATA" and the end mark, without the mark.
 std::string MessageOf(const std::string& heard) {
   const std::size_t begin = heard.find("DATA\r\n") + 6;
   return heard.substr(begin, heard.rfind("\r\n.\r\nQUIT\r\n") - begin);
 }
 
-/// The part of the message behind the header.
+/// The part of the message after the header.
 std::string BodyOf(const std::string& heard) {
   const std::string message = MessageOf(heard);
   return message.substr(message.find("\r\n\r\n") + 4);
@@ -48,7 +48,7 @@ std::size_t Occurrences(const std::string& text, const std::string& of) {
   return count;
 }
 
-TEST(SmtpDialogue, IsThisToTheByte) {
+TEST(SmtpDialogue, IsExactlyThis) {
   setenv("TZ", "UTC", 1);
   const CallsGuard calls({.time = 1709629623, .host_name = "plc-7"});
   const ScriptedSmtpServer server;
@@ -84,14 +84,14 @@ TEST(SmtpDialogue, IsThisToTheByte) {
             "QUIT\r\n");
 }
 
-TEST(SmtpDialogue, SaysDomainWhereTheMachineHasNoName) {
+TEST(SmtpDialogue, SaysDomainIfTheMachineHasNoName) {
   const CallsGuard calls({.host_name = ""});
   const ScriptedSmtpServer server;
   EXPECT_EQ(CodeOfSending(server), 0);
   EXPECT_THAT(server.heard(), testing::StartsWith("EHLO domain\r\n"));
 }
 
-TEST(SmtpDialogue, CanBeHadTwiceWithTheSameMail) {
+TEST(SmtpDialogue, CanBeRepeatedWithTheSameMail) {
   const ScriptedSmtpServer server;
   const auto mail = SmallMail(server.port());
   EXPECT_EQ(CodeOf([&] { mail->Send(); }), 0);
@@ -99,7 +99,7 @@ TEST(SmtpDialogue, CanBeHadTwiceWithTheSameMail) {
   EXPECT_EQ(server.connections(), 2);
 }
 
-TEST(SmtpDialogue, ClosesItsConnectionAtAGoodEnd) {
+TEST(SmtpDialogue, ClosesItsConnectionAfterSuccess) {
   const ScriptedSmtpServer server([](SmtpPeer& peer) {
     Serve(peer, {});
     peer.HearLine();  // ends with the client's close
@@ -111,7 +111,7 @@ TEST(SmtpDialogue, ClosesItsConnectionAtAGoodEnd) {
   EXPECT_LE(test_support::OpenDescriptors(), before + 1);
 }
 
-TEST(SmtpDialogue, LeavesItsConnectionOpenAtABadEndEvenWhenTheMailIsGone) {
+TEST(SmtpDialogue, LeavesItsConnectionOpenAfterAFailureEvenWhenTheMailIsGone) {
   const ScriptedSmtpServer server([](SmtpPeer& peer) {
     peer.Say("554 no\r\n");
     peer.Idle();
@@ -121,7 +121,7 @@ TEST(SmtpDialogue, LeavesItsConnectionOpenAtABadEndEvenWhenTheMailIsGone) {
   EXPECT_EQ(test_support::OpenDescriptors(), before + 2);  // the client's and the server's
 }
 
-// ---- Each stage with a reply that it does not want
+// ---- Each stage with an unexpected reply
 
 struct Refusal {
   std::string name;
@@ -165,7 +165,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Refusal{"Quit500", &SmtpReplies::quit, "500 what\r\n", 304}),
     [](const auto& tested) { return tested.param.name; });
 
-/// A stage that the server ends the connection at, in order or by a reset.
+/// A stage at which the server ends the connection, in an orderly way or by a reset.
 class SmtpEarlyEnd : public testing::TestWithParam<std::string SmtpReplies::*> {};
 
 TEST_P(SmtpEarlyEnd, IsALackOfMemoryAtOnce) {
@@ -186,7 +186,7 @@ INSTANTIATE_TEST_SUITE_P(EveryStage, SmtpEarlyEnd,
                                          &SmtpReplies::recipient, &SmtpReplies::data,
                                          &SmtpReplies::message, &SmtpReplies::quit));
 
-TEST(SmtpReply, OfAClosedConnectionIs408EvenBehindALineThatStillLiesInTheBuffer) {
+TEST(SmtpReply, OfAClosedConnectionIs408EvenAfterALineThatIsStillInTheBuffer) {
   const ScriptedSmtpServer server([](SmtpPeer& peer) {
     peer.Say("220 ready\r\n");
     peer.HearLine();
@@ -235,14 +235,14 @@ TEST(SmtpReply, ToEhloIsAnsweredAfterItsFirstLineWithoutWaitingForTheOthers) {
   EXPECT_EQ(CodeOfSending(server), 302);
 }
 
-TEST(SmtpReply, LinesOf334BehindThePasswordAreSkipped) {
+TEST(SmtpReply, LinesOf334AfterThePasswordAreSkipped) {
   SmtpReplies replies;
   replies.password = "334 more\r\n334 and more\r\n235 welcome\r\n";
   const ScriptedSmtpServer server(replies);
   EXPECT_EQ(CodeOfSending(server), 0);
 }
 
-TEST(SmtpReply, LinesOf250BehindDataAreSkipped) {
+TEST(SmtpReply, LinesOf250AfterDataAreSkipped) {
   SmtpReplies replies;
   replies.data = "250 late\r\n250 later\r\n354 go\r\n";
   const ScriptedSmtpServer server(replies);
@@ -270,7 +270,7 @@ TEST(SmtpReply, OfAMegabyteWithoutALineEndIs408) {
   EXPECT_EQ(CodeOfSending(server), 408);
 }
 
-TEST(SmtpReply, IsWaitedForWithTheErrorCode109WhenASignalComesInBetween) {
+TEST(SmtpReply, Is109WhenASignalInterruptsTheWait) {
   struct sigaction action {};
   action.sa_handler = [](int) {};
   sigaction(SIGUSR2, &action, nullptr);
@@ -288,7 +288,7 @@ TEST(SmtpReply, IsWaitedForWithTheErrorCode109WhenASignalComesInBetween) {
 
 // ---- Recipients
 
-TEST(SmtpRecipient, ThatIsRefusedMakesTheDialogueReadOn) {
+TEST(SmtpRecipient, ThatIsRefusedMakesTheClientWaitForAnotherReply) {
   const ScriptedSmtpServer server([](SmtpPeer& peer) {
     SmtpReplies replies;
     replies.recipient = "550 no such user\r\n250 but go on\r\n";
@@ -301,7 +301,7 @@ TEST(SmtpRecipient, ThatIsRefusedMakesTheDialogueReadOn) {
   EXPECT_EQ(CodeOf([&] { mail->Send(); }), 305);
 }
 
-TEST(SmtpRecipient, TheCodeIs305OnlyWhenTheRefusalsAreAsManyAsTheRecipients) {
+TEST(SmtpRecipient, TheCodeIs305OnlyIfThereAreAsManyRefusalsAsRecipients) {
   for (const auto& [refusals, code] : {std::pair(1, 0), {2, 305}, {3, 0}}) {
     int left = refusals;
     const ScriptedSmtpServer server([&left](SmtpPeer& peer) {
@@ -327,7 +327,7 @@ TEST(SmtpRecipient, TheCodeIs305OnlyWhenTheRefusalsAreAsManyAsTheRecipients) {
   }
 }
 
-TEST(SmtpRecipient, OfACopyThatIsRefusedHasNoCodeOfItsOwn) {
+TEST(SmtpRecipient, OfACopyThatIsRefusedCausesNoCode) {
   const ScriptedSmtpServer server([](SmtpPeer& peer) {
     SmtpReplies replies;
     replies.recipient = "250 yes\r\n";
@@ -349,7 +349,7 @@ TEST(SmtpRecipient, OfACopyThatIsRefusedHasNoCodeOfItsOwn) {
   EXPECT_EQ(CodeOf([&] { copy->Send(); }), 0) << "two refusals of one To recipient are not 305";
 }
 
-TEST(SmtpRecipient, LackingAltogetherIs203AfterMailFromEvenWithCopies) {
+TEST(SmtpRecipient, MissingAltogetherIs203AfterMailFromEvenWithCopies) {
   const ScriptedSmtpServer server;
   const auto mail = SmallMail(server.port());
   mail->DelRecipients();
@@ -358,7 +358,7 @@ TEST(SmtpRecipient, LackingAltogetherIs203AfterMailFromEvenWithCopies) {
   EXPECT_THAT(server.heard(), EndsWith("MAIL FROM:<pump3@plant.example>\r\n"));
 }
 
-// ---- What the mail lacks
+// ---- Missing fields
 
 TEST(SmtpLogin, ThatIsEmptyIs204AfterAuthLogin) {
   const ScriptedSmtpServer server;
@@ -376,7 +376,7 @@ TEST(SmtpLogin, WithoutAPasswordIs205AfterTheLogin) {
   EXPECT_THAT(server.heard(), EndsWith("AUTH LOGIN\r\ncGxj\r\n"));
 }
 
-TEST(SmtpSender, ThatLacksIs201AfterTheLogin) {
+TEST(SmtpSender, ThatIsMissingIs201AfterTheLogin) {
   const ScriptedSmtpServer server;
   const auto mail = SmallMail(server.port());
   mail->SetSenderMail("");
@@ -384,14 +384,14 @@ TEST(SmtpSender, ThatLacksIs201AfterTheLogin) {
   EXPECT_THAT(server.heard(), EndsWith("\r\nczNjcmV0\r\n"));
 }
 
-TEST(SmtpTime, ThatLacksIs409AfterData) {
+TEST(SmtpTime, ThatIsMissingIs409AfterData) {
   const CallsGuard calls({.time = 0});
   const ScriptedSmtpServer server;
   EXPECT_EQ(CodeOfSending(server), 409);
   EXPECT_THAT(server.heard(), EndsWith("DATA\r\n"));
 }
 
-TEST(SmtpLogin, OfEightKilobytesEachGoesOutWhole) {
+TEST(SmtpLogin, OfEightKilobytesEachIsSentWhole) {
   const ScriptedSmtpServer server;
   const auto mail = SmallMail(server.port());
   const std::string login(8192, 'l');
@@ -409,7 +409,7 @@ TEST(SmtpLogin, OfEightKilobytesEachGoesOutWhole) {
 
 // ---- The text
 
-TEST(SmtpBody, WithoutLinesIsABlank) {
+TEST(SmtpBody, WithoutLinesIsASpace) {
   const ScriptedSmtpServer server;
   const auto mail = SmallMail(server.port());
   mail->DelMsgLines();
@@ -426,7 +426,7 @@ TEST(SmtpBody, OfAnEmptyLineIsALineEnd) {
   EXPECT_EQ(BodyOf(server.heard()), "\r\n");
 }
 
-TEST(SmtpBody, LinesGoOutInOrderAndAsTheyAre) {
+TEST(SmtpBody, LinesAreSentInOrderAndAsTheyAre) {
   const ScriptedSmtpServer server;
   const auto mail = SmallMail(server.port());
   mail->DelMsgLines();
@@ -448,7 +448,7 @@ TEST(SmtpBody, ADotAloneOnALineEndsTheMessageEarly) {
 /// Texts around the size of the send buffer, and far above it.
 class SmtpLongText : public testing::TestWithParam<std::size_t> {};
 
-TEST_P(SmtpLongText, GoesOutWhole) {
+TEST_P(SmtpLongText, IsSentWhole) {
   std::string text;
   while (text.size() < GetParam()) text += std::to_string(text.size()) + ' ';
   text.resize(GetParam());
@@ -471,7 +471,7 @@ INSTANTIATE_TEST_SUITE_P(OfSize, SmtpLongText,
 
 class SmtpAttachment : public testing::Test {
  protected:
-  /// The code of sending a mail with these files; `heard_` has what the server heard, which ends
+  /// The code of sending a mail with these files; `heard_` holds what the server heard, which ends
   /// with `end`.
   int Send(const std::vector<std::string>& paths, const std::string& end = "QUIT\r\n") {
     const ScriptedSmtpServer server;
@@ -513,7 +513,7 @@ class SmtpAttachment : public testing::Test {
   std::string heard_;
 };
 
-TEST_F(SmtpAttachment, FollowsTheTextInAPartOfItsOwn) {
+TEST_F(SmtpAttachment, FollowsTheTextInASeparatePart) {
   const std::string path = folder_.Write("report.csv", "level;2.4\n");
   EXPECT_EQ(Send({path}), 0);
   EXPECT_THAT(MessageOf(heard_),
@@ -522,7 +522,7 @@ TEST_F(SmtpAttachment, FollowsTheTextInAPartOfItsOwn) {
                        PartHeader(path) + "bGV2ZWw7Mi40Cg==\r\n" + "\r\n" + kBoundary + "--\r\n"));
 }
 
-TEST_F(SmtpAttachment, HasTheBoundaryThreeTimesBehindTheContentTypeLine) {
+TEST_F(SmtpAttachment, HasTheBoundaryThreeTimesAfterTheContentTypeLine) {
   EXPECT_EQ(Send({folder_.Write("a", "x")}), 0);
   const std::string message = MessageOf(heard_);
   EXPECT_EQ(Occurrences(message.substr(message.find("boundary=\"") + 45),
@@ -547,7 +547,7 @@ TEST_F(SmtpAttachment, WhoseSizeIsAMultipleOfALineEndsWithAnEmptyLine) {
   EXPECT_THAT(heard_, HasSubstr("\r\n\r\n" + std::string(72, '/') + "\r\n\r\n\r\n" + kBoundary));
 }
 
-TEST_F(SmtpAttachment, ComesOnceForEachOfSeveralFiles) {
+TEST_F(SmtpAttachment, IsSentOnceForEachOfSeveralFiles) {
   const std::string first = folder_.Write("first", "1");
   const std::string second = folder_.Write("second", "2");
   EXPECT_EQ(Send({first, second}), 0);
@@ -603,7 +603,7 @@ TEST_F(SmtpAttachment, ThatIsMissingIs404AfterItsHeader) {
   EXPECT_THAT(heard_, EndsWith(PartHeader(path)));
 }
 
-TEST_F(SmtpAttachment, StaysOpenWhenTheSendFailsMeanwhile) {
+TEST_F(SmtpAttachment, StaysOpenWhenSendingItFails) {
   const std::string path = folder_.Write("big", Bytes(5243904));
   const auto before = test_support::OpenDescriptors();
   EXPECT_EQ(Send({path}, PartHeader(path)), 405);
@@ -636,7 +636,7 @@ TEST(SmtpSending, OfALineThatDoesNotFitInMemoryIs408) {
   EXPECT_EQ(CodeOf([&] { mail->Send(); }), 408);
 }
 
-TEST(SmtpSending, OfTheBufferSaysOnceMoreWhatWasSaidLast) {
+TEST(SmtpSending, OfTheBufferAgainRepeatsWhatWasSentLast) {
   const ScriptedSmtpServer server([](SmtpPeer& peer) {
     peer.Say("220 a\r\n");
     peer.HearLine();
@@ -658,7 +658,7 @@ TEST(SmtpSending, AThousandTimesInVainLeavesAHundredSocketsOpenAndThenIs106) {
   getrlimit(RLIMIT_NOFILE, &limit);
   const rlimit few{static_cast<rlim_t>(test_support::OpenDescriptors()) + 100, limit.rlim_max};
   unsigned short port = 0;
-  { port = ScriptedSmtpServer().port(); }  // nobody listens there any more
+  { port = ScriptedSmtpServer().port(); }  // nothing listens there any more
   setrlimit(RLIMIT_NOFILE, &few);
   std::map<int, int> codes;
   for (int i = 0; i < 1000; ++i) ++codes[CodeOf([port] { SmallMail(port)->Send(); })];

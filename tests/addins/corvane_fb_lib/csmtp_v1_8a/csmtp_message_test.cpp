@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The message as it is composed, to the byte.
+// The composed message, byte for byte.
 #include <gmock/gmock.h>
 
 #include <cstdlib>
@@ -81,7 +81,7 @@ TEST_F(MailHeader, OfAMessageWithEverythingIsThis) {
             "\r\n");
 }
 
-TEST_F(MailHeader, JoinsRecipientsWithoutNamesByACommaAlone) {
+TEST_F(MailHeader, JoinsRecipientsWithoutNamesWithJustAComma) {
   mail_.AddRecipient("b@x.example", nullptr);
   EXPECT_THAT(Header(), HasSubstr("\r\nTo: <a@x.example>,<b@x.example>\r\n"));
 }
@@ -92,7 +92,7 @@ TEST_F(MailHeader, PutsARecipientsNameRightBeforeItsAddress) {
   EXPECT_THAT(Header(), HasSubstr("\r\nTo: Bert<b@x.example>\r\n"));
 }
 
-TEST_F(MailHeader, HasTwoBlanksForAnEmptySubject) {
+TEST_F(MailHeader, HasTwoSpacesForAnEmptySubject) {
   mail_.SetSubject("");
   EXPECT_THAT(Header(), HasSubstr("\r\nSubject:  \r\n"));
 }
@@ -112,7 +112,7 @@ TEST_F(MailHeader, NamesThePriorityAndCountsUnknownOnesAsNormal) {
   }
 }
 
-TEST_F(MailHeader, TakesAnyTextAsItIs) {
+TEST_F(MailHeader, AcceptsAnyTextAsItIs) {
   mail_.SetSubject(
       "Gr\xC3\xBC\xC3\x9F"
       "e %s%n\r\nX-Own: field");
@@ -120,12 +120,12 @@ TEST_F(MailHeader, TakesAnyTextAsItIs) {
                                   "e %s%n\r\nX-Own: field\r\n"));
 }
 
-TEST_F(MailHeader, GivesTheDateInLocalTime) {
+TEST_F(MailHeader, HasTheDateInLocalTime) {
   setenv("TZ", "XYZ-5:30", 1);
   EXPECT_THAT(Header(), HasSubstr("Date: 5 Mar 2024 14:37:3\r\n"));
 }
 
-TEST_F(MailHeader, GivesADateBehindTheYear2038) {
+TEST_F(MailHeader, HasADateAfterTheYear2038) {
   constexpr std::time_t kJanuary1st2100 = 4102444800;
   const CallsGuard calls({.time = kJanuary1st2100});
   EXPECT_THAT(Header(), HasSubstr("Date: 1 Jan 2100 0:0:0\r\n"));
@@ -144,7 +144,7 @@ TEST_F(MailHeader, NamesEveryMonth) {
   }
 }
 
-TEST_F(MailHeader, WithoutATimeIs409EvenWhenRecipientAndSenderLackToo) {
+TEST_F(MailHeader, WithoutATimeIs409EvenIfRecipientAndSenderAreAlsoMissing) {
   mail_.DelRecipients();
   mail_.SetSenderMail("");
   for (const std::time_t time : {std::time_t{0}, std::time_t{-1}}) {
@@ -153,7 +153,7 @@ TEST_F(MailHeader, WithoutATimeIs409EvenWhenRecipientAndSenderLackToo) {
   }
 }
 
-TEST_F(MailHeader, WithoutARecipientIs203EvenWhenTheSenderLacksToo) {
+TEST_F(MailHeader, WithoutARecipientIs203EvenIfTheSenderIsAlsoMissing) {
   mail_.DelRecipients();
   mail_.SetSenderMail("");
   EXPECT_EQ(CodeOf([this] { Header(); }), 203);

@@ -133,7 +133,7 @@ TEST_F(MailWithThreeLines, LosesTheLineThatIsDeleted) {
   EXPECT_THAT(Lines(), testing::ElementsAre("two"));
 }
 
-TEST_F(MailWithThreeLines, LosesTheLastLineWhenTheOneBehindItIsDeleted) {
+TEST_F(MailWithThreeLines, LosesTheLastLineWhenTheOneAfterItIsDeleted) {
   mail_.DelMsgLine(3);
   EXPECT_THAT(Lines(), testing::ElementsAre("zero", "one"));
 }
@@ -155,7 +155,7 @@ TEST_F(MailWithThreeLines, StaysAsItIsForANullText) {
   EXPECT_THAT(Lines(), testing::ElementsAre("zero", "one", "two"));
 }
 
-TEST_F(MailWithThreeLines, IsOutOfRangeWhenTheLineBehindTheLastIsReplaced) {
+TEST_F(MailWithThreeLines, IsOutOfRangeWhenTheLineAfterTheLastIsReplaced) {
   try {
     mail_.ModMsgLine(3, "text");
     FAIL() << "no exception";
@@ -168,7 +168,7 @@ TEST_F(MailWithThreeLines, RefusesToReplaceALineFurtherOutWith412) {
   EXPECT_EQ(CodeOf([this] { mail_.ModMsgLine(4, "text"); }), 412);
 }
 
-TEST_F(MailWithThreeLines, IsOutOfRangeWhenTheLineBehindTheLastIsRead) {
+TEST_F(MailWithThreeLines, IsOutOfRangeWhenTheLineAfterTheLastIsRead) {
   try {
     static_cast<void>(mail_.GetMsgLineText(3));
     FAIL() << "no exception";

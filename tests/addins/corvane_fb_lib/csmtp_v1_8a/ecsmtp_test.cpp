@@ -8,7 +8,7 @@
 
 namespace {
 
-// The texts as control programs compare them, and nothing between.
+// Control programs compare these texts, so they must stay as they are; there are no others.
 const std::map<int, std::string> kTexts = {
     {0, ""},
     {100, "Unable to initialise winsock2"},
@@ -49,7 +49,7 @@ const std::map<int, std::string> kTexts = {
     {412, "Specified line number is out of message size"},
 };
 
-TEST(SmtpError, EveryCodeHasItsTextAndAllOthersAreUndefined) {
+TEST(SmtpError, EveryCodeHasATextAndAllOthersAreUndefined) {
   for (int code = -2; code <= 1000; ++code) {
     const auto known = kTexts.find(code);
     EXPECT_EQ(ECSmtp(code).GetErrorText(),
@@ -59,7 +59,7 @@ TEST(SmtpError, EveryCodeHasItsTextAndAllOthersAreUndefined) {
   }
 }
 
-TEST(SmtpError, AFailedWaitAndAConnectionTimeOutHaveNoTextOfTheirOwn) {
+TEST(SmtpError, AFailedWaitAndAConnectionTimeOutHaveNoText) {
   EXPECT_EQ(ECSmtp(SMTP_ERR_SELECT).GetErrorText(), "Undefined error id");
   EXPECT_EQ(ECSmtp(SMTP_ERR_CONNECT_TIMEOUT).GetErrorText(), "Undefined error id");
   EXPECT_EQ(SMTP_ERR_SELECT, 109);

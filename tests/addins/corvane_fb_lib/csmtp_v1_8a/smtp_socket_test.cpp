@@ -64,7 +64,7 @@ TEST(SmtpConnection, GoesToThePortAsItIs) {
   EXPECT_EQ(target.port, 2525);
 }
 
-TEST(SmtpConnection, WithPort0GoesToTheServiceMail) {
+TEST(SmtpConnection, WithPort0ConnectsToTheMailService) {
   EXPECT_EQ(TargetOf("10.1.2.3", 0).port, 25);
 }
 
@@ -125,7 +125,7 @@ TEST(SmtpConnection, WhoseWaitFailsIs109AndClosed) {
   EXPECT_EQ(OpenDescriptors(), before);
 }
 
-TEST(SmtpConnection, WithUrgentDataInPlaceOfItsOutcomeIs109AndClosed) {
+TEST(SmtpConnection, WithUrgentDataInsteadOfItsOutcomeIs109AndClosed) {
   const CallsGuard calls(
       {.poll_reports = POLLPRI, .connect = [](const sockaddr_in&) { return EINPROGRESS; }});
   const auto before = OpenDescriptors();

@@ -14,7 +14,7 @@
 
 namespace test_support {
 
-/// The code that `action` throws; 0 when it throws nothing.
+/// The code that `action` throws; 0 if it throws nothing.
 template <class Action>
 int CodeOf(const Action& action) {
   try {
@@ -25,7 +25,7 @@ int CodeOf(const Action& action) {
   return SMTP_NO_ERROR;
 }
 
-/// A message that lacks nothing, for the server at `port`.
+/// A complete message for the server at `port`.
 inline std::unique_ptr<CSmtp> SmallMail(unsigned short port) {
   auto mail = std::make_unique<CSmtp>();
   mail->SetSMTPServer("127.0.0.1", port);
@@ -39,12 +39,12 @@ inline std::unique_ptr<CSmtp> SmallMail(unsigned short port) {
   return mail;
 }
 
-/// The code that sending a small mail to the server ends with.
+/// The code with which sending a small mail to the server ends.
 inline int CodeOfSending(const ScriptedSmtpServer& server) {
   return CodeOf([&] { SmallMail(server.port())->Send(); });
 }
 
-/// A folder that is gone with its contents when the test ends.
+/// A folder that is removed with its contents when the test ends.
 class TemporaryFolder {
  public:
   TemporaryFolder() {

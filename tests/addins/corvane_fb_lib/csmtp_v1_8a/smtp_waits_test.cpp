@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What takes ten seconds by design. All of it runs at once, on threads of its own, before the first
-// test looks at a result; CTest knows the program as one test.
+// What takes ten seconds by design. All of it runs at once, on separate threads, before the first
+// test looks at a result; CTest runs the program as one test.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
@@ -42,11 +42,11 @@ Outcome SendToSilence() {
   return SendTo(ScriptedSmtpServer([](SmtpPeer& peer) { peer.Idle(); }));
 }
 
-/// Sends to a server that falls silent at `stage`.
+/// Sends to a server that stops answering at `stage`.
 std::function<Outcome()> SilenceAt(std::string SmtpReplies::*stage) {
   return [stage] {
     SmtpReplies replies;
-    replies.*stage = "\x01";  // no line, so the client goes on waiting
+    replies.*stage = "\x01";  // not a line, so the client keeps waiting
     return SendTo(ScriptedSmtpServer([replies](SmtpPeer& peer) {
       Serve(peer, replies);
       peer.Idle();
@@ -75,7 +75,7 @@ Outcome SendToSlowServer() {
   }));
 }
 
-/// The greeting's last bytes come after its ten seconds, the first ones in time.
+/// The greeting's last bytes arrive after its ten seconds, the first ones in time.
 Outcome SendToServerWithLateLineEnd() {
   return SendTo(ScriptedSmtpServer([](SmtpPeer& peer) {
     peer.Say("220 ready");
@@ -91,7 +91,7 @@ Outcome SendToServerThatRefusesRecipient() {
   return SendTo(ScriptedSmtpServer([replies](SmtpPeer& peer) { Serve(peer, replies); }));
 }
 
-/// A script that stops reading when the message comes.
+/// A script that stops reading when the message arrives.
 void StopReadingAtData(SmtpPeer& peer) {
   SmtpReplies replies;
   replies.message = "";
@@ -120,7 +120,7 @@ Outcome SendFileToServerThatStopsReading() {
   return TimedCodeOf([&] { mail->Send(); });
 }
 
-/// Reads the message a little at a time: slower than ten seconds, but never ten without progress.
+/// Reads the message a little at a time: for more than ten seconds, but never ten without progress.
 Outcome SendToSlowReader() {
   const ScriptedSmtpServer server([](SmtpPeer& peer) {
     for (const char* reply : {"220 a\r\n", "250 b\r\n", "334 c\r\n", "334 d\r\n", "235 e\r\n",
@@ -143,7 +143,7 @@ Outcome SendToSlowReader() {
   return TimedCodeOf([&] { mail->Send(); });
 }
 
-/// A listener whose queue is full drops what comes: the handshake never ends.
+/// A listener whose queue is full drops what arrives, so the handshake never ends.
 Outcome ConnectToFullListener() {
   const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   sockaddr_in address{};
@@ -215,7 +215,7 @@ TEST_F(SmtpWait, IsTenSecondsForAWholeLineNotForEachByte) {
   ExpectAfterTenSeconds("late line end", 402);
 }
 
-TEST_F(SmtpWait, BeginsAnewWithEachLine) {
+TEST_F(SmtpWait, StartsAgainWithEachLine) {
   EXPECT_EQ(outcomes_.at("slow").code, 301);
   EXPECT_GE(outcomes_.at("slow").seconds, 11.9);
 }
@@ -229,12 +229,12 @@ TEST_F(SmtpWait, ForAServerThatStopsReadingEndsAfterTenSecondsWith402) {
   ExpectAfterTenSeconds("file not read", 402);
 }
 
-TEST_F(SmtpWait, BeginsAnewWithEachPieceThatASlowReaderTakes) {
+TEST_F(SmtpWait, StartsAgainWithEachPieceThatASlowReaderAccepts) {
   EXPECT_EQ(outcomes_.at("slow reader").code, 0);
   EXPECT_GE(outcomes_.at("slow reader").seconds, 11.9);
 }
 
-TEST_F(SmtpWait, AfterARefusedRecipientIsForAReplyThatNoServerGives) {
+TEST_F(SmtpWait, AfterARefusedRecipientIsForAReplyThatNoServerSends) {
   ExpectAfterTenSeconds("refused recipient", 402);
 }
 
