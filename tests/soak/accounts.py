@@ -163,7 +163,7 @@ LOG_LINE = TIME + r"(\w+) +(.*)$"
 
 
 def check_log(log, program, faults, failed_mails):
-    complaints, mail_lines = [], 0
+    complaints, logged = [], collections.Counter()  # how many mails, by the kind of line
     told = collections.defaultdict(list)  # index in EXPLAINED -> [Event]
     # A shell, which writes piece by piece, may have begun a line that the log then continues.
     lines = [Event(event.time, line) for event in log
@@ -177,15 +177,15 @@ def check_log(log, program, faults, failed_mails):
             row = next((i for i, row in enumerate(EXPLAINED) if re.match(row.pattern, match[2])),
                        None)
             if not match[2].startswith("modem port "):
-                mail_lines += 1
+                logged["name" if match[2].startswith("SEND_EMAIL of ") else "error"] += 1
             elif row is None:
                 complaints.append(f"no fault explains: {event.line}")
             else:
                 told[row].append(event)
     for row, events in told.items():
         complaints += check_warned(EXPLAINED[row], events, prolonged(faults, program))
-    if mail_lines != failed_mails:
-        complaints.append(f"{failed_mails} mails failed, but the log reports {mail_lines}")
+    complaints += [f"{failed_mails} mails failed, but the log has the {what} of {logged[what]}"
+                   for what in ("error", "name") if logged[what] != failed_mails]
     return complaints
 
 

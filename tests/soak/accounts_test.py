@@ -79,6 +79,11 @@ class Sent(unittest.TestCase):
         self.assertFalse(sent([self.mute, self.take, self.take], [self.reported]))
         self.assertFalse(sent([self.take, self.unplug, self.take], [self.reported]))
 
+    def test_a_confirmation_is_lost_while_the_modem_is_unplugged(self):
+        back = "plugged in again link=/tmp/modem device=/dev/pts/4"
+        self.assertFalse(sent([self.unplug, self.take, back, self.take], [self.reported]))
+        self.assertTrue(sent([self.unplug, back, self.take, self.take], [self.reported]))
+
     def test_one_fault_loses_one_confirmation(self):
         self.assertTrue(sent([self.mute, *[self.take] * 3], [self.reported]))
         self.assertTrue(sent([*[self.take] * 2, self.unplug, self.take], [self.reported]))
@@ -454,10 +459,13 @@ class Log(unittest.TestCase):
 
     def test_each_failed_mail_is_logged(self):
         lines = [self.stamp + "warning Lack of memory",
+                 self.stamp + 'warning SEND_EMAIL of soak.lua:19, "soak 1" by 127.0.0.1 port 25: code 408',
                  "sh: 1: " + self.stamp + "info    all is well"]
         starved = [Span("no descriptors", 0, 3)]
         self.assertFalse(self.log(lines, starved, 1))
         self.assertTrue(self.log(lines, starved, 2))
+        self.assertTrue(self.log(lines[1:], starved, 1))
+        self.assertTrue(self.log([lines[0], lines[2]], starved, 1))
         self.assertTrue(self.log(lines, [], 1))
 
 

@@ -41,6 +41,7 @@ class SentMessages:
         self.complaints = []
         self.last = None  # the last event that the controller caused, if it was a take
         self.muted_until = None  # set until a take has met it
+        self.unplugged = False
         for event in history:
             self.look_at(event)
 
@@ -57,19 +58,22 @@ class SentMessages:
         elif match := re.match(r"muted for (\S+)$", event.line):
             self.muted_until = event.time + seconds_of(match[1]) + LAG
         elif event.line.startswith("unplugged for "):
+            self.unplugged = True
             if self.last is not None:  # nothing since, so its confirmation may not have been seen
                 self.last.exposed |= event.time <= self.last.time + LAG
+        elif event.line.startswith("plugged in again"):
+            self.unplugged = False
         elif event.line.startswith("deleted place "):
             self.last = None
         elif event.line.startswith("refused: "):
             self.complaints.append(f"the modem cannot use what it got: {event.line}")
 
     def add(self, number, part, time):
-        self.last = Take(time)
+        self.last = Take(time, exposed=self.unplugged)
         self.takes[number, part].append(self.last)
         self.attempts[number].append(self.last)
         if self.muted_until is not None:  # it hears nothing, so only one take can be affected
-            self.last.exposed = time <= self.muted_until
+            self.last.exposed |= time <= self.muted_until
             self.muted_until = None
 
     def last_refusals(self, number):
