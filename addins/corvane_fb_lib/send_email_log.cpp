@@ -3,15 +3,18 @@
 
 #include <algorithm>
 
-#include "addins/corvane_fb_lib/csmtp_v1_8a/shown_reply.h"
+#include "libs/base/printable.h"
+
+using corvane::PrintableBeginning;
 
 namespace {
 
-constexpr std::size_t kLongestName = 60;  // octets of a subject or a server's name
+constexpr std::size_t kLongestStep = 200;  // octets, with an address
+constexpr std::size_t kLongestName = 60;   // octets of a subject or a server's name
 constexpr std::size_t kMaxSubjects = 10;
 
 std::string Quoted(const std::string& subject) {
-  return "\"" + ShownText(subject, kLongestName) + "\"";
+  return "\"" + PrintableBeginning(subject, kLongestName) + "\"";
 }
 
 /// What helps most often; empty where the server's line and the step tell it.
@@ -43,7 +46,7 @@ std::string NameOfBlock(const std::string& type_name, lua_State* L) {
   for (int level = 0; lua_getstack(L, level, &where) != 0; ++level) {
     lua_getinfo(L, "Sl", &where);
     if (where.currentline <= 0) continue;  // a function in C
-    return type_name + " of " + ShownText(where.short_src) + ":" +
+    return type_name + " of " + corvane::Printable(where.short_src) + ":" +
            std::to_string(where.currentline);
   }
   return type_name;
@@ -51,8 +54,8 @@ std::string NameOfBlock(const std::string& type_name, lua_State* L) {
 
 std::string NameOfMail(const std::string& block, const std::string& subject,
                        const std::string& server, unsigned short port) {
-  return block + ", " + Quoted(subject) + " by " + ShownText(server, kLongestName) + " port " +
-         std::to_string(port);
+  return block + ", " + Quoted(subject) + " by " + PrintableBeginning(server, kLongestName) +
+         " port " + std::to_string(port);
 }
 
 std::string DescribeRefusal(const std::string& name_of_mail, const ECSmtp& error) {
@@ -64,7 +67,8 @@ std::string DescribeFailure(const std::string& block, const CSmtp& mail, const E
   const std::int32_t code = error.GetErrorNum();
   std::string text =
       NameOfMail(block, mail.GetSubject(), mail.GetSMTPServer(), mail.GetSMTPPort()) + ": code " +
-      std::to_string(code) + " " + ShownText(progress.step) + Hint(code) + WhoHasIt(progress.taken);
+      std::to_string(code) + " " + PrintableBeginning(progress.step, kLongestStep) + Hint(code) +
+      WhoHasIt(progress.taken);
   const std::string reply = mail.ShownReply();
   return reply.empty() ? text : text + "; the server's last line: " + reply;
 }

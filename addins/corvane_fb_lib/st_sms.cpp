@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "addins/corvane_fb_lib/driver_reply.h"
+#include "addins/corvane_fb_lib/receiver_advice.h"
 #include "addins/corvane_fb_lib/sms.h"
 #include "addins/corvane_fb_lib/tokenize.h"
 
@@ -84,7 +85,9 @@ void SendSMSFB::Register() {
 void SendSMSFB::QueueMessages() {
   const std::string text = GetString("Message");
   std::vector<std::string> numbers;
-  tokenize(numbers, GetString("Receiver"), " ,", false);
+  const std::string receiver = GetString("Receiver");
+  tokenize(numbers, receiver, " ,", false);
+  Advise(receiver, numbers);
   for (const std::string& number : numbers) {
     if (number.empty()) continue;
     const auto message = boost::make_shared<sms::SMSSubmit>();
@@ -97,6 +100,14 @@ void SendSMSFB::QueueMessages() {
     }
   }
   SetValue("State", state_);
+}
+
+void SendSMSFB::Advise(const std::string& receiver, const std::vector<std::string>& numbers) {
+  if (receiver == advised_receiver_) return;
+  const std::string advice = AdviceOnReceiver(receiver, numbers);
+  if (advice.empty()) return;
+  advised_receiver_ = receiver;
+  logMsgLn(advice.c_str());
 }
 
 int SendSMSFB::getPriority() {

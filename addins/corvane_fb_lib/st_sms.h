@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <deque>
 #include <string>
+#include <vector>
 
 #include "addins/corvane_fb_lib/base_fb.h"
 #include "addins/corvane_fb_lib/lua_glue.h"
@@ -50,6 +51,8 @@ class SendSMSFB : public BaseFB<SendSMSFB> {
   void Register();
   /// Queues `Message` for every number in `Receiver`; what cannot be sent sets `Error`.
   void QueueMessages();
+  /// Logs what is odd about the receiver, once for each text.
+  void Advise(const std::string& receiver, const std::vector<std::string>& numbers);
   /// True while the front message has a PDU left.
   [[nodiscard]] bool HasPdu() const { return !queue_.empty() && !queue_.front()->pdus.empty(); }
   void Succeeded();
@@ -61,6 +64,7 @@ class SendSMSFB : public BaseFB<SendSMSFB> {
   std::deque<boost::shared_ptr<sms::SMSSubmit>> queue_;  // the front message is being sent
   std::int32_t retries_ = 0;  // failed exchanges since a PDU was last confirmed or given up
   bool last_send_ = false;    // `Send` at the last call
+  std::string advised_receiver_;
   std::int32_t state_ = kUnregistered;
 };
 

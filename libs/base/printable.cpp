@@ -53,4 +53,11 @@ std::string Printable(std::string_view text, std::string_view kept) {
   return shown;
 }
 
+std::string PrintableBeginning(std::string_view text, std::size_t limit) {
+  if (text.size() <= limit) return Printable(text);
+  const auto continues = [text](std::size_t i) { return (text[i] & 0xC0) == 0x80; };
+  for (int i = 0; i < 3 && limit > 0 && continues(limit); ++i) --limit;
+  return Printable(text.substr(0, limit)) + "...";
+}
+
 }  // namespace corvane

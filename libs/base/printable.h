@@ -2,6 +2,7 @@
 // Text from outside, made safe for a terminal and a log.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -11,5 +12,9 @@ namespace corvane {
 /// \xNN are: control characters, those of U+0080 to U+009F included, and octets that are not
 /// UTF-8. Control characters in `kept` stay as they are.
 [[nodiscard]] std::string Printable(std::string_view text, std::string_view kept = {});
+
+/// The first `limit` octets of `text` made printable, or up to three fewer, so that no character is
+/// cut; "..." after them where there are more.
+[[nodiscard]] std::string PrintableBeginning(std::string_view text, std::size_t limit);
 
 }  // namespace corvane

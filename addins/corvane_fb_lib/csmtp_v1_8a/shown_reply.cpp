@@ -11,7 +11,8 @@
 namespace {
 
 constexpr std::size_t kLongestReply = 512;  // octets of a reply line (RFC 5321 clause 4.5.3.1.5)
-constexpr std::size_t kShortestPiece = 4;   // a shorter one occurs in every text
+constexpr std::size_t kLongestShown = 200;
+constexpr std::size_t kShortestPiece = 4;  // a shorter one occurs in every text
 
 std::string LowerCase(std::string_view text) {
   std::string lower(text);
@@ -37,13 +38,6 @@ void HidePieces(const std::string& line, const std::string& secret, std::size_t 
 
 }  // namespace
 
-std::string ShownText(std::string_view text, std::size_t limit) {
-  if (text.size() <= limit) return corvane::Printable(text);
-  const auto continues = [text](std::size_t i) { return (text[i] & 0xC0) == 0x80; };
-  for (int i = 0; i < 3 && limit > 0 && continues(limit); ++i) --limit;
-  return corvane::Printable(text.substr(0, limit)) + "...";
-}
-
 std::string ShownReply(std::string_view line, const std::string& login,
                        const std::string& password) {
   line = line.substr(0, kLongestReply);
@@ -62,5 +56,5 @@ std::string ShownReply(std::string_view line, const std::string& login,
       open += "***";
     }
   }
-  return ShownText(open);
+  return corvane::PrintableBeginning(open, kLongestShown);
 }

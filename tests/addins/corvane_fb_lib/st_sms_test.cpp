@@ -238,6 +238,21 @@ TEST_F(SendSms, WithAReceiverOfSpacesAndCommasQueuesNothingAndKeepsTheError) {
   }
 }
 
+TEST_F(SendSms, WarnsOnceOfAReceiverThatIsPerhapsOneNumberWrittenWithBlanks) {
+  const auto send = [this] { Run("fb.Send = false fb() fb.Send = true fb()"); };
+  send();
+  EXPECT_THAT(test_support::TakeLog(), testing::IsEmpty());
+  Run("fb.Receiver = '+49 151 12345678'");
+  send();
+  send();
+  EXPECT_THAT(test_support::TakeLog(),
+              testing::ElementsAre(testing::StartsWith(
+                  "warning SEND_SMS: Receiver \"+49 151 12345678\" is taken for 3 receivers")));
+  Run("fb.Receiver = '112'");
+  send();
+  EXPECT_THAT(test_support::TakeLog(), testing::SizeIs(1));
+}
+
 TEST_F(SendSms, GivesEachReceiverItsOwnReference) {
   Run("fb.Message = ('\xD0\x96'):rep(71) fb.Receiver = '1 2'");
   Send();
@@ -494,7 +509,7 @@ TEST_F(SendSms, RandomAnswersDoNoHarm) {
   EXPECT_EQ(Queue(), "0");
 }
 
-TEST_F(SendSms, LogsNothing) {
+TEST_F(SendSms, LogsNothingOfAMessageThatIsSent) {
   Send();
   Complete();
   EXPECT_TRUE(test_support::TakeLog().empty());

@@ -10,6 +10,7 @@
 namespace {
 
 using corvane::Printable;
+using corvane::PrintableBeginning;
 
 TEST(Printable, LeavesTextInAnyScriptAsItIs) {
   EXPECT_EQ(Printable("Насос 2 läuft, \\n"), "Насос 2 läuft, \\n");
@@ -33,6 +34,16 @@ TEST(Printable, EscapesTheControlsOfTheUpperHalfAndNoOtherCharacter) {
 
 TEST(Printable, KeepsWhatItIsToldTo) {
   EXPECT_EQ(Printable("a\n\tb\r", "\n\t"), "a\n\tb\\r");
+}
+
+TEST(PrintableBeginning, CutsALongTextBetweenCharacters) {
+  EXPECT_EQ(PrintableBeginning("12345", 5), "12345");
+  EXPECT_EQ(PrintableBeginning("123456", 5), "12345...");
+  EXPECT_EQ(PrintableBeginning("123ü4", 4), "123...");
+  EXPECT_EQ(PrintableBeginning("123≥4", 5), "123...");
+  EXPECT_EQ(PrintableBeginning("12🚰4", 5), "12...");
+  EXPECT_EQ(PrintableBeginning("\x80\x80\x80\x80\x80\x80", 5), "\\x80\\x80...");
+  EXPECT_EQ(PrintableBeginning("a\nb", 2), "a\\n...");
 }
 
 }  // namespace

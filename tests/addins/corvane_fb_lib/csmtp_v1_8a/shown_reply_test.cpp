@@ -12,21 +12,6 @@ std::string Base64Of(const std::string& text) {
                        static_cast<unsigned>(text.size()));
 }
 
-TEST(ShownText, IsPrintable) {
-  EXPECT_EQ(ShownText(""), "");
-  EXPECT_EQ(ShownText("Füllstand ≥ 2,4 m"), "Füllstand ≥ 2,4 m");
-  EXPECT_EQ(ShownText(std::string_view("a\0b\r\n\x1B[2J\xFC", 10)), "a\\x00b\\r\\n\\x1B[2J\\xFC");
-}
-
-TEST(ShownText, CutsALongTextBetweenCharacters) {
-  EXPECT_EQ(ShownText("12345", 5), "12345");
-  EXPECT_EQ(ShownText("123456", 5), "12345...");
-  EXPECT_EQ(ShownText("123ü4", 4), "123...");
-  EXPECT_EQ(ShownText("123≥4", 5), "123...");
-  EXPECT_EQ(ShownText("12🚰4", 5), "12...");
-  EXPECT_EQ(ShownText("\x80\x80\x80\x80\x80\x80", 5), "\\x80\\x80...");
-}
-
 TEST(ShownReply, EndsBeforeTheLineEnd) {
   EXPECT_EQ(ShownReply("250 ok\r\n", "plc", "s3cret"), "250 ok");
   EXPECT_EQ(ShownReply("\n", "plc", "s3cret"), "");

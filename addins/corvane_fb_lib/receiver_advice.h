@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: MIT
+// What the log says of a `Receiver` that hardly means what it says. A pure function.
+#pragma once
+
+#include <string>
+#include <vector>
+
+/// Advice on a `Receiver` that SEND_SMS splits into `numbers`, of which one has fewer than four
+/// digits: it may be a piece of a number that was written with blanks ("+49 151 12345678"). One
+/// line for the log; empty when all numbers are longer, or there is none.
+[[nodiscard]] std::string AdviceOnReceiver(const std::string& receiver,
+                                           const std::vector<std::string>& numbers);
