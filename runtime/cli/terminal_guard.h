@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A terminal that is left as it was, also when a signal ends the process, and that never makes
-// anybody wait: who writes to it is told when it takes no more.
+// A terminal that is left as it was, also when a signal ends the process. Writing to it never
+// waits longer than the caller allows.
 #pragma once
 
 #include <chrono>

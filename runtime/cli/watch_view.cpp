@@ -85,13 +85,14 @@ void WatchView::Draw() {
   } while (events[0].revents == 0);
 }
 
+WatchView::Picture WatchView::Last() {
+  const std::lock_guard guard(mutex_);
+  return picture_;
+}
+
 /// Output goes on and marks grow old while the PLC task is busy, so both are added to its picture.
 void WatchView::Show() {
-  auto picture = std::make_shared<WatchPicture>();
-  {
-    const std::lock_guard guard(mutex_);
-    *picture = *picture_;
-  }
+  auto picture = std::make_shared<WatchPicture>(*Last());
   marks_.Mark(picture->blocks, std::chrono::steady_clock::now());
   picture->output = output_.LastLines(WatchPage::kOutputLines);
   if (screen_.Busy()) return;

@@ -48,7 +48,10 @@ class WatchView {
   void Update(const CycleStatistics& statistics);
 
  private:
+  using Picture = std::shared_ptr<const WatchPicture>;
+
   void Draw();
+  [[nodiscard]] Picture Last();
   void Show();
   void Press(const std::vector<KeyPress>& keys);
 
@@ -64,7 +67,7 @@ class WatchView {
   const ModemPortDriver* modems_ = nullptr;
   std::chrono::steady_clock::time_point taken_{};
   std::mutex mutex_;  // guards picture_
-  std::shared_ptr<const WatchPicture> picture_ = std::make_shared<WatchPicture>();
+  Picture picture_ = std::make_shared<WatchPicture>();
   std::thread thread_;
 };
 

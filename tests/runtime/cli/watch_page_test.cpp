@@ -85,8 +85,8 @@ TEST_F(WatchPageTest, ManyModemPortsLeaveRoomForBlocks) {
 TEST_F(WatchPageTest, FitsEverySize) {
   picture_.blocks[0].name = "水位水位水位水位水位水位水位水位";
   picture_.modems = {"modem 1: \x1b[2J"};
-  for (int rows = 1; rows < 40; ++rows) {
-    for (int columns = 1; columns < 90; columns += 3) {
+  for (int rows = 1; rows < 30; ++rows) {
+    for (int columns = 1; columns < 90; columns += 8) {
       for (const Key key : {Key::kEnd, Key::kPageUp}) {
         Press(key);
         const auto texts = Rows(rows, columns);
