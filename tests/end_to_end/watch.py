@@ -36,7 +36,7 @@ end
 
 
 class Screen(pyte.Screen):
-    """Of pyte, which lacks SU and SD of ECMA-48."""
+    """pyte's screen with SU and SD of ECMA-48, which pyte lacks."""
 
     def _scroll(self, count, row, step):
         kept, (top, bottom) = self.cursor.y, self.margins or (0, self.lines - 1)
@@ -82,7 +82,7 @@ class Terminal:
         fcntl.ioctl(self.slave, termios.TIOCSWINSZ, struct.pack("HHHH", lines, columns, 0, 0))
 
     def resize(self, lines, columns):
-        """As a terminal emulator does it: its own cells first, then the kernel's record."""
+        """Resizes as a terminal emulator does: first its own cells, then the kernel's record."""
         self.screen.resize(lines, columns)
         self.screen.erase_in_display(2)
         self.set_size(lines, columns)
@@ -105,14 +105,14 @@ class Terminal:
             self.take(0.05)
 
     def wait_for_end(self):
-        """Exit status; the terminal must be as it was before."""
+        """Returns the exit status; the terminal must be as it was before."""
         end = time.monotonic() + 60
         while self.process.poll() is None:
             assert time.monotonic() < end, "it does not end"
             self.take(0.05)
         self.take(0.1)
-        assert termios.tcgetattr(self.slave) == self.before, "other settings than before"
-        # The alternate screen is left, and the cursor shown, as often as not.
+        assert termios.tcgetattr(self.slave) == self.before, "the settings have changed"
+        # In the end the alternate screen has been left, and the cursor is shown.
         assert self.raw.rfind(b"\x1b[?1049l") > self.raw.rfind(b"\x1b[?1049h"), self.raw[-300:]
         assert not self.screen.cursor.hidden
         os.close(self.master)
@@ -123,7 +123,7 @@ class Terminal:
         os.write(self.master, keys)
 
     def fill(self):
-        """Nobody reads from now on: the kernel's buffers are full, so a write to them would wait."""
+        """Fills the kernel's buffers, which nobody reads from now on, so that writing to them would wait."""
         end = os.open(os.ttyname(self.slave), os.O_WRONLY | os.O_NOCTTY | os.O_NONBLOCK)
         while select.select([], [end], [], 0.3)[1]:  # for what the kernel moves on in the background
             try:
@@ -133,11 +133,11 @@ class Terminal:
         os.close(end)
 
     def stop_output(self):
-        """As Ctrl-S."""
+        """Stops the output, as Ctrl-S does."""
         self.press(b"\x13")
         end = time.monotonic() + 60
         while select.select([], [self.slave], [], 0)[1]:
-            assert time.monotonic() < end, "it takes output still"
+            assert time.monotonic() < end, "it still accepts output"
             self.take(0.05)
 
 
@@ -200,7 +200,7 @@ def test_leaves_the_terminal_on_every_end():
     terminal = Terminal("x = = 1")
     assert terminal.wait_for_end() == 1
 
-    terminal = Terminal("function cycle() end", "--addin", __file__)  # which is no library
+    terminal = Terminal("function cycle() end", "--addin", __file__)  # which is not a library
     assert terminal.wait_for_end() == 2
 
     for ending in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP):
@@ -215,7 +215,7 @@ def test_leaves_the_terminal_when_a_signal_ends_the_process():
     for ending in (signal.SIGTERM, signal.SIGINT, signal.SIGQUIT, signal.SIGABRT):
         terminal = Terminal(stuck)
         terminal.wait_for(" stuck")
-        while terminal.process.poll() is None:  # SIGTERM and SIGINT end it at the second time
+        while terminal.process.poll() is None:  # SIGTERM and SIGINT end it the second time
             terminal.process.send_signal(ending)
             terminal.take(0.05)
         assert terminal.wait_for_end() == -ending
@@ -346,7 +346,7 @@ def test_wide_characters_do_not_break_rows():
     assert terminal.wait_for_end() == 0
 
 
-def test_bears_a_flood_of_output():
+def test_survives_a_flood_of_output():
     flood = "line = ('x'):rep(99) function cycle() for i = 1, 10000 do print(line) end end"
     terminal = Terminal(flood)
     terminal.wait_for("xxxxx...")
@@ -362,11 +362,11 @@ def test_bears_a_flood_of_output():
 
 
 def must_end(terminal, status):
-    """Soon, and with the terminal's settings as before; nobody reads its output."""
+    """Checks that it ends soon, and restores the terminal's settings, while nobody reads its output."""
     begin = time.monotonic()
     assert terminal.process.wait(30) == status, terminal.process.returncode
-    assert time.monotonic() - begin < 5, "a second is the promise"
-    assert termios.tcgetattr(terminal.slave) == terminal.before, "other settings than before"
+    assert time.monotonic() - begin < 5, "it should end within a second"
+    assert termios.tcgetattr(terminal.slave) == terminal.before, "the settings have changed"
 
 
 def test_ends_on_a_terminal_that_nobody_reads():
@@ -377,7 +377,7 @@ def test_ends_on_a_terminal_that_nobody_reads():
         terminal.press(ending) if isinstance(ending, bytes) else terminal.process.send_signal(ending)
         must_end(terminal, 0)
 
-    # An error in the program, too, though nobody can see it.
+    # Also after an error in the program, though nobody can see it.
     terminal = Terminal("function cycle() if io.open('%s') then error('late') end end" % (folder.name + "/fail"))
     terminal.wait_for("cycle time")
     terminal.fill()
@@ -401,12 +401,12 @@ def test_ends_on_a_terminal_that_is_stopped():
         terminal.wait_for("alarm: SEND_SMS")
         terminal.stop_output()
         terminal.press(ending) if isinstance(ending, bytes) else terminal.process.send_signal(ending)
-        assert terminal.wait_for_end() == 0  # the screen is left, too
+        assert terminal.wait_for_end() == 0  # and the alternate screen is left
 
 
 def test_works_on_a_terminal_of_another_user():
-    """As after su: the terminal cannot be opened again. The descriptor that it shares with others
-    blocks again at the end."""
+    """As after su, when the terminal cannot be opened again. The descriptor that it shares with others must
+    block again at the end."""
     user = ["--reuid", "nobody", "--regid", "nogroup", "--clear-groups"]
     tried = subprocess.run(["setpriv", *user, corvane, "--version"], capture_output=True, text=True, check=False)
     if tried.returncode != 0:
@@ -421,7 +421,7 @@ def test_works_on_a_terminal_of_another_user():
     assert os.get_blocking(terminal.slave)
 
 
-def test_goes_on_when_a_stopped_terminal_is_started():
+def test_continues_when_a_stopped_terminal_is_started():
     terminal = Terminal(PROGRAM)
     terminal.wait_for("alarm: SEND_SMS")
     terminal.stop_output()
@@ -449,7 +449,7 @@ def test_works_on_terminals_of_many_types():
         terminal.take(0.1)
         assert terminal.process.returncode == 0
         assert termios.tcgetattr(terminal.slave) == terminal.before
-        assert b"$<" not in terminal.raw, "padding is no text"
+        assert b"$<" not in terminal.raw, "padding must not be printed"
 
 
 def test_refuses_what_is_not_a_usable_terminal():
