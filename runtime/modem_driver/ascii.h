@@ -2,10 +2,14 @@
 // Characters of the dialogue with a modem (ITU-T V.250, 3GPP TS 27.005).
 #pragma once
 
+#include <string_view>
+
 namespace corvane {
 
-inline constexpr char kCtrlZ = 0x1A;   ///< ends the text of a message
-inline constexpr char kEscape = 0x1B;  ///< leaves the prompt; the text is not sent
+inline constexpr char kCtrlZ = 0x1A;  ///< ends the text of a message
+/// Leaves the prompt, and the text is not sent. Modems that take no ESC outside a prompt see a
+/// command line that they do not know; without the CR the next command would be part of it.
+inline constexpr std::string_view kLeavePrompt = "\x1B\r";
 
 /// A letter as a capital, in ASCII only, whatever the locale.
 [[nodiscard]] constexpr char Upper(char c) {

@@ -121,7 +121,7 @@ ExchangeResult ModemExchange::Unfinished(AtAnswer& answer, const ModemRequest& r
 
 bool ModemExchange::Escape(milliseconds timeout) {
   SetState(State::kUnknown);
-  return line_.Write(std::string_view(&kEscape, 1), timeout);
+  return line_.Write(kLeavePrompt, timeout);
 }
 
 void ModemExchange::Report(std::string what) {

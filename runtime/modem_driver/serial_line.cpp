@@ -12,6 +12,7 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/serial_port.hpp>
@@ -21,6 +22,8 @@
 #include <utility>
 
 #include "libs/base/descriptor.h"
+#include "runtime/modem_driver/name_lookup.h"
+#include "runtime/modem_driver/read_allowance.h"
 
 namespace corvane {
 namespace {
@@ -50,17 +53,17 @@ class AsioLine : public SerialLine {
   }
 
   std::string_view Read(SteadyTime deadline) override {
-    if (received_ == 0 && loss_.empty()) {
+    if (received_ == 0 && loss_.empty() && MayRead(deadline)) {
       if (!reading_) StartReading();
       loop_.RunUntil(deadline, [this] { return !reading_; });
     }
+    if (loop_.stopped()) return {};  // a peer that never pauses would hold up the end
     return {room_.data(), std::exchange(received_, 0)};
   }
 
   bool Write(std::string_view octets, SteadyTime deadline) override {
     if (!loss_.empty()) return false;
     outgoing_ = octets;
-    writing_ = true;
     bool all_written = false;
     asio::async_write(stream_, asio::buffer(outgoing_),
                       [this, &all_written](const boost::system::error_code& error, std::size_t) {
@@ -68,9 +71,10 @@ class AsioLine : public SerialLine {
                         all_written = !error;
                         if (error && error != asio::error::operation_aborted) Lose(error);
                       });
+    writing_ = true;  // not before, since starting it may fail for want of memory
     if (loop_.RunUntil(deadline, [this] { return !writing_; })) return all_written;
     boost::system::error_code ignored;
-    stream_.cancel(ignored);  // the read, too; the next Read() starts it anew
+    stream_.cancel(ignored);  // the read, too; the next Read() starts it again
     while (writing_) loop_.io().run_one();
     Discard();
     return false;
@@ -81,14 +85,22 @@ class AsioLine : public SerialLine {
  private:
   static constexpr bool kIsDevice = std::is_same_v<Stream, asio::serial_port>;
 
+  /// Waits until the allowance lets the line be read, until the deadline at most.
+  bool MayRead(SteadyTime deadline) {
+    const SteadyTime next = allowance_.Next(steady_clock::now());
+    if (next > steady_clock::now()) loop_.SleepUntil(std::min(next, deadline));
+    return !loop_.stopped() && received_ == 0 && steady_clock::now() >= next;
+  }
+
   void StartReading() {
-    reading_ = true;
     stream_.async_read_some(asio::buffer(room_),
                             [this](const boost::system::error_code& error, std::size_t length) {
                               reading_ = false;
                               received_ = length;
+                              if (length > 0) allowance_.Use(length);
                               if (error && error != asio::error::operation_aborted) Lose(error);
                             });
+    reading_ = true;
   }
 
   void Lose(const boost::system::error_code& error) {
@@ -104,7 +116,8 @@ class AsioLine : public SerialLine {
 
   WaitLoop& loop_;
   Stream stream_;
-  std::array<char, 4096> room_{};
+  ReadAllowance allowance_{steady_clock::now()};
+  std::array<char, ReadAllowance::kPiece> room_{};
   std::size_t received_ = 0;  // octets in room_ that Read() has not handed over
   std::string outgoing_;
   std::string loss_;
@@ -225,14 +238,12 @@ void ProbeConnection(tcp::socket& connection) {
 std::unique_ptr<SerialLine> Connect(const ModemTarget& target, WaitLoop& loop) {
   const auto deadline = steady_clock::now() + kConnectTime;
   boost::system::error_code error;
-  tcp::resolver resolver(loop.io());
-  const auto addresses =
-      resolver.resolve(target.host, target.service, tcp::resolver::numeric_service, error);
-  if (error) throw LineError(target.Name() + ": " + error.message());
-  for (const auto& address : addresses) {
-    tcp::socket connection = MakeSocket(address.endpoint().protocol(), loop);
+  const LookupResult found = LookUp(target.host, target.service, deadline, loop);
+  if (found.addresses.empty()) throw LineError(target.Name() + ": " + found.error);
+  for (const tcp::endpoint& address : found.addresses) {
+    tcp::socket connection = MakeSocket(address.protocol(), loop);
     bool done = false;
-    connection.async_connect(address.endpoint(), [&](const boost::system::error_code& result) {
+    connection.async_connect(address, [&](const boost::system::error_code& result) {
       error = result;
       done = true;
     });

@@ -25,7 +25,8 @@ class SerialLine {
   virtual ~SerialLine() = default;
 
   /// Waits for octets until the deadline; empty: none came, the loop was stopped or the line is
-  /// lost. Valid until the next call.
+  /// lost. Valid until the next call. A peer that sends more than any modem for long is read at a
+  /// bounded rate (see ReadAllowance), whatever the deadline.
   [[nodiscard]] virtual std::string_view Read(SteadyTime deadline) = 0;
   /// False when the other side did not take all of it until the deadline, or the line is lost.
   [[nodiscard]] virtual bool Write(std::string_view octets, SteadyTime deadline) = 0;

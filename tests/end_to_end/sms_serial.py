@@ -8,7 +8,9 @@ device is unplugged midway; the example sms_echo runs as ./run starts it.
 import os
 import queue
 import re
+import resource
 import signal
+import socket
 import subprocess
 import sys
 import tempfile
@@ -51,6 +53,19 @@ function cycle()
   end
   reader.Read = received < tonumber(plc.args[1])
   if not reader.Read and reader.State == 1 then plc.stop() end  -- all of them are deleted, too
+end
+"""
+
+FLOODED_SECONDS = 5
+FLOODED = f"""
+local reader = READ_SMS.new {{ Port = 1, Read = true }}
+local begin, told = plc.clock(), false
+function cycle()
+  reader()
+  if plc.clock() - begin > {FLOODED_SECONDS} and not told then
+    told = true
+    print("running")
+  end
 end
 """
 
@@ -181,6 +196,33 @@ def unplugging_loses_and_repeats_nothing(folder):
     assert f"sent to +4915112345678 in 2 parts: {TO_SEND}" in lines, lines
 
 
+def a_peer_that_never_pauses_does_not_hold_up_the_end(folder):
+    """Also through the name service, which the host name needs."""
+    with socket.create_server(("127.0.0.1", 0)) as server:
+        def flood():
+            connection = server.accept()[0]
+            with connection:
+                try:
+                    while True:
+                        connection.sendall(b"y\n" * 32768)
+                except OSError:
+                    pass  # the program has ended
+        thread = threading.Thread(target=flood, daemon=True)
+        thread.start()
+        program = run(folder, f"tcp:localhost:{server.getsockname()[1]}", 1, "", program=FLOODED)
+        program.wait_for("^running")
+        cpu = resource.getrusage(resource.RUSAGE_CHILDREN)
+        begin = time.monotonic()
+        program.process.terminate()
+        program.end()
+        took = time.monotonic() - begin
+        after = resource.getrusage(resource.RUSAGE_CHILDREN)
+        print(f"ended after {took * 1000:.0f} ms, {after.ru_utime + after.ru_stime - cpu.ru_utime - cpu.ru_stime:.2f} s "
+              f"of processor time in {FLOODED_SECONDS} s")
+        assert took < 5, took  # a second on an idle machine
+        thread.join(LIMIT)
+
+
 def the_example_answers_its_scenario(_folder):
     environment = dict(os.environ, CORVANE=corvane)
     command = [project + "/examples/sms_echo.sh"]
@@ -212,7 +254,8 @@ def the_example_cleans_up_when_it_is_stopped(folder):
 
 for test in (texts_arrive_whole, modems_of_every_kind_are_understood,
              lists_in_forms_of_their_own_are_read_and_deleted, unplugging_loses_and_repeats_nothing,
-             the_example_answers_its_scenario, the_example_cleans_up_when_it_is_stopped):
+             a_peer_that_never_pauses_does_not_hold_up_the_end, the_example_answers_its_scenario,
+             the_example_cleans_up_when_it_is_stopped):
     with tempfile.TemporaryDirectory() as private:
         start = time.monotonic()
         test(private)

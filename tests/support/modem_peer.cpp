@@ -192,6 +192,7 @@ void ModemPeer::Take(std::string_view octets) {
       pending_ += c;
       if (c != '\r' && c != kCtrlZ) continue;
       request = std::exchange(pending_, {});
+      if (request == "\r") continue;  // an empty line, such as the one that ESC CR makes
       hidden = request == "ATE0V1\r" && !show_set_up_;
       if (!hidden) requests_.push_back(request);
     }

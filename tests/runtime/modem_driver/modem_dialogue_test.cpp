@@ -60,6 +60,11 @@ class ModemDialogueTest : public testing::Test {
   ModemDialogue dialogue_{target_, loop_, status_};
 };
 
+// A modem that takes no ESC where it has no prompt would read "ESC ATE0V1" as one unknown line.
+TEST_F(ModemDialogueTest, EndsTheLineOfItsEscape) {
+  EXPECT_THAT(wire_.written, testing::ElementsAre("\x1B\r", "ATE0V1\r"));
+}
+
 TEST_F(ModemDialogueTest, SendsNoTextToAModemThatHasStartedAnewBehindItsPrompt) {
   ASSERT_EQ(Exchange("AT+CMGS=18\r").text, ">");
   wire_.coming = "\r\nRDY\r\n";

@@ -8,9 +8,11 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 
+#include "runtime/modem_driver/read_allowance.h"
 #include "tests/support/modem_peer.h"
 #include "tests/support/temporary_folder.h"
 
@@ -20,6 +22,7 @@ using corvane::LineError;
 using corvane::ModemTarget;
 using corvane::OpenLine;
 using corvane::ParseModemTarget;
+using corvane::ReadAllowance;
 using corvane::WaitLoop;
 using test_support::ModemPeer;
 using test_support::PeerKind;
@@ -174,6 +177,31 @@ TEST_F(SerialLineTest, AWriteThatIsNotTakenInTimeFails) {
   EXPECT_EQ(line->loss(), "");
   loop_.Stop();  // nothing is waited for any more
   EXPECT_FALSE(line->Write(much, In(20)));
+}
+
+TEST_F(SerialLineTest, APeerThatNeverPausesIsReadAtABoundedRateAndHoldsUpNoEnd) {
+  for (const PeerKind kind : {PeerKind::kPseudoTerminal, PeerKind::kTcp}) {
+    std::atomic<bool> stop{false};
+    WaitLoop loop;
+    ModemPeer peer(
+        [&stop](ModemPeer& self, const std::string&) {
+          std::string yes;
+          while (yes.size() < 4096) yes += "y\n";
+          while (!stop) self.Send(yes);
+        },
+        kind);
+    const auto line = OpenLine(ParseModemTarget("1=" + peer.Target()), loop);
+    ASSERT_TRUE(line->Write("AT\r", In(20)));
+    std::size_t octets = 0;
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+    while (std::chrono::steady_clock::now() < end) octets += line->Read(In(20)).size();
+    const auto most = ReadAllowance::kAtOnce + 20 * ReadAllowance::kPerSecond;
+    EXPECT_LT(octets, most) << "the machine may be slow";
+    EXPECT_GT(octets, ReadAllowance::kPerSecond);
+    loop.Stop();
+    EXPECT_EQ(line->Read(In(20)), "");
+    stop = true;
+  }
 }
 
 TEST_F(SerialLineTest, AServerThatIsNotThereIsNamed) {
