@@ -88,7 +88,7 @@ bool IsAddress(std::string_view text) {
 }
 
 std::uint8_t TypeOfAddress(const Address& address) {
-  if (!IsNumber(address)) return kAlphanumeric;
+  if (!address.empty() && !IsNumber(address)) return kAlphanumeric;
   return address.starts_with('+') ? kInternational : kOtherNumber;
 }
 
@@ -99,7 +99,7 @@ Address ReadAddress(OctetReader& in) {
 }
 
 void WriteAddress(const Address& address, Octets& out) {
-  if (!IsNumber(address)) {
+  if (!address.empty() && !IsNumber(address)) {
     const Octets letters = Letters(address);
     const Octets packed = PackSeptets(letters);
     out.push_back(static_cast<std::uint8_t>((letters.size() * 7 + 3) / 4));

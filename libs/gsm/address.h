@@ -24,6 +24,7 @@ using Address = std::string;
 /// Originating or destination address: length in semi-octets, type, value. Errors: kTruncated,
 /// kBadLength (above 20 semi-octets), kBadDigit (a filler before the end).
 [[nodiscard]] Address ReadAddress(OctetReader& in);
+/// An empty address has no digits: that of a stored message without a receiver.
 void WriteAddress(const Address& address, Octets& out);
 
 /// Service-centre address in front of the TPDU (3GPP TS 27.005 clause 3.1): length in octets with
@@ -31,7 +32,7 @@ void WriteAddress(const Address& address, Octets& out);
 [[nodiscard]] Address ReadServiceCentre(OctetReader& in);
 void WriteServiceCentre(const Address& address, Octets& out);
 
-/// The type-of-address octet: 0x91 international, 0x81 other number, 0xD0 alphanumeric.
+/// The type-of-address octet: 0x91 international, 0x81 other number or none, 0xD0 alphanumeric.
 [[nodiscard]] std::uint8_t TypeOfAddress(const Address& address);
 
 }  // namespace gsm

@@ -109,6 +109,14 @@ TimeStamp ToTimeStamp(std::chrono::system_clock::time_point time, int utc_offset
           utc_offset_minutes};
 }
 
+std::chrono::sys_seconds ToTime(const TimeStamp& time) {
+  using std::chrono::minutes;
+  const std::chrono::sys_days month(std::chrono::year(time.year) /
+                                    std::chrono::month(static_cast<unsigned>(time.month)) / 1);
+  return month + std::chrono::days(time.day - 1) + std::chrono::hours(time.hour) +
+         minutes(time.minute - time.utc_offset_minutes) + std::chrono::seconds(time.second);
+}
+
 std::optional<TimeStamp> ParseTimeStamp(std::string_view text) {
   TimeStamp time;
   const bool complete = TakeNumber(text, 4, time.year) && TakeCharacter(text, '-') &&

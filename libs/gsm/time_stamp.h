@@ -37,6 +37,9 @@ void WriteTimeStamp(const TimeStamp& time, Octets& out);
 [[nodiscard]] TimeStamp ToTimeStamp(std::chrono::system_clock::time_point time,
                                     int utc_offset_minutes);
 
+/// The instant. The fields are those of a time that exists; others give one near it.
+[[nodiscard]] std::chrono::sys_seconds ToTime(const TimeStamp& time);
+
 /// From "2026-01-31T12:00:00+01:00", "...Z" or without a zone, which means UTC; years 2000..2099.
 /// nullopt for anything else and for days that do not exist.
 [[nodiscard]] std::optional<TimeStamp> ParseTimeStamp(std::string_view text);

@@ -14,7 +14,6 @@
 namespace modem_simulator {
 namespace {
 
-constexpr char kBackspace = '\b';
 constexpr char kEscape = '\x1B';
 constexpr char kCtrlZ = '\x1A';
 
@@ -30,7 +29,9 @@ Delays::Duration DelayOf(const std::vector<AtCommand>& commands, const Delays& d
   Delays::Duration longest{0};
   for (const AtCommand& command : commands) {
     if (command.form == CommandForm::kTest) continue;
-    if (command.name == "+CMGS") longest = std::max(longest, delays.prompt);
+    if (command.name == "+CMGS" || command.name == "+CMGW") {
+      longest = std::max(longest, delays.prompt);
+    }
     if (command.name == "+CMGD") longest = std::max(longest, delays.deletion);
     if (command.name == "+CMGL" || command.name == "+CMGR")
       longest = std::max(longest, delays.list);
@@ -78,10 +79,10 @@ void AtInterpreter::TakeInCommand(char byte) {
     case '\r': EndLine(); break;
     case '\n':
     case kEscape: break;  // clients send CR LF, or ESC to leave a prompt that may be open
-    case kBackspace:
-      if (!line_.empty()) line_.pop_back();
-      break;
-    default: Collect(byte);
+    case '/':
+      if (line_ == "A" || line_ == "a") return RepeatLine();
+      [[fallthrough]];
+    default: IsBackspace(byte) ? TakeBack() : Collect(byte);
   }
 }
 
@@ -94,13 +95,25 @@ void AtInterpreter::TakeInMessage(char byte) {
       SetState(State::kCommand);
       Finish(kOk, {});
       break;
-    case '\n': break;  // of the CR LF behind AT+CMGS
+    case '\n':  // of the CR LF after AT+CMGS, or of a text with several lines
+      if (modem_.settings.text_mode && !line_.empty()) Collect(byte);
+      break;
     case '\r':
       Collect(byte);
       Prompt();
       break;
-    default: Collect(byte);
+    default:
+      // A PDU has no backspace: 3GPP TS 27.005 clause 3.5.1 speaks of texts.
+      modem_.settings.text_mode&& IsBackspace(byte) ? TakeBack() : Collect(byte);
   }
+}
+
+bool AtInterpreter::IsBackspace(char byte) const {
+  return static_cast<unsigned char>(byte) == modem_.settings.registers.backspace;
+}
+
+void AtInterpreter::TakeBack() {
+  if (!line_.empty()) line_.pop_back();
 }
 
 void AtInterpreter::Collect(char byte) {
@@ -120,7 +133,14 @@ void AtInterpreter::EndLine() {
   const auto commands = BehindAttention(line);
   if (!commands) return SendIndications();  // no command line: nobody is spoken to
   if (too_long) return Finish(kError, {});
-  StartLine(*commands);
+  last_line_ = *commands;
+  StartLine(last_line_);
+}
+
+/// A/ repeats the last command line at once, without a carriage return (clause 5.2.4).
+void AtInterpreter::RepeatLine() {
+  line_.clear();
+  StartLine(last_line_);
 }
 
 void AtInterpreter::StartLine(std::string_view line) {
@@ -152,7 +172,9 @@ void AtInterpreter::EndMessage() {
   SetState(State::kCommand);
   if (AnswerAsOrdered(kMessageBody)) return;
   if (too_long) return Finish(Cms(kInvalidPduParameter), {});
-  Finish(TakeMessage(modem_, body), {});
+  Answer answer;
+  const Result result = TakeMessage(modem_, body, answer);
+  Finish(result, answer);
 }
 
 void AtInterpreter::Wake() {

@@ -51,7 +51,10 @@ class AtInterpreter {
   void TakeInCommand(char byte);
   void TakeInMessage(char byte);
   void Collect(char byte);
+  [[nodiscard]] bool IsBackspace(char byte) const;
+  void TakeBack();
   void EndLine();
+  void RepeatLine();
   void EndMessage();
   void StartLine(std::string_view line);
   void Execute(const std::vector<AtCommand>& commands);
@@ -69,6 +72,7 @@ class AtInterpreter {
   State state_ = State::kCommand;
   std::string line_;             // at most kLongestLine
   bool too_long_ = false;        // the line or message had more
+  std::string last_line_;        // what A/ repeats
   std::vector<AtCommand> work_;  // of kWorking
   std::string waiting_;          // input of kWorking and kNetwork, at most kLongestInput
   std::deque<std::string> indications_;

@@ -126,9 +126,11 @@ ConsoleLine Fail(std::string_view rest) {
   if (!failure) return Wrong("write the number of a +CMS ERROR, such as 321, or cme:14, or error");
   const std::string_view word = TakeWord(rest);
   const std::string command = word.empty() ? std::string(kAnyCommand) : FaultyCommand(word);
-  constexpr std::array<std::string_view, 5> kTransfers{kAnyCommand, "CMGS", "CMGL", "CMGR", "CMGD"};
+  constexpr std::array<std::string_view, 7> kTransfers{kAnyCommand, "CMGS", "CMSS", "CMGW",
+                                                       "CMGL",      "CMGR", "CMGD"};
   if (std::find(kTransfers.begin(), kTransfers.end(), command) == kTransfers.end()) {
-    return Wrong(fmt::format("'{}' cannot fail; write CMGS, CMGL, CMGR, CMGD or *", word));
+    return Wrong(
+        fmt::format("'{}' cannot fail; write CMGS, CMSS, CMGW, CMGL, CMGR, CMGD or *", word));
   }
   const auto times = rest.empty() ? 1 : Number(rest, 1, 1000000);
   if (!times) return Wrong(fmt::format("'{}' is no number of times", rest));

@@ -2,10 +2,10 @@
 // Line settings and identification (ITU-T V.250; 3GPP TS 27.007 clause 5).
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <array>
 
-#include "runtime/modem_simulator/commands.h"
+#include "runtime/modem_simulator/handlers.h"
+#include "runtime/modem_simulator/numeric_parameters.h"
 
 namespace modem_simulator {
 namespace {
@@ -17,6 +17,14 @@ Result SetFlag(const AtCommand& command, bool& flag) {
   flag = *value == 1;
   return kOk;
 }
+
+/// Identification that is asked for by AT+CGMI and the like.
+Result Identify(const AtCommand& command, Answer& answer, std::string_view text) {
+  if (command.form != CommandForm::kTest) answer.emplace_back(text);
+  return kOk;
+}
+
+}  // namespace
 
 Result Echo(ModemState& modem, const AtCommand& command, Answer&) {
   return SetFlag(command, modem.settings.echo);
@@ -30,12 +38,11 @@ Result Quiet(ModemState& modem, const AtCommand& command, Answer&) {
   return SetFlag(command, modem.settings.quiet);
 }
 
-Result Reset(ModemState& modem, const AtCommand&, Answer&) {
+Result ResetSettings(ModemState& modem, const AtCommand&, Answer&) {
   modem.settings = Settings{};
   return kOk;
 }
 
-/// A setting that changes nothing here: flow control, carrier detect, speed.
 Result Accept(ModemState&, const AtCommand&, Answer&) {
   return kOk;
 }
@@ -44,88 +51,91 @@ Result Dial(ModemState&, const AtCommand&, Answer&) {
   return {ResultKind::kNoCarrier};
 }
 
-Result ErrorLevel(ModemState& modem, const AtCommand& command, Answer& answer) {
-  int& level = modem.settings.format.error_level;
-  switch (command.form) {
-    case CommandForm::kTest: answer.emplace_back("+CMEE: (0-2)"); return kOk;
-    case CommandForm::kRead: answer.push_back(fmt::format("+CMEE: {}", level)); return kOk;
-    case CommandForm::kExecute:
-    case CommandForm::kSet: break;
+/// The S registers. The two that end lines (S3, S4) have one value here.
+Result Register(ModemState& modem, const AtCommand& command, Answer& answer) {
+  struct Row {
+    std::string_view name;
+    std::string_view choices;
+    int Registers::*field;
+  };
+  constexpr std::array kRows{
+      Row{"S0", "0-255", &Registers::rings_before_answer}, Row{"S3", "13", &Registers::line_end},
+      Row{"S4", "10", &Registers::line_feed}, Row{"S5", "0-127", &Registers::backspace}};
+  for (const Row& row : kRows) {
+    if (row.name != command.name) continue;
+    int& value = modem.settings.registers.*row.field;
+    if (command.form == CommandForm::kRead) answer.push_back(fmt::format("{:03}", value));
+    const auto wanted = command.Number(0, value);
+    if (!wanted || !Offers(row.choices, *wanted)) return kError;
+    value = *wanted;
+    return kOk;
   }
-  const auto value = command.Number(0, 0);
-  if (!value || *value > 2) return kError;
-  level = *value;
-  return kOk;
+  return kError;
 }
 
-Result CharacterSet(ModemState& modem, const AtCommand& command, Answer& answer) {
-  std::string& set = modem.settings.character_set;
+/// The speed of the line, which the simulated one has at any setting.
+Result Speed(ModemState& modem, const AtCommand& command, Answer& answer) {
+  constexpr std::string_view kSpeeds =
+      "0,1200,2400,4800,9600,19200,38400,57600,115200,230400,460800,921600";
+  if (command.form == CommandForm::kTest) {  // none is found automatically and offered, too
+    answer.push_back(fmt::format("+IPR: (),({})", kSpeeds));
+    return kOk;
+  }
+  return NumericParameter(command, kSpeeds, modem.line_speed, kError, answer);
+}
+
+Result FlowControl(ModemState& modem, const AtCommand& command, Answer& answer) {
+  constexpr std::array<std::string_view, 2> kOffered{"0-3", "0-2"};
+  return NumericParameters(command, kOffered, modem.flow_control, kError, answer);
+}
+
+Result CharacterFraming(ModemState& modem, const AtCommand& command, Answer& answer) {
+  constexpr std::array<std::string_view, 2> kOffered{"0-6", "0-3"};
+  return NumericParameters(command, kOffered, modem.character_framing, kError, answer);
+}
+
+Result ErrorLevel(ModemState& modem, const AtCommand& command, Answer& answer) {
+  return NumericParameter(command, "0-2", modem.settings.format.error_level, kError, answer);
+}
+
+Result SelectCharacterSet(ModemState& modem, const AtCommand& command, Answer& answer) {
+  CharacterSet& set = modem.settings.character_set;
   switch (command.form) {
-    case CommandForm::kTest: answer.emplace_back("+CSCS: (\"GSM\",\"UCS2\")"); return kOk;
-    case CommandForm::kRead: answer.push_back(fmt::format("+CSCS: \"{}\"", set)); return kOk;
+    case CommandForm::kTest: answer.emplace_back("+CSCS: (\"GSM\",\"IRA\",\"UCS2\")"); return kOk;
+    case CommandForm::kRead:
+      answer.push_back(fmt::format("+CSCS: \"{}\"", NameOf(set)));
+      return kOk;
     case CommandForm::kExecute: return kError;
     case CommandForm::kSet: break;
   }
-  const std::string& wanted = command.parameters.front();
-  if (wanted != "GSM" && wanted != "UCS2") return kError;
-  set = wanted;
+  const auto wanted = CharacterSetNamed(command.parameters.front());
+  if (!wanted) return kError;
+  set = *wanted;
   return kOk;
 }
 
-struct FixedAnswer {
-  std::string_view name;
-  std::string_view text;
-};
-
-/// Identification, asked for by AT+CGMI and the like.
-constexpr std::array kIdentification{
-    FixedAnswer{"+CGMI", "Corvane"},         FixedAnswer{"+GMI", "Corvane"},
-    FixedAnswer{"+CGMM", "Simulator"},       FixedAnswer{"+GMM", "Simulator"},
-    FixedAnswer{"+CGMR", "Revision 1"},      FixedAnswer{"+GMR", "Revision 1"},
-    FixedAnswer{"+CGSN", "490154203237518"}, FixedAnswer{"+GSN", "490154203237518"},
-    FixedAnswer{"+GCAP", "+GCAP: +CGSM"},    FixedAnswer{"I", "Corvane Simulator"}};
-
-const FixedAnswer* FindIdentification(std::string_view name) {
-  const auto row = std::find_if(kIdentification.begin(), kIdentification.end(),
-                                [name](const FixedAnswer& f) { return f.name == name; });
-  return row == kIdentification.end() ? nullptr : &*row;
+Result Manufacturer(ModemState&, const AtCommand& command, Answer& answer) {
+  return Identify(command, answer, "Corvane");
 }
 
-Result Identify(ModemState&, const AtCommand& command, Answer& answer) {
-  if (command.form != CommandForm::kTest)
-    answer.emplace_back(FindIdentification(command.name)->text);
-  return kOk;
+Result Model(ModemState&, const AtCommand& command, Answer& answer) {
+  return Identify(command, answer, "Simulator");
 }
 
-constexpr std::array kGeneralCommands{
-    CommandRow{"E", Echo},
-    CommandRow{"V", Verbose},
-    CommandRow{"Q", Quiet},
-    CommandRow{"Z", Reset},
-    CommandRow{"&F", Reset},
-    CommandRow{"D", Dial},
-    CommandRow{"+CMEE", ErrorLevel},
-    CommandRow{"+CSCS", CharacterSet},
-    // Accepted without an effect on what is simulated.
-    CommandRow{"X", Accept},
-    CommandRow{"H", Accept},
-    CommandRow{"L", Accept},
-    CommandRow{"M", Accept},
-    CommandRow{"S0", Accept},
-    CommandRow{"&C", Accept},
-    CommandRow{"&D", Accept},
-    CommandRow{"&K", Accept},
-    CommandRow{"&W", Accept},
-    CommandRow{"+IPR", Accept},
-    CommandRow{"+IFC", Accept},
-    CommandRow{"+ICF", Accept},
-};
+Result Revision(ModemState&, const AtCommand& command, Answer& answer) {
+  return Identify(command, answer, "Revision 1");
+}
 
-}  // namespace
+Result SerialNumber(ModemState&, const AtCommand& command, Answer& answer) {
+  return Identify(command, answer, "490154203237518");
+}
 
-Handler FindGeneralCommand(std::string_view name) {
-  if (const Handler handler = FindRow(kGeneralCommands, name)) return handler;
-  return FindIdentification(name) == nullptr ? nullptr : Identify;
+Result Capabilities(ModemState&, const AtCommand& command, Answer& answer) {
+  return Identify(command, answer, "+GCAP: +CGSM");
+}
+
+Result ProductName(ModemState&, const AtCommand& command, Answer& answer) {
+  return Identify(command, answer, "Corvane Simulator");
 }
 
 }  // namespace modem_simulator

@@ -9,6 +9,7 @@
 #include "libs/gsm/hexadecimal.h"
 #include "libs/gsm/seven_bit_text.h"
 #include "runtime/modem_simulator/commands.h"
+#include "runtime/modem_simulator/handlers.h"
 #include "runtime/modem_simulator/text_mode.h"
 
 namespace modem_simulator {
@@ -38,8 +39,8 @@ std::string PduEntry(ModemState& modem, const StoredMessage& message) {
                      gsm::TpduLength(message.pdu), PduLine(modem, message.pdu));
 }
 
-std::string Entry(ModemState& modem, const StoredMessage& message) {
-  return modem.settings.text_mode ? TextEntry(message, modem.settings.character_set)
+std::string Entry(ModemState& modem, const StoredMessage& message, Shown shown) {
+  return modem.settings.text_mode ? TextEntry(message, shown, modem.settings)
                                   : PduEntry(modem, message);
 }
 
@@ -64,47 +65,10 @@ void MarkRead(StoredMessage& message) {
   if (message.status == MessageStatus::kUnread) message.status = MessageStatus::kRead;
 }
 
-Result List(ModemState& modem, const AtCommand& command, Answer& answer) {
-  if (command.form == CommandForm::kTest) {
-    answer.emplace_back(modem.settings.text_mode
-                            ? "+CMGL: (\"REC UNREAD\",\"REC READ\",\"STO UNSENT\",\"STO SENT\","
-                              "\"ALL\")"
-                            : "+CMGL: (0-4)");
-    return kOk;
-  }
-  const auto filter = StatusFilter(modem, command);
-  if (!filter) {
-    return Cms(modem.settings.text_mode ? kInvalidTextParameter : kInvalidPduParameter);
-  }
-  if (const Result check = CheckTransfer(modem, command); check != kOk) return check;
-  std::vector<std::string> entries;
-  for (auto& [index, message] : modem.store.messages()) {
-    if (*filter != MessageStatus::kAll && *filter != message.status) continue;
-    entries.push_back(
-        fmt::format("{}{},{}", modem.Header(command.name), index, Entry(modem, message)));
-    MarkRead(message);
-  }
-  if (modem.options.quirks.Has(Quirk::kNewestFirst)) std::reverse(entries.begin(), entries.end());
-  if (!entries.empty()) answer.push_back(fmt::format("{}", fmt::join(entries, "\r\n")));
-  return kOk;
-}
-
 /// The index that a command gives, when it is a place of the store.
 std::optional<int> Place(const ModemState& modem, const AtCommand& command) {
   const auto index = command.Number(0, std::nullopt);
   return index && modem.store.IsPlace(*index) ? index : std::nullopt;
-}
-
-Result Read(ModemState& modem, const AtCommand& command, Answer& answer) {
-  if (command.form == CommandForm::kTest) return kOk;
-  if (const Result check = CheckTransfer(modem, command); check != kOk) return check;
-  const auto index = Place(modem, command);
-  if (!index) return Cms(kInvalidIndex);
-  StoredMessage* message = modem.store.Find(*index);
-  if (message == nullptr) return kOk;  // nothing there: no text, and no error
-  answer.push_back(modem.Header(command.name) + Entry(modem, *message));
-  MarkRead(*message);
-  return kOk;
 }
 
 /// AT+CMGD's <delflag> 1..4: read; and sent; and unsent; and unread.
@@ -136,6 +100,45 @@ Result DeleteOne(ModemState& modem, const AtCommand& command) {
   return modem.options.quirks.Has(Quirk::kDeleteEmptyOk) ? kOk : Cms(kInvalidIndex);
 }
 
+}  // namespace
+
+Result List(ModemState& modem, const AtCommand& command, Answer& answer) {
+  if (command.form == CommandForm::kTest) {
+    answer.emplace_back(modem.settings.text_mode
+                            ? "+CMGL: (\"REC UNREAD\",\"REC READ\",\"STO UNSENT\",\"STO SENT\","
+                              "\"ALL\")"
+                            : "+CMGL: (0-4)");
+    return kOk;
+  }
+  const auto filter = StatusFilter(modem, command);
+  if (!filter) {
+    return Cms(modem.settings.text_mode ? kInvalidTextParameter : kInvalidPduParameter);
+  }
+  if (const Result check = CheckTransfer(modem, command); check != kOk) return check;
+  std::vector<std::string> entries;
+  for (auto& [index, message] : modem.store.messages()) {
+    if (*filter != MessageStatus::kAll && *filter != message.status) continue;
+    entries.push_back(fmt::format("{}{},{}", modem.Header(command.name), index,
+                                  Entry(modem, message, Shown::kListed)));
+    MarkRead(message);
+  }
+  if (modem.options.quirks.Has(Quirk::kNewestFirst)) std::reverse(entries.begin(), entries.end());
+  if (!entries.empty()) answer.push_back(fmt::format("{}", fmt::join(entries, "\r\n")));
+  return kOk;
+}
+
+Result Read(ModemState& modem, const AtCommand& command, Answer& answer) {
+  if (command.form == CommandForm::kTest) return kOk;
+  if (const Result check = CheckTransfer(modem, command); check != kOk) return check;
+  const auto index = Place(modem, command);
+  if (!index) return Cms(kInvalidIndex);
+  StoredMessage* message = modem.store.Find(*index);
+  if (message == nullptr) return kOk;  // nothing there: no text, and no error
+  answer.push_back(modem.Header(command.name) + Entry(modem, *message, Shown::kRead));
+  MarkRead(*message);
+  return kOk;
+}
+
 Result Delete(ModemState& modem, const AtCommand& command, Answer& answer) {
   if (command.form == CommandForm::kTest) {
     answer.push_back(fmt::format("+CMGD: ({}-{}),(0-4)", modem.store.first_index(),
@@ -148,18 +151,6 @@ Result Delete(ModemState& modem, const AtCommand& command, Answer& answer) {
   if (*flag == 0) return DeleteOne(modem, command);
   DeleteMany(modem, *flag);
   return kOk;
-}
-
-constexpr std::array kListingCommands{
-    CommandRow{"+CMGL", List},
-    CommandRow{"+CMGR", Read},
-    CommandRow{"+CMGD", Delete},
-};
-
-}  // namespace
-
-Handler FindListingCommand(std::string_view name) {
-  return FindRow(kListingCommands, name);
 }
 
 }  // namespace modem_simulator

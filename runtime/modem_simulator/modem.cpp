@@ -5,31 +5,15 @@
 
 #include <utility>
 
-#include "libs/gsm/hexadecimal.h"
-#include "runtime/modem_simulator/readable.h"
-#include "runtime/modem_simulator/sent_report.h"
+#include "runtime/modem_simulator/message_description.h"
+#include "runtime/modem_simulator/message_routing.h"
 
 namespace modem_simulator {
-namespace {
-
-/// "from +4915112345678 at 2026-01-31T12:00:00+01:00, part 1 of 2: text"
-std::string DescribeReceived(gsm::OctetSpan octets) {
-  gsm::DeliverPdu pdu;
-  if (octets.empty()) return "an empty PDU";
-  if (!gsm::DecodeDeliver(octets, pdu)) return fmt::format("PDU {}", gsm::ToHexadecimal(octets));
-  std::string line =
-      fmt::format("from {} at {}", Escape(pdu.originator), gsm::FormatTimeStamp(pdu.time));
-  if (const auto& place = pdu.data.header.concatenation) {
-    line += fmt::format(", part {} of {}", place->sequence, place->total);
-  }
-  if (pdu.data.alphabet == gsm::Alphabet::kOctets) line += ", 8-bit data";
-  return fmt::format("{}: {}", line, Escape(gsm::TextOf(pdu.data)));
-}
-
-}  // namespace
-
 Modem::Modem(const ModemOptions& options, ModemHost& host)
-    : state_(options, host), interpreter_(state_) {}
+    : state_(options, host),
+      interpreter_(state_),
+      circuit_registered_(IsRegistered(state_, Domain::kCircuit)),
+      packet_registered_(IsRegistered(state_, Domain::kPacket)) {}
 
 bool Modem::Receive(const gsm::Address& sender, std::string_view text) {
   const bool wide = state_.options.quirks.Has(Quirk::kWideReference);
@@ -53,60 +37,91 @@ bool Modem::ReceiveParts(const gsm::Address& sender,
 }
 
 void Modem::ReceivePdu(gsm::Octets pdu) {
-  if (waiting_.size() == kMostWaiting) {
+  if (state_.in_network.size() >= kMostInNetwork) {
     state_.host.Report("lost: the network keeps no more messages");
     return;
   }
-  waiting_.push_back(std::move(pdu));
-  DeliverWaiting();
-  if (!waiting_.empty()) ReportWaiting();
+  state_.in_network.push_back(std::move(pdu));
+  Settle();
+  if (!state_.in_network.empty()) ReportWaiting();
 }
 
 void Modem::ReportWaiting() {
   std::string_view why = "the store is full";
-  if (!state_.registered) why = "the modem is not registered";
+  if (state_.acknowledgement_due) why = "the last one is not acknowledged";
+  if (!state_.online()) why = "the modem is not registered";
   if (!state_.sim.ready()) why = "the PIN is missing";
   if (!powered_) why = "the modem is unplugged";
-  state_.host.Report(
-      fmt::format("waiting in the network: {}; {}", DescribeReceived(waiting_.back()), why));
+  state_.host.Report(fmt::format("waiting in the network: {}; {}",
+                                 DescribeMessage(state_.in_network.back()), why));
 }
 
-bool Modem::CanTake() const {
-  const bool stored = state_.settings.indications.values[Indications::kDeliver] != 2;
-  return powered_ && state_.online() && !(stored && state_.store.full());
-}
-
-void Modem::DeliverWaiting() {
-  while (!waiting_.empty() && CanTake()) {
-    gsm::Octets pdu = std::move(waiting_.front());
-    waiting_.pop_front();
-    Take(std::move(pdu));
+bool Modem::CanTake(Route route) const {
+  if (!powered_ || !state_.online()) return false;
+  switch (route) {
+    case Route::kDiscard: return true;
+    case Route::kStore:
+    case Route::kStoreAndTell: return !state_.store.full();
+    case Route::kHandOn: return !state_.acknowledgement_due;
   }
+  return false;
 }
 
-void Modem::Take(gsm::Octets pdu) {
+void Modem::Settle() {
   const auto& values = state_.settings.indications.values;
-  const bool announced = values[Indications::kMode] != 0;
-  const std::string description = DescribeReceived(pdu);
-  if (values[Indications::kDeliver] == 2) {  // straight through, never stored
-    state_.host.Report(fmt::format("received, handed on: {}", description));
-    interpreter_.Indicate(fmt::format("{},{}\r\n{}", state_.Header("+CMT"), gsm::TpduLength(pdu),
-                                      gsm::ToHexadecimal(pdu)));
-    return;
+  if (values[Indications::kMode] != 0) ReleaseIndications(values[Indications::kBuffer] == 0);
+  if (state_.settings.message_service == 0) state_.acknowledgement_due = false;
+  TellRegistration(Domain::kCircuit, circuit_registered_);
+  TellRegistration(Domain::kPacket, packet_registered_);
+  while (!state_.in_network.empty()) {
+    const Route route = RouteOf(state_.in_network.front(), state_.settings.indications);
+    if (!CanTake(route)) return;
+    gsm::Octets pdu = std::move(state_.in_network.front());
+    state_.in_network.pop_front();
+    Take(std::move(pdu), route);
   }
-  const int place = state_.store.Add(MessageStatus::kUnread, std::move(pdu)).value();
+}
+
+void Modem::TellRegistration(Domain domain, bool& was_registered) {
+  const bool registered = IsRegistered(state_, domain);
+  const bool changed = std::exchange(was_registered, registered) != registered;
+  if (changed && ReportLevel(state_, domain) != 0) {
+    interpreter_.Indicate(RegistrationNews(state_, domain));
+  }
+}
+
+void Modem::Take(gsm::Octets pdu, Route route) {
+  const std::string description = DescribeMessage(pdu);
+  if (route == Route::kDiscard) {
+    return state_.host.Report(fmt::format("received, not handed on: {}", description));
+  }
+  if (route == Route::kHandOn) {
+    state_.host.Report(fmt::format("received, handed on: {}", description));
+    state_.acknowledgement_due = state_.settings.message_service == 1;
+    return Indicate(MessageNews(state_, pdu));
+  }
+  const int place = state_.store.Add(MessageStatus::kUnread, pdu).value();
   state_.host.Report(fmt::format("received, place {}: {}", place, description));
-  if (announced && values[Indications::kDeliver] == 1) {
-    interpreter_.Indicate(fmt::format("{}\"SM\",{}", state_.Header("+CMTI"), place));
+  if (route == Route::kStoreAndTell) Indicate(PlaceNews(state_, pdu, place));
+}
+
+void Modem::Indicate(std::string line) {
+  if (state_.settings.indications.values[Indications::kMode] != 0) {
+    return interpreter_.Indicate(std::move(line));
+  }
+  if (kept_indications_.size() == kMostKeptIndications) kept_indications_.pop_front();
+  kept_indications_.push_back(std::move(line));
+}
+
+void Modem::ReleaseIndications(bool tell) {
+  for (std::string& line : std::exchange(kept_indications_, {})) {
+    if (tell) interpreter_.Indicate(std::move(line));
   }
 }
 
 void Modem::SetRegistered(bool registered) {
-  const bool changed = std::exchange(state_.registered, registered) != registered;
-  if (changed && state_.settings.registration_reports != 0) {
-    interpreter_.Indicate(fmt::format("+CREG: {:d}", registered));
-  }
-  DeliverWaiting();
+  state_.registered = registered;
+  Settle();
 }
 
 void Modem::SendUnsolicited(std::string_view line) {
@@ -120,10 +135,14 @@ void Modem::PowerOff() {
 void Modem::PowerOn() {
   powered_ = true;
   interpreter_.Reset();
+  kept_indications_.clear();
   state_.settings = Settings{};
+  state_.operator_selection = 0;
+  state_.packet_attached = true;
+  state_.acknowledgement_due = false;
   state_.outgoing.reset();
   state_.sim.PowerOn();
-  DeliverWaiting();
+  Settle();
 }
 
 std::vector<std::string> Modem::Describe() {
@@ -131,10 +150,10 @@ std::vector<std::string> Modem::Describe() {
       fmt::format("store: {} of {} places taken", state_.store.used(), state_.store.size())};
   for (const auto& [index, message] : state_.store.messages()) {
     lines.push_back(fmt::format("place {}, {}: {}", index, TextOf(message.status),
-                                DescribeReceived(message.pdu)));
+                                DescribeMessage(message.pdu)));
   }
-  for (const gsm::Octets& pdu : waiting_) {
-    lines.push_back(fmt::format("waiting in the network: {}", DescribeReceived(pdu)));
+  for (const gsm::Octets& pdu : state_.in_network) {
+    lines.push_back(fmt::format("waiting in the network: {}", DescribeMessage(pdu)));
   }
   for (const SentMessage& message : state_.joiner.Unfinished()) {
     lines.push_back(DescribeSent(message));

@@ -9,14 +9,17 @@
 #include <vector>
 
 #include "runtime/modem_simulator/at_interpreter.h"
+#include "runtime/modem_simulator/message_routing.h"
 #include "runtime/modem_simulator/modem_state.h"
+#include "runtime/modem_simulator/registration.h"
 
 namespace modem_simulator {
 
 class Modem {
  public:
-  /// PDUs that the network keeps for a modem that cannot take them; more are refused.
-  static constexpr std::size_t kMostWaiting = 10000;
+  /// Indications that are kept while AT+CNMI=0 forbids them; then the oldest gives way, as 3GPP TS
+  /// 27.005 clause 3.4.1 has it.
+  static constexpr std::size_t kMostKeptIndications = 256;
 
   /// `host` outlives the modem.
   Modem(const ModemOptions& options, ModemHost& host);
@@ -24,12 +27,12 @@ class Modem {
   // The controller's side.
   void Feed(std::string_view bytes) {
     interpreter_.Feed(bytes);
-    DeliverWaiting();
+    Settle();
   }
   /// The delay that the host was asked for is over.
   void Wake() {
     interpreter_.Wake();
-    DeliverWaiting();
+    Settle();
   }
 
   // The network's side. Messages that the modem cannot take now wait in the network: the store is
@@ -60,15 +63,22 @@ class Modem {
  private:
   bool ReceiveParts(const gsm::Address& sender,
                     const std::optional<std::vector<gsm::UserData>>& parts);
-  void ReceiveOrKeep(gsm::Octets pdu);
-  void DeliverWaiting();
-  [[nodiscard]] bool CanTake() const;
-  void Take(gsm::Octets pdu);
   void ReportWaiting();
+  /// Does what the last event has made possible: takes messages out of the network, and tells what
+  /// has changed.
+  void Settle();
+  void TellRegistration(Domain domain, bool& was_registered);
+  [[nodiscard]] bool CanTake(Route route) const;
+  void Take(gsm::Octets pdu, Route route);
+  /// A line about messages, which AT+CNMI's mode lets through or keeps.
+  void Indicate(std::string line);
+  void ReleaseIndications(bool tell);
 
   ModemState state_;
   AtInterpreter interpreter_;
-  std::deque<gsm::Octets> waiting_;  // in the network, the oldest first
+  std::deque<std::string> kept_indications_;
+  bool circuit_registered_;  // as told last
+  bool packet_registered_;
   std::uint16_t reference_ = 0;
   bool powered_ = true;
 };

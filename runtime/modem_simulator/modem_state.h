@@ -6,16 +6,19 @@
 #include <array>
 #include <chrono>
 #include <cstdint>
+#include <deque>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 
 #include "libs/gsm/pdu.h"
+#include "runtime/modem_simulator/character_set.h"
 #include "runtime/modem_simulator/delays.h"
 #include "runtime/modem_simulator/faults.h"
 #include "runtime/modem_simulator/message_joiner.h"
 #include "runtime/modem_simulator/message_store.h"
+#include "runtime/modem_simulator/modem_clock.h"
 #include "runtime/modem_simulator/quirks.h"
 #include "runtime/modem_simulator/result.h"
 #include "runtime/modem_simulator/sim_card.h"
@@ -50,21 +53,77 @@ struct Indications {
   std::array<int, kFields> values{2, 1, 0, 0, 0};
 };
 
+/// The S registers (ITU-T V.250 clause 6.2).
+struct Registers {
+  int rings_before_answer = 0;
+  int line_end = '\r';
+  int line_feed = '\n';
+  int backspace = '\b';
+};
+
+/// What text mode cannot say of a message that is sent or stored (AT+CSMP, 3GPP TS 27.005 clause
+/// 3.3.1).
+struct TextParameters {
+  /// 3GPP TS 23.040 clause 9.2.3.3.
+  enum ValidityFormat { kNoValidity, kEnhanced, kRelative, kAbsolute };
+
+  [[nodiscard]] ValidityFormat validity_format() const {
+    return static_cast<ValidityFormat>(first_octet >> 3 & 0x03);
+  }
+  [[nodiscard]] bool HasHeader() const { return (first_octet & 0x40) != 0; }
+
+  int first_octet = 0x11;                     ///< SMS-SUBMIT with a relative validity period
+  int validity_period = 167;                  ///< relative: a day
+  std::optional<gsm::TimeStamp> valid_until;  ///< absolute
+  int protocol_identifier = 0;
+  int data_coding_scheme = 0;
+};
+
 /// What ATZ and a restart set back.
 struct Settings {
   bool echo = true;
   bool quiet = false;  ///< ATQ1: no results
   ResultFormat format;
   bool text_mode = false;  ///< AT+CMGF=1
-  std::string character_set = "GSM";
+  CharacterSet character_set = CharacterSet::kGsm;
+  Registers registers;
   Indications indications;
-  int registration_reports = 0;  ///< AT+CREG
+  TextParameters text_parameters;
+  int show_text_parameters = 0;  ///< AT+CSDH
+  int message_service = 0;       ///< AT+CSMS: 1 means that what is handed on is acknowledged
+  int circuit_reports = 0;       ///< AT+CREG
+  int packet_reports = 0;        ///< AT+CGREG
+  int operator_format = 0;       ///< AT+COPS: 0 long, 1 short, 2 numeric
 };
 
-/// What AT+CMGS has announced.
+/// What a command has announced that prompts for a message.
 struct Announcement {
-  int tpdu_length = 0;       ///< PDU mode
-  gsm::Address destination;  ///< text mode
+  enum class Purpose : std::uint8_t { kSend, kStore, kAcknowledge };
+
+  /// The command of the purpose, for the operator.
+  [[nodiscard]] std::string_view CommandName() const {
+    switch (purpose) {
+      case Purpose::kSend: return "AT+CMGS";
+      case Purpose::kStore: return "AT+CMGW";
+      case Purpose::kAcknowledge: return "AT+CNMA";
+    }
+    return {};
+  }
+
+  Purpose purpose = Purpose::kSend;
+  int tpdu_length = 0;                            ///< PDU mode
+  gsm::Address destination;                       ///< text mode; may be empty for kStore
+  MessageStatus status = MessageStatus::kUnsent;  ///< kStore
+};
+
+/// PDUs that the network keeps for a modem that cannot take them; more are lost.
+constexpr std::size_t kMostInNetwork = 10000;
+
+/// A message that waits for the network.
+struct Outgoing {
+  gsm::SubmitPdu pdu;
+  std::string_view command;  ///< "+CMGS", or "+CMSS" for a stored one
+  int place = 0;             ///< of the stored one
 };
 
 struct ModemState {
@@ -75,7 +134,10 @@ struct ModemState {
         store(options.store_size, options.quirks.Has(Quirk::kIndexFromZero) ? 0 : 1) {}
 
   /// With a network that takes messages.
-  [[nodiscard]] bool online() const { return sim.ready() && registered; }
+  [[nodiscard]] bool online() const {
+    constexpr int kDeregistered = 2;
+    return sim.ready() && registered && operator_selection != kDeregistered;
+  }
 
   /// The beginning of an answer or an announcement: "+CMGL: ".
   [[nodiscard]] std::string Header(std::string_view name) const {
@@ -90,11 +152,20 @@ struct ModemState {
   Faults faults;
   MessageJoiner joiner;  ///< of what the controller sends
   gsm::Address service_centre = "+15550000000";
-  int signal = 20;  ///< AT+CSQ: 0..31, 99 unknown
-  bool registered = true;
+  int signal = 20;                             ///< AT+CSQ: 0..31, 99 unknown
+  bool registered = true;                      ///< a network is in reach
+  int operator_selection = 0;                  ///< AT+COPS: 0 automatic, 1 by hand, 2 none
+  bool packet_attached = true;                 ///< AT+CGATT
+  int line_speed = 0;                          ///< AT+IPR; 0: found automatically
+  std::array<int, 2> flow_control{2, 2};       ///< AT+IFC
+  std::array<int, 2> character_framing{3, 3};  ///< AT+ICF
+  ModemClock clock;
   Announcement announcement;
-  std::optional<gsm::SubmitPdu> outgoing;  ///< waits for the network
-  std::uint8_t message_reference = 0;      ///< of the message sent last
+  std::optional<Outgoing> outgoing;
+  /// PDUs for the modem that it has not taken yet, the oldest first.
+  std::deque<gsm::Octets> in_network;
+  bool acknowledgement_due = false;    ///< of what was handed on, by AT+CNMA
+  std::uint8_t message_reference = 0;  ///< of the message sent last
 };
 
 }  // namespace modem_simulator

@@ -11,10 +11,13 @@ namespace {
 /// The words of AT+CMEE=2; the number where we have none.
 std::string CmeWords(int number) {
   switch (number) {
+    case kCmeOperationNotAllowed: return "operation not allowed";
     case kCmePinRequired: return "SIM PIN required";
     case kCmePukRequired: return "SIM PUK required";
     case kCmeIncorrectPassword: return "incorrect password";
     case 14: return "SIM busy";
+    case kCmeNoNetworkService: return "no network service";
+    case kCmeIncorrectParameters: return "Incorrect parameters";
     default: return fmt::format("{}", number);
   }
 }

@@ -37,19 +37,25 @@ constexpr Result Cme(int number) {
 /// Numbers of +CMS ERROR.
 enum CmsError : int {
   kOperationNotAllowed = 302,
+  kOperationNotSupported = 303,
   kInvalidPduParameter = 304,
   kInvalidTextParameter = 305,
   kSimPinRequired = 311,
   kSimPukRequired = 316,
   kInvalidIndex = 321,
+  kMemoryFull = 322,
   kNoNetworkService = 331,
+  kNoAcknowledgementExpected = 340,
 };
 
 /// Numbers of +CME ERROR.
 enum CmeError : int {
+  kCmeOperationNotAllowed = 3,
   kCmePinRequired = 11,
   kCmePukRequired = 12,
   kCmeIncorrectPassword = 16,
+  kCmeNoNetworkService = 30,
+  kCmeIncorrectParameters = 50,
 };
 
 /// The information text of an answer: each block is framed on its own, and may hold several lines.

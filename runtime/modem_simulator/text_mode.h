@@ -1,24 +1,40 @@
 // SPDX-License-Identifier: MIT
-// Messages as text mode shows and takes them (3GPP TS 27.005 clauses 3.1, 3.4.2).
+// Messages as text mode shows and takes them (3GPP TS 27.005 clauses 3.1, 3.3.2, 3.4).
 #pragma once
 
 #include <optional>
 #include <string>
 #include <string_view>
 
-#include "libs/gsm/user_data.h"
-#include "runtime/modem_simulator/message_store.h"
+#include "libs/gsm/octet_reader.h"
+#include "runtime/modem_simulator/at_command.h"
+#include "runtime/modem_simulator/modem_state.h"
 
 namespace modem_simulator {
 
-/// `"<stat>","<oa>",,"<scts>"` and the text on the next line. A text of the default alphabet comes
-/// as its septets or, with the character set "UCS2", as hexadecimal digits; UCS-2 and 8-bit data
-/// always as digits. A PDU that is no SMS-DELIVER is shown as it is.
-[[nodiscard]] std::string TextEntry(const StoredMessage& message, std::string_view character_set);
+/// Where a message is shown: each place has fields of its own.
+enum class Shown {
+  kListed,    ///< +CMGL
+  kRead,      ///< +CMGR
+  kArriving,  ///< +CMT, +CDS
+};
 
-/// The user data of what was typed behind the prompt, in the given character set; nullopt when it
-/// does not fit one message or is not written in that set.
-[[nodiscard]] std::optional<gsm::UserData> TextBody(std::string_view body,
-                                                    std::string_view character_set);
+/// The fields after "+CMGR: " and the like, and the text on the next line; with AT+CSDH=1 all
+/// fields. A text of the default alphabet is written in the character set, UCS-2 and 8-bit data as
+/// hexadecimal digits. A PDU that cannot be decoded is shown as it is.
+[[nodiscard]] std::string TextEntry(const StoredMessage& message, Shown shown,
+                                    const Settings& settings);
+
+/// The number in a command's parameter `index` and its type in the next one, if that is given;
+/// nullopt when it is not a number in the character set.
+[[nodiscard]] std::optional<gsm::Address> NumberGiven(const AtCommand& command, std::size_t index,
+                                                      CharacterSet set);
+
+/// The SMS-SUBMIT of what was typed after the prompt, as AT+CSMP and AT+CSCS have it: text, or
+/// hexadecimal digits for UCS-2, 8-bit data and user data with a header. nullopt when it does not
+/// fit one message or is not written so.
+[[nodiscard]] std::optional<gsm::Octets> SubmitOctets(const gsm::Address& destination,
+                                                      std::string_view body,
+                                                      const Settings& settings);
 
 }  // namespace modem_simulator

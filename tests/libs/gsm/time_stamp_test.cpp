@@ -70,5 +70,14 @@ TEST(TimeStamp, ShowsAnInstantInItsZone) {
   EXPECT_EQ(FormatTimeStamp(ToTimeStamp(newyear, -60)), "2025-12-31T23:00:00-01:00");
 }
 
+TEST(TimeStamp, IsAnInstantInAnyZone) {
+  const std::chrono::sys_seconds newyear =
+      std::chrono::sys_days(std::chrono::year(2026) / std::chrono::January / 1);
+  EXPECT_EQ(ToTime(ParseTimeStamp("2026-01-01T00:00:00Z").value()), newyear);
+  EXPECT_EQ(ToTime(ParseTimeStamp("2025-12-31T23:00:00-01:00").value()), newyear);
+  EXPECT_EQ(ToTime(ParseTimeStamp("2026-01-01T05:45:01+05:45").value()),
+            newyear + std::chrono::seconds(1));
+}
+
 }  // namespace
 }  // namespace gsm

@@ -59,17 +59,41 @@ TEST_P(EveryCommand, HasItsAnswer) {
 
 INSTANTIATE_TEST_SUITE_P(
     Network, EveryCommand,
-    testing::Values(Answered{"AT+CPIN=?", ""}, Answered{"AT+CPIN", "!ERROR"},
-                    Answered{"AT+CPIN=1234", "!+CME ERROR: 3"},
-                    Answered{"AT+CSQ=?", "+CSQ: (0-31,99),(0-7,99)"},
-                    Answered{"AT+CREG=?", "+CREG: (0-1)"}, Answered{"AT+CREG=2", "!ERROR"},
-                    Answered{"AT+CGREG=1;+CGREG?", "+CGREG: 1,1"},
-                    Answered{"AT+COPS=?", "+COPS: (2,\"Corvane\",\"Corvane\",\"00101\")"},
-                    Answered{"AT+COPS?", "+COPS: 0,0,\"Corvane\""},
-                    Answered{"AT+CFUN=?", "+CFUN: (1)"}, Answered{"AT+CFUN?", "+CFUN: 1"},
-                    Answered{"AT+CFUN=0", "!+CME ERROR: 3"}, Answered{"AT+CIMI=?", ""},
-                    Answered{"AT+CIMI", "310150123456789"}, Answered{"AT+CPAS", "+CPAS: 0"},
-                    Answered{"AT+CPAS=?", "+CPAS: (0)"}, Answered{"AT+CCLK", ""}));
+    testing::Values(
+        Answered{"AT+CPIN=?", ""}, Answered{"AT+CPIN", "!ERROR"},
+        Answered{"AT+CPIN=1234", "!+CME ERROR: 3"},
+        Answered{"AT+CSQ=?", "+CSQ: (0-31,99),(0-7,99)"}, Answered{"AT+CREG=?", "+CREG: (0-2)"},
+        Answered{"AT+CREG=3", "!+CME ERROR: 50"},
+        Answered{"AT+CREG=2;+CREG?", "+CREG: 2,1,\"1A2B\",\"C0DE\""},
+        Answered{"AT+CREG=2;+CREG=;+CREG?", "+CREG: 0,1"}, Answered{"AT+CGREG=?", "+CGREG: (0-2)"},
+        Answered{"AT+CGREG=1;+CGREG?", "+CGREG: 1,1"}, Answered{"AT+CGREG=2;+CREG?", "+CREG: 0,1"},
+        Answered{"AT+CGREG=2;+CGREG?", "+CGREG: 2,1,\"1A2B\",\"C0DE\""},
+        Answered{"AT+CGATT=?", "+CGATT: (0,1)"}, Answered{"AT+CGATT?", "+CGATT: 1"},
+        Answered{"AT+CGATT=0;+CGATT?", "+CGATT: 0"}, Answered{"AT+CGATT=2", "!+CME ERROR: 50"},
+        Answered{"AT+CGATT", "!ERROR"},
+        Answered{"AT+COPS=?", "+COPS: (2,\"Corvane\",\"Corvane\",\"00101\"),,(0-4),(0-2)"},
+        Answered{"AT+COPS?", "+COPS: 0,0,\"Corvane\""},
+        Answered{"AT+COPS=3,1;+COPS?", "+COPS: 0,1,\"Corvane\""},
+        Answered{"AT+COPS=3,2;+COPS?", "+COPS: 0,2,\"00101\""},
+        Answered{"AT+COPS=3,0;+COPS?", "+COPS: 0,0,\"Corvane\""},
+        Answered{"AT+COPS=1,2,\"00101\";+COPS?", "+COPS: 1,2,\"00101\""},
+        Answered{"AT+COPS=1,0,\"Other\"", "!+CME ERROR: 30"},
+        Answered{"AT+COPS=4,0,\"Other\";+COPS?", "+COPS: 0,0,\"Corvane\""},
+        Answered{"AT+COPS=3", "!+CME ERROR: 50"}, Answered{"AT+COPS=3,3", "!+CME ERROR: 50"},
+        Answered{"AT+COPS=1,0", "!+CME ERROR: 50"}, Answered{"AT+COPS=5", "!+CME ERROR: 50"},
+        Answered{"AT+COPS", "!ERROR"}, Answered{"AT+CFUN=?", "+CFUN: (1)"},
+        Answered{"AT+CFUN?", "+CFUN: 1"}, Answered{"AT+CFUN=0", "!+CME ERROR: 3"},
+        Answered{"AT+CIMI=?", ""}, Answered{"AT+CIMI", "310150123456789"},
+        Answered{"AT+CPAS", "+CPAS: 0"}, Answered{"AT+CPAS=?", "+CPAS: (0)"},
+        Answered{"AT+CCLK", "!ERROR"}, Answered{"AT+CCLK=?", ""},
+        Answered{"AT+CCLK?", "+CCLK: \"26/01/31,12:00:00+04\""},
+        Answered{"AT+CCLK=\"27/02/28,23:59:59-14\";+CCLK?", "+CCLK: \"27/02/28,23:59:59-14\""},
+        Answered{"AT+CCLK=\"27/02/28,23:59:59\";+CCLK?", "+CCLK: \"27/02/28,23:59:59+00\""},
+        Answered{"AT+CCLK=\"27/02/29,23:59:59+00\"", "!+CME ERROR: 50"},
+        Answered{"AT+CCLK=\"27/02/28,24:00:00+00\"", "!+CME ERROR: 50"},
+        Answered{"AT+CCLK=\"27-02-28,23:00:00+00\"", "!+CME ERROR: 50"},
+        Answered{"AT+CCLK=\"27/02/28,23:00:00+x0\"", "!+CME ERROR: 50"},
+        Answered{"AT+CCLK=\"\"", "!+CME ERROR: 50"}));
 
 INSTANTIATE_TEST_SUITE_P(
     Messages, EveryCommand,
@@ -81,26 +105,58 @@ INSTANTIATE_TEST_SUITE_P(
         Answered{"AT+CPMS=\"ME\"", "!+CMS ERROR: 302"}, Answered{"AT+CSCA=?", ""},
         Answered{"AT+CSCA", "!ERROR"}, Answered{"AT+CSCA=\"x\"", "!+CMS ERROR: 305"},
         Answered{"AT+CSCA=\"+4915\";+CSCA?", "+CSCA: \"+4915\",145"},
-        Answered{"AT+CNMI=?", "+CNMI: (0-2),(0-2),(0),(0),(0,1)"},
+        Answered{"AT+CNMI=?", "+CNMI: (0-3),(0-3),(0-3),(0-2),(0,1)"},
+        Answered{"AT+CNMI=3,3,3,2,1;+CNMI?", "+CNMI: 3,3,3,2,1"},
+        Answered{"AT+CNMI=,,,1;+CNMI?", "+CNMI: 2,1,0,1,0"},
+        Answered{"AT+CNMI=4", "!+CMS ERROR: 302"}, Answered{"AT+CNMI=2,4", "!+CMS ERROR: 302"},
+        Answered{"AT+CNMI=2,1,4", "!+CMS ERROR: 302"},
+        Answered{"AT+CNMI=2,1,0,3", "!+CMS ERROR: 302"},
+        Answered{"AT+CNMI=2,1,0,0,2", "!+CMS ERROR: 302"},
+        Answered{"AT+CNMI=x", "!+CMS ERROR: 302"},
         Answered{"AT+CNMI=2,2;+CNMI?", "+CNMI: 2,2,0,0,0"},
-        Answered{"AT+CNMI;+CNMI?", "+CNMI: 0,0,0,0,0"}, Answered{"AT+CNMI=2,3", "!+CMS ERROR: 302"},
-        Answered{"AT+CNMI=2,1,0,0,0,0", "!+CMS ERROR: 302"}, Answered{"AT+CSMS=?", "+CSMS: (0)"},
+        Answered{"AT+CNMI;+CNMI?", "+CNMI: 0,0,0,0,0"},
+        Answered{"AT+CNMI=2,1,0,0,0,0", "!+CMS ERROR: 302"}, Answered{"AT+CSMS=?", "+CSMS: (0,1)"},
         Answered{"AT+CSMS?", "+CSMS: 0,1,1,0"}, Answered{"AT+CSMS=0", "+CSMS: 1,1,0"},
-        Answered{"AT+CSMS=1", "!+CMS ERROR: 302"}, Answered{"AT+CMGR=?", ""},
-        Answered{"AT+CMGR=1", ""}, Answered{"AT+CMGR=21", "!+CMS ERROR: 321"},
-        Answered{"AT+CMGL=?", "+CMGL: (0-4)"}, Answered{"AT+CMGL=5", "!+CMS ERROR: 304"},
-        Answered{"AT+CMGD=?", "+CMGD: (1-20),(0-4)"}, Answered{"AT+CMGD=21", "!+CMS ERROR: 321"},
-        Answered{"AT+CMGD=1", "!+CMS ERROR: 321"}, Answered{"AT+CMGD=0,4", ""}));
+        Answered{"AT+CSMS=1", "+CSMS: 1,1,0"}, Answered{"AT+CSMS=2", "!+CMS ERROR: 302"},
+        Answered{"AT+CMGR=?", ""}, Answered{"AT+CMGR=1", ""},
+        Answered{"AT+CMGR=21", "!+CMS ERROR: 321"}, Answered{"AT+CMGL=?", "+CMGL: (0-4)"},
+        Answered{"AT+CMGL=5", "!+CMS ERROR: 304"}, Answered{"AT+CMGD=?", "+CMGD: (1-20),(0-4)"},
+        Answered{"AT+CMGD=21", "!+CMS ERROR: 321"}, Answered{"AT+CMGD=1", "!+CMS ERROR: 321"},
+        Answered{"AT+CMGD=0,4", ""}, Answered{"AT+CSDH=?", "+CSDH: (0,1)"},
+        Answered{"AT+CSDH=1;+CSDH?", "+CSDH: 1"}, Answered{"AT+CSDH=2", "!ERROR"},
+        Answered{"AT+CSMP=?", ""}, Answered{"AT+CSMP?", "+CSMP: 17,167,0,0"},
+        Answered{"AT+CSMP", "!ERROR"}, Answered{"AT+CSMP=49,255,64,8;+CSMP?", "+CSMP: 49,255,64,8"},
+        Answered{"AT+CSMP=,,,4;+CSMP?", "+CSMP: 17,167,0,4"},
+        Answered{"AT+CSMP=25,\"26/02/01,12:00:00+04\";+CSMP?",
+                 "+CSMP: 25,\"26/02/01,12:00:00+04\",0,0"},
+        Answered{"AT+CSMP=25", "!+CMS ERROR: 305"}, Answered{"AT+CSMP=4", "!+CMS ERROR: 305"},
+        Answered{"AT+CSMP=9", "!+CMS ERROR: 305"}, Answered{"AT+CSMP=17,256", "!+CMS ERROR: 305"},
+        Answered{"AT+CSMP=17,167,0,256", "!+CMS ERROR: 305"},
+        Answered{"AT+CSMP=17,167,0,0,0", "!+CMS ERROR: 305"}, Answered{"AT+CNMA=?", "+CNMA: (0-2)"},
+        Answered{"AT+CMGF=1;+CNMA=?", ""}, Answered{"AT+CNMA", "!+CMS ERROR: 340"},
+        Answered{"AT+CNMA=3", "!+CMS ERROR: 304"}, Answered{"AT+CNMA?", "!ERROR"},
+        Answered{"AT+CMGW=?", ""}, Answered{"AT+CMGW=6", "!+CMS ERROR: 304"},
+        Answered{"AT+CMGW=18,4", "!+CMS ERROR: 304"}, Answered{"AT+CMGW", "!+CMS ERROR: 304"},
+        Answered{"AT+CMGW?", "!ERROR"}, Answered{"AT+CMSS=?", ""}, Answered{"AT+CMSS", "!ERROR"},
+        Answered{"AT+CMSS=1", "!+CMS ERROR: 321"}, Answered{"AT+CMSS=x", "!+CMS ERROR: 321"}));
 
-INSTANTIATE_TEST_SUITE_P(General, EveryCommand,
-                         testing::Values(Answered{"AT+CMEE=?", "+CMEE: (0-2)"},
-                                         Answered{"AT+CMEE?", "+CMEE: 1"},
-                                         Answered{"AT+CMEE=3", "!ERROR"},
-                                         Answered{"AT+CSCS=?", "+CSCS: (\"GSM\",\"UCS2\")"},
-                                         Answered{"AT+CSCS=\"UCS2\";+CSCS?", "+CSCS: \"UCS2\""},
-                                         Answered{"AT+CSCS", "!ERROR"},
-                                         Answered{"AT+CSCS=\"IRA\"", "!ERROR"},
-                                         Answered{"ATD123;", "!NO CARRIER"}));
+INSTANTIATE_TEST_SUITE_P(
+    General, EveryCommand,
+    testing::Values(
+        Answered{"AT+CMEE=?", "+CMEE: (0-2)"}, Answered{"AT+CMEE?", "+CMEE: 1"},
+        Answered{"AT+CMEE=3", "!ERROR"}, Answered{"AT+CSCS=?", "+CSCS: (\"GSM\",\"IRA\",\"UCS2\")"},
+        Answered{"AT+CSCS=\"UCS2\";+CSCS?", "+CSCS: \"UCS2\""}, Answered{"AT+CSCS", "!ERROR"},
+        Answered{"AT+CSCS=\"IRA\";+CSCS?", "+CSCS: \"IRA\""}, Answered{"AT+CSCS=\"HEX\"", "!ERROR"},
+        Answered{"AT+IPR=?",
+                 "+IPR: (),(0,1200,2400,4800,9600,19200,38400,"
+                 "57600,115200,230400,460800,921600)"},
+        Answered{"AT+IPR?", "+IPR: 0"}, Answered{"AT+IPR=115200;+IPR?", "+IPR: 115200"},
+        Answered{"AT+IPR=9601", "!ERROR"}, Answered{"AT+IFC=?", "+IFC: (0-3),(0-2)"},
+        Answered{"AT+IFC=1,1;+IFC?", "+IFC: 1,1"}, Answered{"AT+ICF?", "+ICF: 3,3"},
+        Answered{"ATS5?", "008"}, Answered{"ATS3?", "013"}, Answered{"ATS4=10", ""},
+        Answered{"ATS3=12", "!ERROR"}, Answered{"ATS5=128", "!ERROR"},
+        Answered{"ATS5=127S5?", "127"}, Answered{"ATS0=2S0?", "002"},
+        Answered{"ATD123;", "!NO CARRIER"}));
 
 TEST_F(AtInterpreterTest, SaysThatAPinIsWrongAndAtLastThatTheCardIsBlocked) {
   ModemOptions options;
@@ -277,6 +333,41 @@ TEST_F(AtInterpreterTest, FindsTheCommandBehindRubbish) {
 TEST_F(AtInterpreterTest, TakesBackspace) {
   EchoOff();
   EXPECT_EQ(Ask("\bATX\b\r"), "\r\nOK\r\n");
+}
+
+TEST_F(AtInterpreterTest, TakesTheBackspaceThatS5Names) {
+  EchoOff();
+  Ask("ATS5=127\r");
+  EXPECT_EQ(Ask("ATX\x7F\r"), "\r\nOK\r\n");
+  EXPECT_EQ(Ask("AT+CMGF\b?\r"), "\r\nERROR\r\n") << "the former one is a character now";
+}
+
+TEST_F(AtInterpreterTest, TakesBackspaceInAText) {
+  EchoOff();
+  Ask("AT+CMGF=1\r");
+  Ask("AT+CMGS=\"+1555\"\r");
+  EXPECT_EQ(Ask("\b\bhelp\blo\x1A"), "\r\n+CMGS: 1\r\n\r\nOK\r\n");
+  EXPECT_EQ(host_.reports.back(), "sent to +1555: hello");
+}
+
+TEST_F(AtInterpreterTest, KeepsTheLinesOfAText) {
+  EchoOff();
+  Ask("AT+CMGF=1\r");
+  Ask("AT+CMGS=\"+1555\"\r\n");
+  EXPECT_EQ(Ask("one\r\ntwo\x1A"), "\r\n> \r\n+CMGS: 1\r\n\r\nOK\r\n");
+  EXPECT_EQ(host_.reports.back(), "sent to +1555: one\\r\\ntwo");
+}
+
+TEST_F(AtInterpreterTest, RepeatsTheLastLineAtOnce) {
+  EXPECT_EQ(Ask("A/"), "A/\r\nOK\r\n") << "there is none yet";
+  EchoOff();
+  Ask("AT+CSQ\r");
+  EXPECT_EQ(Ask("A/"), "\r\n+CSQ: 20,0\r\n\r\nOK\r\n");
+  EXPECT_EQ(Ask("a/"), "\r\n+CSQ: 20,0\r\n\r\nOK\r\n");
+  EXPECT_EQ(Ask("\r"), "") << "no carriage return was due";
+  EXPECT_EQ(Ask("AT+CGMM\r"), "\r\nSimulator\r\n\r\nOK\r\n");
+  EXPECT_EQ(Ask("xA/\r"), "") << "only at the beginning of a line";
+  EXPECT_EQ(Ask("A/"), "\r\nSimulator\r\n\r\nOK\r\n");
 }
 
 TEST_F(AtInterpreterTest, AnswersACompoundLineWithOneResult) {

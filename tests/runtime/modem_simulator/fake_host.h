@@ -21,13 +21,14 @@ class FakeHost : public ModemHost {
     delay = time;
   }
   void Report(std::string_view line) override { reports.emplace_back(line); }
-  gsm::TimeStamp Now() override { return {2026, 1, 31, 12, 0, 0, 60}; }
+  gsm::TimeStamp Now() override { return now; }
 
   /// What the modem has sent since the last call.
   std::string Take() { return std::exchange(transmitted, {}); }
 
   std::string transmitted;
   std::vector<std::string> reports;
+  gsm::TimeStamp now{2026, 1, 31, 12, 0, 0, 60};
   bool awaiting = false;
   std::chrono::nanoseconds delay{0};  ///< that was asked for last
 };

@@ -136,6 +136,106 @@ TEST_F(ModemTest, HandsMessagesThroughWithoutStoringThem) {
   EXPECT_EQ(Ask("AT+CMGL=4\r"), "\r\nOK\r\n");
 }
 
+/// A message of this class in the default alphabet: "hi".
+std::string OfClass(int message_class) {
+  return "0004048100F000" + std::to_string(10 + message_class) + "6210132100004002E834";
+}
+
+TEST_F(ModemTest, RoutesMessagesByTheirClass) {
+  Ask("AT+CNMI=2,2\r");
+  modem_.ReceivePdu(gsm::FromHexadecimal(OfClass(2)).value());
+  EXPECT_EQ(host_.Take(), "\r\n+CMTI: \"SM\",1\r\n") << "a class for the SIM card";
+  modem_.ReceivePdu(gsm::FromHexadecimal(OfClass(1)).value());
+  EXPECT_EQ(host_.Take(), "\r\n+CMT: ,17\r\n" + OfClass(1) + "\r\n");
+  Ask("AT+CNMI=2,3\r");
+  modem_.ReceivePdu(gsm::FromHexadecimal(OfClass(1)).value());
+  EXPECT_EQ(host_.Take(), "\r\n+CMTI: \"SM\",2\r\n");
+  modem_.ReceivePdu(gsm::FromHexadecimal(OfClass(3)).value());
+  EXPECT_EQ(host_.Take(), "\r\n+CMT: ,17\r\n" + OfClass(3) + "\r\n") << "the controller's";
+}
+
+TEST_F(ModemTest, KeepsIndicationsUntilTheyAreAllowed) {
+  Ask("AT+CNMI=0,1\r");
+  ASSERT_TRUE(modem_.Receive("+1555", "x"));
+  ASSERT_TRUE(modem_.Receive("+1555", "y"));
+  EXPECT_EQ(host_.Take(), "");
+  EXPECT_EQ(Ask("AT+CNMI=1\r"), "\r\nOK\r\n\r\n+CMTI: \"SM\",1\r\n\r\n+CMTI: \"SM\",2\r\n");
+}
+
+TEST_F(ModemTest, ForgetsKeptIndicationsWhenToldTo) {
+  Ask("AT+CNMI=0,1\r");
+  ASSERT_TRUE(modem_.Receive("+1555", "x"));
+  EXPECT_EQ(Ask("AT+CNMI=3,1,0,0,1\r"), "\r\nOK\r\n");
+  ASSERT_TRUE(modem_.Receive("+1555", "y"));
+  EXPECT_EQ(host_.Take(), "\r\n+CMTI: \"SM\",2\r\n");
+}
+
+TEST_F(ModemTest, KeepsTheLatestOfTooManyIndications) {
+  ModemOptions options;
+  options.store_size = 300;
+  Modem modem(options, host_);
+  Exchange(modem, host_, "ATE0+CNMI=0,1\r");
+  for (int i = 0; i < 300; ++i) ASSERT_TRUE(modem.Receive("+1555", "x"));
+  const std::string told = Exchange(modem, host_, "AT+CNMI=2\r");
+  EXPECT_TRUE(told.starts_with("\r\nOK\r\n\r\n+CMTI: \"SM\",45\r\n")) << told.substr(0, 40);
+  EXPECT_TRUE(told.ends_with("\r\n+CMTI: \"SM\",300\r\n"));
+}
+
+TEST_F(ModemTest, HandsOnTheNextMessageWhenOneIsAcknowledged) {
+  Ask("AT+CSMS=1;+CNMI=2,2\r");
+  modem_.ReceivePdu(gsm::FromHexadecimal(OfClass(0)).value());
+  modem_.ReceivePdu(gsm::FromHexadecimal(OfClass(1)).value());
+  EXPECT_EQ(host_.Take(), "\r\n+CMT: ,17\r\n" + OfClass(0) + "\r\n");
+  EXPECT_THAT(host_.reports.back(), HasSubstr("; the last one is not acknowledged"));
+  EXPECT_EQ(Ask("AT+CNMA\r"), "\r\nOK\r\n\r\n+CMT: ,17\r\n" + OfClass(1) + "\r\n");
+  EXPECT_EQ(Ask("AT+CNMA=2\r"), "\r\nOK\r\n");
+  EXPECT_EQ(host_.reports.back(), "refused by the controller");
+  EXPECT_EQ(Ask("AT+CNMA\r"), "\r\n+CMS ERROR: 340\r\n") << "nothing is left to acknowledge";
+}
+
+TEST_F(ModemTest, TakesAnAcknowledgementWithAPdu) {
+  Ask("AT+CSMS=1;+CNMI=2,2\r");
+  modem_.ReceivePdu(gsm::FromHexadecimal(OfClass(0)).value());
+  host_.Take();
+  EXPECT_EQ(Ask("AT+CNMA=1,2\r"), "\r\n> ");
+  EXPECT_EQ(Ask("00\x1A"), "\r\n+CMS ERROR: 304\r\n");
+  EXPECT_EQ(host_.reports.back(), "refused: AT+CNMA announced 2 octets, the PDU has 1");
+  EXPECT_EQ(Ask("AT+CNMA=1,2\r"), "\r\n> ");
+  EXPECT_EQ(Ask("0000\x1A"), "\r\nOK\r\n");
+  EXPECT_EQ(Ask("AT+CNMA\r"), "\r\n+CMS ERROR: 340\r\n");
+}
+
+TEST_F(ModemTest, NeedsNoAcknowledgementAfterAReset) {
+  Ask("AT+CSMS=1;+CNMI=2,2\r");
+  modem_.ReceivePdu(gsm::FromHexadecimal(OfClass(0)).value());
+  modem_.ReceivePdu(gsm::FromHexadecimal(OfClass(1)).value());
+  host_.Take();
+  EXPECT_EQ(Ask("ATZ\r"), "\r\nOK\r\n\r\n+CMTI: \"SM\",1\r\n") << "the second one is stored";
+}
+
+/// "hello" with a request for a status report.
+constexpr char kHelloWithReport[] = "0021000B915155101032F4000005E8329BFD06";
+
+TEST_F(ModemTest, HandsOnStoresOrDropsStatusReports) {
+  const auto send = [this] {
+    Ask("AT+CMGS=18\r");
+    return Ask(std::string(kHelloWithReport) + "\x1A");
+  };
+  EXPECT_EQ(send(), "\r\n+CMGS: 1\r\n\r\nOK\r\n");
+  EXPECT_EQ(host_.reports.back(),
+            "received, not handed on: status report 0 on message 1 to +15550101234");
+  Ask("AT+CNMI=2,1,0,1\r");
+  EXPECT_EQ(send(),
+            "\r\n+CMGS: 2\r\n\r\nOK\r\n\r\n+CDS: 25\r\n"
+            "07915155000000F006020B915155101032F4621013210000406210132100004000\r\n");
+  Ask("AT+CNMI=2,1,0,2\r");
+  EXPECT_EQ(send(), "\r\n+CMGS: 3\r\n\r\nOK\r\n\r\n+CDSI: \"SM\",1\r\n");
+  Ask("AT+CMGF=1\r");
+  EXPECT_EQ(Ask("AT+CMGR=1\r"),
+            "\r\n+CMGR: \"REC UNREAD\",6,3,\"+15550101234\",145,\"26/01/31,12:00:00+04\","
+            "\"26/01/31,12:00:00+04\",0\r\n\r\nOK\r\n");
+}
+
 TEST_F(ModemTest, StoresALongTextInParts) {
   ASSERT_TRUE(modem_.Receive("+4915112345678", std::string(161, 'x')));
   EXPECT_EQ(host_.Take(), "\r\n+CMTI: \"SM\",1\r\n\r\n+CMTI: \"SM\",2\r\n");
@@ -225,6 +325,55 @@ TEST_F(ModemTest, TellsChangesOfRegistrationWhenAsked) {
   EXPECT_EQ(host_.Take(), "") << "no change";
 }
 
+TEST_F(ModemTest, TellsWhereItIsRegisteredWhenAsked) {
+  Ask("AT+CREG=2;+CGREG=2\r");
+  modem_.SetRegistered(false);
+  EXPECT_EQ(host_.Take(), "\r\n+CREG: 0\r\n\r\n+CGREG: 0\r\n");
+  EXPECT_EQ(Ask("AT+CREG?\r"), "\r\n+CREG: 2,0\r\n\r\nOK\r\n");
+  modem_.SetRegistered(true);
+  EXPECT_EQ(host_.Take(), "\r\n+CREG: 1,\"1A2B\",\"C0DE\"\r\n\r\n+CGREG: 1,\"1A2B\",\"C0DE\"\r\n");
+}
+
+TEST_F(ModemTest, LeavesTheNetworkAndReturnsAsCopsSays) {
+  Ask("AT+CREG=1;+CMEE=1\r");
+  EXPECT_EQ(Ask("AT+COPS=2\r"), "\r\nOK\r\n\r\n+CREG: 0\r\n");
+  EXPECT_EQ(Ask("AT+COPS?\r"), "\r\n+COPS: 2\r\n\r\nOK\r\n");
+  EXPECT_EQ(Ask("AT+COPS=?\r"),
+            "\r\n+COPS: (1,\"Corvane\",\"Corvane\",\"00101\"),,(0-4),(0-2)\r\n\r\nOK\r\n");
+  EXPECT_EQ(Ask("AT+CGATT?\r"), "\r\n+CGATT: 0\r\n\r\nOK\r\n");
+  EXPECT_EQ(Ask("AT+CGATT=1\r"), "\r\n+CME ERROR: 30\r\n");
+  EXPECT_EQ(Send(), "\r\n+CMS ERROR: 331\r\n");
+  EXPECT_EQ(Ask("AT+COPS=0\r"), "\r\nOK\r\n\r\n+CREG: 1\r\n");
+  EXPECT_EQ(Send(), "\r\n+CMGS: 1\r\n\r\nOK\r\n");
+}
+
+TEST_F(ModemTest, ShowsNoOperatorWhereThereIsNone) {
+  modem_.SetRegistered(false);
+  EXPECT_EQ(Ask("AT+COPS?\r"), "\r\n+COPS: 0\r\n\r\nOK\r\n");
+  EXPECT_EQ(Ask("AT+COPS=?\r"), "\r\n+COPS: ,,(0-4),(0-2)\r\n\r\nOK\r\n");
+}
+
+TEST_F(ModemTest, TellsThatItLeavesThePacketNetwork) {
+  Ask("AT+CGREG=1\r");
+  EXPECT_EQ(Ask("AT+CGATT=0\r"), "\r\nOK\r\n\r\n+CGREG: 0\r\n");
+  EXPECT_EQ(Ask("AT+CREG?\r"), "\r\n+CREG: 0,1\r\n\r\nOK\r\n");
+  EXPECT_EQ(Ask("AT+CGATT=1\r"), "\r\nOK\r\n\r\n+CGREG: 1\r\n");
+}
+
+TEST_F(ModemTest, ItsClockRunsOnFromWhatItIsSetTo) {
+  Ask("AT+CCLK=\"27/02/28,23:59:50+00\"\r");
+  host_.now.second = 20;
+  EXPECT_EQ(Ask("AT+CCLK?\r"), "\r\n+CCLK: \"27/03/01,00:00:10+00\"\r\n\r\nOK\r\n");
+}
+
+TEST_F(ModemTest, WritesStringsInItsCharacterSet) {
+  Ask("AT+CSCS=\"UCS2\"\r");
+  EXPECT_EQ(Ask("AT+COPS?\r"), "\r\n+COPS: 0,0,\"0043006F007200760061006E0065\"\r\n\r\nOK\r\n");
+  EXPECT_EQ(Ask("AT+COPS=1,1,\"0043006F007200760061006E0065\"\r"), "\r\nOK\r\n");
+  EXPECT_EQ(Ask("AT+CSCA=\"002B0034\";+CSCA?\r"), "\r\n+CSCA: \"002B0034\",145\r\n\r\nOK\r\n");
+  EXPECT_EQ(Ask("AT+CSCA=\"+4\"\r"), "\r\n+CMS ERROR: 305\r\n");
+}
+
 TEST_F(ModemTest, TellsItsSignal) {
   modem_.SetSignal(99);
   EXPECT_EQ(Ask("AT+CSQ\r"), "\r\n+CSQ: 99,99\r\n\r\nOK\r\n");
@@ -268,6 +417,135 @@ TEST_F(ModemTest, ShowsMessagesInTextMode) {
             "0047007200FC00DF0065\r\n\r\nOK\r\n");
 }
 
+TEST_F(ModemTest, ShowsAllFieldsInTextModeWhenAsked) {
+  Receive(kReceived);
+  Ask("AT+CMGF=1;+CSDH=1\r");
+  EXPECT_EQ(Ask("AT+CMGR=1\r"),
+            "\r\n+CMGR: \"REC UNREAD\",\"+31641600986\",,\"02/08/26,19:37:41+00\",145,4,0,0,"
+            "\"+31624000000\",145,12\r\nHow are you?\r\n\r\nOK\r\n");
+  EXPECT_EQ(Ask("AT+CMGL=\"ALL\"\r"),
+            "\r\n+CMGL: 1,\"REC READ\",\"+31641600986\",,\"02/08/26,19:37:41+00\",145,12\r\n"
+            "How are you?\r\n\r\nOK\r\n");
+}
+
+TEST_F(ModemTest, HandsMessagesThroughAsTextInTextMode) {
+  Ask("AT+CMGF=1;+CNMI=2,2\r");
+  ASSERT_TRUE(modem_.Receive("+1555", "hi"));
+  EXPECT_EQ(host_.Take(), "\r\n+CMT: \"+1555\",,\"26/01/31,12:00:00+04\"\r\nhi\r\n");
+  Ask("AT+CSDH=1\r");
+  ASSERT_TRUE(modem_.Receive("+1555", "hi"));
+  EXPECT_EQ(host_.Take(),
+            "\r\n+CMT: \"+1555\",,\"26/01/31,12:00:00+04\",145,4,0,0,\"+15550000000\",145,2\r\n"
+            "hi\r\n");
+}
+
+TEST_F(ModemTest, WritesAndReadsTextsInAscii) {
+  ASSERT_TRUE(modem_.Receive("+1555", "a@b_c [ü]"));
+  host_.Take();
+  Ask("AT+CMGF=1;+CSCS=\"IRA\"\r");
+  EXPECT_THAT(Ask("AT+CMGR=1\r"), HasSubstr("\r\na@b_c [?]\r\n"));
+  Ask("AT+CMGS=\"+1555\"\r");
+  EXPECT_EQ(Ask("x@y_z {1}\x1A"), "\r\n+CMGS: 1\r\n\r\nOK\r\n");
+  EXPECT_EQ(host_.reports.back(), "sent to +1555: x@y_z {1}");
+  Ask("AT+CMGS=\"+1555\"\r");
+  EXPECT_EQ(Ask("`\x1A"), "\r\n+CMS ERROR: 305\r\n") << "the default alphabet lacks it";
+}
+
+TEST_F(ModemTest, TakesNumbersInItsCharacterSet) {
+  Ask("AT+CMGF=1;+CSCS=\"UCS2\"\r");
+  EXPECT_EQ(Ask("AT+CMGS=\"+1555\"\r"), "\r\n+CMS ERROR: 305\r\n");
+  EXPECT_EQ(Ask("AT+CMGS=\"00310\"\r"), "\r\n+CMS ERROR: 305\r\n");
+  EXPECT_EQ(Ask("AT+CMGS=\"002B0031003500350035\"\r"), "\r\n> ");
+  EXPECT_EQ(Ask("004700FC\x1A"), "\r\n+CMGS: 1\r\n\r\nOK\r\n");
+  EXPECT_EQ(host_.reports.back(), "sent to +1555: Gü");
+  EXPECT_EQ(Ask("AT+CMGS=\"002B0031003500350035\"\r"), "\r\n> ");
+  EXPECT_EQ(Ask("0416\x1A"), "\r\n+CMS ERROR: 305\r\n") << "the data coding is still 0";
+}
+
+TEST_F(ModemTest, TakesTheTypeOfANumber) {
+  Ask("AT+CMGF=1\r");
+  for (const auto& [number, to] :
+       {std::pair("\"1555\",145", "+1555"), {"\"+1555\",145", "+1555"}, {"\"1555\",129", "1555"}}) {
+    Ask(std::string("AT+CMGS=") + number + "\r");
+    Ask("x\x1A");
+    EXPECT_EQ(host_.reports.back(), std::string("sent to ") + to + ": x");
+  }
+  EXPECT_EQ(Ask("AT+CMGS=\"1555\",256\r"), "\r\n+CMS ERROR: 305\r\n");
+}
+
+TEST_F(ModemTest, SendsTextsWithTheParametersOfCsmp) {
+  Ask("AT+CMGF=1;+CSMP=17,167,0,8\r");
+  Ask("AT+CMGS=\"+1555\"\r");
+  EXPECT_EQ(Ask("04160417\x1A"), "\r\n+CMGS: 1\r\n\r\nOK\r\n");
+  EXPECT_EQ(host_.reports.back(), "sent to +1555: ЖЗ");
+  Ask("AT+CSMP=,,,4\r");
+  Ask("AT+CMGS=\"+1555\"\r");
+  EXPECT_EQ(Ask("00FF\x1A"), "\r\n+CMGS: 2\r\n\r\nOK\r\n");
+  EXPECT_EQ(host_.reports.back(), "sent to +1555 as 8-bit data: 00FF");
+  Ask("AT+CSMP=81,,,8\r");  // user data with a header
+  Ask("AT+CMGS=\"+1555\"\r");
+  EXPECT_EQ(Ask("0500030102010416\x1A"), "\r\n+CMGS: 3\r\n\r\nOK\r\n");
+  EXPECT_EQ(host_.reports.back(), "part 1 of 2 to +1555");
+  Ask("AT+CSMP=49,,,0;+CNMI=2,1,0,1\r");  // with a status report
+  Ask("AT+CMGS=\"+1555\"\r");
+  EXPECT_THAT(Ask("x\x1A"), HasSubstr("\r\n+CDS: 6,4,\"+1555\",145,"));
+}
+
+TEST_F(ModemTest, WritesAMessageAndSendsItLater) {
+  EXPECT_EQ(Ask("AT+CMGW=18\r"), "\r\n> ");
+  EXPECT_EQ(Ask(std::string(kHello) + "\x1A"), "\r\n+CMGW: 1\r\n\r\nOK\r\n");
+  EXPECT_EQ(host_.reports.back(), "written, place 1: to +15550101234: hello");
+  EXPECT_EQ(Ask("AT+CMGL=2\r"), std::string("\r\n+CMGL: 1,2,,18\r\n") + kHello + "\r\n\r\nOK\r\n");
+  EXPECT_EQ(Ask("AT+CMSS=1\r"), "\r\n+CMSS: 1\r\n\r\nOK\r\n");
+  EXPECT_EQ(host_.reports.back(), "sent to +15550101234: hello");
+  EXPECT_EQ(Ask("AT+CMSS=1,\"1555\",145\r"), "\r\n+CMSS: 2\r\n\r\nOK\r\n");
+  EXPECT_EQ(host_.reports.back(), "sent to +1555: hello");
+  EXPECT_EQ(Ask("AT+CMSS=1,\"x\"\r"), "\r\n+CMS ERROR: 304\r\n");
+  EXPECT_EQ(Ask("AT+CMGL=3\r"), std::string("\r\n+CMGL: 1,3,,18\r\n") + kHello + "\r\n\r\nOK\r\n");
+}
+
+TEST_F(ModemTest, WritesTextsWithAndWithoutAReceiver) {
+  Ask("AT+CMGF=1\r");
+  EXPECT_EQ(Ask("AT+CMGW=\"+1555\",145,\"STO SENT\"\r"), "\r\n> ");
+  EXPECT_EQ(Ask("one\x1A"), "\r\n+CMGW: 1\r\n\r\nOK\r\n");
+  EXPECT_EQ(Ask("AT+CMGW\r"), "\r\n> ");
+  EXPECT_EQ(Ask("two\x1A"), "\r\n+CMGW: 2\r\n\r\nOK\r\n");
+  EXPECT_EQ(host_.reports.back(), "written, place 2: to nobody: two");
+  EXPECT_EQ(Ask("AT+CMGL=\"ALL\"\r"),
+            "\r\n+CMGL: 1,\"STO SENT\",\"+1555\",,\r\none\r\n"
+            "+CMGL: 2,\"STO UNSENT\",\"\",,\r\ntwo\r\n\r\nOK\r\n");
+  EXPECT_EQ(Ask("AT+CSDH=1;+CMGR=1\r"),
+            "\r\n+CMGR: \"STO SENT\",\"+1555\",,145,17,0,0,167,\"\",129,3\r\none\r\n\r\nOK\r\n");
+  EXPECT_EQ(Ask("AT+CMSS=2\r"), "\r\n+CMS ERROR: 305\r\n") << "to whom?";
+  EXPECT_EQ(Ask("AT+CMSS=2,\"+1666\"\r"), "\r\n+CMSS: 1\r\n\r\nOK\r\n");
+  EXPECT_EQ(host_.reports.back(), "sent to +1666: two");
+  EXPECT_EQ(Ask("AT+CMGW=\"+1555\",145,\"REC READ\"\r"), "\r\n+CMS ERROR: 305\r\n");
+}
+
+TEST_F(ModemTest, KeepsTheParametersOfAWrittenText) {
+  Ask("AT+CMGF=1;+CSMP=25,\"26/02/01,12:00:00+04\",64,0;+CSDH=1\r");
+  Ask("AT+CMGW=\"+1555\"\r");
+  Ask("x\x1A");
+  EXPECT_THAT(Ask("AT+CMGR=1\r"), HasSubstr(",145,25,64,0,\"26/02/01,12:00:00+04\",\"\",129,1"));
+}
+
+TEST_F(ModemTest, WritesAReceivedMessageAndRefusesToSendIt) {
+  Ask("AT+CMGW=30,1\r");
+  EXPECT_EQ(Ask(std::string(kReceived) + "\x1A"), "\r\n+CMGW: 1\r\n\r\nOK\r\n");
+  EXPECT_EQ(Ask("AT+CMGL=1\r"), "\r\n" + Entry(1, 1) + "\r\nOK\r\n");
+  EXPECT_EQ(Ask("AT+CMSS=1\r"), "\r\n+CMS ERROR: 302\r\n");
+  Ask("AT+CMGW=30,2\r");
+  EXPECT_EQ(Ask(std::string(kReceived) + "\x1A"), "\r\n+CMS ERROR: 304\r\n");
+}
+
+TEST_F(ModemTest, FailsToSendAStoredMessageWithoutANetwork) {
+  Ask("AT+CMGW=18\r");
+  Ask(std::string(kHello) + "\x1A");
+  modem_.SetRegistered(false);
+  EXPECT_EQ(Ask("AT+CMSS=1\r"), "\r\n+CMS ERROR: 331\r\n");
+  EXPECT_EQ(Ask("AT+CMGR=1\r"), std::string("\r\n+CMGR: 2,,18\r\n") + kHello + "\r\n\r\nOK\r\n");
+}
+
 TEST_F(ModemTest, SendsInTextMode) {
   Ask("AT+CMGF=1\r");
   EXPECT_EQ(Ask("AT+CMGS=\"+15550101234\"\r"), "\r\n> ");
@@ -290,7 +568,8 @@ class LockedModemTest : public ModemTest {
 
 TEST_F(LockedModemTest, WantsItsPinBeforeItMovesMessages) {
   EXPECT_EQ(Ask("AT+CPIN?\r"), "\r\n+CPIN: SIM PIN\r\n\r\nOK\r\n");
-  for (const char* command : {"AT+CMGL=0", "AT+CMGR=1", "AT+CMGD=1", "AT+CMGS=18", "AT+CPMS?"}) {
+  for (const char* command : {"AT+CMGL=0", "AT+CMGR=1", "AT+CMGD=1", "AT+CMGS=18", "AT+CMGW=18",
+                              "AT+CMSS=1", "AT+CPMS?"}) {
     EXPECT_EQ(Ask(std::string(command) + "\r"), "\r\n+CMS ERROR: 311\r\n") << command;
   }
   EXPECT_EQ(Ask("AT+CMGF=0\r"), "\r\nOK\r\n");
@@ -339,6 +618,13 @@ TEST_F(SmallModemTest, TakesTheNextMessageWhenOneIsDeleted) {
   EXPECT_EQ(host_.Take(), "");
   EXPECT_THAT(host_.reports.back(), HasSubstr(": two; the store is full"));
   EXPECT_EQ(Ask("AT+CMGD=0\r"), "\r\nOK\r\n\r\n+CMTI:\"SM\",0\r\n");
+}
+
+TEST_F(SmallModemTest, WritesNothingIntoAFullStore) {
+  ASSERT_TRUE(modem_.Receive("+1555", "one"));
+  host_.Take();
+  Ask("AT+CMGW=18\r");
+  EXPECT_EQ(Ask(std::string(kHello) + "\x1A"), "\r\n+CMS ERROR:322\r\n");
 }
 
 TEST_F(SmallModemTest, ShowsItsOddities) {

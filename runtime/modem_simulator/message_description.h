@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Tells the operator what the controller has sent: each part, and each message once it is whole.
+// Messages in words, for the operator.
 #pragma once
 
 #include <string>
@@ -9,6 +9,11 @@
 
 namespace modem_simulator {
 
+/// A PDU: "from +4915112345678 at 2026-01-31T12:00:00+01:00, part 1 of 2: text", "to +1555: text",
+/// "status report 0 on message 3 to +1555", or its digits where it cannot be decoded.
+[[nodiscard]] std::string DescribeMessage(gsm::OctetSpan octets);
+
+/// Tells what the controller has sent: each part, and each message once it is whole, as
 /// "sent to +15550101234: hello", or "part 1 of 2 to +15550101234" for a part of more.
 void ReportSent(ModemState& modem, const gsm::SubmitPdu& pdu);
 

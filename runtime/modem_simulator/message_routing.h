@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: MIT
+// What AT+CNMI makes of a message that arrives (3GPP TS 27.005 clause 3.4.1).
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "libs/gsm/octet_reader.h"
+#include "runtime/modem_simulator/modem_state.h"
+
+namespace modem_simulator {
+
+enum class Route : std::uint8_t {
+  kDiscard,
+  kStore,
+  kStoreAndTell,  ///< +CMTI, +CDSI
+  kHandOn,        ///< +CMT, +CDS: it is never stored
+};
+
+[[nodiscard]] Route RouteOf(gsm::OctetSpan pdu, const Indications& indications);
+
+/// The line that tells of a message in a place: `+CMTI: "SM",1`.
+[[nodiscard]] std::string PlaceNews(const ModemState& modem, gsm::OctetSpan pdu, int place);
+
+/// The lines that hand a message on: "+CMT: ,30" and the PDU, or the message as text mode shows it.
+[[nodiscard]] std::string MessageNews(const ModemState& modem, const gsm::Octets& pdu);
+
+}  // namespace modem_simulator
