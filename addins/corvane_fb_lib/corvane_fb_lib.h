@@ -2,9 +2,9 @@
 // The add-in's entry points, called by the runtime that loads it.
 #pragma once
 
-#include "addins/corvane_fb_lib/stdafx.h"
+#include "block/export.h"
 
-/// Registers the five block types with the runtime. Never fails. @return 0
+/// Registers the block types with the runtime. Never fails. @return 0
 CORVANE_FB_EXPORT int InitAddin();
 /// Does nothing: what static initialisation made goes when the library is unloaded.
 CORVANE_FB_EXPORT void DisposeAddin();

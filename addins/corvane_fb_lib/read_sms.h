@@ -11,9 +11,9 @@
 #include <string>
 #include <vector>
 
-#include "addins/corvane_fb_lib/base_fb.h"
-#include "addins/corvane_fb_lib/lua_glue.h"
 #include "addins/corvane_fb_lib/sms_delivered.h"
+#include "block/base_fb.h"
+#include "block/lua_glue.h"
 #include "corvane/modem_port_driver.h"
 
 class ReadSMSFB : public BaseFB<ReadSMSFB> {

@@ -11,10 +11,11 @@
 #include <deque>
 #include <mutex>
 #include <string>
+#include <string_view>
 
-#include "addins/corvane_fb_lib/base_fb.h"
 #include "addins/corvane_fb_lib/csmtp_v1_8a/csmtp.h"
-#include "addins/corvane_fb_lib/lua_glue.h"
+#include "block/base_fb.h"
+#include "block/lua_glue.h"
 #include "share/tthread.h"
 
 class SendEmailFB : public BaseFB<SendEmailFB> {
@@ -26,6 +27,8 @@ class SendEmailFB : public BaseFB<SendEmailFB> {
   /// that go one after the other take no longer than the longest of their dialogues.
   ~SendEmailFB() override;
   static const FBMetaEntry* GetMetaTable();
+  /// `ReplyToMail`, the address for replies, is read where a program sets it.
+  static bool IsKnownUndeclared(std::string_view name) { return name == "ReplyToMail"; }
 
   /// Publishes one finished job, as `Sent` and `Code`, and queues a new one on a rising edge of
   /// `Send`.

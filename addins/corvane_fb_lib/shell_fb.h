@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "addins/corvane_fb_lib/base_fb.h"
-#include "addins/corvane_fb_lib/lua_glue.h"
+#include "block/base_fb.h"
+#include "block/lua_glue.h"
 
 class ShellFB : public BaseFB<ShellFB> {
  public:
@@ -21,7 +21,6 @@ class ShellFB : public BaseFB<ShellFB> {
   /// @return the result of system(), which is the shell's, not the command's
   int Run(const std::string& command);
 
-  std::string spare_;
   bool busy_ = false;      // true inside Run
   bool last_run_ = false;  // `Run` at the last call
 };

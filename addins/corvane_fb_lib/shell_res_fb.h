@@ -6,8 +6,8 @@
 #include <cstdio>
 #include <string>
 
-#include "addins/corvane_fb_lib/base_fb.h"
-#include "addins/corvane_fb_lib/lua_glue.h"
+#include "block/base_fb.h"
+#include "block/lua_glue.h"
 
 class ShellResFB : public BaseFB<ShellResFB> {
  public:
@@ -24,7 +24,6 @@ class ShellResFB : public BaseFB<ShellResFB> {
   /// Closes the pipe and sets `Code`.
   void close(FILE* pipe);
 
-  std::string spare_;
   bool busy_ = false;      // true inside Run
   bool last_run_ = false;  // `Run` at the last call
 };

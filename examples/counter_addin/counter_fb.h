@@ -2,8 +2,8 @@
 // CTU: counts rising edges of an input, as the up-counter of IEC 61131-3 does.
 #pragma once
 
-#include "addins/corvane_fb_lib/base_fb.h"
-#include "addins/corvane_fb_lib/lua_glue.h"
+#include "block/base_fb.h"
+#include "block/lua_glue.h"
 
 class CounterFB : public BaseFB<CounterFB> {
  public:

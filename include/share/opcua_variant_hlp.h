@@ -44,7 +44,11 @@ class OpcUa_VariantHlp : public OpcUa_Variant {
   OpcUa_StatusCode SetString(const char* text, std::size_t length);
   /// A null value of `type`: false, 0, the empty text.
   void Reset(OpcUa_BuiltInType type) {
-    OpcUa_Variant_Clear(this);
+    if (IsPlain()) {
+      std::memset(&Value, 0, sizeof Value);
+    } else {
+      OpcUa_Variant_Clear(this);
+    }
     Datatype = static_cast<OpcUa_Byte>(type);
   }
 
@@ -60,6 +64,10 @@ class OpcUa_VariantHlp : public OpcUa_Variant {
   static void CopyVariants(OpcUa_Variant& dst, const OpcUa_Variant& src, bool clear_first);
 
  private:
+  /// Whether the value is a scalar that owns nothing, so that there is nothing to release.
+  [[nodiscard]] bool IsPlain() const {
+    return Datatype < OpcUaType_String && ArrayType == OpcUa_VariantArrayType_Scalar;
+  }
   static bool IsText(OpcUa_Byte type) {
     return type == OpcUaType_String || type == OpcUaType_Extended;
   }

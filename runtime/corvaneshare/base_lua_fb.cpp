@@ -47,7 +47,8 @@ BaseLuaFB::BaseLuaFB(lua_State* L, const char* type_name) {
 BaseLuaFB::~BaseLuaFB() = default;
 
 int CheckIndexProlog(lua_State* L, const char* key, const BaseLuaFB* /*block*/) {
-  if (std::strcmp(key, "EnO") != 0) return 0;
+  // Asked at every access, so the first letter is looked at before a call.
+  if (key[0] != 'E' || std::strcmp(key, "EnO") != 0) return 0;
   lua_pushboolean(L, 1);
   return 1;
 }

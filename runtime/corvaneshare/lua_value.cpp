@@ -98,12 +98,15 @@ double CheckNumber(lua_State* L, int index, OpcUa_BuiltInType type) {
 template <class Integer>
 int ReadInteger(OpcUa_VariantHlp& value, lua_State* L, int index, OpcUa_BuiltInType type,
                 Integer OpcUa_VariantValue::*slot) {
-  const double number = std::trunc(CheckNumber(L, index, type));
-  // Both bounds are exact as doubles: the upper one is the power of two above the maximum.
+  const double number = CheckNumber(L, index, type);
+  // All bounds are exact as doubles: the upper one is the power of two above the maximum. A
+  // fraction is cut off, so what counts is whether the next lower number fits; of 64-bit ones none
+  // is there, and none has a fraction.
   constexpr auto kLowest = static_cast<double>(std::numeric_limits<Integer>::min());
   constexpr Integer kHalf = std::numeric_limits<Integer>::max() / 2 + 1;
   constexpr double kBeyond = 2.0 * static_cast<double>(kHalf);
-  if (!(number >= kLowest && number < kBeyond)) {  // NaN fails both
+  const bool high_enough = kLowest - 1 < kLowest ? number > kLowest - 1 : number >= kLowest;
+  if (!(high_enough && number < kBeyond)) {  // NaN fails both
     return Refuse(L, index, type, ": out of range");
   }
   value.Reset(type);

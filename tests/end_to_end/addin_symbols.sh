@@ -1,24 +1,18 @@
 #!/bin/bash
 # SPDX-License-Identifier: MIT
-# addin_symbols.sh ADDIN INCLUDE_FOLDER LUA_LIBRARY PAGE NM COMPILER [OPTION...]: the add-in exports
-# nothing but its entry points, and needs nothing but what a Corvane runtime has: the contract's
-# functions, Lua, and the C and C++ libraries. The page (docs/loading_the_addin.md) lists what it needs.
+# addin_symbols.sh ADDIN TABLE INCLUDE_FOLDER LUA_LIBRARY PAGE NM COMPILER [OPTION...]: the add-in exports
+# nothing but its entry points and those of the block types in its TABLE, and needs nothing but what a
+# Corvane runtime has: the contract's functions, Lua, and the C and C++ libraries. The page
+# (docs/loading_the_addin.md) lists what it needs.
 set -euo pipefail
-addin=$1 contract=$2 lua=$3 page=$4 nm=$5
-compiler=("${@:6}")
+addin=$1 table=$2 contract=$3 lua=$4 page=$5 nm=$6
+compiler=("${@:7}")
 
-expected="DisposeAddin
-InitAddin
-RegisterSTLibsReadSMSFB
-RegisterSTLibsSendEmailFB
-RegisterSTLibsSendSMSFB
-RegisterSTLibsShellFB
-RegisterSTLibsShellResFB
-luaopen_ReadSMSFB
-luaopen_SendEmailFB
-luaopen_SendSMSFB
-luaopen_ShellFB
-luaopen_ShellResFB"
+# The block types are those of the add-in's table.
+mapfile -t classes < <(sed -nE 's/^ *BLOCK_TYPE\((\w+)\),.*/\1/p' "$table")
+[ "${#classes[@]}" -ge 5 ] || { echo "Only ${#classes[@]} block types found in $table"; exit 1; }
+expected=$(printf '%s\n' DisposeAddin InitAddin \
+    "${classes[@]/#/RegisterSTLibs}" "${classes[@]/#/luaopen_}" | LC_ALL=C sort)
 exported=$("$nm" -D --defined-only "$addin" | awk '{print $3}' | LC_ALL=C sort)
 if [ "$exported" != "$expected" ]; then
     echo "The add-in exports:"

@@ -2,8 +2,10 @@
 // The add-in as its host sees it: the types that it registers, and their metadata.
 #include "addins/corvane_fb_lib/corvane_fb_lib.h"
 
-#include "addins/corvane_fb_lib/send_email_fb.h"
-#include "addins/corvane_fb_lib/shell_fb.h"
+#include <algorithm>
+#include <iterator>
+
+#include "addins/corvane_fb_lib/block_types.h"
 #include "runtime/corvane/st_library.h"
 #include "tests/addins/corvane_fb_lib/block_test.h"
 
@@ -11,16 +13,37 @@ namespace {
 
 class AddinEntry : public BlockTest {};
 
-TEST_F(AddinEntry, RegistersTheFiveTypesInTheStatedOrder) {
-  std::vector<std::string> names;
-  for (const auto& library : corvane::RegisteredStLibraries()) names.push_back(library.name);
-  EXPECT_THAT(names, testing::ElementsAre("SEND_SMS", "READ_SMS", "SEND_EMAIL", "SysProcessCreate",
-                                          "SysProcessCreateWithResult"));
+/// What programs rely on: every type with its variables, in the order in which hosts list both.
+struct TypeRow {
+  const char* name;
+  const char* variables;
+};
+constexpr TypeRow kTypes[] = {
+    {"SEND_SMS",
+     "Port:DINT Send:BOOL Receiver:STRING Message:STRING Error:DINT State:DINT Sent:BOOL "
+     "Queue:DINT"},
+    {"READ_SMS",
+     "Port:DINT Read:BOOL Complete:BOOL Number:STRING Message:STRING DateTime:DATE_AND_TIME "
+     "State:DINT Error:DINT"},
+    {"SEND_EMAIL",
+     "Port:DINT Send:BOOL Server:STRING Login:STRING Password:STRING Sender:STRING "
+     "SenderName:STRING SenderMail:STRING Subject:STRING Recipient:STRING SecurityType:DINT "
+     "Message:STRING Attachment:STRING Sent:BOOL Code:DINT ErrStr:STRING"},
+    {"SysProcessCreate", "Command:STRING Args:STRING Run:BOOL"},
+    {"SysProcessCreateWithResult", "Command:STRING Args:STRING Run:BOOL Code:INT Output:STRING"},
+};
+
+TEST_F(AddinEntry, RegistersTheTypesOfTheTableInItsOrder) {
+  std::vector<std::string> registered;
+  for (const auto& library : corvane::RegisteredStLibraries()) registered.push_back(library.name);
+  std::vector<std::string> stated;
+  for (const TypeRow& row : kTypes) stated.push_back(row.name);
+  EXPECT_EQ(registered, stated) << "each type of block_types.h has a row in kTypes (" __FILE__ ")";
 }
 
 TEST_F(AddinEntry, InitAddinReturns0EvenIfTheHostRefuses) {
   EXPECT_EQ(InitAddin(), 0);  // the second time, every name is taken
-  EXPECT_EQ(test_support::TakeLog().size(), 5u);
+  EXPECT_EQ(test_support::TakeLog().size(), std::size(kBlockTypes));
 }
 
 TEST_F(AddinEntry, DisposeAddinDoesNothing) {
@@ -65,14 +88,11 @@ TEST_F(AddinEntry, TheLastVariableOfSendEmailIsErrStrWithHash15) {
   EXPECT_THAT(text, testing::EndsWith("})\n"));
 }
 
-/// Every type, with the variables that its declaration table must have, in order.
-struct TypeRow {
-  const char* name;
-  const char* variables;
-  friend std::ostream& operator<<(std::ostream& out, const TypeRow& row) { return out << row.name; }
+/// What every type does, by the table that registration reads.
+class EveryType : public BlockTest, public testing::WithParamInterface<BlockType> {
+ protected:
+  static std::string Name() { return GetParam().util().typeName; }
 };
-
-class EveryType : public BlockTest, public testing::WithParamInterface<TypeRow> {};
 
 TEST_P(EveryType, MetadataListsItsVariablesInOrder) {
   Run(R"(
@@ -84,63 +104,49 @@ TEST_P(EveryType, MetadataListsItsVariablesInOrder) {
       end
       return table.concat(rows, ' ')
     end)");
-  const std::string name = GetParam().name;
-  EXPECT_EQ(Eval("variables('" + name + "')"), GetParam().variables);
+  const std::string name = Name();
+  const auto* row = std::find_if(std::begin(kTypes), std::end(kTypes),
+                                 [&name](const TypeRow& each) { return each.name == name; });
+  ASSERT_NE(row, std::end(kTypes)) << name << " needs a row in kTypes (" __FILE__ ")";
+  EXPECT_EQ(Eval("variables('" + name + "')"), row->variables);
   EXPECT_EQ(Eval("TYPES.StandardFB." + name + ".Name"), name);
   EXPECT_EQ(Eval("TYPES.StandardFB." + name + ".Hash"), "1001");
 }
 
 TEST_P(EveryType, IsCreatedWithInitialValuesThatReadBackBeforeTheFirstCall) {
-  const std::string name = GetParam().name;
-  Run("fb = " + name + ".new{Port = 3, Command = 'none', extra = 'x'}");
+  Run("fb = " + Name() + ".new{Port = 3, Command = 'none', extra = 'x'}");
   EXPECT_EQ(Eval("fb.Port"), "3");
   EXPECT_EQ(Eval("fb.Command"), "none");
   EXPECT_EQ(Eval("fb.extra"), "x");
 }
 
 TEST_P(EveryType, ReadsUnknownNamesAsNil) {
-  Run("fb = " + std::string(GetParam().name) + ".new()");
+  Run("fb = " + Name() + ".new()");
   EXPECT_EQ(Eval("fb.NoSuchVariable"), "nil");
   EXPECT_EQ(Eval("fb.__Internal"), "true");
   EXPECT_EQ(Eval("fb.EnO"), "true");
 }
 
 TEST_P(EveryType, IsCalledAndReturnsItself) {
-  Run("fb = " + std::string(GetParam().name) + ".new()");
+  Run("fb = " + Name() + ".new()");
   EXPECT_EQ(Eval("fb() == fb"), "true");
 }
 
 TEST_P(EveryType, IsCollectedAndLivesUntilTheHostCloses) {
-  Run("local fb = " + std::string(GetParam().name) + ".new() fb()");
+  Run("local fb = " + Name() + ".new() fb()");
   Collect();
-  Run("fb = " + std::string(GetParam().name) + ".new() fb()");
+  Run("fb = " + Name() + ".new() fb()");
   CloseHost();
 }
 
 TEST_P(EveryType, RefusesABlockOfAnotherType) {
-  const std::string name = GetParam().name;
+  const std::string name = Name();
   const std::string other = name == "READ_SMS" ? "SEND_SMS" : "READ_SMS";
   EXPECT_THAT(ErrorOf(name + ".get(" + other + ".new(), 'Port')"),
               testing::HasSubstr("bad argument #1"));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Types, EveryType,
-    testing::Values(
-        TypeRow{"READ_SMS",
-                "Port:DINT Read:BOOL Complete:BOOL Number:STRING Message:STRING "
-                "DateTime:DATE_AND_TIME State:DINT Error:DINT"},
-        TypeRow{"SEND_SMS",
-                "Port:DINT Send:BOOL Receiver:STRING Message:STRING Error:DINT "
-                "State:DINT Sent:BOOL Queue:DINT"},
-        TypeRow{"SEND_EMAIL",
-                "Port:DINT Send:BOOL Server:STRING Login:STRING Password:STRING Sender:STRING "
-                "SenderName:STRING SenderMail:STRING Subject:STRING Recipient:STRING "
-                "SecurityType:DINT Message:STRING Attachment:STRING Sent:BOOL Code:DINT "
-                "ErrStr:STRING"},
-        TypeRow{"SysProcessCreate", "Command:STRING Args:STRING Run:BOOL"},
-        TypeRow{"SysProcessCreateWithResult",
-                "Command:STRING Args:STRING Run:BOOL Code:INT Output:STRING"}),
-    [](const auto& row) { return std::string(row.param.name); });
+INSTANTIATE_TEST_SUITE_P(Types, EveryType, testing::ValuesIn(kBlockTypes),
+                         [](const auto& row) { return std::string(row.param.util().typeName); });
 
 }  // namespace

@@ -6,7 +6,7 @@
 --
 -- Left out: what the debug library can do to any userdata or C function (setmetatable,
 -- getregistry, setlocal, setupvalue, upvaluejoin).
-local host = ... -- the functions of hostile_calls_test.cpp, and `seed`
+local host = ... -- the functions of hostile_calls_test.cpp, `seed`, and `types`, the names of the block types
 local unpack, pack = table.unpack, table.pack
 
 ---------------------------------------------------------------------------------------------------
@@ -24,8 +24,7 @@ local function pick(list) return list[random(#list)] end
 ---------------------------------------------------------------------------------------------------
 -- Blocks
 
-local TYPE_NAMES =
-  { "READ_SMS", "SEND_SMS", "SEND_EMAIL", "SysProcessCreate", "SysProcessCreateWithResult" }
+local TYPE_NAMES = host.types
 local type_of = {} -- block -> the name of its type; a block whose __gc was called is taken out
 local alive = {} -- type -> the block that the calls use
 

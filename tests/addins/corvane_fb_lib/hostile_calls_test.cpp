@@ -6,6 +6,7 @@
 #include <iomanip>
 #include <iostream>
 
+#include "addins/corvane_fb_lib/block_types.h"
 #include "runtime/corvane/plc_library.h"
 #include "tests/addins/corvane_fb_lib/block_test.h"
 #include "tests/support/fake_modem_port.h"
@@ -84,6 +85,12 @@ class HostileCalls : public BlockTest {
     lua_pushlightuserdata(L(), this);
     lua_pushcclosure(L(), Drive, 1);
     lua_setfield(L(), -2, "drive");
+    lua_newtable(L());
+    for (const BlockType& type : kBlockTypes) {
+      lua_pushstring(L(), type.util().typeName);
+      lua_rawseti(L(), -2, static_cast<int>(lua_rawlen(L(), -2)) + 1);
+    }
+    lua_setfield(L(), -2, "types");
     lua_pushnumber(L(), Seed());
     lua_setfield(L(), -2, "seed");
     corvane::ProtectedCall(L(), 1, 1);

@@ -216,6 +216,20 @@ TEST_F(RunTest, CheckOfAProgramThatStopsWhileItLoadsIsOk) {
   ExpectUsageError(RunWords({"/no/such.lua", "--check"}), "does not exist");
 }
 
+TEST_F(RunTest, CheckReportsAMisspeltVariableOfABlock) {
+  const auto result =
+      RunWords({Write("local sms = SEND_SMS.new { Port = 1 }\n"
+                      "local mail = SEND_EMAIL.new { Recepient = 'a@b', ReplyToMail = 'c@d' }\n"
+                      "sms.Reciever = '+4912345'\nfunction cycle() end"),
+                "--check"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_THAT(result.err, HasSubstr("program.lua:2: SEND_EMAIL does not declare \"Recepient\"; the "
+                                    "nearest name is \"Recipient\"\n"));
+  EXPECT_THAT(result.err, HasSubstr("program.lua:3: SEND_SMS does not declare \"Reciever\"; the "
+                                    "nearest name is \"Receiver\"\n"));
+  EXPECT_THAT(result.err, testing::Not(HasSubstr("ReplyToMail")));
+}
+
 TEST_F(RunTest, HelpShowsAnExampleAndGives0) {
   for (const char* subcommand : {"run", "blocks"}) {
     const auto result = RunCommand({CORVANE, subcommand, "--help"});

@@ -10,12 +10,10 @@
 #include <new>
 #include <type_traits>
 
-#include "addins/corvane_fb_lib/base_fb.h"
+#include "block/base_fb.h"
+#include "block/export.h"
+#include "block/known_metatable.h"
 #include "corvane/st_library.h"
-
-/// Per block class: the record with its names.
-template <class T>
-const LuaFBUtil& FBUtil();
 
 /// Calls `body` and returns its result; a std::exception becomes a Lua error with its what().
 template <class Body>
@@ -32,7 +30,9 @@ int Guarded(lua_State* L, const Body& body) {
 /// The block at argument 1; a Lua argument error when it is something else.
 template <class T>
 T* CheckFB(lua_State* L) {
-  void* memory = luaL_checkudata(L, 1, FBUtil<T>().typeName);
+  void* memory = known_metatable<T>.IsOfArgument1(L) ? lua_touserdata(L, 1) : nullptr;
+  if (memory != nullptr) return static_cast<T*>(memory);  // null: a table with this metatable
+  memory = luaL_checkudata(L, 1, FBUtil<T>().typeName);
   if (memory == nullptr) luaL_argerror(L, 1, FBUtil<T>().errorText);
   return static_cast<T*>(memory);
 }
@@ -139,6 +139,7 @@ template <class T>
 int OpenFB(lua_State* L, const luaL_Reg* metatable, const luaL_Reg* module) {
   const char* type_name = FBUtil<T>().typeName;
   luaL_newmetatable(L, type_name);
+  known_metatable<T>.Set(L);
   luaL_openlib(L, nullptr, metatable, 0);
   luaL_openlib(L, type_name, module, 0);
   return Guarded(L, [=] {
@@ -164,8 +165,10 @@ void DescribeFB(const char* type_name) {
   }
 }
 
-/// Declares the exported functions of a block class.
+/// Declares the record and the exported functions of a block class.
 #define DECLARE_FUNCTION_BLOCK(Class)                \
+  template <>                                        \
+  const LuaFBUtil& FBUtil<Class>();                  \
   CORVANE_FB_EXPORT int luaopen_##Class(lua_State*); \
   CORVANE_FB_EXPORT int RegisterSTLibs##Class();
 

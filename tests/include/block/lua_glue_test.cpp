@@ -1,22 +1,12 @@
 // SPDX-License-Identifier: MIT
 // How a block is reached from Lua: the functions of its module and of its metatable.
-#include "addins/corvane_fb_lib/lua_glue.h"
+#include "block/lua_glue.h"
 
-#include "runtime/corvane/st_library.h"
-#include "tests/addins/corvane_fb_lib/block_test.h"
-#include "tests/addins/corvane_fb_lib/probe_fb.h"
+#include "tests/include/block/probe_fb.h"
 
 namespace {
 
-class LuaGlue : public BlockTest {
- protected:
-  LuaGlue() {
-    ProbeFB::fail_construction = false;
-    luaopen_ProbeFB(L());
-    lua_settop(L(), 0);
-    Run("fb = PROBE.new()");
-  }
-};
+class LuaGlue : public ProbeTest {};
 
 TEST_F(LuaGlue, CallReturnsTheBlockWithoutArguments) {
   EXPECT_EQ(Eval("fb() == fb"), "true");
@@ -37,7 +27,7 @@ TEST_F(LuaGlue, GetAndSetOfTheModuleAreReadingAndAssigning) {
 }
 
 TEST_F(LuaGlue, ABlockOfAnotherTypeIsAnErrorOfArgument1) {
-  Run("other = SysProcessCreate.new()");
+  Run("other = OTHER.new()");
   for (const char* call : {"get(other, 'x')", "set(other, 'x', 1)", "call(other)"}) {
     EXPECT_THAT(ErrorOf("PROBE." + std::string(call)), testing::HasSubstr("bad argument #1"))
         << call;
@@ -135,6 +125,43 @@ TEST_F(LuaGlue, GcCalledByHandDestroysOnceAndLeavesNoBlockToUse) {
 TEST_F(LuaGlue, GcWithFurtherArgumentsUsesTheFirst) {
   Run("other = PROBE.new() getmetatable(fb).__gc(fb, other)");
   EXPECT_EQ(Eval("other.DInt"), "0");
+}
+
+TEST_F(LuaGlue, WhatOnlyHasTheMetatableIsNoBlock) {
+  Run("table_of_it = setmetatable({}, getmetatable(fb))");
+  EXPECT_THAT(ErrorOf("PROBE.get(table_of_it, 'DInt')"),
+              testing::HasSubstr("bad argument #1 to 'get' (PROBE expected, got table)"));
+  EXPECT_THAT(ErrorOf("PROBE.get(OTHER.new(), 'DInt')"),
+              testing::HasSubstr("bad argument #1 to 'get' (PROBE expected, got userdata)"));
+}
+
+TEST_F(LuaGlue, TheBlocksOfSeveralStatesAreKnownWhicheverOpenedTheTypeLast) {
+  corvane::LuaEnvironment second;
+  const auto run_in_second = [&second](const char* chunk) {
+    ASSERT_EQ(luaL_loadstring(second.state(), chunk), LUA_OK);
+    corvane::ProtectedCall(second.state(), 0, 0);
+  };
+  luaopen_ProbeFB(second.state());
+  luaopen_OtherFB(second.state());
+  lua_settop(second.state(), 0);
+  run_in_second("fb = PROBE.new{DInt = 2} assert(fb.DInt == 2)");
+  Run("fb.DInt = 1 assert(fb.DInt == 1) other = OTHER.new()");
+  EXPECT_THAT(ErrorOf("PROBE.get(other, 'DInt')"), testing::HasSubstr("bad argument #1"));
+  run_in_second("assert(fb.DInt == 2 and not pcall(PROBE.get, OTHER.new(), 'DInt'))");
+}
+
+TEST_F(LuaGlue, AStateThatComesInPlaceOfAnotherKnowsItsBlocks) {
+  for (int i = 0; i < 20; ++i) {
+    corvane::LuaEnvironment next;  // often at the address of the one before
+    luaopen_ProbeFB(next.state());
+    luaopen_OtherFB(next.state());
+    lua_settop(next.state(), 0);
+    ASSERT_EQ(luaL_loadstring(next.state(),
+                              "assert(PROBE.new{DInt = 3}.DInt == 3)"
+                              "assert(not pcall(PROBE.get, OTHER.new(), 'DInt'))"),
+              LUA_OK);
+    EXPECT_NO_THROW(corvane::ProtectedCall(next.state(), 0, 0));
+  }
 }
 
 TEST_F(LuaGlue, IndexOfTheMetatableIsAFunction) {

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "tests/addins/corvane_fb_lib/probe_fb.h"
+#include "tests/include/block/probe_fb.h"
 
 DEFINE_FUNCTION_BLOCK(ProbeFB, "PROBE")
+DEFINE_FUNCTION_BLOCK(OtherFB, "OTHER")
 
 ProbeFB::ProbeFB(lua_State* L, const std::string& type_name) : BaseFB(L, type_name) {
   if (fail_construction) throw std::runtime_error("no room for a probe");
@@ -25,4 +26,9 @@ const FBMetaEntry* ProbeFB::GetMetaTable() {
 void ProbeFB::Execute() {
   const std::string message = GetString("Throw");
   if (!message.empty()) throw std::runtime_error(message);
+}
+
+const FBMetaEntry* OtherFB::GetMetaTable() {
+  static const FBMetaEntry _entries[] = {{"Only", "DINT"}, {nullptr, nullptr}};
+  return _entries;
 }

@@ -9,31 +9,25 @@
 #include <cmath>
 #include <cstdlib>
 #include <limits>
-#include <map>
 #include <sstream>
 #include <string>
+#include <string_view>
 
-#include "addins/corvane_fb_lib/stdafx.h"
+#include "block/declaration.h"
+#include "block/undeclared.h"
+#include "block/variables.h"
 #include "share/base_lua_fb.h"
 #include "share/lua_value.h"
-#include "share/opcua_variant_hlp.h"
 
-/// One row of a block class's declaration table, which ends with a null row.
-struct FBMetaEntry {
-  const char* name;
-  const char* type;  ///< IEC 61131-3 elementary type
-};
-
-/// The slot of one variable.
-struct FBInput {
-  std::string text;  // always empty
-  OpcUa_VariantHlp value;
-};
+/// Per block class: the record with its names, which DEFINE_FUNCTION_BLOCK makes.
+template <class T>
+const LuaFBUtil& FBUtil();
 
 /// What the Lua glue calls of a block, and what the block's own code reads and writes.
 ///
 /// A name that is not among the variables is never an error: every operation first adds it with a
-/// Null value. Inputs and outputs are not told apart.
+/// Null value. A program's assignment to it is reported in the log, once for each name. Inputs and
+/// outputs are not told apart.
 ///
 /// @tparam T the block class; it has `static const FBMetaEntry* GetMetaTable()`
 template <class T>
@@ -64,6 +58,9 @@ class BaseFB : public BaseLuaFB {
 
   /// The Lua chunk that enters the block's name and variables into TYPES.StandardFB.
   static std::string MakeMetadata(const char* type_name);
+  /// Whether a program may assign to this name without a warning, though the table lacks it. A
+  /// block class that reads such a variable hides this with its own.
+  static bool IsKnownUndeclared(std::string_view /*name*/) { return false; }
 
  protected:
   /// Numbers are true when not zero; text only as "true", "True", "TRUE". A Float is never true:
@@ -82,23 +79,19 @@ class BaseFB : public BaseLuaFB {
   void SetBool(const std::string& name, bool value) { Find(name).SetBoolean(value); }
 
   /// The variable's value, added as Null where there is none of that name.
-  OpcUa_VariantHlp& Find(const std::string& name) { return variables_[name].value; }
+  OpcUa_VariantHlp& Find(const std::string& name) { return variables_.Find(name).value; }
 
  private:
   void loadInputs();
-  /// As above for a name on the Lua stack. No C++ object is left alive, so that a Lua error may
-  /// follow.
-  OpcUa_VariantHlp& FindKey(const char* key, std::size_t length) {
-    return Find(std::string(key, length));
-  }
+  static bool Declares(std::string_view name) { return ::Declares(T::GetMetaTable(), name); }
 
-  std::map<std::string, FBInput> variables_;
+  BlockVariables variables_;  // settled are those that are declared, or reported
 };
 
 template <class T>
 void BaseFB<T>::loadInputs() {
   for (const FBMetaEntry* entry = T::GetMetaTable(); entry->name != nullptr; ++entry) {
-    OpcUa_VariantHlp& value = Find(entry->name);
+    OpcUa_VariantHlp& value = variables_.Settle(entry->name).value;
     value.Reset(OpcUa_VariantHlp::GetUaTypeFromName(entry->type));
     if (value.Datatype == OpcUaType_String) OpcUa_String_Initialize(&value.Value.String);
   }
@@ -127,11 +120,12 @@ int BaseFB<T>::getField(lua_State* L) {
   std::size_t length = 0;
   const char* key = lua_tolstring(L, -1, &length);
   if (CheckIndexProlog(L, key, this) != 0) return 1;
-  if (std::strcmp(key, "__Internal") == 0) {
+  const std::string_view name(key, length);
+  if (name == "__Internal") {
     lua_pushboolean(L, 1);
     return 1;
   }
-  WriteLuaValue(FindKey(key, length), L);
+  WriteLuaValue(variables_.Find(name).value, L);
   return 1;
 }
 
@@ -139,9 +133,20 @@ template <class T>
 int BaseFB<T>::setField(lua_State* L) {
   std::size_t length = 0;
   const char* key = lua_tolstring(L, -2, &length);
-  if (std::strcmp(key, "EnO") == 0) return 0;  // the enable output is the host's
-  OpcUa_VariantHlp& value = FindKey(key, length);
-  return ReadLuaValueOpcUaVariant(value, L, -1, static_cast<OpcUa_BuiltInType>(value.Datatype));
+  const std::string_view name(key, length);
+  if (name == "EnO") return 0;  // the enable output is the host's
+  const auto store = [L](OpcUa_VariantHlp& value) {
+    return ReadLuaValueOpcUaVariant(value, L, -1, static_cast<OpcUa_BuiltInType>(value.Datatype));
+  };
+  if (FBInput* settled = variables_.FindSettled(name)) return store(settled->value);
+  const int results = store(variables_.Find(name).value);
+  if (Declares(name)) return results;
+  variables_.Settle(name);
+  // The last step: it may collect, and a finalizer may destroy this very block.
+  if (!T::IsKnownUndeclared(name)) {
+    ReportUndeclared(L, -2, FBUtil<T>().typeName, T::GetMetaTable());
+  }
+  return results;
 }
 
 template <class T>

@@ -1,21 +1,15 @@
 // SPDX-License-Identifier: MIT
 // What every block inherits from its base, as the block's own code and Lua see it.
-#include "addins/corvane_fb_lib/base_fb.h"
+#include "block/base_fb.h"
 
 #include <limits>
 
-#include "tests/addins/corvane_fb_lib/block_test.h"
-#include "tests/addins/corvane_fb_lib/probe_fb.h"
+#include "tests/include/block/probe_fb.h"
 
 namespace {
 
-class BaseFb : public BlockTest {
+class BaseFb : public ProbeTest {
  protected:
-  BaseFb() {
-    luaopen_ProbeFB(L());
-    lua_settop(L(), 0);
-    Run("fb = PROBE.new()");
-  }
   ProbeFB& fb() { return *ProbeFB::last; }
   OpcUa_BuiltInType TypeOf(const char* name) {
     return static_cast<OpcUa_BuiltInType>(fb().Find(name).Datatype);

@@ -1,17 +1,20 @@
 // SPDX-License-Identifier: MIT
-// A block with a variable of each kind, whose protected operations tests can call.
+// Blocks for tests: one with a variable of each kind, whose protected operations tests can call,
+// and another one.
 #pragma once
 
 #include <stdexcept>
 
-#include "addins/corvane_fb_lib/base_fb.h"
-#include "addins/corvane_fb_lib/lua_glue.h"
+#include "block/lua_glue.h"
+#include "tests/support/captured_log.h"
+#include "tests/support/lua_host.h"
 
 class ProbeFB : public BaseFB<ProbeFB> {
  public:
   ProbeFB(lua_State* L, const std::string& type_name);
   ~ProbeFB() override;
   static const FBMetaEntry* GetMetaTable();
+  static bool IsKnownUndeclared(std::string_view name) { return name == "Throw"; }
 
   /// Throws the text of the variable `Throw`, unless it is empty.
   void Execute() override;
@@ -29,3 +32,24 @@ class ProbeFB : public BaseFB<ProbeFB> {
 };
 
 DECLARE_FUNCTION_BLOCK(ProbeFB)
+
+class OtherFB : public BaseFB<OtherFB> {
+ public:
+  using BaseFB::BaseFB;
+  static const FBMetaEntry* GetMetaTable();
+};
+
+DECLARE_FUNCTION_BLOCK(OtherFB)
+
+/// A host with both types open, and the block `fb`.
+class ProbeTest : public test_support::LuaHost {
+ protected:
+  ProbeTest() {
+    ProbeFB::fail_construction = false;
+    luaopen_ProbeFB(L());
+    luaopen_OtherFB(L());
+    lua_settop(L(), 0);
+    Run("fb = PROBE.new()");
+    test_support::TakeLog();
+  }
+};

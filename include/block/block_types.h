@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: MIT
+// The block types of an add-in in one table, a row for each: what InitAddin registers, and what
+// tests look through. Constant data.
+#pragma once
+
+#include <span>
+
+#include "block/lua_glue.h"
+
+/// One row: what there is to know of a block type without a Lua state.
+struct BlockType {
+  const LuaFBUtil& (*util)();         ///< its name
+  const FBMetaEntry* (*variables)();  ///< its declaration table
+  int (*register_type)();             ///< its RegisterSTLibs function
+};
+
+/// The row of a block class that DEFINE_FUNCTION_BLOCK has defined.
+#define BLOCK_TYPE(Class)                                     \
+  BlockType {                                                 \
+    FBUtil<Class>, Class::GetMetaTable, RegisterSTLibs##Class \
+  }
+
+/// Registers the types with the runtime, in the order of the table. What the runtime says to it is
+/// ignored.
+inline void RegisterBlockTypes(std::span<const BlockType> types) {
+  for (const BlockType& type : types) type.register_type();
+}

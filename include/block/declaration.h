@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: MIT
+// The variables that a block class declares, in a table that its GetMetaTable() gives. Constant
+// data.
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cstddef>
+#include <string_view>
+
+/// One row of a block class's declaration table, which ends with a null row. Its order is the one
+/// in which hosts show the variables.
+struct FBMetaEntry {
+  const char* name;
+  const char* type;  ///< IEC 61131-3 elementary type
+};
+
+/// Whether the table has a row of this name.
+inline bool Declares(const FBMetaEntry* table, std::string_view name) {
+  for (; table->name != nullptr; ++table) {
+    if (name == table->name) return true;
+  }
+  return false;
+}
+
+/// How far two names are apart: 2 for each letter that is missing, too many, or another one, 1 for
+/// a letter of the other case (Levenshtein's distance). Letters behind the 63rd do not count.
+inline unsigned NameDistance(std::string_view a, std::string_view b) {
+  constexpr std::size_t kLetters = 63;
+  a = a.substr(0, kLetters);
+  b = b.substr(0, kLetters);
+  std::array<unsigned, kLetters + 1>
+      row{};  // distances of what `a` has so far to each begin of `b`
+  for (std::size_t j = 0; j <= b.size(); ++j) row[j] = static_cast<unsigned>(2 * j);
+  for (std::size_t i = 1; i <= a.size(); ++i) {
+    unsigned diagonal = row[0];
+    row[0] = static_cast<unsigned>(2 * i);
+    for (std::size_t j = 1; j <= b.size(); ++j) {
+      const auto x = static_cast<unsigned char>(a[i - 1]);
+      const auto y = static_cast<unsigned char>(b[j - 1]);
+      const unsigned change = x == y ? 0 : std::tolower(x) == std::tolower(y) ? 1 : 2;
+      const unsigned replaced = diagonal + change;
+      diagonal = row[j];
+      row[j] = std::min({replaced, row[j] + 2, row[j - 1] + 2});
+    }
+  }
+  return row[b.size()];
+}
+
+/// The declared name that is nearest to `name`, the first of several; null for an empty table.
+inline const char* NearestName(const FBMetaEntry* table, std::string_view name) {
+  const char* nearest = nullptr;
+  unsigned least = 0;
+  for (; table->name != nullptr; ++table) {
+    const unsigned distance = NameDistance(name, table->name);
+    if (nearest != nullptr && distance >= least) continue;
+    nearest = table->name;
+    least = distance;
+  }
+  return nearest;
+}

@@ -1,0 +1,84 @@
+// SPDX-License-Identifier: MIT
+// The warning about a name that a program has given to a block and that the block does not declare.
+// Threads: the one that runs the Lua state.
+#pragma once
+
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+#include <lua.hpp>
+#include <string_view>
+
+#include "block/declaration.h"
+#include "share/log.h"
+
+/// Names of one block type that are reported; a program that makes names up gets no more lines.
+inline constexpr int kReportedNames = 100;
+
+/// Puts "FILE:LINE: " of the program's running line into `out`; nothing where no Lua code runs.
+inline void DescribeLine(lua_State* L, char* out, std::size_t size) {
+  out[0] = '\0';
+  lua_Debug record;
+  for (int level = 1; lua_getstack(L, level, &record) != 0; ++level) {
+    lua_getinfo(L, "Sl", &record);
+    if (record.currentline <= 0) continue;  // a C function such as pcall
+    std::snprintf(out, size, "%s:%d: ", record.short_src, record.currentline);
+    return;
+  }
+}
+
+/// Notes the name on top of the stack, which goes. @return how many names of this table were noted
+/// before it in this Lua state; -1 when this one was among them
+inline int NoteUndeclared(lua_State* L, const FBMetaEntry* table) {
+  lua_rawgetp(L, LUA_REGISTRYINDEX, table);
+  if (lua_isnil(L, -1)) {
+    lua_pop(L, 1);
+    lua_newtable(L);
+    lua_pushvalue(L, -1);
+    lua_rawsetp(L, LUA_REGISTRYINDEX, table);
+  }
+  lua_insert(L, -2);
+  lua_pushvalue(L, -1);
+  lua_rawget(L, -3);
+  const bool known = lua_toboolean(L, -1) != 0;
+  lua_pop(L, 1);
+  lua_rawgeti(L, -2, 1);  // the count; the names are strings, so none is 1
+  const int count = static_cast<int>(lua_tonumber(L, -1));
+  lua_pop(L, 1);
+  if (known || count > kReportedNames) {
+    lua_pop(L, 2);
+    return known ? -1 : count;
+  }
+  lua_pushboolean(L, 1);
+  lua_rawset(L, -3);
+  lua_pushnumber(L, count + 1);
+  lua_rawseti(L, -2, 1);
+  lua_pop(L, 1);
+  return count;
+}
+
+/// Logs, once for each name in a Lua state, that the program has assigned to the name at `index`
+/// (a string), which the blocks of type `type_name` do not declare; with file, line and the nearest
+/// name. May raise a Lua error (out of memory) and may collect, blocks included.
+inline void ReportUndeclared(lua_State* L, int index, const char* type_name,
+                             const FBMetaEntry* table) {
+  const char* name = lua_tostring(L, index);
+  lua_pushvalue(L, index);
+  const int before = NoteUndeclared(L, table);
+  if (before < 0 || before > kReportedNames) return;
+  char line[LUA_IDSIZE + 16];
+  DescribeLine(L, line, sizeof line);
+  if (before == kReportedNames) {
+    logMsg("%s%s: %d names that it does not declare were reported; further ones are not\n", line,
+           type_name, kReportedNames);
+    return;
+  }
+  constexpr int kShown = 60;
+  const char* nearest = NearestName(table, name);
+  if (nearest == nullptr) {
+    logMsg("%s%s does not declare \"%.*s\"\n", line, type_name, kShown, name);
+    return;
+  }
+  logMsg("%s%s does not declare \"%.*s\"; the nearest name is \"%s\"\n", line, type_name, kShown,
+         name, nearest);
+}

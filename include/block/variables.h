@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: MIT
+// The variables of one block, by their names.
+// Threads: one at a time, as the block itself.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <string>
+#include <string_view>
+
+#include "share/opcua_variant_hlp.h"
+
+/// The slot of one variable.
+struct FBInput {
+  OpcUa_VariantHlp value;
+};
+
+/// Variables are added and never removed. Beside the map stands a small table of those that are
+/// settled: a look at it is neither a search nor a copy of the name. Of two with the same slot the
+/// first one has it, and the other is searched in the map.
+class BlockVariables {
+ public:
+  /// The variable of this name, added as Null where there is none. Throws std::bad_alloc.
+  FBInput& Find(std::string_view name) {
+    FBInput* settled = FindSettled(name);
+    return settled != nullptr ? *settled : FindEntry(name).second;
+  }
+  /// As Find; the variable is settled then, as far as its slot is free.
+  FBInput& Settle(std::string_view name) {
+    Entry& entry = FindEntry(name);
+    Entry*& slot = settled_[SlotOf(name)];
+    if (slot == nullptr) slot = &entry;
+    return entry.second;
+  }
+  /// The variable of this name where it is known to be settled, else null.
+  [[nodiscard]] FBInput* FindSettled(std::string_view name) noexcept {
+    Entry* entry = settled_[SlotOf(name)];
+    const bool same = entry != nullptr && entry->first == name;
+    return same ? &entry->second : nullptr;
+  }
+
+ private:
+  using Map = std::map<std::string, FBInput, std::less<>>;  // std::less<> needs no copy of a name
+  using Entry = Map::value_type;
+  static constexpr std::size_t kSlots = 16;
+
+  Entry& FindEntry(std::string_view name) {
+    const auto found = map_.find(name);
+    return found != map_.end() ? *found : *map_.try_emplace(std::string(name)).first;
+  }
+  /// The factors give the variables of our blocks slots of their own, but for a few of SEND_EMAIL.
+  static std::size_t SlotOf(std::string_view name) {
+    if (name.empty()) return 0;
+    const auto first = static_cast<unsigned char>(name.front());
+    const auto last = static_cast<unsigned char>(name.back());
+    return (name.size() + 5U * first + last) % kSlots;
+  }
+
+  Map map_;
+  std::array<Entry*, kSlots> settled_{};
+};
