@@ -48,7 +48,7 @@ endif()
 
 # find_package(corvane) defines corvane::contract, which add-ins compile against.
 set(config_dir ${CMAKE_INSTALL_DATADIR}/cmake/corvane)
-install(DIRECTORY include/corvane include/opcua include/share
+install(DIRECTORY include/block include/corvane include/opcua include/share
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/corvane COMPONENT dev)
 configure_package_config_file(cmake/corvane-config.cmake.in ${CMAKE_BINARY_DIR}/corvane-config.cmake
   INSTALL_DESTINATION ${config_dir} PATH_VARS CMAKE_INSTALL_INCLUDEDIR)
@@ -57,3 +57,6 @@ write_basic_package_version_file(${CMAKE_BINARY_DIR}/corvane-config-version.cmak
 install(FILES ${CMAKE_BINARY_DIR}/corvane-config.cmake
   ${CMAKE_BINARY_DIR}/corvane-config-version.cmake
   DESTINATION ${config_dir} COMPONENT dev)
+# A complete add-in, to be copied and built from the package alone.
+install(DIRECTORY examples/counter_addin DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/corvane-dev/examples
+  COMPONENT dev)

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "block/program_line.h"
 #include "libs/base/printable.h"
 
 using corvane::PrintableBeginning;
@@ -43,13 +44,9 @@ const char* WhoHasIt(SmtpProgress::Taken taken) {
 
 std::string NameOfBlock(const std::string& type_name, lua_State* L) {
   lua_Debug where;
-  for (int level = 0; lua_getstack(L, level, &where) != 0; ++level) {
-    lua_getinfo(L, "Sl", &where);
-    if (where.currentline <= 0) continue;  // a function in C
-    return type_name + " of " + corvane::Printable(where.short_src) + ":" +
-           std::to_string(where.currentline);
-  }
-  return type_name;
+  if (!FindProgramLine(L, &where)) return type_name;
+  return type_name + " of " + corvane::Printable(where.short_src) + ":" +
+         std::to_string(where.currentline);
 }
 
 std::string NameOfMail(const std::string& block, const std::string& subject,

@@ -1,9 +1,15 @@
 // SPDX-License-Identifier: MIT
 // The entry points of an add-in with one block type.
-#include "examples/counter_addin/counter_fb.h"
+#include "block/block_types.h"
+#include "counter_fb.h"
+
+constexpr BlockType kBlockTypes[] = {
+    BLOCK_TYPE(CounterFB),  // CTU
+};
 
 CORVANE_FB_EXPORT int InitAddin() {
-  return RegisterSTLibsCounterFB();
+  RegisterBlockTypes(kBlockTypes);
+  return 0;
 }
 
 CORVANE_FB_EXPORT void DisposeAddin() {}

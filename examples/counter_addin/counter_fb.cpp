@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "examples/counter_addin/counter_fb.h"
+#include "counter_fb.h"
 
 #include <limits>
 

@@ -2,7 +2,6 @@
 // CTU: counts rising edges of an input, as the up-counter of IEC 61131-3 does.
 #pragma once
 
-#include "block/base_fb.h"
 #include "block/lua_glue.h"
 
 class CounterFB : public BaseFB<CounterFB> {

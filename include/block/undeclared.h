@@ -3,29 +3,15 @@
 // Threads: the one that runs the Lua state.
 #pragma once
 
-#include <cstddef>
 #include <cstdio>
-#include <cstring>
 #include <lua.hpp>
-#include <string_view>
 
 #include "block/declaration.h"
+#include "block/program_line.h"
 #include "share/log.h"
 
 /// Names of one block type that are reported; a program that makes names up gets no more lines.
 inline constexpr int kReportedNames = 100;
-
-/// Puts "FILE:LINE: " of the program's running line into `out`; nothing where no Lua code runs.
-inline void DescribeLine(lua_State* L, char* out, std::size_t size) {
-  out[0] = '\0';
-  lua_Debug record;
-  for (int level = 1; lua_getstack(L, level, &record) != 0; ++level) {
-    lua_getinfo(L, "Sl", &record);
-    if (record.currentline <= 0) continue;  // a C function such as pcall
-    std::snprintf(out, size, "%s:%d: ", record.short_src, record.currentline);
-    return;
-  }
-}
 
 /// Notes the name on top of the stack, which goes. @return how many names of this table were noted
 /// before it in this Lua state; -1 when this one was among them
@@ -66,8 +52,11 @@ inline void ReportUndeclared(lua_State* L, int index, const char* type_name,
   lua_pushvalue(L, index);
   const int before = NoteUndeclared(L, table);
   if (before < 0 || before > kReportedNames) return;
-  char line[LUA_IDSIZE + 16];
-  DescribeLine(L, line, sizeof line);
+  char line[LUA_IDSIZE + 16] = "";
+  lua_Debug record;
+  if (FindProgramLine(L, &record)) {
+    std::snprintf(line, sizeof line, "%s:%d: ", record.short_src, record.currentline);
+  }
   if (before == kReportedNames) {
     logMsg("%s%s: %d names that it does not declare were reported; further ones are not\n", line,
            type_name, kReportedNames);

@@ -1,8 +1,8 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
 """packages.py PROJECT: builds the Debian packages, installs, uses and removes them, with the commands of the
-pages docs/getting_started.md, docs/installing.md and docs/corvane.md (except dmesg and systemctl, which need
-their own kernel and init system).
+pages docs/getting_started.md, docs/installing.md, docs/adding_a_block.md and docs/corvane.md (except dmesg
+and systemctl, which need their own kernel and init system).
 
 They are installed into an overlay of this machine's root: dpkg, its maintainer scripts and the programs
 really run, and every change goes into a folder in memory that is searched at the end. That needs root.
@@ -16,7 +16,7 @@ import sys
 import tempfile
 
 sys.dont_write_bytecode = True
-from page import commands, read_blocks
+from page import commands, read_blocks, steps
 
 PROGRAM = "print(table.concat(plc.args, ' ')) function cycle() print(plc.cycle) end"
 
@@ -157,6 +157,15 @@ def check_headers(pages, folder):
     assert run("corvane", "blocks", "--addin", folder + "/build/libmy_addin.so") == "MINE\n"
 
 
+def check_addin_example():
+    """The counter, as the page docs/adding_a_block.md has it built from the package alone."""
+    os.mkdir("/tmp/counter")
+    [session] = [block.text for block in read_blocks("/usr/share/doc/corvane", "docs/adding_a_block.md")
+                 if block.language == "console" and "corvane-dev" in block.text]
+    for command, output in steps(session):
+        assert output in ("...\n", shell(command, cwd="/tmp/counter")), command
+
+
 def leftovers(upper):
     """Files and accounts that the packages have left."""
     found = [str(path.relative_to(upper)) for path in pathlib.Path(upper).rglob("*corvane*")]
@@ -185,6 +194,7 @@ def use_packages(project, folder, packages):
     check_service(pages)
     os.mkdir("/tmp/addin")
     check_headers(pages, "/tmp/addin")
+    check_addin_example()
     run(*install, *names)  # an upgrade keeps everything
     check_use(pages)
     shell("mkdir -p /etc/systemd/system/multi-user.target.wants; cd /etc/systemd/system/multi-user.target.wants;"

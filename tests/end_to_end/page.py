@@ -22,6 +22,11 @@ def commands(text):
     return re.findall(r"^\$ (.*)$", text, re.MULTILINE)
 
 
+def steps(text):
+    """Each command of a block ```console with what it prints; "..." stands for anything."""
+    return re.findall(r"^\$ (.*)\n((?:(?!\$ ).*\n)*)", text, re.MULTILINE)
+
+
 def check_files(project, page, folder, names):
     """The page shows these files of the folder, in this order and word for word, and no others."""
     shown = [block for block in read_blocks(project, page) if block.name]
