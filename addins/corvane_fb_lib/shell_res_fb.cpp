@@ -10,8 +10,8 @@ DEFINE_FUNCTION_BLOCK(ShellResFB, "SysProcessCreateWithResult")
 
 namespace {
 
-/// Everything up to the end of file, line feeds included. A read error is no end: as intended, the
-/// pipe is read again until it ends.
+/// Everything up to the end of file, line feeds included. A read error is not the end: a signal may
+/// interrupt a read, and the output must not be cut there.
 std::string ReadAll(FILE* pipe) {
   std::string text;
   char piece[128];
@@ -47,8 +47,8 @@ void ShellResFB::Run(const std::string& command) {
   busy_ = true;
   FILE* pipe = popen(command.c_str(), "r");
   if (pipe == nullptr) {
-    // Programs know this failure as an error of this type from the call, with the block left busy
-    // and its outputs as they were. Intended.
+    // Compatibility: a program sees an error from this call only, since the block stays busy and
+    // keeps its outputs: it starts no further command.
     throw std::length_error("the command could not be started (" +
                             std::generic_category().message(errno) +
                             "); this block starts no more commands");
@@ -68,7 +68,7 @@ void ShellResFB::Run(const std::string& command) {
 
 void ShellResFB::close(FILE* pipe) {
   const int status = pclose(pipe);
-  // The low byte of the wait status, not the exit code: 0 for every command that exits, the
-  // signal's number for one that was killed, -1 when there is no status. Intended.
+  // Compatibility: the low byte of the wait status, not the exit code. `Code` is 0 for every
+  // command that exits, the signal's number for one that was killed, -1 when there is no status.
   SetValue("Code", status % 256);
 }

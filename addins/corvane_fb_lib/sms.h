@@ -32,8 +32,9 @@ void ucs2_to_utf8(unsigned short codeUnit, std::string& out);
 /// An odd number of octets gives "ERROR PARSE PDU".
 std::string s_ucs2_to_utf8(ByteIterator begin, ByteIterator end, bool bigEndian);
 
-/// Unpacks septets (3GPP TS 23.038 clause 6.1.2.1) into characters of their raw values. Seven
-/// octets give eight characters, whether or not the eighth was meant: intended.
+/// Unpacks septets (3GPP TS 23.038 clause 6.1.2.1) into characters of their raw values.
+/// Compatibility: seven octets give eight characters, so a text of seven ends with a character of
+/// the value 0 that was not sent.
 std::string DecodeTextMessage(ByteIterator begin, ByteIterator end);
 
 /// Appends the number in semi-octets, the low half first, filled up with 0xF. Characters other than

@@ -56,7 +56,7 @@ void ReadDigits(OctetReader& in, unsigned max_octets, std::string& number) {
   }
 }
 
-/// Address of `length` semi-octets (clause 9.1.2.5); the octet counts are intended.
+/// Address of `length` semi-octets (clause 9.1.2.5), with the octet counts that decode() describes.
 std::string ReadAddress(OctetReader& in, unsigned length, unsigned type) {
   if (type == 0xD0) {  // a name in septets
     const auto name = in.Skip(length * 4 / 7);

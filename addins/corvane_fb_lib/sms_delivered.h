@@ -17,7 +17,7 @@ struct SMSDelivered {
   /// SMS-DELIVER, one with another protocol identifier than 0, and one that ends in front of its
   /// text. A service-centre length above 127 gives status 5 and no reason.
   ///
-  /// Read as follows, each point intended:
+  /// Compatibility: programs get the fields as they were always read:
   ///  - An address of type 0x91 ends at its filler only, so an even number of digits runs on into
   ///    the fields behind it; one of type 0x81 with an odd number of digits leaves its last octet
   ///    to them. A name (type 0xD0) counts its septets as octets.

@@ -49,8 +49,9 @@ unsigned char LowByte(std::size_t value) {
 /// Everything in front of the user-data length.
 void AppendHead(Pdu& pdu, const std::string& number, std::size_t units, bool septets) {
   pdu.push_back(0x00);  // no service-centre address
-  // SMS-SUBMIT without validity period and report; 0x40: there is a user-data header. That the
-  // alphabet has no say in it is intended.
+  // SMS-SUBMIT without validity period and report; 0x40: there is a user-data header.
+  // Compatibility: the alphabet does not count, so long septets claim a header that they do not
+  // have.
   pdu.push_back(units <= kMaxWholeUnits ? 0x01 : 0x41);
   pdu.push_back(0x00);  // message reference: the modem's
   pdu.push_back(LowByte(number.length()));
@@ -108,7 +109,7 @@ int SMSSubmit::encode(const std::string& text, const std::string& number) {
 
   const bool septets = text.length() <= units.count && units.count <= kMaxSeptets;
   const bool whole = units.count <= kMaxWholeUnits;
-  // That septets are repeated as often as UCS-2 would need parts is intended.
+  // Compatibility: septets go out as often as UCS-2 would need parts, and receivers get copies.
   std::size_t passes = (units.count + kUnitsPerPart - 1) / kUnitsPerPart;
   if (!septets && whole) passes = 1;
   for (std::size_t pass = 0; pass < passes; ++pass) {

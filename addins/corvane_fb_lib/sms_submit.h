@@ -18,10 +18,10 @@ struct SMSSubmit {
   /// Appends the PDUs of `text` (UTF-8) for `number` (digits only, not checked) to `pdus`.
   /// An empty text has none.
   ///
-  /// Plain ASCII of up to 140 characters goes as septets, of the characters' own values. From 68
-  /// characters on each such PDU is there twice, from 135 on three times, and from 71 on they claim
-  /// a header that they do not have: intended. Other text goes as UCS-2, above 70 code units in
-  /// parts of 67.
+  /// Plain ASCII of up to 140 characters goes as septets, of the characters' own values. Other text
+  /// goes as UCS-2, above 70 code units in parts of 67. Compatibility: from 68 characters on there
+  /// are two such PDUs of septets, from 135 on three, so the receiver gets the text as often; from
+  /// 71 on they claim a header that they do not have, so phones take their beginning for one.
   /// @return `status`, which is 0 for a message that never failed; 11 when `text` is not valid
   ///   UTF-8 or has 2000 or more UTF-16 code units; 12 when `number` is empty
   int encode(const std::string& text, const std::string& number);

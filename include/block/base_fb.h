@@ -63,11 +63,12 @@ class BaseFB : public BaseLuaFB {
   static bool IsKnownUndeclared(std::string_view /*name*/) { return false; }
 
  protected:
-  /// Numbers are true when not zero; text only as "true", "True", "TRUE". A Float is never true:
-  /// intended.
+  /// Numbers are true when not zero; text only as "true", "True", "TRUE". Compatibility: a Float is
+  /// never true, whatever a program assigns to a REAL (which none of our blocks has).
   bool GetBool(const std::string& name);
   /// The low 32 bits of an integer, the whole part of a Double (saturated, NaN: 0), the number that
-  /// a text begins with. An SByte counts as a Byte, a UInt16 as an Int16, a Float as 0: intended.
+  /// a text begins with. Compatibility: an SByte of -1 is 255, a UInt16 of 65535 is -1, a Float is
+  /// 0.
   int GetInt(const std::string& name);
   /// The text form; empty when the value has none.
   std::string GetString(const std::string& name);

@@ -54,7 +54,8 @@ class OpcUa_VariantHlp : public OpcUa_Variant {
 
   /// The text form of a scalar value; `out` is left alone when there is none.
   /// @return OpcUa_Good, or OpcUa_BadNoText for Null and the structured types, DateTime included,
-  /// and for several strings. Whether other types are arrays is not looked at: intended.
+  /// and for several strings. Compatibility: of other types an array is rendered as if
+  /// it were a scalar.
   OpcUa_StatusCode GetString(std::string& out) const;
 
   /// Deep copy of strings, string arrays, localized texts and data values; other scalars bit for
@@ -97,8 +98,8 @@ inline OpcUa_StatusCode OpcUa_VariantHlp::GetString(std::string& out) const {
   std::ostringstream stream;
   switch (Datatype) {
     case OpcUaType_Boolean: stream << (Value.Boolean != 0 ? "true" : "false"); break;
-    case OpcUaType_SByte:  // SByte and Byte are read through the 16-bit slot: an SByte of -1, whose
-    case OpcUaType_Byte:   // other bytes are zero, reads 255. Intended.
+    case OpcUaType_SByte:  // Compatibility: SByte and Byte are read through the 16-bit slot, so an
+    case OpcUaType_Byte:   // SByte of -1, whose other bytes are zero, gives "255".
     case OpcUaType_Int16: stream << Value.Int16; break;
     case OpcUaType_UInt16: stream << Value.UInt16; break;
     case OpcUaType_Int32: stream << Value.Int32; break;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // A file that is attached to an e-mail: measured once, then read from its start.
-// Closed by Close only; a send that fails leaves it open, which is intended. One thread.
+// Compatibility: only Close closes it, so a send that fails leaves it open until the message goes.
+// One thread.
 #pragma once
 
 #include <cstddef>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The message as it goes over the wire: header fields and MIME layout (RFC 5322, RFC 2045, 2046),
-// with the deviations that receivers of these messages know: a Date without weekday, zone and
-// leading zeros, Bcc in the header, "Content-type" beside "Content-Type", two charsets. Intended.
+// with deviations. Compatibility: a Date without weekday, zone and leading zeros, Bcc in the
+// header, "Content-type" beside "Content-Type", two charsets. Spam filters count some of them.
 #include <array>
 #include <ctime>
 
@@ -10,7 +10,7 @@
 namespace {
 
 constexpr std::string_view kBoundary = "__MESSAGE__ID__54yg6f6h6y456345";
-// Stands for the sender's address in the header when there is no sender name. Intended.
+// Compatibility: replaces the sender's address in the header when there is no sender name.
 constexpr std::string_view kPlaceholderSender = "sender@example.com";
 
 /// Local time: "Date: 5 Mar 2024 9:7:3\r\n".

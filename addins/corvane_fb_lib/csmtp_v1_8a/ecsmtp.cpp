@@ -43,7 +43,8 @@ const char* Text(std::int32_t code) {
     case SMTP_ERR_RECVBUF_EMPTY: return "RecvBuf is empty";
     case SMTP_ERR_SENDBUF_EMPTY: return "SendBuf is empty";
     case SMTP_ERR_OUT_OF_MSG_RANGE: return "Specified line number is out of message size";
-    default: return "Undefined error id";  // SELECT and CONNECT_TIMEOUT have no text. Intended.
+    // Compatibility: SELECT and CONNECT_TIMEOUT have no text of their own in ErrStr and the log.
+    default: return "Undefined error id";
   }
 }
 

@@ -32,8 +32,8 @@ void Wait(int descriptor, Direction direction, const WaitBudget& budget);
 /// non-blocking, close-on-exec, and the caller's to close. Port 0: that of the service "mail", else
 /// 25. Ten seconds for the connection; the time of name resolution is the resolver's.
 /// Throws ECSmtp: 106 no socket, 105 no address, 108 not to be made non-blocking, 104 connect,
-/// 403 time over, 109 the wait failed. A refused connection counts as connected and fails on the
-/// first read (103): intended.
+/// 403 time over, 109 the wait failed. Compatibility: a refused connection counts as connected
+/// and fails on the first read, so programs see code 103.
 [[nodiscard]] int Connect(const char* server, unsigned short port);
 
 }  // namespace smtp_socket
