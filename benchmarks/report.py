@@ -59,7 +59,7 @@ def blocks():
                   "--benchmark_enable_random_interleaving=true", "--benchmark_filter=Operation")
     for operation in ("read", "write", "call"):
         compare(results, f"field {operation}" if operation != "call" else "block call",
-                f"Operation/{operation}_ours", f"Operation/{operation}_peer", 1.5)
+                f"Operation/{operation}_ours", f"Operation/{operation}_peer", 1.0)
     results = run("block_benchmark", "--benchmark_filter=MemoryPerBlock|Churn")
     for name, entries in results.items():
         if name.startswith("MemoryPerBlock"):

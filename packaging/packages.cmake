@@ -48,7 +48,8 @@ set(CPACK_DEBIAN_DEV_PACKAGE_SECTION devel)
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "liblua5.2-dev, pkg-config | pkgconf")
 set(CPACK_DEBIAN_DEV_DESCRIPTION
 "Headers for add-ins: the contract between a Corvane runtime and the libraries of
-function blocks that it loads, with the CMake package corvane.")
+function blocks that it loads, and the base of such blocks, with the CMake package
+corvane and an example.")
 
 install(FILES packaging/corvane@.service DESTINATION lib/systemd/system
   COMPONENT package EXCLUDE_FROM_ALL)
