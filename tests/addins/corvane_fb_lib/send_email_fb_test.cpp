@@ -459,7 +459,7 @@ TEST_F(SendEmail, DropsQueuedMessagesWhenItIsCollectedAndLogsWhich) {
                                                : " more"));
 }
 
-TEST_F(SendEmail, SaysNothingOfDroppedMessagesWhereThereAreNone) {
+TEST_F(SendEmail, SaysNothingAboutDroppedMessagesIfThereAreNone) {
   const ScriptedSmtpServer server;
   Create(server.port());
   Send();
@@ -480,7 +480,7 @@ TEST_F(SendEmail, EndsItsWorkersPauseWhenItIsCollected) {
   EXPECT_LT(steady_clock::now() - start, milliseconds(500));
 }
 
-TEST_F(SendEmail, BeginsNoMessageWhileAnotherBlockIsCollected) {
+TEST_F(SendEmail, StartsNoMessageWhileAnotherBlockIsCollected) {
   const ScriptedSmtpServer other;
   std::atomic<bool> release{false};
   const ScriptedSmtpServer slow([&release](SmtpPeer& peer) {

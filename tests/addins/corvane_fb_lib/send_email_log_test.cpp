@@ -17,7 +17,7 @@ using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-/// What is said of a small mail that `server` takes or does not.
+/// What is logged about a small mail that `server` accepts or refuses.
 std::string DescriptionBy(const ScriptedSmtpServer& server) {
   const auto mail = SmallMail(server.port());
   try {
@@ -59,14 +59,14 @@ TEST(DescribeFailure, NamesTheStepWithTheServersLastLine) {
             ": code 303 after DATA; the server's last line: 451 no");
 }
 
-TEST(DescribeFailure, SaysOf302ThatTlsIsTheUsualReason) {
+TEST(DescribeFailure, NamesTlsAsTheUsualReasonFor302) {
   EXPECT_THAT(DescriptionWith(&SmtpReplies::auth, "530 5.7.0 Must issue STARTTLS first\r\n"),
               EndsWith(": code 302 after AUTH LOGIN; usually the server allows a login only over "
                        "TLS, which SEND_EMAIL does not speak; the server's last line: 530 5.7.0 "
                        "Must issue STARTTLS first"));
 }
 
-TEST(DescribeFailure, SaysOfAClosedConnectionAtWhichStepItWasAndWhoHasTheMessage) {
+TEST(DescribeFailure, SaysAtWhichStepTheConnectionWasClosedAndWhoHasTheMessage) {
   const auto closed = [](std::string SmtpReplies::*stage) { return DescriptionWith(stage, ""); };
   EXPECT_THAT(closed(&SmtpReplies::recipient),
               EndsWith(": code 408 after RCPT TO:<operator@plant.example>; usually the server has "
@@ -80,7 +80,7 @@ TEST(DescribeFailure, SaysOfAClosedConnectionAtWhichStepItWasAndWhoHasTheMessage
                         "the message; the"));
 }
 
-TEST(DescribeFailure, SaysOfATwoLineConfirmationThatTheServerHasTheMessage) {
+TEST(DescribeFailure, SaysAfterATwoLineConfirmationThatTheServerHasTheMessage) {
   EXPECT_THAT(DescriptionWith(&SmtpReplies::message, "250-taken\r\n250 thanks\r\n"),
               EndsWith(": code 304 after QUIT; the server has the message; the server's last "
                        "line: 250 thanks"));
@@ -97,7 +97,7 @@ TEST(DescribeFailure, ShowsForeignTextsInOneLine) {
   EXPECT_THAT(DescriptionBy(server), EndsWith("last line: 554 \\x1B[2J\\r\\x9B"));
 }
 
-TEST(DescribeFailure, TellsNothingOfAnEarlierConnection) {
+TEST(DescribeFailure, SaysNothingAboutAnEarlierConnection) {
   int connection = 0;
   const ScriptedSmtpServer server([&connection](SmtpPeer& peer) {
     if (++connection == 1) peer.Say("554 first\r\n");
@@ -125,7 +125,7 @@ TEST(DescribeDropped, NamesTheFirstTenSubjects) {
   EXPECT_THAT(DescribeDropped("X", mails), EndsWith("\"10\" and 1 more"));
 }
 
-TEST(NameOfBlock, IsTheTypeAloneWhereNoProgramRuns) {
+TEST(NameOfBlock, IsOnlyTheTypeWhenNoProgramRuns) {
   lua_State* L = luaL_newstate();
   EXPECT_EQ(NameOfBlock("SEND_EMAIL", L), "SEND_EMAIL");
   lua_close(L);

@@ -238,7 +238,7 @@ TEST_F(SendSms, WithAReceiverOfSpacesAndCommasQueuesNothingAndKeepsTheError) {
   }
 }
 
-TEST_F(SendSms, WarnsOnceOfAReceiverThatIsPerhapsOneNumberWrittenWithBlanks) {
+TEST_F(SendSms, WarnsOnceAboutAReceiverThatMayBeOneNumberWrittenWithSpaces) {
   const auto send = [this] { Run("fb.Send = false fb() fb.Send = true fb()"); };
   send();
   EXPECT_THAT(test_support::TakeLog(), testing::IsEmpty());
@@ -253,7 +253,7 @@ TEST_F(SendSms, WarnsOnceOfAReceiverThatIsPerhapsOneNumberWrittenWithBlanks) {
   EXPECT_THAT(test_support::TakeLog(), testing::SizeIs(1));
 }
 
-TEST_F(SendSms, GivesEachReceiverItsOwnReference) {
+TEST_F(SendSms, UsesAnotherReferenceForEachReceiver) {
   Run("fb.Message = ('\xD0\x96'):rep(71) fb.Receiver = '1 2'");
   Send();
   const auto requests = Complete();
@@ -509,7 +509,7 @@ TEST_F(SendSms, RandomAnswersDoNoHarm) {
   EXPECT_EQ(Queue(), "0");
 }
 
-TEST_F(SendSms, LogsNothingOfAMessageThatIsSent) {
+TEST_F(SendSms, LogsNothingAboutAMessageThatIsSent) {
   Send();
   Complete();
   EXPECT_TRUE(test_support::TakeLog().empty());

@@ -43,7 +43,7 @@ TEST(Descriptor, ReleasedStaysOpen) {
   close(number);
 }
 
-TEST(Descriptor, AssignedClosesTheFormerOne) {
+TEST(Descriptor, AssignmentClosesTheFormerDescriptor) {
   Descriptor owner = OpenNull();
   Descriptor other = OpenNull();
   const int former = owner.get();

@@ -17,7 +17,7 @@ TEST(Printable, LeavesTextInAnyScriptAsItIs) {
   EXPECT_EQ(Printable(""), "");
 }
 
-TEST(Printable, LetsNoOctetAloneReachTheTerminalAsACommand) {
+TEST(Printable, LetsNoSingleOctetReachTheTerminalAsACommand) {
   for (int value = 0; value <= 0xFF; ++value) {
     const std::string text = Printable("a" + std::string(1, static_cast<char>(value)) + "b");
     EXPECT_TRUE(utf8::is_valid(text.begin(), text.end())) << value;

@@ -34,7 +34,7 @@ TEST(DataCoding, HasAClassOnlyWhereTheGroupSaysSo) {
   EXPECT_EQ(ReadDataCoding(0x10).message_class, 0);
 }
 
-TEST(DataCoding, TellsWhatWaits) {
+TEST(DataCoding, NamesWhatIsWaiting) {
   EXPECT_EQ(ReadDataCoding(0xC8).waiting, (WaitingIndication{Waiting::kVoiceMail, true, true}));
   EXPECT_EQ(ReadDataCoding(0xD2).waiting, (WaitingIndication{Waiting::kEmail, false, false}));
   EXPECT_EQ(ReadDataCoding(0xEB).waiting, (WaitingIndication{Waiting::kOther, true, false}));
@@ -49,7 +49,7 @@ TEST(DataCoding, MarksWhatIsCompressedOrToBeDeleted) {
   EXPECT_FALSE(ReadDataCoding(0x00).delete_on_read);
 }
 
-TEST(DataCodingScheme, ComesBackWithItsAlphabetAndClass) {
+TEST(DataCodingScheme, RoundTripsWithItsAlphabetAndClass) {
   for (const Alphabet alphabet : {Alphabet::kDefault, Alphabet::kOctets, Alphabet::kUcs2}) {
     DataCoding expected;
     expected.alphabet = alphabet;

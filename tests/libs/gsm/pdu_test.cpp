@@ -143,7 +143,7 @@ TEST(DeliverPdu, RoundTripsWithEveryAlphabetAndPartNumber) {
   }
 }
 
-TEST(SubmitPdu, ComesBackWithAllThatItAsksFor) {
+TEST(SubmitPdu, RoundTripsWithAllItsOptions) {
   for (const Octets& validity :
        {Octets{}, Octets{0xA7}, Octets{0x62, 0x10, 0x13, 0x12, 0x21, 0, 4}}) {
     const auto parts = SplitText("Grüße €" + std::string(200, 'x'), {9, true}).value();
@@ -172,7 +172,7 @@ TEST(SubmitPdu, IsWrittenAsOtherProgramsWriteIt) {
   }
 }
 
-TEST(StatusReport, ComesBack) {
+TEST(StatusReport, RoundTrips) {
   for (const int status : {0x00, 0x30, 0x46}) {
     const StatusReportPdu sent{"+491710000000",
                                200,
@@ -221,7 +221,7 @@ TEST(Outcome, FollowsTheRangesOfTheStatus) {
   }
 }
 
-TEST(TypeOfIncoming, IsThatOfTheFirstOctetBehindTheServiceCentre) {
+TEST(TypeOfIncoming, IsGivenByTheFirstOctetAfterTheServiceCentre) {
   EXPECT_EQ(TypeOfIncoming(Bytes("0004")), IncomingType::kDeliver);
   EXPECT_EQ(TypeOfIncoming(Bytes("019106")), IncomingType::kStatusReport);
   EXPECT_EQ(TypeOfIncoming(Bytes("0001")), IncomingType::kReserved);
@@ -284,7 +284,7 @@ TEST(DeliverSize, IsWhatTheLengthFieldsSay) {
   EXPECT_EQ(DeliverSize(Bytes("00040B911346610089F6000820806291731408040041")), 24u) << "UCS-2";
 }
 
-TEST(DeliverSize, OfWhatIsNoDeliverIsZero) {
+TEST(DeliverSize, OfAnythingButADeliverIsZero) {
   EXPECT_EQ(DeliverSize({}), 0u);
   EXPECT_EQ(DeliverSize(Bytes("07911326040000F0040B91")), 0u) << "cut before its length";
   EXPECT_EQ(DeliverSize(Bytes("0001000B915155101032F4000005E8329BFD06")), 0u) << "SMS-SUBMIT";

@@ -13,7 +13,7 @@ TEST(DefaultAlphabet, HasTheCharactersThatDifferFromAscii) {
             "@$_¤¡Ä§¿à");
 }
 
-TEST(DefaultAlphabet, ReachesTheExtensionTableBehindAnEscape) {
+TEST(DefaultAlphabet, ReachesTheExtensionTableThroughAnEscape) {
   EXPECT_EQ(DecodeSeptets(Octets{0x1B, 0x65, 0x1B, 0x3C, 0x1B, 0x3E, 0x1B, 0x14}), "€[]^");
   EXPECT_EQ(EncodeDefaultAlphabet(U'€'), (Octets{0x1B, 0x65}));
 }
@@ -27,7 +27,7 @@ TEST(DefaultAlphabet, ShowsAnEscapeThatEscapesNothingAsASpace) {
   EXPECT_EQ(DecodeSeptets(Octets{0x1B, 0x1B}), " ");
 }
 
-TEST(DefaultAlphabet, LacksWhatItLacks) {
+TEST(DefaultAlphabet, HasNoOtherCharacters) {
   for (const char32_t character : std::u32string_view(U"çЖ`\t😀")) {
     EXPECT_EQ(EncodeDefaultAlphabet(character), std::nullopt);
   }
@@ -35,7 +35,7 @@ TEST(DefaultAlphabet, LacksWhatItLacks) {
 
 TEST(DefaultAlphabet, EveryCharacterRoundTrips) {
   for (int value = 0; value < 128; ++value) {
-    if (value == 0x1B) continue;  // the escape is no character
+    if (value == 0x1B) continue;  // the escape is not a character
     const Octets septet{static_cast<std::uint8_t>(value)};
     const auto text = CodePoints(DecodeSeptets(septet));
     ASSERT_TRUE(text && text->size() == 1) << value;
@@ -43,7 +43,7 @@ TEST(DefaultAlphabet, EveryCharacterRoundTrips) {
   }
 }
 
-TEST(NationalTables, TakeThePlaceOfTheDefaultOnes) {
+TEST(NationalTables, ReplaceTheDefaultOnes) {
   const Shifts turkish{Language::kTurkish, Language::kTurkish};
   EXPECT_EQ(DecodeSeptets(Octets{0x07, 0x0B, 0x40, 0x60, 0x1B, 0x73}, turkish), "ıĞİçş");
   const Shifts spanish{Language::kSpanish, Language::kSpanish};  // it has no locking table

@@ -20,7 +20,7 @@ TEST(UserDataHeader, ReadsEachElement) {
   EXPECT_EQ(Read("240101250103")->shifts, (Shifts{Language::kPortuguese, Language::kTurkish}));
 }
 
-TEST(UserDataHeader, SkipsWhatItDoesNotKnowAndElementsOfAnotherLength) {
+TEST(UserDataHeader, SkipsUnknownElementsAndThoseOfTheWrongLength) {
   EXPECT_EQ(Read("70020102"
                  "0003070201"
                  "7F00")
@@ -36,20 +36,20 @@ TEST(UserDataHeader, SkipsWhatItDoesNotKnowAndElementsOfAnotherLength) {
   EXPECT_EQ(Read(""), UserDataHeader{});
 }
 
-TEST(UserDataHeader, TakesTheLastOfAnElementThatIsGivenTwice) {
+TEST(UserDataHeader, UsesTheLastOfAnElementThatIsGivenTwice) {
   EXPECT_EQ(Read("0003070201"
                  "0003080302")
                 ->concatenation,
             (Concatenation{8, 3, 2, false}));
 }
 
-TEST(UserDataHeader, IgnoresAPlaceThatMakesNoSense) {
+TEST(UserDataHeader, IgnoresAPartNumberThatMakesNoSense) {
   for (const char* digits : {"0003010001", "0003010200", "0003010203", "080400010000"}) {
     EXPECT_EQ(Read(digits)->concatenation, std::nullopt) << digits;
   }
 }
 
-TEST(UserDataHeader, IsNoneWhereItsElementsDoNotFillIt) {
+TEST(UserDataHeader, IsIgnoredIfItsElementsDoNotFillIt) {
   for (const char* digits : {"00", "0003", "00030702", "000307020100",
                              "0003070201"
                              "05"}) {
@@ -57,7 +57,7 @@ TEST(UserDataHeader, IsNoneWhereItsElementsDoNotFillIt) {
   }
 }
 
-TEST(UserDataHeader, ComesBackWhole) {
+TEST(UserDataHeader, RoundTripsWhole) {
   UserDataHeader header;
   EXPECT_TRUE(WriteHeader(header).empty());
   for (const bool wide : {false, true}) {

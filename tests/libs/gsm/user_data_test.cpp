@@ -14,7 +14,7 @@ std::string Repeated(std::string_view text, int times) {
   return all;
 }
 
-/// Writes and reads each part; the text of all of them.
+/// Writes and reads each part. @return the text of all of them
 std::string ThroughTheWire(const std::vector<UserData>& parts) {
   std::vector<UserData> data;
   for (const UserData& part : parts) {
@@ -122,7 +122,7 @@ TEST(UserDataHeader, IsIgnoredWhenItIsLongerThanTheData) {
   EXPECT_TRUE(UserDataOf("00", 0x00).header_ignored);
 }
 
-TEST(UserDataHeader, LosesAPlaceThatMakesNoSense) {
+TEST(UserDataHeader, DropsAPartNumberThatMakesNoSense) {
   for (const char* digits : {"06"
                              "050003010001",
                              "06"

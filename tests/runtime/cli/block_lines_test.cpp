@@ -26,7 +26,7 @@ std::vector<std::string> Texts(const std::vector<BlockState>& blocks, std::size_
   return texts;
 }
 
-TEST(BlockLines, PutsTwoVariablesBesideEachOther) {
+TEST(BlockLines, PutsTwoVariablesSideBySide) {
   const BlockState block{1, "alarm", "SEND_SMS", {{"Port", "1"}, {"Send", "TRUE"}, {"Error", "0"}}};
   EXPECT_THAT(Texts({block}, 40),
               ElementsAre("alarm: SEND_SMS" + std::string(25, ' '),
@@ -40,7 +40,7 @@ TEST(BlockLines, UsesTheWidthOfAWideScreenAndOfANarrowOne) {
   EXPECT_EQ(Texts({block}, 30).size(), 6u);
 }
 
-TEST(BlockLines, GivesALongValueALineAndCutsItThere) {
+TEST(BlockLines, PutsALongValueOnItsOwnLineAndCutsItThere) {
   const BlockState block{
       1, "b", "T", {{"A", "1"}, {"Message", std::string(50, 'x')}, {"C", "2"}, {"D", "3"}}};
   EXPECT_THAT(Texts({block}, 40), ElementsAre("b: T" + std::string(36, ' '), "  A            1",
@@ -48,7 +48,7 @@ TEST(BlockLines, GivesALongValueALineAndCutsItThere) {
                                               "  C            2      D            3"));
 }
 
-TEST(BlockLines, WideCharactersKeepTheSecondColumnInItsPlace) {
+TEST(BlockLines, WideCharactersKeepTheSecondColumnInPlace) {
   const BlockState block{1, "b", "T", {{"A", "'水位'"}, {"B", "2"}}};
   EXPECT_THAT(Texts({block}, 60), ElementsAre("b: T" + std::string(56, ' '),
                                               "  A            '水位'           B            2"));
@@ -59,7 +59,7 @@ TEST(BlockLines, MarksWhatHasChanged) {
   EXPECT_THAT(Texts({block}, 40), ElementsAre(testing::_, "* A            1      B            2"));
 }
 
-TEST(BlockLines, BearsAnyWidthAndAnyName) {
+TEST(BlockLines, SurvivesAnyWidthAndAnyName) {
   const BlockState block{
       1, "a\x1b[2Jlarm\n", "SEND_SMS", {{"Po\art", "水位水位水位"}, {"Send", "TRUE"}}};
   for (std::size_t width = 0; width < 200; ++width) {

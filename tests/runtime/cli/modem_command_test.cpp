@@ -56,7 +56,7 @@ TEST_F(ModemCommandTest, RunsAScenarioToItsEnd) {
   EXPECT_FALSE(std::filesystem::exists(std::filesystem::symlink_status(Path("modem"))));
 }
 
-TEST_F(ModemCommandTest, EndsWithASignalAndTakesItsLinkAway) {
+TEST_F(ModemCommandTest, EndsWithASignalAndRemovesItsLink) {
   Command modem({CORVANE, "modem", "--link", Path("modem"), "--scenario", Scenario("")});
   ASSERT_TRUE(test_support::WaitFor([&] { return modem.out().find("ready") == 0; }));
   EXPECT_TRUE(std::filesystem::is_symlink(Path("modem")));
@@ -94,18 +94,18 @@ TEST_F(ModemCommandTest, RefusesAScenarioThatCannotBeRead) {
                    "scenario " + folder_.path().string() + " cannot be read");
 }
 
-TEST_F(ModemCommandTest, RefusesAScenarioThatIsNoTextOrHasNoEnd) {
+TEST_F(ModemCommandTest, RefusesAScenarioThatIsNotATextOrHasNoEnd) {
   ExpectUsageError(Run({"--scenario", "/dev/zero"}), "scenario /dev/zero is no text file");
   ExpectUsageError(
       RunCommand({"/bin/sh", "-c", "yes '#' | \"$0\" modem --scenario /dev/stdin", CORVANE}),
       "scenario /dev/stdin is longer than 16 MiB");
 }
 
-TEST_F(ModemCommandTest, SkipsAByteOrderMarkInFrontOfAScenario) {
+TEST_F(ModemCommandTest, SkipsAByteOrderMarkBeforeAScenario) {
   EXPECT_EQ(Run({"--tcp", "127.0.0.1:0", "--scenario", Scenario("\xEF\xBB\xBFquit\n")}).status, 0);
 }
 
-TEST_F(ModemCommandTest, TakesAScenarioFromAPipe) {
+TEST_F(ModemCommandTest, ReadsAScenarioFromAPipe) {
   const auto result =
       RunCommand({"/bin/sh", "-c",
                   "echo quit | \"$0\" modem --tcp 127.0.0.1:0 --scenario /dev/stdin", CORVANE});
@@ -113,7 +113,7 @@ TEST_F(ModemCommandTest, TakesAScenarioFromAPipe) {
   EXPECT_THAT(result.out, StartsWith("ready tcp="));
 }
 
-TEST_F(ModemCommandTest, RefusesOptionsThatMakeNoSense) {
+TEST_F(ModemCommandTest, RefusesSenselessOptions) {
   ExpectUsageError(Run({"--store-size", "0"}), "--store-size");
   ExpectUsageError(Run({"--store-size", "10001"}), "--store-size");
   for (const std::string name : {"--link", "--tcp", "--scenario"}) {
@@ -131,7 +131,7 @@ TEST_F(ModemCommandTest, RefusesOptionsThatMakeNoSense) {
   ExpectUsageError(Run({"--tcp", "127.0.0.1:65536"}), "'127.0.0.1:65536' is no address");
 }
 
-TEST_F(ModemCommandTest, LeavesAFileInPlaceOfItsLinkAlone) {
+TEST_F(ModemCommandTest, LeavesAFileWithTheNameOfItsLinkAlone) {
   std::ofstream(Path("file")) << "mine";
   ExpectUsageError(Run({"--link", Path("file")}), Path("file") + " is there and is no link");
   EXPECT_EQ(std::filesystem::file_size(Path("file")), 4u);

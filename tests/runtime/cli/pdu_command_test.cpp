@@ -50,7 +50,7 @@ TEST(PduDecode, ShowsAMessageAsJson) {
                                            {"text", "Hello"}}));
 }
 
-TEST(PduDecode, ShowsATimeBehindTheYear2038) {
+TEST(PduDecode, ShowsATimeAfterTheYear2038) {
   DeliverPdu pdu;
   pdu.time_stamp = {0x99, 0x21, 0x13, 0x32, 0x95, 0x95, 0x00};
   EXPECT_THAT(Pdu({"decode", pdu.ToHex()}).out, HasSubstr("Time      2099-12-31T23:59:59Z\n"));
@@ -106,7 +106,7 @@ TEST(PduDecode, SaysThatATruncatedPduIsTruncated) {
   EXPECT_EQ(Pdu({"decode", "0004"}).out, "Rejected  The PDU is truncated.\n");
 }
 
-TEST(PduDecode, TakesManyPdusInOneCall) {
+TEST(PduDecode, AcceptsManyPdusInOneCall) {
   const std::string hex = DeliverPdu{}.ToHex();
   const auto text = Pdu({"decode", hex, TextMessage("two").ToHex()});
   EXPECT_EQ(text.status, 0);
@@ -117,7 +117,7 @@ TEST(PduDecode, TakesManyPdusInOneCall) {
   EXPECT_EQ(json::parse(lines.substr(end))["text"], "two");
 }
 
-TEST(PduDecode, ReadsPdusFromStandardInputOneALine) {
+TEST(PduDecode, ReadsPdusFromStandardInputOnePerLine) {
   const std::string hex = DeliverPdu{}.ToHex();
   const auto result = DecodeInput(hex + "\\r\\n\\n  " + hex + "  ", "--json");
   EXPECT_EQ(result.status, 0);
@@ -152,7 +152,7 @@ TEST(PduDecode, WithNothingOnStandardInputSaysSo) {
   }
 }
 
-TEST(PduDecode, StandsAVeryLongPdu) {
+TEST(PduDecode, SurvivesAVeryLongPdu) {
   const std::string hex = DeliverPdu{}.ToHex() + std::string(100'000, '0');
   EXPECT_EQ(Pdu({"decode", "--json", hex}).status, 0);
 }
@@ -217,14 +217,14 @@ TEST(PduEncode, ToANumberThatSendSmsRefusesPrintsNoPdu) {
   EXPECT_EQ(json::parse(as_json.out)["pdus"].size(), 0u);
 }
 
-TEST(PduEncode, WarnsOfANumberThatIsNotDigitsOnly) {
+TEST(PduEncode, WarnsAboutANumberWithOtherCharactersThanDigits) {
   const auto result = Pdu({"encode", "--to", "+4917112345", "Hello"});
   EXPECT_EQ(result.status, 0);
   EXPECT_THAT(result.err, HasSubstr("digits only"));
   EXPECT_THAT(result.out, testing::StartsWith("0001000B91"));
 }
 
-TEST(PduCommand, WithoutMoreWordsIsWrongUsage) {
+TEST(PduCommand, WithoutFurtherWordsIsWrongUsage) {
   for (const auto& words : std::vector<std::vector<std::string>>{
            {}, {"encode"}, {"encode", "Hello"}, {"recode"}, {"decode", "--xml"}}) {
     const auto result = Pdu(words);

@@ -9,12 +9,12 @@ using corvane::cli::Cells;
 using corvane::cli::Fit;
 using corvane::cli::ScreenText;
 
-TEST(ScreenText, KeepsUtf8AndBlanks) {
+TEST(ScreenText, KeepsUtf8AndSpaces) {
   EXPECT_EQ(ScreenText("Насос 2 läuft"), "Насос 2 läuft");
   EXPECT_EQ(ScreenText("a\tb"), "a b");
 }
 
-TEST(ScreenText, LeavesEscapeSequencesOut) {
+TEST(ScreenText, LeavesOutEscapeSequences) {
   EXPECT_EQ(ScreenText("\x1b[31;1mred\x1b[0m"), "red");
   EXPECT_EQ(ScreenText("\x1b"
                        "c"),
@@ -85,7 +85,7 @@ TEST(Fit, NeverCutsInsideACombiningSequence) {
   EXPECT_EQ(Fit("👍🏽xyz", 6), "...   ") << "with its colour";
 }
 
-TEST(Fit, HasExactlyTheCellsThatWereAskedFor) {
+TEST(Fit, HasExactlyTheRequestedNumberOfCells) {
   const std::string text = "e\u0301水a😀❤\ufe0f👩\u200d👧b🇩🇪Насос";
   for (std::size_t columns = 0; columns < 40; ++columns) {
     EXPECT_EQ(Cells(Fit(text, columns)), columns);

@@ -37,7 +37,7 @@ TEST(KeyDecoder, KnowsWhatTerminalsSendForTheKeys) {
   EXPECT_FALSE(decoder.Waiting());
 }
 
-TEST(KeyDecoder, TakesSequencesInPieces) {
+TEST(KeyDecoder, AcceptsSequencesInPieces) {
   const std::string octets = "\x1b[5~水\x1bOA";
   KeyDecoder decoder;
   std::vector<KeyPress> keys;

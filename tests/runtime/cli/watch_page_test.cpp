@@ -39,7 +39,7 @@ class WatchPageTest : public testing::Test {
     return texts;
   }
 
-  /// Of a screen with eight rows for blocks: 40 lines, two for each block.
+  /// The rows of a screen with room for 8 of the 40 lines of blocks, two lines for each block.
   std::vector<std::string> SmallRows() { return Rows(kRows); }
 
   void Press(Key key) { static_cast<void>(page_.Press({key, ""})); }
@@ -52,7 +52,7 @@ class WatchPageTest : public testing::Test {
   WatchPicture picture_;
 };
 
-TEST_F(WatchPageTest, ShowsEveryPartWhereThereIsRoom) {
+TEST_F(WatchPageTest, ShowsEveryPartIfThereIsRoom) {
   const auto rows = Rows(24);
   ASSERT_EQ(rows.size(), 24u);
   EXPECT_THAT(rows[0], testing::StartsWith(" corvane  pumps.lua "));
@@ -118,7 +118,7 @@ TEST_F(WatchPageTest, MovesByLinesPagesAndToTheEnds) {
   EXPECT_THAT(SmallRows().back(), HasSubstr("lines 1 to 8 of 40"));
 }
 
-TEST_F(WatchPageTest, StaysInsideWhenBlocksGo) {
+TEST_F(WatchPageTest, StaysInRangeWhenBlocksDisappear) {
   Press(Key::kEnd);
   static_cast<void>(SmallRows());
   Press(Key::kEnd);
