@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// corvane pdu: what READ_SMS makes of a PDU, and what SEND_SMS makes of a text.
+// corvane pdu: what READ_SMS makes of a PDU, beside the standard, and what SEND_SMS makes of a
+// text.
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -11,6 +12,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "addins/corvane_fb_lib/driver_reply.h"
@@ -18,9 +20,12 @@
 #include "addins/corvane_fb_lib/sms_delivered.h"
 #include "addins/corvane_fb_lib/sms_submit.h"
 #include "libs/base/printable.h"
+#include "libs/gsm/pdu.h"
 #include "runtime/cli/commands.h"
 #include "runtime/cli/log_setup.h"
 #include "runtime/cli/messages.h"
+#include "runtime/cli/pdu_input.h"
+#include "runtime/cli/standard_reading.h"
 #include "runtime/corvaneshare/date_time.h"
 
 namespace corvane::cli {
@@ -32,9 +37,9 @@ constexpr const char* kHexDigits = "0123456789ABCDEFabcdef";
 std::string CheckHex(std::string_view hex) {
   if (hex.empty()) return "it is empty";
   const std::size_t wrong = hex.find_first_not_of(kHexDigits);
-  if (wrong != hex.npos) return fmt::format("character {} is no hexadecimal digit", wrong + 1);
+  if (wrong != hex.npos) return fmt::format("character {} is not a hexadecimal digit", wrong + 1);
   if (hex.size() % 2 != 0) {
-    return fmt::format("its number of digits, {}, is odd; two make an octet", hex.size());
+    return fmt::format("it has {} digits, an odd number; two make an octet", hex.size());
   }
   return {};
 }
@@ -52,17 +57,53 @@ std::string OctetsToHex(const std::vector<unsigned char>& octets) {
   return hex;
 }
 
-/// A time as ISO 8601; nothing for the null time.
-std::optional<std::string> IsoTime(std::int64_t file_time) {
-  using namespace std::chrono;
-  if (file_time == 0) return std::nullopt;
-  const sys_seconds time{seconds{file_time / kTicksPerSecond - kUnixEpochSeconds}};
-  const auto day = floor<days>(time);
-  const year_month_day date{day};
-  const hh_mm_ss clock{time - day};
-  return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}Z", static_cast<int>(date.year()),
-                     static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
-                     clock.hours().count(), clock.minutes().count(), clock.seconds().count());
+/// A PDU with everything that is shown of it.
+struct DecodedPdu {
+  /// @param octets are cut to what the header announces, as the modem port driver does
+  DecodedPdu(const GivenPdu& given_pdu, std::vector<unsigned char> all_octets)
+      : given(given_pdu), octets(std::move(all_octets)), length(gsm::TpduLength(octets)) {
+    if (given.announced && *given.announced < length) {
+      octets.resize(octets.size() - (length - *given.announced));
+    }
+    message.decode(octets);
+    standard = ReadByStandard(octets);
+    differences = Differences(message, standard);
+    if (message.status != 0 || !differences.empty()) causes = Causes(octets);
+  }
+  [[nodiscard]] bool IsReadOtherwise() const {
+    return message.status != 0 || !differences.empty() || !standard.problem.empty();
+  }
+
+  const GivenPdu& given;
+  std::vector<unsigned char> octets;
+  std::size_t length;  // octets without the service centre, as they were given
+  sms::SMSDelivered message{0};
+  StandardReading standard;
+  std::vector<std::string> differences;
+  std::vector<std::string> causes;
+};
+
+void PrintHeader(const DecodedPdu& pdu) {
+  if (pdu.given.header.empty()) return;
+  fmt::print("Header    {}\n", Printable(pdu.given.header));
+  const std::size_t announced = pdu.given.announced.value_or(pdu.length);
+  if (announced == pdu.length) return;
+  fmt::print("Length    {} octets are announced, and {} are there: {}\n", announced, pdu.length,
+             announced < pdu.length ? "those after them are left out" : "the PDU was cut off");
+}
+
+void PrintStandard(const DecodedPdu& pdu) {
+  if (!pdu.IsReadOtherwise()) return;
+  for (const std::string& cause : pdu.causes) fmt::print("Reason    {}\n", cause);
+  const char* label = "Standard  ";
+  if (!pdu.standard.problem.empty()) {
+    fmt::print("{}cannot be read either: {}\n", label, pdu.standard.problem);
+  } else if (pdu.standard.kind != "message") {
+    fmt::print("{}{}\n", std::exchange(label, "          "), pdu.standard.kind);
+  }
+  for (const std::string& line : pdu.differences) {
+    fmt::print("{}{}\n", std::exchange(label, "          "), line);
+  }
 }
 
 void PrintText(const sms::SMSDelivered& message) {
@@ -79,9 +120,27 @@ void PrintText(const sms::SMSDelivered& message) {
   }
 }
 
-void PrintJson(const sms::SMSDelivered& message) {
+/// Empty texts are null.
+nlohmann::ordered_json OrNull(const std::string& text) {
+  return text.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(text);
+}
+
+nlohmann::ordered_json JsonOf(const StandardReading& standard) {
+  const auto& part = standard.part;
+  return {{"kind", standard.kind},
+          {"problem", OrNull(standard.problem)},
+          {"number", OrNull(standard.number)},
+          {"time", OrNull(standard.time)},
+          {"ref", part ? part->reference : 0},
+          {"total", part ? part->total : 0},
+          {"seq", part ? part->sequence : 0},
+          {"text", standard.text}};
+}
+
+void PrintJson(const DecodedPdu& pdu) {
+  const sms::SMSDelivered& message = pdu.message;
   const auto time = IsoTime(message.time);
-  const nlohmann::ordered_json object = {
+  nlohmann::ordered_json object = {
       {"status", message.status},
       {"number", message.number},
       {"time", time ? nlohmann::ordered_json(*time) : nlohmann::ordered_json()},
@@ -90,6 +149,14 @@ void PrintJson(const sms::SMSDelivered& message) {
       {"total", message.total},
       {"seq", message.seq},
       {"text", message.text}};
+  if (!pdu.given.header.empty()) {
+    object["header"] = pdu.given.header;
+    object["length"] = pdu.length;
+  }
+  if (pdu.IsReadOtherwise()) {
+    object["standard"] = JsonOf(pdu.standard);
+    object["causes"] = pdu.causes;
+  }
   fmt::print("{}\n", object.dump());
 }
 
@@ -98,20 +165,34 @@ class Decoding {
  public:
   explicit Decoding(bool json) : json_(json) {}
 
-  void Add(std::string_view hex) {
+  void Add(const std::vector<GivenPdu>& pdus) {
+    for (const GivenPdu& pdu : pdus) Add(pdu);
+  }
+  void Add(const GivenPdu& given) {
     ++count_;
-    if (const std::string wrong = CheckHex(hex); !wrong.empty()) {
+    if (const std::string wrong = CheckHex(given.hex); !wrong.empty()) {
       PrintError(fmt::format("PDU {}: {}", count_, wrong));
       status_ = kUsage;
       return;
     }
-    sms::SMSDelivered message(0);
-    message.decode(HexToOctets(hex));
-    if (message.status != 0 && status_ == kSuccess) status_ = kProgramFailed;
-    if (!json_ && count_ > 1) fmt::print("\n");
-    json_ ? PrintJson(message) : PrintText(message);
+    const DecodedPdu pdu(given, HexToOctets(given.hex));
+    if (pdu.message.status != 0 && status_ == kSuccess) status_ = kProgramFailed;
+    if (json_) return PrintJson(pdu);
+    if (count_ > 1) fmt::print("\n");
+    PrintHeader(pdu);
+    PrintText(pdu.message);
+    PrintStandard(pdu);
   }
-  [[nodiscard]] int count() const { return count_; }
+  /// At the end of the input.
+  void Finish(const PduInput& input) {
+    if (!input.waiting().empty()) {
+      PrintError(fmt::format("the header '{}' has no PDU after it", input.waiting()));
+      status_ = kUsage;
+    } else if (count_ == 0) {
+      PrintError("there is no PDU on standard input (try corvane pdu decode HEX)");
+      status_ = kUsage;
+    }
+  }
   [[nodiscard]] int status() const { return status_; }
 
  private:
@@ -120,22 +201,22 @@ class Decoding {
   int status_ = kSuccess;
 };
 
-int Decode(const std::vector<std::string>& pdus, bool json) {
+int Decode(const std::vector<std::string>& words, bool json) {
   SetUpLog("warning");
   Decoding decoding(json);
-  for (const std::string& hex : pdus) decoding.Add(hex);
-  if (!pdus.empty()) return decoding.status();
-  for (std::string line; std::getline(std::cin, line);) {
-    constexpr const char* kBlanks = " \t\r";
-    const std::size_t begin = line.find_first_not_of(kBlanks);
-    if (begin == line.npos) continue;
-    const std::size_t end = line.find_last_not_of(kBlanks) + 1;
-    decoding.Add(std::string_view(line).substr(begin, end - begin));
+  PduInput input;
+  for (const std::string& line : LinesOf(words)) {
+    input.Add(line);
+    decoding.Add(input.Take());
+    if (line.empty()) decoding.Add(GivenPdu{});
   }
-  if (decoding.count() == 0) {
-    PrintError("there is no PDU on standard input (try corvane pdu decode HEX)");
-    return kUsage;
+  // A header alone on the command line: its PDU is pasted next.
+  const bool read = words.empty() || !input.waiting().empty();
+  for (std::string line; read && std::getline(std::cin, line);) {
+    input.Add(line);
+    decoding.Add(input.Take());
   }
+  decoding.Finish(input);
   return decoding.status();
 }
 
@@ -151,7 +232,7 @@ int Encode(const std::string& text, const std::string& number, bool json) {
   SetUpLog("warning");
   if (number.find_first_not_of("0123456789") != number.npos) {
     PrintError(fmt::format(
-        "note: SEND_SMS takes digits only for a number; what else stands in '{}' spoils it",
+        "note: SEND_SMS takes digits only for a number; the other characters in '{}' spoil it",
         number));
   }
   if (text.empty()) {
@@ -187,12 +268,15 @@ void AddDecodeCommand(CLI::App& pdu, Action& action) {
   auto options = std::make_shared<Options>();
   CLI::App* command = pdu.add_subcommand("decode", "Show what READ_SMS makes of received PDUs");
   command->add_option("HEX", options->pdus,
-                      "PDUs in hexadecimal; without any, one a line from standard input");
+                      "PDUs in hexadecimal, also after the header lines of a modem's list; without "
+                      "any, one a line from standard input");
   command->add_flag("--json", options->json, "Machine-readable, one object a PDU");
   command->footer(
       "Example: corvane pdu decode "
       "07911326040000F0040B911346610089F60000208062917314080CC8F71D14969741F977FD07\n\n"
-      "A rejected PDU is one that READ_SMS deletes from the modem without delivering it.\n"
+      "A rejected PDU is one that READ_SMS deletes from the modem without delivering it. Where "
+      "the\n"
+      "standard reads a PDU otherwise, that is shown, too, and why.\n"
       "Exit status: 0; 1 when a PDU is rejected; 2 for wrong usage.");
   command->callback(
       [options, &action] { action = [options] { return Decode(options->pdus, options->json); }; });

@@ -14,6 +14,7 @@ using test_support::CommandResult;
 using test_support::DeliverPdu;
 using test_support::RunCommand;
 using test_support::TextMessage;
+using testing::EndsWith;
 using testing::HasSubstr;
 
 CommandResult Pdu(std::vector<std::string> words) {
@@ -87,7 +88,12 @@ TEST(PduDecode, ShowsARejectedPduWithItsReasonAndStatusOne) {
   const auto result = Pdu({"decode", pdu.ToHex()});
   EXPECT_EQ(result.status, 1);
   EXPECT_EQ(result.out,
-            "Number    +15550101234\nRejected  The PDU's TP-PID field must have the value 0x00.\n");
+            "Number    +15550101234\n"
+            "Rejected  The PDU's TP-PID field must have the value 0x00.\n"
+            "Reason    Its protocol identifier is 0x41: READ_SMS takes only 0x00.\n"
+            "Standard  number  +15550101234\n"
+            "          time    2024-03-05T09:07:03+00:00\n"
+            "          text    Hello\n");
   const auto as_json = Pdu({"decode", "--json", pdu.ToHex()});
   EXPECT_EQ(as_json.status, 1);
   EXPECT_EQ(json::parse(as_json.out)["status"], 5);
@@ -98,12 +104,65 @@ TEST(PduDecode, ShowsARejectedPduWithItsReasonAndStatusOne) {
 TEST(PduDecode, NamesTheReasonOfARejectionThatHasNoText) {
   const auto result = Pdu({"decode", "FF"});
   EXPECT_EQ(result.status, 1);
-  EXPECT_EQ(result.out, "Rejected  The service-centre address has a length above 127.\n");
+  EXPECT_EQ(result.out,
+            "Rejected  The service-centre address has a length above 127.\n"
+            "Standard  cannot be read either: a length is above what is allowed (octet 1)\n");
   EXPECT_EQ(json::parse(Pdu({"decode", "--json", "FF"}).out)["text"], "");
 }
 
 TEST(PduDecode, SaysThatATruncatedPduIsTruncated) {
-  EXPECT_EQ(Pdu({"decode", "0004"}).out, "Rejected  The PDU is truncated.\n");
+  EXPECT_EQ(Pdu({"decode", "0004"}).out,
+            "Rejected  The PDU is truncated.\n"
+            "Standard  cannot be read either: octets are missing (octet 3)\n");
+}
+
+TEST(PduDecode, ShowsTheStandardsReadingWhereItDiffersAndWhy) {
+  DeliverPdu pdu;
+  pdu.address_length = 12;
+  pdu.address = {0x94, 0x51, 0x21, 0x43, 0x65, 0x87};
+  const auto result = Pdu({"decode", pdu.ToHex()});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.out,
+              EndsWith("Rejected  The PDU's TP-PID field must have the value 0x00.\n"
+                       "Reason    The sender's number has an even number of digits, 12: READ_SMS "
+                       "reads on into the fields after it.\n"
+                       "Standard  number  +491512345678\n"
+                       "          time    2024-03-05T09:07:03+00:00\n"
+                       "          text    Hello\n"));
+  const json as_json = json::parse(Pdu({"decode", "--json", pdu.ToHex()}).out);
+  EXPECT_EQ(as_json["standard"]["number"], "+491512345678");
+  EXPECT_EQ(as_json["standard"]["text"], "Hello");
+  EXPECT_EQ(as_json["causes"].size(), 1U);
+}
+
+TEST(PduDecode, TakesWhatAModemPrintsAroundThePdu) {
+  const std::string hex = DeliverPdu{}.ToHex();  // 24 octets without the service centre
+  const std::string hello =
+      "Number    +15550101234\nTime      2024-03-05T09:07:03Z\nText      Hello\n";
+  const std::string expected = "Header    +CMGL: 1,1,,24\n" + hello;
+  EXPECT_EQ(Pdu({"decode", "+CMGL: 1,1,,24", hex}).out, expected);
+  EXPECT_EQ(Pdu({"decode", "+CMGL:", "1,1,,24", hex}).out, expected);
+  EXPECT_EQ(Pdu({"decode", "+CMGL: 1,1,,24\r\n" + hex + "\r\n\r\nOK\r\n"}).out, expected);
+  EXPECT_EQ(DecodeInput("AT+CMGL=4\\r\\n+CMGL: 1,1,,24\\r\\n" + hex + "\\r\\nOK\\r\\n").out,
+            expected);
+  EXPECT_EQ(DecodeInput(hex + "\\n", "'+CMGL: 1,1,,24'").out, expected);
+  const json as_json = json::parse(Pdu({"decode", "--json", "+CMGL: 1,1,,24", hex}).out);
+  EXPECT_EQ(as_json["header"], "+CMGL: 1,1,,24");
+  EXPECT_EQ(as_json["length"], 24);
+  const auto filled = Pdu({"decode", "+CMGL: 1,1,,24", hex + "FFFF"});
+  EXPECT_THAT(filled.out, HasSubstr("Length    24 octets are announced, and 26 are there: those "
+                                    "after them are left out\n" +
+                                    hello));
+}
+
+TEST(PduDecode, SaysThatAHeaderHasNoPdu) {
+  for (const std::string input : {"+CMGL: 1,1,,24", "+CMGL: 1,1,,24\\nOK\\n"}) {
+    const auto result = DecodeInput(input);
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.err, "corvane: the header '+CMGL: 1,1,,24' has no PDU after it\n");
+  }
+  EXPECT_EQ(Pdu({"decode", "+CMGL: 1,1,,24", "+CMGL: 2,1,,24", DeliverPdu{}.ToHex()}).err,
+            "corvane: PDU 1: it is empty\n");
 }
 
 TEST(PduDecode, AcceptsManyPdusInOneCall) {
@@ -135,11 +194,11 @@ TEST(PduDecode, SaysWhatIsWrongWithItsInputAndDecodesTheRest) {
       Pdu({"decode", "00G4", "00040", "", "00 4", DeliverPdu{}.ToHex(), "\xC3\x9F"});
   EXPECT_EQ(result.status, 2);
   EXPECT_EQ(result.err,
-            "corvane: PDU 1: character 3 is no hexadecimal digit\n"
-            "corvane: PDU 2: its number of digits, 5, is odd; two make an octet\n"
+            "corvane: PDU 1: character 3 is not a hexadecimal digit\n"
+            "corvane: PDU 2: it has 5 digits, an odd number; two make an octet\n"
             "corvane: PDU 3: it is empty\n"
-            "corvane: PDU 4: character 3 is no hexadecimal digit\n"
-            "corvane: PDU 6: character 1 is no hexadecimal digit\n");
+            "corvane: PDU 4: character 3 is not a hexadecimal digit\n"
+            "corvane: PDU 6: character 1 is not a hexadecimal digit\n");
   EXPECT_THAT(result.out, HasSubstr("Text      Hello\n"));
 }
 
