@@ -10,7 +10,7 @@
 namespace {
 
 constexpr std::ptrdiff_t kShortest = 4;  // digits; short codes of services may have three
-constexpr std::size_t kLongestShown = 200;
+constexpr std::size_t kLongestReceiverShown = 200;
 
 bool IsDigit(char c) {
   return std::isdigit(static_cast<unsigned char>(c)) != 0;
@@ -20,8 +20,8 @@ bool IsShort(const std::string& number) {
   return !number.empty() && std::count_if(number.begin(), number.end(), IsDigit) < kShortest;
 }
 
-std::string Quoted(const std::string& text) {
-  return "\"" + corvane::PrintableBeginning(text, kLongestShown) + "\"";
+std::string ReceiverText(const std::string& text) {
+  return "\"" + corvane::PrintableBeginning(text, kLongestReceiverShown) + "\"";
 }
 
 /// What to write if all of it is one number.
@@ -38,14 +38,14 @@ std::string AdviceOnReceiver(const std::string& receiver, const std::vector<std:
   if (number == numbers.end()) return {};
   const auto count = std::count_if(numbers.begin(), numbers.end(),
                                    [](const std::string& text) { return !text.empty(); });
-  std::string advice = "SEND_SMS: Receiver " + Quoted(receiver);
+  std::string advice = "SEND_SMS: Receiver " + ReceiverText(receiver);
   if (count == 1) {
     return advice +
            " has fewer than four digits: right for the short code of a service, otherwise "
            "write the whole number with its country code, digits only";
   }
   return advice + " is taken for " + std::to_string(count) +
-         " receivers, since blanks and commas separate them, and " + Quoted(*number) +
-         " has fewer than four digits: if it is one number, write " + Quoted(DigitsOf(receiver)) +
-         "; the short code of a service is right as it is";
+         " receivers, since blanks and commas separate them, and " + ReceiverText(*number) +
+         " has fewer than four digits: if it is one number, write " +
+         ReceiverText(DigitsOf(receiver)) + "; the short code of a service is right as it is";
 }

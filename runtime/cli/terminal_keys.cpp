@@ -9,7 +9,7 @@ namespace corvane::cli {
 namespace {
 
 constexpr char kEsc = '\x1b';
-constexpr std::size_t kMaximum = 32;  // octets; no key sends a longer sequence
+constexpr std::size_t kLongestSequence = 32;  // octets; no key sends a longer sequence
 
 bool BeginsWith(std::string_view text, std::string_view beginning) {
   return text.substr(0, beginning.size()) == beginning;
@@ -23,7 +23,7 @@ std::size_t SequenceLength(std::string_view text) {
   for (std::size_t at = 2; at < text.size(); ++at) {
     if (text[at] >= '@' && text[at] <= '~') return at + 1;
   }
-  return text.size() > kMaximum ? text.size() : 0;
+  return text.size() > kLongestSequence ? text.size() : 0;
 }
 
 void AddControl(char octet, std::vector<KeyPress>& keys) {

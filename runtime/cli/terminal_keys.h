@@ -54,7 +54,7 @@ class KeyDecoder {
   [[nodiscard]] std::size_t NextSequence(std::vector<KeyPress>& keys) const;
 
   std::vector<KeySequence> sequences_;
-  std::string rest_;  // at most kMaximum octets of a sequence that is not complete
+  std::string rest_;  // at most kLongestSequence octets of a sequence that is not complete
 };
 
 }  // namespace corvane::cli

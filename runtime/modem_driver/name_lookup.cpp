@@ -21,14 +21,14 @@ using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
 using Future = std::shared_future<LookupResult>;
-using Name = std::pair<std::string, std::string>;
+using HostAndPort = std::pair<std::string, std::string>;
 
 /// Look-ups whose result nobody has taken yet.
 class Lookups {
  public:
   /// The one of this name that is under way, or a new one.
   /// @throws std::system_error when there is no thread for it
-  Future Begin(const Name& name, const Resolver& resolve) {
+  Future Begin(const HostAndPort& name, const Resolver& resolve) {
     const std::lock_guard guard(mutex_);
     const auto found = running_.find(name);
     if (found != running_.end()) return found->second;
@@ -39,7 +39,7 @@ class Lookups {
     running_.emplace(name, result);
     return result;
   }
-  void Forget(const Name& name) {
+  void Forget(const HostAndPort& name) {
     const std::lock_guard guard(mutex_);
     running_.erase(name);
   }
@@ -61,7 +61,7 @@ class Lookups {
   }
 
   std::mutex mutex_;
-  std::map<Name, Future> running_;  // guarded by mutex_
+  std::map<HostAndPort, Future> running_;  // guarded by mutex_
 };
 
 Lookups& TheLookups() {
@@ -87,7 +87,7 @@ LookupResult LookUp(const std::string& host, const std::string& service, SteadyT
   boost::system::error_code no_address;
   boost::asio::ip::make_address(host, no_address);
   if (!no_address) return ResolveBySystem(host, service);  // no name server is asked
-  const Name name{host, service};
+  const HostAndPort name{host, service};
   try {
     const Future result = TheLookups().Begin(name, resolve);
     while (result.wait_for(milliseconds(0)) != std::future_status::ready) {

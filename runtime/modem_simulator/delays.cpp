@@ -7,7 +7,7 @@
 namespace modem_simulator {
 namespace {
 
-constexpr std::array kTable{
+constexpr std::array kDelays{
     DelayRow{"network", "the network's confirmation of a message", &Delays::network},
     DelayRow{"prompt", "the prompt for a message", &Delays::prompt},
     DelayRow{"list", "listing or reading messages", &Delays::list},
@@ -16,13 +16,13 @@ constexpr std::array kTable{
 }  // namespace
 
 std::span<const DelayRow> DelayTable() {
-  return kTable;
+  return kDelays;
 }
 
 const DelayRow* FindDelay(std::string_view name) {
-  const auto row = std::find_if(kTable.begin(), kTable.end(),
+  const auto row = std::find_if(kDelays.begin(), kDelays.end(),
                                 [name](const DelayRow& r) { return r.name == name; });
-  return row == kTable.end() ? nullptr : &*row;
+  return row == kDelays.end() ? nullptr : &*row;
 }
 
 }  // namespace modem_simulator

@@ -6,7 +6,7 @@
 namespace modem_simulator {
 namespace {
 
-constexpr std::array kTable{
+constexpr std::array kQuirks{
     QuirkRow{Quirk::kEchoAlways, "echo-always", "answers OK to ATE0 and echoes all the same"},
     QuirkRow{Quirk::kNoEcho, "no-echo", "never echoes"},
     QuirkRow{Quirk::kDoubleEcho, "double-echo", "echoes each command line twice"},
@@ -27,11 +27,11 @@ constexpr std::array kTable{
 }  // namespace
 
 std::span<const QuirkRow> QuirkTable() {
-  return kTable;
+  return kQuirks;
 }
 
 std::optional<Quirk> FindQuirk(std::string_view name) {
-  for (const QuirkRow& row : kTable) {
+  for (const QuirkRow& row : kQuirks) {
     if (row.name == name) return row.quirk;
   }
   return std::nullopt;
