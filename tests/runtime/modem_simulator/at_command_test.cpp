@@ -39,14 +39,14 @@ TEST(AtCommand, HasParametersInQuotesOrNot) {
   EXPECT_EQ(ParseCommands("+CPIN=\"1234"), std::nullopt);
 }
 
-TEST(AtCommand, LinesAreTakenApart) {
+TEST(AtCommand, LinesAreSplitIntoCommands) {
   EXPECT_THAT(Names("E0V1+CMEE=1;+CREG=2"), ElementsAre("E", "V", "+CMEE", "+CREG"));
   EXPECT_THAT(Names("&F&C1&D2S0=0X4"), ElementsAre("&F", "&C", "&D", "S0", "X"));
   EXPECT_THAT(Names("^CURC=0;$TSSPCSW=?"), ElementsAre("^CURC", "$TSSPCSW"));
   EXPECT_THAT(Names(""), ElementsAre());
 }
 
-TEST(AtCommand, DiallingTakesTheRestOfTheLine) {
+TEST(AtCommand, DiallingUsesTheRestOfTheLine) {
   EXPECT_THAT(Names("DT*99#;"), ElementsAre("D"));
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Dialogues with the modem: what the controller writes, and the exact bytes that come back.
+// Dialogues with the modem: what the controller writes, and the exact bytes that it gets back.
 #include "runtime/modem_simulator/at_interpreter.h"
 
 #include <gtest/gtest.h>
@@ -38,7 +38,7 @@ TEST_F(AtInterpreterTest, SwitchesEchoOffAndOn) {
   EXPECT_EQ(Ask("AT\r"), "AT\r\r\nOK\r\n");
 }
 
-/// A command and the lines that answer it in front of OK; "!" begins an error that answers alone.
+/// A command and the lines that answer it before OK; "!" begins an error, which is the only answer.
 struct Answered {
   std::string command;
   std::string answer;
@@ -158,7 +158,7 @@ INSTANTIATE_TEST_SUITE_P(
         Answered{"ATS5=127S5?", "127"}, Answered{"ATS0=2S0?", "002"},
         Answered{"ATD123;", "!NO CARRIER"}));
 
-TEST_F(AtInterpreterTest, SaysThatAPinIsWrongAndAtLastThatTheCardIsBlocked) {
+TEST_F(AtInterpreterTest, SaysThatAPinIsWrongAndFinallyThatTheCardIsBlocked) {
   ModemOptions options;
   options.pin = "1234";
   FakeHost host;
@@ -174,7 +174,7 @@ TEST_F(AtInterpreterTest, SaysThatAPinIsWrongAndAtLastThatTheCardIsBlocked) {
   EXPECT_EQ(Exchange(modem, host, "AT+CIMI\r"), "\r\n+CME ERROR: 12\r\n");
 }
 
-TEST_F(AtInterpreterTest, EchoesEachByteWhenItComes) {
+TEST_F(AtInterpreterTest, EchoesEachByteWhenItArrives) {
   modem_.Feed("A");
   EXPECT_EQ(host_.Take(), "A");
   modem_.Feed("T");
@@ -196,7 +196,7 @@ TEST_F(AtInterpreterTest, EchoesThePduAndItsCtrlZ) {
   EXPECT_EQ(Ask(pdu), pdu + "\r\n+CMGS: 1\r\n\r\nOK\r\n");
 }
 
-TEST_F(AtInterpreterTest, CountsMessageReferencesFrom1Over255To0) {
+TEST_F(AtInterpreterTest, CountsMessageReferencesFrom1Through255To0) {
   EchoOff();
   for (int i = 1; i <= 257; ++i) {
     Ask("AT+CMGS=18\r");
@@ -220,21 +220,21 @@ TEST_F(AtInterpreterTest, ShowsThePromptAgainForEachCarriageReturn) {
   EXPECT_EQ(Ask(std::string(kHello) + "\r\x1A"), "\r\n> \r\n+CMGS: 1\r\n\r\nOK\r\n");
 }
 
-TEST_F(AtInterpreterTest, TakesNoNoticeOfLineFeedsAndOfAnEscapeInFront) {
+TEST_F(AtInterpreterTest, IgnoresLineFeedsAndAnEscapeAtTheStart) {
   EchoOff();
   EXPECT_EQ(Ask("\x1B\rAT\r\n"), "\r\nOK\r\n");
   EXPECT_EQ(Ask("AT+CMGS=18\r\n"), "\r\n> ");
   EXPECT_EQ(Ask(std::string(kHello) + "\x1A"), "\r\n+CMGS: 1\r\n\r\nOK\r\n");
 }
 
-TEST_F(AtInterpreterTest, RefusesAPduOfAnotherLengthThanAnnounced) {
+TEST_F(AtInterpreterTest, RefusesAPduWithAnotherLengthThanAnnounced) {
   EchoOff();
   Ask("AT+CMGS=19\r");
   EXPECT_EQ(Ask(std::string(kHello) + "\x1A"), "\r\n+CMS ERROR: 304\r\n");
   EXPECT_EQ(host_.reports.back(), "refused: AT+CMGS announced 19 octets, the PDU has 18");
 }
 
-TEST_F(AtInterpreterTest, RefusesAPduThatIsNone) {
+TEST_F(AtInterpreterTest, RefusesWhatIsNotAPdu) {
   EchoOff();
   for (const std::string pdu : {"", "0", "xx", "0001000B915155101032F4000005E8329BFD0G"}) {
     Ask("AT+CMGS=18\r");
@@ -264,7 +264,7 @@ TEST_F(AtInterpreterTest, SurvivesALineAndAMessageWithoutEnd) {
   EXPECT_EQ(Ask("AT\r"), "\r\nOK\r\n");
 }
 
-TEST_F(AtInterpreterTest, KeepsWhatComesWhileTheNetworkHasNotAnswered) {
+TEST_F(AtInterpreterTest, KeepsWhatArrivesWhileTheNetworkHasNotAnswered) {
   EchoOff();
   modem_.Feed("AT+CMGS=18\r");
   modem_.Feed(std::string(kHello) + "\x1A" + "AT\r");
@@ -274,7 +274,7 @@ TEST_F(AtInterpreterTest, KeepsWhatComesWhileTheNetworkHasNotAnswered) {
   EXPECT_EQ(host_.Take(), "\r\n+CMGS: 1\r\n\r\nOK\r\n\r\nOK\r\n");
 }
 
-TEST_F(AtInterpreterTest, TakesItsTimeOverACommandAndKeepsWhatComesMeanwhile) {
+TEST_F(AtInterpreterTest, TakesItsTimeOverACommandAndKeepsWhatArrivesMeanwhile) {
   EchoOff();
   modem_.delays().deletion = std::chrono::seconds(5);
   ASSERT_TRUE(modem_.Receive("+4915112345678", "hi"));
@@ -287,7 +287,7 @@ TEST_F(AtInterpreterTest, TakesItsTimeOverACommandAndKeepsWhatComesMeanwhile) {
   EXPECT_EQ(host_.Take(), "\r\nOK\r\n\r\n+CMTI: \"SM\",2\r\n\r\n+CSQ: 20,0\r\n\r\nOK\r\n");
 }
 
-TEST_F(AtInterpreterTest, PromptsLateAndTakesTheEscapeThatCameBefore) {
+TEST_F(AtInterpreterTest, PromptsLateAndObeysTheEscapeThatArrivedBefore) {
   EchoOff();
   modem_.delays().prompt = std::chrono::seconds(5);
   modem_.Feed("AT+CMGS=18\r\x1B\r");
@@ -317,12 +317,12 @@ TEST(AtInterpreterQuirks, DeafWhileBusy) {
   EXPECT_EQ(Exchange(modem, host, "AT\r"), "\r\nOK\r\n");
 }
 
-TEST_F(AtInterpreterTest, IsSilentToLinesThatAreNoCommand) {
+TEST_F(AtInterpreterTest, DoesNotAnswerLinesThatAreNotCommands) {
   EchoOff();
   EXPECT_EQ(Ask("\r\rhello\r0001000B\r"), "");
 }
 
-TEST_F(AtInterpreterTest, FindsTheCommandBehindRubbish) {
+TEST_F(AtInterpreterTest, FindsTheCommandAfterRubbish) {
   EchoOff();
   EXPECT_EQ(Ask("0001\x1A\xFF"
                 "AT\r"),
@@ -330,19 +330,19 @@ TEST_F(AtInterpreterTest, FindsTheCommandBehindRubbish) {
   EXPECT_EQ(Ask("at\r"), "\r\nOK\r\n");
 }
 
-TEST_F(AtInterpreterTest, TakesBackspace) {
+TEST_F(AtInterpreterTest, ObeysBackspace) {
   EchoOff();
   EXPECT_EQ(Ask("\bATX\b\r"), "\r\nOK\r\n");
 }
 
-TEST_F(AtInterpreterTest, TakesTheBackspaceThatS5Names) {
+TEST_F(AtInterpreterTest, ObeysTheBackspaceThatS5Sets) {
   EchoOff();
   Ask("ATS5=127\r");
   EXPECT_EQ(Ask("ATX\x7F\r"), "\r\nOK\r\n");
   EXPECT_EQ(Ask("AT+CMGF\b?\r"), "\r\nERROR\r\n") << "the former one is a character now";
 }
 
-TEST_F(AtInterpreterTest, TakesBackspaceInAText) {
+TEST_F(AtInterpreterTest, ObeysBackspaceInAText) {
   EchoOff();
   Ask("AT+CMGF=1\r");
   Ask("AT+CMGS=\"+1555\"\r");
@@ -390,7 +390,7 @@ TEST_F(AtInterpreterTest, AnswersInNumbersAfterV0) {
   EXPECT_EQ(Ask("ATV1\r"), "\r\nOK\r\n");
 }
 
-TEST_F(AtInterpreterTest, GivesNoResultsAfterQ1) {
+TEST_F(AtInterpreterTest, SendsNoResultsAfterQ1) {
   EchoOff();
   EXPECT_EQ(Ask("ATQ1\r"), "");
   EXPECT_EQ(Ask("AT+CSQ\r"), "\r\n+CSQ: 20,0\r\n");
@@ -416,7 +416,7 @@ TEST_F(AtInterpreterTest, AnnouncesAMessageAtOnceWhenIdle) {
   EXPECT_EQ(host_.Take(), "\r\n+CMTI: \"SM\",1\r\n");
 }
 
-TEST_F(AtInterpreterTest, SendsAnOrderedAnswerInPlaceOfItsOwn) {
+TEST_F(AtInterpreterTest, SendsAnOrderedAnswerInsteadOfItsOwn) {
   EchoOff();
   modem_.faults().Answer("CMGF", "\r\nCOMMAND NOT SUPPORT\r\n");
   EXPECT_EQ(Ask("AT\r"), "\r\nOK\r\n") << "another command";
@@ -424,7 +424,7 @@ TEST_F(AtInterpreterTest, SendsAnOrderedAnswerInPlaceOfItsOwn) {
   EXPECT_EQ(Ask("AT+CMGF?\r"), "\r\n+CMGF: 0\r\n\r\nOK\r\n") << "the command had no effect";
 }
 
-TEST_F(AtInterpreterTest, SendsAnOrderedAnswerInPlaceOfAConfirmation) {
+TEST_F(AtInterpreterTest, SendsAnOrderedAnswerInsteadOfAConfirmation) {
   EchoOff();
   modem_.faults().Answer("PDU", "");
   Ask("AT+CMGS=18\r");

@@ -17,7 +17,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-/// Writes down what it is told; the modem is a true one.
+/// Records what it is told; the modem is a real one.
 class FakeControls : public Controls {
  public:
   Modem& modem() override { return modem_; }
@@ -123,7 +123,7 @@ TEST_F(Console, SetsSignalNetworkAndDelay) {
   EXPECT_EQ(controls_.host.delay, std::chrono::seconds(2));
 }
 
-TEST_F(Console, SetsWhatIsSlow) {
+TEST_F(Console, SetsWhichStepsAreSlow) {
   Do("delay 5s prompt");
   Do("delay 6s delete");
   Do("delay 7s list");
@@ -139,7 +139,7 @@ TEST_F(Console, SetsWhatIsSlow) {
   EXPECT_EQ(controls_.host.delay, std::chrono::seconds(8));
 }
 
-TEST_F(Console, HandsOnWhatConcernsTheLine) {
+TEST_F(Console, PassesOnWhatConcernsTheLine) {
   for (const char* line : {"mute 5s", "hold 100ms", "unplug 3s", "restart", "garbage", "garbage 7",
                            "time now", "time 2026-01-31T12:00:00Z", "after 1s mute 2s", "quit"}) {
     Do(line);
@@ -161,7 +161,7 @@ TEST_F(Console, HelpNamesEveryCommand) {
   }
 }
 
-TEST_F(Console, TakesNoNoticeOfEmptyLinesAndComments) {
+TEST_F(Console, IgnoresEmptyLinesAndComments) {
   for (const char* line : {"", "   ", "\r", "# receive 1 2", "\t# x"}) Do(line);
   EXPECT_THAT(controls_.notes, IsEmpty());
 }

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A modem on a desk: what it sends and reports is kept, the network answers when the test says so.
+// A modem on the bench: what it sends and reports is kept; the network answers when the test says
+// so.
 #pragma once
 
 #include <string>
@@ -10,7 +11,7 @@
 
 namespace modem_simulator {
 
-/// An SMS-SUBMIT of "hello" (3GPP TS 23.040 clause 9.2.2.2) behind an empty service centre number.
+/// An SMS-SUBMIT of "hello" (3GPP TS 23.040 clause 9.2.2.2) after an empty service centre number.
 inline constexpr char kHello[] = "0001000B915155101032F4000005E8329BFD06";
 
 class FakeHost : public ModemHost {
@@ -30,10 +31,10 @@ class FakeHost : public ModemHost {
   std::vector<std::string> reports;
   gsm::TimeStamp now{2026, 1, 31, 12, 0, 0, 60};
   bool awaiting = false;
-  std::chrono::nanoseconds delay{0};  ///< that was asked for last
+  std::chrono::nanoseconds delay{0};  ///< the one that was requested last
 };
 
-/// Feeds bytes, lets every delay be over at once, and gives what the modem sends.
+/// Feeds bytes, ends every delay at once, and returns what the modem sends.
 inline std::string Exchange(Modem& modem, FakeHost& host, std::string_view bytes) {
   modem.Feed(bytes);
   while (std::exchange(host.awaiting, false)) modem.Wake();

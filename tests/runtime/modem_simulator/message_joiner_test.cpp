@@ -21,7 +21,7 @@ std::vector<gsm::SubmitPdu> Parts(std::string_view text, std::uint16_t reference
 
 const std::string kLong = std::string(150, 'a') + std::string(150, 'b');
 
-TEST(MessageJoiner, GivesAMessageOfOnePartAtOnce) {
+TEST(MessageJoiner, ReturnsAMessageOfOnePartAtOnce) {
   MessageJoiner joiner;
   const auto message = joiner.Add(Parts("hello", 1).front());
   ASSERT_TRUE(message);
@@ -39,7 +39,7 @@ TEST(MessageJoiner, JoinsPartsInAnyOrder) {
   EXPECT_TRUE(joiner.Unfinished().empty());
 }
 
-TEST(MessageJoiner, KeepsMessagesWithOtherReferencesOrReceiversApart) {
+TEST(MessageJoiner, KeepsMessagesWithDifferentReferencesOrReceiversApart) {
   MessageJoiner joiner;
   EXPECT_FALSE(joiner.Add(Parts(kLong, 1)[0]));
   EXPECT_FALSE(joiner.Add(Parts(kLong, 2)[1]));
@@ -47,7 +47,7 @@ TEST(MessageJoiner, KeepsMessagesWithOtherReferencesOrReceiversApart) {
   EXPECT_EQ(joiner.Unfinished().size(), 3u);
 }
 
-TEST(MessageJoiner, TakesARepeatedPartOnce) {
+TEST(MessageJoiner, UsesARepeatedPartOnce) {
   MessageJoiner joiner;
   const auto parts = Parts(kLong, 1);
   EXPECT_FALSE(joiner.Add(parts[0]));
@@ -55,7 +55,7 @@ TEST(MessageJoiner, TakesARepeatedPartOnce) {
   EXPECT_EQ(joiner.Add(parts[1])->text, kLong);
 }
 
-TEST(MessageJoiner, JoinsACharacterThatLiesAcrossTwoParts) {
+TEST(MessageJoiner, JoinsACharacterThatIsSplitAcrossTwoParts) {
   MessageJoiner joiner;
   auto parts = Parts(kLong, 1);
   for (gsm::SubmitPdu& part : parts) part.data.alphabet = gsm::Alphabet::kUcs2;

@@ -6,7 +6,7 @@
 namespace modem_simulator {
 namespace {
 
-TEST(MessageStore, TakesTheLowestFreePlace) {
+TEST(MessageStore, UsesTheLowestFreePlace) {
   MessageStore store(3, 1);
   EXPECT_EQ(store.Add(MessageStatus::kUnread, {}), 1);
   EXPECT_EQ(store.Add(MessageStatus::kUnread, {}), 2);
@@ -16,7 +16,7 @@ TEST(MessageStore, TakesTheLowestFreePlace) {
   EXPECT_EQ(store.Add(MessageStatus::kUnread, {}), 2);
 }
 
-TEST(MessageStore, TakesNoMoreThanItHasPlaces) {
+TEST(MessageStore, AcceptsNoMoreThanItHasPlaces) {
   MessageStore store(1, 0);
   EXPECT_EQ(store.Add(MessageStatus::kUnread, {7}), 0);
   EXPECT_TRUE(store.full());

@@ -56,7 +56,7 @@ TEST_F(ModemTest, ListsUnreadMessagesOnceAndMarksThemRead) {
   EXPECT_EQ(Ask("AT+CMGL=3\r"), "\r\nOK\r\n");
 }
 
-TEST_F(ModemTest, RefusesAListOfNothingKnown) {
+TEST_F(ModemTest, RefusesAnUnknownKindOfList) {
   EXPECT_EQ(Ask("AT+CMGL=5\r"), "\r\n+CMS ERROR: 304\r\n");
   EXPECT_EQ(Ask("AT+CMGL=\"ALL\"\r"), "\r\n+CMS ERROR: 304\r\n");
 }
@@ -95,7 +95,7 @@ TEST_F(ModemTest, ListsAnEmptyPduLine) {
   EXPECT_EQ(Ask("AT+CMGL=0\r"), "\r\n+CMGL: 1,0,,0\r\n\r\n\r\nOK\r\n");
 }
 
-TEST_F(ModemTest, TellsHowFullItsStoreIs) {
+TEST_F(ModemTest, ReportsHowFullItsStoreIs) {
   Receive(kReceived);
   EXPECT_EQ(Ask("AT+CPMS?\r"), "\r\n+CPMS: \"SM\",1,20,\"SM\",1,20,\"SM\",1,20\r\n\r\nOK\r\n");
   EXPECT_EQ(Ask("AT+CPMS=\"SM\",\"SM\"\r"), "\r\n+CPMS: 1,20,1,20,1,20\r\n\r\nOK\r\n");
@@ -129,7 +129,7 @@ TEST_F(ModemTest, AnnouncesAsCnmiSays) {
   EXPECT_EQ(Ask("AT+CNMI=2,1,0,0,0,0\r"), "\r\n+CMS ERROR: 302\r\n");
 }
 
-TEST_F(ModemTest, HandsMessagesThroughWithoutStoringThem) {
+TEST_F(ModemTest, PassesMessagesOnWithoutStoringThem) {
   Ask("AT+CNMI=2,2\r");
   modem_.ReceivePdu(gsm::FromHexadecimal(kReceived).value());
   EXPECT_EQ(host_.Take(), std::string("\r\n+CMT: ,30\r\n") + kReceived + "\r\n");
@@ -181,7 +181,7 @@ TEST_F(ModemTest, KeepsTheLatestOfTooManyIndications) {
   EXPECT_TRUE(told.ends_with("\r\n+CMTI: \"SM\",300\r\n"));
 }
 
-TEST_F(ModemTest, HandsOnTheNextMessageWhenOneIsAcknowledged) {
+TEST_F(ModemTest, PassesOnTheNextMessageWhenOneIsAcknowledged) {
   Ask("AT+CSMS=1;+CNMI=2,2\r");
   modem_.ReceivePdu(gsm::FromHexadecimal(OfClass(0)).value());
   modem_.ReceivePdu(gsm::FromHexadecimal(OfClass(1)).value());
@@ -193,7 +193,7 @@ TEST_F(ModemTest, HandsOnTheNextMessageWhenOneIsAcknowledged) {
   EXPECT_EQ(Ask("AT+CNMA\r"), "\r\n+CMS ERROR: 340\r\n") << "nothing is left to acknowledge";
 }
 
-TEST_F(ModemTest, TakesAnAcknowledgementWithAPdu) {
+TEST_F(ModemTest, AcceptsAnAcknowledgementWithAPdu) {
   Ask("AT+CSMS=1;+CNMI=2,2\r");
   modem_.ReceivePdu(gsm::FromHexadecimal(OfClass(0)).value());
   host_.Take();
@@ -216,7 +216,7 @@ TEST_F(ModemTest, NeedsNoAcknowledgementAfterAReset) {
 /// "hello" with a request for a status report.
 constexpr char kHelloWithReport[] = "0021000B915155101032F4000005E8329BFD06";
 
-TEST_F(ModemTest, HandsOnStoresOrDropsStatusReports) {
+TEST_F(ModemTest, PassesOnStoresOrDropsStatusReports) {
   const auto send = [this] {
     Ask("AT+CMGS=18\r");
     return Ask(std::string(kHelloWithReport) + "\x1A");
@@ -246,7 +246,7 @@ TEST_F(ModemTest, StoresALongTextInParts) {
                           HasSubstr("part 2 of 2: xxxxxxxx")));
 }
 
-TEST_F(ModemTest, RefusesAReceiverOrTextThatIsNone) {
+TEST_F(ModemTest, RefusesAnInvalidReceiverOrText) {
   EXPECT_FALSE(modem_.Receive("", "x"));
   EXPECT_FALSE(modem_.Receive("+1555", "\xFF"));
   EXPECT_FALSE(modem_.Receive("far too long a name", "x"));
@@ -286,7 +286,7 @@ TEST_F(ModemTest, FailsOneCommandAsOftenAsOrdered) {
   EXPECT_EQ(Send(), "\r\n+CMGS: 1\r\n\r\nOK\r\n");
 }
 
-TEST_F(ModemTest, FailsWithOtherErrorsToo) {
+TEST_F(ModemTest, AlsoFailsWithOtherErrors) {
   modem_.faults().Fail(kError, "CMGD", 1);
   modem_.faults().Fail(Cme(14), "CMGL", 2);
   EXPECT_EQ(Ask("AT+CMGD=1\r"), "\r\nERROR\r\n");
@@ -317,7 +317,7 @@ TEST_F(ModemTest, SendsNothingWhileItIsNotRegistered) {
   EXPECT_EQ(host_.Take(), "\r\n+CMTI: \"SM\",1\r\n");
 }
 
-TEST_F(ModemTest, TellsChangesOfRegistrationWhenAsked) {
+TEST_F(ModemTest, ReportsChangesOfRegistrationWhenAsked) {
   Ask("AT+CREG=1\r");
   modem_.SetRegistered(false);
   EXPECT_EQ(host_.Take(), "\r\n+CREG: 0\r\n");
@@ -325,7 +325,7 @@ TEST_F(ModemTest, TellsChangesOfRegistrationWhenAsked) {
   EXPECT_EQ(host_.Take(), "") << "no change";
 }
 
-TEST_F(ModemTest, TellsWhereItIsRegisteredWhenAsked) {
+TEST_F(ModemTest, ReportsWhereItIsRegisteredWhenAsked) {
   Ask("AT+CREG=2;+CGREG=2\r");
   modem_.SetRegistered(false);
   EXPECT_EQ(host_.Take(), "\r\n+CREG: 0\r\n\r\n+CGREG: 0\r\n");
@@ -347,20 +347,20 @@ TEST_F(ModemTest, LeavesTheNetworkAndReturnsAsCopsSays) {
   EXPECT_EQ(Send(), "\r\n+CMGS: 1\r\n\r\nOK\r\n");
 }
 
-TEST_F(ModemTest, ShowsNoOperatorWhereThereIsNone) {
+TEST_F(ModemTest, ShowsNoOperatorIfThereIsNone) {
   modem_.SetRegistered(false);
   EXPECT_EQ(Ask("AT+COPS?\r"), "\r\n+COPS: 0\r\n\r\nOK\r\n");
   EXPECT_EQ(Ask("AT+COPS=?\r"), "\r\n+COPS: ,,(0-4),(0-2)\r\n\r\nOK\r\n");
 }
 
-TEST_F(ModemTest, TellsThatItLeavesThePacketNetwork) {
+TEST_F(ModemTest, ReportsThatItLeavesThePacketNetwork) {
   Ask("AT+CGREG=1\r");
   EXPECT_EQ(Ask("AT+CGATT=0\r"), "\r\nOK\r\n\r\n+CGREG: 0\r\n");
   EXPECT_EQ(Ask("AT+CREG?\r"), "\r\n+CREG: 0,1\r\n\r\nOK\r\n");
   EXPECT_EQ(Ask("AT+CGATT=1\r"), "\r\nOK\r\n\r\n+CGREG: 1\r\n");
 }
 
-TEST_F(ModemTest, ItsClockRunsOnFromWhatItIsSetTo) {
+TEST_F(ModemTest, ItsClockRunsOnFromTheTimeThatIsSet) {
   Ask("AT+CCLK=\"27/02/28,23:59:50+00\"\r");
   host_.now.second = 20;
   EXPECT_EQ(Ask("AT+CCLK?\r"), "\r\n+CCLK: \"27/03/01,00:00:10+00\"\r\n\r\nOK\r\n");
@@ -374,12 +374,12 @@ TEST_F(ModemTest, WritesStringsInItsCharacterSet) {
   EXPECT_EQ(Ask("AT+CSCA=\"+4\"\r"), "\r\n+CMS ERROR: 305\r\n");
 }
 
-TEST_F(ModemTest, TellsItsSignal) {
+TEST_F(ModemTest, ReportsItsSignal) {
   modem_.SetSignal(99);
   EXPECT_EQ(Ask("AT+CSQ\r"), "\r\n+CSQ: 99,99\r\n\r\nOK\r\n");
 }
 
-TEST_F(ModemTest, StartsAnewWithPowerButKeepsItsMessages) {
+TEST_F(ModemTest, RestartsWithPowerButKeepsItsMessages) {
   Receive(kReceived);
   modem_.PowerOff();
   ASSERT_TRUE(modem_.Receive("+1555", "meanwhile"));
@@ -428,7 +428,7 @@ TEST_F(ModemTest, ShowsAllFieldsInTextModeWhenAsked) {
             "How are you?\r\n\r\nOK\r\n");
 }
 
-TEST_F(ModemTest, HandsMessagesThroughAsTextInTextMode) {
+TEST_F(ModemTest, PassesMessagesOnAsTextInTextMode) {
   Ask("AT+CMGF=1;+CNMI=2,2\r");
   ASSERT_TRUE(modem_.Receive("+1555", "hi"));
   EXPECT_EQ(host_.Take(), "\r\n+CMT: \"+1555\",,\"26/01/31,12:00:00+04\"\r\nhi\r\n");
@@ -451,7 +451,7 @@ TEST_F(ModemTest, WritesAndReadsTextsInAscii) {
   EXPECT_EQ(Ask("`\x1A"), "\r\n+CMS ERROR: 305\r\n") << "the default alphabet lacks it";
 }
 
-TEST_F(ModemTest, TakesNumbersInItsCharacterSet) {
+TEST_F(ModemTest, AcceptsNumbersInItsCharacterSet) {
   Ask("AT+CMGF=1;+CSCS=\"UCS2\"\r");
   EXPECT_EQ(Ask("AT+CMGS=\"+1555\"\r"), "\r\n+CMS ERROR: 305\r\n");
   EXPECT_EQ(Ask("AT+CMGS=\"00310\"\r"), "\r\n+CMS ERROR: 305\r\n");
@@ -462,7 +462,7 @@ TEST_F(ModemTest, TakesNumbersInItsCharacterSet) {
   EXPECT_EQ(Ask("0416\x1A"), "\r\n+CMS ERROR: 305\r\n") << "the data coding is still 0";
 }
 
-TEST_F(ModemTest, TakesTheTypeOfANumber) {
+TEST_F(ModemTest, AcceptsTheTypeOfANumber) {
   Ask("AT+CMGF=1\r");
   for (const auto& [number, to] :
        {std::pair("\"1555\",145", "+1555"), {"\"+1555\",145", "+1555"}, {"\"1555\",129", "1555"}}) {
@@ -566,7 +566,7 @@ class LockedModemTest : public ModemTest {
         }()) {}
 };
 
-TEST_F(LockedModemTest, WantsItsPinBeforeItMovesMessages) {
+TEST_F(LockedModemTest, NeedsItsPinBeforeItMovesMessages) {
   EXPECT_EQ(Ask("AT+CPIN?\r"), "\r\n+CPIN: SIM PIN\r\n\r\nOK\r\n");
   for (const char* command : {"AT+CMGL=0", "AT+CMGR=1", "AT+CMGD=1", "AT+CMGS=18", "AT+CMGW=18",
                               "AT+CMSS=1", "AT+CPMS?"}) {
@@ -576,7 +576,7 @@ TEST_F(LockedModemTest, WantsItsPinBeforeItMovesMessages) {
   EXPECT_EQ(Ask("AT+CREG?\r"), "\r\n+CREG: 0,0\r\n\r\nOK\r\n");
 }
 
-TEST_F(LockedModemTest, TakesItsPinAndThenWhatTheNetworkKept) {
+TEST_F(LockedModemTest, AcceptsItsPinAndThenWhatTheNetworkKept) {
   ASSERT_TRUE(modem_.Receive("+1555", "early"));
   EXPECT_EQ(Ask("AT+CPIN=\"1234\"\r"), "\r\nOK\r\n\r\n+CMTI: \"SM\",1\r\n");
   EXPECT_EQ(Ask("AT+CPIN?\r"), "\r\n+CPIN: READY\r\n\r\nOK\r\n");
@@ -611,7 +611,7 @@ class SmallModemTest : public ModemTest {
         }()) {}
 };
 
-TEST_F(SmallModemTest, TakesTheNextMessageWhenOneIsDeleted) {
+TEST_F(SmallModemTest, AcceptsTheNextMessageWhenOneIsDeleted) {
   ASSERT_TRUE(modem_.Receive("+1555", "one"));
   EXPECT_EQ(host_.Take(), "\r\n+CMTI:\"SM\",0\r\n");
   ASSERT_TRUE(modem_.Receive("+1555", "two"));
@@ -641,7 +641,7 @@ TEST_F(SmallModemTest, ShowsItsOddities) {
       << "a 16-bit reference";
 }
 
-TEST(ModemQuirks, LeavesTheBlankOutOfHeadersAndErrors) {
+TEST(ModemQuirks, LeavesTheSpaceOutOfHeadersAndErrors) {
   FakeHost host;
   ModemOptions options;
   options.quirks.Add(Quirk::kNoBlank);

@@ -25,7 +25,7 @@ class PseudoTerminalTest : public testing::Test {
   fs::path link_ = folder_.path() / "modem";
 };
 
-TEST_F(PseudoTerminalTest, HasAStableNameWhileItLives) {
+TEST_F(PseudoTerminalTest, HasAStableNameWhileItExists) {
   {
     Bench bench(Options());
     EXPECT_EQ(bench.AwaitOutput("\n"), "ready link=" + link_.string() +
@@ -36,13 +36,13 @@ TEST_F(PseudoTerminalTest, HasAStableNameWhileItLives) {
   EXPECT_FALSE(fs::exists(fs::symlink_status(link_)));
 }
 
-TEST_F(PseudoTerminalTest, TakesOverALinkThatWasLeft) {
+TEST_F(PseudoTerminalTest, TakesOverALinkThatWasLeftBehind) {
   fs::create_symlink("/nowhere", link_);
   Bench bench(Options());
   EXPECT_EQ(Controller(link_).Ask("AT\r"), "AT\r\r\nOK\r\n");
 }
 
-TEST_F(PseudoTerminalTest, LeavesAFileThatIsNoLinkAlone) {
+TEST_F(PseudoTerminalTest, LeavesAFileThatIsNotALinkAlone) {
   std::ofstream(link_) << "mine";
   boost::asio::io_context io;
   Simulator simulator(io, Options(), stdout);
@@ -80,11 +80,11 @@ TEST_F(PseudoTerminalTest, RestsWhenItsProgramHasLeft) {
     program.Write("AT\r");
     io.run_for(std::chrono::milliseconds(100));
   }
-  // A look every ten milliseconds, and what is left of the answer.
+  // A poll every ten milliseconds, plus the handlers for the rest of the answer.
   EXPECT_LT(io.run_for(std::chrono::milliseconds(200)), 40u);
 }
 
-TEST_F(PseudoTerminalTest, KeepsOneProgramsAnswersFromTheNext) {
+TEST_F(PseudoTerminalTest, HidesOneProgramsAnswersFromTheNext) {
   Bench bench(Options());
   {
     const Controller first(link_);
@@ -104,7 +104,7 @@ TEST_F(PseudoTerminalTest, KeepsOneProgramsAnswersFromTheNext) {
   EXPECT_EQ(unread, 0);
 }
 
-TEST_F(PseudoTerminalTest, GoesAwayAndReturnsBehindTheSameName) {
+TEST_F(PseudoTerminalTest, DisappearsAndReturnsUnderTheSameName) {
   Bench bench(Options());
   bench.Do("receive +1555 kept");
   bench.AwaitOutput("kept");

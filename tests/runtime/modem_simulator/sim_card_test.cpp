@@ -10,7 +10,7 @@ TEST(SimCard, WithoutAPinIsReady) {
   EXPECT_EQ(SimCard("").state(), "READY");
 }
 
-TEST(SimCard, AsksForItsPinAfterEachPowerOn) {
+TEST(SimCard, AsksForItsPinAfterEveryPowerOn) {
   SimCard sim("1234");
   EXPECT_EQ(sim.state(), "SIM PIN");
   EXPECT_TRUE(sim.Enter("1234"));

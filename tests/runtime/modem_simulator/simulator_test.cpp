@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Faults that take time, over the true line.
+// Faults that take time, over a real line.
 #include "runtime/modem_simulator/simulator.h"
 
 #include <gtest/gtest.h>
@@ -46,7 +46,7 @@ TEST_F(SimulatorTest, HearsNothingWhileMuted) {
   bench_.Do("mute 200ms");
   bench_.AwaitOutput("muted for 200ms");
   controller_.Write("AT+CSQ\r");
-  // Ask until it answers: what was asked before is lost, not late.
+  // Ask until it answers: what was asked before is lost, not delayed.
   std::string answer;
   for (int i = 0; i < 1000 && answer.empty(); ++i) {
     controller_.Write("AT\r");
@@ -106,7 +106,7 @@ TEST_F(SimulatorTest, SendsAsMuchGarbageAsOrdered) {
 }
 
 TEST_F(SimulatorTest, KeepsAReadersBacklogWhole) {
-  bench_.Do("garbage 1000000");  // far more than the terminal takes at once
+  bench_.Do("garbage 1000000");  // far more than the terminal accepts at once
   bench_.Do("unsolicited END");
   EXPECT_EQ(controller_.Read("\r\nEND\r\n").size(), 1000000u + 7u);
 }

@@ -11,7 +11,7 @@
 namespace modem_simulator {
 namespace {
 
-/// A connected socket on the loopback; -1 when the connection is refused.
+/// A connected socket on the loopback interface; -1 if the connection is refused.
 int Connect(int port) {
   const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   sockaddr_in address{};
@@ -42,7 +42,7 @@ class TcpPortTest : public testing::Test {
   int port_ = 0;
 };
 
-TEST_F(TcpPortTest, ServesOneConnectionAfterTheOther) {
+TEST_F(TcpPortTest, ServesOneConnectionAfterAnother) {
   for (int i = 0; i < 3; ++i) {
     const Controller controller(Connect(port_));
     EXPECT_EQ(controller.Ask("AT\r"), "AT\r\r\nOK\r\n");
@@ -67,7 +67,7 @@ TEST_F(TcpPortTest, DropsTheConnectionAndRefusesWhileUnplugged) {
   EXPECT_EQ(Controller(Connect(port_)).Ask("AT\r"), "AT\r\r\nOK\r\n");
 }
 
-TEST(TcpPortAddress, IsCheckedWithAClearWord) {
+TEST(TcpPortAddress, IsCheckedWithAClearMessage) {
   boost::asio::io_context io;
   for (const char* address :
        {"4001", "", ":4001", "127.0.0.1:", "127.0.0.1:port", "127.0.0.1:1x", "127.0.0.1:-1",
