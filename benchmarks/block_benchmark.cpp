@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // What a block costs, beside a userdata written by hand in C manner: a map of names to numbers
-// behind the same four metamethods. Each operation is timed from a Lua loop.
+// with the same four metamethods. Each operation is timed from a Lua loop.
 #include <benchmark/benchmark.h>
 #include <malloc.h>
 

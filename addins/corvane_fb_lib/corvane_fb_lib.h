@@ -6,5 +6,5 @@
 
 /// Registers the block types with the runtime. Never fails. @return 0
 CORVANE_FB_EXPORT int InitAddin();
-/// Does nothing: what static initialisation made goes when the library is unloaded.
+/// Does nothing: unloading the library releases what static initialisation made.
 CORVANE_FB_EXPORT void DisposeAddin();

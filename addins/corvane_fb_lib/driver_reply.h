@@ -23,6 +23,6 @@ inline std::string_view AnswerText(const char* reply, int length) {
              : std::string_view(reply, static_cast<std::size_t>(length));
 }
 
-/// The number behind "+CMS ERROR: " at the beginning of an answer, 0 where none follows; nothing
+/// The number after "+CMS ERROR: " at the beginning of an answer, 0 where none follows; nothing
 /// for another answer.
 std::optional<int> CmsErrorNumber(std::string_view answer);

@@ -16,7 +16,7 @@ std::string ReadAll(FILE* pipe) {
   std::string text;
   char piece[128];
   while (std::feof(pipe) == 0) {
-    // fgets would hide the bytes behind a NUL of the command's: the NUL it writes itself is the
+    // fgets would hide the bytes after a NUL of the command's: the NUL it writes itself is the
     // last one of a piece that was filled with something else before.
     std::memset(piece, '\n', sizeof piece);
     if (std::fgets(piece, sizeof piece, pipe) == nullptr) continue;

@@ -9,7 +9,7 @@ class CounterFB : public BaseFB<CounterFB> {
   using BaseFB::BaseFB;
   static const FBMetaEntry* GetMetaTable();
 
-  /// Counts on a rising edge of `CU`; `R` sets `CV` back to 0; `Q` tells that `PV` is reached.
+  /// Counts on a rising edge of `CU`. `R` sets `CV` back to 0. `Q` is TRUE when `CV` reaches `PV`.
   void Execute() override;
 
  private:

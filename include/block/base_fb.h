@@ -27,7 +27,7 @@ const LuaFBUtil& FBUtil();
 ///
 /// A name that is not among the variables is never an error: every operation first adds it with a
 /// Null value. A program's assignment to it is reported in the log, once for each name. Inputs and
-/// outputs are not told apart.
+/// outputs are not distinguished.
 ///
 /// @tparam T the block class; it has `static const FBMetaEntry* GetMetaTable()`
 template <class T>

@@ -25,13 +25,13 @@ inline bool Declares(const FBMetaEntry* table, std::string_view name) {
 }
 
 /// How far two names are apart: 2 for each letter that is missing, too many, or another one, 1 for
-/// a letter of the other case (Levenshtein's distance). Letters behind the 63rd do not count.
+/// a letter of the other case (Levenshtein's distance). Letters after the 63rd do not count.
 inline unsigned NameDistance(std::string_view a, std::string_view b) {
   constexpr std::size_t kLetters = 63;
   a = a.substr(0, kLetters);
   b = b.substr(0, kLetters);
   std::array<unsigned, kLetters + 1>
-      row{};  // distances of what `a` has so far to each begin of `b`
+      row{};  // distances between the letters of `a` so far and each prefix of `b`
   for (std::size_t j = 0; j <= b.size(); ++j) row[j] = static_cast<unsigned>(2 * j);
   for (std::size_t i = 1; i <= a.size(); ++i) {
     unsigned diagonal = row[0];

@@ -69,7 +69,8 @@ union LuaAlignment {
   long integer;
 };
 
-/// Constructs the block in the userdata on top of the stack. False: it threw, `what` tells what.
+/// Constructs the block in the userdata on top of the stack. False: it threw; `what` has the
+/// message.
 template <class T>
 bool ConstructFB(lua_State* L, void* memory, char* what, std::size_t size) {
   static_assert(alignof(T) <= alignof(LuaAlignment));
@@ -121,8 +122,8 @@ int Set(lua_State* L) {
   return Guarded(L, [=] { return block->setField(L); });
 }
 
-/// `__gc`: the destructor; the memory stays Lua's. The metatable goes first, so that a program
-/// which calls this by hand has no block left to use or to destroy again.
+/// `__gc`: the destructor; the memory stays Lua's. The metatable is removed first, so that a
+/// program which calls this by hand has no block left to use or to destroy again.
 template <class T>
 int GC(lua_State* L) {
   T* block = CheckFB<T>(L);

@@ -13,8 +13,8 @@
 /// Names of one block type that are reported; a program that makes names up gets no more lines.
 inline constexpr int kReportedNames = 100;
 
-/// Notes the name on top of the stack, which goes. @return how many names of this table were noted
-/// before it in this Lua state; -1 when this one was among them
+/// Notes the name on top of the stack and pops it. @return how many names were noted for this table
+/// in this Lua state before; -1 when this one was among them
 inline int NoteUndeclared(lua_State* L, const FBMetaEntry* table) {
   lua_rawgetp(L, LUA_REGISTRYINDEX, table);
   if (lua_isnil(L, -1)) {

@@ -17,9 +17,9 @@ struct FBInput {
   OpcUa_VariantHlp value;
 };
 
-/// Variables are added and never removed. Beside the map stands a small table of those that are
-/// settled: a look at it is neither a search nor a copy of the name. Of two with the same slot the
-/// first one has it, and the other is searched in the map.
+/// Variables are added and never removed. A small table beside the map has those that are settled:
+/// it finds one without a search, and without a copy of the name. Of two variables with the same
+/// slot the first one gets it, and the other is found in the map.
 class BlockVariables {
  public:
   /// The variable of this name, added as Null where there is none. Throws std::bad_alloc.

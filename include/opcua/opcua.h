@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The part of an OPC UA stack that variable values stand on: scalars, strings and variants
+// The part of an OPC UA stack that variable values use: scalars, strings and variants
 // (OPC 10000-6, built-in types), with C linkage. Implemented by opcua.so.
 // Threads: a value belongs to one thread at a time; the functions share no state.
 #pragma once
@@ -22,7 +22,7 @@ using OpcUa_Float = float;
 using OpcUa_Double = double;
 using OpcUa_DateTime = std::int64_t;  ///< 100 ns ticks since 1601-01-01 UTC; 0 is the null time
 
-/// 0 is good; the two top bits tell uncertain (01) and bad (10).
+/// 0 is good; the two top bits are 01 for uncertain, 10 for bad.
 using OpcUa_StatusCode = std::uint32_t;
 
 inline constexpr OpcUa_Boolean OpcUa_False = 0;
@@ -144,9 +144,9 @@ inline constexpr OpcUa_UInt32 OPCUA_STRING_LENDONTCARE = 0xFFFFFFFF;
 void OpcUa_String_Initialize(OpcUa_String* string);
 /// Releases the bytes if the string owns them and leaves a null string.
 void OpcUa_String_Clear(OpcUa_String* string);
-/// Lets `string` (initialised, holding nothing) stand for `length` bytes at `source`.
+/// Makes `string` (initialised, holding nothing) refer to `length` bytes at `source`.
 /// `length` 0 with `capacity` > 0 or OPCUA_STRING_LENDONTCARE: up to the NUL.
-/// @param capacity size of the buffer behind `source` when the string takes it over; else 0
+/// @param capacity size of the buffer at `source` when the string takes it over; else 0
 /// @param copy the string gets its own NUL-terminated copy
 /// @param free_on_clear OpcUa_String_Clear releases the bytes with OpcUa_Memory_Free
 /// @return good; OpcUa_BadInvalidArgument for a null pointer; OpcUa_BadOutOfMemory

@@ -24,7 +24,7 @@ class BaseLuaFB {
 /// @return non-zero when it pushed the answer
 int CheckIndexProlog(lua_State* L, const char* key, const BaseLuaFB* block);
 
-/// Per block type: its name, and the error text for an argument that is no such block. Filled
+/// Per block type: its name, and the error text for an argument that is not a block of it. Filled
 /// during static initialisation, read-only afterwards.
 struct LuaFBUtil {
   static const char* const CheckErrStrPostfix;  ///< second half of the error text

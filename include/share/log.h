@@ -8,6 +8,6 @@ extern "C" {
 /// dropped. Add-ins log what went wrong, so the line has the level "warning".
 void logMsg(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-/// Logs `line` as it stands, without formatting.
+/// Logs `line` as it is, without formatting.
 void logMsgLn(const char* line);
 }

@@ -20,7 +20,7 @@ int AddBlock(lua_State* L) {
   return 0;
 }
 
-/// As above for the block on top, where somebody wants to know. A constructor must not raise a Lua
+/// As above for the block on top, if the runtime tracks blocks. A constructor must not raise a Lua
 /// error, so a block for which memory runs out stays unknown.
 void Track(lua_State* L) {
   corvane::PushTrackedBlocks(L);

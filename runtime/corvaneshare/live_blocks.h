@@ -12,7 +12,7 @@ namespace corvane {
 void TrackBlocks(lua_State* L);
 
 /// Pushes the table of the known blocks, or nil without TrackBlocks. Its `n` is how many have been
-/// created; at the index 1..n stands the block as long as it lives. It keeps none alive.
+/// created; a block is at its index, 1..n, as long as it lives. It keeps none alive.
 void PushTrackedBlocks(lua_State* L);
 
 /// From now on the creation of a block fails in this state, for the time when it is being closed:

@@ -26,7 +26,7 @@ const char* TypeName(OpcUa_BuiltInType type) {
   return "a variable";
 }
 
-/// The value as it stands in a message: a long or binary text is not repeated whole.
+/// The value as a message shows it: a long or binary text is not repeated whole.
 const char* Describe(lua_State* L, int index) {
   switch (lua_type(L, index)) {
     case LUA_TNIL: return "nil";
@@ -100,8 +100,8 @@ int ReadInteger(OpcUa_VariantHlp& value, lua_State* L, int index, OpcUa_BuiltInT
                 Integer OpcUa_VariantValue::*slot) {
   const double number = CheckNumber(L, index, type);
   // All bounds are exact as doubles: the upper one is the power of two above the maximum. A
-  // fraction is cut off, so what counts is whether the next lower number fits; of 64-bit ones none
-  // is there, and none has a fraction.
+  // fraction is cut off, so everything above the lowest number less one fits. (At the bound of 64
+  // bits doubles have no fraction, and that number is not a double.)
   constexpr auto kLowest = static_cast<double>(std::numeric_limits<Integer>::min());
   constexpr Integer kHalf = std::numeric_limits<Integer>::max() / 2 + 1;
   constexpr double kBeyond = 2.0 * static_cast<double>(kHalf);
