@@ -9,7 +9,7 @@
 /// Four characters for each three bytes begun; empty for none.
 std::string base64_encode(const unsigned char* bytes, unsigned int len);
 
-/// The same, written to `out`, which has room for base64_length(length) characters; no NUL behind
+/// The same, written to `out`, which has room for base64_length(length) characters; no NUL after
 /// them. @return the end of what was written
 char* base64_write(char* out, const unsigned char* bytes, std::size_t length);
 
@@ -18,6 +18,6 @@ constexpr std::size_t base64_length(std::size_t length) {
   return (length + 2) / 3 * 4;
 }
 
-/// The bytes of `text` up to its first "=" or the first character outside the alphabet; whatever
-/// stands behind that is ignored. A single left-over character gives nothing. Never fails.
+/// The bytes of `text` up to its first "=" or the first character outside the alphabet; what
+/// follows is ignored. A single left-over character gives nothing. Never fails.
 std::string base64_decode(const std::string& text);

@@ -14,7 +14,7 @@ constexpr std::size_t kLongestStep = 200;  // octets, with an address
 constexpr std::size_t kLongestName = 60;   // octets of a subject or a server's name
 constexpr std::size_t kMaxSubjects = 10;
 
-std::string Quoted(const std::string& subject) {
+std::string QuotedSubject(const std::string& subject) {
   return "\"" + PrintableBeginning(subject, kLongestName) + "\"";
 }
 
@@ -51,7 +51,7 @@ std::string NameOfBlock(const std::string& type_name, lua_State* L) {
 
 std::string NameOfMail(const std::string& block, const std::string& subject,
                        const std::string& server, unsigned short port) {
-  return block + ", " + Quoted(subject) + " by " + PrintableBeginning(server, kLongestName) +
+  return block + ", " + QuotedSubject(subject) + " by " + PrintableBeginning(server, kLongestName) +
          " port " + std::to_string(port);
 }
 
@@ -76,7 +76,7 @@ std::string DescribeDropped(const std::string& block,
                      (dropped.size() == 1 ? " message was" : " messages were") + " not sent: ";
   const std::size_t shown = std::min(dropped.size(), kMaxSubjects);
   for (std::size_t i = 0; i < shown; ++i) {
-    text += (i == 0 ? "" : ", ") + Quoted(dropped[i]->GetSubject());
+    text += (i == 0 ? "" : ", ") + QuotedSubject(dropped[i]->GetSubject());
   }
   return shown == dropped.size()
              ? text

@@ -31,8 +31,6 @@
 namespace corvane::cli {
 namespace {
 
-constexpr const char* kHexDigits = "0123456789ABCDEFabcdef";
-
 /// Empty when `hex` is made of octets, else what is wrong with it.
 std::string CheckHex(std::string_view hex) {
   if (hex.empty()) return "it is empty";

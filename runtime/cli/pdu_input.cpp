@@ -9,7 +9,6 @@ namespace corvane::cli {
 namespace {
 
 constexpr std::string_view kBlanks = " \t\r";
-constexpr std::string_view kHexDigits = "0123456789ABCDEFabcdef";
 constexpr std::size_t kShortestPdu = 16;  // digits; a shorter word may be the header's length
 
 std::string_view Trimmed(std::string_view text) {

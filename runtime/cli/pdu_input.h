@@ -9,6 +9,8 @@
 
 namespace corvane::cli {
 
+inline constexpr std::string_view kHexDigits = "0123456789ABCDEFabcdef";
+
 /// A PDU's digits, and the header line of the modem's list before it.
 struct GivenPdu {
   std::string hex;

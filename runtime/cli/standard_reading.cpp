@@ -31,7 +31,7 @@ struct Beginning {
   unsigned type;    // of the address
 };
 
-std::string Problem(const gsm::PduResult& result) {
+std::string ProblemOf(const gsm::PduResult& result) {
   return fmt::format("{} (octet {})", gsm::Describe(result.error), result.error_at + 1);
 }
 
@@ -43,7 +43,7 @@ bool IsReadable(const gsm::PduResult& result) {
 StandardReading ReadDeliver(gsm::OctetSpan octets) {
   gsm::DeliverPdu pdu;
   const auto result = gsm::DecodeDeliver(octets, pdu);
-  if (!IsReadable(result)) return {.kind = "message", .problem = Problem(result)};
+  if (!IsReadable(result)) return {.kind = "message", .problem = ProblemOf(result)};
   return {.kind = "message",
           .number = pdu.originator,
           .time = gsm::FormatTimeStamp(pdu.time),
@@ -54,7 +54,7 @@ StandardReading ReadDeliver(gsm::OctetSpan octets) {
 StandardReading ReadReport(gsm::OctetSpan octets) {
   gsm::StatusReportPdu pdu;
   const auto result = gsm::DecodeStatusReport(octets, pdu);
-  if (!result) return {.kind = "status report", .problem = Problem(result)};
+  if (!result) return {.kind = "status report", .problem = ProblemOf(result)};
   return {.kind = "status report",
           .number = pdu.recipient,
           .time = gsm::FormatTimeStamp(pdu.discharge_time),
@@ -65,14 +65,14 @@ StandardReading ReadReport(gsm::OctetSpan octets) {
 StandardReading ReadSubmit(gsm::OctetSpan octets) {
   gsm::SubmitPdu pdu;
   const auto result = gsm::DecodeSubmit(octets, pdu);
-  if (!IsReadable(result)) return {.kind = "message to the network", .problem = Problem(result)};
+  if (!IsReadable(result)) return {.kind = "message to the network", .problem = ProblemOf(result)};
   return {.kind = "message to the network",
           .number = pdu.destination,
           .part = pdu.data.header.concatenation,
           .text = gsm::TextOf(pdu.data)};
 }
 
-std::string Shown(const gsm::Concatenation& part) {
+std::string ShownPart(const gsm::Concatenation& part) {
   return fmt::format("{} of {}, reference {}", part.sequence, part.total, part.reference);
 }
 
@@ -180,7 +180,7 @@ std::vector<std::string> Differences(const sms::SMSDelivered& block,
       lines.push_back(fmt::format("{:<8}{}", name, Printable(value)));
     }
   };
-  const std::string part = standard.part ? Shown(*standard.part) : all ? "" : "none";
+  const std::string part = standard.part ? ShownPart(*standard.part) : all ? "" : "none";
   add(block.number == standard.number, "number", standard.number);
   add(SameTime(block, standard), "time", standard.time);
   add(SamePart(block, standard), "part", part);
