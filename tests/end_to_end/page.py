@@ -23,7 +23,7 @@ def commands(text):
 
 
 def steps(text):
-    """Each command of a block ```console with what it prints; "..." stands for anything."""
+    """Each command of a ```console block with what it prints; "..." stands for any lines."""
     return re.findall(r"^\$ (.*)\n((?:(?!\$ ).*\n)*)", text, re.MULTILINE)
 
 

@@ -167,7 +167,7 @@ def modems_of_every_kind_are_understood(folder):
 
 def lists_in_forms_of_their_own_are_read_and_deleted(folder):
     link = folder + "/modem"
-    texts = [f"Pump {n} stands" for n in range(1, 31)]
+    texts = [f"Pump {n} has stopped" for n in range(1, 31)]
     for quirk in ("no-blank", "filled-pdu"):
         modem = Modem("--link", link, "--store-size", "40", "--quirk", quirk)
         for text in texts:

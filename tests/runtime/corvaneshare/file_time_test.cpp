@@ -25,7 +25,7 @@ TEST(FileTime, OfDaysAround2038And2100) {
   EXPECT_EQ(Ticks({2038, 1, 19, 3, 14, 8, 0}), (11'644'473'600 + 2'147'483'648) * kSecond);
   EXPECT_EQ(Ticks({2099, 12, 31, 23, 59, 59, 999}),
             (11'644'473'600 + 4'102'444'799) * kSecond + 9'990'000);
-  // 2100 is no leap year, 2000 was one.
+  // 2100 is not a leap year; 2000 was one.
   EXPECT_EQ(Ticks({2100, 3, 1, 0, 0, 0, 0}) - Ticks({2100, 2, 28, 0, 0, 0, 0}), 86400 * kSecond);
   EXPECT_EQ(Ticks({2000, 3, 1, 0, 0, 0, 0}) - Ticks({2000, 2, 28, 0, 0, 0, 0}),
             2 * 86400 * kSecond);
