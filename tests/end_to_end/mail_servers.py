@@ -36,7 +36,7 @@ class Server:
         if process:
             process.terminate()
             process.wait(timeout=30)
-        shutil.rmtree(self.folder)
+        remove(self.folder)
 
     def take(self, count=1, seconds=30):
         """Waits for `count` messages, removes them from the server and returns them."""
@@ -187,6 +187,18 @@ class Exim(Server):
 
     def files(self):
         return sorted(glob.glob(self.folder + "/new/*"))
+
+
+def remove(folder):
+    """Removes the folder, into which a delivery with its own session may still be writing."""
+    end = time.monotonic() + 30
+    while os.path.exists(folder):
+        try:
+            shutil.rmtree(folder)
+        except OSError:
+            if time.monotonic() > end:
+                raise
+            time.sleep(0.01)
 
 
 def end_group(group):
