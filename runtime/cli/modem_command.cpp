@@ -96,22 +96,31 @@ void ConsoleInput(Simulator& simulator, const std::string& text) {
   if (line.action) simulator.Do(line.action);
 }
 
-/// Until quit or a signal.
-void RunModem(const ModemCommandOptions& options) {
+modem_simulator::LineReader::Callbacks ConsoleOf(Simulator& simulator,
+                                                 const modem_simulator::LineWriter& output) {
+  return {[&simulator](const std::string& text) { ConsoleInput(simulator, text); },
+          [&simulator] { simulator.Print("error: a line is longer than 1 MiB"); },
+          [&output] { return output.HasRoom(); }};
+}
+
+/// Until quit, a signal, or output that cannot be written: then false.
+bool RunModem(const ModemCommandOptions& options) {
   std::vector<modem_simulator::Controls::Action> scenario;
   if (!options.scenario.empty()) scenario = LoadScenario(options.scenario);
   boost::asio::io_context io;
   boost::asio::signal_set signals(io, SIGINT, SIGTERM, SIGHUP);
   signals.async_wait([&io](const auto&, int) { io.stop(); });
-  Simulator simulator(io, MakeOptions(options), stdout);
+  modem_simulator::LineWriter output(STDOUT_FILENO, [&io] { io.stop(); });
+  Simulator simulator(io, MakeOptions(options), output);
   simulator.Start();
   for (const auto& action : scenario) simulator.Do(action);
   std::unique_ptr<modem_simulator::LineReader> console;
   if (options.scenario.empty()) {
-    console = std::make_unique<modem_simulator::LineReader>(
-        io, STDIN_FILENO, [&simulator](const std::string& text) { ConsoleInput(simulator, text); });
+    console = std::make_unique<modem_simulator::LineReader>(io, STDIN_FILENO,
+                                                            ConsoleOf(simulator, output));
   }
   io.run();
+  return !output.failed();
 }
 
 int Modem(const ModemCommandOptions& options) {
@@ -119,12 +128,13 @@ int Modem(const ModemCommandOptions& options) {
   std::signal(SIGTTIN, SIG_IGN);  // in the background of a terminal the console just ends
   SetUpLog(options.trace ? "trace" : "warning");
   try {
-    RunModem(options);
+    if (RunModem(options)) return kSuccess;
   } catch (const std::runtime_error& error) {
-    fmt::print(stderr, "corvane modem: {}\n", PrintableMessage(error.what()));
+    PrintError(error.what());
     return kUsage;
   }
-  return kSuccess;
+  PrintError("standard output could not be written in full");
+  return kProgramFailed;
 }
 
 std::string Footer() {

@@ -33,7 +33,7 @@ int LocalOffsetMinutes(std::chrono::system_clock::time_point now) {
 
 }  // namespace
 
-Simulator::Simulator(boost::asio::io_context& io, const SimulatorOptions& options, std::FILE* out)
+Simulator::Simulator(boost::asio::io_context& io, const SimulatorOptions& options, LineWriter& out)
     : io_(io),
       options_(options),
       out_(out),
@@ -68,8 +68,7 @@ std::string Simulator::Addresses() const {
 }
 
 void Simulator::Print(std::string_view line) {
-  fmt::print(out_, "{}\n", line);
-  std::fflush(out_);
+  out_.Write(line);
 }
 
 void Simulator::Do(const Action& action) {

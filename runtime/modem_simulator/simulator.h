@@ -6,7 +6,6 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <chrono>
-#include <cstdio>
 #include <filesystem>
 #include <list>
 #include <memory>
@@ -17,6 +16,7 @@
 
 #include "runtime/modem_simulator/controls.h"
 #include "runtime/modem_simulator/line.h"
+#include "runtime/modem_simulator/line_writer.h"
 #include "runtime/modem_simulator/modem.h"
 
 namespace modem_simulator {
@@ -33,8 +33,8 @@ struct SimulatorOptions {
 
 class Simulator : public Controls, private ModemHost {
  public:
-  /// Lines of output go to `out`, each flushed. Throws std::runtime_error for a bad address.
-  Simulator(boost::asio::io_context& io, const SimulatorOptions& options, std::FILE* out);
+  /// Lines of output go to `out`. Throws std::runtime_error for a bad address.
+  Simulator(boost::asio::io_context& io, const SimulatorOptions& options, LineWriter& out);
 
   /// Makes the lines reachable and prints the ready line. Throws std::runtime_error.
   void Start();
@@ -71,7 +71,7 @@ class Simulator : public Controls, private ModemHost {
 
   boost::asio::io_context& io_;
   SimulatorOptions options_;
-  std::FILE* out_;
+  LineWriter& out_;
   std::optional<gsm::TimeStamp> time_;
   Modem modem_;
   std::vector<std::unique_ptr<Line>> lines_;

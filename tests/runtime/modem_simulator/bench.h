@@ -13,12 +13,12 @@
 #include <boost/asio/post.hpp>
 #include <cerrno>
 #include <chrono>
-#include <cstdio>
 #include <filesystem>
 #include <string>
 #include <string_view>
 #include <thread>
 
+#include "libs/base/descriptor.h"
 #include "runtime/modem_simulator/console.h"
 #include "runtime/modem_simulator/simulator.h"
 #include "tests/support/temporary_folder.h"
@@ -77,7 +77,8 @@ class Controller {
 
 class Bench {
  public:
-  explicit Bench(const SimulatorOptions& options) : simulator_(io_, options, OpenOutput()) {
+  explicit Bench(const SimulatorOptions& options)
+      : out_(OpenOutput(), [] {}), simulator_(io_, options, out_) {
     simulator_.Start();
     thread_ = std::thread([this] {
       const auto work = boost::asio::make_work_guard(io_);
@@ -89,8 +90,6 @@ class Bench {
   ~Bench() {
     io_.stop();
     thread_.join();
-    std::fclose(out_);
-    close(output_);
   }
 
   /// A line of the console.
@@ -101,19 +100,20 @@ class Bench {
   }
 
   /// Waits for this in the output, and gives all that came up to it.
-  std::string AwaitOutput(std::string_view wanted) { return ReadUntil(output_, wanted); }
+  std::string AwaitOutput(std::string_view wanted) { return ReadUntil(reading_.get(), wanted); }
 
  private:
-  std::FILE* OpenOutput() {
+  int OpenOutput() {
     std::array<int, 2> ends{};
     EXPECT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
-    output_ = ends[0];
-    out_ = fdopen(ends[1], "w");
-    return out_;
+    reading_ = corvane::Descriptor(ends[0]);
+    writing_ = corvane::Descriptor(ends[1]);
+    return writing_.get();
   }
 
-  int output_ = -1;
-  std::FILE* out_ = nullptr;
+  corvane::Descriptor reading_;
+  corvane::Descriptor writing_;
+  LineWriter out_;
   boost::asio::io_context io_;
   Simulator simulator_;
   std::thread thread_;

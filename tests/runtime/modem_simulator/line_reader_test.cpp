@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <boost/asio/executor_work_guard.hpp>
 #include <string_view>
 #include <vector>
@@ -26,6 +27,10 @@ class LineReaderTest : public testing::Test {
   void Write(std::string_view text) const {
     EXPECT_EQ(write(pipe_[1], text.data(), text.size()), static_cast<ssize_t>(text.size()));
   }
+  LineReader::Callbacks Collect() {
+    return {[this](const std::string& line) { lines_.push_back(line); },
+            [this] { lines_.emplace_back("too long"); }, [this] { return ready_.load(); }};
+  }
   /// Handles events until so many lines have come.
   void AwaitLines(std::size_t count) {
     const auto work = boost::asio::make_work_guard(io_);
@@ -36,10 +41,11 @@ class LineReaderTest : public testing::Test {
   std::array<int, 2> pipe_{};
   boost::asio::io_context io_;
   std::vector<std::string> lines_;
+  std::atomic<bool> ready_ = true;
 };
 
 TEST_F(LineReaderTest, GivesLinesAndALastOneWithoutItsEnd) {
-  const LineReader reader(io_, pipe_[0], [this](const std::string& l) { lines_.push_back(l); });
+  const LineReader reader(io_, pipe_[0], Collect());
   Write("one\n\ntw");
   Write("o\nlast");
   close(pipe_[1]);
@@ -48,18 +54,52 @@ TEST_F(LineReaderTest, GivesLinesAndALastOneWithoutItsEnd) {
 }
 
 TEST_F(LineReaderTest, EndsWhileItsInputIsStillOpen) {
-  {
-    const LineReader reader(io_, pipe_[0], [](const std::string&) {});
-  }
+  { const LineReader reader(io_, pipe_[0], Collect()); }
   close(pipe_[1]);
 }
 
-TEST_F(LineReaderTest, HandsOverALineWithoutEndInPieces) {
-  const LineReader reader(io_, pipe_[0], [this](const std::string& l) { lines_.push_back(l); });
-  const std::string piece(4096, 'x');
-  for (std::size_t sent = 0; sent <= LineReader::kLongestLine; sent += piece.size()) Write(piece);
+TEST_F(LineReaderTest, TellsOnceOfALineThatIsTooLongAndGoesOnAfterIt) {
+  const LineReader reader(io_, pipe_[0], Collect());
+  std::thread writer([this] {
+    const std::string piece(4096, 'x');
+    for (std::size_t sent = 0; sent <= 3 * LineReader::kLongestLine; sent += piece.size()) {
+      Write(piece);
+    }
+    Write("\nnext\n");
+  });
+  AwaitLines(2);
+  writer.join();
+  close(pipe_[1]);
+  EXPECT_THAT(lines_, ElementsAre("too long", "next"));
+}
+
+/// What the pipe takes before somebody reads.
+std::size_t FillPipe(int descriptor) {
+  EXPECT_EQ(fcntl(descriptor, F_SETFL, O_NONBLOCK), 0);
+  std::size_t taken = 0;
+  while (taken < (1U << 20) && write(descriptor, "\n", 1) == 1) ++taken;
+  return taken;
+}
+
+TEST_F(LineReaderTest, ReadsNoFurtherThanItsLinesAreHandled) {
+  const LineReader reader(io_, pipe_[0], Collect());
+  const std::size_t first = FillPipe(pipe_[1]);
+  EXPECT_GT(first, 0U);
+  // Nothing is handled: it has taken one piece at most, however long it has had.
+  EXPECT_LE(first + FillPipe(pipe_[1]), 65536U + 4096U);
+  AwaitLines(first);
+  EXPECT_GE(lines_.size(), first);
+  close(pipe_[1]);
+}
+
+TEST_F(LineReaderTest, ReadsNothingUntilLinesCanBeTaken) {
+  ready_ = false;
+  const LineReader reader(io_, pipe_[0], Collect());
+  Write("one\n");
+  EXPECT_EQ(io_.run_for(std::chrono::milliseconds(100)), 0U);
+  io_.restart();
+  ready_ = true;
   AwaitLines(1);
-  EXPECT_GE(lines_.front().size(), LineReader::kLongestLine);
   close(pipe_[1]);
 }
 

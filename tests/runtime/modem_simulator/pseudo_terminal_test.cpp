@@ -45,16 +45,18 @@ TEST_F(PseudoTerminalTest, TakesOverALinkThatWasLeftBehind) {
 TEST_F(PseudoTerminalTest, LeavesAFileThatIsNotALinkAlone) {
   std::ofstream(link_) << "mine";
   boost::asio::io_context io;
-  Simulator simulator(io, Options(), stdout);
+  LineWriter out(STDOUT_FILENO, [] {});
+  Simulator simulator(io, Options(), out);
   EXPECT_THROW(simulator.Start(), std::runtime_error);
   EXPECT_EQ(fs::file_size(link_), 4u);
 }
 
 TEST_F(PseudoTerminalTest, SaysWhenItsNameCannotBeMade) {
   boost::asio::io_context io;
+  LineWriter out(STDOUT_FILENO, [] {});
   SimulatorOptions options;
   options.link = folder_.path() / "none/modem";
-  Simulator simulator(io, options, stdout);
+  Simulator simulator(io, options, out);
   try {
     simulator.Start();
     FAIL() << "no exception";
@@ -73,7 +75,8 @@ TEST_F(PseudoTerminalTest, LosesWhatItSendsWhileNoProgramListens) {
 
 TEST_F(PseudoTerminalTest, RestsWhenItsProgramHasLeft) {
   boost::asio::io_context io;
-  Simulator simulator(io, Options(), stdout);
+  LineWriter out(STDOUT_FILENO, [] {});
+  Simulator simulator(io, Options(), out);
   simulator.Start();
   {
     const Controller program(link_);
