@@ -92,7 +92,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const ModemRequest request{std::string(kRequests[data[0] % kRequests.size()])};
   const std::string octets(data + 2, data + size);
 
-  corvane::ModemDialogue dialogue(target, loop, status);
+  corvane::PinMemory pins({});
+  corvane::ModemDialogue dialogue(target, loop, status, pins);
   dialogue.Attach(std::make_unique<Modem>(request.octets, octets, std::size_t{data[1]} + 1));
   if (request.kind == RequestKind::kText) {
     Require(dialogue.Exchange(announcement, kTimeout).text == ">");

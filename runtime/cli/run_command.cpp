@@ -27,6 +27,7 @@
 #include "runtime/cli/watch_view.h"
 #include "runtime/corvane/control_program.h"
 #include "runtime/corvane/scan.h"
+#include "runtime/corvane/state_folder.h"
 #include "runtime/modem_driver/modem_port_driver.h"
 
 namespace corvane::cli {
@@ -152,7 +153,8 @@ int Run(const RunOptions& options) {
   // Output to a file or a pipe leaves line by line, too, and a failing program loses none of it.
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
   const auto addins = LoadAddins(options.addins);
-  const ModemPortDriver modems(ParseModemTargets(options.modems), TheScanLock());
+  const ModemPortDriver modems(ParseModemTargets(options.modems), TheScanLock(),
+                               StateFolder(options.program));
   if (view != nullptr) view->Follow(modems);
   Scan scan({*ParseDuration(options.period), options.cycles}, clock, TheScanLock());
   int status = kProgramFailed;

@@ -117,14 +117,6 @@ constexpr std::array kQuirks{
     Quirk{"+PSBEARER:", kBeginning, kUnsolicited},
 };
 
-constexpr std::array<std::string_view, 5> kSecretCommands{
-    "AT+CPIN=", "AT+CPIN2=", "AT+CPWD=", "AT+CLCK=", "AT+CGAUTH="};
-
-bool EqualInAnyCase(char a, char b) {
-  const auto small = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c; };
-  return small(a) == small(b);
-}
-
 }  // namespace
 
 std::string StandardResult(std::string_view line) {
@@ -146,13 +138,6 @@ LineKind KindOfLine(std::string_view line) {
     }
   }
   return kUnknown;
-}
-
-bool IsSecretCommand(std::string_view command) {
-  return std::any_of(kSecretCommands.begin(), kSecretCommands.end(), [&](std::string_view secret) {
-    const std::string_view begin = command.substr(0, secret.size());
-    return std::equal(begin.begin(), begin.end(), secret.begin(), secret.end(), EqualInAnyCase);
-  });
 }
 
 }  // namespace corvane

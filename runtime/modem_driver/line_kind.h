@@ -30,8 +30,4 @@ enum class LineKind : std::uint8_t {
   return kind == LineKind::kOk || kind == LineKind::kError || kind == LineKind::kSimBusy;
 }
 
-/// The parameters of this command are secret: PIN, password.
-/// @param command such as "AT+CPIN=1234"
-[[nodiscard]] bool IsSecretCommand(std::string_view command);
-
 }  // namespace corvane

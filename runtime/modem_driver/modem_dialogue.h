@@ -17,8 +17,9 @@ class ModemDialogue {
   using State = ModemExchange::State;
 
   /// @param status told each exchange, as far as the log may show it
-  ModemDialogue(const ModemTarget& target, WaitLoop& loop, ModemStatus& status)
-      : target_(target), exchange_(target, loop, status) {}
+  /// @param pins which the SIM card has refused
+  ModemDialogue(const ModemTarget& target, WaitLoop& loop, ModemStatus& status, PinMemory& pins)
+      : target_(target), exchange_(target, loop, status), setup_(exchange_, pins) {}
 
   /// Takes a newly opened line and sets the modem up, as far as it answers.
   void Attach(std::unique_ptr<SerialLine> line);
@@ -44,7 +45,7 @@ class ModemDialogue {
 
   const ModemTarget& target_;
   ModemExchange exchange_;
-  ModemSetup setup_{exchange_};
+  ModemSetup setup_;
 };
 
 }  // namespace corvane

@@ -66,7 +66,7 @@ ExchangeResult ModemExchange::Transact(ModemRequest request, milliseconds timeou
       SetState(State::kPrompt);
       return Finished(answer, request);
     case AtAnswer::State::kFinal:
-      Report(fmt::format("{} -> {} {}in {}", request.shown, answer.final_line(),
+      Report(fmt::format("{} -> {} {}in {}", request.shown, request.WithoutPin(answer.final_line()),
                          answer.lines() == 0 ? "" : fmt::format("and {} lines ", answer.lines()),
                          time));
       SetState(needs_init_ ? State::kUnknown : State::kReady);

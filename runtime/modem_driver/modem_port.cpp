@@ -28,8 +28,11 @@ void CallClient(int port, Function function) {
 
 }  // namespace
 
-ModemPort::ModemPort(ModemTarget target, ScanLock& lock)
-    : target_(std::move(target)), lock_(lock), thread_([this] { Run(); }) {}
+ModemPort::ModemPort(ModemTarget target, ScanLock& lock, PinMemory& pins)
+    : target_(std::move(target)),
+      lock_(lock),
+      dialogue_(target_, loop_, status_, pins),
+      thread_([this] { Run(); }) {}
 
 ModemPort::~ModemPort() {
   loop_.Stop();

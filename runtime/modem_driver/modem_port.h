@@ -26,7 +26,8 @@ class ModemPort {
  public:
   /// Starts the thread, which opens the device at once.
   /// @param lock held while a function of a client is called
-  ModemPort(ModemTarget target, ScanLock& lock);
+  /// @param pins which SIM cards have refused; outlives this
+  ModemPort(ModemTarget target, ScanLock& lock, PinMemory& pins);
   ModemPort(const ModemPort&) = delete;
   ModemPort& operator=(const ModemPort&) = delete;
   /// Ends the thread; a running exchange is broken off. The caller does not hold the lock.
@@ -79,7 +80,7 @@ class ModemPort {
   ScanLock& lock_;
   WaitLoop loop_;
   ModemStatus status_;
-  ModemDialogue dialogue_{target_, loop_, status_};
+  ModemDialogue dialogue_;
   std::vector<Client> clients_;  // guarded by lock_
   std::uint64_t next_id_ = 1;    // guarded by lock_
   std::uint64_t turn_ = 0;

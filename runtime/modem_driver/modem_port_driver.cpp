@@ -19,10 +19,11 @@ ModemPortDriver* the_driver = nullptr;  // guarded by the scan lock, as the clie
 
 }  // namespace
 
-ModemPortDriver::ModemPortDriver(const std::vector<ModemTarget>& targets, ScanLock& lock)
-    : lock_(lock) {
+ModemPortDriver::ModemPortDriver(const std::vector<ModemTarget>& targets, ScanLock& lock,
+                                 const std::filesystem::path& state_folder)
+    : lock_(lock), pins_(state_folder) {
   for (const ModemTarget& target : targets) {
-    ports_.push_back(std::make_unique<ModemPort>(target, lock));
+    ports_.push_back(std::make_unique<ModemPort>(target, lock, pins_));
   }
   const auto deadline = std::chrono::steady_clock::now() + kFirstAttempts;
   for (const auto& port : ports_) port->WaitForFirstAttempt(deadline);

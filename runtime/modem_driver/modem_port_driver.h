@@ -3,6 +3,7 @@
 // Lifetime: one at a time; it serves the clients while it lives.
 #pragma once
 
+#include <filesystem>
 #include <memory>
 #include <set>
 #include <string>
@@ -12,6 +13,7 @@
 #include "runtime/corvane/scan_lock.h"
 #include "runtime/modem_driver/modem_port.h"
 #include "runtime/modem_driver/modem_target.h"
+#include "runtime/modem_driver/pin_memory.h"
 
 namespace corvane {
 
@@ -20,7 +22,9 @@ class ModemPortDriver {
   /// Opens the devices, as far as they are there, and makes the ports available to clients.
   /// @param targets with different port numbers
   /// @param lock the lock under which clients register and are called
-  ModemPortDriver(const std::vector<ModemTarget>& targets, ScanLock& lock);
+  /// @param state_folder where refused PINs are remembered across starts; empty: nowhere
+  ModemPortDriver(const std::vector<ModemTarget>& targets, ScanLock& lock,
+                  const std::filesystem::path& state_folder = {});
   ModemPortDriver(const ModemPortDriver&) = delete;
   ModemPortDriver& operator=(const ModemPortDriver&) = delete;
   /// Refuses further clients, then ends the ports' threads. The caller does not hold the lock.
@@ -35,6 +39,7 @@ class ModemPortDriver {
 
  private:
   ScanLock& lock_;
+  PinMemory pins_;
   std::vector<std::unique_ptr<ModemPort>> ports_;
   std::set<int> told_;  // numbers that clients wanted and that are not configured
 };

@@ -5,11 +5,11 @@
 
 #include <algorithm>
 #include <array>
+#include <boost/algorithm/string/replace.hpp>
 #include <string_view>
 #include <utility>
 
 #include "runtime/modem_driver/ascii.h"
-#include "runtime/modem_driver/line_kind.h"
 
 namespace corvane {
 namespace {
@@ -18,6 +18,11 @@ namespace {
 constexpr std::array<std::string_view, 2> kAnnouncements{"+CMGS", "+CMGW"};
 // 3GPP TS 27.005 clauses 3.4.2 and 3.4.3: the commands that messages answer.
 constexpr std::array<std::string_view, 2> kLists{"+CMGL", "+CMGR"};
+
+constexpr std::string_view kPinCommand = "+CPIN=";
+/// What follows these is a PIN or a password.
+constexpr std::array<std::string_view, 5> kSecrets{kPinCommand,
+                                                   "+CPIN2=", "+CPWD=", "+CLCK=", "+CGAUTH="};
 
 bool BelongsToName(char c) {
   return (c >= '0' && c <= '9') || (Upper(c) >= 'A' && Upper(c) <= 'Z');
@@ -42,11 +47,38 @@ RequestKind KindOf(std::string_view octets, std::string_view name) {
   return sets && is_one_of(kAnnouncements) ? RequestKind::kAnnouncement : RequestKind::kCommand;
 }
 
-std::string Shown(std::string_view octets, RequestKind kind, bool secret) {
+/// Where the parameters of a command begin that has this name, somewhere in the line; npos:
+/// nowhere. V.250 clause 5.2.1 lets blanks be anywhere in a command line.
+std::size_t ParametersOf(std::string_view name, std::string_view octets) {
+  for (std::size_t begin = 0; begin < octets.size(); ++begin) {
+    std::size_t matched = 0;
+    std::size_t next = begin;
+    for (; next < octets.size() && matched < name.size(); ++next) {
+      if (octets[next] == ' ') continue;
+      if (Upper(octets[next]) != name[matched]) break;
+      ++matched;
+    }
+    if (matched == name.size()) return next;
+  }
+  return std::string_view::npos;
+}
+
+std::string PinIn(std::string_view octets) {
+  const std::size_t begin = ParametersOf(kPinCommand, octets);
+  if (begin == octets.npos) return {};
+  std::string pin(octets.substr(begin, octets.find_first_of(",;\r\n", begin) - begin));
+  std::erase_if(pin, [](char c) { return c == '"' || c == ' '; });
+  return pin;
+}
+
+std::string Shown(std::string_view octets, RequestKind kind) {
   if (kind == RequestKind::kText) return fmt::format("text of {} characters", octets.size() - 1);
   const std::string_view command = octets.substr(0, octets.find_last_not_of("\r\n") + 1);
-  if (!secret) return std::string(command);
-  return std::string(command.substr(0, command.find('=') + 1)) + "(secret)";
+  std::size_t secret = command.npos;
+  for (const std::string_view name : kSecrets)
+    secret = std::min(secret, ParametersOf(name, command));
+  if (secret == command.npos) return std::string(command);
+  return std::string(command.substr(0, secret)) + "(secret)";
 }
 
 }  // namespace
@@ -55,7 +87,11 @@ ModemRequest::ModemRequest(std::string request)
     : octets(std::move(request)),
       name(CommandName(octets)),
       kind(KindOf(octets, name)),
-      secret(IsSecretCommand(octets)),
-      shown(Shown(octets, kind, secret)) {}
+      pin(PinIn(octets)),
+      shown(Shown(octets, kind)) {}
+
+std::string ModemRequest::WithoutPin(std::string line) const {
+  return pin.empty() ? line : boost::replace_all_copy(line, pin, "(secret)");
+}
 
 }  // namespace corvane

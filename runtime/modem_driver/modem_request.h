@@ -25,9 +25,13 @@ struct ModemRequest {
   /// the text fills in.
   std::string name;
   RequestKind kind;
-  bool secret;  ///< its parameters are a PIN or a password
+  /// The PIN that it gives to the SIM card, wherever in the line ("ATE0+CPIN=1234"); empty: none.
+  std::string pin;
   /// What a log may show above the trace level: no text of a message, no PIN.
   std::string shown;
+
+  /// What a log may show of a line that answers it: some modems quote a wrong PIN.
+  [[nodiscard]] std::string WithoutPin(std::string line) const;
 };
 
 }  // namespace corvane

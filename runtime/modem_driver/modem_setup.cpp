@@ -65,26 +65,11 @@ void ModemSetup::RunInit() {
 }
 
 void ModemSetup::RunInitCommand(const ModemRequest& command) {
-  const bool is_pin = command.secret && command.name == "+CPIN";
-  if (is_pin && !MaySendPin(command)) return;
+  if (!command.pin.empty()) return pin_.Send(command);
   const ExchangeResult result = TransactOnceSimIsReady(command);
   if (result.final_kind == LineKind::kOk || exchange_.stopped()) return;
-  pin_refused_ = pin_refused_ || is_pin;
-  spdlog::warn(
-      "modem port {}: init: {} was answered by {}{}", exchange_.target().port, command.shown,
-      result.answered ? "'" + Printable(result.text) + "'" : "nothing",
-      pin_refused_ ? "; the PIN is not sent again, since the third wrong one locks the SIM" : "");
-}
-
-bool ModemSetup::MaySendPin(const ModemRequest& command) {
-  if (pin_refused_) return false;
-  const ExchangeResult asked = TransactOnceSimIsReady(ModemRequest("AT+CPIN?\r"));
-  if (asked.text.find("SIM PIN\r") != std::string::npos) return true;
-  if (asked.text.find("READY") == std::string::npos && !exchange_.stopped()) {
-    spdlog::warn("modem port {}: {} is not sent: the SIM asks for no PIN, AT+CPIN? gives '{}'",
-                 exchange_.target().port, command.shown, Printable(asked.text));
-  }
-  return false;
+  spdlog::warn("modem port {}: init: {} was answered by {}", exchange_.target().port, command.shown,
+               result.answered ? "'" + Printable(result.text) + "'" : "nothing");
 }
 
 ExchangeResult ModemSetup::TransactOnceSimIsReady(const ModemRequest& command) {
@@ -93,6 +78,17 @@ ExchangeResult ModemSetup::TransactOnceSimIsReady(const ModemRequest& command) {
     exchange_.Idle(steady_clock::now() + seconds(1));
     if (exchange_.stopped() || !exchange_.loss().empty()) break;
     result = exchange_.Transact(command, kInitTimeout);
+  }
+  return result;
+}
+
+ExchangeResult ModemSetup::AskInStep(const ModemRequest& command) {
+  ExchangeResult result = TransactOnceSimIsReady(command);
+  if (IsFinal(result.final_kind) || exchange_.stopped() || !exchange_.loss().empty()) return result;
+  exchange_.DropUntilQuiet();
+  if (SwitchEchoOff(steady_clock::now() + kInitTimeout)) {
+    exchange_.DropUntilQuiet();
+    exchange_.SetReady();
   }
   return result;
 }

@@ -9,12 +9,18 @@
 
 #include "runtime/modem_driver/modem_exchange.h"
 #include "runtime/modem_driver/modem_request.h"
+#include "runtime/modem_driver/pin_memory.h"
+#include "runtime/modem_driver/sim_pin.h"
 
 namespace corvane {
 
 class ModemSetup {
  public:
-  explicit ModemSetup(ModemExchange& exchange) : exchange_(exchange) {}
+  /// @param memory of the PINs that a SIM card has refused; shared by all ports
+  ModemSetup(ModemExchange& exchange, PinMemory& memory)
+      : exchange_(exchange),
+        pin_(exchange, memory, [this](const ModemRequest& command) { return AskInStep(command); }) {
+  }
 
   /// True when the modem waits for a command. Tries until the deadline, and once in any case.
   [[nodiscard]] bool Run(SteadyTime deadline);
@@ -25,11 +31,13 @@ class ModemSetup {
   [[nodiscard]] bool SwitchEchoOff(SteadyTime deadline);
   void RunInit();
   void RunInitCommand(const ModemRequest& command);
-  [[nodiscard]] bool MaySendPin(const ModemRequest& command);
   ExchangeResult TransactOnceSimIsReady(const ModemRequest& command);
+  /// The same, and a modem that has not answered is ready for the next command afterwards, whose
+  /// answer is not the late one.
+  ExchangeResult AskInStep(const ModemRequest& command);
 
   ModemExchange& exchange_;
-  bool pin_refused_ = false;  // never to be sent again: the third failure locks the SIM
+  SimPin pin_;
 };
 
 }  // namespace corvane

@@ -11,6 +11,7 @@
 #include <set>
 
 #include "runtime/corvane/duration.h"
+#include "runtime/modem_driver/modem_request.h"
 
 namespace corvane {
 namespace {
@@ -68,13 +69,16 @@ void SetInit(ModemTarget& target, std::string_view value) {
     if (command.empty()) continue;
     const bool is_at =
         command.size() >= 2 && (command[0] | 0x20) == 'a' && (command[1] | 0x20) == 't';
+    // After a semicolon a command needs no AT (ITU-T V.250 clause 5.2.3).
+    const bool continues = !target.init.empty() && !is_at && command.front() == '+';
     const bool printable =
         std::all_of(command.begin(), command.end(), [](char c) { return c >= ' ' && c <= '~'; });
-    if (!is_at || !printable) {
+    if (!(is_at || continues) || !printable) {
       throw ModemTargetError(
-          fmt::format("init: '{}' is no AT command; write init=\"AT+CNMI=2,0;AT+CSQ\"", command));
+          fmt::format("init: '{}' is not an AT command; write init=\"AT+CNMI=2,0;AT+CSQ\"",
+                      ModemRequest(std::string(command)).shown));
     }
-    target.init.emplace_back(command);
+    target.init.push_back((continues ? "AT" : "") + std::string(command));
   }
 }
 
@@ -125,8 +129,8 @@ std::size_t EndOfValue(std::string_view name, std::string_view text) {
     const std::size_t quote = ClosingQuote(text);
     const std::size_t end = quote == std::string_view::npos ? text.size() : quote + 1;
     if (quote != std::string_view::npos && (end == text.size() || text[end] == ',')) return end;
-    throw ModemTargetError(
-        fmt::format("{}={}: a quote is missing, or something follows it", name, text));
+    throw ModemTargetError(fmt::format("{}={}: a quote is missing, or something follows it", name,
+                                       ModemRequest(std::string(text)).shown));
   }
   std::size_t comma = text.find(',');
   while (name == "init" && comma != std::string_view::npos &&

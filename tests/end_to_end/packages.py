@@ -137,6 +137,7 @@ def check_service(pages):
     assert "\nUser=corvane\n" in unit
     assert "\nProtectSystem=strict\n" in unit and "ReadWritePaths" not in unit
     assert "\nStateDirectory=corvane/%i\n" in unit, "a program could write to the folders of others"
+    assert "\nStateDirectoryMode=0750\n" in unit, "others could read what the runtime keeps"
     pathlib.Path("/etc/corvane/pump.lua").write_text(PROGRAM, encoding="utf-8")
     config = "cycle = 1ms\ncycles = 2\nargs = from the file\n"
     pathlib.Path("/etc/corvane/pump.conf").write_text(config, encoding="utf-8")

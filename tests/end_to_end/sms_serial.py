@@ -100,6 +100,12 @@ class Process:
             if re.search(pattern, self.seen[-1]):
                 return self.seen[-1]
 
+    def wait_for_log(self, text):
+        end = time.monotonic() + LIMIT
+        while not any(text in line for line in self.log):
+            assert time.monotonic() < end, (text, self.log)
+            time.sleep(0.01)
+
     def say(self, line):
         self.process.stdin.write(line + "\n")
         self.process.stdin.flush()
@@ -223,6 +229,23 @@ def a_peer_that_never_pauses_does_not_hold_up_the_end(folder):
         thread.join(LIMIT)
 
 
+def a_wrong_pin_does_not_lock_the_card(folder):
+    link = folder + "/modem"
+    modem = Modem("--link", link, "--pin", "4711")
+    for said in ("the PIN is not sent again", "has refused this PIN", "has refused this PIN", "has refused this PIN"):
+        program = run(folder, link, 1, "", settings="init=AT+CMEE=1;+CPIN=1111,", program=READER)  # a new start
+        program.wait_for_log(said)
+        assert "1111" not in "".join(program.log), program.log
+        program.process.terminate()
+        program.end()
+    kept = os.stat(os.environ["XDG_STATE_HOME"] + "/corvane/program/refused-pins")
+    assert kept.st_mode & 0o777 == 0o600, oct(kept.st_mode)
+    modem.say("receive +4915187654321 It is open")
+    program = run(folder, link, 1, "", settings="init=AT+CPIN=4711,", program=READER)
+    assert program.end() == ["It is open"], (program.seen, program.log)
+    modem.end()
+
+
 def the_example_answers_its_scenario(_folder):
     environment = dict(os.environ, CORVANE=corvane)
     command = [project + "/examples/sms_echo.sh"]
@@ -254,9 +277,11 @@ def the_example_cleans_up_when_it_is_stopped(folder):
 
 for test in (texts_arrive_whole, modems_of_every_kind_are_understood,
              lists_in_forms_of_their_own_are_read_and_deleted, unplugging_loses_and_repeats_nothing,
-             a_peer_that_never_pauses_does_not_hold_up_the_end, the_example_answers_its_scenario,
+             a_peer_that_never_pauses_does_not_hold_up_the_end, a_wrong_pin_does_not_lock_the_card,
+             the_example_answers_its_scenario,
              the_example_cleans_up_when_it_is_stopped):
     with tempfile.TemporaryDirectory() as private:
+        os.environ["XDG_STATE_HOME"] = private + "/state"
         start = time.monotonic()
         test(private)
         print(f"{test.__name__.replace('_', ' ')}: {time.monotonic() - start:.1f} s", flush=True)

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstdlib>
 #include <fstream>
 
 #include "tests/runtime/cli/usage_error.h"
@@ -28,6 +29,10 @@ void SayOk(ModemPeer& peer, const std::string& request) {
 
 class RunModemTest : public testing::Test {
  protected:
+  RunModemTest() {
+    setenv("XDG_STATE_HOME", folder_.path().c_str(), 1);
+  }  // the commands inherit it
+
   std::vector<std::string> Words(const std::string& program,
                                  const std::vector<std::string>& options) const {
     const std::string path = folder_.path() / ("program" + std::to_string(++programs_) + ".lua");

@@ -6,7 +6,6 @@
 namespace {
 
 using corvane::IsFinal;
-using corvane::IsSecretCommand;
 using corvane::KindOfLine;
 using corvane::LineKind;
 
@@ -44,14 +43,6 @@ TEST(KindOfLine, OnlySomeUnsolicitedLinesHaveASecondOne) {
   EXPECT_EQ(KindOfLine("+CMTI: \"SM\",1,\"MMS PUSH\",2,1"), LineKind::kUnsolicited);
   EXPECT_EQ(KindOfLine("+CDS: 25"), LineKind::kUnsolicitedPair);
   EXPECT_EQ(KindOfLine("+CDSI: \"SR\",0"), LineKind::kUnsolicited);
-}
-
-TEST(IsSecretCommand, KnowsPinAndPasswordInAnyCase) {
-  EXPECT_TRUE(IsSecretCommand("AT+CPIN=1234"));
-  EXPECT_TRUE(IsSecretCommand("at+cpin=1234"));
-  EXPECT_TRUE(IsSecretCommand("AT+CLCK=\"SC\",1,\"1234\""));
-  EXPECT_FALSE(IsSecretCommand("AT+CPIN?"));
-  EXPECT_FALSE(IsSecretCommand("AT"));
 }
 
 }  // namespace

@@ -57,7 +57,8 @@ class ModemDialogueTest : public testing::Test {
   ModemTarget target_;
   WaitLoop loop_;
   ModemStatus status_;
-  ModemDialogue dialogue_{target_, loop_, status_};
+  PinMemory pins_{{}};
+  ModemDialogue dialogue_{target_, loop_, status_, pins_};
 };
 
 // A modem that takes no ESC where it has no prompt would read "ESC ATE0V1" as one unknown line.

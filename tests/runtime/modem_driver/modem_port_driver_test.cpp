@@ -748,7 +748,8 @@ TEST_F(DriverTest, TheSecondDriverForADeviceIsRefusedAndTold) {
   test_support::TakeLog();
   {
     corvane::ScanLock lock;
-    corvane::ModemPort second(ParseModemTargets({"9=" + peer_->Target()}).front(), lock);
+    corvane::PinMemory pins({});
+    corvane::ModemPort second(ParseModemTargets({"9=" + peer_->Target()}).front(), lock, pins);
     second.WaitForFirstAttempt(std::chrono::steady_clock::now() + std::chrono::seconds(20));
     EXPECT_THAT(Logged("error"), Contains(HasSubstr("is in use by another program (fuser -v ")));
   }

@@ -113,8 +113,8 @@ TEST(ModemTarget, AnErrorTellsWhatIsWrongAndWhatToWrite) {
   EXPECT_THAT(ErrorOf("1=/dev/a,patience=11min"), HasSubstr("is no time"));
   EXPECT_THAT(ErrorOf("1=/dev/a,init=\"AT"), HasSubstr("a quote is missing"));
   EXPECT_THAT(ErrorOf("1=/dev/a,init=\"AT\"x"), HasSubstr("a quote is missing"));
-  EXPECT_THAT(ErrorOf("1=/dev/a,init=CNMI"), HasSubstr("'CNMI' is no AT command"));
-  EXPECT_THAT(ErrorOf("1=/dev/a,init=AT\r"), HasSubstr("is no AT command"));
+  EXPECT_THAT(ErrorOf("1=/dev/a,init=CNMI"), HasSubstr("'CNMI' is not an AT command"));
+  EXPECT_THAT(ErrorOf("1=/dev/a,init=AT\r"), HasSubstr("is not an AT command"));
   EXPECT_THAT(ErrorOf("1=/dev/a,init=AT+CNMI=2,0,bauds=9600"), HasSubstr("'bauds' is no setting"));
 }
 
@@ -123,6 +123,19 @@ TEST(ModemTargets, OnePortAndOneDeviceStandInOneOptionOnly) {
   EXPECT_THROW((void)ParseModemTargets({"1=/dev/a", "1=/dev/b"}), ModemTargetError);
   EXPECT_THROW((void)ParseModemTargets({"1=/dev/a", "2=/dev/a,baud=9600"}), ModemTargetError);
   EXPECT_THROW((void)ParseModemTargets({"1=tcp:a:1", "2=tcp:a:1"}), ModemTargetError);
+}
+
+TEST(ModemTarget, ACommandAfterASemicolonNeedsNoAt) {
+  EXPECT_THAT(ParseModemTarget("1=/dev/a,init=AT+CMEE=1;+CPIN=1234; +CSQ").init,
+              testing::ElementsAre("AT+CMEE=1", "AT+CPIN=1234", "AT+CSQ"));
+  EXPECT_THAT(ErrorOf("1=/dev/a,init=+CSQ"), HasSubstr("is not an AT command"));
+}
+
+TEST(ModemTarget, AnErrorShowsNoPin) {
+  for (const std::string init :
+       {"init=CPIN;+CPIN=1234", "init=X+CPIN=1234", "init=\"AT+CPIN=1234"}) {
+    EXPECT_THAT(ErrorOf("1=/dev/a," + init), testing::Not(HasSubstr("1234"))) << init;
+  }
 }
 
 }  // namespace

@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: MIT
+#include "runtime/corvane/state_folder.h"
+
+#include <fcntl.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <string>
+#include <system_error>
+
+#include "libs/base/descriptor.h"
+
+namespace corvane {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string Environment(const char* name) {
+  const char* const value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe): nobody sets it
+  return value == nullptr ? "" : value;
+}
+
+fs::path Home() {
+  if (const std::string home = Environment("HOME"); !home.empty()) return home;
+  std::array<char, 4096> room{};
+  struct passwd entry {};
+  struct passwd* found = nullptr;
+  getpwuid_r(getuid(), &entry, room.data(), room.size(), &found);
+  return found == nullptr ? "" : entry.pw_dir;
+}
+
+std::string ProgramName(const fs::path& program) {
+  const bool is_lua = program.extension() == ".lua";
+  return is_lua ? program.stem().string() : program.filename().string();
+}
+
+[[noreturn]] void Fail(const char* what, const fs::path& path) {
+  throw fs::filesystem_error(what, path, {errno, std::generic_category()});
+}
+
+void MakeFolder(const fs::path& folder) {
+  if (folder.empty() || fs::exists(folder)) return;
+  MakeFolder(folder.parent_path());
+  if (mkdir(folder.c_str(), S_IRWXU) != 0 && errno != EEXIST) Fail("cannot make", folder);
+}
+
+void WriteAll(int descriptor, std::string_view content, const fs::path& file) {
+  while (!content.empty()) {
+    const ssize_t written = write(descriptor, content.data(), content.size());
+    if (written < 0 && errno != EINTR) Fail("cannot write", file);
+    if (written > 0) content.remove_prefix(static_cast<std::size_t>(written));
+  }
+}
+
+}  // namespace
+
+fs::path StateFolder(const fs::path& program) {
+  if (const std::string folders = Environment("STATE_DIRECTORY"); !folders.empty()) {
+    return folders.substr(0, folders.find(':'));
+  }
+  fs::path base = Environment("XDG_STATE_HOME");
+  if (!base.is_absolute()) {  // as the XDG base directory specification wants
+    base = Home();
+    if (base.empty()) return {};
+    base = base / ".local" / "state";
+  }
+  return base / "corvane" / ProgramName(program);
+}
+
+void WriteStateFile(const fs::path& file, std::string_view content) {
+  const fs::path folder = file.parent_path();
+  MakeFolder(folder);
+  const fs::path fresh = file.string() + ".new";
+  {
+    const Descriptor out(open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW,
+                              S_IRUSR | S_IWUSR));
+    if (out.get() < 0) Fail("cannot write", fresh);
+    WriteAll(out.get(), content, fresh);
+    if (fsync(out.get()) != 0) Fail("cannot write", fresh);
+  }
+  fs::rename(fresh, file);
+  // The new name, too, must survive a power cut.
+  const Descriptor names(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (names.get() < 0 || fsync(names.get()) != 0) Fail("cannot write", folder);
+}
+
+}  // namespace corvane
