@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <mutex>
+#include <new>
 #include <utility>
 
 namespace corvane {
@@ -187,7 +188,13 @@ ExchangeResult ModemPort::Carry(const Request& request) {
     KeepLine();
   }
   if (!open_) return {};
-  return dialogue_.Exchange(request.request, request.timeout);
+  try {
+    return dialogue_.Exchange(request.request, request.timeout);
+  } catch (
+      const std::bad_alloc&) {  // a long list, perhaps; the next exchange sets the modem up again
+    spdlog::error("modem port {}: no memory for the answer; the exchange is lost", target_.port);
+    return {};
+  }
 }
 
 void ModemPort::HandOver(const Request& request, ExchangeResult& result) {

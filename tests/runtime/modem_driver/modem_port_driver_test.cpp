@@ -7,10 +7,12 @@
 
 #include <algorithm>
 #include <atomic>
+#include <optional>
 #include <thread>
 
 #include "tests/support/captured_log.h"
 #include "tests/support/driver_client.h"
+#include "tests/support/memory_limit.h"
 #include "tests/support/modem_peer.h"
 #include "tests/support/wait_for.h"
 
@@ -741,6 +743,54 @@ TEST_F(DriverTest, AModemThatDoesNotTakeTheRequestFailsIt) {
   peer_->Unplug();
   ExpectNoAnswer(client_.Exchange(kSetPduMode, 300));
   EXPECT_THAT(peer_->Requests(), ElementsAre(kSetPduMode));
+}
+
+/// Asks for a list once, and leaves the driver's thread no memory for its answer.
+struct Hungry {
+  std::optional<test_support::MemoryLimit> limit;  // of the thread that calls the functions
+  bool asked = false;
+  std::atomic<int> status{0};
+
+  static int Priority(void* context) { return static_cast<Hungry*>(context)->asked ? 0 : 1; }
+  static int Request(void* context, char* buffer, PortDriverRequestData* data,
+                     PortDriverReplyFunction* on_reply) {
+    auto& self = *static_cast<Hungry*>(context);
+    self.asked = true;
+    self.limit.emplace(4096);
+    *on_reply = OnReply;
+    data->timeout = 5000;
+    std::copy(kList.begin(), kList.end(), buffer);
+    return static_cast<int>(kList.size());
+  }
+  static int OnReply(void* context, char* /*reply*/, int /*length*/, int status) {
+    auto& self = *static_cast<Hungry*>(context);
+    self.limit.reset();
+    self.status = status < 0 ? -1 : 1;
+    return 0;
+  }
+};
+
+TEST_F(DriverTest, AThreadWithoutMemoryLosesItsExchangeAndNothingElse) {
+  std::string list;
+  for (int i = 0; i < 1000; ++i) {
+    list += "+CMGL: " + std::to_string(i) + ",0,,30\r\n" + kPdu + "\r\n";
+  }
+  Hungry hungry;
+  const auto running = Start([&list](ModemPeer& peer, const std::string& request) {
+    request == kList ? peer.Send("\r\n" + list + kOk) : Obey(peer, request);
+  });
+  {
+    const std::lock_guard guard(TheScanLock());
+    ASSERT_EQ(ModemPortDriverRegister(1, &hungry, Hungry::Priority, Hungry::Request, nullptr), 0);
+  }
+  EXPECT_TRUE(WaitFor([&hungry] { return hungry.status != 0; }));
+  EXPECT_EQ(hungry.status, -1);
+  {
+    const std::lock_guard guard(TheScanLock());
+    ModemPortDriverUnregister(&hungry);
+  }
+  ExpectReply(client_.Exchange(kSetPduMode, 5000), "OK\r\n");
+  EXPECT_THAT(Logged("error"), ElementsAre(HasSubstr("no memory for the answer")));
 }
 
 TEST_F(DriverTest, TheSecondDriverForADeviceIsRefusedAndTold) {
