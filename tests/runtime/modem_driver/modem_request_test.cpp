@@ -8,7 +8,7 @@ namespace {
 using corvane::ModemRequest;
 using corvane::RequestKind;
 
-const std::string kText = "0001000B915155101032F4000005E8329BFD06\x1A";
+const std::string kTextOctets = "0001000B915155101032F4000005E8329BFD06\x1A";
 
 TEST(ModemRequest, TellsCommandsListsAnnouncementsAndTextsApart) {
   EXPECT_EQ(ModemRequest("AT+CMGF=0\r").kind, RequestKind::kCommand);
@@ -18,7 +18,7 @@ TEST(ModemRequest, TellsCommandsListsAnnouncementsAndTextsApart) {
   EXPECT_EQ(ModemRequest("at+cmgw=18\r").kind, RequestKind::kAnnouncement);
   EXPECT_EQ(ModemRequest("AT+CMGW=18\r").kind, RequestKind::kAnnouncement);
   EXPECT_EQ(ModemRequest("AT+CMGS=?\r").kind, RequestKind::kCommand);
-  EXPECT_EQ(ModemRequest(kText).kind, RequestKind::kText);
+  EXPECT_EQ(ModemRequest(kTextOctets).kind, RequestKind::kText);
   EXPECT_EQ(ModemRequest("").kind, RequestKind::kCommand);
 }
 
@@ -28,12 +28,12 @@ TEST(ModemRequest, HasTheNameThatTheLinesOfItsAnswerBeginWith) {
   EXPECT_EQ(ModemRequest("AT^SM20?\r").name, "^SM20");
   EXPECT_EQ(ModemRequest("ATE0\r").name, "");
   EXPECT_EQ(ModemRequest("AT\r").name, "");
-  EXPECT_EQ(ModemRequest(kText).name, "");
+  EXPECT_EQ(ModemRequest(kTextOctets).name, "");
 }
 
 TEST(ModemRequest, ShowsALogNeitherTextsNorSecrets) {
   EXPECT_EQ(ModemRequest("AT+CMGF=0\r").shown, "AT+CMGF=0");
-  EXPECT_EQ(ModemRequest(kText).shown, "text of 38 characters");
+  EXPECT_EQ(ModemRequest(kTextOctets).shown, "text of 38 characters");
   EXPECT_EQ(ModemRequest("AT+CPIN=1234\r").shown, "AT+CPIN=(secret)");
   EXPECT_EQ(ModemRequest("at+cpin=1234\r").shown, "at+cpin=(secret)");
   EXPECT_EQ(ModemRequest("ATE0+CPIN=1234\r").shown, "ATE0+CPIN=(secret)");

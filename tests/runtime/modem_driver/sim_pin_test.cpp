@@ -22,7 +22,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
-struct Card {
+struct SimCard {
   std::string pin = "1234";
   int tries = 3;
   bool open = false;
@@ -62,9 +62,9 @@ struct Card {
   }
 };
 
-class Line : public SerialLine {
+class SimLine : public SerialLine {
  public:
-  explicit Line(Card& card) : card_(card) {}
+  explicit SimLine(SimCard& card) : card_(card) {}
   std::string_view Read(SteadyTime /*deadline*/) override {
     read_ = std::exchange(coming_, {});
     return read_;
@@ -76,7 +76,7 @@ class Line : public SerialLine {
   [[nodiscard]] const std::string& loss() const override { return loss_; }
 
  private:
-  Card& card_;
+  SimCard& card_;
   std::string coming_;
   std::string read_;
   std::string loss_;
@@ -93,7 +93,7 @@ class SimPinTest : public testing::Test {
     target.device = device_;
     target.init = init;
     ModemDialogue dialogue(target, loop, status, memory);
-    for (int i = 0; i < openings; ++i) dialogue.Attach(std::make_unique<Line>(card_));
+    for (int i = 0; i < openings; ++i) dialogue.Attach(std::make_unique<SimLine>(card_));
   }
   static std::vector<std::string> Warnings() {
     std::vector<std::string> lines;
@@ -105,7 +105,7 @@ class SimPinTest : public testing::Test {
 
   test_support::TemporaryFolder folder_;
   std::string device_ = "/dev/modem";
-  Card card_;
+  SimCard card_;
 };
 
 TEST_F(SimPinTest, ARightPinNeedsNoOtherCommandThanBefore) {
@@ -145,12 +145,12 @@ TEST_F(SimPinTest, AnotherPinIsSentAndTheOldOneStaysRefused) {
 
 TEST_F(SimPinTest, AnotherCardGetsThePinWhereTheModemTellsItsNumber) {
   for (const std::string number : {"894902000012345678", "894902000087654321"}) {
-    card_ = Card{};
+    card_ = SimCard{};
     card_.number_answer = "+CCID: " + number + "7F";
     for (int start = 0; start < 2; ++start) Run({"AT+CPIN=9999"});
     EXPECT_EQ(card_.pins.size(), 1u) << number;
   }
-  card_ = Card{};
+  card_ = SimCard{};
   Run({"AT+CPIN=9999"});
   EXPECT_THAT(card_.pins, IsEmpty()) << "perhaps one of them";
   device_ = "/dev/other";
@@ -164,7 +164,7 @@ TEST_F(SimPinTest, APinWhoseAnswerIsLostIsTakenForAWrongOneUnlessTheCardTells) {
   for (int start = 0; start < 3; ++start) Run({"AT+CPIN=1234"});
   EXPECT_EQ(card_.pins.size(), 1u);
   device_ = "/dev/other";
-  card_ = Card{};  // of which the modem tells how many tries are left
+  card_ = SimCard{};  // of which the modem tells how many tries are left
   card_.tells_tries = true;
   card_.number_answer = "+CCID: 8949020000123456789";
   card_.answers_pin = false;
