@@ -11,7 +11,7 @@
 #include "block/block_types.h"
 
 /// In the order in which hosts list them.
-inline constexpr BlockType kBlockTypes[] = {
+inline constexpr FBTypeEntry kBlockTypes[] = {
     BLOCK_TYPE(SendSMSFB),    // SEND_SMS
     BLOCK_TYPE(ReadSMSFB),    // READ_SMS
     BLOCK_TYPE(SendEmailFB),  // SEND_EMAIL

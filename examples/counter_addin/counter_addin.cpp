@@ -3,7 +3,7 @@
 #include "block/block_types.h"
 #include "counter_fb.h"
 
-constexpr BlockType kBlockTypes[] = {
+constexpr FBTypeEntry kBlockTypes[] = {
     BLOCK_TYPE(CounterFB),  // CTU
 };
 

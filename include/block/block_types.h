@@ -8,7 +8,7 @@
 #include "block/lua_glue.h"
 
 /// One row: what there is to know of a block type without a Lua state.
-struct BlockType {
+struct FBTypeEntry {
   const LuaFBUtil& (*util)();         ///< its name
   const FBMetaEntry* (*variables)();  ///< its declaration table
   int (*register_type)();             ///< its RegisterSTLibs function
@@ -16,12 +16,12 @@ struct BlockType {
 
 /// The row of a block class that DEFINE_FUNCTION_BLOCK has defined.
 #define BLOCK_TYPE(Class)                                     \
-  BlockType {                                                 \
+  FBTypeEntry {                                               \
     FBUtil<Class>, Class::GetMetaTable, RegisterSTLibs##Class \
   }
 
 /// Registers the types with the runtime, in the order of the table. What the runtime says to it is
 /// ignored.
-inline void RegisterBlockTypes(std::span<const BlockType> types) {
-  for (const BlockType& type : types) type.register_type();
+inline void RegisterBlockTypes(std::span<const FBTypeEntry> types) {
+  for (const FBTypeEntry& type : types) type.register_type();
 }

@@ -53,9 +53,9 @@ class BlockVariables {
   /// The factors give the variables of our blocks slots of their own, but for a few of SEND_EMAIL.
   static std::size_t SlotOf(std::string_view name) {
     if (name.empty()) return 0;
-    const auto first = static_cast<unsigned char>(name.front());
-    const auto last = static_cast<unsigned char>(name.back());
-    return (name.size() + 5U * first + last) % kSlots;
+    const std::size_t first = static_cast<unsigned char>(name.front());
+    const std::size_t last = static_cast<unsigned char>(name.back());
+    return (name.size() + 5 * first + last) % kSlots;
   }
 
   Map map_;

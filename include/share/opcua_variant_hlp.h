@@ -45,6 +45,7 @@ class OpcUa_VariantHlp : public OpcUa_Variant {
   /// A null value of `type`: false, 0, the empty text.
   void Reset(OpcUa_BuiltInType type) {
     if (IsPlain()) {
+      // cppcheck-suppress memsetClassFloat ; zero octets are 0.0 (ISO/IEC 60559)
       std::memset(&Value, 0, sizeof Value);
     } else {
       OpcUa_Variant_Clear(this);

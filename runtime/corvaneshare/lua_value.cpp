@@ -105,7 +105,8 @@ int ReadInteger(OpcUa_VariantHlp& value, lua_State* L, int index, OpcUa_BuiltInT
   constexpr auto kLowest = static_cast<double>(std::numeric_limits<Integer>::min());
   constexpr Integer kHalf = std::numeric_limits<Integer>::max() / 2 + 1;
   constexpr double kBeyond = 2.0 * static_cast<double>(kHalf);
-  const bool high_enough = kLowest - 1 < kLowest ? number > kLowest - 1 : number >= kLowest;
+  constexpr double kBelow = kLowest - 1;
+  const bool high_enough = kBelow == kLowest ? number >= kLowest : number > kBelow;
   if (!(high_enough && number < kBeyond)) {  // NaN fails both
     return Refuse(L, index, type, ": out of range");
   }

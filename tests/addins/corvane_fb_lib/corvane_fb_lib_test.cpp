@@ -89,7 +89,7 @@ TEST_F(AddinEntry, TheLastVariableOfSendEmailIsErrStrWithHash15) {
 }
 
 /// What every type does, by the table that registration reads.
-class EveryType : public BlockTest, public testing::WithParamInterface<BlockType> {
+class EveryType : public BlockTest, public testing::WithParamInterface<FBTypeEntry> {
  protected:
   static std::string Name() { return GetParam().util().typeName; }
 };

@@ -86,7 +86,7 @@ class HostileCalls : public BlockTest {
     lua_pushcclosure(L(), Drive, 1);
     lua_setfield(L(), -2, "drive");
     lua_newtable(L());
-    for (const BlockType& type : kBlockTypes) {
+    for (const FBTypeEntry& type : kBlockTypes) {
       lua_pushstring(L(), type.util().typeName);
       lua_rawseti(L(), -2, static_cast<int>(lua_rawlen(L(), -2)) + 1);
     }
