@@ -53,6 +53,7 @@ ExchangeResult ModemExchange::Transact(ModemRequest request, milliseconds timeou
   } else {
     command_name_ = request.name;
   }
+  prompt_ended_ = false;
   AtAnswer answer(request,
                   [this](std::string_view line, LineKind kind) { OnForeignLine(line, kind); });
   // Whatever follows, the modem is out of step until its answer is there.
@@ -63,7 +64,7 @@ ExchangeResult ModemExchange::Transact(ModemRequest request, milliseconds timeou
   switch (answer.state()) {
     case AtAnswer::State::kPrompt:
       Report(fmt::format("{} -> prompt in {}", request.shown, time));
-      SetState(State::kPrompt);
+      SetState(prompt_ended_ ? State::kUnknown : State::kPrompt);
       return Finished(answer, request);
     case AtAnswer::State::kFinal:
       Report(fmt::format("{} -> {} {}in {}", request.shown, request.WithoutPin(answer.final_line()),
@@ -136,6 +137,9 @@ void ModemExchange::SetState(State state) {
 }
 
 void ModemExchange::OnForeignLine(std::string_view line, LineKind kind) {
+  // "> " and then OK, before the text: a modem does that whose other functions are busy.
+  prompt_ended_ = prompt_ended_ || IsFinal(kind);
+  if (prompt_ended_ && state_ == State::kPrompt) SetState(State::kUnknown);
   if (kind == LineKind::kRestart) {
     advice_.NoteRestart(line);
     needs_init_ = true;

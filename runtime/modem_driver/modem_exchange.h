@@ -83,7 +83,8 @@ class ModemExchange {
   ModemAdvice advice_;
   AtLine line_;
   State state_ = State::kNoLine;
-  std::string command_name_;  // of the last command
+  std::string command_name_;   // of the last command
+  bool prompt_ended_ = false;  // a final result has come since the last request
   bool needs_init_ = true;
   bool silent_echo_ = false;  // the last exchange came back without an echo
 };

@@ -17,6 +17,7 @@ const std::string kText = "0001000B915155101032F4000005E8329BFD06\x1A";
 struct Wire {
   std::vector<std::string> written;
   std::string coming;
+  std::string after_prompt;
   std::string coming_in_pauses;  // where the driver waits
 };
 
@@ -33,7 +34,7 @@ class Line : public SerialLine {
   bool Write(std::string_view octets, SteadyTime /*deadline*/) override {
     wire_.written.emplace_back(octets);
     if (octets.starts_with("AT")) {
-      wire_.coming += octets.starts_with("AT+CMGS=") ? "\r\n> " : "\r\nOK\r\n";
+      wire_.coming += octets.starts_with("AT+CMGS=") ? "\r\n> " + wire_.after_prompt : "\r\nOK\r\n";
     }
     return true;
   }
@@ -72,6 +73,16 @@ TEST_F(ModemDialogueTest, SendsNoTextToAModemThatHasStartedAnewBehindItsPrompt) 
   EXPECT_FALSE(Exchange(kText).answered);
   EXPECT_THAT(wire_.written, testing::Not(testing::Contains(kText)));
   EXPECT_EQ(Exchange("AT+CMGF=0\r").text, "OK\r\n");
+}
+
+TEST_F(ModemDialogueTest, SendsNoTextToAModemWhosePromptHasEndedWithAResult) {
+  for (const bool at_once : {false, true}) {
+    wire_.after_prompt = at_once ? "\r\nOK\r\n" : "";
+    ASSERT_EQ(dialogue_.Exchange(ModemRequest("AT+CMGS=18\r"), kTimeout).text, ">");
+    if (!at_once) wire_.coming = "\r\nOK\r\n";
+    EXPECT_FALSE(dialogue_.Exchange(ModemRequest(kText), kTimeout).answered);
+    EXPECT_THAT(wire_.written, testing::Not(testing::Contains(kText)));
+  }
 }
 
 TEST_F(ModemDialogueTest, SendsNoTextToAModemThatStartsAnewInThePauseBehindItsPrompt) {
