@@ -76,9 +76,9 @@ void Modem::Settle() {
   while (!state_.in_network.empty()) {
     const Route route = RouteOf(state_.in_network.front(), state_.settings.indications);
     if (!CanTake(route)) return;
-    gsm::Octets pdu = std::move(state_.in_network.front());
+    const gsm::Octets pdu = std::move(state_.in_network.front());
     state_.in_network.pop_front();
-    Take(std::move(pdu), route);
+    Take(pdu, route);
   }
 }
 
@@ -90,7 +90,7 @@ void Modem::TellRegistration(Domain domain, bool& was_registered) {
   }
 }
 
-void Modem::Take(gsm::Octets pdu, Route route) {
+void Modem::Take(const gsm::Octets& pdu, Route route) {
   const std::string description = DescribeMessage(pdu);
   if (route == Route::kDiscard) {
     return state_.host.Report(fmt::format("received, not handed on: {}", description));

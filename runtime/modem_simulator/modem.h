@@ -69,7 +69,7 @@ class Modem {
   void Settle();
   void TellRegistration(Domain domain, bool& was_registered);
   [[nodiscard]] bool CanTake(Route route) const;
-  void Take(gsm::Octets pdu, Route route);
+  void Take(const gsm::Octets& pdu, Route route);
   /// A line about messages, which AT+CNMI's mode lets through or keeps.
   void Indicate(std::string line);
   void ReleaseIndications(bool tell);
