@@ -49,7 +49,7 @@ class Scanner {
     return text;
   }
 
-  /// Like Accept('"'), but keeps the blanks behind it for Quoted().
+  /// Like Accept('"'), but keeps the blanks after it for Quoted().
   bool AcceptOpeningQuote() {
     if (Peek() != '"') return false;
     rest_.remove_prefix(1);

@@ -27,7 +27,7 @@ struct AtCommand {
   [[nodiscard]] std::optional<int> Number(std::size_t index, std::optional<int> otherwise) const;
 };
 
-/// The commands behind the "AT" of a line, in their order; nullopt where the line is no command
+/// The commands after the "AT" of a line, in their order; nullopt where the line is no command
 /// line. Compound lines ("E0V1+CMEE=1;+CREG?") are taken apart.
 [[nodiscard]] std::optional<std::vector<AtCommand>> ParseCommands(std::string_view line);
 

@@ -17,7 +17,7 @@ namespace {
 constexpr char kEscape = '\x1B';
 constexpr char kCtrlZ = '\x1A';
 
-/// What stands behind the first "AT" or "at"; nullopt when the line has none (clause 5.2.1).
+/// What follows the first "AT" or "at"; nullopt when the line has none (clause 5.2.1).
 std::optional<std::string_view> BehindAttention(std::string_view line) {
   const std::size_t at = std::min(line.find("AT"), line.find("at"));
   if (at == std::string_view::npos) return std::nullopt;

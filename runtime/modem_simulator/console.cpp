@@ -67,7 +67,8 @@ ConsoleLine WithText(std::string_view text,
 
 std::string WrongSender(std::string_view sender) {
   return fmt::format(
-      "'{}' is no sender; write a number such as +4915112345678, or a name of at most 11 letters",
+      "'{}' is not a sender; write a number such as +4915112345678, or a name of at most 11 "
+      "letters",
       sender);
 }
 
@@ -76,7 +77,7 @@ ConsoleLine Receive(std::string_view rest) {
   if (!gsm::IsAddress(sender)) return Wrong(WrongSender(sender));
   const auto text = Unescape(rest);
   if (text && !gsm::SplitText(*text, {0, true})) {
-    return Wrong("the text is no valid UTF-8, or too long for 255 parts");
+    return Wrong("the text is not valid UTF-8, or too long for 255 parts");
   }
   return WithText(rest, [sender](Controls& controls, const std::string& plain) {
     // Sender and text are right, as was seen when the line was read.
@@ -89,7 +90,7 @@ ConsoleLine ReceiveBinary(std::string_view rest) {
   if (!gsm::IsAddress(sender)) return Wrong(WrongSender(sender));
   const auto octets = gsm::FromHexadecimal(rest);
   if (!octets || !gsm::SplitOctets(*octets, {0, true})) {
-    return Wrong("the data is no pairs of hexadecimal digits, or too long for 255 parts");
+    return Wrong("the data is not pairs of hexadecimal digits, or too long for 255 parts");
   }
   return Act([sender, octets = *octets](Controls& controls) {
     static_cast<void>(controls.modem().ReceiveOctets(sender, octets));
@@ -98,7 +99,7 @@ ConsoleLine ReceiveBinary(std::string_view rest) {
 
 ConsoleLine ReceivePdu(std::string_view rest) {
   const auto octets = gsm::FromHexadecimal(rest);
-  if (!octets) return Wrong("the PDU is no pairs of hexadecimal digits");
+  if (!octets) return Wrong("the PDU is not pairs of hexadecimal digits");
   return Act([octets = *octets](Controls& controls) { controls.modem().ReceivePdu(octets); });
 }
 
@@ -133,7 +134,7 @@ ConsoleLine Fail(std::string_view rest) {
         fmt::format("'{}' cannot fail; write CMGS, CMSS, CMGW, CMGL, CMGR, CMGD or *", word));
   }
   const auto times = rest.empty() ? 1 : Number(rest, 1, 1000000);
-  if (!times) return Wrong(fmt::format("'{}' is no number of times", rest));
+  if (!times) return Wrong(fmt::format("'{}' is not a number of times", rest));
   return Act([failure, command, times](Controls& controls) {
     if (!controls.modem().faults().Fail(*failure, command, *times)) {
       controls.Print("too many faults are waiting");
@@ -165,7 +166,7 @@ ConsoleLine Unsolicited(std::string_view rest) {
 
 ConsoleLine Garbage(std::string_view rest) {
   const auto count = rest.empty() ? 20 : Number(rest, 1, 1000000);
-  if (!count) return Wrong(fmt::format("'{}' is no number of bytes from 1 to 1000000", rest));
+  if (!count) return Wrong(fmt::format("'{}' is not a number of bytes from 1 to 1000000", rest));
   return Act([count](Controls& controls) { controls.SendGarbage(*count); });
 }
 
@@ -221,7 +222,7 @@ ConsoleLine Time(std::string_view rest) {
 
 ConsoleLine After(std::string_view rest) {
   const std::string_view word = TakeWord(rest);
-  if (rest.starts_with("after")) return Wrong("after stands once in a line");
+  if (rest.starts_with("after")) return Wrong("a line takes one after");
   auto inner = ParseConsoleLine(rest);
   if (!inner.error.empty()) return inner;
   if (!inner.action) return Wrong("write what to do after the time");
@@ -260,7 +261,7 @@ constexpr std::array kConsoleCommands{
     Command{"fail", "N [CMGS] [TIMES]", "+CMS ERROR: N (cme:N, error) to a transfer", Fail},
     Command{"mute", "TIME", "hear nothing and say nothing", Mute},
     Command{"hold", "TIME", "hold all output back, then send it", Hold},
-    Command{"unplug", "TIME", "be gone, then start anew behind the same name", Unplug},
+    Command{"unplug", "TIME", "be gone, then start again under the same name", Unplug},
     Command{"restart", "", "lose the settings, as after a reset", Restart},
     Command{"unsolicited", "TEXT", "send a line that nobody asked for, at once", Unsolicited},
     Command{"interrupt", "TEXT", "send it in the middle of the next PDU that is listed", Interrupt},
@@ -284,10 +285,10 @@ ConsoleLine ParseConsoleLine(std::string_view line) {
   const auto command = std::find_if(kConsoleCommands.begin(), kConsoleCommands.end(),
                                     [name](const Command& c) { return c.name == name; });
   if (command == kConsoleCommands.end()) {
-    return Wrong(fmt::format("'{}' is no command; help shows them all", Escape(name)));
+    return Wrong(fmt::format("'{}' is not a command; help lists them all", Escape(name)));
   }
   if (command->usage.empty() && !rest.empty()) {
-    return Wrong(fmt::format("{} stands alone", command->name));
+    return Wrong(fmt::format("{} takes nothing else", command->name));
   }
   ConsoleLine parsed = command->parse(rest);
   if (!parsed.error.empty() && command->parse != After) {

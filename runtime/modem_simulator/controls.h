@@ -24,9 +24,9 @@ class Controls {
   virtual void Mute(Duration duration) = 0;
   /// For so long what the modem sends is held back; then it goes out.
   virtual void Hold(Duration duration) = 0;
-  /// For so long the line is gone; then the modem starts anew.
+  /// For so long the line is gone; then the modem starts again.
   virtual void Unplug(Duration duration) = 0;
-  /// The modem starts anew, and says so.
+  /// The modem starts again, and says so.
   virtual void Restart() = 0;
   /// So many random bytes for the controller.
   virtual void SendGarbage(int count) = 0;

@@ -13,7 +13,7 @@ namespace modem_simulator {
 
 /// Commands are named without AT and plus sign: "CMGS". kAnyCommand stands for each of them.
 constexpr std::string_view kAnyCommand = "*";
-/// Stands for the message behind the prompt of AT+CMGS.
+/// Stands for the message after the prompt of AT+CMGS.
 constexpr std::string_view kMessageBody = "PDU";
 
 class Faults {

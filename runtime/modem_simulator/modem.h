@@ -54,7 +54,8 @@ class Modem {
   void SendUnsolicited(std::string_view line);
   /// Without supply: nothing is received.
   void PowerOff();
-  /// Starts anew: echo on, PIN asked for again, what was under way forgotten. Stored messages stay.
+  /// Starts again: echo on, PIN asked for again, what was under way forgotten. Stored messages
+  /// stay.
   void PowerOn();
 
   /// The messages of the store and of the network, and unfinished ones, a line each.

@@ -74,7 +74,7 @@ TEST_F(ModemCommandTest, ListensOnTcpAlone) {
 TEST_F(ModemCommandTest, NamesTheScenarioLineAtFault) {
   const std::string scenario = Scenario("list\n\nafter 2s fial 321\n");
   ExpectUsageError(Run({"--scenario", scenario}),
-                   scenario + ":3: 'fial' is no command; help shows them all");
+                   scenario + ":3: 'fial' is not a command; help lists them all");
 }
 
 TEST_F(ModemCommandTest, ShowsNoControlCharacterOfWhatItRefuses) {
