@@ -15,7 +15,7 @@ namespace corvane::cli {
 enum ExitStatus : int {
   kSuccess = 0,
   kProgramFailed = 1,  ///< the control program ended with an error
-  kUsage = 2,          ///< wrong options, or a file that cannot be used
+  kUsage = 2,          ///< wrong from the start: options, or a file that cannot be used
 };
 
 /// What a chosen subcommand does; returns the exit status.
@@ -30,7 +30,8 @@ using Action = std::function<int()>;
 /// One of these words, which --help shows.
 [[nodiscard]] CLI::Validator OneOf(std::vector<std::string> words);
 
-void AddRunCommand(CLI::App& app, Action& action);
+/// @param words filled until the command line is parsed: the words for the program, after `--`
+void AddRunCommand(CLI::App& app, const std::vector<std::string>& words, Action& action);
 void AddBlocksCommand(CLI::App& app, Action& action);
 void AddModemCommand(CLI::App& app, Action& action);
 void AddPduCommand(CLI::App& app, Action& action);

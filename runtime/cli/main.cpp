@@ -2,21 +2,40 @@
 // corvane: runs control programs, and what an engineer needs beside them.
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <exception>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "runtime/cli/commands.h"
+#include "runtime/cli/error_output.h"
 #include "runtime/cli/messages.h"
+#include "runtime/cli/process_setup.h"
 #include "runtime/cli/usage_message.h"
 #include "runtime/corvane/addin.h"
 
 namespace {
 
+/// So long the end of the process waits for a reader of standard error.
+constexpr std::chrono::seconds kLongestDrain(1);
+
 /// "corvane pdu encode".
 std::string FullName(const CLI::App& command) {
   const CLI::App* parent = command.get_parent();
   return (parent == nullptr ? "" : FullName(*parent) + " ") + command.get_name();
+}
+
+/// Takes the words after `--` off the command line of `corvane run`: they are the program's.
+std::vector<std::string> TakeProgramWords(int& argc, char** argv) {
+  if (argc < 2 || std::string_view(argv[1]) != "run") return {};
+  char** const end = argv + argc;
+  char** const mark = std::find_if(argv, end, [](std::string_view word) { return word == "--"; });
+  if (mark == end) return {};
+  argc = static_cast<int>(mark - argv);
+  return {mark + 1, end};
 }
 
 int Main(int argc, char** argv) {
@@ -29,7 +48,8 @@ int Main(int argc, char** argv) {
   app.set_version_flag("--version", "corvane " CORVANE_VERSION);
   app.require_subcommand(0, 1);
   corvane::cli::Action action;
-  corvane::cli::AddRunCommand(app, action);
+  const std::vector<std::string> words = TakeProgramWords(argc, argv);
+  corvane::cli::AddRunCommand(app, words, action);
   corvane::cli::AddBlocksCommand(app, action);
   corvane::cli::AddModemCommand(app, action);
   corvane::cli::AddPduCommand(app, action);
@@ -54,7 +74,7 @@ int Main(int argc, char** argv) {
   }
 }
 
-/// Output that got lost (a full disk, a closed pipe) is a failure of the command, said once.
+/// Lost output (a full disk, a closed pipe) is a failure of the command, reported once.
 int CheckOutput(int status) {
   const bool lost = std::fflush(stdout) != 0 || std::ferror(stdout) != 0;
   if (!lost) return status;
@@ -62,13 +82,20 @@ int CheckOutput(int status) {
   return status == corvane::cli::kSuccess ? corvane::cli::kProgramFailed : status;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int MainWithMessages(int argc, char** argv) {
   try {
     return CheckOutput(Main(argc, argv));
   } catch (const std::exception& error) {
     corvane::cli::PrintError(error.what());
     return corvane::cli::kProgramFailed;
   }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  corvane::cli::SetUpStandardStreams();
+  const int status = MainWithMessages(argc, argv);
+  corvane::cli::DrainErrors(kLongestDrain);
+  return status;
 }

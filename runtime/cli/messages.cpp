@@ -1,12 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "runtime/cli/messages.h"
 
-#include <fmt/format.h>
-
 #include <cstddef>
-#include <cstdio>
 
 #include "libs/base/printable.h"
+#include "runtime/cli/error_output.h"
 
 namespace corvane::cli {
 namespace {
@@ -23,7 +21,7 @@ std::string PrintableMessage(std::string_view message) {
 }
 
 void PrintError(std::string_view message) {
-  fmt::print(stderr, "corvane: {}\n", PrintableMessage(message));
+  WriteError("corvane: " + PrintableMessage(message) + "\n");
 }
 
 }  // namespace corvane::cli

@@ -124,7 +124,6 @@ bool RunModem(const ModemCommandOptions& options) {
 }
 
 int Modem(const ModemCommandOptions& options) {
-  std::signal(SIGPIPE, SIG_IGN);  // a reader of our output may go away
   std::signal(SIGTTIN, SIG_IGN);  // in the background of a terminal the console just ends
   SetUpLog(options.trace ? "trace" : "warning");
   try {

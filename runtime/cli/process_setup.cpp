@@ -1,9 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "runtime/cli/process_setup.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdlib>
+
+#include "runtime/cli/commands.h"
 
 namespace corvane::cli {
 namespace {
@@ -24,6 +28,15 @@ bool IsIgnored(int signal) {
   return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
 }
 
+void SetUpStandardStreams() {
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (fcntl(stream, F_GETFD) >= 0) continue;
+    // The lowest free number is this one's.
+    if (open("/dev/null", O_RDWR) != stream) std::_Exit(kUsage);  // NOLINT: children inherit it
+  }
+  Drop(SIGPIPE);
+}
+
 void SetUpProcess() {
   close_range(3, ~0U, CLOSE_RANGE_CLOEXEC);  // an older system without it keeps what it has
   for (int signal = 1; signal < NSIG; ++signal) {
@@ -36,7 +49,6 @@ void SetUpProcess() {
   sigprocmask(SIG_SETMASK, &none, nullptr);
   // Whether children leave a status behind is for the blocks to rely on.
   std::signal(SIGCHLD, SIG_DFL);
-  Drop(SIGPIPE);
 }
 
 }  // namespace corvane::cli

@@ -4,6 +4,11 @@
 
 namespace corvane::cli {
 
+/// For every subcommand, first of all: opens /dev/null in place of a standard stream that is
+/// closed, so that no file or modem that is opened later takes its number and gets what is printed;
+/// and has a broken pipe be an error of the write, not the end of the process.
+void SetUpStandardStreams();
+
 /// Sees to it that a command which a block starts inherits nothing from this process or from the
 /// one that started it:
 ///   - descriptors that are open now become close-on-exec, but for standard input, output and
@@ -14,7 +19,6 @@ namespace corvane::cli {
 ///     instead, since they are how somebody ends a control program that a script has put into the
 ///     background;
 ///   - no signal stays blocked.
-/// A broken pipe is treated alike: a log reader that dies must not take the control program along.
 void SetUpProcess();
 
 /// Whether a signal is ignored now. SetUpProcess takes that away.

@@ -21,6 +21,7 @@
 #include "runtime/cli/addin_loading.h"
 #include "runtime/cli/commands.h"
 #include "runtime/cli/config_file.h"
+#include "runtime/cli/error_output.h"
 #include "runtime/cli/log_setup.h"
 #include "runtime/cli/messages.h"
 #include "runtime/cli/process_setup.h"
@@ -116,9 +117,10 @@ int RunProgram(const RunOptions& options, Scan& scan, WatchView* view) {
   return program.stop_status().value_or(kSuccess);
 }
 
-/// An error in the program: a message with a traceback, in lines.
-void PrintLuaError(const LuaError& error) {
-  fmt::print(stderr, "corvane: {}\n", Printable(error.what(), "\n\t"));
+/// Prints an error in the program, a message with a traceback in lines; returns the exit status.
+int Fail(const LuaError& error) {
+  WriteError(fmt::format("corvane: {}\n", Printable(error.what(), "\n\t")));
+  return dynamic_cast<const UnusableProgram*>(&error) != nullptr ? kUsage : kProgramFailed;
 }
 
 /// Loads the program and says whether it could run; no cycle, no modem port.
@@ -129,8 +131,7 @@ int Check(const RunOptions& options) {
     const std::lock_guard guard(TheScanLock());
     ControlProgram(options.program, options.arguments).Load();
   } catch (const LuaError& error) {
-    PrintLuaError(error);
-    return kProgramFailed;
+    return Fail(error);
   }
   fmt::print("{}: ok\n", Printable(options.program));
   return kSuccess;
@@ -162,7 +163,7 @@ int Run(const RunOptions& options) {
     status = RunProgram(options, scan, view.get());
   } catch (const LuaError& error) {
     view.reset();  // the message belongs on the terminal that is left
-    PrintLuaError(error);
+    status = Fail(error);
   }
   view.reset();
   if (scan.statistics().cycles() != 0) spdlog::info("{}", scan.statistics().Summary());
@@ -171,14 +172,15 @@ int Run(const RunOptions& options) {
 
 }  // namespace
 
-void AddRunCommand(CLI::App& app, Action& action) {
+void AddRunCommand(CLI::App& app, const std::vector<std::string>& words, Action& action) {
   auto options = std::make_shared<RunOptions>();
   CLI::App* command = app.add_subcommand("run", "Run a control program");
   command->add_option("program", options->program, "The control program, a Lua file")
       ->required()
       ->configurable(false)
       ->check(CheckProgram);
-  command->add_option("args", options->arguments, "Words for the program, behind --: plc.args");
+  // For the configuration; on the command line they follow `--`.
+  command->add_option("--args", options->arguments)->group("");
   command->add_option("--cycle", options->period, "Time from one cycle to the next; 0: no pause")
       ->check(CheckDuration)
       ->capture_default_str();
@@ -214,7 +216,8 @@ void AddRunCommand(CLI::App& app, Action& action) {
       "gives to plc.stop; 1 after an error in the program; 2 for wrong usage. A second Ctrl-C ends "
       "a\n"
       "cycle that does not end.");
-  command->callback([options, &action] {
+  command->callback([options, &words, &action] {
+    if (!words.empty()) options->arguments = words;
     action = [options] { return options->check ? Check(*options) : Run(*options); };
   });
 }

@@ -21,7 +21,10 @@ std::string ExtraWord(const CLI::App& chosen, const std::string& word) {
   if (const std::string known = KnownSubcommands(chosen); !known.empty()) {
     return fmt::format("'{}' is no subcommand; known are {}", word, known);
   }
-  return fmt::format("'{}' is one word too many; a value with blanks stands in quotes", word);
+  if (chosen.get_name() == "run") {
+    return fmt::format("'{}' is one word too many; words for the program go after --", word);
+  }
+  return fmt::format("'{}' is one word too many; put a value with blanks in quotes", word);
 }
 
 /// Something that must be there is not.
@@ -42,7 +45,7 @@ std::string WrongNumber(const CLI::App& chosen, const std::string& what) {
   const std::string name = what.substr(0, what.find(':'));
   const CLI::Option* option = chosen.get_option_no_throw(name);
   if (option != nullptr && option->count() > 1) return name + " is given twice; give it once";
-  return name + ": its value is missing; write it behind the name";
+  return name + ": its value is missing; write it after the name";
 }
 
 /// A value could not be converted: all but those of flags have been looked at before.

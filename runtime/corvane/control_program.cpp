@@ -60,7 +60,9 @@ ControlProgram::ControlProgram(const std::filesystem::path& file,
 
 void ControlProgram::Load() {
   lua_State* L = lua_.state();
-  if (luaL_loadfilex(L, file_.c_str(), "t") != LUA_OK) {  // text only: bytecode is not checked
+  // Text only: nobody checks bytecode.
+  const int status = luaL_loadfilex(L, file_.c_str(), "t");
+  if (status != LUA_OK) {
     std::string message = lua_tostring(L, -1);
     lua_pop(L, 1);
     // All other messages begin with the file's name.
@@ -68,13 +70,16 @@ void ControlProgram::Load() {
       message =
           file_.string() + ": the program is precompiled; give the Lua source it was made from";
     }
-    throw LuaError(message);
+    // Short of memory, it may work the next time.
+    if (status == LUA_ERRMEM) throw LuaError(message);
+    throw UnusableProgram(message);
   }
   Call(0);
   if (plc_.stop_status) return;
   if (!HasCycle(L)) {
-    throw LuaError(file_.string() +
-                   ": the program has no global function cycle(); it is what runs once per cycle");
+    throw UnusableProgram(
+        file_.string() +
+        ": the program has no global function cycle(), which is what runs in each cycle");
   }
 }
 
@@ -89,10 +94,10 @@ void ControlProgram::Call(int arguments) {
   try {
     ProtectedCall(lua_.state(), arguments, 0);
   } catch (const ExitRequest&) {
-    // Its status stands in plc_.
-  } catch (const LuaError&) {
-    // Raised in a finalizer or a coroutine, the request arrives as another error.
-    if (!plc_.exit_requested) throw;
+    // plc_ has the status.
+  } catch (const FinalizerError& error) {
+    // Raised in a finalizer, the request arrives without its value.
+    if (!plc_.exit_requested || !error.LostItsValue()) throw;
   }
 }
 

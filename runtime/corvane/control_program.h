@@ -14,6 +14,12 @@
 
 namespace corvane {
 
+/// A file that no restart makes a program: it is not valid Lua, or leaves no function `cycle`.
+class UnusableProgram : public LuaError {
+ public:
+  using LuaError::LuaError;
+};
+
 class ControlProgram {
  public:
   /// Prepares the Lua environment; the file's folder is searched first by `require`.
@@ -24,8 +30,9 @@ class ControlProgram {
   ControlProgram(const ControlProgram&) = delete;
   ControlProgram& operator=(const ControlProgram&) = delete;
 
-  /// Runs the file. Throws LuaError on a syntax error (with file and line), on an error while it
-  /// runs, and when it leaves no global function `cycle`, unless it has asked to stop.
+  /// Runs the file. Throws UnusableProgram on a syntax error (with file and line) and when the file
+  /// leaves no global function `cycle`, unless it has asked to stop; LuaError on an error while it
+  /// runs.
   void Load();
   /// Calls `cycle()` with plc.cycle = `number`. Throws LuaError.
   void Cycle(std::uint64_t number);

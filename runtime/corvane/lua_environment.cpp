@@ -2,7 +2,9 @@
 #include "runtime/corvane/lua_environment.h"
 
 #include <string>
+#include <string_view>
 
+#include "runtime/corvane/os_execute.h"
 #include "runtime/corvane/st_library.h"
 #include "runtime/corvaneshare/elementary_types.h"
 #include "runtime/corvaneshare/live_blocks.h"
@@ -96,6 +98,10 @@ void HideMetatable(lua_State* L, const char* type_name) {
 /// Runs in protected mode, so that a failing allocation is an error and no abort.
 int OpenEverything(lua_State* L) {
   luaL_openlibs(L);
+  lua_getglobal(L, "os");
+  lua_pushcfunction(L, ExecuteCommand);
+  lua_setfield(L, -2, "execute");
+  lua_settop(L, 0);
   OpenTypes(L);
   for (const StLibrary& library : RegisteredStLibraries()) {
     if (library.opener(L) < 0) {
@@ -112,6 +118,10 @@ int OpenEverything(lua_State* L) {
 
 const char kExitRequest = 0;
 
+bool FinalizerError::LostItsValue() const {
+  return std::string_view(what()).ends_with("(no message)");
+}
+
 void ProtectedCall(lua_State* L, int arguments, int results) {
   const int handler = lua_gettop(L) - arguments;
   lua_pushcfunction(L, AddTraceback);
@@ -123,10 +133,11 @@ void ProtectedCall(lua_State* L, int arguments, int results) {
     lua_pop(L, 1);
     throw ExitRequest();
   }
-  const char* message = lua_tostring(L, -1);
-  const LuaError error(message != nullptr ? message : "unknown error");
+  const char* text = lua_tostring(L, -1);
+  const std::string message(text != nullptr ? text : "unknown error");
   lua_pop(L, 1);
-  throw error;
+  if (status == LUA_ERRGCMM) throw FinalizerError(message);
+  throw LuaError(message);
 }
 
 void LuaEnvironment::Close::operator()(lua_State* L) const {

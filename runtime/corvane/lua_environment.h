@@ -17,6 +17,14 @@ class LuaError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+/// An error in a finalizer. Lua passes on its message, but no other value.
+class FinalizerError : public LuaError {
+ public:
+  using LuaError::LuaError;
+  /// Whether what was raised was no text.
+  [[nodiscard]] bool LostItsValue() const;
+};
+
 /// A program asked to end at once. Raised in Lua as the light userdata &kExitRequest.
 class ExitRequest : public std::exception {};
 extern const char kExitRequest;

@@ -198,7 +198,7 @@ def test_leaves_the_terminal_on_every_end():
     assert terminal.wait_for_end() == 0
 
     terminal = Terminal("x = = 1")
-    assert terminal.wait_for_end() == 1
+    assert terminal.wait_for_end() == 2
 
     terminal = Terminal("function cycle() end", "--addin", __file__)  # which is not a library
     assert terminal.wait_for_end() == 2

@@ -87,15 +87,15 @@ TEST_F(RunTest, AnUnreadableProgramIsOneClearLine) {
   ExpectUsageError(RunWords({path}), "loop.lua");
 }
 
-TEST_F(RunTest, ASyntaxErrorNamesFileAndLineAndGives1) {
+TEST_F(RunTest, ASyntaxErrorNamesFileAndLineAndGives2) {
   const auto result = RunText("x = = 1");
-  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.status, 2);
   EXPECT_THAT(result.err, StartsWith("corvane: " + Path("program.lua") + ":1: unexpected symbol"));
 }
 
-TEST_F(RunTest, AProgramWithoutCycleGives1) {
+TEST_F(RunTest, AProgramWithoutCycleGives2) {
   const auto result = RunText("x = 1");
-  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.status, 2);
   EXPECT_THAT(result.err, HasSubstr("no global function cycle()"));
 }
 
@@ -195,19 +195,29 @@ TEST_F(RunTest, CheckLoadsTheProgramAndRunsNoCycle) {
   EXPECT_EQ(result.err, "");
 }
 
-TEST_F(RunTest, CheckTellsWhatIsWrongWithStatus1) {
-  const std::vector<std::pair<std::string, std::string>> programs{
-      {"x = = 1", "program.lua:1: unexpected symbol"},
-      {"error('no sensor')", "program.lua:1: no sensor"},
-      {"x = 1", "no global function cycle()"},
-      {"SEND_SMS.new(5)", "table expected"}};
-  for (const auto& [text, message] : programs) {
-    const auto result = RunWords({Write(text), "--check"});
-    EXPECT_EQ(result.status, 1);
+TEST_F(RunTest, CheckTellsWhatIsWrong) {
+  struct Case {
+    std::string program;
+    int status;
+    std::string message;
+  };
+  for (const Case& c : {Case{"x = = 1", 2, "program.lua:1: unexpected symbol"},
+                        Case{"error('no sensor')", 1, "program.lua:1: no sensor"},
+                        Case{"x = 1", 2, "no global function cycle()"},
+                        Case{"SEND_SMS.new(5)", 1, "table expected"}}) {
+    const auto result = RunWords({Write(c.program), "--check"});
+    EXPECT_EQ(result.status, c.status) << c.program;
     EXPECT_EQ(result.out, "");
     EXPECT_THAT(result.err, StartsWith("corvane: "));
-    EXPECT_THAT(result.err, HasSubstr(message));
+    EXPECT_THAT(result.err, HasSubstr(c.message));
   }
+}
+
+TEST_F(RunTest, ASecondProgramIsAnErrorThatTellsWhereWordsGo) {
+  const std::string program = Write("plc.stop()");
+  ExpectUsageError(RunWords({program, program}),
+                   "program.lua' is one word too many; words for the program go after --");
+  ExpectUsageError(RunWords({program, "word", "--", "word"}), "'word' is one word too many");
 }
 
 TEST_F(RunTest, CheckOfAProgramThatStopsWhileItLoadsIsOk) {
@@ -308,6 +318,53 @@ TEST_F(RunTest, OsExitEndsWithItsStatusFromAFinalizerOrACoroutineToo) {
   EXPECT_EQ(result.status, 5);
   EXPECT_THAT(result.err, testing::Not(HasSubstr("__gc")));
 }
+
+TEST_F(RunTest, AnErrorAfterACaughtOsExitIsPrintedAndGives1) {
+  for (const char* error : {"error('no sensor')",
+                            "setmetatable({}, {__gc = function() error('no sensor') end}) "
+                            "collectgarbage()"}) {
+    const auto result =
+        RunText(std::string("function cycle() pcall(os.exit, 5) ") + error + " end");
+    EXPECT_EQ(result.status, 1) << error;
+    EXPECT_THAT(result.err, HasSubstr("no sensor"));
+  }
+}
+
+/// A program that waits for a command, in a process group of its own, as a shell starts one on a
+/// terminal, where Ctrl-C reaches all of it.
+class InterruptTest : public RunTest, public testing::WithParamInterface<const char*> {
+ protected:
+  InterruptTest()
+      : command_({"/usr/bin/setsid", CORVANE, "run", "--cycle", "1ms",
+                  Write(std::string("function cycle() ") + GetParam() + " end")}) {
+    started_ = test_support::WaitFor([&] { return command_.out() == "started\n"; });
+  }
+  ~InterruptTest() override { kill(-command_.pid(), SIGKILL); }
+
+  Command command_;
+  bool started_ = false;
+};
+
+TEST_P(InterruptTest, EndsTheCommandAndTheProgram) {
+  ASSERT_TRUE(started_);
+  kill(-command_.pid(), SIGINT);
+  ASSERT_TRUE(test_support::WaitFor([&] { return command_.HasEnded(); }));
+  EXPECT_EQ(command_.Wait().status, 0);
+}
+
+TEST_P(InterruptTest, OfTheProgramAloneEndsItTheSecondTime) {
+  ASSERT_TRUE(started_);
+  // Two signals that come close together may count as one, so it is sent until it shows.
+  EXPECT_TRUE(test_support::WaitFor([&] {
+    command_.Signal(SIGINT);
+    return command_.HasEnded();
+  }));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    OfAProgramThatWaits, InterruptTest,
+    testing::Values("os.execute('echo started; exec sleep 1000')",
+                    "io.popen('echo started >/proc/$PPID/fd/1; exec sleep 1000'):read()"));
 
 TEST_F(RunTest, BlocksAreCollectedBeforeTheProcessEnds) {
   const auto result = RunText(

@@ -119,6 +119,24 @@ TEST_F(RunModemTest, DebugShowsExchangesButNoPinAndTraceShowsAll) {
   }
 }
 
+TEST_F(RunModemTest, WhatTheModemSaysReachesNoTerminalAsACommand) {
+  for (const std::string level : {"info", "debug", "trace"}) {
+    ModemPeer peer([](ModemPeer& modem, const std::string&) {
+      modem.Send("\r\n+\x1B[2J\x07\xC2\x9B\r\n\r\n+CMS ERROR: \x1B[2J\x9B\r\n");
+    });
+    Command run(Words("local r = READ_SMS.new{Port = 1, Read = true} function cycle() r() end",
+                      {"--log-level", level, "--modem", "1=" + peer.Target() + ",init=AT+CSQ"}));
+    ASSERT_TRUE(peer.WaitForRequests(10));
+    run.Signal(SIGTERM);
+    const CommandResult result = run.Wait();
+    EXPECT_EQ(result.status, 0);
+    EXPECT_THAT(result.err, HasSubstr("\\x1B[2J")) << level;
+    for (const char* control : {"\x1B", "\x07", "\r", "\xC2\x9B", "\x9B"}) {
+      EXPECT_THAT(result.err, testing::Not(HasSubstr(control))) << level;
+    }
+  }
+}
+
 TEST_F(RunModemTest, TheProgramEndsWhileAnExchangeIsOpen) {
   ModemPeer peer([](ModemPeer& self, const std::string& request) {
     if (request != "AT+CMGF=0\r") SayOk(self, request);

@@ -20,16 +20,16 @@ void Expect(const std::vector<std::string>& words, const std::string& message) {
 
 TEST(UsageMessage, ForAnOptionGivenTooOften) {
   Expect({"blocks", "--addin", ADDIN_FILE, "--addin"},
-         "--addin: its value is missing; write it behind the name (try corvane blocks --help)");
+         "--addin: its value is missing; write it after the name (try corvane blocks --help)");
   Expect({"modem", "--seed", "1", "--seed", "2"},
          "--seed is given twice; give it once (try corvane modem --help)");
 }
 
 TEST(UsageMessage, ForAnOptionWithoutItsValue) {
   Expect({"modem", "--seed"},
-         "--seed: its value is missing; write it behind the name (try corvane modem --help)");
+         "--seed: its value is missing; write it after the name (try corvane modem --help)");
   Expect({"pdu", "encode", "--to"},
-         "--to: its value is missing; write it behind the name (try corvane pdu encode --help)");
+         "--to: its value is missing; write it after the name (try corvane pdu encode --help)");
 }
 
 TEST(UsageMessage, ForAValueThatTheOptionDoesNotHave) {
@@ -45,9 +45,9 @@ TEST(UsageMessage, ForAValueThatTheOptionDoesNotHave) {
 }
 
 TEST(UsageMessage, ForAWordTooMany) {
-  Expect({"modem", "foo"},
-         "'foo' is one word too many; a value with blanks stands in quotes (try corvane modem "
-         "--help)");
+  Expect(
+      {"modem", "foo"},
+      "'foo' is one word too many; put a value with blanks in quotes (try corvane modem --help)");
   Expect({"blocks", "--colour"}, "there is no option --colour (try corvane blocks --help)");
   Expect({"pdu", "decode", "--xml"}, "there is no option --xml (try corvane pdu decode --help)");
 }
