@@ -27,6 +27,7 @@
 #include "runtime/cli/process_setup.h"
 #include "runtime/cli/watch_view.h"
 #include "runtime/corvane/control_program.h"
+#include "runtime/corvane/cycle_watchdog.h"
 #include "runtime/corvane/scan.h"
 #include "runtime/corvane/state_folder.h"
 #include "runtime/modem_driver/modem_port_driver.h"
@@ -97,17 +98,24 @@ class Unlocked {
   std::unique_lock<ScanLock>& lock_;
 };
 
+void Load(ControlProgram& program, CycleWatchdog& watchdog) {
+  const CycleWatchdog::Cycle file(watchdog, 0);
+  program.Load();
+}
+
 /// Loads and runs the program; returns its exit status. Throws LuaError.
 int RunProgram(const RunOptions& options, Scan& scan, WatchView* view) {
   std::unique_lock lock(TheScanLock());  // the program is made, loaded and closed under it, too
   ControlProgram program(options.program, options.arguments);
   if (view != nullptr) view->Follow(program.lua());
-  program.Load();
+  CycleWatchdog watchdog(program.lua());
+  Load(program, watchdog);
   if (view != nullptr) view->Update(scan.statistics());
   if (!program.stop_status()) {
     const Unlocked unlocked(lock);
     scan.Run(
-        [&program, &scan, view](std::uint64_t number) {
+        [&program, &scan, &watchdog, view](std::uint64_t number) {
+          const CycleWatchdog::Cycle cycle(watchdog, number);
           program.Cycle(number);
           if (view != nullptr) view->Update(scan.statistics());
           return !program.stop_status();

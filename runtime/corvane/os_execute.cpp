@@ -7,7 +7,8 @@
 
 #include <array>
 #include <cerrno>
-#include <cstdlib>
+
+#include "runtime/corvane/call_tracking.h"
 
 namespace corvane {
 namespace {
@@ -33,7 +34,10 @@ int RunInShell(const char* command) {
 
 int ExecuteCommand(lua_State* L) {
   const char* command = luaL_optstring(L, 1, nullptr);
-  if (command != nullptr) return luaL_execresult(L, RunInShell(command));
+  if (command != nullptr) {
+    const CallScope scope(L, "os.execute");
+    return luaL_execresult(L, RunInShell(command));
+  }
   lua_pushboolean(L, access("/bin/sh", X_OK) == 0);
   return 1;
 }

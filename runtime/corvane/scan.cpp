@@ -51,6 +51,7 @@ ScanClock::TimePoint Scan::NextDeadline(ScanClock::TimePoint deadline, ScanClock
   const ScanClock::TimePoint next = deadline + options_.period;
   if (next >= now) return next;
   statistics_.AddOverrun();
+  overrun_log_.Note(statistics_.cycles(), now, now - deadline, options_.period);
   const auto left_out = (now - next + options_.period - Nanoseconds(1)) / options_.period;
   return next + left_out * options_.period;
 }

@@ -7,6 +7,7 @@
 
 #include "runtime/corvane/cycle_statistics.h"
 #include "runtime/corvane/duration.h"
+#include "runtime/corvane/overrun_log.h"
 #include "runtime/corvane/scan_clock.h"
 #include "runtime/corvane/scan_lock.h"
 
@@ -38,7 +39,7 @@ class Scan {
  private:
   [[nodiscard]] bool RunCycle(const std::function<bool(std::uint64_t)>& cycle,
                               ScanClock::TimePoint deadline);
-  /// The next start after `now`; counts an overrun.
+  /// The next start after `now`; counts and logs an overrun.
   [[nodiscard]] ScanClock::TimePoint NextDeadline(ScanClock::TimePoint deadline,
                                                   ScanClock::TimePoint now);
 
@@ -46,6 +47,7 @@ class Scan {
   ScanClock& clock_;
   ScanLock& lock_;
   CycleStatistics statistics_;
+  OverrunLog overrun_log_;
 };
 
 }  // namespace corvane

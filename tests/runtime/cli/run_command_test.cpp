@@ -366,6 +366,27 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values("os.execute('echo started; exec sleep 1000')",
                     "io.popen('echo started >/proc/$PPID/fd/1; exec sleep 1000'):read()"));
 
+TEST_F(RunTest, ACycleThatABlockHoldsIsReportedWithTheLineWhileItLasts) {
+  Command command(Words(
+      {Write("local fb = SysProcessCreateWithResult.new { Command = 'sleep 5', Run = true }\n"
+             "function cycle()\n"
+             "  fb()\n"
+             "end")}));
+  EXPECT_TRUE(test_support::WaitFor([&] {
+    return command.err().find(": it is in SysProcessCreateWithResult, called at " +
+                              Path("program.lua") + ":3\n") != std::string::npos;
+  })) << command.err();
+  EXPECT_THAT(command.err(), HasSubstr(" warning cycle 1 has been running for 1"));
+}
+
+TEST_F(RunTest, AnOverrunIsReportedWhenItHappens) {
+  Command command(Words(
+      {Write("function cycle() local t = plc.clock() while plc.clock() - t < 0.02 do end end"),
+       "--cycle", "10ms"}));
+  EXPECT_TRUE(test_support::WaitFor(
+      [&] { return command.err().find(" warning overrun: cycle 1 ended ") != std::string::npos; }));
+}
+
 TEST_F(RunTest, BlocksAreCollectedBeforeTheProcessEnds) {
   const auto result = RunText(
       "keep = setmetatable({}, {__gc = function() print('collected') end})\n"

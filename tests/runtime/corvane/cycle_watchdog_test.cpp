@@ -1,0 +1,135 @@
+// SPDX-License-Identifier: MIT
+#include "runtime/corvane/cycle_watchdog.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "runtime/corvane/call_tracking.h"
+#include "runtime/corvane/lua_environment.h"
+#include "tests/support/captured_log.h"
+#include "tests/support/wait_for.h"
+
+namespace corvane {
+namespace {
+
+using std::chrono::hours;
+using std::chrono::milliseconds;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::MatchesRegex;
+
+class CycleWatchdogTest : public testing::Test {
+ protected:
+  CycleWatchdogTest() {
+    test_support::TakeLog();
+    lua_pushcfunction(L(), Enough);
+    lua_setglobal(L(), "enough");
+  }
+  lua_State* L() const { return lua_.state(); }
+  void Run(const std::string& program) const {
+    ASSERT_EQ(luaL_loadbuffer(L(), program.data(), program.size(), "@pump.lua"), LUA_OK);
+    ProtectedCall(L(), 0, 0);
+  }
+  /// Runs it as a cycle. In it, `enough(n)` tells whether the log has n lines.
+  std::vector<std::string> RunCycle(CycleWatchdog& watchdog, const std::string& program,
+                                    std::uint64_t number = 7) {
+    logged_.clear();
+    const CycleWatchdog::Cycle cycle(watchdog, number);
+    Run(program);
+    return logged_;
+  }
+
+ private:
+  static int Enough(lua_State* L) {
+    for (std::string& line : test_support::TakeLog()) logged_.push_back(std::move(line));
+    const bool enough = logged_.size() >= static_cast<std::size_t>(luaL_checkinteger(L, 1));
+    lua_pushboolean(L, enough ? 1 : 0);
+    return 1;
+  }
+
+  static std::vector<std::string> logged_;
+  LuaEnvironment lua_;
+};
+std::vector<std::string> CycleWatchdogTest::logged_;
+
+TEST_F(CycleWatchdogTest, TellsTheLineOnceForEachLimit) {
+  CycleWatchdog watchdog(L(), {milliseconds(20), milliseconds(60)});
+  EXPECT_THAT(RunCycle(watchdog, "local x\n\nwhile not enough(2) do x = 1 end"),
+              ElementsAre(MatchesRegex("warning cycle 7 has been running for .*: it is at "
+                                       "pump.lua:3"),
+                          MatchesRegex("warning cycle 7 has been running for .*: it is at "
+                                       "pump.lua:3")));
+}
+
+TEST_F(CycleWatchdogTest, StartsAgainWithEachCycle) {
+  CycleWatchdog watchdog(L(), {milliseconds(20), hours(1)});
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(RunCycle(watchdog, "while not enough(1) do end").size(), 1u);
+  }
+}
+
+TEST_F(CycleWatchdogTest, IsSilentBetweenCyclesAndAboutShortOnes) {
+  CycleWatchdog watchdog(L(), {hours(1)});
+  EXPECT_THAT(RunCycle(watchdog, "for i = 1, 100000 do end"), IsEmpty());
+  EXPECT_THAT(test_support::TakeLog(), IsEmpty());
+}
+
+TEST_F(CycleWatchdogTest, TellsTheProgramsFileFromACycle) {
+  CycleWatchdog watchdog(L(), {milliseconds(20)});
+  EXPECT_THAT(RunCycle(watchdog, "while not enough(1) do end", 0),
+              ElementsAre(MatchesRegex("warning the program's file has been running for .*")));
+}
+
+TEST_F(CycleWatchdogTest, LeavesTheProgramsOwnHookInPlace) {
+  CycleWatchdog watchdog(L(), {milliseconds(20)});
+  RunCycle(watchdog,
+           "function hook() end debug.sethook(hook, 'l')\n"
+           "while not enough(1) do end\n"
+           "kept = debug.gethook() == hook debug.sethook()");
+  lua_getglobal(L(), "kept");
+  EXPECT_TRUE(lua_toboolean(L(), -1));
+}
+
+TEST_F(CycleWatchdogTest, TellsTheFunctionThatHoldsTheCycle) {
+  CycleWatchdog watchdog(L(), {milliseconds(20)});
+  EXPECT_THAT(RunCycle(watchdog, "\nwhile not enough(1) do os.execute('sleep 0.1') end"),
+              ElementsAre(MatchesRegex("warning cycle 7 has been running for .*: it is in "
+                                       "os.execute, called at pump.lua:2")));
+}
+
+TEST_F(CycleWatchdogTest, SaysWhenThereIsNoLine) {
+  CycleWatchdog watchdog(L(), {milliseconds(20)});
+  EXPECT_THAT(RunCycle(watchdog, "coroutine.wrap(function() while not enough(1) do end end)()"),
+              ElementsAre(MatchesRegex("warning .*: it is in a coroutine, or in a function that is "
+                                       "not written in Lua")));
+}
+
+/// A call that is known, made from Lua. What it sees goes into `seen`.
+TrackedCall seen;
+int LookAtCall(lua_State* L) {
+  const CallScope scope(L, "LOOK");
+  seen = CurrentCall().value_or(TrackedCall{});
+  return 0;
+}
+
+TEST_F(CycleWatchdogTest, KnowsTheLineOfTheFirstCallsOfACycleAndTheNameOfAll) {
+  lua_pushcfunction(L(), LookAtCall);
+  lua_setglobal(L(), "look");
+  StartCycle();
+  Run("for i = 1, " + std::to_string(kNotedCalls) + " do\nlook() end");
+  EXPECT_EQ(seen.what, "LOOK");
+  EXPECT_EQ(seen.where, "pump.lua:2");
+  Run("look()");
+  EXPECT_EQ(seen.what, "LOOK");
+  EXPECT_EQ(seen.where, "");
+  StartCycle();
+  Run("\n\npcall(look)");
+  EXPECT_EQ(seen.where, "pump.lua:3");
+  EXPECT_FALSE(CurrentCall().has_value());
+}
+
+}  // namespace
+}  // namespace corvane
