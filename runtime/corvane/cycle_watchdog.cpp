@@ -59,7 +59,7 @@ std::string AskPlcTask(pthread_t plc_task) {
   return answer;
 }
 
-int Track(lua_State* L) {
+int TrackCallsProtected(lua_State* L) {
   TrackBlockCalls(L);
   return 0;
 }
@@ -68,7 +68,7 @@ int Track(lua_State* L) {
 
 CycleWatchdog::CycleWatchdog(lua_State* L, std::vector<Nanoseconds> limits)
     : limits_(std::move(limits)), plc_task_(pthread_self()) {
-  lua_pushcfunction(L, Track);
+  lua_pushcfunction(L, TrackCallsProtected);
   ProtectedCall(L, 0, 0);
   watched = L;
   struct sigaction action {};
