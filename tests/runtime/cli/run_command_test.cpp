@@ -367,11 +367,11 @@ INSTANTIATE_TEST_SUITE_P(
                     "io.popen('echo started >/proc/$PPID/fd/1; exec sleep 1000'):read()"));
 
 TEST_F(RunTest, ACycleThatABlockHoldsIsReportedWithTheLineWhileItLasts) {
-  Command command(Words(
-      {Write("local fb = SysProcessCreateWithResult.new { Command = 'sleep 5', Run = true }\n"
-             "function cycle()\n"
-             "  fb()\n"
-             "end")}));
+  Command command(
+      Words({Write("local fb = SysProcessCreateWithResult.new { Command = 'sleep 5', Run = true }\n"
+                   "function cycle()\n"
+                   "  fb()\n"
+                   "end")}));
   EXPECT_TRUE(test_support::WaitFor([&] {
     return command.err().find(": it is in SysProcessCreateWithResult, called at " +
                               Path("program.lua") + ":3\n") != std::string::npos;
