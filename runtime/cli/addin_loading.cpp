@@ -21,7 +21,7 @@ std::string CheckAddin(const std::string& file) {
     return fmt::format("add-in {} does not exist; check the path", file);
   }
   if (!std::filesystem::is_regular_file(status)) {
-    return fmt::format("{} is no file, and so no add-in; check the path", file);
+    return fmt::format("{} is not a file, so it cannot be an add-in; check the path", file);
   }
   return {};
 }

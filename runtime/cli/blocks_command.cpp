@@ -54,7 +54,7 @@ int PushBlockTypes(lua_State* L) {
   return 1;
 }
 
-/// A type without metadata has no variables to show, which is said.
+/// A type without metadata has no variables to show, which is reported.
 BlockType ReadBlockType(lua_State* L, const std::string& name) {
   BlockType block{name, {}};
   lua_pushlstring(L, name.data(), name.size());

@@ -15,7 +15,7 @@ namespace corvane::cli {
 
 std::string CheckDuration(const std::string& text) {
   if (ParseDuration(text)) return {};
-  return fmt::format("'{}' is no duration; write a number and a unit, such as 100ms, 2s or 0",
+  return fmt::format("'{}' is not a duration; write a number and a unit, such as 100ms, 2s or 0",
                      text);
 }
 
@@ -30,7 +30,7 @@ CLI::Validator WholeNumber(std::uint64_t lowest, std::uint64_t highest) {
     const auto [rest, error] = std::from_chars(text.data(), end, number);
     const bool whole = error == std::errc() && rest == end;
     if (whole && number >= lowest && number <= highest) return {};
-    return fmt::format("'{}' is no whole number from {} to {}", text, lowest, highest);
+    return fmt::format("'{}' is not a whole number from {} to {}", text, lowest, highest);
   };
   return {check, ""};
 }

@@ -22,10 +22,11 @@ struct Setting {
 };
 
 /// The setting that a line holds. Throws CLI::ConfigError. (The library's own reader would take a
-/// modem with its settings behind commas for several values, and pass over short lines.)
+/// modem with its settings after commas for several values, and skip short lines.)
 Setting ParseLine(const std::string& line) {
   const std::size_t equals = line.find('=');
-  if (equals == std::string::npos) throw CLI::ConfigError("'" + line + "' is no name = value");
+  if (equals == std::string::npos)
+    throw CLI::ConfigError("'" + line + "' is not of the form name = value");
   Setting setting{CLI::detail::trim_copy(line.substr(0, equals)),
                   CLI::detail::trim_copy(line.substr(equals + 1))};
   std::string& value = setting.value;
@@ -99,7 +100,7 @@ void AddConfigOption(CLI::App& command) {
       ->check(CheckNotEmpty)
       ->configurable(false);
   command.get_help_ptr()->configurable(false);
-  // Behind the command line, and in front of the subcommand's own callback.
+  // After the command line, and before the subcommand's own callback.
   command.parse_complete_callback([path, &command] {
     if (!path->empty()) ReadConfig(command, *path);
   });

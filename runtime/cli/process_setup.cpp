@@ -47,7 +47,7 @@ void SetUpProcess() {
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
-  // Whether children leave a status behind is for the blocks to rely on.
+  // The blocks rely on the statuses of their children, which an ignored SIGCHLD would discard.
   std::signal(SIGCHLD, SIG_DFL);
 }
 

@@ -53,7 +53,7 @@ std::string CheckProgram(const std::string& path) {
   const auto status = std::filesystem::status(path, error);
   if (!std::filesystem::exists(status)) return "program '" + path + "' does not exist";
   if (std::filesystem::is_directory(status))
-    return "'" + path + "' is a folder, no control program";
+    return "'" + path + "' is a folder, not a control program";
   const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path.c_str(), "re"), std::fclose);
   if (file == nullptr) {
     return fmt::format("program {} cannot be read: {}", path,
@@ -62,9 +62,9 @@ std::string CheckProgram(const std::string& path) {
   return {};
 }
 
-/// Whether `device` cannot be a serial line. A device that is not there, or not to be opened now,
-/// may be later: the ports wait for it. It is not opened to ask for more, since that would raise
-/// and drop the line's signals, which some modems take for an order to start anew.
+/// Whether `device` cannot be a serial line. A device that is missing, or cannot be opened now, may
+/// be usable later: the ports wait for it. It is not opened to find out more, since that would
+/// raise and drop the line's signals, which restarts some modems.
 bool IsNoSerialDevice(const std::string& device) {
   struct stat status {};
   if (stat(device.c_str(), &status) != 0) return false;
@@ -72,13 +72,13 @@ bool IsNoSerialDevice(const std::string& device) {
   return !S_ISCHR(status.st_mode) || major(status.st_rdev) == kMemoryDevices;
 }
 
-/// Throws CLI::ValidationError for modems that cannot be meant.
+/// Throws CLI::ValidationError for a target that cannot be a modem.
 void CheckModems(const std::vector<std::string>& modems) {
   try {
     for (const ModemTarget& target : ParseModemTargets(modems)) {
       if (IsNoSerialDevice(target.device)) {
         throw ModemTargetError(target.device +
-                               " is no serial device; write a device such as /dev/ttyUSB0");
+                               " is not a serial device; write a device such as /dev/ttyUSB0");
       }
     }
   } catch (const ModemTargetError& error) {
@@ -157,9 +157,9 @@ int Run(const RunOptions& options) {
     }
     view = std::make_unique<WatchView>(options.program);
   }
-  SystemScanClock clock(hangup);  // from here on the key q, a signal, ends in good order
+  SystemScanClock clock(hangup);  // from here on the key q, which is a signal, ends properly
   SetUpLog(options.log_level);
-  // Output to a file or a pipe leaves line by line, too, and a failing program loses none of it.
+  // Output to a file or a pipe is also written line by line, and a failing program loses none.
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
   const auto addins = LoadAddins(options.addins);
   const ModemPortDriver modems(ParseModemTargets(options.modems), TheScanLock(),
@@ -170,7 +170,7 @@ int Run(const RunOptions& options) {
   try {
     status = RunProgram(options, scan, view.get());
   } catch (const LuaError& error) {
-    view.reset();  // the message belongs on the terminal that is left
+    view.reset();  // the message belongs on the restored terminal
     status = Fail(error);
   }
   view.reset();
@@ -201,7 +201,7 @@ void AddRunCommand(CLI::App& app, const std::vector<std::string>& words, Action&
             CheckModems(modems);
             options->modems = modems;
           },
-          "PORT=DEVICE or PORT=tcp:HOST:PORT, with ,SETTING=VALUE behind it (baud, flow,\n"
+          "PORT=DEVICE or PORT=tcp:HOST:PORT, followed by ,SETTING=VALUE (baud, flow,\n"
           "patience, poll, prompt-pause, init): the modem that blocks find under Port;\n"
           "repeatable. See docs/modem.md")
       ->expected(1)
@@ -218,12 +218,13 @@ void AddRunCommand(CLI::App& app, const std::vector<std::string>& words, Action&
   command->footer(
       "Example: corvane run disk_watch.lua --cycle 500ms -- /var\n"
       "         corvane run alarm.lua --modem 1=/dev/ttyUSB0,baud=115200,patience=60s\n\n"
-      "The file runs once, then its function cycle() once per cycle. Ctrl-C ends the program "
-      "after\n"
-      "the running cycle; SIGUSR1 logs the cycle statistics. Exit status: 0, or what the program\n"
-      "gives to plc.stop; 1 after an error in the program; 2 for wrong usage. A second Ctrl-C ends "
-      "a\n"
-      "cycle that does not end.");
+      "The file runs once, then its function cycle() once per cycle. The words after -- are for "
+      "the\n"
+      "program. Ctrl-C ends the program after the running cycle, a second one at once; SIGUSR1 "
+      "logs\n"
+      "the cycle statistics. Exit status: 0, or what the program passes to plc.stop; 1 after an "
+      "error\n"
+      "in the program or in writing its output; 2 for wrong usage or a syntax error.");
   command->callback([options, &words, &action] {
     if (!words.empty()) options->arguments = words;
     action = [options] { return options->check ? Check(*options) : Run(*options); };

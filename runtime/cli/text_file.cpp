@@ -22,7 +22,7 @@ std::string ReadText(const std::string& role, const std::string& path) {
   while (file.read(block.data(), block.size()) || file.gcount() > 0) {
     const std::string_view read(block.data(), static_cast<std::size_t>(file.gcount()));
     if (read.find('\0') != std::string_view::npos) {
-      throw TextFileError(fmt::format("{} {} is no text file", role, path));
+      throw TextFileError(fmt::format("{} {} is not a text file", role, path));
     }
     text += read;
     if (text.size() > kLongestTextFile) {  // it may never end

@@ -19,7 +19,7 @@ class TextFileError : public std::runtime_error {
 /// be a pipe or a terminal, too, and is read to its end. `role`, such as "scenario", says in an
 /// error what the file is for.
 ///
-/// Throws TextFileError for a file that cannot be read, that holds a NUL and so is no text, or
+/// Throws TextFileError for a file that cannot be read, that contains a NUL and so is not text, or
 /// that has more than kLongestTextFile octets.
 [[nodiscard]] std::vector<std::string> ReadLines(const std::string& role, const std::string& path);
 

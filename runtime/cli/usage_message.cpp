@@ -19,7 +19,7 @@ std::string KnownSubcommands(const CLI::App& command) {
 std::string ExtraWord(const CLI::App& chosen, const std::string& word) {
   if (word.starts_with('-')) return fmt::format("there is no option {}", word);
   if (const std::string known = KnownSubcommands(chosen); !known.empty()) {
-    return fmt::format("'{}' is no subcommand; known are {}", word, known);
+    return fmt::format("'{}' is not a subcommand; known are {}", word, known);
   }
   if (chosen.get_name() == "run") {
     return fmt::format("'{}' is one word too many; words for the program go after --", word);

@@ -13,7 +13,7 @@ namespace {
 void* EntryPoint(void* library, const char* name, const std::filesystem::path& file) {
   void* address = dlsym(library, name);
   if (address == nullptr) {
-    throw AddinError(file.string() + " is a library, but no Corvane add-in: it has no " + name);
+    throw AddinError(file.string() + " is a library, but not a Corvane add-in: it has no " + name);
   }
   return address;
 }

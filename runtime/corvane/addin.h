@@ -13,12 +13,12 @@ class AddinError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// Calls `InitAddin` when it is made and `DisposeAddin` when it goes. The code stays mapped until
-/// the process ends, since threads and registered openers of the add-in point into it.
+/// Calls `InitAddin` when it is created and `DisposeAddin` when it is destroyed. The code stays
+/// mapped until the process ends, since threads and registered openers of the add-in point into it.
 /// It must outlive every Lua state that has opened its types.
 class Addin {
  public:
-  /// Throws AddinError when the file is missing, is no library, lacks an entry point or fails in
+  /// Throws AddinError when the file is missing, is not a library, lacks an entry point or fails in
   /// `InitAddin`.
   explicit Addin(const std::filesystem::path& file);
   Addin(const Addin&) = delete;
@@ -29,8 +29,8 @@ class Addin {
   void (*dispose_)() = nullptr;
 };
 
-/// The add-in that belongs to this installation: `corvane_fb_lib.so` in a library folder beside the
-/// program's own. Throws AddinError that names the places searched when it is in none.
+/// The add-in of this installation: `corvane_fb_lib.so` in a library folder near the program's.
+/// Throws AddinError that names the places searched when it is in none.
 [[nodiscard]] std::filesystem::path FindOwnAddin();
 
 }  // namespace corvane

@@ -41,12 +41,12 @@ class ControlProgram {
   [[nodiscard]] std::optional<int> stop_status() const { return plc_.stop_status; }
 
  private:
-  /// ProtectedCall in which os.exit is no error.
+  /// ProtectedCall in which os.exit is not an error.
   void Call(int arguments);
 
   std::filesystem::path file_;
   PlcContext plc_;
-  LuaEnvironment lua_;  // last: collected blocks may still use what stands above
+  LuaEnvironment lua_;  // last: blocks may still use the members above when they are collected
 };
 
 }  // namespace corvane

@@ -12,7 +12,7 @@
 namespace corvane {
 namespace {
 
-/// Message handler of ProtectedCall: any error value becomes a text with the traceback behind it.
+/// Message handler of ProtectedCall: any error value becomes a text followed by the traceback.
 int AddTraceback(lua_State* L) {
   if (lua_touserdata(L, 1) == &kExitRequest) return 1;
   const char* message = lua_tostring(L, 1);
@@ -42,7 +42,7 @@ int FBMetadata(lua_State* L) {
   PushField(L, 1, "Hash", LUA_TNUMBER, block);
   PushField(L, 1, "Vars", LUA_TTABLE, block);
   constexpr int kVars = 4;
-  constexpr int kVariable = 6;  // behind its name
+  constexpr int kVariable = 6;  // after its name
   for (lua_pushnil(L); lua_next(L, kVars) != 0; lua_settop(L, kVariable - 1)) {
     if (lua_type(L, -2) != LUA_TSTRING || lua_type(L, -1) != LUA_TTABLE) {
       luaL_error(L, "metadata of %s: Vars must map names to tables", block);
@@ -105,7 +105,7 @@ int OpenEverything(lua_State* L) {
   OpenTypes(L);
   for (const StLibrary& library : RegisteredStLibraries()) {
     if (library.opener(L) < 0) {
-      return luaL_error(L, "block type %s cannot be opened; the log tells why",
+      return luaL_error(L, "block type %s cannot be opened; the log says why",
                         library.name.c_str());
     }
     lua_settop(L, 0);

@@ -21,7 +21,7 @@ struct PlcContext {
 ///   plc.cycle           number of the running cycle, from 1; 0 while the file itself runs
 ///   plc.clock()         seconds on the monotonic clock; its zero is arbitrary
 ///   plc.log(text)       one line in the runtime's log, at level info
-///   plc.args            the words behind `--` on the command line
+///   plc.args            the words after `--` on the command line
 /// and lets os.exit([status]) end the program at once by way of ExitRequest, so that blocks are
 /// collected and their workers joined.
 void OpenPlc(lua_State* L, PlcContext& context);

@@ -15,7 +15,7 @@ namespace corvane {
 
 struct ScanOptions {
   Nanoseconds period{std::chrono::milliseconds(100)};  ///< 0: without a pause
-  std::uint64_t cycles = 0;                            ///< end after so many; 0: no limit
+  std::uint64_t cycles = 0;                            ///< end after this number; 0: no limit
 };
 
 /// Runs cycles until one asks to stop, the number of cycles is reached or the clock says stop.

@@ -61,7 +61,7 @@ void WaitForEvent(int event, std::chrono::nanoseconds time) {
   const timespec limit{static_cast<time_t>(time.count() / kNanosecondsPerSecond),
                        static_cast<long>(time.count() % kNanosecondsPerSecond)};
   if (ppoll(&descriptor, 1, &limit, nullptr) <= 0) return;
-  std::uint64_t count = 0;  // of no interest: flags tell what was asked
+  std::uint64_t count = 0;  // not used: flags say what was asked for
   [[maybe_unused]] const auto taken = read(event, &count, sizeof count);
 }
 

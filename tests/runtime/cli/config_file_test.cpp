@@ -85,8 +85,9 @@ TEST_F(ConfigFileTest, AWrongModemOrAddinIsNamedWithItsLine) {
                    "options.conf:1: --modem: ' patience' is no setting");
   ExpectUsageError(RunWith("modem = 1=/dev/x\nmodem = 1=/dev/y\n"),
                    "options.conf:2: --modem: port 1 is given twice, as /dev/x and as /dev/y");
-  ExpectUsageError(RunWith("\nmodem = 1=" + folder_.path().string() + "\n"),
-                   "options.conf:2: --modem: " + folder_.path().string() + " is no serial device");
+  ExpectUsageError(
+      RunWith("\nmodem = 1=" + folder_.path().string() + "\n"),
+      "options.conf:2: --modem: " + folder_.path().string() + " is not a serial device");
   ExpectUsageError(RunWith("addin = /no/such.so\n"),
                    "options.conf:1: --addin: add-in /no/such.so does not exist");
 }
@@ -108,12 +109,12 @@ TEST_F(ConfigFileTest, AnUnknownNameIsOneClearLineWithTheName) {
 }
 
 TEST_F(ConfigFileTest, ALineOfTheWrongFormIsOneClearLine) {
-  ExpectUsageError(RunWith("[run]\n"), "options.conf:1: '[run]' is no name = value");
-  ExpectUsageError(RunWith("cycles\n"), "'cycles' is no name = value");
+  ExpectUsageError(RunWith("[run]\n"), "options.conf:1: '[run]' is not of the form name = value");
+  ExpectUsageError(RunWith("cycles\n"), "'cycles' is not of the form name = value");
 }
 
 TEST_F(ConfigFileTest, AValueThatTheOptionRefusesIsOneClearLine) {
-  ExpectUsageError(RunWith("\ncycle = abc\n"), "options.conf:2: --cycle: 'abc' is no duration");
+  ExpectUsageError(RunWith("\ncycle = abc\n"), "options.conf:2: --cycle: 'abc' is not a duration");
   ExpectUsageError(RunWith("log-level = loud\n"), "--log-level");
   ExpectUsageError(RunWith("cycles =\n"), "--cycles");
 }
@@ -147,7 +148,7 @@ TEST_F(ConfigFileTest, AnEmptyNameIsOneClearLine) {
 TEST_F(ConfigFileTest, AFileThatIsNotATextOrHasNoEndIsOneClearLine) {
   const std::string program = Write("program.lua", "plc.stop()");
   ExpectUsageError(test_support::RunCommand({CORVANE, "run", program, "--config", "/dev/zero"}),
-                   "configuration /dev/zero is no text file");
+                   "configuration /dev/zero is not a text file");
   ExpectUsageError(
       test_support::RunCommand(
           {"/bin/sh", "-c", "yes | \"$0\" run \"$1\" --config /dev/stdin", CORVANE, program}),
@@ -158,7 +159,7 @@ TEST_F(ConfigFileTest, ItsControlCharactersNeverReachATerminal) {
   ExpectUsageError(RunWith("\x7F"
                            "ELF\x1B[2J\n"),
                    "'\\x7F"
-                   "ELF\\x1B[2J' is no name = value");
+                   "ELF\\x1B[2J' is not of the form name = value");
 }
 
 TEST_F(ConfigFileTest, MayBeAPipe) {

@@ -95,7 +95,7 @@ TEST_F(ModemCommandTest, RefusesAScenarioThatCannotBeRead) {
 }
 
 TEST_F(ModemCommandTest, RefusesAScenarioThatIsNotATextOrHasNoEnd) {
-  ExpectUsageError(Run({"--scenario", "/dev/zero"}), "scenario /dev/zero is no text file");
+  ExpectUsageError(Run({"--scenario", "/dev/zero"}), "scenario /dev/zero is not a text file");
   ExpectUsageError(
       RunCommand({"/bin/sh", "-c", "yes '#' | \"$0\" modem --scenario /dev/stdin", CORVANE}),
       "scenario /dev/stdin is longer than 16 MiB");
@@ -121,7 +121,7 @@ TEST_F(ModemCommandTest, RefusesSenselessOptions) {
   }
   ExpectUsageError(Run({"--pin", "12"}), "a PIN has 4 to 8 digits");
   ExpectUsageError(Run({"--pin", "abcd"}), "a PIN has 4 to 8 digits");
-  ExpectUsageError(Run({"--network-delay", "soon"}), "'soon' is no duration");
+  ExpectUsageError(Run({"--network-delay", "soon"}), "'soon' is not a duration");
   ExpectUsageError(Run({"--baud", "9601"}), "--baud");
   ExpectUsageError(Run({"--quirk", "none"}), "'none' is no quirk");
   ExpectUsageError(Run({"--time", "noon"}), "'noon' is no time");

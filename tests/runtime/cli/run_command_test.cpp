@@ -77,7 +77,7 @@ TEST_F(RunTest, AMissingProgramIsOneClearLine) {
 }
 
 TEST_F(RunTest, AFolderIsNoProgram) {
-  ExpectUsageError(RunWords({folder_.path().string()}), "is a folder, no control program");
+  ExpectUsageError(RunWords({folder_.path().string()}), "is a folder, not a control program");
 }
 
 TEST_F(RunTest, AnUnreadableProgramIsOneClearLine) {
@@ -125,7 +125,7 @@ TEST_F(RunTest, AnAddinThatIsNoFileIsOneClearLineAndNothingHangs) {
   ASSERT_EQ(mkfifo(Path("pipe").c_str(), 0600), 0);
   for (const std::string& path :
        {Path("pipe"), folder_.path().string(), std::string("/dev/null")}) {
-    ExpectUsageError(RunWords({Write("plc.stop()"), "--addin", path}), path + " is no file");
+    ExpectUsageError(RunWords({Write("plc.stop()"), "--addin", path}), path + " is not a file");
   }
 }
 
@@ -151,9 +151,9 @@ TEST_F(RunTest, TheAddinCanBeNamed) {
 TEST_F(RunTest, UnknownOptionsAndWrongValuesAreOneClearLineEach) {
   const std::string program = Write("plc.stop()");
   ExpectUsageError(RunWords({program, "--colour"}), "--colour");
-  ExpectUsageError(RunWords({program, "--cycle", "abc"}), "'abc' is no duration");
-  ExpectUsageError(RunWords({program, "--cycle", "-5ms"}), "'-5ms' is no duration");
-  ExpectUsageError(RunWords({program, "--cycle", "100"}), "'100' is no duration");
+  ExpectUsageError(RunWords({program, "--cycle", "abc"}), "'abc' is not a duration");
+  ExpectUsageError(RunWords({program, "--cycle", "-5ms"}), "'-5ms' is not a duration");
+  ExpectUsageError(RunWords({program, "--cycle", "100"}), "'100' is not a duration");
   ExpectUsageError(RunWords({program, "--cycle"}), "--cycle");
   ExpectUsageError(RunWords({program, "--cycles", "-1"}), "--cycles");
   ExpectUsageError(RunWords({program, "--cycles", "many"}), "--cycles");
@@ -166,7 +166,7 @@ TEST_F(RunTest, UnknownOptionsAndWrongValuesAreOneClearLineEach) {
 
 TEST_F(RunTest, ControlCharactersReachTheTerminalInNoMessage) {
   const std::string program = Write("plc.stop()");
-  ExpectUsageError(RunWords({program, "--cycle", "\x1B[2J"}), "'\\x1B[2J' is no duration");
+  ExpectUsageError(RunWords({program, "--cycle", "\x1B[2J"}), "'\\x1B[2J' is not a duration");
   ExpectUsageError(RunWords({program, "--\x1B[2J"}), "--\\x1B[2J");
   ExpectUsageError(RunWords({"\x1B\n\x9B.lua"}), "program '\\x1B\\n\\x9B.lua' does not exist");
   ExpectUsageError(RunWords({program, "--modem", "1=/dev/\x1B[2J"}),
@@ -183,7 +183,7 @@ TEST_F(RunTest, ControlCharactersReachTheTerminalInNoMessage) {
 
 TEST_F(RunTest, AVeryLongWordIsShownInPart) {
   const auto result = RunWords({Write("plc.stop()"), "--cycle", std::string(100'000, 'x')});
-  ExpectUsageError(result, "is no duration; write a number and a unit, such as 100ms, 2s or 0");
+  ExpectUsageError(result, "is not a duration; write a number and a unit, such as 100ms, 2s or 0");
   EXPECT_LT(result.err.size(), 2000u);
 }
 

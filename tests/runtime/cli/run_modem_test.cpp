@@ -61,16 +61,16 @@ TEST_F(RunModemTest, AWrongOptionIsOneLineAndStatus2) {
   ExpectUsageError({"--modem", "1=/dev/ttyUSB0,baud=fast"}, "baud=fast is no speed");
   ExpectUsageError({"--modem", "1=/dev/ttyUSB0,color=red"}, "'color' is no setting");
   ExpectUsageError({"--modem", "1=/dev/a", "--modem", "1=/dev/b"}, "port 1 is given twice");
-  ExpectUsageError({"--modem", "1=" + folder_.path().string()}, "is no serial device");
+  ExpectUsageError({"--modem", "1=" + folder_.path().string()}, "is not a serial device");
   ExpectUsageError({"--modem", "1=" + (folder_.path() / "program1.lua").string()},
-                   "is no serial device");
+                   "is not a serial device");
 }
 
 TEST_F(RunModemTest, WhatIsThereAndCannotBeASerialDeviceIsRefused) {
   const std::string pipe = (folder_.path() / "pipe").string();
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
   for (const std::string& device : {std::string("/dev/null"), pipe}) {
-    ExpectUsageError({"--modem", "1=" + device}, device + " is no serial device");
+    ExpectUsageError({"--modem", "1=" + device}, device + " is not a serial device");
   }
 }
 

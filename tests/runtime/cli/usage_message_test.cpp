@@ -34,9 +34,9 @@ TEST(UsageMessage, ForAnOptionWithoutItsValue) {
 
 TEST(UsageMessage, ForAValueThatTheOptionDoesNotHave) {
   Expect({"modem", "--seed", "x"},
-         "--seed: 'x' is no whole number from 0 to 4294967295 (try corvane modem --help)");
+         "--seed: 'x' is not a whole number from 0 to 4294967295 (try corvane modem --help)");
   Expect({"modem", "--store-size", "10001"},
-         "--store-size: '10001' is no whole number from 1 to 10000 (try corvane modem --help)");
+         "--store-size: '10001' is not a whole number from 1 to 10000 (try corvane modem --help)");
   Expect({"modem", "--baud", "5"},
          "--baud: '5' is none of 0, 1200, 2400, 4800, 9600, 19200, 38400, 57600, 115200, 230400, "
          "460800, 921600 (try corvane modem --help)");
@@ -60,10 +60,11 @@ TEST(UsageMessage, ForAMissingWord) {
 
 TEST(UsageMessage, ForASubcommand) {
   Expect({}, "a subcommand is missing (try corvane --help)");
-  Expect({"fly"}, "'fly' is no subcommand; known are run, blocks, modem, pdu (try corvane --help)");
+  Expect({"fly"},
+         "'fly' is not a subcommand; known are run, blocks, modem, pdu (try corvane --help)");
   Expect({"pdu"}, "a subcommand is missing; known are decode, encode (try corvane pdu --help)");
   Expect({"pdu", "fly"},
-         "'fly' is no subcommand; known are decode, encode (try corvane pdu --help)");
+         "'fly' is not a subcommand; known are decode, encode (try corvane pdu --help)");
 }
 
 }  // namespace

@@ -47,7 +47,7 @@ TEST(AddinLoading, AFolderIsNotAnAddin) {
 
 TEST(AddinLoading, ALibraryWithoutInitAddinIsNotAnAddin) {
   EXPECT_THAT(LoadError(LIBRARY_FILE),
-              testing::HasSubstr("but no Corvane add-in: it has no InitAddin"));
+              testing::HasSubstr("but not a Corvane add-in: it has no InitAddin"));
 }
 
 }  // namespace
