@@ -7,7 +7,6 @@
 #include <limits>
 
 #include "addins/corvane_fb_lib/sms.h"
-#include "corvane/modem_port_driver.h"
 #include "opcua/opcua.h"
 #include "share/utf16.h"
 
@@ -128,7 +127,10 @@ int SMSSubmit::encode(const std::string& text, const std::string& number) {
 }
 
 bool FitsInRequest(const SMSSubmit& message) {
-  return message.pdus.empty() || 2 * message.pdus.front().size() + 1 <= kPortDriverRequestSize;
+  constexpr std::size_t kMaxTpdu = 164;  // octets: 3GPP TS 23.040 clause 9.2.3
+  constexpr std::size_t kServiceCentre = 1;
+  return std::all_of(message.pdus.begin(), message.pdus.end(),
+                     [](const Pdu& pdu) { return pdu.size() <= kServiceCentre + kMaxTpdu; });
 }
 
 }  // namespace sms

@@ -33,9 +33,9 @@ struct SMSSubmit {
   static inline unsigned char smsID = 0;  ///< the next message's reference number
 };
 
-/// Whether every PDU, in hexadecimal and with its Ctrl-Z, has room in a request to the modem port
-/// driver: what has not is not sent. Only a receiver of hundreds of characters, which is no phone
-/// number, makes it longer.
+/// Whether no PDU has more than the 164 octets, without the service centre's address, that a modem
+/// takes: what is longer is refused for ever. Only a receiver that is not a phone number makes it
+/// so.
 [[nodiscard]] bool FitsInRequest(const SMSSubmit& message);
 
 }  // namespace sms

@@ -288,13 +288,14 @@ TEST_F(SendSms, RefusesAReceiverThatDoesNotFitInARequestAndSendsToTheOthers) {
   EXPECT_EQ(Complete().back(), kHello);
 }
 
-TEST_F(SendSms, SendsToTheLongestReceiverThatFitsInARequest) {
-  // 2 * (8 + digits / 2 + 5) + 1 = 1023 characters at most
-  Run("fb.Receiver = ('1'):rep(996) .. ' ' .. ('1'):rep(998)");
+TEST_F(SendSms, RefusesWhatIsLongerThanAModemTakes) {
+  // 7 + digits / 2 octets before 140 of text: 164 with 34 digits, 165 with 36
+  Run("fb.Message = ('\\208\\174'):rep(70)");
+  Run("fb.Receiver = ('1'):rep(34) .. ' ' .. ('1'):rep(36)");
   Send();
   EXPECT_EQ(Error(), "12");
   EXPECT_EQ(Queue(), "1");
-  EXPECT_THAT(Complete().back(), SizeIs(1023));
+  EXPECT_THAT(Complete().back(), SizeIs(2 * 165 + 1));
 }
 
 TEST_F(SendSms, WithAnEmptyMessageSendsNothingAndGoesOnWithTheNext) {
