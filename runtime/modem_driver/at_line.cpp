@@ -14,7 +14,6 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-constexpr milliseconds kQuiet(100);      // so long without an octet: the modem has said all
 constexpr milliseconds kMaxNoise(1000);  // a modem that is never quiet is not waited for
 /// Octets that belong to no answer lengthen an exchange to so many time-outs at most.
 constexpr int kMaxTimeouts = 5;
@@ -48,10 +47,7 @@ void AtLine::Collect(AtAnswer& answer, std::size_t sent, milliseconds timeout) {
   while (answer.state() == AtAnswer::State::kOpen) {
     const auto deadline = std::min(last_octet + timeout, last_own + kMaxTimeouts * timeout);
     const std::string_view octets = line_->Read(deadline);
-    if (octets.empty()) {
-      answer.End();
-      return;
-    }
+    if (octets.empty()) return;
     Feed(answer, octets);
     last_octet = steady_clock::now();
     if (answer.octets() > own) {
@@ -70,13 +66,19 @@ void AtLine::DropUntil(SteadyTime time) {
   }
 }
 
-void AtLine::DropUntilQuiet() {
-  const SteadyTime end = steady_clock::now() + kMaxNoise;
+void AtLine::DropUntilQuiet(milliseconds quiet) {
+  const SteadyTime end = steady_clock::now() + quiet + kMaxNoise;
   while (steady_clock::now() < end) {
-    const std::string_view octets = line_->Read(steady_clock::now() + kQuiet);
+    const std::string_view octets = line_->Read(steady_clock::now() + quiet);
     if (octets.empty()) return;
     Drop(octets);
   }
+}
+
+std::string_view AtLine::Receive(SteadyTime until) {
+  const std::string_view octets = line_->Read(until);
+  if (!octets.empty()) Trace('<', octets);
+  return octets;
 }
 
 void AtLine::Trace(char direction, std::string_view octets) const {
@@ -95,6 +97,7 @@ void AtLine::Feed(AtAnswer& answer, std::string_view octets) {
 }
 
 void AtLine::Drop(std::string_view octets) {
+  if (octets.empty()) return;
   Trace('x', octets);
   for (const char c : octets) {
     if (c == '\r' || c == '\n') {

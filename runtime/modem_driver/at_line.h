@@ -33,20 +33,24 @@ class AtLine {
 
   /// False when the other side did not take all of it in time, or the line is lost.
   [[nodiscard]] bool Write(std::string_view octets, std::chrono::milliseconds timeout);
-  /// Feeds what comes to the answer until that is complete or the time is over, which then ends it.
+  /// Feeds what comes to the answer until that is complete or the time is over.
   /// @param sent the octets of the request, which a slow line needs time for
   /// @param timeout from the last octet received, more than 0
   void Collect(AtAnswer& answer, std::size_t sent, std::chrono::milliseconds timeout);
   /// Drops what comes until then.
   void DropUntil(SteadyTime time);
-  /// Drops what comes until nothing does.
-  void DropUntilQuiet();
+  /// Drops what comes until nothing has come for so long. A line that is never quiet is not waited
+  /// for.
+  void DropUntilQuiet(std::chrono::milliseconds quiet);
+  /// Waits for octets; empty: none came until then, or the line is lost. Valid until the next call.
+  [[nodiscard]] std::string_view Receive(SteadyTime until);
+  /// Octets that belong to no answer.
+  void Drop(std::string_view octets);
 
  private:
   /// Logs octets at the most detailed level: '>' sent, '<' received, 'x' received and dropped.
   void Trace(char direction, std::string_view octets) const;
   void Feed(AtAnswer& answer, std::string_view octets);
-  void Drop(std::string_view octets);
 
   const ModemTarget& target_;
   ForeignLine foreign_line_;

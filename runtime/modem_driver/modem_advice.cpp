@@ -10,13 +10,21 @@
 
 namespace corvane {
 
-void ModemAdvice::NoteSilence(const ModemRequest& request, std::chrono::milliseconds timeout) {
-  if (request.kind == RequestKind::kText) return;
+void ModemAdvice::NoteSilence(const ModemRequest& request, std::chrono::nanoseconds time) {
+  if (request.kind == RequestKind::kText) {
+    spdlog::warn("modem port {}: no confirmation of a message within {}; it may be sent again",
+                 target_.port, FormatDuration(time));
+    return;
+  }
+  if (request.kind == RequestKind::kList) {
+    overdue_list_ = request.name;
+    overdue_since_ = std::chrono::steady_clock::now() - time;
+  }
   if (!std::exchange(answers_, false)) return;
   spdlog::warn(
       "modem port {}: no answer to {} within {} at {}; check the modem's power, the cable "
       "and baud={}, and that no other program uses the modem",
-      target_.port, request.shown, FormatDuration(timeout), target_.Name(), target_.baud);
+      target_.port, request.shown, FormatDuration(time), target_.Name(), target_.baud);
 }
 
 void ModemAdvice::NoteAnswer() {
@@ -44,24 +52,30 @@ void ModemAdvice::NoteOkWithoutNumber(const ModemRequest& text) const {
       target_.port, text.name);
 }
 
-void ModemAdvice::NoteOverdue(const ModemRequest& request, SteadyTime sent) {
-  overdue_ = {request.kind, request.name, sent};
+void ModemAdvice::NoteLateConfirmation(std::chrono::nanoseconds time) {
+  if (std::exchange(slow_network_told_, true)) return;
+  spdlog::info(
+      "modem port {}: the network confirmed a message after {}. It is not sent again; SEND_SMS "
+      "shows "
+      "Error 6 until then. With patience=60s for this port it waits without the error",
+      target_.port, FormatDuration(time));
+}
+
+void ModemAdvice::NoteLostText(std::string_view why) const {
+  spdlog::warn(
+      "modem port {}: a message is lost in the modem: {}; it is sent again if the block "
+      "has attempts left",
+      target_.port, why);
 }
 
 void ModemAdvice::NoteForeignLine(std::string_view line) {
-  const std::string& name = overdue_.name;
-  if (name.empty() || line.substr(0, name.size() + 1) != name + ":") return;
-  const Overdue late = std::exchange(overdue_, {});
-  if (std::exchange(patience_told_, true)) return;
-  const auto took = FormatDuration(std::chrono::steady_clock::now() - late.sent);
-  const char* const what =
-      late.kind == RequestKind::kText
-          ? "the network confirmed a message only after {}, later than it was waited for, so that "
-            "the message may go out again"
-          : "the modem began its list of messages only after {}, later than it was waited for, so "
-            "that they stay in its store, as read";
-  spdlog::warn("modem port {}: {}; set patience=60s for this port", target_.port,
-               fmt::format(fmt::runtime(what), took));
+  if (overdue_list_.empty() || !line.starts_with(overdue_list_ + ":")) return;
+  overdue_list_.clear();
+  if (std::exchange(slow_list_told_, true)) return;
+  spdlog::warn(
+      "modem port {}: the modem began its list of messages only after {}, later than it was waited "
+      "for, so that they stay in its store, as read; set patience=60s for this port",
+      target_.port, FormatDuration(std::chrono::steady_clock::now() - overdue_since_));
 }
 
 }  // namespace corvane

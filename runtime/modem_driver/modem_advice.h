@@ -17,29 +17,27 @@ class ModemAdvice {
  public:
   explicit ModemAdvice(const ModemTarget& target) : target_(target) {}
 
-  /// Nothing came; told again only after the modem has answered.
-  void NoteSilence(const ModemRequest& request, std::chrono::milliseconds timeout);
+  /// Nothing has come for so long; reported again only after the modem has answered.
+  void NoteSilence(const ModemRequest& request, std::chrono::nanoseconds time);
   void NoteAnswer();
   void NoteRestart(std::string_view line) const;
   void NoteEndlessAnswer(const ModemRequest& request) const;
   /// A message was answered by OK alone.
   void NoteOkWithoutNumber(const ModemRequest& text) const;
-  /// A text or a list had no answer in time.
-  void NoteOverdue(const ModemRequest& request, SteadyTime sent);
-  /// Looks whether the line begins the answer that is overdue.
+  /// The network confirmed a text so long after it was sent, and too late for its request.
+  void NoteLateConfirmation(std::chrono::nanoseconds time);
+  /// A text is not in the network, and the client's next attempt sends it again.
+  void NoteLostText(std::string_view why) const;
+  /// Looks whether the line begins a list that was given up.
   void NoteForeignLine(std::string_view line);
 
  private:
-  struct Overdue {
-    RequestKind kind = RequestKind::kCommand;
-    std::string name;  // of the command; empty: nothing is overdue
-    SteadyTime sent;
-  };
-
   const ModemTarget& target_;
-  Overdue overdue_;
+  std::string overdue_list_;  // name of its command; empty: there is none
+  SteadyTime overdue_since_;
   bool answers_ = true;  // false once silence was reported
-  bool patience_told_ = false;
+  bool slow_network_told_ = false;
+  bool slow_list_told_ = false;
 };
 
 }  // namespace corvane

@@ -10,8 +10,6 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-constexpr milliseconds kEscapeTimeout(100);
-
 /// Network and modem take their time for these: `patience` is for them.
 bool IsSlow(RequestKind kind) {
   return kind == RequestKind::kText || kind == RequestKind::kList;
@@ -24,22 +22,65 @@ void ModemDialogue::Attach(std::unique_ptr<SerialLine> line) {
   setup_.RunOnOpening();
 }
 
-ExchangeResult ModemDialogue::Exchange(const ModemRequest& request, milliseconds timeout) {
+void ModemDialogue::NoteWanted(std::uint64_t client) {
+  known_.NoteWanted(client);
+  late_.NoteWanted(client);
+}
+
+void ModemDialogue::Idle(SteadyTime until) {
+  late_.expected() ? late_.Wait(until) : exchange_.Idle(until);
+  if (std::exchange(starts_, exchange_.starts()) != exchange_.starts()) known_.Clear();
+}
+
+ExchangeResult ModemDialogue::Exchange(std::uint64_t client, const ModemRequest& request,
+                                       milliseconds timeout) {
+  const auto now = steady_clock::now();
+  const bool is_text = request.kind == RequestKind::kText;
+  // What comes now is late and not this request's answer, or tells of a restart.
+  if (state() == State::kLate) {
+    Idle(now + timeout);
+  } else {
+    Idle(now + (is_text ? target_.prompt_pause : milliseconds(0)));
+  }
+  if (auto known = known_.Answer(client, request)) {
+    exchange_.Report(request.shown + " -> answered already");
+    return *known;
+  }
+  if (state() == State::kLate) return NotSent(request, "the modem is still at work");
+  if (late_.HasPrompt(client, request)) return {true, ">", LineKind::kUnknown};
+  if (is_text) {
+    if (const auto announcement = known_.TakeAnnouncement(client)) {
+      return SendAnnounced(client, *announcement, request, timeout);
+    }
+  }
+  return Send(client, request, timeout);
+}
+
+ExchangeResult ModemDialogue::SendAnnounced(std::uint64_t client, const ModemRequest& announcement,
+                                            const ModemRequest& text, milliseconds timeout) {
+  ExchangeResult announced = Send(client, announcement, timeout);
+  if (state() == State::kPrompt) return Send(client, text, timeout);
+  // An OK without a prompt would be taken for the text's.
+  return announced.final_kind == LineKind::kOk ? ExchangeResult{} : announced;
+}
+
+ExchangeResult ModemDialogue::Send(std::uint64_t client, const ModemRequest& request,
+                                   milliseconds timeout) {
   const bool is_text = request.kind == RequestKind::kText;
   if (!is_text && state() == State::kPrompt) LeavePrompt();
-  // What comes now is late and not this request's answer, or tells of a restart.
-  Idle(steady_clock::now() + (is_text ? target_.prompt_pause : milliseconds(0)));
   if (is_text && state() != State::kPrompt) return NotSent(request, "its prompt is gone");
   if (state() == State::kUnknown && !setup_.Run(steady_clock::now() + timeout)) {
     return NotSent(request, "the modem does not answer");
   }
-  if (state() == State::kNoLine) return {};
-  return exchange_.Transact(request,
-                            IsSlow(request.kind) ? std::max(timeout, target_.patience) : timeout);
-}
-
-void ModemDialogue::LeavePrompt() {
-  exchange_.Escape(kEscapeTimeout);
+  if (state() != State::kReady && state() != State::kPrompt) return {};
+  if (request.kind == RequestKind::kAnnouncement) {
+    announcement_ = request;
+    known_.Forget(client);  // it announces another message than the one that is kept for it
+  }
+  ExchangeResult result = exchange_.Transact(
+      request, IsSlow(request.kind) ? std::max(timeout, target_.patience) : timeout);
+  if (state() == State::kLate) late_.Begin(client, announcement_);
+  return result;
 }
 
 ExchangeResult ModemDialogue::NotSent(const ModemRequest& request, const char* why) {

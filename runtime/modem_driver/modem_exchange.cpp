@@ -15,12 +15,15 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
+constexpr milliseconds kEscapeTimeout(1000);
+
 const char* Name(ModemExchange::State state) {
   switch (state) {
     case ModemExchange::State::kNoLine: return "no line";
     case ModemExchange::State::kUnknown: return "unknown";
     case ModemExchange::State::kReady: return "ready";
     case ModemExchange::State::kPrompt: return "prompt";
+    case ModemExchange::State::kLate: return "late";
   }
   return "?";
 }
@@ -36,7 +39,8 @@ ModemExchange::ModemExchange(const ModemTarget& target, WaitLoop& loop, ModemSta
 
 void ModemExchange::Open(std::unique_ptr<SerialLine> line) {
   line_.Open(std::move(line));
-  needs_init_ = true;
+  NoteStart();
+  answers_owed_ = false;
   silent_echo_ = false;
   SetState(State::kUnknown);
 }
@@ -47,45 +51,52 @@ void ModemExchange::Close() {
 }
 
 ExchangeResult ModemExchange::Transact(ModemRequest request, milliseconds timeout) {
-  const auto start = steady_clock::now();
   if (request.kind == RequestKind::kText) {
     request.name = command_name_;
   } else {
     command_name_ = request.name;
   }
   prompt_ended_ = false;
-  AtAnswer answer(request,
-                  [this](std::string_view line, LineKind kind) { OnForeignLine(line, kind); });
+  auto pending = std::make_unique<PendingAnswer>(
+      std::move(request),
+      [this](std::string_view line, LineKind kind) { OnForeignLine(line, kind); });
+  const ModemRequest& sent = pending->request;
+  AtAnswer& answer = pending->answer;
   // Whatever follows, the modem is out of step until its answer is there.
   SetState(State::kUnknown);
-  status_.Set(request.shown + " -> ...");
-  if (line_.Write(request.octets, timeout)) line_.Collect(answer, request.octets.size(), timeout);
-  const auto time = FormatDuration(steady_clock::now() - start);
+  status_.Set(sent.shown + " -> ...");
+  const bool written = line_.Write(sent.octets, timeout);
+  if (written) line_.Collect(answer, sent.octets.size(), timeout);
+  if (answer.state() == AtAnswer::State::kOpen) {
+    AtAnswer ended = answer;
+    ended.End();
+    const bool silent = ended.state() == AtAnswer::State::kOpen && ended.text().empty();
+    if (silent && written && loss().empty() && !stopped()) {
+      return BecomeLate(std::move(pending));
+    }
+    answer = std::move(ended);
+  }
+  const auto time = FormatDuration(steady_clock::now() - pending->since);
   switch (answer.state()) {
     case AtAnswer::State::kPrompt:
-      Report(fmt::format("{} -> prompt in {}", request.shown, time));
+      Report(fmt::format("{} -> prompt in {}", sent.shown, time));
       SetState(prompt_ended_ ? State::kUnknown : State::kPrompt);
-      return Finished(answer, request);
+      return Finished(*pending);
     case AtAnswer::State::kFinal:
-      Report(fmt::format("{} -> {} {}in {}", request.shown, request.WithoutPin(answer.final_line()),
+      Report(fmt::format("{} -> {} {}in {}", sent.shown, sent.WithoutPin(answer.final_line()),
                          answer.lines() == 0 ? "" : fmt::format("and {} lines ", answer.lines()),
                          time));
       SetState(needs_init_ ? State::kUnknown : State::kReady);
-      return Finished(answer, request);
-    case AtAnswer::State::kTooLong:
-      advice_.NoteEndlessAnswer(request);
-      return Unfinished(answer, request, start);
+      return Finished(*pending);
+    case AtAnswer::State::kTooLong: advice_.NoteEndlessAnswer(sent); break;
     case AtAnswer::State::kOpen:
-      Report(fmt::format("{} -> no end of the answer within {}", request.shown, time));
-      if (answer.text().empty() && loss().empty() && !stopped()) {
-        advice_.NoteSilence(request, timeout);
-      }
-      return Unfinished(answer, request, start);
+      Report(fmt::format("{} -> no end of the answer within {}", sent.shown, time));
+      break;
     case AtAnswer::State::kRestarted:
-      Report(fmt::format("{} -> the modem has restarted after {}", request.shown, time));
-      return Unfinished(answer, request, start);
+      Report(fmt::format("{} -> the modem has restarted after {}", sent.shown, time));
+      break;
   }
-  return {};
+  return Unfinished(*pending);
 }
 
 LineKind ModemExchange::ResultOf(const ModemRequest& command, milliseconds timeout) {
@@ -93,36 +104,70 @@ LineKind ModemExchange::ResultOf(const ModemRequest& command, milliseconds timeo
   AtAnswer answer(command,
                   [this](std::string_view line, LineKind kind) { OnForeignLine(line, kind); });
   line_.Collect(answer, command.octets.size(), timeout);
-  return answer.state() == AtAnswer::State::kFinal ? answer.final_kind() : LineKind::kUnknown;
+  if (answer.End() == AtAnswer::State::kFinal) return answer.final_kind();
+  answers_owed_ = true;
+  return LineKind::kUnknown;
 }
 
-ExchangeResult ModemExchange::Finished(AtAnswer& answer, const ModemRequest& request) {
+ExchangeResult ModemExchange::Finished(PendingAnswer& pending) {
+  AtAnswer& answer = pending.answer;
   advice_.NoteAnswer();
   CompareEcho(answer.echoed());
-  const bool is_text = request.kind == RequestKind::kText;
+  const bool is_text = pending.request.kind == RequestKind::kText;
   if (is_text && answer.final_kind() == LineKind::kOk && answer.lines() == 0) {
-    advice_.NoteOkWithoutNumber(request);
+    advice_.NoteOkWithoutNumber(pending.request);
   }
   return {true, std::move(answer.text()), answer.final_kind()};
 }
 
-ExchangeResult ModemExchange::Unfinished(AtAnswer& answer, const ModemRequest& request,
-                                         SteadyTime sent) {
+ExchangeResult ModemExchange::Unfinished(PendingAnswer& pending) {
   if (stopped()) return {};
-  std::string text = std::move(answer.text());
-  const bool is_text = request.kind == RequestKind::kText;
+  AtAnswer& answer = pending.answer;
+  const bool has_lines = answer.lines() > 0;
   // The number tells that the network has the message; without the OK it would be sent again.
-  if (is_text && answer.lines() > 0) return {true, text + "OK\r\n", LineKind::kOk};
-  if ((is_text || request.kind == RequestKind::kList) && text.empty()) {
-    advice_.NoteOverdue(request, sent);
+  if (pending.request.kind == RequestKind::kText && has_lines) {
+    return {true, answer.text() + "OK\r\n", LineKind::kOk};
   }
-  const bool of_use = loss().empty() ? !text.empty() : answer.lines() > 0;
-  return of_use ? ExchangeResult{true, std::move(text), LineKind::kUnknown} : ExchangeResult{};
+  const bool of_use = loss().empty() ? !answer.text().empty() : has_lines;
+  if (!of_use) return {};
+  return {true, std::move(answer.text()), LineKind::kUnknown};
 }
 
-bool ModemExchange::Escape(milliseconds timeout) {
+ExchangeResult ModemExchange::BecomeLate(std::unique_ptr<PendingAnswer> pending) {
+  late_ = std::move(pending);
+  SetState(State::kLate);
+  Report(fmt::format("{} -> no answer within {}", late_->request.shown,
+                     FormatDuration(steady_clock::now() - late_->since)));
+  return {};
+}
+
+bool ModemExchange::Escape() {
   SetState(State::kUnknown);
-  return line_.Write(kLeavePrompt, timeout);
+  return line_.Write(kLeavePrompt, kEscapeTimeout);
+}
+
+void ModemExchange::BecomeReady() {
+  line_.DropUntilQuiet(answers_owed_ ? target_.times.straggler : kQuiet);
+  answers_owed_ = false;
+  SetState(State::kReady);
+}
+
+void ModemExchange::Write(const ModemRequest& request) {
+  spdlog::debug("modem port {}: {} while an answer is late", target_.port, request.shown);
+  (void)line_.Write(request.octets, kEscapeTimeout);
+}
+
+void ModemExchange::EndLate(State next, std::string_view how) {
+  const auto time = FormatDuration(steady_clock::now() - late_->since);
+  Report(fmt::format("{} -> {} after {}", late_->request.shown, how, time));
+  if (next == State::kPrompt && prompt_ended_) next = State::kUnknown;
+  answers_owed_ = answers_owed_ || next == State::kUnknown;
+  SetState(next);
+}
+
+void ModemExchange::GiveUpLate() {
+  advice_.NoteSilence(late_->request, steady_clock::now() - late_->since);
+  EndLate(State::kUnknown, "given up");
 }
 
 void ModemExchange::Report(std::string what) {
@@ -142,7 +187,7 @@ void ModemExchange::OnForeignLine(std::string_view line, LineKind kind) {
   if (prompt_ended_ && state_ == State::kPrompt) SetState(State::kUnknown);
   if (kind == LineKind::kRestart) {
     advice_.NoteRestart(line);
-    needs_init_ = true;
+    NoteStart();
     SetState(State::kUnknown);
   }
   advice_.NoteForeignLine(line);
@@ -150,10 +195,15 @@ void ModemExchange::OnForeignLine(std::string_view line, LineKind kind) {
 
 void ModemExchange::CompareEcho(bool echoed) {
   if (silent_echo_ && echoed && state_ == State::kReady) {  // it was off and is on again
-    needs_init_ = true;
+    NoteStart();
     SetState(State::kUnknown);
   }
   silent_echo_ = !echoed;
+}
+
+void ModemExchange::NoteStart() {
+  needs_init_ = true;
+  ++starts_;
 }
 
 }  // namespace corvane

@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "runtime/modem_driver/at_line.h"
 #include "runtime/modem_driver/modem_advice.h"
@@ -26,6 +27,19 @@ struct ExchangeResult {
   LineKind final_kind = LineKind::kUnknown;
 };
 
+/// A request that is on its way, and what has come of its answer.
+struct PendingAnswer {
+  PendingAnswer(ModemRequest sent, AtAnswer::ForeignLine foreign_line)
+      : request(std::move(sent)), answer(request, std::move(foreign_line)) {}
+  PendingAnswer(const PendingAnswer&) = delete;  // the answer borrows the request
+  PendingAnswer& operator=(const PendingAnswer&) = delete;
+  ~PendingAnswer() = default;
+
+  const ModemRequest request;
+  AtAnswer answer;
+  const SteadyTime since = std::chrono::steady_clock::now();
+};
+
 class ModemExchange {
  public:
   enum class State : std::uint8_t {
@@ -33,6 +47,7 @@ class ModemExchange {
     kUnknown,  ///< what the modem does is not known: new line, or an answer is missing
     kReady,    ///< the modem waits for a command
     kPrompt,   ///< the modem waits for the text of a message
+    kLate,     ///< an answer did not come in time, and may still come
   };
 
   /// @param status told each exchange, as far as the log may show it
@@ -42,18 +57,31 @@ class ModemExchange {
   void Open(std::unique_ptr<SerialLine> line);
   void Close();
 
-  /// Sends a request and waits for its answer.
+  /// Sends a request and waits for its answer. Where none comes, the state is then kLate.
   /// @param timeout from the last octet received, more than 0
   ExchangeResult Transact(ModemRequest request, std::chrono::milliseconds timeout);
   /// The final result of a command of the driver's own, which is not reported; the state stays.
   [[nodiscard]] LineKind ResultOf(const ModemRequest& command, std::chrono::milliseconds timeout);
   /// Leaves the prompt, if there is one. The modem says OK, or nothing. False: the line is lost.
-  bool Escape(std::chrono::milliseconds timeout);
-  /// The modem has answered the command that brings it into a known state.
-  void SetReady() { SetState(State::kReady); }
+  bool Escape();
+  /// The modem has answered the command that brings it into a known state: drops what else comes.
+  void BecomeReady();
   /// Drops what comes until then, and notices when the line is lost.
   void Idle(SteadyTime until) { line_.DropUntil(until); }
-  void DropUntilQuiet() { line_.DropUntilQuiet(); }
+  void DropUntilQuiet() { line_.DropUntilQuiet(kQuiet); }
+
+  /// The request whose answer is late; only after the state has been kLate, until the next request.
+  [[nodiscard]] PendingAnswer& late() { return *late_; }
+  [[nodiscard]] const PendingAnswer& late() const { return *late_; }
+  /// Waits for octets; empty: none came until then. Valid until the next call.
+  [[nodiscard]] std::string_view Receive(SteadyTime until) { return line_.Receive(until); }
+  void Drop(std::string_view octets) { line_.Drop(octets); }
+  void Write(const ModemRequest& request);
+  /// @param next kUnknown where answers to other commands may still come
+  /// @param how for people
+  void EndLate(State next, std::string_view how);
+  /// Nobody waits for the late answer any more.
+  void GiveUpLate();
 
   [[nodiscard]] State state() const { return state_; }
   /// Why the line was lost; empty while it is open.
@@ -61,6 +89,8 @@ class ModemExchange {
   /// The modem's settings are those of its start: since the line was opened, or it started anew.
   [[nodiscard]] bool needs_init() const { return needs_init_; }
   void InitBegins() { needs_init_ = false; }
+  /// How often the modem's settings were found to be those of its start.
+  [[nodiscard]] unsigned starts() const { return starts_; }
 
   /// To the log, and to whoever watches.
   void Report(std::string what);
@@ -69,10 +99,13 @@ class ModemExchange {
   [[nodiscard]] bool stopped() const { return loop_.stopped(); }
 
  private:
+  static constexpr std::chrono::milliseconds kQuiet{100};  // so long: the modem has said all
+
   void SetState(State state);
-  [[nodiscard]] ExchangeResult Finished(AtAnswer& answer, const ModemRequest& request);
-  [[nodiscard]] ExchangeResult Unfinished(AtAnswer& answer, const ModemRequest& request,
-                                          SteadyTime sent);
+  [[nodiscard]] ExchangeResult Finished(PendingAnswer& pending);
+  [[nodiscard]] ExchangeResult Unfinished(PendingAnswer& pending);
+  [[nodiscard]] ExchangeResult BecomeLate(std::unique_ptr<PendingAnswer> pending);
+  void NoteStart();
   void OnForeignLine(std::string_view line, LineKind kind);
   /// Looks whether the echo tells that the modem has started anew without a word.
   void CompareEcho(bool echoed);
@@ -85,7 +118,10 @@ class ModemExchange {
   State state_ = State::kNoLine;
   std::string command_name_;   // of the last command
   bool prompt_ended_ = false;  // a final result has come since the last request
+  std::unique_ptr<PendingAnswer> late_;
+  bool answers_owed_ = false;  // the modem may answer commands that were given up
   bool needs_init_ = true;
+  unsigned starts_ = 0;
   bool silent_echo_ = false;  // the last exchange came back without an echo
 };
 

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <mutex>
 #include <new>
+#include <tuple>
 #include <utility>
 
 namespace corvane {
@@ -25,6 +26,15 @@ void CallClient(int port, Function function) {
   } catch (const std::exception& error) {
     spdlog::error("modem port {}: a client's function failed: {}", port, error.what());
   }
+}
+
+/// As the client sees it.
+bool Failed(const ModemRequest& request, const ExchangeResult& result) {
+  if (!result.answered) return true;
+  if (request.kind == RequestKind::kAnnouncement) return result.text != ">";
+  const bool cut_list =
+      request.kind == RequestKind::kList && result.final_kind == LineKind::kUnknown;
+  return result.final_kind != LineKind::kOk && !cut_list;
 }
 
 }  // namespace
@@ -53,7 +63,8 @@ bool ModemPort::Register(void* context, PortDriverPriorityFunction priority,
     client.request = request;
     return true;
   }
-  clients_.push_back({next_id_++, context, priority, request, 0});
+  clients_.push_back(
+      {.id = next_id_++, .context = context, .priority = priority, .request = request});
   return true;
 }
 
@@ -64,6 +75,10 @@ void ModemPort::Unregister(void* context) {
 void ModemPort::Run() {
   while (!loop_.stopped()) {
     KeepLine();
+    if (open_ && dialogue_.busy()) {
+      AwaitModem();
+      continue;
+    }
     if (ServeOne()) continue;
     const auto next_poll = steady_clock::now() + target_.poll;
     if (open_) {
@@ -106,6 +121,14 @@ void ModemPort::TryToOpen() {
   if (line != nullptr) dialogue_.Attach(std::move(line));
 }
 
+void ModemPort::AwaitModem() {
+  {
+    const std::lock_guard guard(lock_);
+    (void)Wishes();  // whoever still wants something keeps its late answer
+  }
+  dialogue_.Idle(steady_clock::now() + target_.poll);
+}
+
 bool ModemPort::ServeOne() {
   std::optional<Request> request;
   if (dialogue_.state() == ModemDialogue::State::kPrompt) {
@@ -136,12 +159,12 @@ std::optional<ModemPort::Request> ModemPort::NextRequest() {
   return chosen ? AskForRequest(*chosen) : std::nullopt;
 }
 
-std::optional<std::uint64_t> ModemPort::ChooseClient() {
+std::vector<ModemPort::Wish> ModemPort::Wishes() {
   // The functions may register and withdraw clients, so no reference to one survives a call.
   std::vector<std::uint64_t> ids;
   for (const Client& client : clients_) ids.push_back(client.id);
-  std::optional<std::uint64_t> best;
-  int best_priority = 0;
+  std::vector<Wish> wishes;
+  const auto now = steady_clock::now();
   for (const std::uint64_t id : ids) {
     const Client* client = Find(id);
     if (client == nullptr) continue;
@@ -149,14 +172,28 @@ std::optional<std::uint64_t> ModemPort::ChooseClient() {
     CallClient(target_.port, [&] { priority = client->priority(client->context); });
     client = Find(id);
     if (priority <= 0 || client == nullptr) continue;
-    const Client* const rival = best ? Find(*best) : nullptr;
-    if (rival == nullptr || priority > best_priority ||
-        (priority == best_priority && client->served < rival->served)) {
-      best = id;
-      best_priority = priority;
-    }
+    dialogue_.NoteWanted(id);
+    if (now < client->not_before) continue;
+    wishes.push_back({id, priority, client->served, client->failed});
   }
-  return best;
+  return wishes;
+}
+
+std::optional<std::uint64_t> ModemPort::ChooseClient() {
+  const std::vector<Wish> wishes = Wishes();
+  std::uint64_t last_failure = 0;
+  for (const Wish& wish : wishes) {
+    if (wish.failed) last_failure = std::max(last_failure, wish.served);
+  }
+  // Whoever has had no turn since a failure comes before the client that failed; otherwise the
+  // greater number counts, and among equals the one that has waited longest.
+  const auto rank = [last_failure](const Wish& wish) {
+    return std::tuple(wish.served < last_failure, wish.priority, ~wish.served);
+  };
+  const auto best = std::max_element(
+      wishes.begin(), wishes.end(),
+      [&rank](const Wish& one, const Wish& other) { return rank(one) < rank(other); });
+  return best == wishes.end() ? std::nullopt : std::optional(best->client);
 }
 
 std::optional<ModemPort::Request> ModemPort::AskForRequest(std::uint64_t id) {
@@ -189,7 +226,7 @@ ExchangeResult ModemPort::Carry(const Request& request) {
   }
   if (!open_) return {};
   try {
-    return dialogue_.Exchange(request.request, request.timeout);
+    return dialogue_.Exchange(request.client, request.request, request.timeout);
   } catch (
       const std::bad_alloc&) {  // a long list, perhaps; the next exchange sets the modem up again
     spdlog::error("modem port {}: no memory for the answer; the exchange is lost", target_.port);
@@ -199,13 +236,23 @@ ExchangeResult ModemPort::Carry(const Request& request) {
 
 void ModemPort::HandOver(const Request& request, ExchangeResult& result) {
   const std::lock_guard guard(lock_);
-  const Client* const client = Find(request.client);
-  if (client == nullptr || request.on_reply == nullptr) return;
+  Client* const client = Find(request.client);
+  if (client == nullptr) return;
+  NoteOutcome(*client, Failed(request.request, result));
+  if (request.on_reply == nullptr) return;
   if (!result.answered) result.text.clear();
   CallClient(target_.port, [&] {  // a std::string has a NUL behind its text
     request.on_reply(client->context, result.text.data(), static_cast<int>(result.text.size()),
                      result.answered ? 0 : -1);
   });
+}
+
+void ModemPort::NoteOutcome(Client& client, bool failed) const {
+  const ModemTimes& times = target_.times;
+  client.pause = failed ? std::clamp(2 * client.pause, times.first_pause, times.longest_pause)
+                        : milliseconds(0);
+  client.failed = failed;
+  client.not_before = steady_clock::now() + client.pause;
 }
 
 ModemPort::Client* ModemPort::Find(std::uint64_t id) {

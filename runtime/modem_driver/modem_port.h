@@ -52,7 +52,17 @@ class ModemPort {
     void* context;
     PortDriverPriorityFunction priority;
     PortDriverRequestFunction request;
-    std::uint64_t served;  // when it had its last turn
+    std::uint64_t served = 0;            // when it had its last turn
+    bool failed = false;                 // its last exchange
+    std::chrono::milliseconds pause{0};  // the last one; 0 after a success
+    SteadyTime not_before{};             // while it pauses
+  };
+  /// A client that wants the port now.
+  struct Wish {
+    std::uint64_t client;
+    int priority;
+    std::uint64_t served;
+    bool failed;  // its last exchange
   };
   /// What a client wants to be sent.
   struct Request {
@@ -67,13 +77,19 @@ class ModemPort {
   void TryToOpen();
   /// Carries out the exchange of one client. False: nobody wants anything, or the line is at fault.
   bool ServeOne();
+  /// The modem is still at work: waits for that, for a while, and asks nobody for a request.
+  void AwaitModem();
   /// An open prompt belongs to the client that asked for it, whatever the others want.
   [[nodiscard]] std::optional<Request> PromptOwnersRequest();
   [[nodiscard]] std::optional<Request> NextRequest();
+  /// Asks all clients.
+  [[nodiscard]] std::vector<Wish> Wishes();
   [[nodiscard]] std::optional<std::uint64_t> ChooseClient();
   [[nodiscard]] std::optional<Request> AskForRequest(std::uint64_t id);
   [[nodiscard]] ExchangeResult Carry(const Request& request);
   void HandOver(const Request& request, ExchangeResult& result);
+  /// A client whose exchange failed pauses, each time longer.
+  void NoteOutcome(Client& client, bool failed) const;
   [[nodiscard]] Client* Find(std::uint64_t id);
 
   const ModemTarget target_;

@@ -35,11 +35,10 @@ void ModemSetup::RunOnOpening() {
 bool ModemSetup::Run(SteadyTime deadline) {
   do {
     // A prompt that an earlier run left open would take the command for a text.
-    if (!exchange_.Escape(kSetupTimeout)) return false;
+    if (!exchange_.Escape()) return false;
     exchange_.DropUntilQuiet();
     if (SwitchEchoOff(deadline)) {
-      exchange_.DropUntilQuiet();  // what came late belongs to nobody any more
-      exchange_.SetReady();
+      exchange_.BecomeReady();
       if (exchange_.needs_init()) RunInit();
       return exchange_.state() == ModemExchange::State::kReady;
     }
@@ -79,6 +78,7 @@ ExchangeResult ModemSetup::TransactOnceSimIsReady(const ModemRequest& command) {
     if (exchange_.stopped() || !exchange_.loss().empty()) break;
     result = exchange_.Transact(command, kInitTimeout);
   }
+  if (exchange_.state() == ModemExchange::State::kLate) exchange_.GiveUpLate();
   return result;
 }
 

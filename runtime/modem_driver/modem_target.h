@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include "runtime/modem_driver/modem_times.h"
+
 namespace corvane {
 
 /// One clear line about what is wrong with an option.
@@ -31,6 +33,7 @@ struct ModemTarget {
   std::chrono::milliseconds patience{0};  ///< at least so long for a message transfer, .. 10 min
   std::chrono::milliseconds prompt_pause{0};  ///< between the prompt and the text, .. 5 s
   std::vector<std::string> init;              ///< AT commands for each opening, without line ends
+  ModemTimes times;                           ///< not a setting
 
   /// The target as the user wrote it: the path, or "tcp:HOST:PORT".
   [[nodiscard]] std::string Name() const;

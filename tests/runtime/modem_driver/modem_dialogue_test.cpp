@@ -51,7 +51,7 @@ class ModemDialogueTest : public testing::Test {
   ModemDialogueTest() { dialogue_.Attach(std::make_unique<Line>(wire_)); }
 
   ExchangeResult Exchange(const std::string& request) {
-    return dialogue_.Exchange(ModemRequest(request), kTimeout);
+    return dialogue_.Exchange(1, ModemRequest(request), kTimeout);
   }
 
   Wire wire_;
