@@ -109,7 +109,9 @@ void LateAnswer::Judge() {
 
 void LateAnswer::TakeFinal() {
   PendingAnswer& late = exchange_.late();
-  const AtAnswer& answer = late.answer;
+  AtAnswer& answer = late.answer;
+  exchange_.advice().NoteAnswer();
+  exchange_.advice().NoteRefusal(late.request, answer.text());
   const bool ok = answer.final_kind() == LineKind::kOk;
   if (late.request.kind == RequestKind::kText && ok) {
     // A bare OK belongs to the oldest probe: an answer to the text would have come before.

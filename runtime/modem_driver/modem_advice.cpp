@@ -6,7 +6,9 @@
 
 #include <utility>
 
+#include "libs/base/printable.h"
 #include "runtime/corvane/duration.h"
+#include "runtime/modem_driver/refusal.h"
 
 namespace corvane {
 
@@ -56,16 +58,33 @@ void ModemAdvice::NoteLateConfirmation(std::chrono::nanoseconds time) {
   if (std::exchange(slow_network_told_, true)) return;
   spdlog::info(
       "modem port {}: the network confirmed a message after {}. It is not sent again; SEND_SMS "
-      "shows "
-      "Error 6 until then. With patience=60s for this port it waits without the error",
+      "shows Error 6 until then. With patience=60s for this port it waits without the error",
       target_.port, FormatDuration(time));
 }
 
-void ModemAdvice::NoteLostText(std::string_view why) const {
-  spdlog::warn(
-      "modem port {}: a message is lost in the modem: {}; it is sent again if the block "
-      "has attempts left",
-      target_.port, why);
+void ModemAdvice::NoteLostText(std::string_view why) {
+  warning_.Log(std::string(why),
+               fmt::format("modem port {}: a message is lost in the modem: {}; it "
+                           "is sent again if the block has attempts left",
+                           target_.port, why));
+}
+
+void ModemAdvice::NoteRefusal(const ModemRequest& request, std::string_view answer) {
+  const std::string refusal = DescribeRefusal(answer);
+  if (refusal.empty()) return;
+  const bool is_text = request.kind == RequestKind::kText;
+  warning_.Log((is_text ? "text" : request.name) + refusal,
+               fmt::format("modem port {}: {} was refused: {}", target_.port,
+                           is_text ? "a message" : request.shown, refusal));
+}
+
+void ModemAdvice::NoteGivenUp(std::string_view answer) {
+  std::string why = DescribeRefusal(answer);
+  if (why.empty())
+    why = answer.empty() ? "no answer" : Printable(answer.substr(0, answer.find('\r')));
+  warning_.Log("given up" + why,
+               fmt::format("modem port {}: a message is given up; the last attempt ended with {}",
+                           target_.port, why));
 }
 
 void ModemAdvice::NoteForeignLine(std::string_view line) {

@@ -9,13 +9,15 @@
 
 #include "runtime/modem_driver/modem_request.h"
 #include "runtime/modem_driver/modem_target.h"
+#include "runtime/modem_driver/rare_warning.h"
 #include "runtime/modem_driver/wait_loop.h"
 
 namespace corvane {
 
 class ModemAdvice {
  public:
-  explicit ModemAdvice(const ModemTarget& target) : target_(target) {}
+  explicit ModemAdvice(const ModemTarget& target)
+      : target_(target), warning_(target.times.warning) {}
 
   /// Nothing has come for so long; reported again only after the modem has answered.
   void NoteSilence(const ModemRequest& request, std::chrono::nanoseconds time);
@@ -27,12 +29,18 @@ class ModemAdvice {
   /// The network confirmed a text so long after it was sent, and too late for its request.
   void NoteLateConfirmation(std::chrono::nanoseconds time);
   /// A text is not in the network, and the client's next attempt sends it again.
-  void NoteLostText(std::string_view why) const;
+  void NoteLostText(std::string_view why);
+  /// The modem answered a client's request; a refusal by +CMS ERROR or +CME ERROR is logged.
+  void NoteRefusal(const ModemRequest& request, std::string_view answer);
+  /// The client does not try again to send a message.
+  /// @param answer that came last; empty: none
+  void NoteGivenUp(std::string_view answer);
   /// Looks whether the line begins a list that was given up.
   void NoteForeignLine(std::string_view line);
 
  private:
   const ModemTarget& target_;
+  RareWarning warning_;
   std::string overdue_list_;  // name of its command; empty: there is none
   SteadyTime overdue_since_;
   bool answers_ = true;  // false once silence was reported

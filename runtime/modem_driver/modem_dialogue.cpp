@@ -80,6 +80,7 @@ ExchangeResult ModemDialogue::Send(std::uint64_t client, const ModemRequest& req
   ExchangeResult result = exchange_.Transact(
       request, IsSlow(request.kind) ? std::max(timeout, target_.patience) : timeout);
   if (state() == State::kLate) late_.Begin(client, announcement_);
+  if (IsFinal(result.final_kind)) exchange_.advice().NoteRefusal(request, result.text);
   return result;
 }
 

@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "runtime/modem_driver/known_answers.h"
 #include "runtime/modem_driver/late_answer.h"
@@ -48,6 +49,8 @@ class ModemDialogue {
   [[nodiscard]] bool busy() const { return late_.undisturbed(); }
   /// The client waits for its turn; what came late for it is not forgotten.
   void NoteWanted(std::uint64_t client);
+  /// The client does not try again to send a message, whose text was answered so, or not at all.
+  void NoteGivenUp(std::string_view answer) { exchange_.advice().NoteGivenUp(answer); }
   /// Takes what comes until then, or until the modem is not busy any more. Notices when the line is
   /// lost.
   void Idle(SteadyTime until);

@@ -140,7 +140,12 @@ bool ModemPort::ServeOne() {
   ExchangeResult result = Carry(*request);
   if (loop_.stopped()) return false;
   prompt_owner_ = request->client;
-  HandOver(*request, result);
+  const bool failed = Failed(request->request, result);
+  const std::string answer = failed ? result.text : "";  // the client may write into it
+  if (!HandOver(*request, result, failed) && failed &&
+      request->request.kind == RequestKind::kText) {
+    dialogue_.NoteGivenUp(answer);
+  }
   return result.answered;
 }
 
@@ -234,17 +239,19 @@ ExchangeResult ModemPort::Carry(const Request& request) {
   }
 }
 
-void ModemPort::HandOver(const Request& request, ExchangeResult& result) {
+bool ModemPort::HandOver(const Request& request, ExchangeResult& result, bool failed) {
   const std::lock_guard guard(lock_);
   Client* const client = Find(request.client);
-  if (client == nullptr) return;
-  NoteOutcome(*client, Failed(request.request, result));
-  if (request.on_reply == nullptr) return;
+  if (client == nullptr) return true;
+  NoteOutcome(*client, failed);
+  if (request.on_reply == nullptr) return true;
   if (!result.answered) result.text.clear();
-  CallClient(target_.port, [&] {  // a std::string has a NUL behind its text
-    request.on_reply(client->context, result.text.data(), static_cast<int>(result.text.size()),
-                     result.answered ? 0 : -1);
+  int goes_on = 1;
+  CallClient(target_.port, [&] {  // a std::string has a NUL after its text
+    goes_on = request.on_reply(client->context, result.text.data(),
+                               static_cast<int>(result.text.size()), result.answered ? 0 : -1);
   });
+  return goes_on != 0;
 }
 
 void ModemPort::NoteOutcome(Client& client, bool failed) const {

@@ -87,7 +87,8 @@ class ModemPort {
   [[nodiscard]] std::optional<std::uint64_t> ChooseClient();
   [[nodiscard]] std::optional<Request> AskForRequest(std::uint64_t id);
   [[nodiscard]] ExchangeResult Carry(const Request& request);
-  void HandOver(const Request& request, ExchangeResult& result);
+  /// @return whether the client goes on with what it does
+  bool HandOver(const Request& request, ExchangeResult& result, bool failed);
   /// A client whose exchange failed pauses, each time longer.
   void NoteOutcome(Client& client, bool failed) const;
   [[nodiscard]] Client* Find(std::uint64_t id);

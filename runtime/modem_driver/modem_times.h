@@ -24,6 +24,7 @@ struct ModemTimes {
   Time straggler{1'000};
   Time first_pause{100};  ///< of a client whose exchange failed; doubled at each further failure
   Time longest_pause{5'000};
+  Time warning{60'000};  ///< between two warnings of the same
 };
 
 }  // namespace corvane

@@ -18,6 +18,7 @@ using test_support::ExpectReply;
 using test_support::kAnnounce;
 using test_support::kOk;
 using test_support::kText;
+using test_support::Logged;
 using test_support::ModemPeer;
 using test_support::Obey;
 using testing::ElementsAre;
@@ -119,6 +120,37 @@ TEST_F(ModemPortTest, AnAnnouncementWithoutAPromptCountsAsFailed) {
   for (int i = 0; i < 2; ++i) ExpectReply(client_.Exchange(kAnnounce), "OK\r\n");
   ASSERT_EQ(peer_->Requests().size(), 2u);
   EXPECT_GE(asked[1] - asked[0], Milliseconds(20));
+}
+
+TEST_F(ModemPortTest, ARefusalIsLoggedOnceWithItsMeaning) {
+  times_.warning = kNever;
+  const auto running = Start(RefuseLongOnes);
+  for (int i = 0; i < 3; ++i) ExpectReply(client_.Exchange(kRefused), "+CMS ERROR: 304\r\n");
+  EXPECT_THAT(Logged("warning"),
+              ElementsAre("warning modem port 1: AT+CMGS=165 was refused: +CMS ERROR: 304 (invalid "
+                          "PDU mode parameter)"));
+}
+
+TEST_F(ModemPortTest, AMessageThatItsClientGivesUpIsLogged) {
+  times_.warning = kNever;
+  const auto running = Start([](ModemPeer& peer, const std::string& request) {
+    request == kText ? peer.Send("\r\n+CMS ERROR: 331\r\n") : Obey(peer, request);
+  });
+  for (int attempt = 0; attempt < 2; ++attempt) {  // a client with more to send does not give up
+    client_.Queue(kAnnounce, 500, 0);
+    client_.Queue(kText);
+    if (attempt == 0) client_.Queue("AT+CMGF=0\r");
+    ExpectReply(client_.WaitForReply(), ">");
+    ExpectReply(client_.WaitForReply(), "+CMS ERROR: 331\r\n");
+    if (attempt == 0) ExpectReply(client_.WaitForReply(), "OK\r\n");
+  }
+  ExpectReply(client_.Exchange("AT+CMGF=0\r"), "OK\r\n");  // it is logged after the reply
+  EXPECT_THAT(
+      Logged("warning"),
+      ElementsAre(
+          "warning modem port 1: a message was refused: +CMS ERROR: 331 (no network service)",
+          "warning modem port 1: a message is given up; the last attempt ended with +CMS "
+          "ERROR: 331 (no network service)"));
 }
 
 TEST_F(ModemPortTest, AnOpenPromptBelongsToItsOwnerAlsoWhileThatPauses) {
