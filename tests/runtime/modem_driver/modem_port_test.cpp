@@ -23,10 +23,10 @@ using test_support::ModemPeer;
 using test_support::Obey;
 using testing::ElementsAre;
 
-using Milliseconds = std::chrono::milliseconds;
-using Steady = std::chrono::steady_clock;
+using PauseTime = std::chrono::milliseconds;
+using SteadyClock = std::chrono::steady_clock;
 
-constexpr Milliseconds kNever(600'000);
+constexpr PauseTime kForEver(600'000);
 const std::string kRefused = "AT+CMGS=165\r";
 
 void RefuseLongOnes(ModemPeer& peer, const std::string& request) {
@@ -36,7 +36,7 @@ void RefuseLongOnes(ModemPeer& peer, const std::string& request) {
 class ModemPortTest : public test_support::DriverTest {};
 
 TEST_F(ModemPortTest, AfterAFailedExchangeEveryOtherClientGoesFirst) {
-  times_.first_pause = times_.longest_pause = Milliseconds(0);
+  times_.first_pause = times_.longest_pause = PauseTime(0);
   const auto running = Start(RefuseLongOnes);
   DriverClient urgent(34);
   DriverClient reader(2);
@@ -69,24 +69,24 @@ TEST_F(ModemPortTest, AfterAFailedExchangeEveryOtherClientGoesFirst) {
 }
 
 TEST_F(ModemPortTest, AClientWhoseExchangesFailPausesLongerEachTime) {
-  times_.first_pause = Milliseconds(20);
-  std::vector<Steady::time_point> asked;
+  times_.first_pause = PauseTime(20);
+  std::vector<SteadyClock::time_point> asked;
   const auto running = Start([&asked](ModemPeer& peer, const std::string& request) {
-    asked.push_back(Steady::now());
+    asked.push_back(SteadyClock::now());
     RefuseLongOnes(peer, request);
   });
   for (int i = 0; i < 4; ++i) client_.Queue(kRefused);
   for (int i = 0; i < 4; ++i) ExpectReply(client_.WaitForReply(), "+CMS ERROR: 304\r\n");
   ASSERT_EQ(peer_->Requests().size(), 4u);
-  EXPECT_GE(asked[1] - asked[0], Milliseconds(20));
-  EXPECT_GE(asked[2] - asked[1], Milliseconds(40));
-  EXPECT_GE(asked[3] - asked[2], Milliseconds(80));
+  EXPECT_GE(asked[1] - asked[0], PauseTime(20));
+  EXPECT_GE(asked[2] - asked[1], PauseTime(40));
+  EXPECT_GE(asked[3] - asked[2], PauseTime(80));
 }
 
 // With a pause that doubled forty times the test would outlast the house.
 TEST_F(ModemPortTest, ASuccessEndsThePauses) {
-  times_.first_pause = Milliseconds(1);
-  times_.longest_pause = kNever;
+  times_.first_pause = PauseTime(1);
+  times_.longest_pause = kForEver;
   const auto running = Start(RefuseLongOnes);
   for (int i = 0; i < 40; ++i) {
     ExpectReply(client_.Exchange(kRefused), "+CMS ERROR: 304\r\n");
@@ -95,14 +95,14 @@ TEST_F(ModemPortTest, ASuccessEndsThePauses) {
 }
 
 TEST_F(ModemPortTest, APauseHasItsLimit) {
-  times_.first_pause = Milliseconds(1);
-  times_.longest_pause = Milliseconds(4);
+  times_.first_pause = PauseTime(1);
+  times_.longest_pause = PauseTime(4);
   const auto running = Start(RefuseLongOnes);
   for (int i = 0; i < 40; ++i) ExpectReply(client_.Exchange(kRefused), "+CMS ERROR: 304\r\n");
 }
 
 TEST_F(ModemPortTest, WhatOneClientDoesWrongDoesNotDelayAnother) {
-  times_.first_pause = times_.longest_pause = kNever;
+  times_.first_pause = times_.longest_pause = kForEver;
   const auto running = Start(RefuseLongOnes);
   DriverClient other;
   ASSERT_EQ(other.Register(1), 0);
@@ -111,19 +111,19 @@ TEST_F(ModemPortTest, WhatOneClientDoesWrongDoesNotDelayAnother) {
 }
 
 TEST_F(ModemPortTest, AnAnnouncementWithoutAPromptCountsAsFailed) {
-  times_.first_pause = Milliseconds(20);
-  std::vector<Steady::time_point> asked;
+  times_.first_pause = PauseTime(20);
+  std::vector<SteadyClock::time_point> asked;
   const auto running = Start([&asked](ModemPeer& peer, const std::string&) {
-    asked.push_back(Steady::now());
+    asked.push_back(SteadyClock::now());
     peer.Send(kOk);
   });
   for (int i = 0; i < 2; ++i) ExpectReply(client_.Exchange(kAnnounce), "OK\r\n");
   ASSERT_EQ(peer_->Requests().size(), 2u);
-  EXPECT_GE(asked[1] - asked[0], Milliseconds(20));
+  EXPECT_GE(asked[1] - asked[0], PauseTime(20));
 }
 
 TEST_F(ModemPortTest, ARefusalIsLoggedOnceWithItsMeaning) {
-  times_.warning = kNever;
+  times_.warning = kForEver;
   const auto running = Start(RefuseLongOnes);
   for (int i = 0; i < 3; ++i) ExpectReply(client_.Exchange(kRefused), "+CMS ERROR: 304\r\n");
   EXPECT_THAT(Logged("warning"),
@@ -132,7 +132,7 @@ TEST_F(ModemPortTest, ARefusalIsLoggedOnceWithItsMeaning) {
 }
 
 TEST_F(ModemPortTest, AMessageThatItsClientGivesUpIsLogged) {
-  times_.warning = kNever;
+  times_.warning = kForEver;
   const auto running = Start([](ModemPeer& peer, const std::string& request) {
     request == kText ? peer.Send("\r\n+CMS ERROR: 331\r\n") : Obey(peer, request);
   });
@@ -154,7 +154,7 @@ TEST_F(ModemPortTest, AMessageThatItsClientGivesUpIsLogged) {
 }
 
 TEST_F(ModemPortTest, AnOpenPromptBelongsToItsOwnerAlsoWhileThatPauses) {
-  times_.first_pause = times_.longest_pause = kNever;
+  times_.first_pause = times_.longest_pause = kForEver;
   const auto running = Start([](ModemPeer& peer, const std::string& request) {
     if (request != kAnnounce) Obey(peer, request);
   });
