@@ -82,7 +82,7 @@ void ModemPort::Run() {
     if (ServeOne()) continue;
     const auto next_poll = steady_clock::now() + target_.poll;
     if (open_) {
-      dialogue_.Idle(next_poll);
+      Idle(next_poll);
     } else {
       loop_.SleepUntil(next_poll);
     }
@@ -126,7 +126,16 @@ void ModemPort::AwaitModem() {
     const std::lock_guard guard(lock_);
     (void)Wishes();  // whoever still wants something keeps its late answer
   }
-  dialogue_.Idle(steady_clock::now() + target_.poll);
+  Idle(steady_clock::now() + target_.poll);
+}
+
+void ModemPort::Idle(SteadyTime until) {
+  try {
+    dialogue_.Idle(until);
+  } catch (const std::bad_alloc&) {
+    spdlog::error("modem port {}: no memory for a late answer; it is lost", target_.port);
+    dialogue_.LeavePrompt();  // the next exchange sets the modem up again
+  }
 }
 
 bool ModemPort::ServeOne() {

@@ -79,6 +79,8 @@ class ModemPort {
   bool ServeOne();
   /// The modem is still at work: waits for that, for a while, and asks nobody for a request.
   void AwaitModem();
+  /// Takes what the modem says meanwhile.
+  void Idle(SteadyTime until);
   /// An open prompt belongs to the client that asked for it, whatever the others want.
   [[nodiscard]] std::optional<Request> PromptOwnersRequest();
   [[nodiscard]] std::optional<Request> NextRequest();

@@ -87,8 +87,7 @@ ExchangeResult ModemSetup::AskInStep(const ModemRequest& command) {
   if (IsFinal(result.final_kind) || exchange_.stopped() || !exchange_.loss().empty()) return result;
   exchange_.DropUntilQuiet();
   if (SwitchEchoOff(steady_clock::now() + kInitTimeout)) {
-    exchange_.DropUntilQuiet();
-    exchange_.SetReady();
+    exchange_.BecomeReady();
   }
   return result;
 }

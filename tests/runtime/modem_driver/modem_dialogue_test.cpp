@@ -78,9 +78,9 @@ TEST_F(ModemDialogueTest, SendsNoTextToAModemThatHasStartedAnewBehindItsPrompt) 
 TEST_F(ModemDialogueTest, SendsNoTextToAModemWhosePromptHasEndedWithAResult) {
   for (const bool at_once : {false, true}) {
     wire_.after_prompt = at_once ? "\r\nOK\r\n" : "";
-    ASSERT_EQ(dialogue_.Exchange(ModemRequest("AT+CMGS=18\r"), kTimeout).text, ">");
+    ASSERT_EQ(dialogue_.Exchange(1, ModemRequest("AT+CMGS=18\r"), kTimeout).text, ">");
     if (!at_once) wire_.coming = "\r\nOK\r\n";
-    EXPECT_FALSE(dialogue_.Exchange(ModemRequest(kText), kTimeout).answered);
+    EXPECT_FALSE(dialogue_.Exchange(1, ModemRequest(kText), kTimeout).answered);
     EXPECT_THAT(wire_.written, testing::Not(testing::Contains(kText)));
   }
 }
