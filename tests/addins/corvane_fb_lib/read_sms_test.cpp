@@ -326,6 +326,18 @@ TEST_F(ReadSms, JoinsPartsInListingOrderWhateverTheirNumbers) {
   EXPECT_THAT(Deliveries(), ElementsAre("+15550101234|acb"));
 }
 
+TEST_F(ReadSms, CountsPartsFromTheNumberOfTheFirstListed) {
+  List(Entry(1, Part(9, 3, 2, "b")) + Entry(2, Part(9, 3, 1, "a")) + Entry(3, Part(9, 3, 3, "c")) +
+       "\r\nOK\r\n");
+  EXPECT_THAT(Deliveries(), ElementsAre("+15550101234|ba")) << "cut and scrambled";
+}
+
+TEST_F(ReadSms, NeverDeliversThreePartsListedInReverse) {
+  List(Entry(1, Part(9, 3, 3, "c")) + Entry(2, Part(9, 3, 2, "b")) + Entry(3, Part(9, 3, 1, "a")) +
+       "\r\nOK\r\n");
+  EXPECT_THAT(Deliveries(), ElementsAre());
+}
+
 TEST_F(ReadSms, JoinsPartsOfOneReferenceWhoeverSentThem) {
   DeliverPdu other = Part(9, 2, 2, "other");
   other.address = {0x94, 0x71, 0x11, 0x32, 0x54, 0xF7};
