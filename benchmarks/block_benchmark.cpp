@@ -1,6 +1,6 @@
-// SPDX-License-Identifier: MIT
-// What a block costs, beside a userdata written by hand in C manner: a map of names to numbers
-// with the same four metamethods. Each operation is timed from a Lua loop.
+// SPDX-License-Identifier: MIT What a block costs, compared with a userdata written by hand in C
+// style: a map of names to numbers with the same four metamethods. Each operation is timed from a
+// Lua loop.
 #include <benchmark/benchmark.h>
 #include <malloc.h>
 
@@ -30,7 +30,7 @@ int PeerNewIndex(lua_State* L) {
   return 0;
 }
 
-/// What a call of SysProcessCreate does while `Run` does not change: reads it and compares.
+/// Does what a call of SysProcessCreate does while `Run` does not change: reads and compares it.
 int PeerCall(lua_State* L) {
   benchmark::DoNotOptimize(CheckPeer(L)["Run"] != 0);
   return 1;
@@ -108,7 +108,7 @@ double HeapInUse() {
   return static_cast<double>(mallinfo2().uordblks);
 }
 
-/// Bytes of a block among ten thousand live ones.
+/// Bytes per block with ten thousand of them alive.
 void MemoryPerBlock(benchmark::State& state, const char* type) {
   double bytes = 0;
   for (auto _ : state) {

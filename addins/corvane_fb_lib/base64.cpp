@@ -34,7 +34,7 @@ constexpr Digits MakeDigits() {
   return digits;
 }
 
-/// Two characters at a time: half the look-ups of the alphabet alone.
+/// Two characters at a time: half as many look-ups as with the alphabet alone.
 constexpr Pairs kPairs = MakePairs();
 /// The value of each character, kNoDigit outside the alphabet.
 constexpr Digits kDigits = MakeDigits();
@@ -51,7 +51,7 @@ inline void EncodeThree(char* to, unsigned first, unsigned second, unsigned thir
   EncodePair(to + 2, bits);
 }
 
-/// Writes the eight characters of the first six of eight bytes. Compilers make one load of this.
+/// Writes the eight characters of the first six of eight bytes. Compilers turn this into one load.
 inline void EncodeSix(char* to, const unsigned char* from) {
   std::uint64_t bits = 0;
   for (int i = 0; i < 8; ++i) bits = bits << 8 | from[i];

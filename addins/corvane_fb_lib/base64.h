@@ -6,18 +6,18 @@
 #include <cstddef>
 #include <string>
 
-/// Four characters for each three bytes begun; empty for none.
+/// Four characters for every three bytes, or fewer at the end; empty for no bytes.
 std::string base64_encode(const unsigned char* bytes, unsigned int len);
 
 /// The same, written to `out`, which has room for base64_length(length) characters; no NUL after
 /// them. @return the end of what was written
 char* base64_write(char* out, const unsigned char* bytes, std::size_t length);
 
-/// Characters that so many bytes give.
+/// How many characters encode `length` bytes.
 constexpr std::size_t base64_length(std::size_t length) {
   return (length + 2) / 3 * 4;
 }
 
 /// The bytes of `text` up to its first "=" or the first character outside the alphabet; what
-/// follows is ignored. A single left-over character gives nothing. Never fails.
+/// follows is ignored. A single left-over character yields nothing. Never fails.
 std::string base64_decode(const std::string& text);

@@ -118,7 +118,7 @@ int ReadSMSFB::Classify(char* reply, int length, int replyStatus) {
 
 int ReadSMSFB::OnReplyImpl(char* reply, int length, int replyStatus) {
   const int error = Classify(reply, length, replyStatus);
-  if (state == kDelete) {  // deleted or not, the next one follows
+  if (state == kDelete) {  // whether or not it was deleted, the next one follows
     NextDelete();
   } else if (error != 0) {
     state = kIdle;
@@ -147,7 +147,7 @@ int ReadSMSFB::ParsATRequest(char* reply, int length) {
     const std::size_t header_end = answer.find('\n', comma);
     if (header_end == answer.npos) break;
     reply[comma] = '\0';
-    // Compatibility: only the low eight bits count, so AT+CMGD=44 follows where 300 was listed.
+    // Compatibility: only the low eight bits count, so a listed index of 300 is deleted as 44.
     const auto index =
         static_cast<unsigned char>(std::strtoll(reply + index_begin, nullptr, 10) & 0xFF);
 

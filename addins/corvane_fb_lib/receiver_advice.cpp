@@ -24,7 +24,7 @@ std::string ReceiverText(const std::string& text) {
   return "\"" + corvane::PrintableBeginning(text, kLongestReceiverShown) + "\"";
 }
 
-/// What to write if all of it is one number.
+/// The number to write if the whole text is one number.
 std::string DigitsOf(const std::string& text) {
   std::string digits;
   std::copy_if(text.begin(), text.end(), std::back_inserter(digits), IsDigit);
@@ -44,7 +44,7 @@ std::string AdviceOnReceiver(const std::string& receiver, const std::vector<std:
            " has fewer than four digits: right for the short code of a service, otherwise "
            "write the whole number with its country code, digits only";
   }
-  return advice + " is taken for " + std::to_string(count) +
+  return advice + " is read as " + std::to_string(count) +
          " receivers, since blanks and commas separate them, and " + ReceiverText(*number) +
          " has fewer than four digits: if it is one number, write " +
          ReceiverText(DigitsOf(receiver)) + "; the short code of a service is right as it is";

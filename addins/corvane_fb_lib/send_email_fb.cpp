@@ -58,7 +58,7 @@ void SendEmailFB::LogFailure(const ECSmtp& error, const Describe& describe) {
   try {
     logMsgLn(describe().c_str());
   } catch (const std::bad_alloc&) {
-    // What programs and people look for is logged already.
+    // The text that programs and people look for is already logged.
   }
 }
 
@@ -153,6 +153,6 @@ void SendEmailFB::LogDropped() const {
   try {
     logMsgLn(DescribeDropped(name_, jobQueue).c_str());
   } catch (const std::bad_alloc&) {
-    logMsgLn("SEND_EMAIL has gone, messages were not sent");
+    logMsgLn("SEND_EMAIL is gone, messages were not sent");
   }
 }

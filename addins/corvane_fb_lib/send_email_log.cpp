@@ -18,13 +18,13 @@ std::string QuotedSubject(const std::string& subject) {
   return "\"" + PrintableBeginning(subject, kLongestName) + "\"";
 }
 
-/// What helps most often; empty where the server's line and the step tell it.
+/// The usual reason; empty where the server's line and the step show it.
 const char* Hint(std::int32_t code) {
   switch (code) {
-    case SMTP_ERR_RECV: return "; refused where nothing listens, otherwise reset";
+    case SMTP_ERR_RECV: return "; nothing listens there, or the connection was reset";
     case SMTP_ERR_CMD_AUTH_LOGIN:
       return "; usually the server allows a login only over TLS, which SEND_EMAIL does not speak";
-    case SMTP_ERR_SERVER_NOT_RESPONDING: return "; nothing came, or went, for ten seconds";
+    case SMTP_ERR_SERVER_NOT_RESPONDING: return "; nothing was received or sent for ten seconds";
     case SMTP_ERR_CONNECT_TIMEOUT: return "; no connection within ten seconds";
     case SMTP_ERR_LACK_OF_MEMORY: return "; usually the server has closed the connection";
     default: return "";
@@ -51,8 +51,8 @@ std::string NameOfBlock(const std::string& type_name, lua_State* L) {
 
 std::string NameOfMail(const std::string& block, const std::string& subject,
                        const std::string& server, unsigned short port) {
-  return block + ", " + QuotedSubject(subject) + " by " + PrintableBeginning(server, kLongestName) +
-         " port " + std::to_string(port);
+  return block + ", " + QuotedSubject(subject) + " via " +
+         PrintableBeginning(server, kLongestName) + " port " + std::to_string(port);
 }
 
 std::string DescribeRefusal(const std::string& name_of_mail, const ECSmtp& error) {
@@ -72,7 +72,7 @@ std::string DescribeFailure(const std::string& block, const CSmtp& mail, const E
 
 std::string DescribeDropped(const std::string& block,
                             const std::deque<boost::shared_ptr<CSmtp>>& dropped) {
-  std::string text = block + " has gone, " + std::to_string(dropped.size()) +
+  std::string text = block + " is gone, " + std::to_string(dropped.size()) +
                      (dropped.size() == 1 ? " message was" : " messages were") + " not sent: ";
   const std::size_t shown = std::min(dropped.size(), kMaxSubjects);
   for (std::size_t i = 0; i < shown; ++i) {

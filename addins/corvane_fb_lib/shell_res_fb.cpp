@@ -16,8 +16,8 @@ std::string ReadAll(FILE* pipe) {
   std::string text;
   char piece[128];
   while (std::feof(pipe) == 0) {
-    // fgets would hide the bytes after a NUL of the command's: the NUL it writes itself is the
-    // last one of a piece that was filled with something else before.
+    // fgets would hide the bytes after a NUL in the output: the NUL that it writes itself is the
+    // last one in a piece that was filled with something else before.
     std::memset(piece, '\n', sizeof piece);
     if (std::fgets(piece, sizeof piece, pipe) == nullptr) continue;
     std::size_t end = sizeof piece;
@@ -47,8 +47,8 @@ void ShellResFB::Run(const std::string& command) {
   busy_ = true;
   FILE* pipe = popen(command.c_str(), "r");
   if (pipe == nullptr) {
-    // Compatibility: a program sees an error from this call only, since the block stays busy and
-    // keeps its outputs: it starts no further command.
+    // Compatibility: only this call raises an error. After that the block stays busy: it keeps its
+    // outputs and starts no further command.
     throw std::length_error("the command could not be started (" +
                             std::generic_category().message(errno) +
                             "); this block starts no more commands");

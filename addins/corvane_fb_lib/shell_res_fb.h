@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// SysProcessCreateWithResult: runs a shell command line, waits for its end and returns what it
-// wrote to its standard output, and a status.
+// SysProcessCreateWithResult: runs a shell command line, waits until it has ended, and returns
+// its standard output and a status.
 #pragma once
 
 #include <cstdio>
@@ -18,8 +18,8 @@ class ShellResFB : public BaseFB<ShellResFB> {
   void Execute() override;
 
  private:
-  /// Sets `Code` and `Output`. Throws std::length_error when no pipe can be made; the block then
-  /// stays busy for good and both keep their values.
+  /// Sets `Code` and `Output`. Throws std::length_error when the command cannot be started;
+  /// the block then stays busy for good, and both keep their values.
   void Run(const std::string& command);
   /// Closes the pipe and sets `Code`.
   void close(FILE* pipe);

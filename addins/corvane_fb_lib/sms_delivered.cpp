@@ -13,8 +13,8 @@ namespace {
 constexpr std::int32_t kRejected = 5;
 constexpr const char* kTruncated = "The PDU is truncated.";
 
-/// Reads octets from left to right and never past the end: what is not there reads as 0, and
-/// truncated() tells so from then on.
+/// Reads octets from left to right and never past the end: a missing octet reads as 0, and
+/// truncated() is true from then on.
 class OctetReader {
  public:
   explicit OctetReader(const std::vector<unsigned char>& octets)
@@ -27,7 +27,7 @@ class OctetReader {
     }
     return *next_++;
   }
-  /// Passes over `count` octets and gives the first of them; as far as they are there.
+  /// Skips `count` octets, or those that are left. @return the first of them
   ByteIterator Skip(std::size_t count) {
     const ByteIterator first = next_;
     const auto left = static_cast<std::size_t>(end_ - next_);
@@ -45,7 +45,7 @@ class OctetReader {
   bool truncated_ = false;
 };
 
-/// Semi-octets to the filler, but at most `max_octets` octets. They are not checked to be decimal.
+/// Semi-octets up to the filler, but at most `max_octets` octets. They need not be decimal.
 void ReadDigits(OctetReader& in, unsigned max_octets, std::string& number) {
   for (unsigned i = 0; i < max_octets; ++i) {
     const unsigned octet = in.Next();
@@ -67,13 +67,13 @@ std::string ReadAddress(OctetReader& in, unsigned length, unsigned type) {
   return number;
 }
 
-/// A number from 0 to 165 whose first digit stands in the low half.
+/// A number from 0 to 165 whose first digit is in the low half.
 std::uint16_t ReadSwapped(OctetReader& in) {
   const unsigned octet = in.Next();
   return static_cast<std::uint16_t>((octet & 0x0F) * 10 + (octet >> 4));
 }
 
-/// Time stamp (clause 9.2.3.11). The time zone is passed over.
+/// Time stamp (clause 9.2.3.11). The time zone is skipped.
 RTime ReadTime(OctetReader& in) {
   RTime time{};
   time.year = static_cast<std::uint16_t>(2000 + ReadSwapped(in));

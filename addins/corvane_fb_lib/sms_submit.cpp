@@ -19,7 +19,7 @@ constexpr int kNoNumber = 12;
 constexpr int kCapacity = 2000;             // code units
 constexpr std::size_t kMaxSeptets = 140;    // characters of a text that goes as septets
 constexpr std::size_t kMaxWholeUnits = 70;  // code units of a text that goes without a header
-constexpr std::size_t kUnitsPerPart = 67;   // code units beside a header
+constexpr std::size_t kUnitsPerPart = 67;   // code units after a header
 constexpr std::size_t kHeaderLength = 6;    // octets
 
 using Pdu = std::vector<unsigned char>;
@@ -30,7 +30,7 @@ struct Units {
   std::size_t count;
 };
 
-/// False: the text is not valid UTF-8 or fills the room.
+/// @return false if the text is not valid UTF-8 or is too long
 bool Convert(const std::string& text, Units& units) {
   constexpr std::size_t kMaxLength = std::numeric_limits<int>::max();
   const auto length = static_cast<int>(std::min(text.length(), kMaxLength));
@@ -45,7 +45,7 @@ unsigned char LowByte(std::size_t value) {
   return static_cast<unsigned char>(value & 0xFF);
 }
 
-/// Everything in front of the user-data length.
+/// Everything before the user-data length.
 void AppendHead(Pdu& pdu, const std::string& number, std::size_t units, bool septets) {
   pdu.push_back(0x00);  // no service-centre address
   // SMS-SUBMIT without validity period and report; 0x40: there is a user-data header.
@@ -82,8 +82,8 @@ void AppendWhole(Pdu& pdu, const Units& units) {
   AppendUnits(pdu, units, 0, units.count);
 }
 
-/// Part `number` (from 1) of `total`, behind a concatenation header (clause 9.2.3.24.1). Numbers
-/// above `total`, in an object that held PDUs already, are empty parts.
+/// Part `number` (from 1) of `total`, after a concatenation header (clause 9.2.3.24.1). Numbers
+/// above `total`, in an object that already held PDUs, are empty parts.
 void AppendPart(Pdu& pdu, const Units& units, unsigned char reference, std::size_t number,
                 std::size_t total) {
   const std::size_t first = std::min(kUnitsPerPart * (number - 1), units.count);
@@ -91,7 +91,7 @@ void AppendPart(Pdu& pdu, const Units& units, unsigned char reference, std::size
   pdu.push_back(LowByte(kHeaderLength + 2 * count));
   pdu.insert(pdu.end(), {0x05, 0x00, 0x03, reference, LowByte(total), LowByte(number)});
   AppendUnits(pdu, units, first, count);
-  // The position is part of the line as log readers know it, whatever line this is now.
+  // The position belongs to the line that log readers know, whatever line this is now.
   OpcUa_Trace_Imp(OPCUA_TRACE_LEVEL_DEBUG, "addins/corvane_fb_lib/sms", 312,
                   "FragmentedSMS messageLen=%d _refNumber=%d _totalNumber=%d _curNumber=%d "
                   "messagePos=%d outputLength=%d\n",

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// One outgoing message as SMS-SUBMIT PDUs (3GPP TS 23.040 clause 9.2.2.2), each behind an empty
+// One outgoing message as SMS-SUBMIT PDUs (3GPP TS 23.040 clause 9.2.2.2), each after an empty
 // service-centre address, so that the modem's own service centre is used.
 // Threads: the PLC task; the reference counter is shared by all messages.
 #pragma once
@@ -16,7 +16,7 @@ struct SMSSubmit {
   SMSSubmit() : _refNumber(smsID++) {}
 
   /// Appends the PDUs of `text` (UTF-8) for `number` (digits only, not checked) to `pdus`.
-  /// An empty text has none.
+  /// An empty text yields none.
   ///
   /// Plain ASCII of up to 140 characters goes as septets, of the characters' own values. Other text
   /// goes as UCS-2, above 70 code units in parts of 67. Compatibility: from 68 characters on there

@@ -138,7 +138,7 @@ int SendSMSFB::GetRequestImpl(char* buffer, PortDriverRequestData* request,
 }
 
 int SendSMSFB::WriteAnnouncement(char* buffer) const {
-  // The service-centre octet in front is not counted (3GPP TS 27.005 clause 3.5.1).
+  // The leading service-centre octet is not counted (3GPP TS 27.005 clause 3.5.1).
   const auto length = static_cast<int>(queue_.front()->pdus.front().size() - 1);
   return std::snprintf(buffer, kPortDriverRequestSize, "AT+CMGS=%d\r", length);
 }
@@ -194,7 +194,7 @@ void SendSMSFB::Failed() {
     state_ = kAnnounce;  // compatibility: whichever exchange failed, so AT+CMGF is not repeated
     return;
   }
-  // Compatibility: a message that cannot be announced is kept and starts again from the PDU mode,
+  // Compatibility: a message that cannot be announced is kept and starts again by setting PDU mode,
   // so it holds up those that were queued after it.
   if (state_ == kTransfer && !queue_.empty()) queue_.pop_front();
   state_ = kIdle;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // SEND_SMS: sends a text to one or more phone numbers through a GSM modem.
-// Threads: the one that runs the Lua state, and the modem port driver's, which the runtime's scan
-// lock keeps apart. The block takes no lock: its state hands each exchange over.
+// Threads: the one that runs the Lua state and the modem port driver's, kept apart by the runtime's
+// scan lock. The block takes no lock: its state hands each exchange over.
 #pragma once
 
 #include <boost/shared_ptr.hpp>
@@ -18,8 +18,8 @@
 class SendSMSFB : public BaseFB<SendSMSFB> {
  public:
   using BaseFB::BaseFB;
-  /// Withdraws the block from the modem port driver, where the runtime knows how. What is still in
-  /// the queue is not sent any more.
+  /// Withdraws the block from the modem port driver, if the runtime can do that. What is still
+  /// queued is not sent.
   ~SendSMSFB() override;
   static const FBMetaEntry* GetMetaTable();
   static const STValueMeaning* GetMeaningTable();
@@ -28,18 +28,18 @@ class SendSMSFB : public BaseFB<SendSMSFB> {
   /// once for each number in `Receiver`.
   void Execute() override;
 
-  /// 0 while there is nothing to send, else the state. Asked in the idle state with a message in
-  /// the queue, it starts that message's sending.
+  /// 0 while there is nothing to send, otherwise the state. In the idle state with a message in the
+  /// queue, asking starts sending that message.
   int getPriority();
   /// Writes the state's command to `buffer`. A message without PDUs (an empty text) leaves the
   /// queue here instead. @return the length, 0 for none
   int GetRequestImpl(char* buffer, PortDriverRequestData* request,
                      PortDriverReplyFunction* onReply);
-  /// Takes the answer. @return 1 while the message goes on, else 0
+  /// Handles the answer. @return 1 while the message goes on, otherwise 0
   int OnReplyImpl(char* reply, int length, int replyStatus);
 
  private:
-  /// Values of `State`, which are the priorities, too.
+  /// Values of `State`, which are also the priorities.
   enum State : std::int32_t {
     kUnregistered = 0,
     kIdle = 1,

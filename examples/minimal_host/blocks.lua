@@ -1,5 +1,5 @@
 -- SPDX-License-Identifier: MIT
--- Tries a block, and one that this host has no modem for.
+-- Tries one block, and another for which this host has no modem.
 local system = SysProcessCreateWithResult.new { Command = "uname", Run = true }
 local inbox = READ_SMS.new { Port = 1, Read = true }
 

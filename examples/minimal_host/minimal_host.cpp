@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// minimal_host ADDIN PROGRAM CYCLES: loads the add-in and runs so many cycles of a control program.
+// minimal_host ADDIN PROGRAM CYCLES: loads the add-in and runs CYCLES cycles of a control program.
 #include <dlfcn.h>
 
 #include <cstdio>
@@ -18,13 +18,13 @@ constexpr const char* kTypes = R"(
   function FBMetadata(type) return type end
 )";
 
-/// Makes a new Lua state what control programs and openers expect.
+/// Prepares a new Lua state for openers and control programs.
 int Prepare(lua_State* L) {
   luaL_openlibs(L);
   if (luaL_dostring(L, kTypes)) return lua_error(L);
   for (const BlockType& type : BlockTypes()) {
     if (type.opener(L) < 0) return luaL_error(L, "%s cannot be opened", type.name.c_str());
-    lua_settop(L, 0);  // an opener leaves tables behind
+    lua_settop(L, 0);  // an opener leaves tables on the stack
   }
   return 0;
 }
@@ -41,7 +41,8 @@ int Cycle(lua_State* L) {
   return 0;
 }
 
-/// Runs `step` where a Lua error does no harm. A host with a modem port driver holds its lock here.
+/// Runs `step` in protected mode, so that a Lua error does no harm. A host with a modem port driver
+/// holds its lock here.
 bool Run(lua_State* L, lua_CFunction step, const char* argument = nullptr) {
   lua_pushcfunction(L, step);
   lua_pushstring(L, argument);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The least that a runtime's corvane.so has: a list of block types, and no modem.
+// The minimum of a runtime's corvane.so: a list of block types, and no modem.
 #include "examples/minimal_host/runtime.h"
 
 #include "corvane/modem_port_driver.h"
@@ -19,5 +19,5 @@ int RegisterExternalSTLib(const char* name, lua_CFunction opener) {
 int ModemPortDriverRegister(int /*port*/, void* /*context*/,
                             PortDriverPriorityFunction /*priority*/,
                             PortDriverRequestFunction /*request*/, void* /*extra*/) {
-  return 1;  // no such port: the block asks again at its next call
+  return 1;  // no such port: the block tries again at its next call
 }

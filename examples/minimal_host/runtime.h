@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the main program asks of its runtime library.
+// What the main program needs from its runtime library.
 #pragma once
 
 #include <lua.hpp>
@@ -11,5 +11,5 @@ struct BlockType {
   lua_CFunction opener;
 };
 
-/// The types that add-ins have registered, in this order.
+/// The types that add-ins have registered, in the order of their registration.
 const std::vector<BlockType>& BlockTypes();

@@ -23,7 +23,8 @@
 template <class T>
 const LuaFBUtil& FBUtil();
 
-/// What the Lua glue calls of a block, and what the block's own code reads and writes.
+/// The operations of a block for the Lua glue, and the access to variables for the block's own
+/// code.
 ///
 /// A name that is not among the variables is never an error: every operation first adds it with a
 /// Null value. A program's assignment to it is reported in the log, once for each name. Inputs and
@@ -38,15 +39,14 @@ class BaseFB : public BaseLuaFB {
     loadInputs();
   }
 
-  /// Stores the initial values of the table below the new userdata (nil: none), then calls Inited.
-  /// Keys other than strings and numbers are skipped.
+  /// Stores the initial values from the table below the new userdata (nil: none), then calls
+  /// Inited. Keys other than strings and numbers are skipped.
   virtual int Init(lua_State* L);
   /// `__index`, name at -1: pushes the variable's value.
   virtual int getField(lua_State* L);
   /// `__newindex`, name at -2, value at -1: stores it, converted to the variable's current type.
   virtual int setField(lua_State* L);
-  /// `__call`: one Execute. The result is whatever is on top of the stack, that is the last
-  /// argument.
+  /// `__call`: one Execute. The result is whatever is on top of the stack: the last argument.
   virtual int call(lua_State* /*L*/) {
     Execute();
     return 1;
@@ -79,14 +79,14 @@ class BaseFB : public BaseLuaFB {
   }
   void SetBool(const std::string& name, bool value) { Find(name).SetBoolean(value); }
 
-  /// The variable's value, added as Null where there is none of that name.
+  /// The variable's value; a name without a variable is added as Null.
   OpcUa_VariantHlp& Find(const std::string& name) { return variables_.Find(name).value; }
 
  private:
   void loadInputs();
   static bool Declares(std::string_view name) { return ::Declares(T::GetMetaTable(), name); }
 
-  BlockVariables variables_;  // settled are those that are declared, or reported
+  BlockVariables variables_;  // the declared and the reported ones are settled
 };
 
 template <class T>
@@ -193,7 +193,7 @@ int BaseFB<T>::GetInt(const std::string& name) {
       return static_cast<int>(std::fmin(std::fmax(number, kMin), kMax));
     }
     case OpcUaType_String: {
-      // As strtol saturates where a long has 32 bits, so it does everywhere.
+      // Saturates on every machine as strtol does where a long has 32 bits.
       const long long number = std::strtoll(GetString(name).c_str(), nullptr, 10);
       return static_cast<int>(std::clamp<long long>(number, std::numeric_limits<int>::min(),
                                                     std::numeric_limits<int>::max()));

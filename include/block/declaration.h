@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The variables that a block class declares, in a table that its GetMetaTable() gives. Constant
+// The variables that a block class declares, in the table that its GetMetaTable() returns. Constant
 // data.
 #pragma once
 
@@ -24,8 +24,8 @@ inline bool Declares(const FBMetaEntry* table, std::string_view name) {
   return false;
 }
 
-/// How far two names are apart: 2 for each letter that is missing, too many, or another one, 1 for
-/// a letter of the other case (Levenshtein's distance). Letters after the 63rd do not count.
+/// How far two names are apart: 2 for each letter that is missing, extra or different, 1 for
+/// a letter in the other case (Levenshtein's distance). Letters after the 63rd do not count.
 inline unsigned NameDistance(std::string_view a, std::string_view b) {
   constexpr std::size_t kLetters = 63;
   a = a.substr(0, kLetters);
@@ -48,7 +48,7 @@ inline unsigned NameDistance(std::string_view a, std::string_view b) {
   return row[b.size()];
 }
 
-/// The declared name that is nearest to `name`, the first of several; null for an empty table.
+/// The declared name nearest to `name`, the first of several; null for an empty table.
 inline const char* NearestName(const FBMetaEntry* table, std::string_view name) {
   const char* nearest = nullptr;
   unsigned least = 0;

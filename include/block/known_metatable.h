@@ -7,17 +7,18 @@
 #include <lua.hpp>
 #include <mutex>
 
-/// The metatable of a block type in the Lua state that opened the type last, to know its blocks
-/// without the search by name that luaL_checkudata makes. Other states, where there are several,
-/// are served by that search.
+/// The metatable of a block type in the Lua state that opened the type last, to recognise its
+/// blocks without the search by name that luaL_checkudata makes. Other states, if there are any,
+/// rely on that search.
 ///
-/// What it says is true of a state with this registry: the registry keeps the metatable alive, and
+/// Its answer holds for a state with this registry: the registry keeps the metatable alive, and
 /// a later state whose registry lies at the same address has opened the type itself. A reader that
 /// meets a writer may see its own registry with the metatable of another state; both states are
 /// alive then, so no object of the reader's has that metatable.
 class KnownMetatable {
  public:
-  /// Takes the metatable on top of the stack, and leaves it there. A Lua error without memory.
+  /// Remembers the metatable on top of the stack, and leaves it there. Raises a Lua error when out
+  /// of memory.
   void Set(lua_State* L) {
     lua_pushvalue(L, -1);
     lua_rawsetp(L, LUA_REGISTRYINDEX, this);
@@ -40,6 +41,6 @@ class KnownMetatable {
   std::atomic<const void*> metatable_{nullptr};
 };
 
-/// That of the block class T.
+/// The metatable of the block class T.
 template <class T>
 inline KnownMetatable known_metatable;

@@ -27,7 +27,7 @@ int Guarded(lua_State* L, const Body& body) {
   return luaL_error(L, "%s", what);
 }
 
-/// The block at argument 1; a Lua argument error when it is something else.
+/// The block at argument 1; a Lua argument error if it is anything else.
 template <class T>
 T* CheckFB(lua_State* L) {
   void* memory = known_metatable<T>.IsOfArgument1(L) ? lua_touserdata(L, 1) : nullptr;
@@ -37,8 +37,8 @@ T* CheckFB(lua_State* L) {
   return static_cast<T*>(memory);
 }
 
-/// Makes a string of the variable name at `index` (negative) of a call with at least `arguments`
-/// arguments. A number is a name, too; anything else is a Lua argument error.
+/// Converts the variable name at `index` (negative) of a call with at least `arguments` arguments
+/// to a string. A number is a name, too; anything else is a Lua argument error.
 /// @return the block at argument 1, checked
 template <class T>
 T* CheckFBAndName(lua_State* L, int index, int arguments) {
@@ -69,8 +69,8 @@ union LuaAlignment {
   long integer;
 };
 
-/// Constructs the block in the userdata on top of the stack. False: it threw; `what` has the
-/// message.
+/// Constructs the block in the userdata on top of the stack. @return false if it threw; `what` then
+/// has the message
 template <class T>
 bool ConstructFB(lua_State* L, void* memory, char* what, std::size_t size) {
   static_assert(alignof(T) <= alignof(LuaAlignment));
@@ -144,7 +144,8 @@ int OpenFB(lua_State* L, const luaL_Reg* metatable, const luaL_Reg* module) {
   luaL_openlib(L, nullptr, metatable, 0);
   luaL_openlib(L, type_name, module, 0);
   return Guarded(L, [=] {
-    // Loading and running report errors by their result, so no Lua error passes the text.
+    // Loading and running report errors by their result, so no Lua error skips the text's
+    // destructor.
     const std::string metadata = T::MakeMetadata(type_name);
     const bool failed =
         luaL_loadbufferx(L, metadata.data(), metadata.length(), type_name, nullptr) != LUA_OK ||
@@ -156,8 +157,8 @@ int OpenFB(lua_State* L, const luaL_Reg* metatable, const luaL_Reg* module) {
   });
 }
 
-/// Tells a runtime that takes it what values of the block's variables mean, where the class says so
-/// with `static const STValueMeaning* GetMeaningTable()`.
+/// Passes the meanings of values that the class has in `static const STValueMeaning*
+/// GetMeaningTable()`, if any, to a runtime that wants them.
 template <class T>
 void DescribeFB(const char* type_name) {
   if constexpr (requires { T::GetMeaningTable(); }) {

@@ -5,8 +5,8 @@
 
 #include <lua.hpp>
 
-/// Finds the innermost function of Lua that is running, past functions of C such as pcall; its
-/// file is in `short_src`, its line in `currentline`. @return false where none runs
+/// Finds the innermost Lua function that is running, past C functions such as pcall; its file is
+/// then in `short_src`, its line in `currentline`. @return false if none is running
 inline bool FindProgramLine(lua_State* L, lua_Debug* record) {
   for (int level = 0; lua_getstack(L, level, record) != 0; ++level) {
     lua_getinfo(L, "Sl", record);

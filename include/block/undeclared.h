@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The warning about a name that a program has given to a block and that the block does not declare.
+// The warning when a program assigns to a name that the block does not declare.
 // Threads: the one that runs the Lua state.
 #pragma once
 
@@ -10,11 +10,11 @@
 #include "block/program_line.h"
 #include "share/log.h"
 
-/// Names of one block type that are reported; a program that makes names up gets no more lines.
+/// How many names of one block type are reported; a program that makes up names gets no more lines.
 inline constexpr int kReportedNames = 100;
 
 /// Notes the name on top of the stack and pops it. @return how many names were noted for this table
-/// in this Lua state before; -1 when this one was among them
+/// in this Lua state before; -1 if this one was among them
 inline int NoteUndeclared(lua_State* L, const FBMetaEntry* table) {
   lua_rawgetp(L, LUA_REGISTRYINDEX, table);
   if (lua_isnil(L, -1)) {
@@ -43,9 +43,10 @@ inline int NoteUndeclared(lua_State* L, const FBMetaEntry* table) {
   return count;
 }
 
-/// Logs, once for each name in a Lua state, that the program has assigned to the name at `index`
-/// (a string), which the blocks of type `type_name` do not declare; with file, line and the nearest
-/// name. May raise a Lua error (out of memory) and may collect, blocks included.
+/// Logs, once for each name in a Lua state, that the program has assigned to the name at `index` (a
+/// string), which the blocks of type `type_name` do not declare; with file, line and the nearest
+/// name. May raise a Lua error (out of memory), and may run the collector, which may destroy
+/// blocks.
 inline void ReportUndeclared(lua_State* L, int index, const char* type_name,
                              const FBMetaEntry* table) {
   const char* name = lua_tostring(L, index);

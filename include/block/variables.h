@@ -17,24 +17,24 @@ struct FBInput {
   OpcUa_VariantHlp value;
 };
 
-/// Variables are added and never removed. A small table beside the map has those that are settled:
-/// it finds one without a search, and without a copy of the name. Of two variables with the same
-/// slot the first one gets it, and the other is found in the map.
+/// Variables are added and never removed. A small table next to the map holds the settled ones,
+/// which are found without a search and without copying the name. Of two variables with the same
+/// slot the first gets it, and the other is found in the map.
 class BlockVariables {
  public:
-  /// The variable of this name, added as Null where there is none. Throws std::bad_alloc.
+  /// The variable of this name, added as Null if there is none. Throws std::bad_alloc.
   FBInput& Find(std::string_view name) {
     FBInput* settled = FindSettled(name);
     return settled != nullptr ? *settled : FindEntry(name).second;
   }
-  /// As Find; the variable is settled then, as far as its slot is free.
+  /// As Find; the variable is then settled, if its slot is free.
   FBInput& Settle(std::string_view name) {
     Entry& entry = FindEntry(name);
     Entry*& slot = settled_[SlotOf(name)];
     if (slot == nullptr) slot = &entry;
     return entry.second;
   }
-  /// The variable of this name where it is known to be settled, else null.
+  /// The variable of this name if it is settled, otherwise null.
   [[nodiscard]] FBInput* FindSettled(std::string_view name) noexcept {
     Entry* entry = settled_[SlotOf(name)];
     const bool same = entry != nullptr && entry->first == name;
@@ -50,7 +50,8 @@ class BlockVariables {
     const auto found = map_.find(name);
     return found != map_.end() ? *found : *map_.try_emplace(std::string(name)).first;
   }
-  /// The factors give the variables of our blocks slots of their own, but for a few of SEND_EMAIL.
+  /// With these factors the variables of our blocks have slots of their own, except a few of
+  /// SEND_EMAIL.
   static std::size_t SlotOf(std::string_view name) {
     if (name.empty()) return 0;
     const std::size_t first = static_cast<unsigned char>(name.front());

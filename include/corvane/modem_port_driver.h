@@ -13,27 +13,27 @@ extern "C" {
 /// What a request function says about the request that it wrote.
 struct PortDriverRequestData {
   std::int32_t timeout;  ///< how long to wait for the answer, in ms, from its last octet
-  /// The character that ends a one-line answer (13), 0: the answer has several lines, or no line
-  /// end, as the prompt. A hint for drivers that do not know AT commands; ours does, and ignores
+  /// The character that ends a one-line answer (13). 0: the answer has several lines, or no line
+  /// end, like the prompt. A hint for drivers that do not know AT commands; ours does, and ignores
   /// it.
   char endChar;
 };
 
-/// Room that the driver gives a request function, in bytes.
+/// Size of the buffer that the driver passes to a request function, in bytes.
 enum { kPortDriverRequestSize = 1024 };
 
-/// Takes an answer: `length` bytes at `reply`, which may be overwritten, followed by a NUL.
+/// Receives an answer: `length` bytes at `reply`, which may be overwritten, followed by a NUL.
 /// A negative `status` means that no valid answer came; there are no bytes then.
 /// Returns non-zero while the client's exchange goes on, that is, while its next request belongs
-/// together with this one. Our driver ignores it: it asks the priority function after each exchange
+/// to this one. Our driver ignores it: it asks the priority function after each exchange
 /// anyway, and only an open prompt keeps other clients out.
 using PortDriverReplyFunction = int (*)(void* context, char* reply, int length, int status);
-/// 0: nothing to send. Clients with greater numbers are served first. The driver may ask at any
+/// 0: nothing to send. Clients with higher numbers are served first. The driver may ask at any
 /// time and as often as it likes; asking may begin a client's work.
 using PortDriverPriorityFunction = int (*)(void* context);
 /// Writes the next request to `buffer` (kPortDriverRequestSize bytes) and returns its length, 0 for
 /// none. A request is a command line with its CR, or the text of a message with its Ctrl-Z. It sets
-/// `on_reply`, to null where nobody wants the answer.
+/// `on_reply`, to null if nobody wants the answer.
 using PortDriverRequestFunction = int (*)(void* context, char* buffer,
                                           PortDriverRequestData* request,
                                           PortDriverReplyFunction* on_reply);
@@ -46,8 +46,8 @@ using PortDriverRequestFunction = int (*)(void* context, char* buffer,
 int ModemPortDriverRegister(int port, void* context, PortDriverPriorityFunction priority,
                             PortDriverRequestFunction request, void* extra);
 
-/// Withdraws every registration of `context`, which the driver does not touch after the return. An
-/// exchange of it that is under way continues on the wire, and its answer is dropped. Unknown
+/// Withdraws every registration of `context`, which the driver does not touch after the return. If
+/// an exchange of it is in progress, it continues on the wire, and its answer is dropped. Unknown
 /// contexts are allowed. An addition of this runtime: an add-in refers to it weakly and skips the
 /// call where a runtime does not have it.
 void ModemPortDriverUnregister(void* context) __attribute__((weak));
@@ -55,48 +55,42 @@ void ModemPortDriverUnregister(void* context) __attribute__((weak));
 
 // What a driver owes its clients
 //
-// The answer that is handed over is made of the lines of the command's own answer ("+CMGL: ...",
-// with the PDU line after each; "+CMGS: ...") and its final result. Its first octet is the first of
-// the first such line: READ_SMS counts from there.
-// - Each line ends with CR LF, whatever the modem sends, and there are no empty lines. Only a
-// header
-//   without a PDU is followed by one.
-// - No echo of the request, whole, doubled or damaged, and no echo of a PDU.
-// - No unsolicited lines (RING, +CMTI, +CREG, ^RSSI ...; with +CMT, +CDS and +CBM the next line
-// goes,
-//   too), wherever they come: before the answer, between header and PDU, in the middle of a PDU.
-// - The standard form: "+CMGL: 1,0,,30" and "+CMS ERROR: 500" with the blank, also for a modem that
-//   leaves it out; "+CMS ERROR: n" for "+CMGS ERROR: n"; "ERROR" for words of a maker's own. The
-//   blocks find the place of a message and the number of an error by counting characters.
-// - A PDU line ends where its PDU does. Modems fill it up with FF, and READ_SMS takes all of it for
-//   text. Do not believe the announced length alone: some modems announce the same for every
-//   message.
-// - The prompt is ">", as soon as that comes; a line end does not follow it.
-// - Complete, or nothing. An answer ends with its final result (OK, ERROR, "ERROR: ...", +CMS
-// ERROR,
-//   +CME ERROR), not with its first line and not when the time is over. Of a list that breaks off,
-//   whole entries may be handed over; half a PDU must not be: the block would delete it as one that
-//   cannot be decoded.
-// - A message whose "+CMGS: n" came is sent, even if its OK is lost: hand over both, or it goes out
-// again.
-// - What comes after the time-out is never taken for the answer to the next request: leave the
-// prompt
-//   (ESC, CR), wait until the line is quiet, and make sure by a command of your own that modem and
-//   driver are in step.
-// - A restart of the modem (RDY, ^SYSSTART ...) ends the exchange: it has lost its settings and the
-// text.
+// The answer that is handed over consists of the lines of the command's own answer ("+CMGL: ...",
+// with the PDU line after each; "+CMGS: ...") and its final result. Its first octet is the first
+// octet of the first such line: READ_SMS counts from there.
+// - Each line ends with CR LF, whatever the modem sends, and there are no empty lines; only a
+//   header without a PDU is followed by one.
+// - No echo of the request, whether whole, doubled or damaged, and no echo of a PDU.
+// - No unsolicited lines (RING, +CMTI, +CREG, ^RSSI ...; with +CMT, +CDS and +CBM the next line is
+//   dropped, too), wherever they arrive: before the answer, between header and PDU, in the middle
+//   of a PDU.
+// - The standard form: "+CMGL: 1,0,,30" and "+CMS ERROR: 500" with the space, also for a modem that
+//   leaves it out; "+CMS ERROR: n" for "+CMGS ERROR: n"; "ERROR" for a manufacturer's own words.
+//   The blocks find the place of a message and the number of an error by counting characters.
+// - A PDU line ends where its PDU does. Some modems pad it with FF, and READ_SMS takes all of it
+//   for text. Do not trust the announced length alone: some modems announce the same length for
+//   every message.
+// - The prompt is ">", as soon as that arrives; no line end follows it.
+// - Complete, or nothing. An answer ends with its final result (OK, ERROR, "ERROR: ...",
+//   +CMS ERROR, +CME ERROR), not with its first line and not with the time-out. If a list breaks
+//   off, whole entries may be handed over; half a PDU must not be: the block would delete it as one
+//   that cannot be decoded.
+// - A message whose "+CMGS: n" has arrived is sent, even if its OK is lost: hand over both, or it
+//   is sent again.
+// - What arrives after the time-out is never taken for the answer to the next request: leave the
+//   prompt (ESC, CR), wait until the line is quiet, and make sure with a command of the driver's
+//   own that modem and driver are in step.
+// - A restart of the modem (RDY, ^SYSSTART ...) ends the exchange: the modem has lost its settings
+//   and the text.
 //
 // Turns among clients
-// - One exchange at a time for the whole port. The client with the greatest priority goes first,
-// among
-//   equal ones the one that has waited longest.
-// - An open prompt belongs to the client whose command opened it, whatever the others' priorities
-// are:
-//   its next request is the text. Where it wants nothing any more, leave the prompt with ESC and
-//   CR.
+// - One exchange at a time for the whole port. The client with the highest priority goes first;
+//   among equals, the one that has waited longest.
+// - An open prompt belongs to the client whose command opened it, whatever the priorities of the
+//   others: its next request is the text. If it no longer wants to send anything, leave the prompt
+//   with ESC and CR.
 // - After an exchange without an answer, or one that the modem refused, every other client that
-// wants
-//   the port goes first, and the client pauses, for longer while it keeps failing (ours: 100 ms,
-//   doubling to 5 s, until an exchange succeeds). A READ_SMS or SEND_SMS that fails is ready again
-//   at once, and would keep the port for ever.
+//   wants the port goes first, and the client pauses, for longer while it keeps failing (our pauses
+//   double from 100 ms to 5 s, until an exchange succeeds). A READ_SMS or SEND_SMS that fails is
+//   ready again at once, and would keep the port for ever.
 // - A client may register and withdraw others and itself in any of its functions.

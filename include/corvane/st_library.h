@@ -20,8 +20,8 @@ struct STValueMeaning {
 };
 
 /// Says what values of a block type's variables mean, for people who watch a program. The words are
-/// the block's, since nobody else knows its states; they come by this function and not with the
-/// metadata, which hosts check and programs see. `meanings` is copied. Called from the add-in's
+/// the block's, since nothing else knows its states; they are passed by this function and not in
+/// the metadata, which hosts check and programs see. `meanings` is copied. Called from the add-in's
 /// InitAddin only. An addition of this runtime: an add-in refers to it weakly and skips the call
 /// where a runtime does not have it.
 void DescribeExternalSTLibValues(const char* name, const STValueMeaning* meanings)

@@ -131,16 +131,16 @@ struct OpcUa_DataValue {
   OpcUa_UInt16 ServerPicoseconds;
 };
 
-/// Makes a scalar Null of raw memory.
+/// Initialises raw memory as a scalar Null.
 void OpcUa_Variant_Initialize(OpcUa_Variant* variant);
 /// Releases what the value owns (string, localized text, data value, array elements) and leaves a
-/// scalar Null. Types held by `Pointer` are shared by copies, so their memory stays their maker's.
+/// scalar Null. Types held by `Pointer` are shared by copies, so whoever made them releases them.
 void OpcUa_Variant_Clear(OpcUa_Variant* variant);
 
 /// For OpcUa_String_StrnCpy: the whole source.
 inline constexpr OpcUa_UInt32 OPCUA_STRING_LENDONTCARE = 0xFFFFFFFF;
 
-/// Makes a null string of raw memory.
+/// Initialises raw memory as a null string.
 void OpcUa_String_Initialize(OpcUa_String* string);
 /// Releases the bytes if the string owns them and leaves a null string.
 void OpcUa_String_Clear(OpcUa_String* string);
@@ -153,7 +153,7 @@ void OpcUa_String_Clear(OpcUa_String* string);
 OpcUa_StatusCode OpcUa_String_AttachToString(const char* source, OpcUa_UInt32 length,
                                              OpcUa_UInt32 capacity, OpcUa_Boolean copy,
                                              OpcUa_Boolean free_on_clear, OpcUa_String* string);
-/// Replaces `target` by a copy of at most `length` bytes of `source`; a null string stays null.
+/// Replaces `target` with a copy of at most `length` bytes of `source`; a null string stays null.
 OpcUa_StatusCode OpcUa_String_StrnCpy(OpcUa_String* target, const OpcUa_String* source,
                                       OpcUa_UInt32 length);
 /// The bytes, or null for a null string.
@@ -176,7 +176,7 @@ void OpcUa_Memory_Free(void* memory);
 inline constexpr OpcUa_UInt32 OPCUA_TRACE_LEVEL_WARNING = 0x10;
 inline constexpr OpcUa_UInt32 OPCUA_TRACE_LEVEL_DEBUG = 0x20;
 
-/// Writes one trace line: printf format and arguments, with the source position it speaks of.
+/// Writes one trace line: printf format and arguments, with the source position that it refers to.
 void OpcUa_Trace_Imp(OpcUa_UInt32 level, const char* file, OpcUa_UInt32 line, const char* format,
                      ...) __attribute__((format(printf, 4, 5)));
 

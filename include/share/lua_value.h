@@ -20,7 +20,7 @@ int WriteLuaValue(const OpcUa_Variant& value, lua_State* L);
 ///   STRING         string, any bytes; number in full; boolean "true"/"false"
 ///   DATE_AND_TIME  number: seconds since 1970-01-01 UTC, from 1601 on
 ///   Null           the type follows the value: Boolean, Int32 or Double, String
-/// nil gives the type's null value (false, 0, empty, null time, Null).
+/// nil becomes the type's null value (false, 0, empty, null time, Null).
 /// Any other value, and a number outside the type's range, raises a Lua error that names the type
 /// and the value; the variable's name, too, when that is the string directly below the value, as it
 /// is in an assignment. The variant is then unchanged.

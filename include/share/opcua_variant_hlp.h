@@ -53,7 +53,7 @@ class OpcUa_VariantHlp : public OpcUa_Variant {
     Datatype = static_cast<OpcUa_Byte>(type);
   }
 
-  /// The text form of a scalar value; `out` is left alone when there is none.
+  /// The text form of a scalar value; `out` stays as it is if there is none.
   /// @return OpcUa_Good, or OpcUa_BadNoText for Null and the structured types, DateTime included,
   /// and for several strings. Compatibility: of other types an array is rendered as if
   /// it were a scalar.
@@ -79,14 +79,14 @@ class OpcUa_VariantHlp : public OpcUa_Variant {
 
 inline OpcUa_StatusCode OpcUa_VariantHlp::SetString(const char* text, std::size_t length) {
   Reset(OpcUaType_String);
-  // A length that the stack's 32 bits do not hold is as good as no memory.
+  // A length that does not fit in the stack's 32 bits counts as out of memory.
   const OpcUa_StatusCode status =
       length >= OPCUA_STRING_LENDONTCARE
           ? OpcUa_BadOutOfMemory
           : OpcUa_String_AttachToString(text, static_cast<OpcUa_UInt32>(length), 0, OpcUa_True,
                                         OpcUa_True, &Value.String);
   if (OpcUa_IsBad(status)) {
-    // The position is part of the line as log readers know it, whatever line this is now.
+    // The position belongs to the line that log readers know, whatever line this is now.
     OpcUa_Trace_Imp(OPCUA_TRACE_LEVEL_WARNING, "include/share/opcua_variant_hlp", 484,
                     "<--ReturnError: OpcUa_String_AttachToString((char*)s, size, 0, OpcUa_True, "
                     "OpcUa_True, &(Value.String)) returns 0x%08X\n",
@@ -100,7 +100,7 @@ inline OpcUa_StatusCode OpcUa_VariantHlp::GetString(std::string& out) const {
   switch (Datatype) {
     case OpcUaType_Boolean: stream << (Value.Boolean != 0 ? "true" : "false"); break;
     case OpcUaType_SByte:  // Compatibility: SByte and Byte are read through the 16-bit slot, so an
-    case OpcUaType_Byte:   // SByte of -1, whose other bytes are zero, gives "255".
+    case OpcUaType_Byte:   // SByte of -1, whose other bytes are zero, is "255".
     case OpcUaType_Int16: stream << Value.Int16; break;
     case OpcUaType_UInt16: stream << Value.UInt16; break;
     case OpcUaType_Int32: stream << Value.Int32; break;

@@ -13,11 +13,11 @@ using std::mutex;  // non-recursive
 /// A thread that runs `function(argument)`. It must be joined before it is destroyed.
 class thread {
  public:
-  /// Starts at once. Throws std::system_error when the system has no thread to give.
+  /// Starts at once. Throws std::system_error when no thread can be created.
   thread(void (*function)(void*), void* argument) : thread_(function, argument) {}
   thread(const thread&) = delete;
   thread& operator=(const thread&) = delete;
-  /// Waits for the function's return.
+  /// Waits until the function returns.
   void join() { thread_.join(); }
 
  private:

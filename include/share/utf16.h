@@ -9,9 +9,9 @@ extern "C" {
 /// @param source `length` octets of UTF-8; may hold NUL characters
 /// @param target room for `capacity` code units, that is twice as many octets
 /// @param flags reserved, 0
-/// @return octets that the whole text takes, but never more than `2 * capacity`: a result of that
-///   size means that the text fills the room or was cut to it, at a code unit. Below -1 when
-///   `source` is not valid UTF-8 or an argument makes no sense; then nothing useful is in `target`.
+/// @return how many octets the whole text needs, but never more than `2 * capacity`: a result of
+///   that size means that the text fills the room or was cut to it, at a code unit. Below -1 if
+///   `source` is not valid UTF-8 or an argument makes no sense; `target` then holds nothing useful.
 ///   (Never -1, since callers halve the result towards zero.)
 int convert_utf8_to_utf16(const char* source, int length, unsigned char* target, int capacity,
                           int flags);

@@ -29,7 +29,7 @@ bool IsControl(char c) {
 void AppendWithoutControls(std::string_view text, std::string_view kept, std::string& shown) {
   std::size_t begin = 0;  // of what is still to be copied
   for (std::size_t i = 0; i < text.size(); ++i) {
-    // U+0080 to U+009F take two octets, of which the second tells them apart.
+    // U+0080 to U+009F have two octets; the second tells them apart.
     const bool upper = text[i] == '\xC2' && static_cast<unsigned char>(text[i + 1]) < 0xA0;
     if (!upper && !(IsControl(text[i]) && kept.find(text[i]) == std::string_view::npos)) continue;
     shown += text.substr(begin, i - begin);

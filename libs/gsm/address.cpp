@@ -46,7 +46,7 @@ std::string ReadDigits(OctetSpan octets, std::size_t count, OctetReader& in) {
     const std::uint8_t octet = octets[i / 2];
     const std::uint8_t half = i % 2 == 0 ? octet & 0x0F : octet >> 4;
     if (half == kFiller) {
-      // The filler of an odd number of digits is the last half; elsewhere it is no digit.
+      // The filler of an odd number of digits is the last half; elsewhere it is not a digit.
       if (i + 1 != count) in.Refuse(PduError::kBadDigit);
       break;
     }

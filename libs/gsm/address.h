@@ -27,8 +27,8 @@ using Address = std::string;
 /// An empty address has no digits: that of a stored message without a receiver.
 void WriteAddress(const Address& address, Octets& out);
 
-/// Service-centre address in front of the TPDU (3GPP TS 27.005 clause 3.1): length in octets with
-/// the type, 0 for none, which gives an empty address. Errors: as above.
+/// Service-centre address before the TPDU (3GPP TS 27.005 clause 3.1): length in octets with the
+/// type, 0 for none, which yields an empty address. Errors: as above.
 [[nodiscard]] Address ReadServiceCentre(OctetReader& in);
 void WriteServiceCentre(const Address& address, Octets& out);
 

@@ -14,13 +14,13 @@ enum class Alphabet : std::uint8_t {
   kUcs2,     ///< UTF-16, high octet first
 };
 
-/// What waits for the subscriber elsewhere, as bits 1 and 0 of the indication groups have it.
+/// What is waiting for the subscriber elsewhere, as bits 1 and 0 of the indication groups say.
 enum class Waiting : std::uint8_t { kVoiceMail, kFax, kEmail, kOther };
 
-/// A message that tells of other messages.
+/// A message that announces other messages.
 struct WaitingIndication {
   Waiting kind = Waiting::kVoiceMail;
-  bool active = false;   ///< false: nothing waits any more
+  bool active = false;   ///< false: nothing is waiting any more
   bool discard = false;  ///< the text need not be kept
 
   bool operator==(const WaitingIndication&) const = default;

@@ -6,7 +6,7 @@ namespace {
 
 constexpr std::string_view kDigits = "0123456789ABCDEF";
 
-/// 0..15, or -1 for a character that is no digit.
+/// 0..15, or -1 for a character that is not a digit.
 int ValueOf(char digit) {
   if (digit >= '0' && digit <= '9') return digit - '0';
   if (digit >= 'A' && digit <= 'F') return digit - 'A' + 10;

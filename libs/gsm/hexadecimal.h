@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Octets as the hexadecimal digits that a modem in PDU mode speaks (3GPP TS 27.005 clause 3.1).
+// Octets as the hexadecimal digits that a modem in PDU mode uses (3GPP TS 27.005 clause 3.1).
 #pragma once
 
 #include <optional>
@@ -10,7 +10,7 @@
 
 namespace gsm {
 
-/// Two upper-case digits an octet.
+/// Two upper-case digits for each octet.
 [[nodiscard]] std::string ToHexadecimal(OctetSpan octets);
 
 /// Digits of either case; nullopt for an odd number of digits and for other characters.

@@ -21,14 +21,14 @@ enum class PduError : std::uint8_t {
   kBadDigit,   ///< semi-octet above 9 where a decimal digit is required
   kBadType,    ///< a message type that is not expected here
   kBadLength,  ///< a length field above what the standard allows
-  kTrailing,   ///< octets left over behind the last field
+  kTrailing,   ///< octets left over after the last field
 };
 
 /// In words, for the operator: "octets are missing".
 [[nodiscard]] std::string_view Describe(PduError error) noexcept;
 
 /// Reads left to right, never past the end. Failure is sticky: after the first
-/// one every read gives 0 or nothing and consumes nothing, so a decoder reads a whole
+/// one every read returns 0 or nothing and consumes nothing, so a decoder reads a whole
 /// group of fields and then tests error(); error_at() is the 0-based octet at fault.
 class OctetReader {
  public:

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// SMS-DELIVER, SMS-SUBMIT and SMS-STATUS-REPORT PDUs with the service-centre address in front
+// SMS-DELIVER, SMS-SUBMIT and SMS-STATUS-REPORT PDUs, each after a service-centre address
 // (3GPP TS 23.040 clauses 9.2.2.1 to 9.2.2.3; 3GPP TS 27.005 clause 3.1).
 #pragma once
 
@@ -56,12 +56,12 @@ enum class Outcome : std::uint8_t {
 };
 [[nodiscard]] Outcome OutcomeOf(std::uint8_t status) noexcept;
 
-/// What a PDU from the network is, as its message type says; kReserved: no type of ours.
+/// What a PDU from the network is, as its message type says; kReserved: any other type.
 enum class IncomingType : std::uint8_t { kDeliver, kStatusReport, kReserved };
 /// nullopt: the octets end before the message type.
 [[nodiscard]] std::optional<IncomingType> TypeOfIncoming(OctetSpan octets) noexcept;
 
-/// Whether decoding succeeded, and else why not and at which octet.
+/// Whether decoding succeeded, and if not, why and at which octet.
 struct PduResult {
   PduError error = PduError::kNone;
   std::size_t error_at = 0;
@@ -73,7 +73,7 @@ struct PduResult {
 /// the message.
 [[nodiscard]] PduResult DecodeDeliver(OctetSpan octets, DeliverPdu& pdu);
 [[nodiscard]] PduResult DecodeSubmit(OctetSpan octets, SubmitPdu& pdu);
-/// The optional parameters at the end are skipped: they say nothing of the outcome.
+/// The optional parameters at the end are skipped: they say nothing about the outcome.
 [[nodiscard]] PduResult DecodeStatusReport(OctetSpan octets, StatusReportPdu& pdu);
 
 /// Its data coding scheme follows from the alphabet of the data.
@@ -87,7 +87,7 @@ struct PduResult {
 /// on.
 [[nodiscard]] std::uint8_t RelativeValidity(std::chrono::minutes time) noexcept;
 
-/// Octets of a PDU without its service-centre address, as +CMGL and AT+CMGS count them; 0 where the
+/// Octets of a PDU without its service-centre address, as +CMGL and AT+CMGS count them; 0 if the
 /// address is longer than the PDU.
 [[nodiscard]] std::size_t TpduLength(OctetSpan pdu) noexcept;
 

@@ -6,11 +6,11 @@
 
 namespace gsm {
 
-/// Packs characters (0..127), the first one behind `fill_bits` (0..6) zero bits.
+/// Packs characters (0..127), the first one after `fill_bits` (0..6) zero bits.
 [[nodiscard]] Octets PackSeptets(OctetSpan septets, unsigned fill_bits = 0);
 
-/// Takes `count` characters out of `octets`, the first one behind `fill_bits` (0..6) bits; fewer
-/// where the octets end before.
+/// Unpacks `count` characters from `octets`, the first one after `fill_bits` (0..6) bits; fewer if
+/// the octets end before that.
 [[nodiscard]] Octets UnpackSeptets(OctetSpan octets, std::size_t count, unsigned fill_bits = 0);
 
 }  // namespace gsm

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Text of seven-bit characters: the GSM 7-bit default alphabet with its extension table, and the
-// national language tables that may take their place (3GPP TS 23.038 clause 6.2.1).
+// national language tables that may replace them (3GPP TS 23.038 clause 6.2.1).
 #pragma once
 
 #include <optional>
@@ -11,21 +11,21 @@
 
 namespace gsm {
 
-/// The languages whose tables a text is read with. One that lacks the table has the default one.
+/// The languages whose tables a text is read with. The default table serves a language without one.
 struct Shifts {
-  Language locking = Language::kDefault;  ///< in place of the default alphabet
-  Language single = Language::kDefault;   ///< in place of the extension table, behind an escape
+  Language locking = Language::kDefault;  ///< instead of the default alphabet
+  Language single = Language::kDefault;   ///< instead of the extension table, after an escape
 
   bool operator==(const Shifts&) const = default;
 };
 
-/// UTF-8 of seven-bit characters (0..127). An escape before a character that the table behind it
-/// lacks gives the character of the main table; an escape at the end or before another one, a
+/// UTF-8 of seven-bit characters (0..127). An escape before a character that the table for it lacks
+/// yields the character of the main table; an escape at the end or before another one yields a
 /// space.
 [[nodiscard]] std::string DecodeSeptets(OctetSpan septets, const Shifts& shifts = {});
 
 /// The one or two (escape and character) septets of a character in the default alphabet; nullopt
-/// when it lacks it.
+/// if the alphabet lacks it.
 [[nodiscard]] std::optional<Octets> EncodeDefaultAlphabet(char32_t character);
 
 }  // namespace gsm

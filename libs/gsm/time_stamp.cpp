@@ -22,7 +22,7 @@ void WriteSwapped(int value, Octets& out) {
   out.push_back(static_cast<std::uint8_t>((value % 10) << 4 | (value / 10 % 10)));
 }
 
-/// Takes exactly `digits` decimal digits off the front of `text`; false when they are not there.
+/// Takes exactly `digits` decimal digits off the front of `text`; false if they are not there.
 bool TakeNumber(std::string_view& text, std::size_t digits, int& value) {
   const std::string_view number = text.substr(0, digits);
   if (number.size() != digits || number.find_first_not_of("0123456789") != std::string_view::npos) {

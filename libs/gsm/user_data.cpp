@@ -14,7 +14,7 @@ namespace {
 constexpr std::size_t kMostSeptets = 160;
 constexpr std::size_t kMostOctets = 140;
 
-/// Where the first septet behind a header of `octets` begins: on the next septet boundary.
+/// Where the first septet after a header of `octets` begins: on the next septet boundary.
 unsigned FillBits(std::size_t octets) {
   return static_cast<unsigned>((7 - octets * 8 % 7) % 7);
 }
@@ -40,7 +40,7 @@ std::string PayloadText(Alphabet alphabet, OctetSpan payload, const Shifts& shif
   return {};
 }
 
-/// Octets or septets that one part holds behind a header of `header` octets.
+/// Octets or septets that one part holds after a header of `header` octets.
 std::size_t Capacity(Alphabet alphabet, std::size_t header) {
   if (alphabet == Alphabet::kDefault) return kMostSeptets - HeaderSeptets(header);
   const std::size_t octets = kMostOctets - header;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The user data of an SMS: text or octets behind a header (3GPP TS 23.040
+// The user data of an SMS: text or octets after a header (3GPP TS 23.040
 // clauses 9.2.3.16, 9.2.3.24).
 #pragma once
 
@@ -19,11 +19,11 @@ struct UserData {
   Alphabet alphabet = Alphabet::kDefault;
   UserDataHeader header;
   Octets payload;  ///< after the header: one septet or one octet an element
-  /// The header indicator was set, but what follows is no header: all of it counts as text.
+  /// The header indicator was set, but what follows is not a header: all of it counts as text.
   bool header_ignored = false;
 };
 
-/// Length and user data. A header that is malformed is ignored, as clause 9.2.3.24 wants.
+/// Length and user data. A malformed header is ignored, as clause 9.2.3.24 requires.
 /// Errors: kTruncated, kBadLength (above 160 septets or 140 octets).
 [[nodiscard]] UserData ReadUserData(OctetReader& in, std::uint8_t data_coding_scheme,
                                     bool has_header);
@@ -33,7 +33,7 @@ void WriteUserData(const UserData& data, Octets& out);
 
 /// UTF-8 of consecutive parts of a message; 8-bit data as hexadecimal digits. Parts with the same
 /// alphabet and tables are read as one, since a character may lie across two. A surrogate without
-/// its other half gives U+FFFD.
+/// its other half becomes U+FFFD.
 [[nodiscard]] std::string TextOf(std::span<const UserData> parts);
 [[nodiscard]] std::string TextOf(const UserData& part);
 
@@ -45,7 +45,7 @@ struct SplitOptions {
 
 /// The parts of a UTF-8 text: one without a header where it fits, else concatenated ones. In the
 /// default alphabet where it has all characters, else UCS-2. An escape sequence or a surrogate
-/// pair is never torn. nullopt: not UTF-8, or more than 255 parts.
+/// pair is never split. nullopt: not UTF-8, or more than 255 parts.
 [[nodiscard]] std::optional<std::vector<UserData>> SplitText(std::string_view utf8,
                                                              const SplitOptions& options);
 

@@ -38,11 +38,11 @@ struct UserDataHeader {
   bool operator==(const UserDataHeader&) const = default;
 };
 
-/// The information elements behind the length octet; of an element that is given twice, the last
-/// one counts. nullopt when they do not fill `octets` exactly.
+/// The information elements after the length octet; if an element is given twice, the last one
+/// counts. nullopt when they do not fill `octets` exactly.
 [[nodiscard]] std::optional<UserDataHeader> ReadHeader(OctetSpan octets);
 
-/// The header with its length octet in front; empty when it has no element.
+/// The header, beginning with its length octet; empty if it has no element.
 [[nodiscard]] Octets WriteHeader(const UserDataHeader& header);
 
 }  // namespace gsm

@@ -16,7 +16,7 @@ namespace gsm {
 /// Two octets, or four for a character above U+FFFF.
 [[nodiscard]] Octets EncodeUtf16(char32_t character);
 
-/// UTF-8 of UTF-16. A surrogate without its other half, or a last odd octet, gives U+FFFD.
+/// UTF-8 of UTF-16. A surrogate without its other half, or a last odd octet, becomes U+FFFD.
 [[nodiscard]] std::string DecodeUtf16(OctetSpan octets);
 
 }  // namespace gsm

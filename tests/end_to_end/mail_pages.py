@@ -216,7 +216,7 @@ def failed_messages_do_not_lock_the_others_out(provider, exim):
     assert run(FAILURES, exim.port) == "code 0\n"
     provider.take()
     [accept_max] = re.findall(r"^smtp_accept_max = (\d+)$", relay_configuration, re.MULTILINE)
-    assert f"takes {accept_max} connections at once" in guide
+    assert f"accepts {accept_max} connections at once" in guide
 
     def small(text):
         text = replace(text, f"smtp_accept_max = {accept_max}", "smtp_accept_max = 2")

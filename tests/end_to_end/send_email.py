@@ -113,7 +113,7 @@ def a_wrong_password_is_406(server):
 def a_refused_recipient_costs_a_time_out(server):
     code, log = send(server, Recipient="reject@plant.example")
     assert code == 402 and "Server not responding" in log, (code, log)
-    assert re.search(r'SEND_EMAIL of .*/send_email.lua:\d+, "Alarm" by 127.0.0.1 port \d+: code 402 after RCPT '
+    assert re.search(r'SEND_EMAIL of .*/send_email.lua:\d+, "Alarm" via 127.0.0.1 port \d+: code 402 after RCPT '
                      r"TO:<reject@plant.example>; .*; the server's last line: 550 .*no such user", log), log
     code, _ = send(server, Recipient="operator@plant.example reject@plant.example")
     assert code == 402, code

@@ -459,7 +459,7 @@ class Log(unittest.TestCase):
 
     def test_each_failed_mail_is_logged(self):
         lines = [self.stamp + "warning Lack of memory",
-                 self.stamp + 'warning SEND_EMAIL of soak.lua:19, "soak 1" by 127.0.0.1 port 25: code 408',
+                 self.stamp + 'warning SEND_EMAIL of soak.lua:19, "soak 1" via 127.0.0.1 port 25: code 408',
                  "sh: 1: " + self.stamp + "info    all is well"]
         starved = [Span("no descriptors", 0, 3)]
         self.assertFalse(self.log(lines, starved, 1))

@@ -47,7 +47,7 @@ CSmtp::CSmtp() {
 CSmtp::~CSmtp() = default;
 
 const char* CSmtp::GetLocalHostName() const {
-  ReadHostName();  // for its errors only: the name stays the one that EHLO gives
+  ReadHostName();  // only for its errors: the name stays the one that EHLO sends
   return localHostName.c_str();
 }
 
@@ -129,8 +129,8 @@ void CSmtp::ReceiveData() {
   for (std::size_t count = 0;; ++count) {
     smtp_socket::Wait(hSocket, Direction::kRead, budget);
     if (count == kBufferSize) throw ECSmtp(SMTP_ERR_LACK_OF_MEMORY);
-    // At the end of the connection nothing is read, but a place is used up all the same, so the
-    // buffer is full at once.
+    // After the end of the connection nothing is read, but each try uses up a place, so the buffer
+    // is full at once.
     RecvBuf[count] = '\0';
     if (recv(hSocket, &RecvBuf[count], 1, 0) < 0) throw ECSmtp(SMTP_ERR_RECV);
     if (RecvBuf[count] != '\n') continue;

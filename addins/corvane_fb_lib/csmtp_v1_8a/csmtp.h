@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // CSmtp: one e-mail, and the SMTP session (RFC 5321) that hands it to a server over plain TCP with
-// AUTH LOGIN. An object is filled, sent and destroyed. Failures are thrown as ECSmtp; what else is
-// known of one, progress() and ShownReply() tell.
+// AUTH LOGIN. An object is filled, sent and destroyed. Failures are thrown as ECSmtp; progress()
+// and ShownReply() have the details.
 // Threads: one at a time; several objects may send at once.
 #pragma once
 
@@ -27,7 +27,7 @@ struct SmtpProgress {
   /// Whether the server has the message.
   enum class Taken {
     kNo,
-    kUnknown,  ///< its end was sent, or partly; an answer has not come
+    kUnknown,  ///< its end was sent, or part of it; no answer has come
     kYes,      ///< the server has confirmed it
   };
   std::string step;  ///< what was done last, for people: "connecting", "after DATA"
@@ -35,7 +35,7 @@ struct SmtpProgress {
   std::string reply;  ///< the server's last whole line as it came; empty: none yet
 };
 
-/// Texts are taken as they are: no syntax is checked, and a line break in a header field or an
+/// Texts are used as they are: no syntax is checked, and a line break in a header field or an
 /// address is sent as such. A text ends at its first NUL.
 class CSmtp {
  public:
@@ -52,30 +52,30 @@ class CSmtp {
 
   /// Sends the message; returns when the server has taken it and has answered QUIT. It may be
   /// called again. Each reply, and each 10 KB sent, has ten seconds. On an error the connection
-  /// and the attachment that was being read stay open, as at the destructor.
+  /// and the attachment that was being read stay open; see the destructor.
   /// Throws ECSmtp: every code that ecsmtp.h marks except 206 and 412.
   void Send();
   /// How far the last Send has come.
   [[nodiscard]] const SmtpProgress& progress() const { return progress_; }
-  /// The server's last line for a log: one printable line, cut where it is long, without
-  /// the login and any piece of the password, both plain and as Base64. Empty: none yet.
+  /// The server's last line for a log: one printable line, cut if it is long, without
+  /// the login or any piece of the password, plain or as Base64. Empty: none yet.
   [[nodiscard]] std::string ShownReply() const;
 
-  /// A connected, non-blocking socket, the caller's to close. See smtp_socket::Connect.
+  /// A connected, non-blocking socket, which the caller closes. See smtp_socket::Connect.
   int ConnectRemoteServer(const char* server, unsigned short port);
   /// Sends the text in SendBuf. Throws ECSmtp: 109, 402 (ten seconds for the whole text), 102.
   void SendData();
   /// Reads one line of a reply into RecvBuf, its line feed included. Throws ECSmtp: 109, 402 (ten
-  /// seconds for the whole line), 103, 408 (kBufferSize bytes without a line feed; the end of the
-  /// connection ends here, too, and at once).
+  /// seconds for the whole line), 103, 408 (kBufferSize bytes without a line feed; also at once
+  /// when the connection has ended).
   void ReceiveData();
-  /// The code of the reply line in RecvBuf. Without three digits there: some other number.
+  /// The code of the reply line in RecvBuf; some other number if it begins without three digits.
   [[nodiscard]] int SmtpXYZdigits() const;
   /// The machine's name as the constructor read it. Throws ECSmtp: 408, 107.
   [[nodiscard]] const char* GetLocalHostName() const;
   /// Writes the message's header, which ends with its empty line, and a NUL to `header`, which has
-  /// room for kBufferSize characters. Throws ECSmtp: 409 no time, 203 no recipient, 201 no sender,
-  /// 408 no room; `header` is then as it was. Send has no such limit.
+  /// room for kBufferSize characters. Throws ECSmtp: 409 no valid time, 203 no recipient, 201 no
+  /// sender, 408 no room; `header` is then as it was. Send has no such limit.
   void FormatHeader(char* header) const;
 
   // Setters: each replaces the whole text. No pointer may be null.
@@ -86,7 +86,7 @@ class CSmtp {
   void SetReplyTo(const char* mail) { replyTo = mail; }
   void SetLogin(const char* text) { login = text; }
   void SetPassword(const char* text) { password = text; }
-  /// @param port 0: that of the service "mail", else 25
+  /// @param port 0: that of the service "mail", or 25 if it is unknown
   void SetSMTPServer(const char* server, unsigned short port);
   /// Any other value counts as normal.
   void SetXPriority(CSmptXPriority priority) { xPriority = priority; }
@@ -113,7 +113,7 @@ class CSmtp {
   /// One line of the body, without its line end. Line breaks in it are sent as they are.
   void AddMsgLine(const char* text) { msgLines.emplace_back(text); }
   /// A file, which Send opens. Compatibility: only a backslash separates folders, so the receiver
-  /// sees a path with slashes whole.
+  /// sees the whole of a path with slashes.
   void AddAttachment(const char* path);
 
   void DelRecipients() { recipients.clear(); }
@@ -151,7 +151,7 @@ class CSmtp {
   int ReadReply();
   int ReadReplyOtherThan(int code);
 
-  // What it says (csmtp_message.cpp).
+  // The message's text (csmtp_message.cpp).
   [[nodiscard]] std::string ComposeHeader() const;
   [[nodiscard]] std::string ComposeFrom() const;
   [[nodiscard]] static std::string ComposeAttachmentHeader(const std::string& path);
@@ -163,10 +163,10 @@ class CSmtp {
   std::string smtpServer;
   unsigned short smtpPort = 0;
   CSmptXPriority xPriority = XPRIORITY_NORMAL;
-  // Both have one more place, for the NUL after a full buffer.
+  // Both have one extra place, for the NUL after a full buffer.
   std::unique_ptr<char[]> SendBuf;  // the text that SendData sends
   std::unique_ptr<char[]> RecvBuf;  // the last reply line
-  int hSocket = 0;                  // of the current connection; 0 after a good end
+  int hSocket = 0;                  // of the current connection; 0 after success
   std::vector<Recipient> recipients, ccRecipients, bccRecipients;
   std::vector<std::string> attachments;
   std::vector<std::string> msgLines;

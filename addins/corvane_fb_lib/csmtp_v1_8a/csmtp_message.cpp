@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The message as it goes over the wire: header fields and MIME layout (RFC 5322, RFC 2045, 2046),
 // with deviations. Compatibility: a Date without weekday, zone and leading zeros, Bcc in the
-// header, "Content-type" beside "Content-Type", two charsets. Spam filters count some of them.
+// header, "Content-type" as well as "Content-Type", two charsets. Spam filters count some of them.
 #include <array>
 #include <ctime>
 
@@ -54,7 +54,7 @@ std::string Boundary() {
   return "--" + std::string(kBoundary) + "\r\n";
 }
 
-/// The fields that tell the receiver what the text is; with attachments, up to its part.
+/// The fields that say what the content is; with attachments, those of the text's part, too.
 std::string ComposeContentType(bool with_attachments) {
   if (!with_attachments) return "Content-type: text/plain; charset=utf-8\r\n";
   return "Content-Type: multipart/mixed; boundary=\"" + std::string(kBoundary) + "\"\r\n\r\n" +

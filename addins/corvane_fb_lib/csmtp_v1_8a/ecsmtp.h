@@ -7,7 +7,7 @@
 
 /// What went wrong. By hundreds: 1xx network and system calls, 2xx missing message data, 3xx a
 /// command that the server refused, 4xx session and resources. The client raises those marked *;
-/// the others belong to the catalogue all the same.
+/// the others are only in the catalogue.
 enum CSmtpError : std::int32_t {
   SMTP_NO_ERROR = 0,
   SMTP_ERR_NET_INIT = 100,
@@ -50,11 +50,11 @@ enum CSmtpError : std::int32_t {
   SMTP_ERR_OUT_OF_MSG_RANGE = 412,  ///< *
 };
 
-/// Thrown by value by CSmtp. Not derived from std::exception: its thrower's caller knows the code,
-/// and the object is nothing but the code.
+/// Thrown by value by CSmtp. Not derived from std::exception: callers handle the code, and the
+/// object holds nothing else.
 class ECSmtp {
  public:
-  /// Any number is taken; one outside the catalogue has the text "Undefined error id".
+  /// Any number is accepted; one outside the catalogue has the text "Undefined error id".
   explicit ECSmtp(std::int32_t code) : code_(code) {}
 
   [[nodiscard]] std::int32_t GetErrorNum() const { return code_; }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A mail server's words, as a log may show them. Pure functions, any thread.
+// A mail server's reply as a log may show it. Pure functions, any thread.
 #pragma once
 
 #include <string>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// poll instead of select: a descriptor above 1023 is as good as any other.
+// poll instead of select: descriptors above 1023 work like any other.
 #include "addins/corvane_fb_lib/csmtp_v1_8a/smtp_socket.h"
 
 #include <arpa/inet.h>
@@ -27,7 +27,7 @@ using corvane::Descriptor;
 constexpr unsigned short kSmtpPort = 25;
 constexpr std::size_t kMaxResolverBuffer = 65536;
 
-/// Waits for any of `events`, so many milliseconds. @return what happened; 0 when the time is over
+/// Waits up to `timeout` milliseconds for any of `events`. @return what happened; 0: a time-out
 int Poll(int descriptor, int events, int timeout) {
   pollfd wait{descriptor, static_cast<short>(events), 0};
   const int count = poll(&wait, 1, timeout);
@@ -37,12 +37,13 @@ int Poll(int descriptor, int events, int timeout) {
 
 /// As above, within the budget.
 int Poll(int descriptor, int events, const WaitBudget& budget) {
-  // A look without a time limit costs half of one with it, and most octets of a reply are there.
+  // A poll that never waits costs half as much as one that may, and most octets of a reply have
+  // already arrived.
   const int ready = Poll(descriptor, events, 0);
   return ready != 0 ? ready : Poll(descriptor, events, budget.Left());
 }
 
-/// Calls a re-entrant function of the name services with a buffer that grows as it asks for.
+/// Calls a re-entrant function of the name services with a buffer that grows as required.
 /// @return the entry, which points into `buffer`; null when there is none
 template <class Entry, class Call>
 const Entry* LookUp(std::vector<char>& buffer, Entry& entry, const Call& call) {

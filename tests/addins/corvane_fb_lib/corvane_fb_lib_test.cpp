@@ -88,7 +88,7 @@ TEST_F(AddinEntry, TheLastVariableOfSendEmailIsErrStrWithHash15) {
   EXPECT_THAT(text, testing::EndsWith("})\n"));
 }
 
-/// What every type does, by the table that registration reads.
+/// What every type in the table of block types does.
 class EveryType : public BlockTest, public testing::WithParamInterface<FBTypeEntry> {
  protected:
   static std::string Name() { return GetParam().util().typeName; }

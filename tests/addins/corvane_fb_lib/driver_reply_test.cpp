@@ -19,7 +19,7 @@ TEST(CmsErrorNumber, IsZeroWithoutANumber) {
   EXPECT_EQ(CmsErrorNumber("+CMS ERROR: 0"), 0);
 }
 
-TEST(CmsErrorNumber, IsNothingForAnotherAnswer) {
+TEST(CmsErrorNumber, IsNulloptForAnyOtherAnswer) {
   EXPECT_EQ(CmsErrorNumber(""), std::nullopt);
   EXPECT_EQ(CmsErrorNumber("+CMS ERROR:321"), std::nullopt);
   EXPECT_EQ(CmsErrorNumber("+CME ERROR: 14"), std::nullopt);

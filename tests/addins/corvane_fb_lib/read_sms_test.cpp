@@ -495,7 +495,7 @@ TEST_F(ReadSms, RandomAnswersDoNoHarmInAnyState) {
 TEST_F(ReadSms, ReadsAListOfTenThousandEntriesInLinearTime) {
   const std::string entry = Entry(1, TextMessage("one of many"));
   /// Processor time of the best of some passes over a list of `entries`, deletes included: a busy
-  /// machine does not count.
+  /// machine does not falsify it.
   const auto best_time = [&](std::size_t entries) {
     std::string answer;
     for (std::size_t i = 0; i < entries; ++i) answer += entry;

@@ -16,7 +16,7 @@ std::string AdviceOn(const std::string& receiver) {
   return AdviceOnReceiver(receiver, numbers);
 }
 
-TEST(AdviceOnReceiver, OnNumbersOfFourDigitsAndMoreIsNone) {
+TEST(AdviceOnReceiver, IsEmptyForNumbersOfFourDigitsOrMore) {
   for (const char* receiver :
        {"", " , ,", "1234", "15550101234", "15550101234, 4915112345678 1234"}) {
     EXPECT_EQ(AdviceOn(receiver), "") << receiver;
@@ -25,14 +25,14 @@ TEST(AdviceOnReceiver, OnNumbersOfFourDigitsAndMoreIsNone) {
 
 TEST(AdviceOnReceiver, SaysWhatANumberWithBlanksBecomesAndHowToWriteIt) {
   EXPECT_EQ(AdviceOn("+49 151 12345678"),
-            "SEND_SMS: Receiver \"+49 151 12345678\" is taken for 3 receivers, since blanks and "
+            "SEND_SMS: Receiver \"+49 151 12345678\" is read as 3 receivers, since blanks and "
             "commas separate them, and \"+49\" has fewer than four digits: if it is one number, "
             "write \"4915112345678\"; the short code of a service is right as it is");
-  EXPECT_THAT(AdviceOn("4915112345678, 112"), HasSubstr("for 2 receivers, "));
+  EXPECT_THAT(AdviceOn("4915112345678, 112"), HasSubstr("as 2 receivers, "));
   EXPECT_THAT(AdviceOn("4915112345678, 112"), HasSubstr("and \"112\" has fewer"));
 }
 
-TEST(AdviceOnReceiver, LetsAShortCodeAloneBeOne) {
+TEST(AdviceOnReceiver, SaysThatASingleShortCodeMayBeRight) {
   EXPECT_EQ(AdviceOn("112 "),
             "SEND_SMS: Receiver \"112 \" has fewer than four digits: right for the short code of a "
             "service, otherwise write the whole number with its country code, digits only");
@@ -44,7 +44,7 @@ TEST(AdviceOnReceiver, IsOneBoundedLine) {
   std::string many;
   for (int i = 0; i < 5000; ++i) many += "12 ";
   EXPECT_LT(AdviceOn(many).size(), 1000U);
-  EXPECT_THAT(AdviceOn(many), HasSubstr("is taken for 5000 receivers"));
+  EXPECT_THAT(AdviceOn(many), HasSubstr("is read as 5000 receivers"));
   EXPECT_THAT(AdviceOn(many), EndsWith("...\"; the short code of a service is right as it is"));
 }
 

@@ -186,7 +186,7 @@ TEST_F(SendEmail, WithoutARecipientIs203WhenItIsSent) {
   EXPECT_EQ(Eval("fb.ErrStr"), "");
   EXPECT_THAT(TakeLog(),
               ElementsAre("warning Undefined at least one reciepent",
-                          MatchesRegex("warning SEND_EMAIL of .*:1, \"Alarm\" by 127.0.0.1 port "
+                          MatchesRegex("warning SEND_EMAIL of .*:1, \"Alarm\" via 127.0.0.1 port "
                                        "[0-9]+: code 203 after MAIL FROM:<pump3@plant.example>; "
                                        "the server's last line: 250 sender ok")));
 }
@@ -329,9 +329,9 @@ TEST_F(SendEmail, ToAServerThatIsNotThereLogsWhyAndContinues) {
   EXPECT_EQ(NextCode(), "103");
   EXPECT_THAT(TakeLog(),
               ElementsAre("warning Function recv() failed",
-                          HasSubstr("by 127.0.0.1 port " + std::to_string(port) +
-                                    ": code 103 waiting for the greeting; refused where nothing "
-                                    "listens, otherwise reset")));
+                          HasSubstr("via 127.0.0.1 port " + std::to_string(port) +
+                                    ": code 103 waiting for the greeting; nothing listens there, "
+                                    "or the connection was reset")));
   const ScriptedSmtpServer server;
   Run("fb.Port = " + std::to_string(server.port()));
   Send();
@@ -445,14 +445,14 @@ TEST_F(SendEmail, DropsQueuedMessagesWhenItIsCollectedAndLogsWhich) {
   const ScriptedSmtpServer server;
   Run("fb = SEND_EMAIL.new()\n\n  fb = SEND_EMAIL.new({Server = '127.0.0.1', Port = " +
       std::to_string(server.port()) + "})");
-  // The worker waits for the first call's end, then for its next look into the queue.
+  // The worker waits for the end of the first call, then until it next checks the queue.
   Run("for i = 1, 13 do fb.Subject = 'No.\\n' .. i fb.Send = true fb() fb.Send = false fb() end");
   Run("fb = nil");
   Collect();
   const auto log = TakeLog();
-  const int sent = server.connections();  // each failed, for want of a sender
+  const int sent = server.connections();  // each failed, since it has no sender
   ASSERT_THAT(log, SizeIs(2 * sent + 1));
-  EXPECT_THAT(log.back(), MatchesRegex("warning SEND_EMAIL of .*:3 has gone, " +
+  EXPECT_THAT(log.back(), MatchesRegex("warning SEND_EMAIL of .*:3 is gone, " +
                                        std::to_string(13 - sent) + " messages were not sent: .*"));
   EXPECT_THAT(log.back(), EndsWith(sent == 0   ? "\"No.\\n10\" and 3 more"
                                    : sent == 1 ? "\"No.\\n11\" and 2 more"

@@ -37,7 +37,7 @@ std::string DescriptionWith(std::string SmtpReplies::*stage, const std::string& 
 TEST(DescribeFailure, NamesBlockSubjectServerAndPort) {
   const ScriptedSmtpServer server([](SmtpPeer& peer) { peer.Say("554 no\r\n"); });
   EXPECT_EQ(DescriptionBy(server),
-            "SEND_EMAIL of pump.lua:3, \"Alarm\" by 127.0.0.1 port " +
+            "SEND_EMAIL of pump.lua:3, \"Alarm\" via 127.0.0.1 port " +
                 std::to_string(server.port()) +
                 ": code 401 waiting for the greeting; the server's last line: 554 no");
 }
@@ -93,7 +93,7 @@ TEST(DescribeFailure, ShowsForeignTextsInOneLine) {
   mail->SetSMTPServer("no\nsuch.invalid", 25);
   EXPECT_EQ(test_support::CodeOf([&] { mail->Send(); }), 105);
   EXPECT_EQ(DescribeFailure("SEND_EMAIL", *mail, ECSmtp(105)),
-            "SEND_EMAIL, \"Al\\r\\narm\" by no\\nsuch.invalid port 25: code 105 connecting");
+            "SEND_EMAIL, \"Al\\r\\narm\" via no\\nsuch.invalid port 25: code 105 connecting");
   EXPECT_THAT(DescriptionBy(server), EndsWith("last line: 554 \\x1B[2J\\r\\x9B"));
 }
 
@@ -116,10 +116,10 @@ TEST(DescribeDropped, NamesTheFirstTenSubjects) {
     mails.back()->SetSubject(subject.c_str());
   };
   add("Alarm\n");
-  EXPECT_EQ(DescribeDropped("X", mails), "X has gone, 1 message was not sent: \"Alarm\\n\"");
+  EXPECT_EQ(DescribeDropped("X", mails), "X is gone, 1 message was not sent: \"Alarm\\n\"");
   for (int i = 2; i <= 10; ++i) add(std::to_string(i));
   EXPECT_THAT(DescribeDropped("X", mails),
-              StartsWith("X has gone, 10 messages were not sent: \"Alarm\\n\", \"2\", "));
+              StartsWith("X is gone, 10 messages were not sent: \"Alarm\\n\", \"2\", "));
   EXPECT_THAT(DescribeDropped("X", mails), EndsWith("\"10\""));
   add(std::string(1000, 'x'));
   EXPECT_THAT(DescribeDropped("X", mails), EndsWith("\"10\" and 1 more"));

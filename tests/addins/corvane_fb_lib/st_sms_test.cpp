@@ -247,7 +247,7 @@ TEST_F(SendSms, WarnsOnceAboutAReceiverThatMayBeOneNumberWrittenWithSpaces) {
   send();
   EXPECT_THAT(test_support::TakeLog(),
               testing::ElementsAre(testing::StartsWith(
-                  "warning SEND_SMS: Receiver \"+49 151 12345678\" is taken for 3 receivers")));
+                  "warning SEND_SMS: Receiver \"+49 151 12345678\" is read as 3 receivers")));
   Run("fb.Receiver = '112'");
   send();
   EXPECT_THAT(test_support::TakeLog(), testing::SizeIs(1));

@@ -30,7 +30,7 @@ TEST(Declaration, TheNearestNameIsTheOneThatWasMeant) {
   for (const auto& [given, meant] : rows) EXPECT_STREQ(NearestName(kTable, given), meant) << given;
 }
 
-TEST(Declaration, ThereIsANearestNameToEverythingButInAnEmptyTable) {
+TEST(Declaration, EveryNameHasANearestOneExceptInAnEmptyTable) {
   EXPECT_STREQ(NearestName(kTable, ""), "Port");
   EXPECT_NE(NearestName(kTable, std::string(100000, 'x')), nullptr);
   EXPECT_EQ(NearestName(kEmpty, "Port"), nullptr);

@@ -26,7 +26,7 @@ TEST_F(LuaGlue, GetAndSetOfTheModuleAreReadingAndAssigning) {
   EXPECT_EQ(Eval("select('#', PROBE.set(fb, 'DInt', 1))"), "0");
 }
 
-TEST_F(LuaGlue, ABlockOfAnotherTypeIsAnErrorOfArgument1) {
+TEST_F(LuaGlue, ABlockOfAnotherTypeIsAnErrorInArgument1) {
   Run("other = OTHER.new()");
   for (const char* call : {"get(other, 'x')", "set(other, 'x', 1)", "call(other)"}) {
     EXPECT_THAT(ErrorOf("PROBE." + std::string(call)), testing::HasSubstr("bad argument #1"))
@@ -127,7 +127,7 @@ TEST_F(LuaGlue, GcWithFurtherArgumentsUsesTheFirst) {
   EXPECT_EQ(Eval("other.DInt"), "0");
 }
 
-TEST_F(LuaGlue, WhatOnlyHasTheMetatableIsNoBlock) {
+TEST_F(LuaGlue, AValueThatOnlyHasTheMetatableIsNotABlock) {
   Run("table_of_it = setmetatable({}, getmetatable(fb))");
   EXPECT_THAT(ErrorOf("PROBE.get(table_of_it, 'DInt')"),
               testing::HasSubstr("bad argument #1 to 'get' (PROBE expected, got table)"));
@@ -150,7 +150,7 @@ TEST_F(LuaGlue, TheBlocksOfSeveralStatesAreKnownWhicheverOpenedTheTypeLast) {
   run_in_second("assert(fb.DInt == 2 and not pcall(PROBE.get, OTHER.new(), 'DInt'))");
 }
 
-TEST_F(LuaGlue, AStateThatComesInPlaceOfAnotherKnowsItsBlocks) {
+TEST_F(LuaGlue, AStateThatReplacesAnotherKnowsItsBlocks) {
   for (int i = 0; i < 20; ++i) {
     corvane::LuaEnvironment next;  // often at the address of the one before
     luaopen_ProbeFB(next.state());

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Blocks for tests: one with a variable of each kind, whose protected operations tests can call,
-// and another one.
+// and a second type.
 #pragma once
 
 #include <stdexcept>

@@ -24,7 +24,7 @@ TEST_F(Undeclared, AssignmentIsReportedWithFileLineAndTheNearestNameAndKept) {
   EXPECT_EQ(Eval("fb.Strnig"), "x");
 }
 
-TEST_F(Undeclared, InitialValueIsReportedWithTheLineThatMakesTheBlock) {
+TEST_F(Undeclared, InitialValueIsReportedWithTheLineThatCreatesTheBlock) {
   EXPECT_THAT(LogOf("\n\nother = PROBE.new{bool = true, DInt = 1}"),
               ElementsAre("warning test:3: PROBE does not declare \"bool\"; the nearest name is "
                           "\"Bool\""));
@@ -44,7 +44,7 @@ TEST_F(Undeclared, EachTypeReportsItsOwn) {
                                 "is \"Only\""));
 }
 
-TEST_F(Undeclared, ReadingIsNotReportedAndDoesNotKeepAnAssignmentFromIt) {
+TEST_F(Undeclared, ReadingIsNotReportedAndALaterAssignmentStillIs) {
   EXPECT_THAT(LogOf("local nothing = fb.Bol, fb.Bol"), IsEmpty());
   EXPECT_THAT(LogOf("fb.Bol = true"), testing::SizeIs(1));
 }
@@ -53,17 +53,17 @@ TEST_F(Undeclared, DeclaredNamesAndTheHostsAreNotReported) {
   EXPECT_THAT(LogOf("fb.Bool = true fb.EnO = true PROBE.new{String = 'x', Time = 0}"), IsEmpty());
 }
 
-TEST_F(Undeclared, ANameThatTheBlockKnowsNeverthelessIsNotReported) {
+TEST_F(Undeclared, AnUndeclaredNameThatTheBlockKnowsIsNotReported) {
   EXPECT_THAT(LogOf("fb.Throw = 'no'"), IsEmpty());
 }
 
-TEST_F(Undeclared, AnAssignmentThatIsRefusedIsAnErrorAndReportedWhenItIsTaken) {
+TEST_F(Undeclared, ARefusedAssignmentIsAnErrorAndIsReportedOnceItSucceeds) {
   EXPECT_EQ(ErrorOf("fb.Bol = {}").substr(0, 12), "test:1: Bol:");
   EXPECT_THAT(test_support::TakeLog(), IsEmpty());
   EXPECT_THAT(LogOf("fb.Bol = 1"), testing::SizeIs(1));
 }
 
-TEST_F(Undeclared, TheLineIsTheProgramsAlsoThroughFunctionsOfC) {
+TEST_F(Undeclared, TheLineIsTheProgramsEvenThroughCFunctions) {
   EXPECT_THAT(LogOf("\npcall(PROBE.set, fb, 'Boll', true)"),
               ElementsAre(testing::StartsWith("warning test:2: PROBE does not declare \"Boll\"")));
 }
@@ -79,7 +79,7 @@ TEST_F(Undeclared, ALongNameIsShownInPart) {
   EXPECT_LT(log[0].size(), 200U);
 }
 
-TEST_F(Undeclared, AProgramThatMakesNamesUpGetsAHundredLinesAndALastOne) {
+TEST_F(Undeclared, AProgramThatMakesUpNamesGetsAHundredLinesAndALastOne) {
   const auto log = LogOf("for i = 1, 1000 do fb['made' .. i] = i end");
   ASSERT_EQ(log.size(), 101U);
   EXPECT_EQ(log.back(),

@@ -13,7 +13,7 @@ TEST(BlockVariables, AreAddedAsNullAndFoundAgain) {
   EXPECT_NE(&variables.Find("made"), &made);
 }
 
-TEST(BlockVariables, AreSettledOnlyWhenTheyAreSaidTo) {
+TEST(BlockVariables, AreSettledOnlyOnRequest) {
   BlockVariables variables;
   variables.Find("Run");
   EXPECT_EQ(variables.FindSettled("Run"), nullptr);
@@ -22,7 +22,7 @@ TEST(BlockVariables, AreSettledOnlyWhenTheyAreSaidTo) {
   EXPECT_EQ(&variables.Find("Run"), &run);
 }
 
-TEST(BlockVariables, WithTheSameSlotAreFoundAll) {
+TEST(BlockVariables, WithTheSameSlotAreAllFound) {
   BlockVariables variables;
   // One length, one first and one last letter: one slot.
   FBInput& first = variables.Settle("A1Z");
@@ -33,7 +33,7 @@ TEST(BlockVariables, WithTheSameSlotAreFoundAll) {
   EXPECT_EQ(&variables.Find("A2Z"), &second);
 }
 
-TEST(BlockVariables, MayHaveAnyBytesForAName) {
+TEST(BlockVariables, MayHaveNamesOfAnyBytes) {
   BlockVariables variables;
   FBInput& empty = variables.Settle("");
   FBInput& nul = variables.Settle(std::string_view("a\0b", 3));
@@ -43,7 +43,7 @@ TEST(BlockVariables, MayHaveAnyBytesForAName) {
   EXPECT_NE(&variables.Find("\xFF\x80"), &empty);
 }
 
-TEST(BlockVariables, StayWhereTheyAreWhenOthersCome) {
+TEST(BlockVariables, StayWhereTheyAreWhenOthersAreAdded) {
   BlockVariables variables;
   FBInput& first = variables.Settle("first");
   for (int i = 0; i < 1000; ++i) variables.Settle("other" + std::to_string(i));

@@ -32,7 +32,7 @@ TEST(Printable, EscapesTheControlsOfTheUpperHalfAndNoOtherCharacter) {
   EXPECT_EQ(Printable("\xC2\x9B\x9B"), "\\x9B\\x9B");
 }
 
-TEST(Printable, KeepsWhatItIsToldTo) {
+TEST(Printable, KeepsTheCharactersThatItIsToldToKeep) {
   EXPECT_EQ(Printable("a\n\tb\r", "\n\t"), "a\n\tb\\r");
 }
 

@@ -87,7 +87,7 @@ TEST(SubmitPdu, IsRefusedWithOctetsLeftOver) {
   EXPECT_EQ(result.error_at, 19u);
 }
 
-TEST(SubmitPdu, IsRefusedCutAnywhere) {
+TEST(SubmitPdu, IsRefusedIfCutAnywhere) {
   const Octets whole = Bytes("07915155000000F011000B915155101032F40000FF05E8329BFD06");
   for (std::size_t length = 0; length < whole.size(); ++length) {
     SubmitPdu pdu;
@@ -186,7 +186,7 @@ TEST(StatusReport, RoundTrips) {
   }
 }
 
-TEST(StatusReport, IsReadWithOptionalParametersAndRefusedCutAnywhere) {
+TEST(StatusReport, IsReadWithOptionalParametersAndRefusedIfCutAnywhere) {
   const Octets whole = Bytes(
       "0006C80B915155101032F46210132100004062101321003040"
       "00"

@@ -8,7 +8,7 @@
 namespace gsm {
 namespace {
 
-TEST(UtcOffset, EveryOctetGivesWholeQuartersOrARefusal) {
+TEST(UtcOffset, EveryOctetYieldsWholeQuartersOrIsRefused) {
   for (int value = 0; value <= 0xFF; ++value) {
     const auto octet = static_cast<std::uint8_t>(value);
     OctetReader in({&octet, 1});

@@ -471,8 +471,8 @@ INSTANTIATE_TEST_SUITE_P(OfSize, SmtpLongText,
 
 class SmtpAttachment : public testing::Test {
  protected:
-  /// The code of sending a mail with these files; `heard_` holds what the server heard, which ends
-  /// with `end`.
+  /// The code with which sending a mail with these files ends; `heard_` holds what the server
+  /// heard, up to and including `end`.
   int Send(const std::vector<std::string>& paths, const std::string& end = "QUIT\r\n") {
     const ScriptedSmtpServer server;
     const auto mail = SmallMail(server.port());
