@@ -45,7 +45,7 @@ std::string AdviceOnReceiver(const std::string& receiver, const std::vector<std:
            "write the whole number with its country code, digits only";
   }
   return advice + " is read as " + std::to_string(count) +
-         " receivers, since blanks and commas separate them, and " + ReceiverText(*number) +
+         " receivers, since spaces and commas separate them, and " + ReceiverText(*number) +
          " has fewer than four digits: if it is one number, write " +
          ReceiverText(DigitsOf(receiver)) + "; the short code of a service is right as it is";
 }

@@ -16,7 +16,7 @@ class ShellFB : public BaseFB<ShellFB> {
   void Execute() override;
 
  private:
-  /// `Command`, a blank, `Args`, and the ampersand that sends it to the background; nothing quoted.
+  /// `Command`, a space, `Args`, and the ampersand that sends it to the background; nothing quoted.
   std::string getCommand();
   /// @return the result of system(), which is the shell's, not the command's
   int Run(const std::string& command);

@@ -33,9 +33,9 @@ struct SMSSubmit {
   static inline unsigned char smsID = 0;  ///< the next message's reference number
 };
 
-/// Whether no PDU has more than the 164 octets, without the service centre's address, that a modem
-/// takes: what is longer is refused for ever. Only a receiver that is not a phone number makes it
-/// so.
+/// Whether every PDU has at most the 164 octets, without the service centre's address, that modems
+/// accept; a longer one would always be refused. Only a receiver that is not a phone number makes a
+/// PDU that long.
 [[nodiscard]] bool FitsInRequest(const SMSSubmit& message);
 
 }  // namespace sms

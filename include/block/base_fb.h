@@ -59,7 +59,7 @@ class BaseFB : public BaseLuaFB {
   /// The Lua chunk that enters the block's name and variables into TYPES.StandardFB.
   static std::string MakeMetadata(const char* type_name);
   /// Whether a program may assign to this name without a warning, though the table lacks it. A
-  /// block class that reads such a variable hides this with its own.
+  /// block class that reads such a variable hides this function with its own.
   static bool IsKnownUndeclared(std::string_view /*name*/) { return false; }
 
  protected:

@@ -77,9 +77,12 @@ void ModemPortDriverUnregister(void* context) __attribute__((weak));
 //   that cannot be decoded.
 // - A message whose "+CMGS: n" has arrived is sent, even if its OK is lost: hand over both, or it
 //   is sent again.
-// - What arrives after the time-out is never taken for the answer to the next request: leave the
-//   prompt (ESC, CR), wait until the line is quiet, and make sure with a command of the driver's
-//   own that modem and driver are in step.
+// - What arrives after the time-out is never taken for the answer to another request. The modem may
+//   still be at work, and a command may abort that: wait, and answer the client's next attempt with
+//   what arrives late. Above all, a text that the network confirms late must not go out again:
+//   answer its next announcement with a prompt, and the text with the confirmation. When no answer
+//   is expected any more, leave the prompt (ESC, CR), wait until the line is quiet, and make sure
+//   with a command of the driver's own that modem and driver are in step.
 // - A restart of the modem (RDY, ^SYSSTART ...) ends the exchange: the modem has lost its settings
 //   and the text.
 //

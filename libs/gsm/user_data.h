@@ -43,9 +43,9 @@ struct SplitOptions {
   bool wide_reference = false;
 };
 
-/// The parts of a UTF-8 text: one without a header where it fits, else concatenated ones. In the
-/// default alphabet where it has all characters, else UCS-2. An escape sequence or a surrogate
-/// pair is never split. nullopt: not UTF-8, or more than 255 parts.
+/// The parts of a UTF-8 text: one without a header if it fits, otherwise concatenated ones; in the
+/// default alphabet if that has all characters, otherwise in UCS-2. An escape sequence or a
+/// surrogate pair is never split. nullopt: not UTF-8, or more than 255 parts.
 [[nodiscard]] std::optional<std::vector<UserData>> SplitText(std::string_view utf8,
                                                              const SplitOptions& options);
 

@@ -33,7 +33,7 @@ void SetPlace(const Concatenation& place, UserDataHeader& header) {
   if (place.sequence != 0 && place.sequence <= place.total) header.concatenation = place;
 }
 
-/// An element whose length is not its own is ignored.
+/// An element of the wrong length is ignored.
 void ReadElement(std::uint8_t element, OctetSpan value, UserDataHeader& header) {
   const std::size_t length = value.size();
   if (element == kConcatenated && length == 3) {

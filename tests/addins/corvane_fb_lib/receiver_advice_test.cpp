@@ -23,9 +23,9 @@ TEST(AdviceOnReceiver, IsEmptyForNumbersOfFourDigitsOrMore) {
   }
 }
 
-TEST(AdviceOnReceiver, SaysWhatANumberWithBlanksBecomesAndHowToWriteIt) {
+TEST(AdviceOnReceiver, SaysWhatANumberWithSpacesBecomesAndHowToWriteIt) {
   EXPECT_EQ(AdviceOn("+49 151 12345678"),
-            "SEND_SMS: Receiver \"+49 151 12345678\" is read as 3 receivers, since blanks and "
+            "SEND_SMS: Receiver \"+49 151 12345678\" is read as 3 receivers, since spaces and "
             "commas separate them, and \"+49\" has fewer than four digits: if it is one number, "
             "write \"4915112345678\"; the short code of a service is right as it is");
   EXPECT_THAT(AdviceOn("4915112345678, 112"), HasSubstr("as 2 receivers, "));

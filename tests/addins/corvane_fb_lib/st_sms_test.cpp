@@ -288,7 +288,7 @@ TEST_F(SendSms, RefusesAReceiverThatDoesNotFitInARequestAndSendsToTheOthers) {
   EXPECT_EQ(Complete().back(), kHello);
 }
 
-TEST_F(SendSms, RefusesWhatIsLongerThanAModemTakes) {
+TEST_F(SendSms, RefusesWhatIsLongerThanAModemAccepts) {
   // 7 + digits / 2 octets before 140 of text: 164 with 34 digits, 165 with 36
   Run("fb.Message = ('\\208\\174'):rep(70)");
   Run("fb.Receiver = ('1'):rep(34) .. ' ' .. ('1'):rep(36)");
