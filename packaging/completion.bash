@@ -9,7 +9,7 @@ _corvane() {
         [[ ${COMP_WORDS[index]} == -- ]] && return # what follows is for the control program
         [[ -z $subcommand && ${COMP_WORDS[index]} != -* ]] && subcommand=${COMP_WORDS[index]}
     done
-    # shellcheck disable=SC2086 # no word at all while there is no subcommand
+    # shellcheck disable=SC2086 # not even an empty word while there is no subcommand
     help=$("${COMP_WORDS[0]}" $subcommand --help 2>/dev/null) || return
 
     case $previous in
@@ -36,7 +36,7 @@ _corvane() {
     fi
 }
 
-# Files that match a pattern, and folders on the way to them.
+# Files that match a pattern, and folders that may lead to them.
 _corvane_files() {
     local file
     compopt -o filenames

@@ -12,8 +12,8 @@
 namespace corvane::cli {
 namespace {
 
-/// Empty when `file` may be an add-in, else what is wrong with it. (The loader would wait for what
-/// comes out of a pipe.)
+/// Empty when `file` may be an add-in, else what is wrong with it. (The loader would wait for
+/// the content of a pipe.)
 std::string CheckAddin(const std::string& file) {
   std::error_code error;
   const auto status = std::filesystem::status(file, error);
@@ -49,7 +49,7 @@ void AddAddinOption(CLI::App& command, std::vector<std::string>& files) {
             CheckDifferent(given);
             files = given;
           },
-          "Add-in library to load in place of our own; repeatable")
+          "Add-in library to load instead of corvane_fb_lib.so; repeatable")
       ->expected(1)
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
       ->check(CheckNotEmpty)

@@ -13,7 +13,7 @@ namespace corvane::cli {
 
 void AddAddinOption(CLI::App& command, std::vector<std::string>& files);
 
-/// Loads the files in their order; without any, the add-in that belongs to this installation.
+/// Loads the files in the order given; without any, the add-in of this installation.
 /// Throws AddinError.
 [[nodiscard]] std::vector<std::unique_ptr<Addin>> LoadAddins(const std::vector<std::string>& files);
 

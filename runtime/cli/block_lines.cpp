@@ -9,7 +9,7 @@ namespace corvane::cli {
 namespace {
 
 constexpr std::size_t kNameCells = 12;
-constexpr std::size_t kColumnCells = 40;  // that a column should have, where there are several
+constexpr std::size_t kColumnCells = 40;  // desired width where there are several columns
 constexpr std::size_t kMaximumColumns = 4;
 
 char Lower(char c) {

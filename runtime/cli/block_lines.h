@@ -11,13 +11,13 @@
 
 namespace corvane::cli {
 
-/// The blocks whose name or type contains `text` (in ASCII, capitals or not), and of the others the
-/// variables whose name does. An empty text: all.
+/// The blocks whose name or type contains `text` (ignoring the case of ASCII letters), and of the
+/// other blocks, those variables whose name does. An empty text matches everything.
 [[nodiscard]] std::vector<BlockState> Matching(const std::vector<BlockState>& blocks,
                                                std::string_view text);
 
-/// A line with name and type, and below it the variables, beside each other as far as `width` cells
-/// reach; a long value has a line of its own. An asterisk in front marks what has changed lately.
+/// A line with name and type, and below it the variables, side by side where `width` cells allow
+/// it; a long value has its own line. A leading asterisk marks what has changed lately.
 /// No line is wider than `width`.
 [[nodiscard]] std::vector<ScreenLine> BlockLines(const std::vector<BlockState>& blocks,
                                                  std::size_t width);

@@ -46,7 +46,7 @@ std::vector<Variable> ReadVariables(lua_State* L) {
   return variables;
 }
 
-/// Pushes TYPES.StandardFB, protected from what an add-in may have made of it.
+/// Pushes TYPES.StandardFB; an error if an add-in has turned it into something else.
 int PushBlockTypes(lua_State* L) {
   lua_getglobal(L, "TYPES");
   lua_getfield(L, -1, "StandardFB");
@@ -54,7 +54,7 @@ int PushBlockTypes(lua_State* L) {
   return 1;
 }
 
-/// A type without metadata has no variables to show, which is reported.
+/// Reports a type without metadata, which has no variables to show.
 BlockType ReadBlockType(lua_State* L, const std::string& name) {
   BlockType block{name, {}};
   lua_pushlstring(L, name.data(), name.size());

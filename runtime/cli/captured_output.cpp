@@ -15,8 +15,8 @@
 namespace corvane::cli {
 namespace {
 
-constexpr off_t kMaximum = 1 << 20;   // octets; above it, what comes before the tail is dropped
-constexpr std::size_t kTail = 16384;  // octets in which lines are looked for
+constexpr off_t kMaximum = 1 << 20;   // octets; above it, everything before the tail is dropped
+constexpr std::size_t kTail = 16384;  // octets that are searched for lines
 constexpr std::size_t kLinesLeft = 20;
 
 Descriptor Duplicate(int descriptor) {
@@ -31,7 +31,7 @@ CapturedOutput::CapturedOutput() {
   std::fflush(stdout);
   file_ = Descriptor(memfd_create("output", MFD_CLOEXEC));
   if (file_.get() < 0) throw std::system_error(errno, std::generic_category(), "memfd_create");
-  // Several programs write to it, each after what is there.
+  // Several programs write to it, each at the end.
   fcntl(file_.get(), F_SETFL, O_APPEND);
   out_ = Duplicate(STDOUT_FILENO);
   if (isatty(STDERR_FILENO) != 0) {
@@ -56,7 +56,7 @@ std::string CapturedOutput::Tail() {
   const ssize_t count = pread(file_.get(), text.data(), text.size(), begin);
   text.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
   if (size > kMaximum) {
-    // What is printed between the two calls is lost: it would be above the lines that are shown.
+    // Output between the two calls is lost: it would be above the lines that are shown.
     if (ftruncate(file_.get(), 0) == 0 && write(file_.get(), text.data(), text.size()) < 0)
       text.clear();
   }

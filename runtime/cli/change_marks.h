@@ -16,9 +16,9 @@ class ChangeMarks {
   using TimePoint = std::chrono::steady_clock::time_point;
   static constexpr std::chrono::seconds kLately{2};
 
-  /// Compares the blocks with those of the last call and sets `changed` of each variable that had
-  /// another value within the last kLately. What is seen for the first time has not changed. Times
-  /// do not go back.
+  /// Compares the blocks with those of the last call and sets `changed` of each variable whose
+  /// value has changed within the last kLately. A variable seen for the first time has not changed.
+  /// Times must not go back.
   void Mark(std::vector<BlockState>& blocks, TimePoint now);
 
  private:
@@ -27,7 +27,7 @@ class ChangeMarks {
     TimePoint changed = TimePoint::min();
   };
 
-  std::map<int, std::vector<Seen>> seen_;  // by the block's number; of the blocks that live
+  std::map<int, std::vector<Seen>> seen_;  // by the block's number; live blocks only
 };
 
 }  // namespace corvane::cli

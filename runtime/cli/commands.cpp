@@ -39,7 +39,7 @@ CLI::Validator OneOf(std::vector<std::string> words) {
   const std::string shown = fmt::format("{{{}}}", fmt::join(words, ","));
   const auto check = [words = std::move(words)](const std::string& text) -> std::string {
     if (std::find(words.begin(), words.end(), text) != words.end()) return {};
-    return fmt::format("'{}' is none of {}", text, fmt::join(words, ", "));
+    return fmt::format("'{}' is not one of {}", text, fmt::join(words, ", "));
   };
   return {check, shown};
 }

@@ -21,8 +21,8 @@ struct Setting {
   std::string value;
 };
 
-/// The setting that a line holds. Throws CLI::ConfigError. (The library's own reader would take a
-/// modem with its settings after commas for several values, and skip short lines.)
+/// The setting that a line holds. Throws CLI::ConfigError. (The library's own reader would
+/// split a modem at the commas before its settings, and skip short lines.)
 Setting ParseLine(const std::string& line) {
   const std::size_t equals = line.find('=');
   if (equals == std::string::npos)
@@ -52,11 +52,11 @@ void Store(CLI::Option& option, const Setting& setting) {
     throw CLI::ConfigError(setting.name + ": '" + setting.value + "' is neither true nor false");
   }
   option.add_result(setting.value);
-  // What is wrong is found at its own line; the option's variable has all of it after the last one.
+  // An error is found at its own line; after the last line the option's variable has all values.
   option.run_callback();
 }
 
-/// Options that the command line has not given; decided when the file first names them.
+/// Options that the command line does not set; decided when the file first names them.
 class Unset {
  public:
   bool Contains(const CLI::Option& option) {
@@ -96,7 +96,7 @@ void ReadConfig(CLI::App& command, const std::string& path) {
 
 void AddConfigOption(CLI::App& command) {
   auto path = std::make_shared<std::string>();
-  command.add_option("--config", *path, "File with these options: cycle = 500ms, one a line")
+  command.add_option("--config", *path, "File with these options, one per line: cycle = 500ms")
       ->check(CheckNotEmpty)
       ->configurable(false);
   command.get_help_ptr()->configurable(false);

@@ -31,7 +31,7 @@ void WriteAll(std::string_view text) {
     const ssize_t count = write(STDERR_FILENO, text.data(), text.size());
     if (count >= 0) {
       text.remove_prefix(static_cast<std::size_t>(count));
-    } else if (errno == EAGAIN) {  // somebody who shares it has made it non-blocking
+    } else if (errno == EAGAIN) {  // another process that shares it has made it non-blocking
       pollfd error{STDERR_FILENO, POLLOUT, 0};
       poll(&error, 1, -1);
     } else if (errno != EINTR) {
@@ -77,7 +77,7 @@ class ErrorQueue {
     std::string text;
   };
 
-  /// Until the process ends. Signals are for the other threads.
+  /// Runs until the process ends. Signals are for the other threads.
   void Run() {
     sigset_t all;
     sigfillset(&all);
@@ -95,7 +95,7 @@ class ErrorQueue {
     Line line = std::move(lines_.front());
     lines_.pop_front();
     octets_ -= line.text.size();
-    // Dropped after the last line that fitted: nothing later will tell of it.
+    // Dropped after the last line that fitted: no later line will report it.
     const std::uint64_t dropped_after = lines_.empty() ? std::exchange(dropped_, 0) : 0;
     lock.unlock();
     if (line.dropped_before != 0) WriteAll(notice_(line.dropped_before));
@@ -123,7 +123,7 @@ ErrorQueue& Queue() {
 constexpr std::array kCrashes{SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL};
 std::array<struct sigaction, kCrashes.size()> former_actions{};
 
-/// Lets the thread write what explains the crash, and then what had been there before act.
+/// Lets the thread write what explains the crash, and then has the former handler act.
 extern "C" void OnCrash(int signal, siginfo_t* info, void* /*context*/) {
   for (int i = 0; i < kCrashWaits && Queue().pending() != 0; ++i) {
     const timespec wait{0, kCrashWait};
@@ -160,7 +160,7 @@ void StartErrorQueue(std::function<std::string(std::uint64_t)> notice) {
     Queue().Start(std::move(notice));
     CatchCrashes();
   } catch (const std::system_error&) {
-    // Without a thread to be had, whoever writes waits for the reader.
+    // If no thread can be started, whoever writes waits for the reader.
   }
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Standard error, where the log and the messages of the command go. Threads: any.
+// Standard error, which receives the log and the messages of the command. Threads: any.
 #pragma once
 
 #include <chrono>
@@ -11,16 +11,16 @@ namespace corvane::cli {
 
 enum class Importance : std::uint8_t {
   kOrdinary,
-  kHigh,  ///< an error: has room in the queue when ordinary lines are dropped
+  kHigh,  ///< an error: still has room in the queue when ordinary lines are dropped
 };
 
-/// Writes whole lines to standard error: at once, or after StartErrorQueue by way of the queue.
-/// What standard error does not take (a full disk, a reader that has gone) is lost.
+/// Writes whole lines to standard error: at once, or through the queue after StartErrorQueue.
+/// Lines that standard error does not accept (a full disk, a reader that has gone) are lost.
 void WriteError(std::string lines, Importance importance = Importance::kHigh);
 
 /// From now on a thread writes, so that a slow reader of the log holds nobody up. The queue holds
-/// 1 MiB and a quarter more for what is important. What does not fit is dropped and counted;
-/// `notice` makes a line of the count, which is written in its place. When the process aborts or
+/// 1 MiB, and a quarter more for important lines. Lines that do not fit are dropped and counted;
+/// `notice` makes a line of the count, which is written in their place. When the process aborts or
 /// crashes, it first gives the thread up to a second to write what is queued.
 void StartErrorQueue(std::function<std::string(std::uint64_t)> notice);
 

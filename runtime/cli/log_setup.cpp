@@ -26,8 +26,8 @@ constexpr std::array<std::string_view, 6> kColours{
     "\033[37m", "\033[36m", "\033[32m", "\033[33m\033[1m", "\033[31m\033[1m", "\033[1m\033[41m"};
 constexpr std::string_view kColourEnd = "\033[m";
 
-/// Makes lines of what is logged. A line shows no control character of a text from outside,
-/// whatever logs it.
+/// Makes lines of log messages. A line never contains a control character of a text from outside,
+/// whoever logs it.
 class LineFormatter {
  public:
   LineFormatter() : formatter_("%Y-%m-%d %H:%M:%S.%e %^%-7l%$ %v") {}
@@ -65,7 +65,7 @@ class ErrorOutputSink : public spdlog::sinks::base_sink<std::mutex> {
 
 std::string DropNotice(std::uint64_t lines) {
   const std::string text =
-      fmt::format("{} lines of the log dropped here: standard error is read too slowly", lines);
+      fmt::format("{} log lines were dropped here: standard error is read too slowly", lines);
   return LineFormatter().Format({"corvane", spdlog::level::warn, text});
 }
 

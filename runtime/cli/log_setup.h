@@ -7,11 +7,11 @@
 
 namespace corvane::cli {
 
-/// Adds `--log-level` to a subcommand; `level` keeps what was given.
+/// Adds `--log-level` to a subcommand; its value is stored in `level`.
 void AddLogLevelOption(CLI::App& command, std::string& level);
 
-/// Sends the log to standard error by way of the error queue: one line each, with date and time and
-/// without control characters.
+/// Sends the log to standard error through the error queue: one line per message, with date and
+/// time and without control characters.
 void SetUpLog(const std::string& level);
 
 }  // namespace corvane::cli

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// corvane: runs control programs, and what an engineer needs beside them.
+// corvane: runs control programs, and has the other tools that an engineer needs for them.
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -19,7 +19,7 @@
 
 namespace {
 
-/// So long the end of the process waits for a reader of standard error.
+/// How long the process waits at its end for a reader of standard error.
 constexpr std::chrono::seconds kLongestDrain(1);
 
 /// "corvane pdu encode".

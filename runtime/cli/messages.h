@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The messages of the command to its user.
+// Messages of the command to its user.
 #pragma once
 
 #include <string>
@@ -7,8 +7,8 @@
 
 namespace corvane::cli {
 
-/// A message that quotes what a user gave, however long that is: its beginning and its end, which
-/// says what to do, both printable.
+/// A message that quotes what a user gave. One that is too long is cut to its beginning and its
+/// end, which says what to do. Printable.
 [[nodiscard]] std::string PrintableMessage(std::string_view message);
 
 /// Prints "corvane: " and the message on standard error, as one line.

@@ -47,12 +47,12 @@ struct ModemCommandOptions {
 
 std::string CheckTime(const std::string& text) {
   if (gsm::ParseTimeStamp(text)) return {};
-  return fmt::format("'{}' is no time; write it as 2026-01-31T12:00:00+01:00", text);
+  return fmt::format("'{}' is not a time; write it as 2026-01-31T12:00:00+01:00", text);
 }
 
 std::string CheckQuirk(const std::string& name) {
   if (modem_simulator::FindQuirk(name)) return {};
-  return fmt::format("'{}' is no quirk; --help lists them", name);
+  return fmt::format("'{}' is not a quirk; --help lists them", name);
 }
 
 modem_simulator::SimulatorOptions MakeOptions(const ModemCommandOptions& options) {
@@ -75,7 +75,7 @@ modem_simulator::SimulatorOptions MakeOptions(const ModemCommandOptions& options
   return made;
 }
 
-/// The scenario's actions, in order. Throws std::runtime_error naming the line at fault.
+/// The scenario's actions, in order. Throws std::runtime_error that names the line at fault.
 std::vector<modem_simulator::Controls::Action> LoadScenario(const std::string& path) {
   std::vector<modem_simulator::Controls::Action> actions;
   int number = 0;
@@ -103,7 +103,7 @@ modem_simulator::LineReader::Callbacks ConsoleOf(Simulator& simulator,
           [&output] { return output.HasRoom(); }};
 }
 
-/// Until quit, a signal, or output that cannot be written: then false.
+/// Runs until quit or a signal. False: it ended because output could not be written.
 bool RunModem(const ModemCommandOptions& options) {
   std::vector<modem_simulator::Controls::Action> scenario;
   if (!options.scenario.empty()) scenario = LoadScenario(options.scenario);
@@ -124,7 +124,7 @@ bool RunModem(const ModemCommandOptions& options) {
 }
 
 int Modem(const ModemCommandOptions& options) {
-  std::signal(SIGTTIN, SIG_IGN);  // in the background of a terminal the console just ends
+  std::signal(SIGTTIN, SIG_IGN);  // in a terminal's background, the console just ends
   SetUpLog(options.trace ? "trace" : "warning");
   try {
     if (RunModem(options)) return kSuccess;
@@ -145,10 +145,10 @@ std::string Footer() {
       "Example: corvane modem --link /tmp/modem\n"
       "Then, on the console: receive +4915112345678 Pump 3 has stopped\n\n"
       "It prints a line that begins with `ready` when the modem can be opened, and then a line\n"
-      "for each message. Without --link and --tcp the ready line names the terminal. The end of\n"
+      "for each message. Without --link and --tcp, the ready line names the terminal. The end of\n"
       "standard input ends the console, not the modem; quit, SIGINT and SIGTERM end both.\n\n"
-      "Console and scenario:\n{}\n\nTIME is 500ms, 2s, 1min; TEXT may hold \\r \\n \\t \\\\ "
-      "\\xNN.\n\n"
+      "Console and scenario:\n{}\n\nTIME is 500ms, 2s, 1min; TEXT may contain \\r \\n \\t "
+      "\\\\ \\xNN.\n\n"
       "Quirks:\n{}",
       modem_simulator::ConsoleHelp(), quirks);
 }
@@ -160,7 +160,7 @@ void AddModemCommand(CLI::App& app, Action& action) {
   CLI::App* command = app.add_subcommand("modem", "Simulate a GSM modem on a serial line");
   command->add_option("--link", options->link, "Name for the pseudo-terminal: a symbolic link")
       ->check(CheckNotEmpty);
-  command->add_option("--tcp", options->tcp, "HOST:PORT to listen on; port 0: any free one")
+  command->add_option("--tcp", options->tcp, "HOST:PORT to listen on; port 0 means any free one")
       ->check(CheckNotEmpty);
   command->add_option("--pin", options->pin, "PIN that the SIM card asks for")
       ->check([](const std::string& pin) {
@@ -168,7 +168,8 @@ void AddModemCommand(CLI::App& app, Action& action) {
         return digits && pin.size() >= 4 && pin.size() <= 8 ? "" : "a PIN has 4 to 8 digits";
       });
   command
-      ->add_option("--store-size", options->store_size, "Messages that the store holds, 1 to 10000")
+      ->add_option("--store-size", options->store_size,
+                   "Number of messages that the store holds, 1 to 10000")
       ->check(WholeNumber(1, 10000))
       ->capture_default_str();
   for (const auto& row : modem_simulator::DelayTable()) {
@@ -187,14 +188,14 @@ void AddModemCommand(CLI::App& app, Action& action) {
       ->expected(1)
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
       ->check(CheckQuirk);
-  command->add_option("--seed", options->seed, "Of the random bytes")
+  command->add_option("--seed", options->seed, "Seed for the random bytes")
       ->check(WholeNumber(0, std::numeric_limits<unsigned>::max()))
       ->capture_default_str();
-  command->add_option("--time", options->time, "Time of the service centre, which then stands")
+  command->add_option("--time", options->time, "Stop the service centre's clock at this time")
       ->check(CheckTime);
-  command->add_option("--scenario", options->scenario, "Console commands from a file instead")
+  command->add_option("--scenario", options->scenario, "Read the console's commands from a file")
       ->check(CheckNotEmpty);
-  command->add_flag("--trace", options->trace, "Log all bytes, with their times");
+  command->add_flag("--trace", options->trace, "Log every byte with its time");
   command->footer(Footer());
   command->callback([options, &action] { action = [options] { return Modem(*options); }; });
 }

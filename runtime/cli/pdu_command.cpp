@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// corvane pdu: what READ_SMS makes of a PDU, beside the standard, and what SEND_SMS makes of a
-// text.
+// corvane pdu: what READ_SMS makes of a PDU, compared with the standard, and what SEND_SMS makes of
+// a text.
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -31,7 +31,7 @@
 namespace corvane::cli {
 namespace {
 
-/// Empty when `hex` is made of octets, else what is wrong with it.
+/// Empty when `hex` consists of octets, else what is wrong with it.
 std::string CheckHex(std::string_view hex) {
   if (hex.empty()) return "it is empty";
   const std::size_t wrong = hex.find_first_not_of(kHexDigits);
@@ -55,9 +55,9 @@ std::string OctetsToHex(const std::vector<unsigned char>& octets) {
   return hex;
 }
 
-/// A PDU with everything that is shown of it.
+/// A PDU and everything that is shown about it.
 struct DecodedPdu {
-  /// @param octets are cut to what the header announces, as the modem port driver does
+  /// `octets` are cut to the length that the header announces, as the modem port driver does.
   DecodedPdu(const GivenPdu& given_pdu, std::vector<unsigned char> all_octets)
       : given(given_pdu), octets(std::move(all_octets)), length(gsm::TpduLength(octets)) {
     if (given.announced && *given.announced < length) {
@@ -74,7 +74,7 @@ struct DecodedPdu {
 
   const GivenPdu& given;
   std::vector<unsigned char> octets;
-  std::size_t length;  // octets without the service centre, as they were given
+  std::size_t length;  // octets as given, without the service centre
   sms::SMSDelivered message{0};
   StandardReading standard;
   std::vector<std::string> differences;
@@ -86,8 +86,8 @@ void PrintHeader(const DecodedPdu& pdu) {
   fmt::print("Header    {}\n", Printable(pdu.given.header));
   const std::size_t announced = pdu.given.announced.value_or(pdu.length);
   if (announced == pdu.length) return;
-  fmt::print("Length    {} octets are announced, and {} are there: {}\n", announced, pdu.length,
-             announced < pdu.length ? "those after them are left out" : "the PDU was cut off");
+  fmt::print("Length    {} octets are announced, {} were given: {}\n", announced, pdu.length,
+             announced < pdu.length ? "the rest is left out" : "the PDU was cut off");
 }
 
 void PrintStandard(const DecodedPdu& pdu) {
@@ -158,7 +158,7 @@ void PrintJson(const DecodedPdu& pdu) {
   fmt::print("{}\n", object.dump());
 }
 
-/// Decodes and prints PDUs one after the other.
+/// Decodes and prints PDUs one after another.
 class Decoding {
  public:
   explicit Decoding(bool json) : json_(json) {}
@@ -208,7 +208,7 @@ int Decode(const std::vector<std::string>& words, bool json) {
     decoding.Add(input.Take());
     if (line.empty()) decoding.Add(GivenPdu{});
   }
-  // A header alone on the command line: its PDU is pasted next.
+  // After a header alone on the command line, its PDU is pasted next.
   const bool read = words.empty() || !input.waiting().empty();
   for (std::string line; read && std::getline(std::cin, line);) {
     input.Add(line);
@@ -230,11 +230,11 @@ int Encode(const std::string& text, const std::string& number, bool json) {
   SetUpLog("warning");
   if (number.find_first_not_of("0123456789") != number.npos) {
     PrintError(fmt::format(
-        "note: SEND_SMS takes digits only for a number; the other characters in '{}' spoil it",
+        "note: SEND_SMS accepts digits only in a number; the other characters in '{}' spoil it",
         number));
   }
   if (text.empty()) {
-    PrintError("note: an empty text has no PDU; SEND_SMS sends nothing for it");
+    PrintError("note: an empty text has no PDU; SEND_SMS sends nothing");
   }
   sms::SMSSubmit message;
   int status = message.encode(text, number);
@@ -265,16 +265,17 @@ void AddDecodeCommand(CLI::App& pdu, Action& action) {
   };
   auto options = std::make_shared<Options>();
   CLI::App* command = pdu.add_subcommand("decode", "Show what READ_SMS makes of received PDUs");
-  command->add_option("HEX", options->pdus,
-                      "PDUs in hexadecimal, also after the header lines of a modem's list; without "
-                      "any, one a line from standard input");
-  command->add_flag("--json", options->json, "Machine-readable, one object a PDU");
+  command->add_option(
+      "HEX", options->pdus,
+      "PDUs in hexadecimal, possibly with the header lines of a modem's list; without "
+      "any, they are read from standard input, one per line");
+  command->add_flag("--json", options->json, "Machine-readable, one object per PDU");
   command->footer(
       "Example: corvane pdu decode "
       "07911326040000F0040B911346610089F60000208062917314080CC8F71D14969741F977FD07\n\n"
       "A rejected PDU is one that READ_SMS deletes from the modem without delivering it. Where "
       "the\n"
-      "standard reads a PDU otherwise, that is shown, too, and why.\n"
+      "standard reads a PDU differently, that reading is shown, too, with the reason.\n"
       "Exit status: 0; 1 when a PDU is rejected; 2 for wrong usage.");
   command->callback(
       [options, &action] { action = [options] { return Decode(options->pdus, options->json); }; });

@@ -21,7 +21,7 @@ bool IsHeader(std::string_view line) {
   return line.starts_with('+') && line.find(':') != line.npos;
 }
 
-/// The last number of a header line, as 3GPP TS 27.005 clause 3.4.2 has the length.
+/// The last number of a header line, which is the length in 3GPP TS 27.005 clause 3.4.2.
 std::optional<std::size_t> AnnouncedLength(std::string_view header) {
   const std::string_view last = Trimmed(header.substr(header.find_last_of(",:") + 1));
   std::size_t length = 0;

@@ -31,14 +31,14 @@ bool IsIgnored(int signal) {
 void SetUpStandardStreams() {
   for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     if (fcntl(stream, F_GETFD) >= 0) continue;
-    // The lowest free number is this one's.
+    // The lowest free number is this one.
     if (open("/dev/null", O_RDWR) != stream) std::_Exit(kUsage);  // NOLINT: children inherit it
   }
   Drop(SIGPIPE);
 }
 
 void SetUpProcess() {
-  close_range(3, ~0U, CLOSE_RANGE_CLOEXEC);  // an older system without it keeps what it has
+  close_range(3, ~0U, CLOSE_RANGE_CLOEXEC);  // an older system without it leaves them open
   for (int signal = 1; signal < NSIG; ++signal) {
     if (IsIgnored(signal)) Drop(signal);
   }
@@ -47,7 +47,7 @@ void SetUpProcess() {
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
-  // The blocks rely on the statuses of their children, which an ignored SIGCHLD would discard.
+  // The blocks need the exit statuses of their children, which an ignored SIGCHLD would discard.
   std::signal(SIGCHLD, SIG_DFL);
 }
 

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
-// What a process that runs control programs needs, whoever started it.
+// Sets up a process that runs control programs, whoever started it.
 #pragma once
 
 namespace corvane::cli {
 
 /// For every subcommand, first of all: opens /dev/null in place of a standard stream that is
-/// closed, so that no file or modem that is opened later takes its number and gets what is printed;
-/// and has a broken pipe be an error of the write, not the end of the process.
+/// closed, so that no file or modem that is opened later gets its number and thus the output; and
+/// makes a broken pipe an error of the write, not the end of the process.
 void SetUpStandardStreams();
 
 /// Sees to it that a command which a block starts inherits nothing from this process or from the

@@ -86,7 +86,7 @@ void CheckModems(const std::vector<std::string>& modems) {
   }
 }
 
-/// Gives a lock up while it lives, and takes it again however the scope ends.
+/// Releases a lock while it lives, and takes it again however the scope ends.
 class Unlocked {
  public:
   explicit Unlocked(std::unique_lock<ScanLock>& lock) : lock_(lock) { lock_.unlock(); }
@@ -105,7 +105,7 @@ void Load(ControlProgram& program, CycleWatchdog& watchdog) {
 
 /// Loads and runs the program; returns its exit status. Throws LuaError.
 int RunProgram(const RunOptions& options, Scan& scan, WatchView* view) {
-  std::unique_lock lock(TheScanLock());  // the program is made, loaded and closed under it, too
+  std::unique_lock lock(TheScanLock());  // the program is created, loaded and closed under it, too
   ControlProgram program(options.program, options.arguments);
   if (view != nullptr) view->Follow(program.lua());
   CycleWatchdog watchdog(program.lua());
@@ -125,13 +125,13 @@ int RunProgram(const RunOptions& options, Scan& scan, WatchView* view) {
   return program.stop_status().value_or(kSuccess);
 }
 
-/// Prints an error in the program, a message with a traceback in lines; returns the exit status.
+/// Prints an error in the program, a message and the lines of a traceback; returns the exit status.
 int Fail(const LuaError& error) {
   WriteError(fmt::format("corvane: {}\n", Printable(error.what(), "\n\t")));
   return dynamic_cast<const UnusableProgram*>(&error) != nullptr ? kUsage : kProgramFailed;
 }
 
-/// Loads the program and says whether it could run; no cycle, no modem port.
+/// Loads the program and prints whether it could run; runs no cycle and opens no modem port.
 int Check(const RunOptions& options) {
   SetUpLog(options.log_level);
   const auto addins = LoadAddins(options.addins);
@@ -157,9 +157,9 @@ int Run(const RunOptions& options) {
     }
     view = std::make_unique<WatchView>(options.program);
   }
-  SystemScanClock clock(hangup);  // from here on the key q, which is a signal, ends properly
+  SystemScanClock clock(hangup);  // from here on the key q, which sends a signal, ends properly
   SetUpLog(options.log_level);
-  // Output to a file or a pipe is also written line by line, and a failing program loses none.
+  // Output to a file or a pipe is written line by line, too, and a failing program loses none.
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
   const auto addins = LoadAddins(options.addins);
   const ModemPortDriver modems(ParseModemTargets(options.modems), TheScanLock(),
@@ -187,12 +187,12 @@ void AddRunCommand(CLI::App& app, const std::vector<std::string>& words, Action&
       ->required()
       ->configurable(false)
       ->check(CheckProgram);
-  // For the configuration; on the command line they follow `--`.
+  // For the configuration file; on the command line they follow `--`.
   command->add_option("--args", options->arguments)->group("");
   command->add_option("--cycle", options->period, "Time from one cycle to the next; 0: no pause")
       ->check(CheckDuration)
       ->capture_default_str();
-  command->add_option("--cycles", options->cycles, "End after so many cycles; 0: no limit")
+  command->add_option("--cycles", options->cycles, "End after this many cycles; 0: no limit")
       ->check(WholeNumber(0, std::numeric_limits<std::uint64_t>::max()));
   command
       ->add_option_function<std::vector<std::string>>(
@@ -210,7 +210,7 @@ void AddRunCommand(CLI::App& app, const std::vector<std::string>& words, Action&
   AddLogLevelOption(*command, options->log_level);
   command
       ->add_flag("--check", options->check,
-                 "Load the program, look for cycle(), run no cycle; prints PROGRAM: ok")
+                 "Load the program and look for cycle(), but run no cycle; prints PROGRAM: ok")
       ->configurable(false);
   command->add_flag("--watch", options->watch,
                     "Show the blocks' variables, the modems and the cycle times in the terminal");

@@ -11,11 +11,11 @@
 namespace corvane::cli {
 namespace {
 
-constexpr char32_t kJoiner = 0x200d;  // ZERO WIDTH JOINER: the next character belongs to this
+constexpr char32_t kJoiner = 0x200d;  // ZERO WIDTH JOINER: the next character belongs to this one
 constexpr char32_t kEmojiVariation = 0xfe0f;  // VARIATION SELECTOR-16
-constexpr int kMarks = 8;  // that one character may carry; more would hide a whole row of octets
+constexpr int kMarks = 8;  // that a character may carry; more would hide a whole row of octets
 
-/// wcwidth follows the locale of the thread: C.UTF-8 while this lives.
+/// wcwidth depends on the locale of the thread: C.UTF-8 while this lives.
 class Utf8Widths {
  public:
   Utf8Widths() : old_(uselocale(Utf8())) {}
@@ -60,7 +60,7 @@ std::string WithoutSequences(std::string_view text) {
   return plain;
 }
 
-/// What turns the direction of writing, so that a row would read otherwise than it is.
+/// Characters that change the direction of writing: a row would not read as it is.
 bool ChangesDirection(char32_t character) {
   return character == 0x200e || character == 0x200f || character == 0x061c ||
          (character >= 0x202a && character <= 0x202e) ||
@@ -81,7 +81,7 @@ struct Cluster {
   std::size_t cells = 0;
 };
 
-/// The one in front of `text`, which is a ScreenText and not empty. Needs Utf8Widths.
+/// The first one of `text`, which is a ScreenText and not empty. Needs Utf8Widths.
 Cluster FirstCluster(std::string_view text) {
   auto at = text.begin();
   char32_t last = utf8::unchecked::next(at);

@@ -35,7 +35,7 @@ std::string ProblemOf(const gsm::PduResult& result) {
   return fmt::format("{} (octet {})", gsm::Describe(result.error), result.error_at + 1);
 }
 
-/// Octets after the text spoil nothing that the standard reads.
+/// Octets after the text do not affect what the standard reads.
 bool IsReadable(const gsm::PduResult& result) {
   return result || result.error == gsm::PduError::kTrailing;
 }
@@ -100,7 +100,7 @@ void AddAddressCause(const Beginning& pdu, std::vector<std::string>& causes) {
   } else if (pdu.type == kUnknown && !even) {
     causes.push_back(
         fmt::format("The sender's number is not an international one and has an odd number of "
-                    "digits, {}: READ_SMS leaves its last octet to the fields after it.",
+                    "digits, {}: READ_SMS reads its last octet as part of the fields after it.",
                     pdu.digits));
   } else if (pdu.type == kName && pdu.digits * 4 / 7 > (pdu.digits + 1) / 2) {
     causes.emplace_back(
@@ -112,8 +112,8 @@ void AddAddressCause(const Beginning& pdu, std::vector<std::string>& causes) {
   }
 }
 
-/// The octets of a user-data header with its length, which is the one of a part with a reference of
-/// one octet, as READ_SMS takes every header to be.
+/// Whether the header has only the element of a part with a reference of one octet (six octets with
+/// its length), as READ_SMS assumes of every header.
 bool IsPlainPart(const gsm::UserDataHeader& header) {
   return header.concatenation && !header.concatenation->wide &&
          gsm::WriteHeader(header).size() == 6;
@@ -124,8 +124,8 @@ void AddTextCauses(const Beginning& beginning, const gsm::DeliverPdu& pdu,
   const bool has_header = (beginning.first_octet & kHeaderIndicator) != 0;
   if (has_header && !IsPlainPart(pdu.data.header)) {
     causes.emplace_back(
-        "Its user-data header is not just that of a part with a reference of one octet, as which "
-        "READ_SMS reads every header.");
+        "Its user-data header is not just that of a part with a reference of one octet: READ_SMS "
+        "reads every header as one.");
     return;
   }
   const std::uint8_t coding = pdu.data_coding_scheme;
@@ -134,9 +134,8 @@ void AddTextCauses(const Beginning& beginning, const gsm::DeliverPdu& pdu,
         "A 7-bit text follows a header: READ_SMS does not skip the bits between the two.");
   } else if (coding == 0x00) {
     causes.emplace_back(
-        "It is in the GSM alphabet: READ_SMS gives characters by their numbers, so @ $ _ and "
-        "letters "
-        "with accents become others, and takes the last fill bits for a NUL where they are seven.");
+        "It is in the GSM alphabet: READ_SMS takes its codes for ASCII, so @ $ _ and letters with "
+        "accents become other characters, and seven fill bits at the end become a NUL.");
   } else if (coding == 0x08) {
     causes.emplace_back("READ_SMS leaves out characters above U+FFFF, and reads to the PDU's end.");
   } else {
@@ -204,7 +203,7 @@ std::vector<std::string> Causes(gsm::OctetSpan octets) {
   AddAddressCause(beginning, causes);
   if (!causes.empty()) return causes;  // the rest follows from it
   if (pdu.protocol_identifier != 0) {
-    causes.push_back(fmt::format("Its protocol identifier is 0x{:02X}: READ_SMS takes only 0x00.",
+    causes.push_back(fmt::format("Its protocol identifier is 0x{:02X}: READ_SMS accepts only 0x00.",
                                  pdu.protocol_identifier));
   }
   if (block.status != 0) return causes;
@@ -215,9 +214,8 @@ std::vector<std::string> Causes(gsm::OctetSpan octets) {
   }
   if (block.text == standard.text && SamePart(block, standard)) return causes;
   if (!result) {
-    causes.push_back(
-        fmt::format("Its text ends before octet {}: READ_SMS takes what follows for text.",
-                    result.error_at + 1));
+    causes.push_back(fmt::format("Its text ends before octet {}: READ_SMS takes the rest for text.",
+                                 result.error_at + 1));
   } else {
     AddTextCauses(beginning, pdu, causes);
   }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A PDU from a modem as the standard has it (3GPP TS 23.040), beside what READ_SMS makes of it.
-// Pure functions.
+// A PDU from a modem as the standard reads it (3GPP TS 23.040), compared with what READ_SMS makes
+// of it. Pure functions.
 #pragma once
 
 #include <optional>
@@ -13,7 +13,7 @@
 
 namespace corvane::cli {
 
-/// What the standard reads. Whatever a PDU of its kind does not have is empty.
+/// What the standard reads. Fields that a PDU of its kind does not have are empty.
 struct StandardReading {
   std::string kind = {};    ///< "message", "status report", "message to the network"
   std::string number = {};  ///< the sender, or the receiver
@@ -25,16 +25,16 @@ struct StandardReading {
 
 [[nodiscard]] StandardReading ReadByStandard(gsm::OctetSpan pdu);
 
-/// The fields that READ_SMS reads otherwise, or all of them where it rejects the PDU or takes it
-/// for another kind: "number", "time", "part", "text" as lines "number  +15550101234". Empty: it
-/// reads them as the standard does.
+/// The fields that READ_SMS reads differently, or all of them if it rejects the PDU or takes it for
+/// another kind: "number", "time", "part", "text" as lines "number  +15550101234". Empty: it reads
+/// them as the standard does.
 [[nodiscard]] std::vector<std::string> Differences(const sms::SMSDelivered& block,
                                                    const StandardReading& standard);
 
-/// What about the PDU READ_SMS does not read by the standard, one sentence each.
+/// Why READ_SMS does not read the PDU as the standard does, one sentence for each reason.
 [[nodiscard]] std::vector<std::string> Causes(gsm::OctetSpan pdu);
 
-/// The time of a message as READ_SMS gives it, as ISO 8601; nothing for the null time.
+/// The time of a message from READ_SMS, as ISO 8601; nullopt for the null time.
 [[nodiscard]] std::optional<std::string> IsoTime(std::int64_t file_time);
 
 }  // namespace corvane::cli

@@ -11,7 +11,7 @@
 namespace corvane::cli {
 namespace {
 
-/// Padding in terminfo is "$<5>", "$<5*/>": so many milliseconds.
+/// Padding in terminfo is "$<5>" or "$<5*/>": a number of milliseconds.
 std::string WithoutPadding(std::string text) {
   for (std::size_t at = 0; (at = text.find("$<", at)) != std::string::npos;) {
     const std::size_t end = text.find('>', at);
@@ -25,7 +25,7 @@ std::string WithoutPadding(std::string text) {
 std::string Capability(const char* name) {
   const char* octets = tigetstr(name);
   // Null: unknown; -1: not a string capability.
-  // NOLINTNEXTLINE(performance-no-int-to-ptr): the library's own way to say it
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): that is how the library reports it
   const bool known = octets != nullptr && octets != reinterpret_cast<const char*>(-1);
   return known ? WithoutPadding(octets) : std::string();
 }
@@ -50,7 +50,7 @@ std::vector<KeySequence> Keys() {
                                                                {"kend", Key::kEnd}}};
   std::vector<KeySequence> keys;
   for (const auto& [name, key] : kNames) {
-    // One octet would be a control character, such as the line feed that is Enter, too.
+    // A single octet would be a control character, such as the line feed, which is also Enter.
     if (const std::string octets = Capability(name); octets.size() > 1) {
       keys.push_back({octets, key});
     }
@@ -72,7 +72,7 @@ std::optional<TerminalDescription> TerminalDescription::Of(int terminal) {
   description.underline = Capability("smul");
   description.address = Capability("cup");
   description.enter = Joined({"smcup", "smkx", "civis", "rmam"});
-  // Without a screen of its own to leave, what we have drawn goes.
+  // If there is no alternate screen to leave, erase what we have drawn.
   const std::string leave_screen = Capability("rmcup");
   description.leave = Joined({"sgr0", "rmkx", "smam", "cnorm"}) +
                       (leave_screen.empty() ? description.clear : leave_screen);

@@ -20,10 +20,10 @@ namespace {
 constexpr std::array kSignals{SIGINT,  SIGTERM, SIGHUP, SIGQUIT, SIGABRT,
                               SIGSEGV, SIGBUS,  SIGFPE, SIGILL};
 
-/// How long a terminal may take for the last octets, ten lines of text at 9600 baud.
+/// How long a terminal may take for the last octets: ten lines of text at 9600 baud.
 constexpr std::chrono::milliseconds kPatienceAtTheEnd(500);
 
-// What the handler uses, ready before the first signal can come.
+// What the handler uses, ready before the first signal can arrive.
 int guarded_terminal = -1;
 int old_flags = -1;  // of a descriptor that others share; -1: it is our own
 termios old_settings{};
@@ -35,8 +35,8 @@ void GiveSettingsBack() {
   if (old_flags >= 0) fcntl(guarded_terminal, F_SETFL, old_flags);
 }
 
-/// Drops what the terminal has not taken yet, which makes room, and ends a stop by Ctrl-S: Linux
-/// starts the output again when IXON goes.
+/// Drops what the terminal has not accepted yet, which makes room, and ends a stop by Ctrl-S: Linux
+/// starts the output again when IXON is cleared.
 void SayFarewellInPlaceOfTheRest() {
   tcflush(guarded_terminal, TCOFLUSH);
   termios settings = old_settings;
@@ -53,8 +53,8 @@ extern "C" void RestoreTerminal(int signal) {
   raise(signal);
 }
 
-/// Opens the terminal again, so that nobody else's descriptor of it stops blocking. Where that is
-/// not allowed (a terminal of another user, after su), the one we have must do for the time being.
+/// Opens the terminal again, so that nobody else's descriptor of it becomes non-blocking. If that
+/// is not allowed (another user's terminal, after su), uses the one we have, until the end.
 int OpenWithoutBlocking(int terminal) {
   const std::string path = "/proc/self/fd/" + std::to_string(terminal);
   old_flags = -1;
@@ -67,8 +67,8 @@ int OpenWithoutBlocking(int terminal) {
   return shared;
 }
 
-/// Keys come one by one and unseen. Ctrl-C stays a signal, but Ctrl-Z does not: it would stop the
-/// process, and with it the machine that the program controls.
+/// Keys arrive one by one, without echo. Ctrl-C stays a signal, but Ctrl-Z does not: it would stop
+/// the process, and with it the machine that the program controls.
 void SetForKeys(int terminal) {
   termios settings = old_settings;
   settings.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO | IEXTEN);
@@ -95,7 +95,7 @@ TerminalGuard::TerminalGuard(int terminal, const TerminalDescription& descriptio
 
 TerminalGuard::~TerminalGuard() {
   Leave();
-  // Whoever has kept our handler as the former one may still put it back: it then only passes on.
+  // Code that saved our handler may still restore it: then it only passes the signal on.
   guarded_terminal = -1;
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A terminal that is left as it was, also when a signal ends the process. Writing to it never
+// A terminal that is left as it was, even when a signal ends the process. Writing to it never
 // waits longer than the caller allows.
 #pragma once
 
@@ -11,9 +11,8 @@
 
 namespace corvane::cli {
 
-/// Takes the terminal: its settings are those for single keys, without echo. Until Leave, a signal
-/// that would end the process gives the terminal back and then has its ordinary effect. One at a
-/// time.
+/// Takes the terminal and sets it to single keys without echo. Until Leave, a signal that would end
+/// the process restores the terminal first and then has its ordinary effect. One at a time.
 class TerminalGuard {
  public:
   /// Throws std::system_error when the system has no descriptor to give.
@@ -24,11 +23,10 @@ class TerminalGuard {
 
   /// A descriptor of the terminal for reading and writing that does not block.
   [[nodiscard]] int descriptor() const { return descriptor_.get(); }
-  /// Writes all of it, or as much as the terminal takes within `limit`. @return whether that was
-  /// all
+  /// Writes as much as the terminal accepts within `limit`. @return whether that was everything
   [[nodiscard]] bool Write(std::string_view octets, std::chrono::milliseconds limit) const;
-  /// Gives the terminal back. @return whether it takes output; otherwise whoever goes on writing to
-  /// it may wait for ever
+  /// Restores the terminal. @return whether it accepts output; if not, whoever goes on writing to
+  /// it may wait forever
   bool Leave();
 
  private:

@@ -15,7 +15,8 @@ bool BeginsWith(std::string_view text, std::string_view beginning) {
   return text.substr(0, beginning.size()) == beginning;
 }
 
-/// How many octets the sequence in front of `text`, which begins with Esc, has; 0: not complete.
+/// The length in octets of the sequence at the start of `text`, which begins with Esc; 0: not
+/// complete.
 std::size_t SequenceLength(std::string_view text) {
   if (text.size() < 2) return 0;
   if (text[1] == 'O') return text.size() < 3 ? 0 : 3;
@@ -73,8 +74,8 @@ std::vector<KeyPress> KeyDecoder::TimeOut() {
   return keys;
 }
 
-/// Adds the key in front of `rest_`, if it is one; gives the number of its octets, 0: more must
-/// come.
+/// Adds the key at the start of `rest_`, if it is one; returns the number of its octets, or 0 if
+/// more are needed.
 std::size_t KeyDecoder::Next(std::vector<KeyPress>& keys) const {
   for (const KeySequence& sequence : sequences_) {
     if (!BeginsWith(rest_, sequence.octets)) continue;

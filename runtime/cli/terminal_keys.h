@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Keys out of the octets that a terminal sends for them. Threads: one at a time.
+// Decodes keys from the octets that a terminal sends. Threads: one at a time.
 #pragma once
 
 #include <cstddef>
@@ -36,17 +36,17 @@ struct KeySequence {
   Key key;
 };
 
-/// Knows the sequences of ECMA-48 terminals (xterm, the Linux console, VT220, rxvt), and those it
-/// is given. Unknown sequences and control characters are dropped as a whole.
+/// Knows the sequences of ECMA-48 terminals (xterm, the Linux console, VT220, rxvt) and those that
+/// it is given. Unknown sequences and control characters are dropped as a whole.
 class KeyDecoder {
  public:
   explicit KeyDecoder(std::vector<KeySequence> own = {});
 
-  /// Takes octets in pieces of any length; gives the keys that are complete.
+  /// Accepts octets in pieces of any length; returns the keys that are complete.
   [[nodiscard]] std::vector<KeyPress> Take(std::string_view octets);
-  /// Whether the beginning of a sequence waits for the rest, which may be the key Esc by itself.
+  /// Whether the beginning of a sequence waits for its rest; it may be the Esc key itself.
   [[nodiscard]] bool Waiting() const { return !rest_.empty(); }
-  /// Nothing has followed for some time: a beginning with Esc was that key, another is dropped.
+  /// Nothing has followed for some time: an Esc was the key itself; any other beginning is dropped.
   [[nodiscard]] std::vector<KeyPress> TimeOut();
 
  private:

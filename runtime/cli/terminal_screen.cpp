@@ -16,7 +16,7 @@ TerminalScreen::TerminalScreen(const TerminalGuard& guard, const TerminalDescrip
 TerminalScreen::Size TerminalScreen::size() const {
   winsize window{};
   const bool known = ioctl(guard_.descriptor(), TIOCGWINSZ, &window) == 0;
-  // A serial line knows no size: 0 by 0.
+  // A serial line has no size: 0 by 0.
   if (!known || window.ws_row == 0 || window.ws_col == 0) {
     return {description_.height, description_.width};
   }
@@ -39,7 +39,7 @@ void TerminalScreen::Show(const std::vector<ScreenLine>& lines, Size size) {
   Write();
 }
 
-/// The row is erased first: after a text that fills it, the cursor stands on its last character.
+/// The row is erased first: after a text that fills it, the cursor is on its last character.
 void TerminalScreen::Put(const ScreenLine& line, int row) {
   waiting_ += description_.To(row, 0) + description_.normal + description_.clear_to_line_end;
   switch (line.style) {

@@ -30,19 +30,19 @@ class TerminalScreen {
   /// Both must outlive the screen.
   TerminalScreen(const TerminalGuard& guard, const TerminalDescription& description);
 
-  /// As the terminal tells it now, 1 by 1 at least.
+  /// The size that the terminal reports now, at least 1 by 1.
   [[nodiscard]] Size size() const;
-  /// Makes the lines, the first on top, the picture on the terminal; only what differs is written.
-  /// Every line begins at its own place, and none breaks at the end of its row, so that a terminal
-  /// which takes a character for wider than we do spoils that row only. Does nothing while Busy().
+  /// Shows the lines, the first one at the top; only differences are written. Every line begins at
+  /// its own place, and none wraps at the end of its row, so that a terminal that makes a character
+  /// wider than we do spoils only that row. Does nothing while Busy().
   void Show(const std::vector<ScreenLine>& lines, Size size);
   /// The next Show writes everything.
   void Forget() { shown_.clear(); }
-  /// Whether a picture still waits for the terminal to take it.
+  /// Whether a picture is still waiting for the terminal to accept it.
   [[nodiscard]] bool Busy() const { return !waiting_.empty(); }
-  /// Goes on with it, as far as the terminal takes it now.
+  /// Goes on writing it, as far as the terminal accepts it now.
   void Write();
-  /// What has been typed.
+  /// The octets that have been typed.
   [[nodiscard]] std::string Read() const;
 
  private:

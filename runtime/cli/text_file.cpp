@@ -25,7 +25,7 @@ std::string ReadText(const std::string& role, const std::string& path) {
       throw TextFileError(fmt::format("{} {} is not a text file", role, path));
     }
     text += read;
-    if (text.size() > kLongestTextFile) {  // it may never end
+    if (text.size() > kLongestTextFile) {  // it may be endless
       throw TextFileError(
           fmt::format("{} {} is longer than {} MiB", role, path, kLongestTextFile >> 20));
     }

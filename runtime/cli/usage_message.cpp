@@ -15,19 +15,19 @@ std::string KnownSubcommands(const CLI::App& command) {
   return fmt::format("{}", fmt::join(names, ", "));
 }
 
-/// The command line has a word that means nothing.
+/// The command line has a word that has no meaning.
 std::string ExtraWord(const CLI::App& chosen, const std::string& word) {
   if (word.starts_with('-')) return fmt::format("there is no option {}", word);
   if (const std::string known = KnownSubcommands(chosen); !known.empty()) {
     return fmt::format("'{}' is not a subcommand; known are {}", word, known);
   }
   if (chosen.get_name() == "run") {
-    return fmt::format("'{}' is one word too many; words for the program go after --", word);
+    return fmt::format("'{}' is an extra word; words for the program go after --", word);
   }
-  return fmt::format("'{}' is one word too many; put a value with blanks in quotes", word);
+  return fmt::format("'{}' is an extra word; put a value with spaces in quotes", word);
 }
 
-/// Something that must be there is not.
+/// Something required is missing.
 std::string Missing(const CLI::App& app) {
   const CLI::App& chosen = ChosenCommand(app);
   for (const CLI::Option* option : chosen.get_options()) {
@@ -40,7 +40,7 @@ std::string Missing(const CLI::App& app) {
   return fmt::format("a subcommand is missing; known are {}", KnownSubcommands(chosen));
 }
 
-/// An option has too few values or too many. `what` begins with its name.
+/// An option has too few or too many values. `what` begins with its name.
 std::string WrongNumber(const CLI::App& chosen, const std::string& what) {
   const std::string name = what.substr(0, what.find(':'));
   const CLI::Option* option = chosen.get_option_no_throw(name);
@@ -48,13 +48,13 @@ std::string WrongNumber(const CLI::App& chosen, const std::string& what) {
   return name + ": its value is missing; write it after the name";
 }
 
-/// A value could not be converted: all but those of flags have been looked at before.
+/// A value could not be converted. It is a flag's: all others have been checked before.
 std::string FlagWithValue(const CLI::App& chosen, const std::string& what) {
   for (const CLI::Option* option : chosen.get_options()) {
     if (option->get_expected_max() != 0 || option->empty()) continue;
     const std::string& value = option->results().front();
     if (value != "true" && value != "false") {
-      return fmt::format("{} takes no value, and so not '{}'", option->get_name(), value);
+      return fmt::format("{} takes no value, but got '{}'", option->get_name(), value);
     }
   }
   return what;

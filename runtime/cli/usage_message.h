@@ -10,8 +10,8 @@ namespace corvane::cli {
 /// The subcommand that the command line has chosen, the innermost one; without any, `app` itself.
 [[nodiscard]] const CLI::App& ChosenCommand(const CLI::App& app);
 
-/// Why parsing with `app` failed with `error`: which word, what was expected, what to do. What an
-/// option's own check has found is left as it is. One line.
+/// Why parsing with `app` failed with `error`: which word, what was expected, what to do. The
+/// message of an option's own check is left as it is. One line.
 [[nodiscard]] std::string UsageMessage(const CLI::App& app, const CLI::ParseError& error);
 
 }  // namespace corvane::cli

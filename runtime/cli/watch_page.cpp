@@ -20,7 +20,7 @@ using ScreenLines = std::vector<ScreenLine>;
 
 constexpr std::size_t kFilterOctets = 200;
 
-/// For narrow screens, too: no line has more than 38 cells.
+/// No line has more than 38 cells, to fit narrow screens.
 constexpr std::array<const char*, 11> kHelp{
     " Up, Down    one line",
     " PgUp, PgDn  one page",
@@ -29,10 +29,10 @@ constexpr std::array<const char*, 11> kHelp{
     "   Enter     keep the filter",
     "   Esc       show all again",
     " p           pause the display only",
-    " Ctrl-L      draw the screen again",
-    " ?           these keys, and back",
+    " Ctrl-L      redraw the screen",
+    " ?           these keys, or back",
     " q, Ctrl-C   end the program",
-    " * in front: changed in the last 2 s",
+    " *           changed in the last 2 s",
 };
 
 /// How many rows each part of the screen gets, between the title and the keys.
@@ -42,15 +42,15 @@ struct Arrangement {
   int output;
 };
 
-/// Blocks go first: half of the rows is theirs if they need it. Of the rest, the head comes before
-/// the output, which still keeps its newest line where there are three rows.
+/// Blocks come first: they get half of the rows if they need it. Of the rest, the head has priority
+/// over the output, which still keeps its newest line if there are three rows.
 Arrangement Arrange(int rows, int head, int blocks, int output) {
   const int for_blocks = std::min(blocks, (rows + 1) / 2);
   const int rest = rows - for_blocks;
   const int kept_for_output = rest >= 3 ? std::min(output, 2) : 0;
   const int for_head = std::min(head, rest - kept_for_output);
   int for_output = std::min(output, rest - for_head);
-  if (for_output < 2) for_output = 0;  // a heading alone tells nothing
+  if (for_output < 2) for_output = 0;  // a heading alone is of no use
   return {for_head, rows - for_head - for_output, for_output};
 }
 
@@ -67,7 +67,7 @@ ScreenLines Head(const WatchPicture& picture) {
   return lines;
 }
 
-/// The first `rows` lines; what has no room is counted in the last of them.
+/// The first `rows` lines; the last of them says how many more there are.
 void AddFirst(ScreenLines& to, ScreenLines lines, int rows) {
   const auto count = static_cast<std::size_t>(rows);
   if (lines.size() > count && count > 1) {
@@ -139,7 +139,7 @@ WatchPage::Wish WatchPage::Press(const KeyPress& key) {
   return Wish::kNothing;
 }
 
-/// A key for the filter; false: it has its ordinary meaning.
+/// Handles a key for the filter; false: the key has its ordinary meaning.
 bool WatchPage::Edit(const KeyPress& key) {
   switch (key.key) {
     case Key::kText:
@@ -178,7 +178,7 @@ std::vector<ScreenLine> WatchPage::Lines(std::shared_ptr<const WatchPicture> pic
   return lines;
 }
 
-/// What lies between the title and the keys.
+/// The lines between the title and the keys.
 std::vector<ScreenLine> WatchPage::Body(const WatchPicture& picture, TerminalScreen::Size size) {
   const int rows = std::max(0, size.rows - 2);
   if (help_) {

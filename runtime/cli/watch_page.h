@@ -15,9 +15,9 @@
 
 namespace corvane::cli {
 
-/// What there is to see of a program at one time.
+/// Everything that can be seen of a program at one time.
 struct WatchPicture {
-  std::string statistics;  ///< "a; b; c", a line each
+  std::string statistics;  ///< "a; b; c", one line for each
   std::vector<std::string> modems;
   std::vector<BlockState> blocks;
   std::vector<std::string> output;  ///< the last lines, as ScreenText
@@ -27,21 +27,21 @@ class WatchPage {
  public:
   /// Lines of the program's output that are shown where there is room.
   static constexpr std::size_t kOutputLines = 4;
-  /// What a key asks of others.
+  /// What a key asks the caller to do.
   enum class Wish : std::uint8_t { kNothing, kEnd, kRedraw };
 
   explicit WatchPage(std::string program) : program_(std::move(program)) {}
 
   [[nodiscard]] Wish Press(const KeyPress& key);
-  /// At most `size.rows` lines. While the display pauses, those of the picture at which that began.
+  /// At most `size.rows` lines. While the display pauses, those of the picture at which it paused.
   [[nodiscard]] std::vector<ScreenLine> Lines(std::shared_ptr<const WatchPicture> picture,
                                               TerminalScreen::Size size);
 
  private:
-  /// A part of many lines that is seen through a window.
+  /// A window on a long list of lines.
   struct Scroll {
     int first = 0;
-    int last_first = 0;  // the greatest that makes sense
+    int last_first = 0;  // the greatest useful value
     int window = 1;
 
     void Move(int lines);

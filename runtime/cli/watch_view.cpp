@@ -14,10 +14,10 @@ namespace corvane::cli {
 namespace {
 
 constexpr std::chrono::milliseconds kRefresh(200);
-constexpr std::chrono::milliseconds kEscapeTime(50);  // within which the rest of a sequence comes
-constexpr std::chrono::milliseconds kPatienceWithLines(300);  // that stay on the terminal
+constexpr std::chrono::milliseconds kEscapeTime(50);  // for the rest of a sequence to arrive
+constexpr std::chrono::milliseconds kPatienceWithLines(300);  // those that stay on the terminal
 
-/// The signals that ask the runtime for something are the PLC task's.
+/// The PLC task handles the signals that ask the runtime for something.
 void LeaveSignalsToOthers() {
   sigset_t signals;
   sigemptyset(&signals);
@@ -54,7 +54,7 @@ WatchView::~WatchView() {
   const std::uint64_t one = 1;
   [[maybe_unused]] const auto written = write(wake_.get(), &one, sizeof one);
   thread_.join();
-  // Whoever writes to a terminal that takes nothing waits for ever, so then nobody does any more.
+  // Whoever writes to a terminal that accepts nothing waits forever, so nobody may do so any more.
   if (!guard_.Leave() || !guard_.Write(output_.LastText(), kPatienceWithLines)) output_.Keep();
 }
 
@@ -77,7 +77,7 @@ void WatchView::Draw() {
     events[1].events = static_cast<short>(POLLIN | (screen_.Busy() ? POLLOUT : 0));
     const auto limit = keys_.Waiting() ? kEscapeTime : kRefresh;
     const int ready = poll(events.data(), events.size(), static_cast<int>(limit.count()));
-    // A terminal that has gone would be ready for ever.
+    // A terminal that has gone would always be ready.
     if ((events[1].revents & (POLLHUP | POLLERR | POLLNVAL)) != 0) events[1].fd = -1;
     if (ready == 0) Press(keys_.TimeOut());
     if ((events[1].revents & POLLIN) != 0) Press(keys_.Take(screen_.Read()));
@@ -90,7 +90,7 @@ WatchView::Picture WatchView::Last() {
   return picture_;
 }
 
-/// Output goes on and marks grow old while the PLC task is busy, so both are added to its picture.
+/// Output continues and marks expire while the PLC task is busy, so both are added to its picture.
 void WatchView::Show() {
   auto picture = std::make_shared<WatchPicture>(*Last());
   marks_.Mark(picture->blocks, std::chrono::steady_clock::now());

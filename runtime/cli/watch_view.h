@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // corvane run --watch: the blocks, the modem ports and the cycle statistics of a running program in
 // the terminal.
-// Threads: one of its own draws; the PLC task hands over what there is to see. Neither ever waits
-// for the terminal.
+// Threads: a thread of its own draws; the PLC task hands over the pictures. Neither ever waits for
+// the terminal.
 #pragma once
 
 #include <chrono>
@@ -29,22 +29,23 @@ namespace corvane::cli {
 /// Why this process cannot show anything; empty when it can.
 [[nodiscard]] std::string WatchProblem();
 
-/// Takes the terminal when it is made, and gives it back as it was when it goes; also when a signal
-/// ends the process, except SIGKILL. Make it before anything else catches signals or logs. One at a
-/// time; WatchProblem() is empty.
+/// Takes the terminal in its constructor, and restores it in its destructor or when a signal other
+/// than SIGKILL ends the process. Construct it before anything else catches signals or logs. One at
+/// a time, and only if WatchProblem() is empty.
 class WatchView {
  public:
   explicit WatchView(std::string program);
   WatchView(const WatchView&) = delete;
   WatchView& operator=(const WatchView&) = delete;
-  /// Ends within a second, also where the terminal takes no output.
+  /// Ends within a second, even if the terminal accepts no output.
   ~WatchView();
 
-  /// From now on the blocks that are created in this state are shown.
+  /// From now on, shows the blocks that are created in this state.
   void Follow(lua_State* L) { observer_.emplace(L); }
-  /// From now on the state of these ports is shown. They live until the last Update.
+  /// From now on, shows the state of these ports, which must outlive the last Update.
   void Follow(const ModemPortDriver& modems) { modems_ = &modems; }
-  /// Takes a picture, if the last one is old enough. The PLC task, after a cycle. Throws LuaError.
+  /// Takes a picture if the last one is old enough. Called by the PLC task after a cycle. Throws
+  /// LuaError.
   void Update(const CycleStatistics& statistics);
 
  private:
@@ -62,7 +63,7 @@ class WatchView {
   KeyDecoder keys_;
   WatchPage page_;
   ChangeMarks marks_;
-  Descriptor wake_;  // eventfd: the view goes
+  Descriptor wake_;  // eventfd: the view ends
   std::optional<BlockObserver> observer_;
   const ModemPortDriver* modems_ = nullptr;
   std::chrono::steady_clock::time_point taken_{};

@@ -9,7 +9,7 @@
 namespace corvane {
 namespace {
 
-/// Looks an entry point up. Throws AddinError when the library has none of that name.
+/// Looks up an entry point. Throws AddinError when the library has none of that name.
 void* EntryPoint(void* library, const char* name, const std::filesystem::path& file) {
   void* address = dlsym(library, name);
   if (address == nullptr) {

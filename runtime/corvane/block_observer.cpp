@@ -18,8 +18,8 @@ namespace {
 
 using Names = std::map<const void*, std::string>;
 
-/// Looks for the program's variables that hold blocks: global ones and those that its functions
-/// share with `cycle`, with the fields of tables in them.
+/// Looks for the program's variables that hold blocks: globals, the variables that `cycle` and the
+/// functions it uses refer to, and fields of tables in them.
 class NameSearch {
  public:
   NameSearch(lua_State* L, Names& names) : L_(L), names_(names) {}
@@ -27,7 +27,7 @@ class NameSearch {
   void Run() {
     lua_pushglobaltable(L_);
     seen_.insert(lua_topointer(L_, -1));
-    VisitGlobals(false);  // the first name that is found stays, so the short ones go first
+    VisitGlobals(false);  // the first name found is kept, so short ones come first
     VisitGlobals(true);
     lua_pop(L_, 1);
   }
@@ -41,7 +41,7 @@ class NameSearch {
     }
   }
 
-  /// The value on top, which the program calls `name`.
+  /// Visits the value on top, which the program calls `name`.
   void Visit(const std::string& name, int depth) {
     if (lua_type(L_, -1) == LUA_TUSERDATA) {
       names_.try_emplace(lua_topointer(L_, -1), name);
@@ -74,7 +74,7 @@ class NameSearch {
   }
 
   static constexpr int kDepth = 4;
-  static constexpr std::size_t kValues = 1000;  // a program with a table of measurements goes on
+  static constexpr std::size_t kValues = 1000;  // do not stop a program with a big table
   lua_State* L_;
   Names& names_;
   std::set<const void*> seen_;
@@ -94,7 +94,7 @@ std::string TextField(lua_State* L, const char* key) {
   return result;
 }
 
-/// Pushes the field of the table on top in its place, or an empty table.
+/// Replaces the table on top with its field `key`, or with an empty table.
 void Descend(lua_State* L, const char* key) {
   lua_getfield(L, -1, key);
   if (!lua_istable(L, -1)) {
@@ -104,7 +104,7 @@ void Descend(lua_State* L, const char* key) {
   lua_remove(L, -2);
 }
 
-/// What TYPES.StandardFB says of a type; nothing where the program has overwritten it.
+/// What TYPES.StandardFB says of a type; nothing if the program has overwritten it.
 std::vector<Declaration> Declarations(lua_State* L, const std::string& type) {
   std::vector<Declaration> declarations;
   lua_pushglobaltable(L);
@@ -128,8 +128,8 @@ std::vector<Declaration> Declarations(lua_State* L, const std::string& type) {
   return declarations;
 }
 
-/// A text between quotation marks, cut where it is too long to be looked at: a program's longest
-/// texts would otherwise cost its cycle a copy each.
+/// A text in quotation marks, cut if it is too long to look at: otherwise a program's longest texts
+/// would each cost its cycle a copy.
 std::string Quoted(std::string_view text) {
   if (text.size() <= VariableState::kMaximumValue - 2) return fmt::format("'{}'", text);
   return fmt::format("'{}...", text.substr(0, VariableState::kMaximumValue - 4));
@@ -141,7 +141,7 @@ std::string NumberText(const std::string& type, const std::string& variable, lua
   return meaning.empty() ? text : fmt::format("{} {}", text, meaning);
 }
 
-/// The value on top, of a block of the type `type`, as a watcher reads it.
+/// The value on top, a variable of a block of type `type`, as people read it.
 std::string ValueText(lua_State* L, const std::string& type, const Declaration& declaration) {
   if (declaration.name == "Password") return lua_rawlen(L, -1) == 0 ? "''" : "......";
   if (lua_isnil(L, -1)) return "-";
@@ -163,7 +163,7 @@ std::string ValueText(lua_State* L, const std::string& type, const Declaration& 
   return quoted ? Quoted({text, length}) : NumberText(type, declaration.name, number, text);
 }
 
-/// The registered type of the block on top; empty for what is not a block, or not any more.
+/// The registered type of the block on top; empty if the value is not a block, or no longer one.
 std::string TypeOf(lua_State* L) {
   for (const StLibrary& library : RegisteredStLibraries()) {
     if (luaL_testudata(L, -1, library.name.c_str()) != nullptr) return library.name;
@@ -189,7 +189,7 @@ struct Reading {
   int& named;
 };
 
-/// The numbers of the blocks that live, of the table on top.
+/// The numbers of the live blocks in the table on top.
 std::vector<int> Numbers(lua_State* L) {
   std::vector<int> numbers;
   for (lua_pushnil(L); lua_next(L, -2) != 0; lua_pop(L, 1)) {
@@ -199,7 +199,7 @@ std::vector<int> Numbers(lua_State* L) {
   return numbers;
 }
 
-/// Argument 1: the Reading. Lua is compiled as C++, so an error unwinds the objects here.
+/// Argument 1: the Reading. Lua is compiled as C++, so an error destroys the objects here.
 int ReadAll(lua_State* L) {
   auto& reading = *static_cast<Reading*>(lua_touserdata(L, 1));
   PushTrackedBlocks(L);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The blocks of a running program with their variables, as somebody who watches sees them.
+// The blocks of a running program with their variables, in a form that people read.
 // Threads: the one that runs the Lua state.
 #pragma once
 
@@ -13,18 +13,18 @@ namespace corvane {
 struct VariableState {
   std::string name;
   /// As text: TRUE, 5, 'text', 2026-11-21 03:00:00, 17 announcing the next PDU; never a password.
-  /// At most kMaximumValue octets, and three dots where there were more.
+  /// At most kMaximumValue octets, with three dots if there were more.
   std::string value;
-  bool changed = false;  ///< lately; for whoever compares readings
+  bool changed = false;  ///< lately; set by code that compares readings
 
   static constexpr std::size_t kMaximumValue = 1024;
 };
 
 struct BlockState {
-  int number = 0;    ///< how many blocks had been created, itself included: no two share it
+  int number = 0;    ///< how many blocks had been created, including this one: unique
   std::string name;  ///< the program's variable that holds it, or "#" and its number
   std::string type;
-  std::vector<VariableState> variables;  ///< as declared
+  std::vector<VariableState> variables;  ///< in the order of their declaration
 };
 
 class BlockObserver {
@@ -33,7 +33,7 @@ class BlockObserver {
   /// Throws LuaError when memory runs out.
   explicit BlockObserver(lua_State* L);
 
-  /// The blocks that live, in the order of their creation. Throws LuaError when memory runs out.
+  /// The live blocks, in the order of their creation. Throws LuaError when memory runs out.
   [[nodiscard]] std::vector<BlockState> Read();
 
  private:

@@ -18,7 +18,7 @@ std::atomic<const char*> current_call{nullptr};
 std::atomic<bool> position_noted{false};
 std::atomic<int> notes_left{kNotedCalls};
 
-/// Plain memory, since noting it must neither fail nor allocate.
+/// Plain memory, since storing it must neither fail nor allocate.
 struct Position {
   std::mutex mutex;
   std::array<char, LUA_IDSIZE> source{};
@@ -26,7 +26,7 @@ struct Position {
 };
 Position position;
 
-/// The nearest Lua function from `level` up. False: there is none.
+/// Finds the nearest Lua function from `level` up. False: there is none.
 bool FindLuaFunction(lua_State* L, int level, lua_Debug& found) {
   for (; lua_getstack(L, level, &found) != 0; ++level) {
     lua_getinfo(L, "Sl", &found);
@@ -47,11 +47,11 @@ struct Slot {
   const char* type = nullptr;
   lua_CFunction call = nullptr;
 };
-constexpr std::size_t kSlots = 64;  // types beyond are called as they are
+constexpr std::size_t kSlots = 64;  // further types are called untracked
 std::array<Slot, kSlots> slots;
 
-/// The `__call` of the slot's type, with the block known meanwhile. A function of its own for each
-/// type costs less than looking the type up.
+/// The `__call` of the slot's type, recorded while it lasts. A separate function for each type
+/// costs less than looking the type up.
 template <std::size_t Number>
 int CallTracked(lua_State* L) {
   const CallScope scope(L, slots[Number].type);
@@ -64,8 +64,8 @@ constexpr std::array<lua_CFunction, kSlots> MakeCalls(std::index_sequence<Number
 }
 constexpr auto kCalls = MakeCalls(std::make_index_sequence<kSlots>());
 
-/// Puts the tracked function in place of the C function `key` of the table on top. One with
-/// upvalues stays, since it needs them where Lua puts them.
+/// Replaces the C function `key` of the table on top with the tracked one. A function with upvalues
+/// stays, since it needs them where Lua puts them.
 void Replace(lua_State* L, const char* key, std::size_t number) {
   lua_pushstring(L, key);
   lua_rawget(L, -2);

@@ -15,22 +15,22 @@ struct TrackedCall {
   std::string where;  ///< FILE:LINE of the call; empty when it is not known
 };
 
-/// FILE:LINE of the Lua function nearest to the running one, from `level` up; empty without any.
+/// FILE:LINE of the nearest Lua function, from `level` up; empty if there is none.
 [[nodiscard]] std::string LuaPosition(lua_State* L, int level);
 
-/// Lets every call of a block of a registered type in this state be known. What a call costs more
-/// is a few nanoseconds, and some fifty for those whose line is noted: the first kNotedCalls since
-/// StartCycle. Raises a Lua error when memory runs out.
+/// From now on, tracks every call of a block of a registered type in this state. This costs a few
+/// nanoseconds per call, and about fifty for the calls whose line is noted: the first kNotedCalls
+/// since StartCycle. Raises a Lua error when memory runs out.
 void TrackBlockCalls(lua_State* L);
 
 inline constexpr int kNotedCalls = 100;
-/// A new cycle: its calls are noted again.
+/// A new cycle begins: the lines of its first calls are noted again.
 void StartCycle();
 
 /// The innermost call that the program is in now.
 [[nodiscard]] std::optional<TrackedCall> CurrentCall();
 
-/// A call of a function of the runtime that may take its time, as long as it lives.
+/// While it lives, records a call of a function of the runtime that may take long.
 class CallScope {
  public:
   /// @param what a text that lives as long as the process

@@ -4,7 +4,7 @@
 namespace corvane {
 namespace {
 
-/// Puts the folder at argument 1 in front of package.path.
+/// Puts the folder at argument 1 at the start of package.path.
 int AddModuleFolder(lua_State* L) {
   lua_getglobal(L, "package");
   lua_getfield(L, 2, "path");
@@ -13,8 +13,8 @@ int AddModuleFolder(lua_State* L) {
   return 0;
 }
 
-/// Sets plc.cycle to argument 1 and calls the global function `cycle`, whatever the program has
-/// made of both since the last time.
+/// Sets plc.cycle to argument 1 and calls the global function `cycle`, even if the program has
+/// changed either since the last time.
 int RunCycle(lua_State* L) {
   lua_getglobal(L, "plc");
   if (lua_istable(L, -1)) {
@@ -31,8 +31,8 @@ int PushCycle(lua_State* L) {
   return 1;
 }
 
-/// Whether the program has a global function `cycle`. A program may watch over its globals with a
-/// metatable that raises errors, so looking needs protection, too.
+/// Whether the program has a global function `cycle`. A program may guard its globals with a
+/// metatable that raises errors, so even looking needs protection.
 bool HasCycle(lua_State* L) {
   lua_pushcfunction(L, PushCycle);
   try {
@@ -60,7 +60,7 @@ ControlProgram::ControlProgram(const std::filesystem::path& file,
 
 void ControlProgram::Load() {
   lua_State* L = lua_.state();
-  // Text only: nobody checks bytecode.
+  // Text only: nothing checks bytecode.
   const int status = luaL_loadfilex(L, file_.c_str(), "t");
   if (status != LUA_OK) {
     std::string message = lua_tostring(L, -1);
@@ -70,7 +70,7 @@ void ControlProgram::Load() {
       message =
           file_.string() + ": the program is precompiled; give the Lua source it was made from";
     }
-    // Short of memory, it may work the next time.
+    // If memory was short, it may work the next time.
     if (status == LUA_ERRMEM) throw LuaError(message);
     throw UnusableProgram(message);
   }
@@ -79,7 +79,7 @@ void ControlProgram::Load() {
   if (!HasCycle(L)) {
     throw UnusableProgram(
         file_.string() +
-        ": the program has no global function cycle(), which is what runs in each cycle");
+        ": the program has no global function cycle(), which the runtime calls in each cycle");
   }
 }
 
@@ -94,7 +94,7 @@ void ControlProgram::Call(int arguments) {
   try {
     ProtectedCall(lua_.state(), arguments, 0);
   } catch (const ExitRequest&) {
-    // plc_ has the status.
+    // plc_ holds the status.
   } catch (const FinalizerError& error) {
     // Raised in a finalizer, the request arrives without its value.
     if (!plc_.exit_requested || !error.LostItsValue()) throw;

@@ -14,7 +14,8 @@
 
 namespace corvane {
 
-/// A file that no restart makes a program: it is not valid Lua, or leaves no function `cycle`.
+/// A file that cannot run, however often it is started: it is not valid Lua, or defines no function
+/// `cycle`.
 class UnusableProgram : public LuaError {
  public:
   using LuaError::LuaError;
@@ -31,7 +32,7 @@ class ControlProgram {
   ControlProgram& operator=(const ControlProgram&) = delete;
 
   /// Runs the file. Throws UnusableProgram on a syntax error (with file and line) and when the file
-  /// leaves no global function `cycle`, unless it has asked to stop; LuaError on an error while it
+  /// defines no global function `cycle`, unless it has asked to stop; LuaError on an error while it
   /// runs.
   void Load();
   /// Calls `cycle()` with plc.cycle = `number`. Throws LuaError.
@@ -41,7 +42,7 @@ class ControlProgram {
   [[nodiscard]] std::optional<int> stop_status() const { return plc_.stop_status; }
 
  private:
-  /// ProtectedCall in which os.exit is not an error.
+  /// ProtectedCall that does not treat os.exit as an error.
   void Call(int arguments);
 
   std::filesystem::path file_;

@@ -11,7 +11,8 @@ namespace corvane {
 std::size_t DurationHistogram::ClassOf(std::uint64_t nanoseconds) {
   const auto bits = static_cast<unsigned>(std::bit_width(nanoseconds));
   const unsigned shift = bits > kSubBits + 1 ? bits - kSubBits - 1 : 0;
-  // Below 2^(kSubBits + 1) each value has its own class; above, the top kSubBits + 1 bits tell it.
+  // Below 2^(kSubBits + 1) each value has its own class; above, its top kSubBits + 1 bits select
+  // it.
   return (static_cast<std::size_t>(shift) << kSubBits) +
          static_cast<std::size_t>(nanoseconds >> shift);
 }
@@ -54,7 +55,7 @@ void CycleStatistics::AddCycle(Nanoseconds duration, Nanoseconds lateness) {
 std::string CycleStatistics::Summary() const {
   const Nanoseconds mean =
       cycles_ == 0 ? Nanoseconds(0) : sum_ / static_cast<std::int64_t>(cycles_);
-  // A class bound may lie above the longest value itself.
+  // A class bound may be above the longest value itself.
   const Nanoseconds p99 = std::min(durations_.Quantile(0.99), longest_);
   const Nanoseconds late_p99 = std::min(latenesses_.Quantile(0.99), latest_);
   return fmt::format(

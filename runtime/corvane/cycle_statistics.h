@@ -17,7 +17,7 @@ namespace corvane {
 class DurationHistogram {
  public:
   void Add(Nanoseconds duration);
-  /// The least class bound that `share` (0..1) of the durations do not exceed; 0 without any.
+  /// The least class bound that `share` (0..1) of the durations do not exceed; 0 if there are none.
   [[nodiscard]] Nanoseconds Quantile(double share) const;
 
  private:
@@ -32,7 +32,7 @@ class DurationHistogram {
 
 class CycleStatistics {
  public:
-  /// @param duration time that the program's `cycle()` took
+  /// @param duration how long the program's `cycle()` took
   /// @param lateness time from the cycle's deadline to its start
   void AddCycle(Nanoseconds duration, Nanoseconds lateness);
   /// A cycle that was still running when the next one was due.

@@ -20,7 +20,7 @@ using std::chrono::milliseconds;
 constexpr milliseconds kLongestTick(250);
 constexpr milliseconds kAnswerTime(100);
 
-// What the handler and Lua's call back touch.
+// Shared with the handler and the hook that Lua calls.
 std::atomic<lua_State*> watched{nullptr};
 std::atomic<bool> asked{false};
 lua_Hook program_hook = nullptr;  // the program's own (debug.sethook)
@@ -40,7 +40,7 @@ void TakePosition(lua_State* L, lua_Debug* /*event*/) {
   answered.notify_all();
 }
 
-/// As the stand-alone Lua does at Ctrl-C: lua_sethook may be called in a signal handler.
+/// As stand-alone Lua does on Ctrl-C: lua_sethook may be called in a signal handler.
 extern "C" void AskForPosition(int /*signal*/) {
   lua_State* L = watched;
   if (L == nullptr || lua_gethook(L) == TakePosition) return;
@@ -50,7 +50,7 @@ extern "C" void AskForPosition(int /*signal*/) {
   lua_sethook(L, TakePosition, LUA_MASKCOUNT, 1);
 }
 
-/// The line that the PLC task is at; empty while it is in no Lua function.
+/// The line that the PLC task has reached; empty while it is not in a Lua function.
 std::string AskPlcTask(pthread_t plc_task) {
   std::unique_lock lock(answer_mutex);
   asked = true;
@@ -73,7 +73,7 @@ CycleWatchdog::CycleWatchdog(lua_State* L, std::vector<Nanoseconds> limits)
   watched = L;
   struct sigaction action {};
   action.sa_handler = AskForPosition;
-  action.sa_flags = SA_RESTART;  // a read of the program's goes on
+  action.sa_flags = SA_RESTART;  // a read by the program goes on
   sigaction(SIGRTMIN, &action, nullptr);
   thread_ = std::thread([this] { Watch(); });
 }
@@ -85,7 +85,7 @@ CycleWatchdog::~CycleWatchdog() {
   }
   ending_changed_.notify_all();
   thread_.join();
-  // The signal keeps its handler, which does nothing now: one may still be on its way.
+  // The signal keeps its handler, which does nothing now: a signal may still be on its way.
   lua_State* L = watched.exchange(nullptr);
   if (lua_gethook(L) == TakePosition) lua_sethook(L, program_hook, program_mask, program_count);
 }
@@ -122,7 +122,7 @@ void CycleWatchdog::Look(const Running& cycle) {
   if (reported_ >= limits_.size() || lasted < limits_[reported_]) return;
   ++reported_;
   const std::string where = WhereItIs();
-  if (!IsRunning(cycle)) return;  // meanwhile over
+  if (!IsRunning(cycle)) return;  // it has ended meanwhile
   const std::string what =
       cycle.number == 0 ? std::string("the program's file") : fmt::format("cycle {}", cycle.number);
   spdlog::warn("{} has been running for {}: {}", what, FormatDuration(lasted), where);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Warnings while a cycle takes much too long. Threads: the PLC task makes it and calls it; a thread
-// of its own looks.
+// Warnings while a cycle takes much too long. Threads: the PLC task creates it and calls it; a
+// thread of its own checks the time.
 #pragma once
 
 #include <pthread.h>
@@ -20,9 +20,9 @@
 namespace corvane {
 
 /// Logs a warning when a cycle has lasted for the first of the limits, and again for each further
-/// one: which block the program is in and from where it was called, or else which line it is at.
+/// one: which block the program is in and where it was called, or else which line it has reached.
 /// For the latter it sends the PLC task a signal (SIGRTMIN), whose handler only asks Lua to call
-/// back at the next instruction. One at a time; the state must outlive it.
+/// a hook at the next instruction. One at a time; the state must outlive it.
 class CycleWatchdog {
  public:
   explicit CycleWatchdog(lua_State* L, std::vector<Nanoseconds> limits = {std::chrono::seconds(1),
@@ -32,7 +32,7 @@ class CycleWatchdog {
   CycleWatchdog& operator=(const CycleWatchdog&) = delete;
   ~CycleWatchdog();
 
-  /// A cycle, as long as it lives; number 0 is the program's file itself.
+  /// Marks a cycle while it lives; number 0 is the program's file itself.
   class Cycle {
    public:
     Cycle(CycleWatchdog& watchdog, std::uint64_t number) : watchdog_(watchdog) {
@@ -66,7 +66,7 @@ class CycleWatchdog {
   std::condition_variable ending_changed_;
   bool ending_ = false;
   std::optional<Running> running_;
-  TimePoint reported_cycle_;  // of the thread: when the cycle began that it has reported,
+  TimePoint reported_cycle_;  // the thread's: when the cycle that it has reported began,
   std::size_t reported_ = 0;  // and for how many limits
   std::thread thread_;        // last: it uses all of the above
 };

@@ -42,7 +42,7 @@ std::string FormatDuration(Nanoseconds duration) {
   if (nanoseconds == 0) return "0s";
   Unit best = kUnits.front();
   for (const Unit& unit : kUnits) {
-    // What three digits round up to 1000 of one unit is shown as 1 of the next.
+    // A value that three digits round up to 1000 of a unit is shown as 1 of the next one.
     if (unit.nanoseconds <= 1e9 && nanoseconds >= 0.9995 * unit.nanoseconds) best = unit;
   }
   const double shown = nanoseconds / best.nanoseconds;

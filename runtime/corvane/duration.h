@@ -11,8 +11,8 @@ namespace corvane {
 
 using Nanoseconds = std::chrono::nanoseconds;
 
-/// A number, not negative, and a unit (ns, us, ms, s, min, h) without a blank between; "0" alone is
-/// allowed. At most a year; nullopt for everything else.
+/// A number, not negative, and a unit (ns, us, ms, s, min, h) without a space between them; "0"
+/// alone is allowed. At most a year; nullopt for everything else.
 [[nodiscard]] std::optional<Nanoseconds> ParseDuration(std::string_view text);
 
 /// With three significant digits and the unit that suits: "12.3ms".

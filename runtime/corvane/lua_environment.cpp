@@ -24,8 +24,8 @@ int AddTraceback(lua_State* L) {
   return 1;
 }
 
-/// Pushes the field `key` of the table at `table`; a Lua error when it is of another type. It is
-/// fetched once: a metamethod of the program's might answer the next time with something else.
+/// Pushes the field `key` of the table at `table`; a Lua error if it has another type. It is
+/// fetched once: a metamethod of the program might return something else the next time.
 void PushField(lua_State* L, int table, const char* key, int type, const char* owner) {
   lua_getfield(L, table, key);
   if (lua_type(L, -1) == type) return;
@@ -76,8 +76,9 @@ void OpenTypes(lua_State* L) {
   lua_setglobal(L, "FBMetadata");
 }
 
-/// Gives programs a copy of a block type's metatable in place of it. Without its __gc a block's
-/// memory would go while the modem port driver, or the block's own thread, still works on it.
+/// Gives programs a copy of a block type's metatable instead of the original. Without its __gc, a
+/// block's memory would be freed while the modem port driver, or the block's own thread, still uses
+/// it.
 void HideMetatable(lua_State* L, const char* type_name) {
   luaL_getmetatable(L, type_name);
   if (lua_istable(L, -1)) {
@@ -88,14 +89,14 @@ void HideMetatable(lua_State* L, const char* type_name) {
       lua_insert(L, -2);
       lua_rawset(L, metatable + 1);
     }
-    lua_pushliteral(L, "__metatable");  // what getmetatable() gives
+    lua_pushliteral(L, "__metatable");  // what getmetatable() returns
     lua_insert(L, -2);
     lua_rawset(L, metatable);
   }
   lua_settop(L, 0);
 }
 
-/// Runs in protected mode, so that a failing allocation is an error and no abort.
+/// Runs in protected mode, so that a failing allocation is an error and not an abort.
 int OpenEverything(lua_State* L) {
   luaL_openlibs(L);
   lua_getglobal(L, "os");

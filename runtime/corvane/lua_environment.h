@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A Lua state as control programs find it: the standard library, the table TYPES with FBMetadata,
-// and every registered block type opened. Threads: one thread at a time uses it.
+// A Lua state for control programs: the standard library, the table TYPES with FBMetadata, and
+// every registered block type. Threads: one thread at a time uses it.
 #pragma once
 
 #include <exception>
@@ -10,8 +10,7 @@
 
 namespace corvane {
 
-/// Something in Lua failed; what() is the message for the user, with a traceback where there is
-/// one.
+/// Something in Lua failed; what() is the message for the user, with a traceback if there is one.
 class LuaError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -21,7 +20,7 @@ class LuaError : public std::runtime_error {
 class FinalizerError : public LuaError {
  public:
   using LuaError::LuaError;
-  /// Whether what was raised was no text.
+  /// Whether the value raised was not a text.
   [[nodiscard]] bool LostItsValue() const;
 };
 

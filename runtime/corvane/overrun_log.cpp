@@ -17,7 +17,8 @@ void OverrunLog::Note(std::uint64_t number, ScanClock::TimePoint now, Nanosecond
                  FormatDuration(taken), FormatDuration(period));
   } else {
     spdlog::warn(
-        "{} overruns since the last such line; the longest cycle ended {} after its start was due; "
+        "{} more overruns since the last such line; the longest cycle ended {} after its start was "
+        "due; "
         "the period is {}",
         count_, FormatDuration(longest_), FormatDuration(period));
   }

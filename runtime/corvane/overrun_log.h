@@ -12,8 +12,8 @@ namespace corvane {
 
 class OverrunLog {
  public:
-  /// An overrun: cycle `number` ended at `now`, so long after its start was due, which is more than
-  /// the period. Logged at once, but at most once a minute; those in between are counted.
+  /// An overrun: cycle `number` ended at `now`, this long after its start was due, which is more
+  /// than the period. Logged at once, but at most once a minute; overruns in between are counted.
   void Note(std::uint64_t number, ScanClock::TimePoint now, Nanoseconds taken, Nanoseconds period);
 
  private:

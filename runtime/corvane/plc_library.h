@@ -9,7 +9,7 @@
 
 namespace corvane {
 
-/// What `plc` gives and takes; it must outlive the Lua state.
+/// What `plc` reads and writes; it must outlive the Lua state.
 struct PlcContext {
   std::vector<std::string> arguments;  ///< plc.args
   std::optional<int> stop_status;      ///< set by plc.stop and os.exit
@@ -19,10 +19,10 @@ struct PlcContext {
 /// Sets the global `plc`:
 ///   plc.stop([status])  end after the running cycle with this exit status (0..255, default 0)
 ///   plc.cycle           number of the running cycle, from 1; 0 while the file itself runs
-///   plc.clock()         seconds on the monotonic clock; its zero is arbitrary
+///   plc.clock()         seconds on the monotonic clock, from an arbitrary start
 ///   plc.log(text)       one line in the runtime's log, at level info
 ///   plc.args            the words after `--` on the command line
-/// and lets os.exit([status]) end the program at once by way of ExitRequest, so that blocks are
+/// and makes os.exit([status]) end the program at once through ExitRequest, so that blocks are
 /// collected and their workers joined.
 void OpenPlc(lua_State* L, PlcContext& context);
 

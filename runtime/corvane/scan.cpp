@@ -6,7 +6,7 @@
 namespace corvane {
 namespace {
 
-/// Adds a cycle to the statistics, also one that ends with an exception.
+/// Adds a cycle to the statistics, even if it ends with an exception.
 class CycleMeasurement {
  public:
   CycleMeasurement(CycleStatistics& statistics, ScanClock& clock, ScanClock::TimePoint deadline)

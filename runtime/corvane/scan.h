@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The scan: one cycle after the other, each at its time. Threads: the PLC task.
+// The scan: one cycle after another, each at its time. Threads: the PLC task.
 #pragma once
 
 #include <cstdint>
@@ -25,12 +25,12 @@ struct ScanOptions {
 /// that it covered are left out, never made up for in a burst.
 class Scan {
  public:
-  /// @param lock held during each cycle and given up in between
+  /// @param lock held during each cycle and released in between
   Scan(const ScanOptions& options, ScanClock& clock, ScanLock& lock)
       : options_(options), clock_(clock), lock_(lock) {}
 
-  /// @param cycle called with the number of the cycle, from 1; false ends the scan. What it throws
-  ///   ends the scan, too, with the lock released and the cycle counted.
+  /// @param cycle called with the number of the cycle, from 1; false ends the scan. An
+  ///   exception from it ends the scan, too, with the lock released and the cycle counted.
   /// @param report called when the clock says that statistics are wanted
   void Run(const std::function<bool(std::uint64_t)>& cycle, const std::function<void()>& report);
 

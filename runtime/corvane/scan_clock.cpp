@@ -15,7 +15,7 @@ namespace {
 
 // What the handler may touch: lock-free atomics and a descriptor.
 std::atomic<bool> stop_requested{false};
-std::atomic<bool> stop_demanded{false};  // by somebody who can do so again
+std::atomic<bool> stop_demanded{false};  // by a signal that can be sent again
 std::atomic<bool> statistics_requested{false};
 std::atomic<int> wake_event{-1};
 struct sigaction old_int {};
@@ -29,8 +29,8 @@ extern "C" void OnSignal(int signal) {
   if (signal == SIGUSR1) {
     statistics_requested = true;
   } else if (signal != SIGHUP && stop_demanded.exchange(true)) {
-    // Asked twice: the running cycle does not end. Now the signal has the effect that it had
-    // before, and its ordinary one where it was ignored.
+    // Asked twice: the running cycle does not end. Now the signal gets back the effect that it had
+    // before, or its ordinary one if it was ignored.
     const struct sigaction& old = signal == SIGINT ? old_int : old_term;
     if (old.sa_handler == SIG_IGN) {
       std::signal(signal, SIG_DFL);
@@ -54,7 +54,7 @@ void Catch(int signal, struct sigaction& old) {
   sigaction(signal, &action, &old);
 }
 
-/// Waits until `event` has been written to, which it takes back, or the time is over.
+/// Waits until `event` has been written to, and resets it, or until the time is over.
 void WaitForEvent(int event, std::chrono::nanoseconds time) {
   constexpr long kNanosecondsPerSecond = 1'000'000'000;
   pollfd descriptor{event, POLLIN, 0};

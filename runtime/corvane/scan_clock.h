@@ -13,15 +13,15 @@ class ScanClock {
  public:
   using TimePoint = std::chrono::steady_clock::time_point;
   enum class Wake {
-    kDeadline,    ///< the time has come
+    kDeadline,    ///< the deadline has been reached
     kStop,        ///< somebody asked the runtime to end
-    kStatistics,  ///< somebody asked for the statistics; the deadline is still to come
+    kStatistics,  ///< somebody asked for the statistics; the deadline has not been reached
   };
 
   virtual ~ScanClock() = default;
   [[nodiscard]] virtual TimePoint Now() = 0;
-  /// Waits for `deadline`. A request that came since the last call is returned at once, also when
-  /// the deadline has passed; a request to stop goes first and stays.
+  /// Waits for `deadline`. A request made since the last call is returned at once, even if the
+  /// deadline has passed; a request to stop comes first and stays.
   [[nodiscard]] virtual Wake WaitUntil(TimePoint deadline) = 0;
 };
 

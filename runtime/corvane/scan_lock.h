@@ -8,16 +8,16 @@
 
 namespace corvane {
 
-/// A fair lock (BasicLockable): it is taken in the order in which it was asked for, so that a PLC
-/// task without a pause between its cycles still lets the modem port driver in.
+/// A fair lock (BasicLockable): it is granted in the order of the requests, so that a PLC task
+/// without a pause between its cycles still lets the modem port driver in.
 ///
-/// The PLC task holds it while Lua runs; the driver while it calls a block's functions, never
-/// during serial I/O. So a block needs no lock of its own.
+/// The PLC task holds it while Lua runs; the driver holds it while it calls a block's functions,
+/// never during serial I/O. A block therefore needs no lock of its own.
 class ScanLock {
  public:
   void lock();
   void unlock();
-  /// How many threads wait for it at this moment.
+  /// How many threads are waiting for it now.
   [[nodiscard]] std::uint64_t waiting() const;
 
  private:

@@ -15,7 +15,7 @@ std::vector<StLibrary>& Registry() {
   return registry;
 }
 
-/// By type, variable and value.
+/// Indexed by type, variable and value.
 std::map<std::tuple<std::string, std::string, double>, std::string>& Meanings() {
   static std::map<std::tuple<std::string, std::string, double>, std::string> meanings;
   return meanings;
@@ -40,7 +40,7 @@ int RegisterExternalSTLib(const char* name, lua_CFunction opener) {
   const bool known = std::any_of(registry.begin(), registry.end(),
                                  [name](const auto& library) { return library.name == name; });
   if (known) {
-    spdlog::error("block type {} is registered already; the first one stays", name);
+    spdlog::error("block type {} is already registered; the first one is kept", name);
     return 1;
   }
   registry.push_back({name, opener});

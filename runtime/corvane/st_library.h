@@ -15,10 +15,10 @@ struct StLibrary {
   lua_CFunction opener;
 };
 
-/// In the order of their registration.
+/// The types, in the order of their registration.
 [[nodiscard]] const std::vector<StLibrary>& RegisteredStLibraries();
 
-/// What the add-in says that this value of a block's variable means; empty where it says nothing.
+/// What this value of a block's variable means, from the add-in; empty if it does not say.
 [[nodiscard]] std::string ValueMeaning(const std::string& type, const std::string& variable,
                                        double value);
 

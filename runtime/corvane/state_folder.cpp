@@ -83,7 +83,7 @@ void WriteStateFile(const fs::path& file, std::string_view content) {
     if (fsync(out.get()) != 0) Fail("cannot write", fresh);
   }
   fs::rename(fresh, file);
-  // The new name, too, must survive a power cut.
+  // The new name must survive a power cut, too.
   const Descriptor names(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (names.get() < 0 || fsync(names.get()) != 0) Fail("cannot write", folder);
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Where a control program's runtime keeps what must outlast it: one folder for each program.
+// The folder in which the runtime keeps data beyond its end: one for each control program.
 // Threads: any.
 #pragma once
 
@@ -13,8 +13,8 @@ namespace corvane {
 /// there is no home directory either. The folder need not exist.
 [[nodiscard]] std::filesystem::path StateFolder(const std::filesystem::path& program);
 
-/// Writes a file of the folder, which is made (for its owner alone) if it is missing. The file, for
-/// its owner alone too, has the old content or the new one whatever happens, a power cut included.
+/// Writes a file of the folder, which is created if it is missing. Only the owner has access to
+/// either. Whatever happens, even a power cut, the file has either the old content or the new.
 /// @throws std::filesystem::filesystem_error
 void WriteStateFile(const std::filesystem::path& file, std::string_view content);
 

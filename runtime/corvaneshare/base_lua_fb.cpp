@@ -8,7 +8,7 @@
 
 namespace {
 
-/// Adds the block at argument 1 to the known ones.
+/// Adds the block at argument 1 to the table of known blocks.
 int AddBlock(lua_State* L) {
   corvane::PushTrackedBlocks(L);
   lua_getfield(L, 2, "n");
@@ -20,7 +20,7 @@ int AddBlock(lua_State* L) {
   return 0;
 }
 
-/// As above for the block on top, if the runtime tracks blocks. A constructor must not raise a Lua
+/// Does so for the block on top, if the runtime tracks blocks. A constructor must not raise a Lua
 /// error, so a block for which memory runs out stays unknown.
 void Track(lua_State* L) {
   corvane::PushTrackedBlocks(L);
@@ -38,7 +38,7 @@ const char* const LuaFBUtil::CheckErrStrPostfix = "block expected";
 
 BaseLuaFB::BaseLuaFB(lua_State* L, const char* type_name) {
   if (corvane::BlocksRefused(L)) {
-    throw std::logic_error("the program has ended, so no block can be made any more");
+    throw std::logic_error("the program has ended, so no more blocks can be created");
   }
   luaL_setmetatable(L, type_name);
   Track(L);
@@ -47,7 +47,7 @@ BaseLuaFB::BaseLuaFB(lua_State* L, const char* type_name) {
 BaseLuaFB::~BaseLuaFB() = default;
 
 int CheckIndexProlog(lua_State* L, const char* key, const BaseLuaFB* /*block*/) {
-  // Asked at every access, so the first letter is looked at before a call.
+  // Called at every access, so the first letter is compared before calling a function.
   if (key[0] != 'E' || std::strcmp(key, "EnO") != 0) return 0;
   lua_pushboolean(L, 1);
   return 1;

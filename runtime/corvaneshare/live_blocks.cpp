@@ -20,7 +20,7 @@ void TrackBlocks(lua_State* L) {
   lua_newtable(L);
   lua_pushnumber(L, 0);
   lua_setfield(L, -2, "n");
-  // Weak values go before a finalizer runs, so what is found is whole.
+  // Weak values are removed before a finalizer runs, so every block in the table is complete.
   lua_createtable(L, 0, 1);
   lua_pushliteral(L, "v");
   lua_setfield(L, -2, "__mode");
@@ -33,7 +33,7 @@ void PushTrackedBlocks(lua_State* L) {
 }
 
 void RefuseBlocks(lua_State* L) {
-  // Protected, since nothing else is at the end of a program. It fails without memory only.
+  // Protected, since nothing around it is at the end of a program. It fails only without memory.
   lua_pushcfunction(L, SetRefused);
   if (lua_pcall(L, 0, 0, 0) != LUA_OK) lua_pop(L, 1);
 }

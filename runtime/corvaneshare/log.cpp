@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Add-in log lines into the runtime's log.
+// Writes log lines of add-ins to the runtime's log.
 #include "share/log.h"
 
 #include <spdlog/spdlog.h>

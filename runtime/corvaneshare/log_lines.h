@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Texts from outside into the runtime's log. Threads: any.
+// Writes texts from outside to the runtime's log. Threads: any.
 #pragma once
 
 #include <spdlog/common.h>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Conversion between Lua values and variants. An error is raised with nothing but plain memory
-// alive, so that it is correct for a Lua that was compiled as C, too.
+// Conversion between Lua values and variants. No object with a destructor is alive when an
+// error is raised, so it also works with a Lua that was compiled as C.
 #include "share/lua_value.h"
 
 #include <algorithm>
@@ -46,16 +46,16 @@ const char* Describe(lua_State* L, int index) {
   }
 }
 
-/// The variable's name and what separates it from the rest of a message: where the value was
-/// assigned to a field, the name lies below it.
+/// The variable's name and a separator for the beginning of a message: if the value was assigned to
+/// a field, the name is below it on the stack.
 const char* NamePrefix(lua_State* L, int index) {
   if (index < 2 || lua_type(L, index - 1) != LUA_TSTRING) return "";
   return lua_pushfstring(L, "%s: ", lua_tostring(L, index - 1));
 }
 
-/// Raises the Lua error that every refused assignment gets; `why` may add a reason.
+/// Raises the Lua error of a refused assignment; `why` may add a reason.
 int Refuse(lua_State* L, int index, OpcUa_BuiltInType type, const char* why) {
-  index = lua_absindex(L, index);  // the texts of the message come onto the stack
+  index = lua_absindex(L, index);  // the texts of the message are pushed onto the stack
   return luaL_error(L, "%s%s cannot hold %s%s", NamePrefix(L, index), TypeName(type),
                     Describe(L, index), why);
 }
@@ -88,7 +88,7 @@ int ReadBoolean(OpcUa_VariantHlp& value, lua_State* L, int index) {
 /// The value as a number, for integer and real types. Raises the Lua error for anything else.
 double CheckNumber(lua_State* L, int index, OpcUa_BuiltInType type) {
   int is_number = 0;
-  const double number = lua_tonumberx(L, index, &is_number);  // takes a string that is a number
+  const double number = lua_tonumberx(L, index, &is_number);  // accepts a string that is a number
   if (is_number != 0) return number;
   if (lua_isboolean(L, index)) return lua_toboolean(L, index) != 0 ? 1 : 0;
   if (!lua_isnil(L, index)) Refuse(L, index, type, "");
@@ -100,8 +100,8 @@ int ReadInteger(OpcUa_VariantHlp& value, lua_State* L, int index, OpcUa_BuiltInT
                 Integer OpcUa_VariantValue::*slot) {
   const double number = CheckNumber(L, index, type);
   // All bounds are exact as doubles: the upper one is the power of two above the maximum. A
-  // fraction is cut off, so everything above the lowest number less one fits. (At the bound of 64
-  // bits doubles have no fraction, and that number is not a double.)
+  // fraction is cut off, so everything above the lowest number minus one fits. (At the bounds of 64
+  // bits, doubles have no fraction, and that number is not a double.)
   constexpr auto kLowest = static_cast<double>(std::numeric_limits<Integer>::min());
   constexpr Integer kHalf = std::numeric_limits<Integer>::max() / 2 + 1;
   constexpr double kBeyond = 2.0 * static_cast<double>(kHalf);
@@ -183,16 +183,16 @@ int ReadDateTime(OpcUa_VariantHlp& value, lua_State* L, int index) {
   constexpr auto kFirst = -static_cast<double>(kUnixEpochSeconds);
   constexpr auto kLast = static_cast<double>(kLastSecond);
   if (!(seconds >= kFirst && seconds <= kLast)) {
-    return Refuse(L, index, OpcUaType_DateTime, ": it begins in the year 1601");
+    return Refuse(L, index, OpcUaType_DateTime, ": dates begin in the year 1601");
   }
-  const double whole = std::floor(seconds);  // apart, since the ticks need more than 53 bits
+  const double whole = std::floor(seconds);  // separately, since the ticks need more than 53 bits
   const auto ticks = static_cast<std::int64_t>(whole) * kTicksPerSecond +
                      std::llround((seconds - whole) * static_cast<double>(kTicksPerSecond));
   value.SetDateTime(ticks + kUnixEpochTicks);
   return 0;
 }
 
-/// An undeclared variable takes the type of the value that it is given.
+/// An undeclared variable gets the type of the value that is assigned to it.
 int ReadUndeclared(OpcUa_VariantHlp& value, lua_State* L, int index) {
   switch (lua_type(L, index)) {
     case LUA_TNIL: value.Reset(OpcUaType_Null); return 0;
@@ -223,8 +223,8 @@ int PushCopied(lua_State* L) {
   return 1;
 }
 
-/// Pushes a text that lives in a variable. Lua may collect before it copies, and a finalizer may
-/// assign to the very variable; so what Lua copies from must not be the variable's own.
+/// Pushes the text of a variable. Lua may collect garbage before it copies, and a finalizer may
+/// assign to this very variable; so Lua must not copy from the variable's own memory.
 void PushText(lua_State* L, const char* text, std::size_t length) {
   char near_copy[512];
   if (length <= sizeof near_copy) {
@@ -235,7 +235,7 @@ void PushText(lua_State* L, const char* text, std::size_t length) {
   char* far_copy = static_cast<char*>(std::malloc(length));
   if (far_copy == nullptr) {
     luaL_error(L, "out of memory for a text of %f bytes", static_cast<double>(length));
-    return;  // which luaL_error does not
+    return;  // not reached: luaL_error does not return
   }
   std::memcpy(far_copy, text, length);
   Bytes bytes{far_copy, length};

@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr int kFailure = -2;  // halved towards zero by callers, it is still negative
+constexpr int kFailure = -2;  // still negative when callers halve it
 
 /// Writes code units while there is room.
 class UnitWriter {
@@ -34,7 +34,7 @@ int convert_utf8_to_utf16(const char* source, int length, unsigned char* target,
                           int /*flags*/) {
   if (source == nullptr || target == nullptr || length < 0 || capacity < 0) return kFailure;
   const char* const end = source + length;
-  // The whole text is checked, also what lies beyond the room.
+  // The whole text is checked, even beyond the capacity.
   if (!utf8::is_valid(source, end)) return kFailure;
   UnitWriter out(target, capacity);
   while (source != end) {

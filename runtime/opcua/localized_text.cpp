@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// OpcUa_LocalizedText: a text and the locale it is in.
+// OpcUa_LocalizedText: a text and its locale.
 #include "opcua/opcua.h"
 
 void OpcUa_LocalizedText_Initialize(OpcUa_LocalizedText* text) {

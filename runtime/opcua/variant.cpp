@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// OpcUa_Variant: what a value owns is released here.
+// OpcUa_Variant: releases what a value owns.
 #include <cstring>
 
 #include "opcua/opcua.h"

@@ -93,7 +93,7 @@ TEST_F(SendSms, AFinalizerAtTheEndOfTheProgramCreatesNoBlock) {
            take(error)
          end}))");
   CloseHost();
-  EXPECT_EQ(error, "the program has ended, so no block can be made any more");
+  EXPECT_EQ(error, "the program has ended, so no more blocks can be created");
   EXPECT_EQ(port.clients(), 0u) << "the driver would continue with a block that is gone";
 }
 

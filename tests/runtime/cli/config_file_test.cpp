@@ -69,13 +69,13 @@ TEST_F(ConfigFileTest, ValuesThatTheCommandLineReplacesAreNotChecked) {
   EXPECT_EQ(RunWith("cycles = many\n", {"--cycles", "1"}).status, 0);
 }
 
-TEST_F(ConfigFileTest, TheProgramsArgumentsTakeALineEachAndKeepSpacesCommasAndHashes) {
+TEST_F(ConfigFileTest, TheProgramsArgumentsHaveALineEachAndKeepSpacesCommasAndHashes) {
   EXPECT_EQ(RunWith("cycles = 1\nargs = one two\nargs = 1=/dev/x,baud=9600 # 5\n").out,
             "one two|1=/dev/x,baud=9600 # 5\n1\n");
   EXPECT_EQ(RunWith("cycles = 1\nargs = one\n", {"--", "two"}).out, "two\n1\n");
 }
 
-TEST_F(ConfigFileTest, ARepeatableOptionTakesALineEach) {
+TEST_F(ConfigFileTest, ARepeatableOptionHasALineForEachValue) {
   const auto result = RunWith("addin = " ADDIN_FILE "\naddin = /no/such.so\n");
   ExpectUsageError(result, "options.conf:2: --addin: add-in /no/such.so does not exist");
 }
@@ -145,7 +145,7 @@ TEST_F(ConfigFileTest, AnEmptyNameIsOneClearLine) {
   ExpectUsageError(RunWith("addin =\n"), "options.conf:1: --addin: its value is empty");
 }
 
-TEST_F(ConfigFileTest, AFileThatIsNotATextOrHasNoEndIsOneClearLine) {
+TEST_F(ConfigFileTest, AFileThatIsNotTextOrIsEndlessIsOneClearLine) {
   const std::string program = Write("program.lua", "plc.stop()");
   ExpectUsageError(test_support::RunCommand({CORVANE, "run", program, "--config", "/dev/zero"}),
                    "configuration /dev/zero is not a text file");

@@ -75,7 +75,7 @@ TEST_F(OutputTest, AnErrorThatCannotBeWrittenChangesNoStatus) {
   }
 }
 
-/// A program whose standard error is a pipe that the test reads when it wants to.
+/// A program whose standard error is a pipe that the test reads when it likes.
 class SlowReader : public OutputTest {
  protected:
   SlowReader() {
@@ -86,7 +86,7 @@ class SlowReader : public OutputTest {
     return {"/bin/sh", "-c",           "exec \"$0\" run --cycle 1ms \"$1\" 2>\"$2\"",
             CORVANE,   Write(program), Path("pipe")};
   }
-  /// What comes until the other end is closed.
+  /// Everything that arrives until the other end is closed.
   std::vector<std::string> ReadLines() const {
     fcntl(reader_.get(), F_SETFL, 0);
     std::string text;
@@ -125,7 +125,7 @@ TEST_F(SlowReader, GetsTheCountOfWhatWasDroppedAndTheErrorAtTheEnd) {
   unsigned long dropped = 0;
   std::string all;
   for (const std::string& line : ReadLines()) {
-    const std::size_t notice = line.find(" lines of the log dropped here");
+    const std::size_t notice = line.find(" log lines were dropped here");
     if (notice != std::string::npos) {
       dropped += std::stoul(line.substr(line.rfind(' ', notice - 1)));
     } else if (line.find(" info ") != std::string::npos) {

@@ -77,7 +77,7 @@ TEST_F(ModemCommandTest, NamesTheScenarioLineAtFault) {
                    scenario + ":3: 'fial' is not a command; help lists them all");
 }
 
-TEST_F(ModemCommandTest, ShowsNoControlCharacterOfWhatItRefuses) {
+TEST_F(ModemCommandTest, ShowsNoControlCharacterOfARefusedText) {
   ExpectUsageError(Run({"--scenario", Scenario("mute \x1B[2J\n")}), "'\\x1B[2J' is no duration");
   ExpectUsageError(Run({"--tcp", "\x1B[2J"}), "'\\x1B[2J' is no address");
   const auto console = RunCommand({"/bin/sh", "-c",
@@ -94,7 +94,7 @@ TEST_F(ModemCommandTest, RefusesAScenarioThatCannotBeRead) {
                    "scenario " + folder_.path().string() + " cannot be read");
 }
 
-TEST_F(ModemCommandTest, RefusesAScenarioThatIsNotATextOrHasNoEnd) {
+TEST_F(ModemCommandTest, RefusesAScenarioThatIsNotTextOrIsEndless) {
   ExpectUsageError(Run({"--scenario", "/dev/zero"}), "scenario /dev/zero is not a text file");
   ExpectUsageError(
       RunCommand({"/bin/sh", "-c", "yes '#' | \"$0\" modem --scenario /dev/stdin", CORVANE}),
@@ -123,8 +123,8 @@ TEST_F(ModemCommandTest, RefusesSenselessOptions) {
   ExpectUsageError(Run({"--pin", "abcd"}), "a PIN has 4 to 8 digits");
   ExpectUsageError(Run({"--network-delay", "soon"}), "'soon' is not a duration");
   ExpectUsageError(Run({"--baud", "9601"}), "--baud");
-  ExpectUsageError(Run({"--quirk", "none"}), "'none' is no quirk");
-  ExpectUsageError(Run({"--time", "noon"}), "'noon' is no time");
+  ExpectUsageError(Run({"--quirk", "none"}), "'none' is not a quirk");
+  ExpectUsageError(Run({"--time", "noon"}), "'noon' is not a time");
   ExpectUsageError(Run({"--tcp", "4001"}), "'4001' is no address; write HOST:PORT");
   ExpectUsageError(Run({"--tcp", "127.0.0.1:99999"}),
                    "'127.0.0.1:99999' is no address; write HOST:PORT with a port from 0 to 65535");

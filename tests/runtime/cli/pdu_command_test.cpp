@@ -90,7 +90,7 @@ TEST(PduDecode, ShowsARejectedPduWithItsReasonAndStatusOne) {
   EXPECT_EQ(result.out,
             "Number    +15550101234\n"
             "Rejected  The PDU's TP-PID field must have the value 0x00.\n"
-            "Reason    Its protocol identifier is 0x41: READ_SMS takes only 0x00.\n"
+            "Reason    Its protocol identifier is 0x41: READ_SMS accepts only 0x00.\n"
             "Standard  number  +15550101234\n"
             "          time    2024-03-05T09:07:03+00:00\n"
             "          text    Hello\n");
@@ -135,7 +135,7 @@ TEST(PduDecode, ShowsTheStandardsReadingWhereItDiffersAndWhy) {
   EXPECT_EQ(as_json["causes"].size(), 1U);
 }
 
-TEST(PduDecode, TakesWhatAModemPrintsAroundThePdu) {
+TEST(PduDecode, AcceptsWhatAModemPrintsAroundThePdu) {
   const std::string hex = DeliverPdu{}.ToHex();  // 24 octets without the service centre
   const std::string hello =
       "Number    +15550101234\nTime      2024-03-05T09:07:03Z\nText      Hello\n";
@@ -150,8 +150,8 @@ TEST(PduDecode, TakesWhatAModemPrintsAroundThePdu) {
   EXPECT_EQ(as_json["header"], "+CMGL: 1,1,,24");
   EXPECT_EQ(as_json["length"], 24);
   const auto filled = Pdu({"decode", "+CMGL: 1,1,,24", hex + "FFFF"});
-  EXPECT_THAT(filled.out, HasSubstr("Length    24 octets are announced, and 26 are there: those "
-                                    "after them are left out\n" +
+  EXPECT_THAT(filled.out, HasSubstr("Length    24 octets are announced, 26 were given: the rest "
+                                    "is left out\n" +
                                     hello));
 }
 
@@ -245,7 +245,7 @@ TEST(PduEncode, OfAnEmptyTextPrintsNoPduAndSaysSo) {
   const auto result = Pdu({"encode", "--to", "1", ""});
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.out, "");
-  EXPECT_EQ(result.err, "corvane: note: an empty text has no PDU; SEND_SMS sends nothing for it\n");
+  EXPECT_EQ(result.err, "corvane: note: an empty text has no PDU; SEND_SMS sends nothing\n");
 }
 
 TEST(PduEncode, OfATextThatCannotBeEncodedSaysWhy) {

@@ -27,30 +27,30 @@ std::vector<std::string> Given(const std::vector<std::string>& lines) {
   return given;
 }
 
-TEST(PduInput, TakesDigitsALine) {
+TEST(PduInput, AcceptsDigitsOnEachLine) {
   EXPECT_THAT(Given({" 0011\t\r", "", "  ", "22"}), ElementsAre("0011||", "22||"));
 }
 
-TEST(PduInput, TakesWhatAModemPrints) {
+TEST(PduInput, AcceptsWhatAModemPrints) {
   EXPECT_THAT(
       Given({"AT+CMGL=4\r", "\r", "+CMGL: 1,1,,24\r", kPdu, "+CMGL: 2,0,\"Anna B\",9", "00", "",
              "OK\r"}),
       ElementsAre(std::string(kPdu) + "|+CMGL: 1,1,,24|24", "00|+CMGL: 2,0,\"Anna B\",9|9"));
 }
 
-TEST(PduInput, TakesHeadersOfEveryForm) {
+TEST(PduInput, AcceptsHeadersOfEveryForm) {
   EXPECT_THAT(Given({"+CMGL:1,1,,24", "00"}), ElementsAre("00|+CMGL:1,1,,24|24"));
   EXPECT_THAT(Given({"+CDS: 24", "00"}), ElementsAre("00|+CDS: 24|24"));
   EXPECT_THAT(Given({"+CMT: \"x\",", "00"}), ElementsAre("00|+CMT: \"x\",|"));
 }
 
-TEST(PduInput, TakesAPduInTheLineOfItsHeader) {
+TEST(PduInput, AcceptsAPduOnTheLineOfItsHeader) {
   EXPECT_THAT(Given({std::string("+CMGL: 1,1,,24 ") + kPdu}),
               ElementsAre(std::string(kPdu) + "|+CMGL: 1,1,,24|24"));
   EXPECT_THAT(Given({"+CMGL: 1,1,, 24"}), ElementsAre("waiting: +CMGL: 1,1,, 24"));
 }
 
-TEST(PduInput, OfAHeaderWithoutPduGivesNoDigits) {
+TEST(PduInput, AHeaderWithoutAPduHasNoDigits) {
   EXPECT_THAT(Given({"+CMGL: 1,1,,24", "+CMGL: 2,1,,25", "OK"}),
               ElementsAre("|+CMGL: 1,1,,24|24", "waiting: +CMGL: 2,1,,25"));
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the process is like that runs a program, whoever started it.
+// The process that runs a program is the same, whoever started it.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

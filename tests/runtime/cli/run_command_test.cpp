@@ -76,13 +76,13 @@ TEST_F(RunTest, AMissingProgramIsOneClearLine) {
                    "program '/no/such/program.lua' does not exist");
 }
 
-TEST_F(RunTest, AFolderIsNoProgram) {
+TEST_F(RunTest, AFolderIsNotAProgram) {
   ExpectUsageError(RunWords({folder_.path().string()}), "is a folder, not a control program");
 }
 
 TEST_F(RunTest, AnUnreadableProgramIsOneClearLine) {
   const std::string path = Path("loop.lua");
-  // A link to itself cannot be read, by root neither.
+  // A link to itself cannot be read, not even by root.
   ASSERT_EQ(symlink(path.c_str(), path.c_str()), 0);
   ExpectUsageError(RunWords({path}), "loop.lua");
 }
@@ -115,13 +115,13 @@ TEST_F(RunTest, AMissingAddinIsOneClearLine) {
                    "add-in /no/such.so does not exist");
 }
 
-TEST_F(RunTest, AnAddinThatIsNoLibraryIsOneClearLine) {
+TEST_F(RunTest, AnAddinThatIsNotALibraryIsOneClearLine) {
   std::ofstream(Path("text.so")) << "text";
   ExpectUsageError(RunWords({Write("plc.stop()"), "--addin", Path("text.so")}),
                    "cannot load add-in");
 }
 
-TEST_F(RunTest, AnAddinThatIsNoFileIsOneClearLineAndNothingHangs) {
+TEST_F(RunTest, AnAddinThatIsNotAFileIsOneClearLineAndNothingHangs) {
   ASSERT_EQ(mkfifo(Path("pipe").c_str(), 0600), 0);
   for (const std::string& path :
        {Path("pipe"), folder_.path().string(), std::string("/dev/null")}) {
@@ -164,7 +164,7 @@ TEST_F(RunTest, UnknownOptionsAndWrongValuesAreOneClearLineEach) {
   ExpectUsageError(RunCommand({CORVANE, "fly"}), "fly");
 }
 
-TEST_F(RunTest, ControlCharactersReachTheTerminalInNoMessage) {
+TEST_F(RunTest, NoMessageSendsControlCharactersToTheTerminal) {
   const std::string program = Write("plc.stop()");
   ExpectUsageError(RunWords({program, "--cycle", "\x1B[2J"}), "'\\x1B[2J' is not a duration");
   ExpectUsageError(RunWords({program, "--\x1B[2J"}), "--\\x1B[2J");
@@ -195,7 +195,7 @@ TEST_F(RunTest, CheckLoadsTheProgramAndRunsNoCycle) {
   EXPECT_EQ(result.err, "");
 }
 
-TEST_F(RunTest, CheckTellsWhatIsWrong) {
+TEST_F(RunTest, CheckSaysWhatIsWrong) {
   struct Case {
     std::string program;
     int status;
@@ -213,11 +213,11 @@ TEST_F(RunTest, CheckTellsWhatIsWrong) {
   }
 }
 
-TEST_F(RunTest, ASecondProgramIsAnErrorThatTellsWhereWordsGo) {
+TEST_F(RunTest, ASecondProgramIsAnErrorThatSaysWhereWordsGo) {
   const std::string program = Write("plc.stop()");
   ExpectUsageError(RunWords({program, program}),
-                   "program.lua' is one word too many; words for the program go after --");
-  ExpectUsageError(RunWords({program, "word", "--", "word"}), "'word' is one word too many");
+                   "program.lua' is an extra word; words for the program go after --");
+  ExpectUsageError(RunWords({program, "word", "--", "word"}), "'word' is an extra word");
 }
 
 TEST_F(RunTest, CheckOfAProgramThatStopsWhileItLoadsIsOk) {
@@ -396,7 +396,7 @@ TEST_F(RunTest, BlocksAreCollectedBeforeTheProcessEnds) {
   EXPECT_EQ(result.status, 2);
 }
 
-/// The signal set behind `label` in the text of /proc/self/status.
+/// The signal set after `label` in the text of /proc/self/status.
 std::uint64_t SignalSet(const std::string& status, const std::string& label) {
   return std::stoull(status.substr(status.find(label) + label.length()), nullptr, 16);
 }
@@ -406,8 +406,8 @@ TEST_F(RunTest, AStartedCommandHasOrdinarySignals) {
       "local fb = SysProcessCreateWithResult.new{Command = 'cat /proc/self/status', Run = true}\n"
       "fb() io.write(fb.Output) plc.stop()");
   EXPECT_EQ(SignalSet(result.out, "SigBlk:"), 0u);
-  // The C library has its own two signals, 32 and 33, ignored in whatever it starts; qemu makes 34
-  // and 35 of them.
+  // The C library leaves its own two signals, 32 and 33, ignored in every process that it starts;
+  // under qemu they are 34 and 35.
   constexpr std::uint64_t kOfTheLibrary = std::uint64_t{0xF} << 31;
   EXPECT_EQ(SignalSet(result.out, "SigIgn:") & ~kOfTheLibrary, 0u);
 }

@@ -66,7 +66,7 @@ TEST_F(RunModemTest, AWrongOptionIsOneLineAndStatus2) {
                    "is not a serial device");
 }
 
-TEST_F(RunModemTest, WhatIsThereAndCannotBeASerialDeviceIsRefused) {
+TEST_F(RunModemTest, AnExistingFileThatCannotBeASerialDeviceIsRefused) {
   const std::string pipe = (folder_.path() / "pipe").string();
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
   for (const std::string& device : {std::string("/dev/null"), pipe}) {
@@ -92,7 +92,7 @@ TEST_F(RunModemTest, AnotherProgramsDeviceIsNamedAndTheProgramRuns) {
   EXPECT_THAT(second.err, HasSubstr("is in use by another program"));
 }
 
-TEST_F(RunModemTest, QuotesAroundInitMayBeThereOrNot) {
+TEST_F(RunModemTest, QuotesAroundInitAreOptional) {
   for (const std::string quote : {"\"", ""}) {
     ModemPeer peer(SayOk);
     const Command run(Words("function cycle() end",
@@ -110,7 +110,7 @@ TEST_F(RunModemTest, DebugShowsExchangesButNoPinAndTraceShowsAll) {
     Command run(
         Words("local r = READ_SMS.new{Port = 1, Read = true} function cycle() r() end",
               {"--log-level", level, "--modem", "1=" + peer.Target() + ",init=AT+CPIN=1234"}));
-    ASSERT_TRUE(peer.WaitForRequests(4));  // the one behind AT+CMGF=0 is there
+    ASSERT_TRUE(peer.WaitForRequests(4));  // the one after AT+CMGF=0 has arrived
     run.Signal(SIGTERM);
     const CommandResult result = run.Wait();
     EXPECT_THAT(result.err, HasSubstr("modem port 1: AT+CPIN=(secret) -> OK in "));

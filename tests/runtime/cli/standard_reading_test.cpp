@@ -71,7 +71,7 @@ TEST(Differences, OfAProtocolIdentifierThatIsNot0) {
       DifferencesOf(pdu),
       ElementsAre("number  +15550101234", "time    2024-03-05T09:07:03+00:00", "text    Hello"));
   EXPECT_THAT(Causes(pdu.ToOctets()),
-              ElementsAre("Its protocol identifier is 0x41: READ_SMS takes only 0x00."));
+              ElementsAre("Its protocol identifier is 0x41: READ_SMS accepts only 0x00."));
 }
 
 TEST(Differences, OfTheTimeZone) {
@@ -96,13 +96,12 @@ TEST(Differences, OfTexts) {
   EXPECT_THAT(Causes(pdu.ToOctets()), ElementsAre(HasSubstr("characters above U+FFFF")));
   pdu = {};
   pdu.user_data.push_back('x');
-  EXPECT_THAT(Causes(pdu.ToOctets()),
-              ElementsAre(HasSubstr("READ_SMS takes what follows for text")));
+  EXPECT_THAT(Causes(pdu.ToOctets()), ElementsAre(HasSubstr("READ_SMS takes the rest for text")));
 }
 
 TEST(Differences, OfHeaders) {
   DeliverPdu pdu = test_support::Part(7, 3, 2, "two");
-  // The same with a reference of two octets (clause 9.2.3.24.8).
+  // The same part with a reference of two octets (clause 9.2.3.24.8).
   const test_support::Octets wide = {0x06, 0x08, 0x04, 0x01, 0x07, 0x03, 0x02};
   pdu.user_data.erase(pdu.user_data.begin(), pdu.user_data.begin() + 6);
   pdu.user_data.insert(pdu.user_data.begin(), wide.begin(), wide.end());
@@ -111,7 +110,7 @@ TEST(Differences, OfHeaders) {
   EXPECT_THAT(Causes(pdu.ToOctets()), ElementsAre(StartsWith("Its user-data header is not just ")));
 }
 
-TEST(ReadByStandard, TellsWhatIsNoMessageFromTheNetwork) {
+TEST(ReadByStandard, RecognizesWhatIsNotAMessageFromTheNetwork) {
   EXPECT_EQ(ReadByStandard(test_support::Octets{0x00, 0x03}).problem,
             "its message type is reserved");
   DeliverPdu pdu;
@@ -129,7 +128,7 @@ TEST(ReadByStandard, SaysWhereAPduIsCutOff) {
   EXPECT_THAT(Causes(octets), IsEmpty());
 }
 
-TEST(ReadByStandard, StandsAnyOctets) {
+TEST(ReadByStandard, SurvivesAnyOctets) {
   std::mt19937 random(1);
   for (int round = 0; round < 5000; ++round) {
     test_support::Octets octets(random() % 40);
@@ -137,7 +136,7 @@ TEST(ReadByStandard, StandsAnyOctets) {
     sms::SMSDelivered block(0);
     block.decode(octets);
     const auto lines = Differences(block, ReadByStandard(octets));
-    // Whatever is read otherwise has its cause.
+    // Every difference has its cause.
     if (block.status != 0 || lines.empty()) continue;
     ASSERT_THAT(Causes(octets), testing::Not(IsEmpty())) << test_support::Hex(octets);
   }

@@ -37,17 +37,16 @@ TEST(UsageMessage, ForAValueThatTheOptionDoesNotHave) {
          "--seed: 'x' is not a whole number from 0 to 4294967295 (try corvane modem --help)");
   Expect({"modem", "--store-size", "10001"},
          "--store-size: '10001' is not a whole number from 1 to 10000 (try corvane modem --help)");
-  Expect({"modem", "--baud", "5"},
-         "--baud: '5' is none of 0, 1200, 2400, 4800, 9600, 19200, 38400, 57600, 115200, 230400, "
-         "460800, 921600 (try corvane modem --help)");
-  Expect({"modem", "--trace=x"},
-         "--trace takes no value, and so not 'x' (try corvane modem --help)");
+  Expect(
+      {"modem", "--baud", "5"},
+      "--baud: '5' is not one of 0, 1200, 2400, 4800, 9600, 19200, 38400, 57600, 115200, 230400, "
+      "460800, 921600 (try corvane modem --help)");
+  Expect({"modem", "--trace=x"}, "--trace takes no value, but got 'x' (try corvane modem --help)");
 }
 
 TEST(UsageMessage, ForAWordTooMany) {
-  Expect(
-      {"modem", "foo"},
-      "'foo' is one word too many; put a value with blanks in quotes (try corvane modem --help)");
+  Expect({"modem", "foo"},
+         "'foo' is an extra word; put a value with spaces in quotes (try corvane modem --help)");
   Expect({"blocks", "--colour"}, "there is no option --colour (try corvane blocks --help)");
   Expect({"pdu", "decode", "--xml"}, "there is no option --xml (try corvane pdu decode --help)");
 }

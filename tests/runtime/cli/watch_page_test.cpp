@@ -175,13 +175,14 @@ TEST_F(WatchPageTest, PausesTheDisplayButNotTheKeys) {
 TEST_F(WatchPageTest, ListsItsKeysAndGoesBack) {
   Type("?");
   const auto rows = Rows(24, 40);
-  EXPECT_THAT(rows, AllOf(Contains(HasSubstr("PgUp, PgDn")), Contains(HasSubstr("Home, End")),
-                          Contains(HasSubstr("Esc ")), Contains(HasSubstr("* in front: changed"))));
+  EXPECT_THAT(rows,
+              AllOf(Contains(HasSubstr("PgUp, PgDn")), Contains(HasSubstr("Home, End")),
+                    Contains(HasSubstr("Esc ")), Contains(HasSubstr(" *           changed"))));
   EXPECT_THAT(rows, testing::Each(Not(HasSubstr("..."))));
   EXPECT_THAT(rows, Not(Contains(HasSubstr("block1:"))));
   EXPECT_THAT(Rows(6, 40).back(), HasSubstr("?: back  lines 1 to 4 of 11"));
   Press(Key::kEnd);
-  EXPECT_THAT(Rows(6, 40), Contains(HasSubstr("* in front: changed")));
+  EXPECT_THAT(Rows(6, 40), Contains(HasSubstr(" *           changed")));
   Press(Key::kEscape);
   EXPECT_THAT(Rows(24, 40), Contains(HasSubstr("block1:")));
   Type("??");

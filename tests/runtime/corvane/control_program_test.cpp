@@ -64,9 +64,10 @@ TEST_F(Program, ASyntaxErrorNamesFileAndLine) {
 }
 
 TEST_F(Program, AProgramWithoutCycleSaysWhatIsMissing) {
-  EXPECT_EQ(LoadError("x = 1"),
-            file_.string() +
-                ": the program has no global function cycle(), which is what runs in each cycle");
+  EXPECT_EQ(
+      LoadError("x = 1"),
+      file_.string() +
+          ": the program has no global function cycle(), which the runtime calls in each cycle");
   EXPECT_THAT(LoadError("cycle = 5"), HasSubstr("no global function cycle()"));
 }
 

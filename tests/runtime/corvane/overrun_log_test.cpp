@@ -26,9 +26,10 @@ TEST(OverrunLog, TellsTheFirstAtOnceAndTheOthersOnceAMinute) {
   log.Note(5, start + seconds(59), milliseconds(200), milliseconds(100));
   EXPECT_THAT(TakeLog(), IsEmpty());
   log.Note(6, start + seconds(60), milliseconds(300), milliseconds(100));
-  EXPECT_THAT(TakeLog(),
-              ElementsAre("warning 3 overruns since the last such line; the longest cycle ended "
-                          "900ms after its start was due; the period is 100ms"));
+  EXPECT_THAT(
+      TakeLog(),
+      ElementsAre("warning 3 more overruns since the last such line; the longest cycle ended "
+                  "900ms after its start was due; the period is 100ms"));
   log.Note(7, start + seconds(121), milliseconds(110), milliseconds(100));
   EXPECT_THAT(TakeLog(), ElementsAre("warning overrun: cycle 7 ended 110ms after its start was "
                                      "due; the period is 100ms"));

@@ -26,7 +26,7 @@ TEST(StLibrary, KeepsTheFirstOfTwoRegistrationsWithOneName) {
   EXPECT_NE(RegisterExternalSTLib("TWICE", Fails), 0);
   EXPECT_THAT(
       test_support::TakeLog(),
-      testing::ElementsAre("error block type TWICE is registered already; the first one stays"));
+      testing::ElementsAre("error block type TWICE is already registered; the first one is kept"));
   EXPECT_EQ(corvane::RegisteredStLibraries().back().opener, &Opens);
 }
 
