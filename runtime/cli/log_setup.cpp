@@ -72,7 +72,7 @@ std::string DropNotice(std::uint64_t lines) {
 }  // namespace
 
 void AddLogLevelOption(CLI::App& command, std::string& level) {
-  command.add_option("--log-level", level, "trace, debug, info, warning, error or off")
+  command.add_option("--log-level", level, "Lowest level that is logged")
       ->check(OneOf({"trace", "debug", "info", "warning", "error", "off"}))
       ->capture_default_str();
 }

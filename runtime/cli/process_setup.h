@@ -9,19 +9,17 @@ namespace corvane::cli {
 /// makes a broken pipe an error of the write, not the end of the process.
 void SetUpStandardStreams();
 
-/// Sees to it that a command which a block starts inherits nothing from this process or from the
+/// Makes sure that a command which a block starts inherits nothing from this process or from the
 /// one that started it:
-///   - descriptors that are open now become close-on-exec, but for standard input, output and
-///   error;
-///   - signals that are ignored now (by nohup, by a service manager) are caught and dropped
-///   instead,
-///     which looks the same here and is not inherited; SIGINT and SIGTERM get their ordinary effect
-///     instead, since they are how somebody ends a control program that a script has put into the
-///     background;
+///   - descriptors that are open now become close-on-exec, except standard input, output and error;
+///   - signals that are ignored now (by nohup, by a service manager) are caught and dropped: that
+///     looks the same here, but is not inherited;
+///   - SIGINT and SIGTERM, however, get their ordinary effect if they are ignored now, since they
+///     are how people end a control program that a script has put into the background;
 ///   - no signal stays blocked.
 void SetUpProcess();
 
-/// Whether a signal is ignored now. SetUpProcess takes that away.
+/// Whether a signal is ignored now. Ask before SetUpProcess, which changes that.
 [[nodiscard]] bool IsIgnored(int signal);
 
 }  // namespace corvane::cli

@@ -1,8 +1,8 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
 """block_of_our_addin.py PROJECT CORVANE: adds the counter of docs/adding_a_block.md to our add-in, in a copy of the
-project, as the page says: its own files and the add-in's table first, then what a failing test names, until
-the tests pass. (Built are the add-in and its test, which takes minutes where ccache does not know them yet.)"""
+project, as the page says: first its own files and the add-in's table, then whatever a failing test names, until
+the tests pass. (It builds the add-in and its test, which takes minutes if they are not in ccache's cache.)"""
 import os
 import pathlib
 import re

@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""block_pages.py PROJECT CORVANE [OPTION...]: every block type that `CORVANE blocks OPTION...` lists has a page,
-which gives the type of each of its variables; README.md and docs/README.md list the page, and a test runs it."""
+"""block_pages.py PROJECT CORVANE [OPTION...]: every block type that `CORVANE blocks OPTION...` lists has a page
+that states the type of each of its variables; README.md and docs/README.md list the page, and a test runs it."""
 import json
 import pathlib
 import re

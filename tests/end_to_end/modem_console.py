@@ -20,14 +20,14 @@ LOST = b"corvane: standard output could not be written in full\n"
 
 
 def start(**streams):
-    # A build with the address sanitizer keeps freed memory, 256 MiB if not told otherwise.
+    # A build with the address sanitizer keeps freed memory, 256 MiB by default.
     options = os.environ.get("ASAN_OPTIONS", "") + ":quarantine_size_mb=1"
     return subprocess.Popen(["setpriv", "--pdeathsig", "KILL", *COMMAND], stderr=subprocess.PIPE,
                             env={**os.environ, "ASAN_OPTIONS": options}, **streams)
 
 
 def most_memory(process):
-    """In MiB, the most that it has had."""
+    """The peak memory use of the process, in MiB."""
     with open(f"/proc/{process.pid}/status", encoding="ascii") as file:
         return next(int(line.split()[1]) for line in file if line.startswith("VmHWM")) / 1024
 
@@ -42,7 +42,7 @@ def read(stream, count):
 
 
 def await_full_pipe(stream):
-    """Waits until nothing more goes into it: how much that is depends on the sizes of the pieces."""
+    """Waits until the pipe accepts no more: how much that is depends on the sizes of the writes."""
     end = time.monotonic() + PATIENCE
     seen, size = -1, array.array("i", [0])
     while seen != size[0] or size[0] < 16384:
@@ -74,7 +74,7 @@ def memory_stays_bounded():
         modem.wait()
         yes.kill()
         yes.stdout.close()
-    # What may wait for a reader is 8 MiB, and twice that while a string grows.
+    # Up to 8 MiB may wait for a reader, and twice that while a string grows.
     assert grown < 40, f"{grown} MiB more"
 
 

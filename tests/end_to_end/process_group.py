@@ -12,5 +12,5 @@ def await_end(group):
             os.killpg(group, 0)
         except ProcessLookupError:
             return
-        assert time.monotonic() < end, "processes of the example are left"
+        assert time.monotonic() < end, "processes of the example are still there"
         time.sleep(0.01)

@@ -1,6 +1,6 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""watch.py CORVANE [TEST...]: looks at `corvane run --watch` through a terminal, of 80 x 24 cells mostly."""
+"""watch.py CORVANE [TEST...]: looks at `corvane run --watch` through a terminal, usually of 80 x 24 cells."""
 import fcntl
 import os
 import pty
@@ -82,7 +82,7 @@ class Terminal:
         fcntl.ioctl(self.slave, termios.TIOCSWINSZ, struct.pack("HHHH", lines, columns, 0, 0))
 
     def resize(self, lines, columns):
-        """Resizes as a terminal emulator does: first its own cells, then the kernel's record."""
+        """Resizes the way a terminal emulator does: first its own cells, then the kernel's record."""
         self.screen.resize(lines, columns)
         self.screen.erase_in_display(2)
         self.set_size(lines, columns)
@@ -123,9 +123,9 @@ class Terminal:
         os.write(self.master, keys)
 
     def fill(self):
-        """Fills the kernel's buffers, which nobody reads from now on, so that writing to them would wait."""
+        """Fills the kernel's buffers, which nobody reads from now on: writing to them would wait."""
         end = os.open(os.ttyname(self.slave), os.O_WRONLY | os.O_NOCTTY | os.O_NONBLOCK)
-        while select.select([], [end], [], 0.3)[1]:  # for what the kernel moves on in the background
+        while select.select([], [end], [], 0.3)[1]:  # for the octets that the kernel moves in the background
             try:
                 os.write(end, b"." * 4096)
             except BlockingIOError:
@@ -215,7 +215,7 @@ def test_leaves_the_terminal_when_a_signal_ends_the_process():
     for ending in (signal.SIGTERM, signal.SIGINT, signal.SIGQUIT, signal.SIGABRT):
         terminal = Terminal(stuck)
         terminal.wait_for(" stuck")
-        while terminal.process.poll() is None:  # SIGTERM and SIGINT end it the second time
+        while terminal.process.poll() is None:  # the second SIGTERM or SIGINT ends it
             terminal.process.send_signal(ending)
             terminal.take(0.05)
         assert terminal.wait_for_end() == -ending
@@ -224,7 +224,7 @@ def test_leaves_the_terminal_when_a_signal_ends_the_process():
 # What terminals send: in the cursor keys' own mode, out of it, and as a VT220.
 KEYS = {"page down": [b"\x1b[6~"], "page up": [b"\x1b[5~"], "down": [b"\x1bOB", b"\x1b[B"], "up": [b"\x1bOA", b"\x1b[A"],
         "end": [b"\x1bOF", b"\x1b[F", b"\x1b[4~"], "home": [b"\x1bOH", b"\x1b[H", b"\x1b[1~"]}
-# Overruns of a busy machine would take lines of the page.
+# On a busy machine, overruns would fill lines of the page.
 QUIET = ["--log-level", "error"]
 MANY = """
 blocks = {}
@@ -364,7 +364,7 @@ def test_survives_a_flood_of_output():
 
 
 def must_end(terminal, status):
-    """Checks that it ends soon, and restores the terminal's settings, while nobody reads its output."""
+    """Checks that it ends soon and restores the terminal's settings while nobody reads its output."""
     begin = time.monotonic()
     assert terminal.process.wait(30) == status, terminal.process.returncode
     assert time.monotonic() - begin < 5, "it should end within a second"
@@ -379,7 +379,7 @@ def test_ends_on_a_terminal_that_nobody_reads():
         terminal.press(ending) if isinstance(ending, bytes) else terminal.process.send_signal(ending)
         must_end(terminal, 0)
 
-    # Also after an error in the program, though nobody can see it.
+    # Even after an error in the program, though nobody can see it.
     terminal = Terminal("function cycle() if io.open('%s') then error('late') end end" % (folder.name + "/fail"))
     terminal.wait_for("cycle time")
     terminal.fill()

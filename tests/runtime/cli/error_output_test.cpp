@@ -39,7 +39,7 @@ class OutputTest : public testing::Test {
   test_support::TemporaryFolder folder_;
 };
 
-TEST_F(OutputTest, ThatIsLostGivesStatus1AndOneMessage) {
+TEST_F(OutputTest, ThatIsLostMakesTheStatus1AndPrintsOneMessage) {
   const std::string program = Write("print('x') function cycle() plc.stop() end");
   ASSERT_EQ(mkfifo(Path("pipe").c_str(), 0600), 0);
   const std::string closed = std::string("4<>") + Path("pipe") + " 3>" + Path("pipe") + " 4<&- >&3";

@@ -56,7 +56,7 @@ TEST_F(RunTest, EndsAfterTheGivenCyclesWithStatus0) {
   EXPECT_EQ(result.out, "1\n2\n3\n");
 }
 
-TEST_F(RunTest, GivesTheProgramItsWords) {
+TEST_F(RunTest, PassesTheProgramItsWords) {
   const auto result = RunWords({Write("print(#plc.args, plc.args[1], plc.args[2]) plc.stop()"),
                                 "--cycles", "1", "--", "--cycle", "two words"});
   EXPECT_EQ(result.status, 0);

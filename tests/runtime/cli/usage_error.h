@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What every subcommand does with wrong usage.
+// How every subcommand responds to wrong usage.
 #pragma once
 
 #include <gmock/gmock.h>

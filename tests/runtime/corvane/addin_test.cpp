@@ -37,7 +37,7 @@ TEST(AddinLoading, AMissingFileIsNamed) {
 TEST(AddinLoading, AFileThatIsNotALibraryIsNamedWithTheReason) {
   const test_support::TemporaryFolder folder;
   const auto file = folder.path() / "text.so";
-  std::ofstream(file) << "no library";
+  std::ofstream(file) << "not a library";
   EXPECT_THAT(LoadError(file), testing::StartsWith("cannot load add-in " + file.string() + ": "));
 }
 

@@ -14,7 +14,7 @@ using corvane::BlockState;
 
 class BlockObserverTest : public test_support::LuaHost {
  protected:
-  /// The block types must be registered before the environment is made.
+  /// The block types must be registered before the environment is created.
   static void SetUpTestSuite() { static const corvane::Addin addin(ADDIN_FILE); }
 
   static std::string Value(const BlockState& block, const std::string& variable) {

@@ -71,7 +71,7 @@ TEST_F(Program, AProgramWithoutCycleSaysWhatIsMissing) {
   EXPECT_THAT(LoadError("cycle = 5"), HasSubstr("no global function cycle()"));
 }
 
-TEST_F(Program, AWatchOverGlobalsDoesNotHideThatCycleIsMissing) {
+TEST_F(Program, GuardedGlobalsDoNotHideThatCycleIsMissing) {
   EXPECT_THAT(LoadError("setmetatable(_G, {__index = function(_, n) error('no ' .. n) end})"),
               HasSubstr("no global function cycle()"));
 }

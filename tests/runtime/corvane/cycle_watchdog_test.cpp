@@ -33,7 +33,7 @@ class CycleWatchdogTest : public testing::Test {
     ASSERT_EQ(luaL_loadbuffer(L(), program.data(), program.size(), "@pump.lua"), LUA_OK);
     ProtectedCall(L(), 0, 0);
   }
-  /// Runs it as a cycle. In it, `enough(n)` tells whether the log has n lines.
+  /// Runs the code as a cycle. In it, `enough(n)` returns whether the log has n lines.
   std::vector<std::string> RunCycle(CycleWatchdog& watchdog, const std::string& program,
                                     std::uint64_t number = 7) {
     logged_.clear();
@@ -55,7 +55,7 @@ class CycleWatchdogTest : public testing::Test {
 };
 std::vector<std::string> CycleWatchdogTest::logged_;
 
-TEST_F(CycleWatchdogTest, TellsTheLineOnceForEachLimit) {
+TEST_F(CycleWatchdogTest, NamesTheLineOnceForEachLimit) {
   CycleWatchdog watchdog(L(), {milliseconds(20), milliseconds(60)});
   EXPECT_THAT(RunCycle(watchdog, "local x\n\nwhile not enough(2) do x = 1 end"),
               ElementsAre(MatchesRegex("warning cycle 7 has been running for .*: it is at "
@@ -77,7 +77,7 @@ TEST_F(CycleWatchdogTest, IsSilentBetweenCyclesAndAboutShortOnes) {
   EXPECT_THAT(test_support::TakeLog(), IsEmpty());
 }
 
-TEST_F(CycleWatchdogTest, TellsTheProgramsFileFromACycle) {
+TEST_F(CycleWatchdogTest, DistinguishesTheProgramsFileFromACycle) {
   CycleWatchdog watchdog(L(), {milliseconds(20)});
   EXPECT_THAT(RunCycle(watchdog, "while not enough(1) do end", 0),
               ElementsAre(MatchesRegex("warning the program's file has been running for .*")));
@@ -93,7 +93,7 @@ TEST_F(CycleWatchdogTest, LeavesTheProgramsOwnHookInPlace) {
   EXPECT_TRUE(lua_toboolean(L(), -1));
 }
 
-TEST_F(CycleWatchdogTest, TellsTheFunctionThatHoldsTheCycle) {
+TEST_F(CycleWatchdogTest, NamesTheFunctionThatHoldsTheCycle) {
   CycleWatchdog watchdog(L(), {milliseconds(20)});
   EXPECT_THAT(RunCycle(watchdog, "\nwhile not enough(1) do os.execute('sleep 0.1') end"),
               ElementsAre(MatchesRegex("warning cycle 7 has been running for .*: it is in "
@@ -107,7 +107,7 @@ TEST_F(CycleWatchdogTest, SaysWhenThereIsNoLine) {
                                        "not written in Lua")));
 }
 
-/// A call that is known, made from Lua. What it sees goes into `seen`.
+/// A tracked call, made from Lua. What it sees is stored in `seen`.
 TrackedCall seen;
 int LookAtCall(lua_State* L) {
   const CallScope scope(L, "LOOK");

@@ -9,7 +9,7 @@
 
 namespace {
 
-/// What `os.execute(arguments)` gives, as text.
+/// The results of `os.execute(arguments)`, as text.
 std::string Execute(const std::string& arguments) {
   const corvane::LuaEnvironment lua;
   lua_State* L = lua.state();
@@ -26,7 +26,7 @@ std::string Execute(const std::string& arguments) {
   return lua_tostring(L, -1);
 }
 
-TEST(OsExecute, GivesWhatTheLuaManualSays) {
+TEST(OsExecute, ReturnsWhatTheLuaManualSays) {
   EXPECT_EQ(Execute("'true'"), "true exit 0");
   EXPECT_EQ(Execute("'exit 3'"), "nil exit 3");
   EXPECT_EQ(Execute("'kill -TERM $$'"), "nil signal 15");
@@ -43,7 +43,7 @@ TEST(OsExecute, RefusesWhatIsNotText) {
   EXPECT_THROW(Execute("{}"), corvane::LuaError);
 }
 
-TEST(OsExecute, OfACommandThatIsTooLongGivesTheReason) {
+TEST(OsExecute, OfACommandThatIsTooLongReturnsTheReason) {
   EXPECT_EQ(Execute("(' '):rep(3000000)"), "nil Argument list too long 7");
 }
 

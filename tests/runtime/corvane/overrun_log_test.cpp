@@ -15,7 +15,7 @@ using test_support::TakeLog;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-TEST(OverrunLog, TellsTheFirstAtOnceAndTheOthersOnceAMinute) {
+TEST(OverrunLog, ReportsTheFirstAtOnceAndTheOthersOnceAMinute) {
   TakeLog();
   OverrunLog log;
   const ScanClock::TimePoint start{};

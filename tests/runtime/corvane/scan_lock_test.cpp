@@ -13,7 +13,7 @@ using corvane::ScanLock;
 
 TEST(ScanLock, KeepsThreadsApart) {
   ScanLock lock;
-  int counter = 0;  // not atomic: a race is found by the thread sanitizer, and gives a wrong sum
+  int counter = 0;  // not atomic: the thread sanitizer finds a race, and the sum is wrong
   std::vector<std::thread> threads;
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([&] {

@@ -17,7 +17,7 @@ using corvane::ScanLock;
 using std::chrono::milliseconds;
 using testing::ElementsAre;
 
-/// Time passes only while somebody waits, or when a cycle takes time.
+/// Time passes only while somebody waits or a cycle runs.
 class FakeClock : public ScanClock {
  public:
   TimePoint Now() override { return now_; }

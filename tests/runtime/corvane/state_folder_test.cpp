@@ -17,7 +17,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Sets a variable of the environment, or takes it away, while it lives.
+/// Sets or removes an environment variable while it lives.
 class Variable {
  public:
   Variable(const char* name, const char* value) : name_(name) {
@@ -52,7 +52,7 @@ unsigned Mode(const fs::path& path) {
   return status.st_mode & 0777U;
 }
 
-TEST(StateFolder, IsSystemdsWhereThatGivesOne) {
+TEST(StateFolder, IsSystemdsIfItProvidesOne) {
   const Variable state("STATE_DIRECTORY", "/var/lib/corvane/pumps");
   const Variable xdg("XDG_STATE_HOME", "/state");
   EXPECT_EQ(StateFolder("/etc/corvane/pumps.lua"), "/var/lib/corvane/pumps");
@@ -60,7 +60,7 @@ TEST(StateFolder, IsSystemdsWhereThatGivesOne) {
   EXPECT_EQ(StateFolder("pumps.lua"), "/var/lib/one");
 }
 
-TEST(StateFolder, IsOtherwiseTheUsersWithTheNameOfTheProgram) {
+TEST(StateFolder, IsOtherwiseTheUsersAndNamedAfterTheProgram) {
   const Variable state("STATE_DIRECTORY", nullptr);
   const Variable home("HOME", "/users/plc");
   {
