@@ -32,7 +32,9 @@ def send(server, folder=None, **changes):
 
 def take_after_sending(server, folder=None, **changes):
     code, log = send(server, folder, **changes)
-    assert code == 0 and " warning " not in log, (code, log)
+    # Sending holds the cycle, so it may overrun.
+    warnings = [line for line in log.splitlines() if " warning " in line and " warning overrun: " not in line]
+    assert code == 0 and warnings == [], (code, log)
     [mail] = server.take()
     return mail
 
