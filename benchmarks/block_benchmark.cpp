@@ -1,6 +1,6 @@
-// SPDX-License-Identifier: MIT What a block costs, compared with a userdata written by hand in C
-// style: a map of names to numbers with the same four metamethods. Each operation is timed from a
-// Lua loop.
+// SPDX-License-Identifier: MIT
+// What a block costs, compared with a userdata written by hand in C style: a map of names to
+// numbers with the same four metamethods. Each operation is timed from a Lua loop.
 #include <benchmark/benchmark.h>
 #include <malloc.h>
 
