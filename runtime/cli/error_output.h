@@ -24,6 +24,8 @@ void WriteError(std::string lines, Importance importance = Importance::kHigh);
 /// crashes, it first gives the thread up to a second to write what is queued.
 void StartErrorQueue(std::function<std::string(std::uint64_t)> notice);
 
+/// How long the command waits for a reader of standard error.
+inline constexpr std::chrono::seconds kLongestDrain(1);
 /// Waits until the queue is empty. False when the time ends first.
 bool DrainErrors(std::chrono::milliseconds time);
 

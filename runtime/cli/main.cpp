@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <exception>
 #include <string>
@@ -18,9 +17,6 @@
 #include "runtime/corvane/addin.h"
 
 namespace {
-
-/// How long the process waits at its end for a reader of standard error.
-constexpr std::chrono::seconds kLongestDrain(1);
 
 /// "corvane pdu encode".
 std::string FullName(const CLI::App& command) {
@@ -96,6 +92,6 @@ int MainWithMessages(int argc, char** argv) {
 int main(int argc, char** argv) {
   corvane::cli::SetUpStandardStreams();
   const int status = MainWithMessages(argc, argv);
-  corvane::cli::DrainErrors(kLongestDrain);
+  corvane::cli::DrainErrors(corvane::cli::kLongestDrain);
   return status;
 }

@@ -141,6 +141,7 @@ int Check(const RunOptions& options) {
   } catch (const LuaError& error) {
     return Fail(error);
   }
+  DrainErrors(kLongestDrain);  // if both streams are one, the result follows the log
   fmt::print("{}: ok\n", Printable(options.program));
   return kSuccess;
 }

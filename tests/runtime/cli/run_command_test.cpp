@@ -195,6 +195,13 @@ TEST_F(RunTest, CheckLoadsTheProgramAndRunsNoCycle) {
   EXPECT_EQ(result.err, "");
 }
 
+TEST_F(RunTest, CheckPrintsItsResultAfterTheLog) {
+  const std::string program = Write("for i = 1, 1000 do plc.log('noted') end function cycle() end");
+  const auto result =
+      RunCommand({"/bin/sh", "-c", "\"$0\" run --check \"$1\" 2>&1", CORVANE, program});
+  EXPECT_THAT(result.out, testing::EndsWith(" noted\n" + program + ": ok\n"));
+}
+
 TEST_F(RunTest, CheckSaysWhatIsWrong) {
   struct Case {
     std::string program;
