@@ -41,7 +41,8 @@ class LineFormatter {
     std::string coloured(line.data(), line.size());
     if (coloured_) {
       coloured.insert(shown.color_range_end, kColourEnd);
-      coloured.insert(shown.color_range_start, kColours.at(message.level));
+      coloured.insert(shown.color_range_start,
+                      kColours.at(static_cast<std::size_t>(message.level)));
     }
     return coloured;
   }

@@ -116,12 +116,11 @@ std::string ScreenText(std::string_view text) {
     const char32_t character = utf8::unchecked::next(at);
     const int width = Utf8Widths::Of(character);
     marks = width == 0 ? marks + 1 : 0;
-    if (width < 0 || character == 0 || ChangesDirection(character)) {
+    const bool unfit = width < 0 || character == 0 || ChangesDirection(character);
+    if (unfit || marks == kMarks + 1) {
       result += '?';
     } else if (marks <= kMarks) {
       result.append(begin, at);
-    } else if (marks == kMarks + 1) {
-      result += '?';
     }
   }
   return result;

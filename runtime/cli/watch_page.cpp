@@ -159,7 +159,7 @@ bool WatchPage::Edit(const KeyPress& key) {
   return true;
 }
 
-std::vector<ScreenLine> WatchPage::Lines(std::shared_ptr<const WatchPicture> picture,
+std::vector<ScreenLine> WatchPage::Lines(const std::shared_ptr<const WatchPicture>& picture,
                                          TerminalScreen::Size size) {
   if (!pause_) {
     paused_ = nullptr;

@@ -34,7 +34,7 @@ class WatchPage {
 
   [[nodiscard]] Wish Press(const KeyPress& key);
   /// At most `size.rows` lines. While the display pauses, those of the picture at which it paused.
-  [[nodiscard]] std::vector<ScreenLine> Lines(std::shared_ptr<const WatchPicture> picture,
+  [[nodiscard]] std::vector<ScreenLine> Lines(const std::shared_ptr<const WatchPicture>& picture,
                                               TerminalScreen::Size size);
 
  private:

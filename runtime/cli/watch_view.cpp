@@ -97,7 +97,7 @@ void WatchView::Show() {
   picture->output = output_.LastLines(WatchPage::kOutputLines);
   if (screen_.Busy()) return;
   const auto size = screen_.size();
-  screen_.Show(page_.Lines(std::move(picture), size), size);
+  screen_.Show(page_.Lines(picture, size), size);
 }
 
 void WatchView::Press(const std::vector<KeyPress>& keys) {

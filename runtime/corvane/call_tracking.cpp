@@ -54,8 +54,10 @@ std::array<Slot, kSlots> slots;
 /// costs less than looking the type up.
 template <std::size_t Number>
 int CallTracked(lua_State* L) {
-  const CallScope scope(L, slots[Number].type);
-  return slots[Number].call(L);
+  const char* const former = EnterCall(L, slots[Number].type);
+  const int results = slots[Number].call(L);
+  LeaveCall(former);
+  return results;
 }
 
 template <std::size_t... Numbers>
@@ -102,6 +104,7 @@ void TrackBlockCalls(lua_State* L) {
 }
 
 void StartCycle() {
+  current_call = nullptr;
   notes_left = kNotedCalls;
 }
 
@@ -116,19 +119,20 @@ std::optional<TrackedCall> CurrentCall() {
   return call;
 }
 
-CallScope::CallScope(lua_State* L, const char* what)
-    : former_(current_call.load(std::memory_order_relaxed)) {
+const char* EnterCall(lua_State* L, const char* what) {
   const int left = notes_left.load(std::memory_order_relaxed);
   if (left > 0) {
     notes_left.store(left - 1, std::memory_order_relaxed);
     NotePosition(L);
   }
   position_noted.store(left > 0, std::memory_order_relaxed);
+  const char* const former = current_call.load(std::memory_order_relaxed);
   current_call.store(what, std::memory_order_release);
+  return former;
 }
 
-CallScope::~CallScope() {
-  current_call.store(former_, std::memory_order_relaxed);
+void LeaveCall(const char* former) {
+  current_call.store(former, std::memory_order_relaxed);
 }
 
 }  // namespace corvane

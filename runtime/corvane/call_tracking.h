@@ -24,23 +24,18 @@ struct TrackedCall {
 void TrackBlockCalls(lua_State* L);
 
 inline constexpr int kNotedCalls = 100;
-/// A new cycle begins: the lines of its first calls are noted again.
+/// A new cycle begins, outside of any call: the lines of its first calls are noted again.
 void StartCycle();
 
 /// The innermost call that the program is in now.
 [[nodiscard]] std::optional<TrackedCall> CurrentCall();
 
-/// While it lives, records a call of a function of the runtime that may take long.
-class CallScope {
- public:
-  /// @param what a text that lives as long as the process
-  CallScope(lua_State* L, const char* what);
-  CallScope(const CallScope&) = delete;
-  CallScope& operator=(const CallScope&) = delete;
-  ~CallScope();
-
- private:
-  const char* former_;
-};
+/// Records that the program is now in a call that may take long. Not a scope: a Lua error leaves a
+/// call without running destructors. A call that is left so counts as ended when the next cycle
+/// begins.
+/// @param what a text that lives as long as the process
+/// @return for LeaveCall
+[[nodiscard]] const char* EnterCall(lua_State* L, const char* what);
+void LeaveCall(const char* former);
 
 }  // namespace corvane

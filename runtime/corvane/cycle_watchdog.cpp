@@ -22,7 +22,7 @@ constexpr milliseconds kAnswerTime(100);
 
 // Shared with the handler and the hook that Lua calls.
 std::atomic<lua_State*> watched{nullptr};
-std::atomic<bool> asked{false};
+std::atomic<bool> position_asked{false};
 lua_Hook program_hook = nullptr;  // the program's own (debug.sethook)
 int program_mask = 0;
 int program_count = 0;
@@ -36,7 +36,7 @@ void TakePosition(lua_State* L, lua_Debug* /*event*/) {
   std::string line = LuaPosition(L, 0);
   const std::lock_guard guard(answer_mutex);
   answer = std::move(line);
-  asked = false;
+  position_asked = false;
   answered.notify_all();
 }
 
@@ -53,9 +53,9 @@ extern "C" void AskForPosition(int /*signal*/) {
 /// The line that the PLC task has reached; empty while it is not in a Lua function.
 std::string AskPlcTask(pthread_t plc_task) {
   std::unique_lock lock(answer_mutex);
-  asked = true;
+  position_asked = true;
   pthread_kill(plc_task, SIGRTMIN);
-  if (!answered.wait_for(lock, kAnswerTime, [] { return !asked; })) return {};
+  if (!answered.wait_for(lock, kAnswerTime, [] { return !position_asked; })) return {};
   return answer;
 }
 

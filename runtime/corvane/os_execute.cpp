@@ -35,8 +35,12 @@ int RunInShell(const char* command) {
 int ExecuteCommand(lua_State* L) {
   const char* command = luaL_optstring(L, 1, nullptr);
   if (command != nullptr) {
-    const CallScope scope(L, "os.execute");
-    return luaL_execresult(L, RunInShell(command));
+    const char* const former = EnterCall(L, "os.execute");
+    const int status = RunInShell(command);
+    const int error = errno;
+    LeaveCall(former);
+    errno = error;  // which luaL_execresult reports
+    return luaL_execresult(L, status);
   }
   lua_pushboolean(L, access("/bin/sh", X_OK) == 0);
   return 1;

@@ -90,7 +90,7 @@ ModemRequest::ModemRequest(std::string request)
       pin(PinIn(octets)),
       shown(Shown(octets, kind)) {}
 
-std::string ModemRequest::WithoutPin(std::string line) const {
+std::string ModemRequest::WithoutPin(const std::string& line) const {
   return pin.empty() ? line : boost::replace_all_copy(line, pin, "(secret)");
 }
 

@@ -31,7 +31,7 @@ struct ModemRequest {
   std::string shown;
 
   /// What a log may show of a line that answers it: some modems quote a wrong PIN.
-  [[nodiscard]] std::string WithoutPin(std::string line) const;
+  [[nodiscard]] std::string WithoutPin(const std::string& line) const;
 };
 
 }  // namespace corvane

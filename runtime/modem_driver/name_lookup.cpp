@@ -2,10 +2,10 @@
 #include "runtime/modem_driver/name_lookup.h"
 
 #include <pthread.h>
-#include <signal.h>
 
 #include <algorithm>
 #include <boost/asio/io_context.hpp>
+#include <csignal>
 #include <future>
 #include <map>
 #include <mutex>
@@ -34,7 +34,7 @@ class Lookups {
     if (found != running_.end()) return found->second;
     std::packaged_task<LookupResult()> task(
         [name, resolve] { return resolve(name.first, name.second); });
-    const Future result = task.get_future().share();
+    Future result = task.get_future().share();
     Detach(std::move(task));
     running_.emplace(name, result);
     return result;

@@ -115,7 +115,7 @@ std::string SimPin::CardNumber() {
   for (const char* const command : kAskForCardNumber) {
     const ExchangeResult result = ask_(ModemRequest(command));
     if (!IsFinal(result.final_kind)) return {};
-    const std::string number = CardNumberIn(result.text);
+    std::string number = CardNumberIn(result.text);
     if (!number.empty()) return number;
   }
   return {};

@@ -9,6 +9,7 @@ namespace {
 SentMessage Join(const gsm::Address& destination,
                  const std::map<std::uint8_t, gsm::UserData>& parts, std::size_t total) {
   std::vector<gsm::UserData> data;
+  data.reserve(parts.size());
   for (const auto& [sequence, part] : parts) data.push_back(part);
   const bool header_ignored = std::any_of(
       data.begin(), data.end(), [](const gsm::UserData& part) { return part.header_ignored; });

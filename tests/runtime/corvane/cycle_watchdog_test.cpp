@@ -110,9 +110,26 @@ TEST_F(CycleWatchdogTest, SaysWhenThereIsNoLine) {
 /// A tracked call, made from Lua. What it sees is stored in `seen`.
 TrackedCall seen;
 int LookAtCall(lua_State* L) {
-  const CallScope scope(L, "LOOK");
+  const char* const former = EnterCall(L, "LOOK");
   seen = CurrentCall().value_or(TrackedCall{});
+  LeaveCall(former);
   return 0;
+}
+
+int CallThatFails(lua_State* L) {
+  static_cast<void>(EnterCall(L, "FAILS"));
+  return luaL_error(L, "of the call");
+}
+
+TEST_F(CycleWatchdogTest, ForgetsACallThatAnErrorHasLeftWithTheNextCycle) {
+  lua_pushcfunction(L(), CallThatFails);
+  lua_setglobal(L(), "fail");
+  Run("pcall(fail)");
+  StartCycle();
+  EXPECT_FALSE(CurrentCall().has_value());
+  CycleWatchdog watchdog(L(), {milliseconds(20)});
+  EXPECT_THAT(RunCycle(watchdog, "\nwhile not enough(1) do end"),
+              ElementsAre(MatchesRegex("warning .*: it is at pump.lua:2")));
 }
 
 TEST_F(CycleWatchdogTest, KnowsTheLineOfTheFirstCallsOfACycleAndTheNameOfAll) {
