@@ -109,7 +109,7 @@ local function send_messages()
       sms_sent = sms_sent + 1
       table.remove(outbox, 1)
     else
-      -- The block has tried four times and given up. We do not: an alarm has to arrive.
+      -- The block has given up, at the latest after four attempts. We do not: an alarm must arrive.
       outbox[1].tries = outbox[1].tries + 1
       say("SMS to %s failed (error %d), again in 2 s", outbox[1].number, send_sms.Error)
       sms_again = plc.clock() + 2

@@ -43,7 +43,7 @@ bool EndsLine(char octet) {
   return octet == '\r' || octet == '\n' || octet == '\x1A';
 }
 
-/// What is handed over, and how that came about.
+/// What is handed over, and why.
 struct Outcome {
   State state = State::kOpen;
   std::size_t octets = 0;  // used until the end was certain
@@ -77,7 +77,7 @@ Outcome Answer(const Request& request, std::string_view octets) {
   return outcome;
 }
 
-/// Finds where an answer ends, and knows nothing of what is in it.
+/// Finds where an answer ends, without knowing what is in it.
 class EndFinder {
  public:
   explicit EndFinder(const Request& request)
@@ -134,7 +134,7 @@ void CheckEnd(const Request& request, std::string_view octets, const Outcome& ou
   Require(outcome.state == state && outcome.octets == used);
 }
 
-/// Every octet of `part` is in `whole`, in the same order.
+/// Whether every octet of `part` is in `whole`, in the same order.
 bool IsSubsequence(std::string_view part, std::string_view whole) {
   std::size_t next = 0;
   for (const char octet : whole) {

@@ -36,7 +36,7 @@ struct ModemCommandOptions {
   std::string tcp;
   std::string pin;
   int store_size = 20;
-  std::map<std::string_view, std::string> delays;  // by their names in the table
+  std::map<std::string_view, std::string> delays;  // by name in the table
   int baud_rate = 0;
   std::vector<std::string> quirks;
   unsigned seed = 1;
@@ -67,7 +67,7 @@ modem_simulator::SimulatorOptions MakeOptions(const ModemCommandOptions& options
   }
   made.link = options.link;
   made.tcp = options.tcp;
-  // A modem on TCP alone needs no terminal.
+  // A modem only on TCP needs no terminal.
   made.pseudo_terminal = options.tcp.empty() || !options.link.empty();
   made.baud_rate = options.baud_rate;
   made.seed = options.seed;

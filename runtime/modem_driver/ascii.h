@@ -7,11 +7,11 @@
 namespace corvane {
 
 inline constexpr char kCtrlZ = 0x1A;  ///< ends the text of a message
-/// Leaves the prompt, and the text is not sent. Modems that take no ESC outside a prompt see a
-/// command line that they do not know; without the CR the next command would be part of it.
+/// Leaves the prompt without sending the text. Modems that do not understand ESC outside a prompt
+/// see an unknown command line; without the CR, the next command would be part of it.
 inline constexpr std::string_view kLeavePrompt = "\x1B\r";
 
-/// A letter as a capital, in ASCII only, whatever the locale.
+/// Converts a letter to upper case, in ASCII only, whatever the locale.
 [[nodiscard]] constexpr char Upper(char c) {
   return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
 }

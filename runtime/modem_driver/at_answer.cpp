@@ -15,7 +15,7 @@ bool BeginsWith(std::string_view text, std::string_view beginning) {
   return text.substr(0, beginning.size()) == beginning;
 }
 
-/// Every character of `part` is in `whole`, in the same order.
+/// Whether every character of `part` is in `whole`, in the same order.
 bool IsSubsequence(std::string_view part, std::string_view whole) {
   std::size_t next = 0;
   for (const char c : whole) {
@@ -39,7 +39,7 @@ AtAnswer::AtAnswer(const ModemRequest& request, ForeignLine foreign_line)
 AtAnswer::State AtAnswer::Feed(char octet) {
   if (state_ != State::kOpen) return state_;
   switch (octet) {
-    case '\0': break;  // noise of a line that is being switched on
+    case '\0': break;  // noise from a line that is being switched on
     case '\r':
     case '\n':
     case kCtrlZ: TakeLine(); break;  // the echo of a text ends with its Ctrl-Z
@@ -75,7 +75,7 @@ std::size_t AtAnswer::octets() const {
 void AtAnswer::TakeLine() {
   std::string line = std::exchange(line_, {});
   while (!line.empty() && line.back() == ' ') line.pop_back();
-  if (kind_ == RequestKind::kText) {  // what is left of the prompt stands in front of the echo
+  if (kind_ == RequestKind::kText) {  // the rest of the prompt comes before the echo
     line.erase(0, std::min(line.find_first_not_of("> "), line.size()));
   }
   if (!line.empty()) TakeWholeLine(line);
@@ -86,7 +86,7 @@ void AtAnswer::TakeWholeLine(std::string_view line) {
   const bool swallow = std::exchange(swallow_next_, false);
   if (IsFinal(kind)) {
     TakeFinal(line, kind);
-  } else if (kind == LineKind::kRestart) {  // nobody answers any more
+  } else if (kind == LineKind::kRestart) {  // no answer will come
     foreign_line_(line, kind);
     CloseCutEntry();
     if (state_ == State::kOpen) state_ = State::kRestarted;
@@ -94,7 +94,7 @@ void AtAnswer::TakeWholeLine(std::string_view line) {
     TakeOwnLine(line);
   } else if (kind != LineKind::kUnknown || swallow) {
     foreign_line_(line, kind);
-    // The second line of the two is still to come behind an unsolicited one between them.
+    // An unsolicited line came between the two; the second is still to come.
     swallow_next_ = kind == LineKind::kUnsolicitedPair || (swallow && kind != LineKind::kUnknown);
   } else if (!TakePduPart(line)) {
     TakeOtherLine(line, kind);
@@ -111,7 +111,7 @@ void AtAnswer::TakeFinal(std::string_view line, LineKind kind) {
 }
 
 void AtAnswer::TakeOwnLine(std::string_view line) {
-  if (kind_ == RequestKind::kAnnouncement) {  // only the prompt answers it: this one is late
+  if (kind_ == RequestKind::kAnnouncement) {  // only a prompt answers it: this result is late
     late_result_ = true;
     foreign_line_(line, LineKind::kUnknown);
     return;
@@ -162,7 +162,7 @@ void AtAnswer::CloseEntry(bool complete) {
   const std::string pdu = std::exchange(pdu_, {});
   const std::string body = std::exchange(body_, {});
   if (header.empty()) return;
-  if (!complete && pdu.empty()) {  // handed on, its message would be taken for an empty one
+  if (!complete && pdu.empty()) {  // handed over, it would be taken for an empty message
     --own_lines_;
     return;
   }

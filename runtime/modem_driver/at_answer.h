@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Turns the octets that come while an AT command runs into the command's answer (ITU-T V.250,
-// 3GPP TS 27.005): no echo, no unsolicited lines, and complete when that is certain.
-// Byte-fed, without I/O or clock; memory is bounded. Not synchronised.
+// Turns the octets that arrive while an AT command runs into the command's answer (ITU-T V.250,
+// 3GPP TS 27.005), without echo and unsolicited lines, and detects when it is certainly complete.
+// Fed byte by byte, without I/O or a clock; memory is bounded. Not synchronised.
 #pragma once
 
 #include <cstddef>
@@ -17,52 +17,52 @@ namespace corvane {
 
 /// The answer to one request.
 ///
-/// Its text is made of the lines that begin with the command's own name, the PDU line after each
+/// Its text consists of the lines that begin with the command's own name, the PDU line after each
 /// list header, the prompt and the final result, each line with CR LF, without empty lines, and in
-/// the standard form ("+CMGL: 1,...", "+CMS ERROR: 500") also where the modem leaves the blank out.
-/// An unsolicited line is taken out wherever it comes, also where it splits a PDU in two. A PDU
+/// the standard form ("+CMGL: 1,...", "+CMS ERROR: 500") even if the modem leaves the blank out. An
+/// unsolicited line is removed wherever it appears, even where it splits a PDU in two. A PDU
 /// line ends where its PDU does (see PduEnd). A header without a PDU is followed by an empty line,
 /// so that its empty PDU reaches the reader of the list.
 class AtAnswer {
  public:
   enum class State : std::uint8_t {
-    kOpen,       ///< more is to come
+    kOpen,       ///< more is expected
     kFinal,      ///< a final result line ended it
     kPrompt,     ///< the modem waits for text
-    kTooLong,    ///< a line or the whole is longer than any answer can be
-    kRestarted,  ///< the modem has restarted: nothing more comes
+    kTooLong,    ///< a line, or the whole answer, is longer than any answer can be
+    kRestarted,  ///< the modem has restarted: nothing more will come
   };
 
   static constexpr std::size_t kMaxLine = 2048;
   static constexpr std::size_t kMaxText = std::size_t{8} << 20;
   static constexpr std::size_t kMaxUnknown = 4096;
 
-  /// Called with each line that is not part of the answer and no echo, and its kind.
+  /// Called with each line that is neither part of the answer nor an echo, and with its kind.
   using ForeignLine = std::function<void(std::string_view line, LineKind kind)>;
 
-  /// @param request borrowed: must outlive this
+  /// @param request borrowed: must outlive this object
   AtAnswer(const ModemRequest& request, ForeignLine foreign_line);
 
-  /// Takes the next octet; none after the state has left kOpen.
+  /// Takes the next octet; octets after the state has left kOpen have no effect.
   State Feed(char octet);
-  /// Nothing more comes: a last line without its end counts, a list entry that is not there in full
-  /// does not.
+  /// Nothing more comes: a last line without its line end counts, an incomplete list entry does
+  /// not.
   State End();
 
   [[nodiscard]] State state() const { return state_; }
-  /// What is handed to the client. Before the end was certain: the lines of the answer so far, or,
-  /// where there are none, unknown lines as they came, so that it can say that they make no sense.
-  /// Not those after a list or a text: noise would be read as a message, or as its confirmation.
-  /// Empty: nothing came.
+  /// What the client gets. Before the end is certain: the lines of the answer so far or, if there
+  /// are none, the unknown lines as they came, so that the client can report that they make no
+  /// sense. Unknown lines are not handed over for a list or a text, since noise would be read as a
+  /// message, or as a confirmation. Empty: nothing came.
   [[nodiscard]] std::string& text() { return text_; }
-  /// The final result line as it came, empty while there is none.
+  /// The final result line as it came; empty while there is none.
   [[nodiscard]] const std::string& final_line() const { return final_; }
   [[nodiscard]] LineKind final_kind() const { return final_kind_; }
-  /// The number of own lines.
+  /// The number of lines that belong to the answer.
   [[nodiscard]] std::size_t lines() const { return own_lines_; }
-  /// The number of octets in own lines, those of an entry included that is still coming.
+  /// The number of octets in these lines, including an entry that is still arriving.
   [[nodiscard]] std::size_t octets() const;
-  /// The request came back from the modem.
+  /// Whether the modem has echoed the request.
   [[nodiscard]] bool echoed() const { return echoed_; }
 
  private:
@@ -72,16 +72,16 @@ class AtAnswer {
   bool TakePduPart(std::string_view line);
   void TakeOtherLine(std::string_view line, LineKind kind);
   void TakeFinal(std::string_view line, LineKind kind);
-  /// Writes the list entry that is waiting for its PDU; `complete`: an empty PDU is one, too.
+  /// Writes the list entry that is waiting for its PDU; `complete`: an empty PDU counts, too.
   void CloseEntry(bool complete);
-  /// The same where nothing more comes: an entry that is not there in full is dropped.
+  /// The same when nothing more comes: an incomplete entry is dropped.
   void CloseCutEntry();
   void Append(std::string_view line);
   [[nodiscard]] bool IsOwn(std::string_view line) const;
   [[nodiscard]] bool IsEcho(std::string_view line) const;
   [[nodiscard]] bool IsPromptAllowed() const;
 
-  std::string_view sent_;  // without its end
+  std::string_view sent_;  // without its line end
   std::string_view own_name_;
   RequestKind kind_;
   ForeignLine foreign_line_;
@@ -89,10 +89,10 @@ class AtAnswer {
 
   std::string line_;     // octets since the last line end
   std::string text_;     // see text()
-  std::string header_;   // of the entry whose PDU is to come; empty: none
+  std::string header_;   // of the entry whose PDU is still to come; empty: none
   std::string pdu_;      // its PDU so far
   std::string body_;     // other lines after the header: its text, unless a PDU follows
-  std::string unknown_;  // lines that are neither of the answer nor known
+  std::string unknown_;  // lines that are neither part of the answer nor known
   std::string final_;
   LineKind final_kind_ = LineKind::kUnknown;
   std::size_t own_lines_ = 0;

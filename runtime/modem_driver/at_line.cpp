@@ -14,8 +14,8 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-constexpr milliseconds kMaxNoise(1000);  // a modem that is never quiet is not waited for
-/// Octets that belong to no answer lengthen an exchange to so many time-outs at most.
+constexpr milliseconds kMaxNoise(1000);  // do not wait longer for a modem that is never quiet
+/// Octets that do not belong to the answer lengthen an exchange to this many time-outs at most.
 constexpr int kMaxTimeouts = 5;
 constexpr std::size_t kMaxStray = 256;
 
@@ -40,7 +40,7 @@ bool AtLine::Write(std::string_view octets, milliseconds timeout) {
 }
 
 void AtLine::Collect(AtAnswer& answer, std::size_t sent, milliseconds timeout) {
-  // The system has taken the request; a slow line needs its time for it still.
+  // The system has accepted the request; a slow line still needs time to carry it.
   SteadyTime last_octet = steady_clock::now() + TimeOnLine(sent, target_.baud);
   SteadyTime last_own = last_octet;
   std::size_t own = 0;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The octets to and from a modem: requests written, answers collected, everything else dropped line
-// by line and traced.
+// The octets to and from a modem: requests are written, answers collected, and everything else is
+// dropped line by line and traced.
 // Threads: the port's own.
 #pragma once
 
@@ -21,30 +21,30 @@ class AtLine {
  public:
   using ForeignLine = AtAnswer::ForeignLine;
 
-  /// @param foreign_line called with each line that comes while no answer is collected
+  /// @param foreign_line called with each line that comes while no answer is being collected
   AtLine(const ModemTarget& target, ForeignLine foreign_line);
 
   /// Takes a newly opened line.
   void Open(std::unique_ptr<SerialLine> line);
   void Close() { line_.reset(); }
   [[nodiscard]] bool is_open() const { return line_ != nullptr; }
-  /// Why the line was lost; empty while it is open, and while there is none.
+  /// Why the line was lost; empty while it is open, or when there is none.
   [[nodiscard]] std::string loss() const { return line_ == nullptr ? "" : line_->loss(); }
 
-  /// False when the other side did not take all of it in time, or the line is lost.
+  /// False if the other side did not accept all of it in time, or the line is lost.
   [[nodiscard]] bool Write(std::string_view octets, std::chrono::milliseconds timeout);
-  /// Feeds what comes to the answer until that is complete or the time is over.
-  /// @param sent the octets of the request, which a slow line needs time for
-  /// @param timeout from the last octet received, more than 0
+  /// Feeds what comes to the answer until the answer is complete or the time is over.
+  /// @param sent the number of octets in the request, which a slow line needs time to carry
+  /// @param timeout counted from the last octet received; more than 0
   void Collect(AtAnswer& answer, std::size_t sent, std::chrono::milliseconds timeout);
-  /// Drops what comes until then.
+  /// Drops what comes until this time.
   void DropUntil(SteadyTime time);
-  /// Drops what comes until nothing has come for so long. A line that is never quiet is not waited
-  /// for.
+  /// Drops what comes until nothing has come for `quiet`. Does not wait for ever for a line that is
+  /// never quiet.
   void DropUntilQuiet(std::chrono::milliseconds quiet);
-  /// Waits for octets; empty: none came until then, or the line is lost. Valid until the next call.
+  /// Waits for octets; empty: none came in time, or the line is lost. Valid until the next call.
   [[nodiscard]] std::string_view Receive(SteadyTime until);
-  /// Octets that belong to no answer.
+  /// Drops octets that do not belong to any answer.
   void Drop(std::string_view octets);
 
  private:
@@ -55,7 +55,7 @@ class AtLine {
   const ModemTarget& target_;
   ForeignLine foreign_line_;
   std::unique_ptr<SerialLine> line_;
-  std::string stray_;  // start of a line that came while no answer was collected
+  std::string stray_;  // start of a line that came while no answer was being collected
 };
 
 }  // namespace corvane

@@ -18,7 +18,7 @@ std::optional<ExchangeResult> KnownAnswers::Answer(std::uint64_t client,
   const auto kept = Find(client);
   if (kept == kept_.end()) return std::nullopt;
   if (kept->steps[kept->next].request.octets != request.octets) {
-    // From the start again, unless the client goes another way: its prompt is then owed.
+    // Start again, unless the client sends another text: then it is still owed its prompt.
     if (request.kind == RequestKind::kText) return std::nullopt;
     kept->next = 0;
     if (kept->steps.front().request.octets != request.octets) return std::nullopt;

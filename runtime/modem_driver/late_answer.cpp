@@ -90,14 +90,14 @@ void LateAnswer::Judge() {
     case AtAnswer::State::kPrompt: return exchange_.EndLate(State::kPrompt, "prompt");
     case AtAnswer::State::kFinal: return TakeFinal();
     case AtAnswer::State::kTooLong: return exchange_.GiveUpLate();
-    case AtAnswer::State::kRestarted: return;  // the state is not kLate any more
+    case AtAnswer::State::kRestarted: return;  // the state is no longer kLate
     case AtAnswer::State::kOpen: break;
   }
   if (is_text && late.answer.lines() > 0) {
-    // The number tells that the network has the message, also where no OK follows it.
+    // The number shows that the network has the message, even if no OK follows.
     if (now >= last_own_ + times().straggler) Confirm();
   } else if (probe_ && probe_->answer.state() == AtAnswer::State::kPrompt) {
-    // The modem has missed the Ctrl-Z, and asks for more text.
+    // The modem has missed the Ctrl-Z and asks for more text.
     exchange_.Escape();
     TextIsLost("the modem still waits for its end");
   } else if (now >= GiveUpTime()) {

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-// A request had no answer in time, and the modem may still be at work on it. Until its answer comes
-// nothing is written: a command would abort the work, or its answer would be taken for another's.
-// Only while a message waits for the network is the modem asked now and then whether it still lives
-// (a probe, AT): an answer to that without a confirmation tells that the message is lost.
+// A request got no answer in time, and the modem may still be working on it. Until the answer
+// comes, nothing is written: a command would abort the work, or its answer would be taken for
+// another's. There is one exception: while a message waits for the network, a probe (AT) is sent
+// now and then. An answer to the probe without a confirmation shows that the message is lost.
 // Threads: the port's own.
 #pragma once
 
@@ -21,14 +21,14 @@ class LateAnswer {
  public:
   LateAnswer(ModemExchange& exchange, KnownAnswers& known);
 
-  /// The exchange's last request, of this client, had no answer in time.
-  /// @param announcement of the text, if it is one
+  /// The exchange's last request, which is this client's, got no answer in time.
+  /// @param announcement that of the text, if the request is a text
   void Begin(std::uint64_t client, const std::optional<ModemRequest>& announcement);
   /// An answer may still come.
   [[nodiscard]] bool expected() const { return exchange_.state() == ModemExchange::State::kLate; }
   /// It is too early to ask clients for requests: they would only fail.
   [[nodiscard]] bool undisturbed() const;
-  /// Waits for it until then, or until it is there or given up.
+  /// Waits until this time, or until the answer has come or is given up.
   void Wait(SteadyTime until);
   /// A prompt that came late is open, and the client announces the same message again.
   [[nodiscard]] bool HasPrompt(std::uint64_t client, const ModemRequest& announcement) const;
@@ -48,11 +48,11 @@ class LateAnswer {
   ModemExchange& exchange_;
   KnownAnswers& known_;
   std::uint64_t client_ = 0;
-  std::optional<ModemRequest> announcement_;  // of the text that is late, or whose prompt was
+  std::optional<ModemRequest> announcement_;  // of the text that is late, or whose prompt is
   SteadyTime wanted_;                         // when the client last wanted something
   SteadyTime last_own_;                       // when an octet of the answer last came
   SteadyTime next_probe_;
-  int probes_ = 0;                        // written and not answered
+  int probes_ = 0;                        // sent and not answered
   std::unique_ptr<PendingAnswer> probe_;  // the last one
 };
 

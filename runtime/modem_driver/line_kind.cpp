@@ -18,7 +18,7 @@ struct Quirk {
 using enum LineKind;
 using enum Match;
 
-/// How the line of a refusal begins, and what the standards write there.
+/// How the line of a refusal begins, and the form that the standards use.
 struct Refusal {
   std::string_view text;
   std::string_view standard;
@@ -31,7 +31,7 @@ constexpr std::array kRefusals{
     Refusal{"TOO MANY PARAMETERS", "ERROR"},  // Huawei
 };
 
-// The first row that fits the line, in the form of the standards, decides.
+// The first row that matches the line, in its standard form, decides.
 constexpr std::array kQuirks{
     // Final results.
     Quirk{"OK", kLine, kOk},
@@ -43,11 +43,11 @@ constexpr std::array kQuirks{
     Quirk{"+CME ERROR: 14", kLine, kSimBusy},
     Quirk{"+CME ERROR: SIM busy", kLine, kSimBusy},
     Quirk{"+CME ERROR", kBeginning, kError},
-    // Those that carry a message or a report in the next line.
+    // Lines that are followed by a message or a report on the next line.
     Quirk{"+CMT:", kBeginning, kUnsolicitedPair},
     Quirk{"+CDS:", kBeginning, kUnsolicitedPair},
     Quirk{"+CBM:", kBeginning, kUnsolicitedPair},
-    // A start of the modem, also an unwanted one (weak supply in the sending burst).
+    // A start of the modem, wanted or not (a weak supply drops while the modem sends).
     Quirk{"RDY", kLine, kRestart},             // SIMCom, Quectel
     Quirk{"APP RDY", kLine, kRestart},         // Quectel
     Quirk{"START", kLine, kRestart},           // SIMCom

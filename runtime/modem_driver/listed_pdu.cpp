@@ -11,7 +11,7 @@
 namespace corvane {
 namespace {
 
-/// A line with so many hexadecimal digits at its front is a PDU, whatever noise it ends with.
+/// A line that begins with this many hexadecimal digits is a PDU, whatever noise it ends with.
 constexpr std::size_t kCertainlyHex = 8;
 
 bool IsHexDigit(char c) {
@@ -28,7 +28,7 @@ bool IsFilling(std::string_view rest) {
                      [](char c) { return c == 'F' || c == 'f' || !IsHexDigit(c); });
 }
 
-/// The last number of a header: the octets of the PDU without its service-centre address.
+/// The last number of a header: the PDU's length in octets, without the service-centre address.
 std::optional<std::size_t> AnnouncedOctets(std::string_view header) {
   const std::size_t separator = header.find_last_of(",: ");
   std::size_t length = 0;
@@ -39,7 +39,7 @@ std::optional<std::size_t> AnnouncedOctets(std::string_view header) {
   return length;
 }
 
-/// What the two places say of a PDU, in characters with the service-centre address; 0: nothing.
+/// The two lengths of a PDU, in characters with the service-centre address; 0: unknown.
 struct Ends {
   std::size_t announced = 0;
   std::size_t own = 0;
@@ -51,7 +51,7 @@ Ends EndsOf(std::string_view header, std::string_view line) {
   if (!octets || octets->empty()) return {};
   Ends ends;
   ends.own = 2 * gsm::DeliverSize(*octets);
-  // A length beyond any PDU is none, and would overflow.
+  // A length beyond that of any PDU is not a length, and would overflow.
   constexpr std::size_t kMost = 10'000;
   const auto announced = AnnouncedOctets(header);
   if (announced && *announced < kMost) ends.announced = 2 * (1 + octets->front() + *announced);
@@ -71,7 +71,7 @@ std::size_t PduEnd(std::string_view header, std::string_view line) {
   if (own != 0 && own <= line.size() && (own == announced || IsFilling(line.substr(own)))) {
     return own;
   }
-  // Its own end is not known, or has noise behind it.
+  // Its own end is not known, or noise follows it.
   if (announced != 0 && announced < line.size() && own < announced &&
       IsFilling(line.substr(announced))) {
     return announced;

@@ -36,7 +36,7 @@ void ModemAdvice::NoteAnswer() {
 }
 
 void ModemAdvice::NoteRestart(std::string_view line) const {
-  spdlog::warn("modem port {}: the modem has started anew ({}); it is set up again", target_.port,
+  spdlog::warn("modem port {}: the modem has restarted ({}); it is set up again", target_.port,
                line);
 }
 
@@ -58,7 +58,7 @@ void ModemAdvice::NoteLateConfirmation(std::chrono::nanoseconds time) {
   if (std::exchange(slow_network_told_, true)) return;
   spdlog::info(
       "modem port {}: the network confirmed a message after {}. It is not sent again; SEND_SMS "
-      "shows Error 6 until then. With patience=60s for this port it waits without the error",
+      "shows Error 6 until then. With patience=60s for this port, it waits without the error",
       target_.port, FormatDuration(time));
 }
 
@@ -92,8 +92,9 @@ void ModemAdvice::NoteForeignLine(std::string_view line) {
   overdue_list_.clear();
   if (std::exchange(slow_list_told_, true)) return;
   spdlog::warn(
-      "modem port {}: the modem began its list of messages only after {}, later than it was waited "
-      "for, so that they stay in its store, as read; set patience=60s for this port",
+      "modem port {}: the modem began its list of messages only after {}, when the port no "
+      "longer waited for it; they stay in its store, marked as read. Set patience=60s for this "
+      "port",
       target_.port, FormatDuration(std::chrono::steady_clock::now() - overdue_since_));
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the log tells about a modem that does not do as it should, and what helps; each once.
+// Log messages about a modem that misbehaves, with what helps; each is logged once.
 // Threads: the port's own.
 #pragma once
 
@@ -19,29 +19,29 @@ class ModemAdvice {
   explicit ModemAdvice(const ModemTarget& target)
       : target_(target), warning_(target.times.warning) {}
 
-  /// Nothing has come for so long; reported again only after the modem has answered.
+  /// Nothing has come for `time`; reported again only after the modem has answered.
   void NoteSilence(const ModemRequest& request, std::chrono::nanoseconds time);
   void NoteAnswer();
   void NoteRestart(std::string_view line) const;
   void NoteEndlessAnswer(const ModemRequest& request) const;
   /// A message was answered by OK alone.
   void NoteOkWithoutNumber(const ModemRequest& text) const;
-  /// The network confirmed a text so long after it was sent, and too late for its request.
+  /// The network confirmed a text `time` after it was sent, too late for its request.
   void NoteLateConfirmation(std::chrono::nanoseconds time);
-  /// A text is not in the network, and the client's next attempt sends it again.
+  /// A text has not reached the network; the client's next attempt sends it again.
   void NoteLostText(std::string_view why);
   /// The modem answered a client's request; a refusal by +CMS ERROR or +CME ERROR is logged.
   void NoteRefusal(const ModemRequest& request, std::string_view answer);
   /// The client does not try again to send a message.
-  /// @param answer that came last; empty: none
+  /// @param answer the last answer; empty: none
   void NoteGivenUp(std::string_view answer);
-  /// Looks whether the line begins a list that was given up.
+  /// Checks whether the line begins a list that was given up.
   void NoteForeignLine(std::string_view line);
 
  private:
   const ModemTarget& target_;
   RareWarning warning_;
-  std::string overdue_list_;  // name of its command; empty: there is none
+  std::string overdue_list_;  // name of its command; empty: none
   SteadyTime overdue_since_;
   bool answers_ = true;  // false once silence was reported
   bool slow_network_told_ = false;

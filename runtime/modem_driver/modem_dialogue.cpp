@@ -10,7 +10,7 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-/// Network and modem take their time for these: `patience` is for them.
+/// The network and the modem take their time over these: `patience` is for them.
 bool IsSlow(RequestKind kind) {
   return kind == RequestKind::kText || kind == RequestKind::kList;
 }
@@ -36,7 +36,7 @@ ExchangeResult ModemDialogue::Exchange(std::uint64_t client, const ModemRequest&
                                        milliseconds timeout) {
   const auto now = steady_clock::now();
   const bool is_text = request.kind == RequestKind::kText;
-  // What comes now is late and not this request's answer, or tells of a restart.
+  // What comes now is a late answer, not this request's, or reports a restart.
   if (state() == State::kLate) {
     Idle(now + timeout);
   } else {
@@ -60,7 +60,7 @@ ExchangeResult ModemDialogue::SendAnnounced(std::uint64_t client, const ModemReq
                                             const ModemRequest& text, milliseconds timeout) {
   ExchangeResult announced = Send(client, announcement, timeout);
   if (state() == State::kPrompt) return Send(client, text, timeout);
-  // An OK without a prompt would be taken for the text's.
+  // An OK without a prompt would be taken for the answer to the text.
   return announced.final_kind == LineKind::kOk ? ExchangeResult{} : announced;
 }
 
@@ -75,7 +75,7 @@ ExchangeResult ModemDialogue::Send(std::uint64_t client, const ModemRequest& req
   if (state() != State::kReady && state() != State::kPrompt) return {};
   if (request.kind == RequestKind::kAnnouncement) {
     announcement_ = request;
-    known_.Forget(client);  // it announces another message than the one that is kept for it
+    known_.Forget(client);  // it announces a message other than the one that is kept for it
   }
   ExchangeResult result = exchange_.Transact(
       request, IsSlow(request.kind) ? std::max(timeout, target_.patience) : timeout);

@@ -62,7 +62,7 @@ ExchangeResult ModemExchange::Transact(ModemRequest request, milliseconds timeou
       [this](std::string_view line, LineKind kind) { OnForeignLine(line, kind); });
   const ModemRequest& sent = pending->request;
   AtAnswer& answer = pending->answer;
-  // Whatever follows, the modem is out of step until its answer is there.
+  // Whatever follows, the modem is out of step until its answer has come.
   SetState(State::kUnknown);
   status_.Set(sent.shown + " -> ...");
   const bool written = line_.Write(sent.octets, timeout);
@@ -124,7 +124,7 @@ ExchangeResult ModemExchange::Unfinished(PendingAnswer& pending) {
   if (stopped()) return {};
   AtAnswer& answer = pending.answer;
   const bool has_lines = answer.lines() > 0;
-  // The number tells that the network has the message; without the OK it would be sent again.
+  // The number shows that the network has the message; without the OK it would be sent again.
   if (pending.request.kind == RequestKind::kText && has_lines) {
     return {true, answer.text() + "OK\r\n", LineKind::kOk};
   }
@@ -182,7 +182,7 @@ void ModemExchange::SetState(State state) {
 }
 
 void ModemExchange::OnForeignLine(std::string_view line, LineKind kind) {
-  // "> " and then OK, before the text: a modem does that whose other functions are busy.
+  // "> " and then OK, before the text: a modem does this when its other functions are busy.
   prompt_ended_ = prompt_ended_ || IsFinal(kind);
   if (prompt_ended_ && state_ == State::kPrompt) SetState(State::kUnknown);
   if (kind == LineKind::kRestart) {

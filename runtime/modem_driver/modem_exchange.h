@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-// One request to a modem and its answer, over a line that may fail, be late or be cut at any time,
-// and the state that this leaves the modem in.
-// Threads: the port's own.
+// Carries one request to a modem and its answer, over a line that may fail, be late or be cut at
+// any time, and knows the state that this leaves the modem in. Threads: the port's own.
 #pragma once
 
 #include <chrono>
@@ -27,7 +26,7 @@ struct ExchangeResult {
   LineKind final_kind = LineKind::kUnknown;
 };
 
-/// A request that is on its way, and what has come of its answer.
+/// A request that was sent, and the part of its answer that has come.
 struct PendingAnswer {
   PendingAnswer(ModemRequest sent, AtAnswer::ForeignLine foreign_line)
       : request(std::move(sent)), answer(request, std::move(foreign_line)) {}
@@ -44,62 +43,63 @@ class ModemExchange {
  public:
   enum class State : std::uint8_t {
     kNoLine,   ///< there is no open line
-    kUnknown,  ///< what the modem does is not known: new line, or an answer is missing
+    kUnknown,  ///< what the modem is doing is unknown: the line is new, or an answer is missing
     kReady,    ///< the modem waits for a command
     kPrompt,   ///< the modem waits for the text of a message
     kLate,     ///< an answer did not come in time, and may still come
   };
 
-  /// @param status told each exchange, as far as the log may show it
+  /// @param status is set to each exchange, as far as the log may show it
   ModemExchange(const ModemTarget& target, WaitLoop& loop, ModemStatus& status);
 
-  /// Takes a newly opened line to a modem that is not set up.
+  /// Takes a newly opened line to a modem that has not been set up.
   void Open(std::unique_ptr<SerialLine> line);
   void Close();
 
-  /// Sends a request and waits for its answer. Where none comes, the state is then kLate.
-  /// @param timeout from the last octet received, more than 0
+  /// Sends a request and waits for its answer. If none comes, the state is then kLate.
+  /// @param timeout counted from the last octet received; more than 0
   ExchangeResult Transact(ModemRequest request, std::chrono::milliseconds timeout);
-  /// The final result of a command of the driver's own, which is not reported; the state stays.
+  /// The final result of one of the driver's own commands, which is not reported; the state stays.
   [[nodiscard]] LineKind ResultOf(const ModemRequest& command, std::chrono::milliseconds timeout);
-  /// Leaves the prompt, if there is one. The modem says OK, or nothing. False: the line is lost.
+  /// Leaves the prompt, if there is one. The modem answers OK, or nothing. False: the line is lost.
   bool Escape();
-  /// The modem has answered the command that brings it into a known state: drops what else comes.
+  /// The modem has answered the command that brings it into a known state: drops anything else.
   void BecomeReady();
-  /// Drops what comes until then, and notices when the line is lost.
+  /// Drops what comes until this time, and notices when the line is lost.
   void Idle(SteadyTime until) { line_.DropUntil(until); }
   void DropUntilQuiet() { line_.DropUntilQuiet(kQuiet); }
 
-  /// The request whose answer is late; only after the state has been kLate, until the next request.
+  /// The request whose answer is late; valid after the state was kLate, until the next request.
   [[nodiscard]] PendingAnswer& late() { return *late_; }
   [[nodiscard]] const PendingAnswer& late() const { return *late_; }
-  /// Waits for octets; empty: none came until then. Valid until the next call.
+  /// Waits for octets; empty: none came in time. Valid until the next call.
   [[nodiscard]] std::string_view Receive(SteadyTime until) { return line_.Receive(until); }
   void Drop(std::string_view octets) { line_.Drop(octets); }
   void Write(const ModemRequest& request);
-  /// @param next kUnknown where answers to other commands may still come
-  /// @param how for people
+  /// @param next kUnknown if answers to other commands may still come
+  /// @param how how it ended, for the log
   void EndLate(State next, std::string_view how);
-  /// Nobody waits for the late answer any more.
+  /// Stops waiting for the late answer.
   void GiveUpLate();
 
   [[nodiscard]] State state() const { return state_; }
   /// Why the line was lost; empty while it is open.
   [[nodiscard]] std::string loss() const { return line_.loss(); }
-  /// The modem's settings are those of its start: since the line was opened, or it started anew.
+  /// The modem has the settings of its start, because the line was opened or the modem restarted.
   [[nodiscard]] bool needs_init() const { return needs_init_; }
   void InitBegins() { needs_init_ = false; }
-  /// How often the modem's settings were found to be those of its start.
+  /// How often the modem was found to have the settings of its start.
   [[nodiscard]] unsigned starts() const { return starts_; }
 
-  /// To the log, and to whoever watches.
+  /// Writes to the log and to the status.
   void Report(std::string what);
   [[nodiscard]] ModemAdvice& advice() { return advice_; }
   [[nodiscard]] const ModemTarget& target() const { return target_; }
   [[nodiscard]] bool stopped() const { return loop_.stopped(); }
 
  private:
-  static constexpr std::chrono::milliseconds kQuiet{100};  // so long: the modem has said all
+  static constexpr std::chrono::milliseconds kQuiet{
+      100};  // after this time without an octet, nothing more will come
 
   void SetState(State state);
   [[nodiscard]] ExchangeResult Finished(PendingAnswer& pending);
@@ -107,7 +107,7 @@ class ModemExchange {
   [[nodiscard]] ExchangeResult BecomeLate(std::unique_ptr<PendingAnswer> pending);
   void NoteStart();
   void OnForeignLine(std::string_view line, LineKind kind);
-  /// Looks whether the echo tells that the modem has started anew without a word.
+  /// Checks whether the echo shows that the modem has restarted without a message.
   void CompareEcho(bool echoed);
 
   const ModemTarget& target_;

@@ -18,7 +18,7 @@ using std::chrono::steady_clock;
 
 constexpr milliseconds kReopenPause(200);
 
-/// Calls a client's function, which must not end the thread with what it throws.
+/// Calls a client's function; what it throws must not end the thread.
 template <class Function>
 void CallClient(int port, Function function) {
   try {
@@ -124,7 +124,7 @@ void ModemPort::TryToOpen() {
 void ModemPort::AwaitModem() {
   {
     const std::lock_guard guard(lock_);
-    (void)Wishes();  // whoever still wants something keeps its late answer
+    (void)Wishes();  // a client that still wants something keeps its late answer
   }
   Idle(steady_clock::now() + target_.poll);
 }
@@ -199,8 +199,8 @@ std::optional<std::uint64_t> ModemPort::ChooseClient() {
   for (const Wish& wish : wishes) {
     if (wish.failed) last_failure = std::max(last_failure, wish.served);
   }
-  // Whoever has had no turn since a failure comes before the client that failed; otherwise the
-  // greater number counts, and among equals the one that has waited longest.
+  // Clients that have had no turn since a failure come before the one that failed; otherwise the
+  // highest priority wins, and among equals the client that has waited longest.
   const auto rank = [last_failure](const Wish& wish) {
     return std::tuple(wish.served < last_failure, wish.priority, ~wish.served);
   };
@@ -232,7 +232,7 @@ std::optional<ModemPort::Request> ModemPort::AskForRequest(std::uint64_t id) {
 }
 
 ExchangeResult ModemPort::Carry(const Request& request) {
-  // A device that went away has the time of the exchange to come back.
+  // A device that has gone away may return within the request's time-out.
   const auto deadline = steady_clock::now() + request.timeout;
   while (!open_ && !loop_.stopped() && steady_clock::now() < deadline) {
     loop_.SleepUntil(std::min(deadline, next_attempt_));

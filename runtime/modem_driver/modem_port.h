@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// One modem port: its thread chooses among the clients, carries their exchanges out and opens the
-// device anew when it went away.
-// Threads: the functions that tell so need the scan lock, which also guards the clients.
+// One modem port: its thread chooses among the clients, carries out their exchanges and reopens the
+// device after it has gone away.
+// Threads: functions marked so need the scan lock, which also guards the clients.
 #pragma once
 
 #include <array>
@@ -26,21 +26,21 @@ class ModemPort {
  public:
   /// Starts the thread, which opens the device at once.
   /// @param lock held while a function of a client is called
-  /// @param pins which SIM cards have refused; outlives this
+  /// @param pins the PINs that SIM cards have refused; must outlive this object
   ModemPort(ModemTarget target, ScanLock& lock, PinMemory& pins);
   ModemPort(const ModemPort&) = delete;
   ModemPort& operator=(const ModemPort&) = delete;
-  /// Ends the thread; a running exchange is broken off. The caller does not hold the lock.
+  /// Ends the thread and breaks off a running exchange. The caller must not hold the lock.
   ~ModemPort();
 
-  /// Waits until the first attempt to open the device is over, for so long at most.
+  /// Waits until the first attempt to open the device is over, but not beyond the deadline.
   void WaitForFirstAttempt(SteadyTime deadline);
 
   [[nodiscard]] int number() const { return target_.port; }
-  /// What goes on, in one line: the device's fault, or the last exchange.
+  /// The state in one line: the device's fault, or the last exchange.
   [[nodiscard]] std::string Status() const { return status_.Get(); }
-  /// Refuses while the device is not open. A context that is there already gets the new functions.
-  /// Needs the lock.
+  /// Refuses while the device is not open. A context that is already registered gets the new
+  /// functions. Needs the lock.
   [[nodiscard]] bool Register(void* context, PortDriverPriorityFunction priority,
                               PortDriverRequestFunction request);
   /// Needs the lock.
@@ -52,8 +52,8 @@ class ModemPort {
     void* context;
     PortDriverPriorityFunction priority;
     PortDriverRequestFunction request;
-    std::uint64_t served = 0;            // when it had its last turn
-    bool failed = false;                 // its last exchange
+    std::uint64_t served = 0;            // turn in which it was last served
+    bool failed = false;                 // whether its last exchange failed
     std::chrono::milliseconds pause{0};  // the last one; 0 after a success
     SteadyTime not_before{};             // while it pauses
   };
@@ -64,7 +64,7 @@ class ModemPort {
     std::uint64_t served;
     bool failed;  // its last exchange
   };
-  /// What a client wants to be sent.
+  /// What a client wants to send.
   struct Request {
     std::uint64_t client;
     ModemRequest request;
@@ -75,11 +75,11 @@ class ModemPort {
   void Run();
   void KeepLine();
   void TryToOpen();
-  /// Carries out the exchange of one client. False: nobody wants anything, or the line is at fault.
+  /// Carries out one client's exchange. False: no client wants anything, or there was no answer.
   bool ServeOne();
-  /// The modem is still at work: waits for that, for a while, and asks nobody for a request.
+  /// The modem is still at work: waits a while for it, and asks no client for a request.
   void AwaitModem();
-  /// Takes what the modem says meanwhile.
+  /// Takes what the modem sends meanwhile.
   void Idle(SteadyTime until);
   /// An open prompt belongs to the client that asked for it, whatever the others want.
   [[nodiscard]] std::optional<Request> PromptOwnersRequest();
@@ -89,9 +89,9 @@ class ModemPort {
   [[nodiscard]] std::optional<std::uint64_t> ChooseClient();
   [[nodiscard]] std::optional<Request> AskForRequest(std::uint64_t id);
   [[nodiscard]] ExchangeResult Carry(const Request& request);
-  /// @return whether the client goes on with what it does
+  /// @return whether the client continues its task
   bool HandOver(const Request& request, ExchangeResult& result, bool failed);
-  /// A client whose exchange failed pauses, each time longer.
+  /// After a failed exchange the client pauses, longer each time.
   void NoteOutcome(Client& client, bool failed) const;
   [[nodiscard]] Client* Find(std::uint64_t id);
 
@@ -105,7 +105,7 @@ class ModemPort {
   std::uint64_t turn_ = 0;
   std::uint64_t prompt_owner_ = 0;  // client whose command opened the prompt
   SteadyTime next_attempt_;
-  std::string last_problem_;  // why the device could not be opened, as the log has it
+  std::string last_problem_;  // why the device could not be opened, as logged
   std::atomic<bool> open_{false};
   std::binary_semaphore attempted_{0};
   bool first_attempt_ = true;

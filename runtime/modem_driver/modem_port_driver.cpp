@@ -42,8 +42,9 @@ bool ModemPortDriver::Register(int number, void* context, PortDriverPriorityFunc
                                   [number](const auto& port) { return port->number() == number; });
   if (found != ports_.end()) return (*found)->Register(context, priority, request);
   if (told_.size() < kMaxTold && told_.insert(number).second) {
-    spdlog::warn("modem port {}: a block wants it, and there is none; start with --modem {}=DEVICE",
-                 number, number);
+    spdlog::warn(
+        "modem port {}: a block needs it, but it is not configured; start with --modem {}=DEVICE",
+        number, number);
   }
   return false;
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The modem ports of a runtime, behind the functions of corvane/modem_port_driver.h.
-// Lifetime: one at a time; it serves the clients while it lives.
+// The modem ports of a runtime: implements the functions of corvane/modem_port_driver.h.
+// Lifetime: one object at a time; it serves the clients while it exists.
 #pragma once
 
 #include <filesystem>
@@ -19,22 +19,22 @@ namespace corvane {
 
 class ModemPortDriver {
  public:
-  /// Opens the devices, as far as they are there, and makes the ports available to clients.
+  /// Opens the devices that are present, and makes the ports available to clients.
   /// @param targets with different port numbers
   /// @param lock the lock under which clients register and are called
-  /// @param state_folder where refused PINs are remembered across starts; empty: nowhere
+  /// @param state_folder where refused PINs are remembered across starts; empty: they are not
   ModemPortDriver(const std::vector<ModemTarget>& targets, ScanLock& lock,
                   const std::filesystem::path& state_folder = {});
   ModemPortDriver(const ModemPortDriver&) = delete;
   ModemPortDriver& operator=(const ModemPortDriver&) = delete;
-  /// Refuses further clients, then ends the ports' threads. The caller does not hold the lock.
+  /// Refuses further clients, then ends the ports' threads. The caller must not hold the lock.
   ~ModemPortDriver();
 
-  /// As ModemPortDriverRegister; a number that is not configured is told once.
+  /// As ModemPortDriverRegister; a number that is not configured is logged once.
   bool Register(int number, void* context, PortDriverPriorityFunction priority,
                 PortDriverRequestFunction request);
   void Unregister(void* context);
-  /// A line for each port that tells what goes on there. Any thread.
+  /// One line per port about its state. Any thread.
   [[nodiscard]] std::vector<std::string> Status() const;
 
  private:

@@ -14,9 +14,9 @@
 namespace corvane {
 namespace {
 
-// 3GPP TS 27.005 clauses 3.5.1 and 3.5.3: the commands that a text follows.
+// 3GPP TS 27.005 clauses 3.5.1 and 3.5.3: the commands that are followed by a text.
 constexpr std::array<std::string_view, 2> kAnnouncements{"+CMGS", "+CMGW"};
-// 3GPP TS 27.005 clauses 3.4.2 and 3.4.3: the commands that messages answer.
+// 3GPP TS 27.005 clauses 3.4.2 and 3.4.3: the commands that are answered with messages.
 constexpr std::array<std::string_view, 2> kLists{"+CMGL", "+CMGR"};
 
 constexpr std::string_view kPinCommand = "+CPIN=";
@@ -47,8 +47,8 @@ RequestKind KindOf(std::string_view octets, std::string_view name) {
   return sets && is_one_of(kAnnouncements) ? RequestKind::kAnnouncement : RequestKind::kCommand;
 }
 
-/// Where the parameters of a command begin that has this name, somewhere in the line; npos:
-/// nowhere. V.250 clause 5.2.1 lets blanks be anywhere in a command line.
+/// Where the parameters of the command with this name begin, anywhere in the line; npos: it is not
+/// there. V.250 clause 5.2.1 allows blanks anywhere in a command line.
 std::size_t ParametersOf(std::string_view name, std::string_view octets) {
   for (std::size_t begin = 0; begin < octets.size(); ++begin) {
     std::size_t matched = 0;

@@ -16,7 +16,7 @@ using std::chrono::steady_clock;
 
 constexpr milliseconds kSetupTimeout(1000);
 constexpr milliseconds kInitTimeout(10'000);
-constexpr int kSimBusyTries = 30;  // a SIM takes so many seconds after power-up
+constexpr int kSimBusyTries = 30;  // one per second: a SIM needs this long after power-up
 
 ModemRequest EchoOff() {
   return ModemRequest("ATE0V1\r");  // and result codes as words
@@ -34,7 +34,7 @@ void ModemSetup::RunOnOpening() {
 
 bool ModemSetup::Run(SteadyTime deadline) {
   do {
-    // A prompt that an earlier run left open would take the command for a text.
+    // At a prompt that an earlier run left open, the command would be taken for a text.
     if (!exchange_.Escape()) return false;
     exchange_.DropUntilQuiet();
     if (SwitchEchoOff(deadline)) {
@@ -51,7 +51,7 @@ bool ModemSetup::SwitchEchoOff(SteadyTime deadline) {
   const auto timeout = std::clamp(left, milliseconds(1), kSetupTimeout);
   const LineKind result = exchange_.ResultOf(EchoOff(), timeout);
   if (result != LineKind::kError) return result == LineKind::kOk;
-  // Some take the two only one by one.
+  // Some modems accept the two only one at a time.
   return IsFinal(exchange_.ResultOf(ModemRequest("ATE0\r"), timeout));
 }
 

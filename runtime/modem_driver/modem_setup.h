@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Brings a modem into a known state: out of a prompt, echo off, result codes as words (ITU-T
-// V.250), then the commands of the option `init`, a PIN among them.
+// Brings a modem into a known state: it leaves a prompt, switches echo off and result codes to
+// words (ITU-T V.250), then sends the commands of the option `init`, which may contain a PIN.
 // Threads: the port's own.
 #pragma once
 
@@ -16,15 +16,15 @@ namespace corvane {
 
 class ModemSetup {
  public:
-  /// @param memory of the PINs that a SIM card has refused; shared by all ports
+  /// @param memory remembers the PINs that SIM cards have refused; shared by all ports
   ModemSetup(ModemExchange& exchange, PinMemory& memory)
       : exchange_(exchange),
         pin_(exchange, memory, [this](const ModemRequest& command) { return AskInStep(command); }) {
   }
 
-  /// True when the modem waits for a command. Tries until the deadline, and once in any case.
+  /// True if the modem then waits for a command. Tries until the deadline, but at least once.
   [[nodiscard]] bool Run(SteadyTime deadline);
-  /// After a new line was opened: tells the log when the modem does not answer.
+  /// After a new line was opened: logs if the modem does not answer.
   void RunOnOpening();
 
  private:
@@ -32,8 +32,8 @@ class ModemSetup {
   void RunInit();
   void RunInitCommand(const ModemRequest& command);
   ExchangeResult TransactOnceSimIsReady(const ModemRequest& command);
-  /// The same, and a modem that has not answered is ready for the next command afterwards, whose
-  /// answer is not the late one.
+  /// The same; if the modem has not answered, it is made ready for the next command, so that a late
+  /// answer is not taken for that command's.
   ExchangeResult AskInStep(const ModemRequest& command);
 
   ModemExchange& exchange_;

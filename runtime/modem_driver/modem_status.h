@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What a modem port does just now, in one line for people.
+// What a modem port is doing, in one line for people.
 // Threads: any.
 #pragma once
 

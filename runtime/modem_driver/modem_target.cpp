@@ -36,7 +36,7 @@ milliseconds ParseTime(std::string_view name, std::string_view text, millisecond
                        milliseconds most) {
   const auto time = ParseDuration(text);
   if (!time || *time < least || *time > most) {
-    throw ModemTargetError(fmt::format("{}={} is no time from {} to {}; an example: {}=2s", name,
+    throw ModemTargetError(fmt::format("{}={} is not a time from {} to {}; an example: {}=2s", name,
                                        text, FormatDuration(least), FormatDuration(most), name));
   }
   return std::chrono::ceil<milliseconds>(*time);
@@ -45,8 +45,8 @@ milliseconds ParseTime(std::string_view name, std::string_view text, millisecond
 void SetBaud(ModemTarget& target, std::string_view value) {
   const auto baud = ParseNumber<unsigned>(value);
   if (!baud || std::find(kSpeeds.begin(), kSpeeds.end(), *baud) == kSpeeds.end()) {
-    throw ModemTargetError(
-        fmt::format("baud={} is no speed of a serial line; usual are 9600 and 115200", value));
+    throw ModemTargetError(fmt::format(
+        "baud={} is not a baud rate of a serial line; 9600 and 115200 are usual", value));
   }
   target.baud = *baud;
 }
@@ -113,8 +113,8 @@ bool BeginsSetting(std::string_view text) {
   return name != 0 && name != std::string_view::npos && text[name] == '=';
 }
 
-/// Where the quote is that closes the one at the front of `text`; npos: nowhere. Behind a backslash
-/// it belongs to the value.
+/// The position of the quote that closes the one at the start of `text`; npos: none. A quote after
+/// a backslash belongs to the value.
 std::size_t ClosingQuote(std::string_view text) {
   std::size_t quote = text.find('"', 1);
   while (quote != std::string_view::npos && text[quote - 1] == '\\')
@@ -122,8 +122,8 @@ std::size_t ClosingQuote(std::string_view text) {
   return quote;
 }
 
-/// Where the value at the front of `text` ends: at a comma, for `init` at one that a setting
-/// follows, or behind its closing quote.
+/// Where the value at the start of `text` ends: at a comma (for `init`, at one that a setting
+/// follows), or after its closing quote.
 std::size_t EndOfValue(std::string_view name, std::string_view text) {
   if (!text.empty() && text.front() == '"') {
     const std::size_t quote = ClosingQuote(text);
@@ -152,9 +152,10 @@ void ReadSettings(ModemTarget& target, std::string_view text) {
     const auto setting = std::find_if(kSettings.begin(), kSettings.end(),
                                       [name](const Setting& s) { return s.name == name; });
     if (setting == kSettings.end() || equals >= text.size() || text[equals] != '=') {
-      throw ModemTargetError(fmt::format(
-          "'{}' is no setting; known are baud=, flow=, poll=, patience=, prompt-pause= and init=",
-          name));
+      throw ModemTargetError(
+          fmt::format("'{}' is not a setting; the settings are baud=, flow=, poll=, patience=, "
+                      "prompt-pause= and init=",
+                      name));
     }
     if (!given.insert(setting->name).second) {
       throw ModemTargetError(fmt::format("{}= is given twice; give it once", name));
@@ -162,13 +163,12 @@ void ReadSettings(ModemTarget& target, std::string_view text) {
     text.remove_prefix(equals + 1);
     const std::size_t end = EndOfValue(name, text);
     setting->set(target, Unquoted(text.substr(0, end)));
-    if (end + 1 == text.size())
-      throw ModemTargetError("a setting is missing behind the last comma");
+    if (end + 1 == text.size()) throw ModemTargetError("a setting is missing after the last comma");
     text.remove_prefix(std::min(end + 1, text.size()));
   }
 }
 
-/// The name stands in the log, where a control character would be obeyed.
+/// The name appears in the log, where a terminal would obey a control character.
 void CheckCharacters(std::string_view name) {
   const auto is_control = [](unsigned char octet) { return octet < 0x20 || octet == 0x7F; };
   if (std::any_of(name.begin(), name.end(), is_control)) {
@@ -188,7 +188,7 @@ void ReadTcp(ModemTarget& target, std::string_view address) {
   const bool is_host = !host.empty() && host.find_first_of("[]") == std::string_view::npos;
   if (service < 1 || service > 65535 || !is_host) {
     throw ModemTargetError(fmt::format(
-        "'tcp:{}' is no address; write tcp:HOST:PORT with a port from 1 to 65535", address));
+        "'tcp:{}' is not an address; write tcp:HOST:PORT with a port from 1 to 65535", address));
   }
   target.host = host;
   target.service = std::to_string(service);
@@ -206,13 +206,13 @@ ModemTarget ParseModemTarget(std::string_view text) {
   const std::size_t equals = text.find('=');
   if (equals == std::string_view::npos) {
     throw ModemTargetError(
-        fmt::format("'{}' names no modem; write PORT=DEVICE, such as 1=/dev/ttyUSB0", text));
+        fmt::format("'{}' does not name a modem; write PORT=DEVICE, such as 1=/dev/ttyUSB0", text));
   }
   ModemTarget target;
   const auto port = ParseNumber<int>(text.substr(0, equals));
   if (!port || *port < 0) {
     throw ModemTargetError(fmt::format(
-        "'{}' is no port number; write the number that the blocks have in `Port`, such as "
+        "'{}' is not a port number; write the number that the blocks have in `Port`, such as "
         "1=/dev/ttyUSB0",
         text.substr(0, equals)));
   }
@@ -229,7 +229,7 @@ ModemTarget ParseModemTarget(std::string_view text) {
   } else {
     target.device = where;
   }
-  if (end + 1 == text.size()) throw ModemTargetError("a setting is missing behind the last comma");
+  if (end + 1 == text.size()) throw ModemTargetError("a setting is missing after the last comma");
   ReadSettings(target, text.substr(std::min(end + 1, text.size())));
   return target;
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Where a modem is and how to talk to it, as `--modem PORT=TARGET,SETTING=VALUE,...` tells it.
+// Where a modem is and how to talk to it, as `--modem PORT=TARGET,SETTING=VALUE,...` says.
 #pragma once
 
 #include <chrono>
@@ -13,7 +13,7 @@
 
 namespace corvane {
 
-/// One clear line about what is wrong with an option.
+/// Says in one line what is wrong with an option.
 class ModemTargetError : public std::runtime_error {
  public:
   using runtime_error::runtime_error;
@@ -23,14 +23,14 @@ enum class FlowControl : std::uint8_t { kNone, kRtsCts };
 
 /// One configured modem port. Times are not negative.
 struct ModemTarget {
-  int port = 0;            ///< what a block's input `Port` names, 0 or more
+  int port = 0;            ///< number in a block's input `Port`, 0 or more
   std::string device;      ///< path of a serial device; empty: the modem is at host and service
   std::string host;        ///< of a serial device server
   std::string service;     ///< its TCP port, 1..65535
   unsigned baud = 115200;  ///< bits per second, one that the system knows
   FlowControl flow = FlowControl::kNone;
-  std::chrono::milliseconds poll{20};     ///< how often the clients are asked, 1 ms .. 1 min
-  std::chrono::milliseconds patience{0};  ///< at least so long for a message transfer, .. 10 min
+  std::chrono::milliseconds poll{20};         ///< how often clients are asked, 1 ms .. 1 min
+  std::chrono::milliseconds patience{0};      ///< least wait for a message transfer, .. 10 min
   std::chrono::milliseconds prompt_pause{0};  ///< between the prompt and the text, .. 5 s
   std::vector<std::string> init;              ///< AT commands for each opening, without line ends
   ModemTimes times;                           ///< not a setting
@@ -39,15 +39,14 @@ struct ModemTarget {
   [[nodiscard]] std::string Name() const;
 };
 
-/// Reads `PORT=DEVICE` or `PORT=tcp:HOST:PORT`, with `,SETTING=VALUE` any number of times behind
-/// it.
+/// Reads `PORT=DEVICE` or `PORT=tcp:HOST:PORT`, followed by any number of `,SETTING=VALUE`.
 ///
-/// The value of `init` is a list of AT commands with semicolons between them. It may stand in
-/// double quotes, and \" is a quote within them; without them (a shell takes them away) a comma
-/// belongs to it unless the name of a setting and "=" follow. Throws ModemTargetError.
+/// The value of `init` is a list of AT commands separated by semicolons. It may be in double
+/// quotes, where \" is a quote; without them (a shell removes them) a comma belongs to the value
+/// unless the name of a setting and "=" follow. Throws ModemTargetError.
 [[nodiscard]] ModemTarget ParseModemTarget(std::string_view text);
 
-/// Reads several. Throws ModemTargetError, also when a port number or a device is named twice.
+/// Reads several. Throws ModemTargetError, also if a port number or a device is given twice.
 [[nodiscard]] std::vector<ModemTarget> ParseModemTargets(const std::vector<std::string>& texts);
 
 }  // namespace corvane

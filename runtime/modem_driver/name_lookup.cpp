@@ -23,11 +23,11 @@ using std::chrono::steady_clock;
 using Future = std::shared_future<LookupResult>;
 using HostAndPort = std::pair<std::string, std::string>;
 
-/// Look-ups whose result nobody has taken yet.
+/// Look-ups whose results nobody has taken yet.
 class Lookups {
  public:
-  /// The one of this name that is under way, or a new one.
-  /// @throws std::system_error when there is no thread for it
+  /// The look-up of this name that is under way, or a new one.
+  /// @throws std::system_error if no thread can be started
   Future Begin(const HostAndPort& name, const Resolver& resolve) {
     const std::lock_guard guard(mutex_);
     const auto found = running_.find(name);
@@ -45,7 +45,7 @@ class Lookups {
   }
 
  private:
-  /// The thread refers to nothing but the task, so it may outlast everything else.
+  /// The thread refers only to the task, so it may outlast everything else.
   static void Detach(std::packaged_task<LookupResult()> task) {
     sigset_t all;
     sigset_t before;
@@ -86,7 +86,7 @@ LookupResult LookUp(const std::string& host, const std::string& service, SteadyT
                     WaitLoop& loop, const Resolver& resolve) {
   boost::system::error_code no_address;
   boost::asio::ip::make_address(host, no_address);
-  if (!no_address) return ResolveBySystem(host, service);  // no name server is asked
+  if (!no_address) return ResolveBySystem(host, service);  // does not ask a name server
   const HostAndPort name{host, service};
   try {
     const Future result = TheLookups().Begin(name, resolve);

@@ -24,8 +24,8 @@ constexpr const char* kHead =
 constexpr const char* kNoSim = "-";
 constexpr int kMaxLine = 4096;
 
-/// With the salt and the cost in `setting`, or in a digest that was made before; empty: it cannot
-/// be made.
+/// Uses the salt and the cost in `setting`, which may be an earlier digest; empty: it cannot be
+/// made.
 std::string Crypt(const std::string& text, const std::string& setting) {
   const auto data = std::make_unique<crypt_data>();  // 32 KB
   const char* const digest = crypt_r(text.c_str(), setting.c_str(), data.get());
@@ -104,7 +104,7 @@ void PinMemory::Load() {
     words >> end >> entry.attempt.sim >> entry.digest;
     std::getline(words >> std::ws, entry.attempt.device);
     if (!words || entry.digest.front() != '$') continue;  // a comment, or damaged
-    // A word that is not known is taken for the worse one.
+    // An unknown word is taken for the worse one.
     const bool unknown = end == Name(PinEnd::kUnknown);
     entry.end = unknown ? PinEnd::kUnknown : PinEnd::kRefused;
     if (entry.attempt.sim == kNoSim) entry.attempt.sim.clear();
@@ -132,7 +132,7 @@ void PinMemory::Store() {
 void PinMemory::Report(const std::string& what) {
   if (std::exchange(reported_, true)) return;
   spdlog::warn(
-      "{}: {}; which PINs the SIM card refused is remembered until the program ends, not longer",
+      "{}: {}; the PINs that the SIM card refused are remembered only until the program ends",
       file_.string(), what);
 }
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Which PINs were sent to a SIM card and not accepted, so that none is sent twice: the third wrong
-// one locks the card. Kept in a file of the program's state folder, across starts.
+// The PINs that were sent to a SIM card and not accepted, so that none is sent twice: the third
+// wrong one locks the card. They are kept across starts, in a file in the program's state folder.
 // Threads: any.
 #pragma once
 
@@ -13,46 +13,45 @@
 
 namespace corvane {
 
-/// Which PIN is meant for which card.
+/// A PIN and the card that it is for.
 struct PinAttempt {
-  std::string device;  ///< as the option --modem has it
-  std::string sim;     ///< digits of the card's number; empty: the modem does not tell it
+  std::string device;  ///< as given in the option --modem
+  std::string sim;     ///< digits of the card's number; empty: the modem does not report it
   std::string pin;
 };
 
-/// What became of it.
+/// What became of the PIN.
 enum class PinEnd : std::uint8_t {
   kUnknown,  ///< it was sent, and no answer came: the power failed, or the modem was unplugged
   kRefused,
 };
 
-/// The file has a line for each PIN, with a digest in place of the PIN itself (yescrypt, salted). A
-/// digest of four digits is found by trying, which takes minutes here instead of no time; what
-/// protects it is that only its owner can read the file.
+/// The file has a line for each PIN, with a digest in place of the PIN itself (yescrypt, salted).
+/// Four digits can be found from a digest by trying; this digest only makes that take minutes. The
+/// real protection is that only its owner can read the file.
 ///
-/// Two attempts are at the same card when its numbers are equal, or, where one is not known, the
-/// devices are. A file that cannot be read or written is reported once; this run remembers all the
-/// same.
+/// Two attempts are at the same card if the card numbers are equal or, where one is not known, the
+/// devices are. A file that cannot be read or written is reported once; this run still remembers.
 class PinMemory {
  public:
-  static constexpr std::size_t kMost = 32;  ///< PINs; the oldest is forgotten
+  static constexpr std::size_t kMost = 32;  ///< PINs; then the oldest is forgotten
 
-  /// @param folder see StateFolder; empty: this run's memory alone
+  /// @param folder see StateFolder; empty: only this run remembers
   explicit PinMemory(const std::filesystem::path& folder);
 
-  /// Nothing: it was never sent, or accepted when it was sent last.
+  /// nullopt: the PIN was never sent, or was accepted the last time.
   [[nodiscard]] std::optional<PinEnd> Recall(const PinAttempt& attempt);
   void Remember(const PinAttempt& attempt, PinEnd end);
   void Forget(const PinAttempt& attempt);
-  /// No PIN was ever refused, to whatever card.
+  /// No PIN was ever refused, for any card.
   [[nodiscard]] bool IsEmpty();
 
-  /// Empty: there is none.
+  /// Empty: there is no file.
   [[nodiscard]] const std::filesystem::path& file() const { return file_; }
 
  private:
   struct Entry {
-    PinAttempt attempt;  // its PIN is empty if it comes from the file
+    PinAttempt attempt;  // without its PIN if it comes from the file
     std::string digest;  // empty: not yet made
     PinEnd end;
   };

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Warnings that would come again and again: each at most once in a while, with how often it came.
+// Warnings that would otherwise repeat endlessly: each is logged once in a while, with a count.
 // Threads: one.
 #pragma once
 
@@ -13,7 +13,7 @@ class RareWarning {
  public:
   explicit RareWarning(std::chrono::milliseconds interval) : interval_(interval) {}
 
-  /// @param what the same for warnings that count as one
+  /// @param what the same for all warnings that count as one
   void Log(const std::string& what, const std::string& text);
 
  private:

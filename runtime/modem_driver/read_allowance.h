@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// How fast a line is read. No modem says so much for long, so a peer that never pauses (a program
-// at the other end of a TCP connection) costs a bounded share of the processor, and no more.
+// Limits how fast a line is read. No modem sends so much for long, and a peer that never pauses (a
+// program at the other end of a TCP connection) costs only a bounded share of the processor.
 // Threads: the line's own.
 #pragma once
 
@@ -12,13 +12,13 @@
 
 namespace corvane {
 
-/// Octets that may be read: a full store of messages at once, then what a fast line carries.
+/// The octets that may be read: a full store of messages at once, then what a fast line carries.
 class ReadAllowance {
  public:
   static constexpr std::size_t kAtOnce = std::size_t{1} << 20;
   static constexpr std::size_t kPerSecond = std::size_t{128} << 10;
-  static constexpr std::size_t kPiece = 4096;  ///< what a single read takes at most
-  /// A read of a few octets costs as much as one of so many.
+  static constexpr std::size_t kPiece = 4096;  ///< the most that a single read takes
+  /// A read of fewer octets costs as much as one of this many.
   static constexpr std::size_t kLeast = 64;
 
   explicit ReadAllowance(SteadyTime now) : refilled_(now) {}

@@ -9,7 +9,7 @@
 namespace corvane {
 
 /// The refusal in an answer's text with its meaning, such as "+CMS ERROR: 331 (no network
-/// service)"; without a meaning where the standards have none. Empty for an answer that has no such
+/// service)"; without a meaning if the standards give none. Empty if the answer contains no
 /// refusal.
 [[nodiscard]] std::string DescribeRefusal(std::string_view answer);
 

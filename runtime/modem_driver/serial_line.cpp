@@ -34,8 +34,8 @@ using std::chrono::steady_clock;
 
 constexpr auto kConnectTime = std::chrono::seconds(5);
 
-/// A line over an open stream of Boost.Asio. One read is always under way, so that a vanished
-/// device is noticed whenever the loop runs.
+/// A line over an open Boost.Asio stream. One read is always under way, so a vanished device is
+/// noticed whenever the loop runs.
 template <class Stream>
 class AsioLine : public SerialLine {
  public:
@@ -57,7 +57,7 @@ class AsioLine : public SerialLine {
       if (!reading_) StartReading();
       loop_.RunUntil(deadline, [this] { return !reading_; });
     }
-    if (loop_.stopped()) return {};  // a peer that never pauses would hold up the end
+    if (loop_.stopped()) return {};  // a peer that never pauses would delay the end
     return {room_.data(), std::exchange(received_, 0)};
   }
 
@@ -71,7 +71,7 @@ class AsioLine : public SerialLine {
                         all_written = !error;
                         if (error && error != asio::error::operation_aborted) Lose(error);
                       });
-    writing_ = true;  // not before, since starting it may fail for want of memory
+    writing_ = true;  // not before, since starting it may fail for lack of memory
     if (loop_.RunUntil(deadline, [this] { return !writing_; })) return all_written;
     boost::system::error_code ignored;
     stream_.cancel(ignored);  // the read, too; the next Read() starts it again
@@ -85,7 +85,7 @@ class AsioLine : public SerialLine {
  private:
   static constexpr bool kIsDevice = std::is_same_v<Stream, asio::serial_port>;
 
-  /// Waits until the allowance lets the line be read, until the deadline at most.
+  /// Waits until the allowance lets the line be read, but not beyond the deadline.
   bool MayRead(SteadyTime deadline) {
     const SteadyTime next = allowance_.Next(steady_clock::now());
     if (next > steady_clock::now()) loop_.SleepUntil(std::min(next, deadline));
@@ -105,7 +105,7 @@ class AsioLine : public SerialLine {
 
   void Lose(const boost::system::error_code& error) {
     if (!loss_.empty()) return;
-    // The end of a serial device is what the system tells of an unplugged one.
+    // The system reports an unplugged serial device as an end of file.
     loss_ = error == asio::error::eof ? "the other end is gone" : error.message();
   }
 
@@ -125,7 +125,7 @@ class AsioLine : public SerialLine {
   bool writing_ = false;
 };
 
-/// The name of the group, or its number where it has none.
+/// The name of the group, or its number if it has none.
 std::string GroupName(gid_t group) {
   std::array<char, 4096> room{};
   struct ::group entry {};
@@ -161,15 +161,15 @@ std::string WhyNotOpened(const std::string& device, int error) {
     case EACCES:
     case EPERM: return NoPermission(device);
     case EBUSY:
-      return fmt::format("{} is in use by another program (fuser -v {} tells which)", device,
+      return fmt::format("{} is in use by another program (fuser -v {} shows which)", device,
                          device);
-    case EISDIR: return device + " is a folder, no serial device";
+    case EISDIR: return device + " is a folder, not a serial device";
     default: return device + ": " + std::generic_category().message(error);
   }
 }
 
-/// Two programs on one modem steal each other's answers: the terminal's exclusive mode keeps out
-/// others, the lock also those that may open it all the same (root).
+/// Two programs on one modem steal each other's answers. The terminal's exclusive mode keeps others
+/// out; the lock keeps out even those that may open it all the same (root).
 void TakeExclusively(int descriptor, const std::string& device) {
   if (flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
     throw LineError(WhyNotOpened(device, errno == EWOULDBLOCK ? EBUSY : errno));
@@ -181,7 +181,7 @@ void MakeRaw(int descriptor, const std::string& device) {
   termios settings{};
   if (tcgetattr(descriptor, &settings) != 0) throw LineError(WhyNotOpened(device, errno));
   cfmakeraw(&settings);
-  settings.c_cflag |= CREAD | CLOCAL;  // the modem's carrier detect tells nothing about commands
+  settings.c_cflag |= CREAD | CLOCAL;  // the modem's carrier detect says nothing about commands
   if (tcsetattr(descriptor, TCSANOW, &settings) != 0) {
     throw LineError(WhyNotOpened(device, errno));
   }
@@ -192,7 +192,7 @@ std::unique_ptr<SerialLine> OpenSerial(const ModemTarget& target, WaitLoop& loop
   Descriptor descriptor(open(target.device.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
   if (descriptor.get() < 0) throw LineError(WhyNotOpened(target.device, errno));
   if (isatty(descriptor.get()) == 0) {
-    throw LineError(target.device + " is no serial device");
+    throw LineError(target.device + " is not a serial device");
   }
   TakeExclusively(descriptor.get(), target.device);
   MakeRaw(descriptor.get(), target.device);
@@ -207,14 +207,14 @@ std::unique_ptr<SerialLine> OpenSerial(const ModemTarget& target, WaitLoop& loop
                                                   ? serial_port::flow_control::hardware
                                                   : serial_port::flow_control::none));
   } catch (const boost::system::system_error& error) {
-    throw LineError(fmt::format("{} does not take its settings (baud={}): {}", target.device,
+    throw LineError(fmt::format("{} does not accept its settings (baud={}): {}", target.device,
                                 target.baud, error.code().message()));
   }
   tcflush(port.native_handle(), TCIOFLUSH);
   return std::make_unique<AsioLine<serial_port>>(std::move(port), loop);
 }
 
-/// A socket that a process which a block starts does not inherit.
+/// A socket that the processes started by a block do not inherit.
 tcp::socket MakeSocket(const tcp& protocol, WaitLoop& loop) {
   Descriptor descriptor(socket(protocol.family(), SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP));
   if (descriptor.get() < 0) throw LineError(std::generic_category().message(errno));

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The seam to the operating system for the line to a modem: a serial device or a TCP connection to
+// The operating system's side of the line to a modem: a serial device or a TCP connection to
 // a serial device server.
 #pragma once
 
@@ -25,13 +25,13 @@ class SerialLine {
   virtual ~SerialLine() = default;
 
   /// Waits for octets until the deadline; empty: none came, the loop was stopped or the line is
-  /// lost. Valid until the next call. A peer that sends more than any modem for long is read at a
-  /// bounded rate (see ReadAllowance), whatever the deadline.
+  /// lost. Valid until the next call. A peer that keeps sending more than any modem would is read
+  /// at a bounded rate (see ReadAllowance), whatever the deadline.
   [[nodiscard]] virtual std::string_view Read(SteadyTime deadline) = 0;
-  /// False when the other side did not take all of it until the deadline, or the line is lost.
+  /// False if the other side did not accept all of it by the deadline, or the line is lost.
   [[nodiscard]] virtual bool Write(std::string_view octets, SteadyTime deadline) = 0;
-  /// Why the line carries no more octets, for example because the device was unplugged; empty while
-  /// it does.
+  /// Why the line no longer carries octets, for example because the device was unplugged; empty
+  /// while it does.
   [[nodiscard]] virtual const std::string& loss() const = 0;
 };
 

@@ -15,13 +15,13 @@
 namespace corvane {
 namespace {
 
-// The standard's own (3GPP TS 27.007 clause 8.18, file 2FE2 of TS 31.102), then makers' ones.
+// The standard's command (3GPP TS 27.007 clause 8.18, file 2FE2 of TS 31.102), then makers' own.
 constexpr std::array kAskForCardNumber{"AT+CRSM=176,12258,0,0,10\r", "AT+CCID\r", "AT^ICCID?\r",
                                        "AT+ICCID\r", "AT+QCCID\r"};
-/// Digits of a card's number that every command tells; then follow check digit and filling.
+/// Digits of a card's number that every command shows; a check digit and filling follow.
 constexpr std::size_t kCardDigits = 18;
 
-/// What a card has when none was wrong, unless the modem says otherwise.
+/// Tries of a card after no wrong PIN, unless the modem says otherwise.
 constexpr int kUsualTries = 3;
 
 bool IsDigit(char c) {
@@ -50,7 +50,7 @@ void SimPin::Send(const ModemRequest& command) {
   PinAttempt attempt{exchange_.target().Name(), {}, command.pin};
   if (!IsAskedFor(command, attempt)) return;
   if (!memory_.IsEmpty() && IsTooRisky(command, attempt)) return;
-  // Written first: should the power fail now, the PIN may have been a wrong one.
+  // Written before sending: if the power fails now, the PIN may have been wrong.
   memory_.Remember(attempt, PinEnd::kUnknown);
   const ExchangeResult result = ask_(command);
   if (result.final_kind == LineKind::kOk) return memory_.Forget(attempt);
@@ -72,11 +72,12 @@ bool SimPin::IsAskedFor(const ModemRequest& command, const PinAttempt& attempt) 
   const ExchangeResult asked = ask_(ModemRequest("AT+CPIN?\r"));
   if (asked.text.find("+CPIN: SIM PIN\r") != std::string::npos) return true;
   if (asked.text.find("+CPIN: READY\r") != std::string::npos) {
-    // A PIN whose answer was lost has opened it.
+    // A PIN whose answer was lost has opened the card.
     const auto past = memory_.Recall(attempt);
     if (past == PinEnd::kUnknown) memory_.Forget(attempt);
   } else if (!exchange_.stopped()) {
-    NotSent(command, "the SIM asks for no PIN, AT+CPIN? gives '" + Printable(asked.text) + "'");
+    NotSent(command,
+            "the SIM does not ask for a PIN; AT+CPIN? returns '" + Printable(asked.text) + "'");
   }
   return false;
 }
@@ -84,7 +85,7 @@ bool SimPin::IsAskedFor(const ModemRequest& command, const PinAttempt& attempt) 
 bool SimPin::IsTooRisky(const ModemRequest& command, PinAttempt& attempt) {
   attempt.sim = CardNumber();
   const Tries tries = TriesLeft();
-  if (exchange_.state() != ModemExchange::State::kReady) return true;  // it does not answer
+  if (exchange_.state() != ModemExchange::State::kReady) return true;  // the modem does not answer
   const auto past = memory_.Recall(attempt);
   const std::string advice =
       "; correct the option" +
@@ -106,7 +107,7 @@ void SimPin::RememberRefused(PinAttempt attempt) {
   if (!attempt.sim.empty()) return;
   const std::string number = CardNumber();
   if (number.empty()) return;
-  memory_.Forget(attempt);  // it is known by its number from now on
+  memory_.Forget(attempt);  // from now on the card is known by its number
   attempt.sim = number;
   memory_.Remember(attempt, PinEnd::kRefused);
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The PIN among the commands of the option `init` (3GPP TS 27.007 clauses 8.3 and 8.65): sent where
-// the SIM card asks for it, and never twice when it was wrong.
+// The PIN among the commands of the option `init` (3GPP TS 27.007 clauses 8.3 and 8.65): it is sent
+// only if the SIM card asks for it, and never again if it was wrong.
 // Threads: the port's own.
 #pragma once
 
@@ -21,21 +21,21 @@ class SimPin {
   SimPin(ModemExchange& exchange, PinMemory& memory, Ask ask)
       : exchange_(exchange), memory_(memory), ask_(std::move(ask)) {}
 
-  /// Sends the command, which has a PIN, if that does no harm; tells the log why not, or that the
-  /// PIN was not accepted.
+  /// Sends the command, which contains a PIN, if that does no harm; logs why not, or that the PIN
+  /// was not accepted.
   void Send(const ModemRequest& command);
 
  private:
-  /// The card asks for its PIN, and for nothing else.
+  /// Whether the card asks for its PIN, and for nothing else.
   [[nodiscard]] bool IsAskedFor(const ModemRequest& command, const PinAttempt& attempt);
-  /// After a refusal of whatever PIN: this one was refused, or may have been, or it is the last
+  /// After any PIN was refused: whether this one was refused, or may have been, or this is the last
   /// try. Finds the card's number.
   [[nodiscard]] bool IsTooRisky(const ModemRequest& command, PinAttempt& attempt);
   void RememberRefused(PinAttempt attempt);
-  /// Digits of the number on the card (ITU-T E.118); empty: the modem does not tell it.
+  /// Digits of the number on the card (ITU-T E.118); empty: the modem does not report it.
   [[nodiscard]] std::string CardNumber();
   struct Tries {
-    int left = -1;          // negative: the modem does not tell
+    int left = -1;          // negative: the modem does not report it
     bool all_left = false;  // no wrong PIN since the last right one
   };
   [[nodiscard]] Tries TriesLeft();
@@ -46,8 +46,8 @@ class SimPin {
   Ask ask_;
 };
 
-/// The number of a SIM card in the answer of a modem: of AT+CRSM, whose digits are swapped, or of a
-/// maker's command; without what some commands add or leave out at its end. Empty: there is none.
+/// The number of a SIM card in a modem's answer to AT+CRSM, whose digits are swapped, or to a
+/// maker's command; without the final digits that some commands add or leave out. Empty: none.
 [[nodiscard]] std::string CardNumberIn(std::string_view answer);
 
 }  // namespace corvane

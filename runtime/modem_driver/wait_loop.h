@@ -12,13 +12,13 @@ namespace corvane {
 
 using SteadyTime = std::chrono::steady_clock::time_point;
 
-/// An event loop that one thread runs piecemeal. Threads: that one; Stop() from any.
+/// An event loop that one thread runs step by step. Threads: that one; Stop() from any.
 class WaitLoop {
  public:
   [[nodiscard]] boost::asio::io_context& io() { return io_; }
 
-  /// Handles events until done(); false when the deadline comes first or Stop() was called. What is
-  /// ready is handled in any case.
+  /// Handles events until done(); false if the deadline comes first or Stop() was called. Events
+  /// that are ready are handled in any case.
   template <class Done>
   bool RunUntil(SteadyTime deadline, Done done) {
     io_.poll();
@@ -35,7 +35,7 @@ class WaitLoop {
     RunUntil(deadline, [] { return false; });
   }
 
-  /// Ends the running wait and every later one.
+  /// Ends the current wait and every later one.
   void Stop() {
     stopped_ = true;
     boost::asio::post(io_, [] {});

@@ -79,7 +79,7 @@ std::optional<std::string> ParseParameter(Scanner& in) {
   return value;
 }
 
-/// What follows the name of an extended command, up to and with its semicolon.
+/// What follows the name of an extended command, up to and including its semicolon.
 bool ParseExtendedForm(Scanner& in, AtCommand& command) {
   if (in.Accept('?')) {
     command.form = CommandForm::kRead;
@@ -104,7 +104,7 @@ std::string ParseDigits(Scanner& in) {
   return digits;
 }
 
-/// A letter, with "&" in front or not, and its number; an S register with its value.
+/// A letter, with or without a preceding "&", and its number; or an S register and its value.
 bool ParseBasic(Scanner& in, AtCommand& command) {
   if (in.Accept('&')) command.name = "&";
   if (!IsLetter(in.Peek())) return false;

@@ -19,16 +19,16 @@ enum class CommandForm {
 struct AtCommand {
   std::string name;  ///< upper case: "+CMGF", "E", "&F", "S0"
   CommandForm form = CommandForm::kExecute;
-  /// What is set, quotes taken off; "" for a parameter that is left out.
+  /// The values to set, without quotes; "" for a parameter that is left out.
   std::vector<std::string> parameters;
 
-  /// A parameter that is a decimal number, 0..999999; `otherwise` where it is left out; nullopt
-  /// where it is something else.
+  /// A parameter as a decimal number, 0..999999; `otherwise` if it is left out; nullopt if it is
+  /// anything else.
   [[nodiscard]] std::optional<int> Number(std::size_t index, std::optional<int> otherwise) const;
 };
 
-/// The commands after the "AT" of a line, in their order; nullopt where the line is no command
-/// line. Compound lines ("E0V1+CMEE=1;+CREG?") are taken apart.
+/// The commands after the "AT" of a line, in order; nullopt if the line is not a command line.
+/// Compound lines ("E0V1+CMEE=1;+CREG?") are split.
 [[nodiscard]] std::optional<std::vector<AtCommand>> ParseCommands(std::string_view line);
 
 }  // namespace modem_simulator

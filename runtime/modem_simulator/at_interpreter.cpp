@@ -39,7 +39,7 @@ Delays::Duration DelayOf(const std::vector<AtCommand>& commands, const Delays& d
   return longest;
 }
 
-/// The name by which an order of faults knows a command: "CMGS".
+/// A command's name as orders of faults use it: "CMGS".
 std::string_view OrderName(std::string_view name) {
   if (name.starts_with('+')) name.remove_prefix(1);
   return name;
@@ -131,7 +131,7 @@ void AtInterpreter::EndLine() {
     modem_.host.Transmit(line + '\r');
   }
   const auto commands = BehindAttention(line);
-  if (!commands) return SendIndications();  // no command line: nobody is spoken to
+  if (!commands) return SendIndications();  // not a command line: it needs no answer
   if (too_long) return Finish(kError, {});
   last_line_ = *commands;
   StartLine(last_line_);

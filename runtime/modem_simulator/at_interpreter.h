@@ -15,24 +15,24 @@ namespace modem_simulator {
 
 class AtInterpreter {
  public:
-  /// Longer lines are an error; longer messages, too.
+  /// Longer lines are an error, and so are longer messages.
   static constexpr std::size_t kLongestLine = 1024;
-  /// Bytes that may come while the modem is at work; more are lost.
+  /// Bytes that may arrive while the modem is busy; more are lost.
   static constexpr std::size_t kLongestInput = 4096;
   /// Lines that may wait for the end of an exchange; more are lost.
   static constexpr std::size_t kMostIndications = 256;
 
   explicit AtInterpreter(ModemState& modem) : modem_(modem) {}
 
-  /// Bytes from the controller. What comes while the modem is at work waits: a command that is
-  /// typed before a message is confirmed is carried out after it.
+  /// Takes bytes from the controller. What arrives while the modem is busy waits: a command that is
+  /// sent before a message is confirmed is carried out after the confirmation.
   void Feed(std::string_view bytes);
 
-  /// Ends what takes its time: a slow command, or a message that the network confirms. Nothing
-  /// happens when neither is under way.
+  /// Ends a delay: that of a slow command, or of a message that the network confirms. Does nothing
+  /// when neither is under way.
   void Wake();
 
-  /// A line that nobody asked for. It waits while a line is typed or an exchange goes on.
+  /// An unsolicited line. It waits while a command line arrives or an exchange goes on.
   void Indicate(std::string line);
 
   /// As after power-up: what was under way is forgotten.
@@ -65,7 +65,7 @@ class AtInterpreter {
   [[nodiscard]] bool Busy() const { return state_ == State::kWorking || state_ == State::kNetwork; }
   [[nodiscard]] bool Idle() const { return state_ == State::kCommand && line_.empty(); }
   [[nodiscard]] bool Echoes() const;
-  /// Sends the answer that was ordered in place of the true one, if any.
+  /// Sends the answer that was ordered instead of the true one, if any.
   bool AnswerAsOrdered(std::string_view command);
 
   ModemState& modem_;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The commands that the modem understands: one table (commands.cpp), a handler a row.
+// The commands that the modem understands: one table (commands.cpp), with one handler per row.
 #pragma once
 
 #include <string_view>
@@ -9,18 +9,17 @@
 
 namespace modem_simulator {
 
-/// Carries out one command. Information text is appended to `answer`. Unknown ones: ERROR.
+/// Carries out one command. Information text is appended to `answer`. Unknown commands: ERROR.
 [[nodiscard]] Result Execute(ModemState& modem, const AtCommand& command, Answer& answer);
 
-/// The message after the prompt, without its Ctrl-Z. What is to be sent gives kAwaitNetwork; what
-/// is stored or acknowledged, its result; and what is refused, why.
+/// Takes the message after the prompt, without its Ctrl-Z. Returns kAwaitNetwork if it is to be
+/// sent, the result if it is stored or acknowledged, and the reason if it is refused.
 [[nodiscard]] Result TakeMessage(ModemState& modem, std::string_view body, Answer& answer);
 
 /// The network's answer to the message that waits in `outgoing`, which is then taken or lost.
 [[nodiscard]] Result ConfirmMessage(ModemState& modem, Answer& answer);
 
-/// Why a command that moves messages cannot: the SIM card is locked, or a fault was ordered.
-/// kOk when it can.
+/// Why a command cannot move messages: the SIM card is locked, or a fault was ordered. Else kOk.
 [[nodiscard]] Result CheckSim(const ModemState& modem);
 [[nodiscard]] Result CheckTransfer(ModemState& modem, const AtCommand& command);
 

@@ -23,7 +23,7 @@ std::string_view TrimLeft(std::string_view text) {
   return text;
 }
 
-/// Takes a word off the front; what is left begins with the next one.
+/// Removes the first word; the rest begins with the next one.
 std::string_view TakeWord(std::string_view& text) {
   const std::string_view word = text.substr(0, text.find_first_of(" \t"));
   text = TrimLeft(text.substr(word.size()));
@@ -44,22 +44,22 @@ std::optional<int> Number(std::string_view text, int lowest, int highest) {
   return whole && value >= lowest && value <= highest ? std::optional(value) : std::nullopt;
 }
 
-/// `action` with the duration that stands alone in `text`.
+/// `action` with the duration that is all of `text`.
 ConsoleLine WithDuration(std::string_view text,
                          std::function<void(Controls&, Controls::Duration)> action) {
   const auto duration = corvane::ParseDuration(text);
   if (!duration) {
-    return Wrong(fmt::format("'{}' is no duration; write one such as 500ms, 2s or 1min", text));
+    return Wrong(fmt::format("'{}' is not a duration; write one such as 500ms, 2s or 1min", text));
   }
   return Act(
       [duration, action = std::move(action)](Controls& controls) { action(controls, *duration); });
 }
 
-/// `action` with the bytes that `text` stands for.
+/// `action` with the bytes that `text` describes.
 ConsoleLine WithText(std::string_view text,
                      std::function<void(Controls&, const std::string&)> action) {
   auto plain = Unescape(text);
-  if (!plain) return Wrong("a backslash begins none of \\r \\n \\t \\\\ \\xNN");
+  if (!plain) return Wrong("a backslash must begin \\r \\n \\t \\\\ or \\xNN");
   return Act([plain = std::move(*plain), action = std::move(action)](Controls& controls) {
     action(controls, plain);
   });
@@ -80,7 +80,7 @@ ConsoleLine Receive(std::string_view rest) {
     return Wrong("the text is not valid UTF-8, or too long for 255 parts");
   }
   return WithText(rest, [sender](Controls& controls, const std::string& plain) {
-    // Sender and text are right, as was seen when the line was read.
+    // Sender and text are valid: this was checked when the line was read.
     static_cast<void>(controls.modem().Receive(sender, plain));
   });
 }
@@ -112,7 +112,7 @@ std::optional<Result> FailureNamed(std::string_view text) {
   return cme ? Cme(*number) : Cms(*number);
 }
 
-/// A command as faults know it: upper case, without AT and plus sign.
+/// A command as faults name it: in upper case, without AT and plus sign.
 std::string FaultyCommand(std::string_view word) {
   std::string name(word);
   std::transform(name.begin(), name.end(), name.begin(),
@@ -215,14 +215,14 @@ ConsoleLine Time(std::string_view rest) {
   if (rest == "now") return Act([](Controls& controls) { controls.SetTime(std::nullopt); });
   const auto time = gsm::ParseTimeStamp(rest);
   if (!time) {
-    return Wrong(fmt::format("'{}' is no time; write 2026-01-31T12:00:00+01:00 or now", rest));
+    return Wrong(fmt::format("'{}' is not a time; write 2026-01-31T12:00:00+01:00 or now", rest));
   }
   return Act([time](Controls& controls) { controls.SetTime(time); });
 }
 
 ConsoleLine After(std::string_view rest) {
   const std::string_view word = TakeWord(rest);
-  if (rest.starts_with("after")) return Wrong("a line takes one after");
+  if (rest.starts_with("after")) return Wrong("a line can have only one after");
   auto inner = ParseConsoleLine(rest);
   if (!inner.error.empty()) return inner;
   if (!inner.action) return Wrong("write what to do after the time");
@@ -266,8 +266,8 @@ constexpr std::array kConsoleCommands{
     Command{"unsolicited", "TEXT", "send a line that nobody asked for, at once", Unsolicited},
     Command{"interrupt", "TEXT", "send it in the middle of the next PDU that is listed", Interrupt},
     Command{"garbage", "[COUNT]", "send random bytes, at once", Garbage},
-    Command{"answer", "COMMAND TEXT", "answer the next +COMMAND (PDU, *) so", AnswerWith},
-    Command{"delay", "TIME [WHAT]", "of the network, prompt, list or delete from now on", Delay},
+    Command{"answer", "COMMAND TEXT", "answer the next +COMMAND (PDU, *) with TEXT", AnswerWith},
+    Command{"delay", "TIME [WHAT]", "set the delay of network, prompt, list or delete", Delay},
     Command{"network", "on|off", "registered with a network, or not", Network},
     Command{"signal", "0..31|99", "the signal that AT+CSQ shows", Signal},
     Command{"time", "TIME|now", "the service centre's clock", Time},
@@ -288,7 +288,7 @@ ConsoleLine ParseConsoleLine(std::string_view line) {
     return Wrong(fmt::format("'{}' is not a command; help lists them all", Escape(name)));
   }
   if (command->usage.empty() && !rest.empty()) {
-    return Wrong(fmt::format("{} takes nothing else", command->name));
+    return Wrong(fmt::format("{} takes no arguments", command->name));
   }
   ConsoleLine parsed = command->parse(rest);
   if (!parsed.error.empty() && command->parse != After) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The console's language: one command a line.
+// The console's language: one command per line.
 #pragma once
 
 #include <string>
@@ -13,12 +13,12 @@ namespace modem_simulator {
 /// What a line asks for, or what is wrong with it and what to write instead.
 struct ConsoleLine {
   Controls::Action action;  ///< null for an empty line, a comment (#) and an error
-  std::string error;        ///< empty when the line is right
+  std::string error;        ///< empty if the line is correct
 };
 
 [[nodiscard]] ConsoleLine ParseConsoleLine(std::string_view line);
 
-/// One line a command, for `help` and --help.
+/// One line per command, for `help` and --help.
 [[nodiscard]] std::string ConsoleHelp();
 
 }  // namespace modem_simulator

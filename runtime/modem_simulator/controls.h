@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the operator of the simulator can do to the modem: the console's commands act on this.
+// What the operator of the simulator can do to the modem: the console's commands use this.
 #pragma once
 
 #include <chrono>
@@ -18,21 +18,21 @@ class Controls {
 
   virtual ~Controls() = default;
   [[nodiscard]] virtual Modem& modem() = 0;
-  /// A line of output.
+  /// Prints a line.
   virtual void Print(std::string_view line) = 0;
-  /// For so long nothing is heard and nothing is said; what is lost stays lost.
+  /// For this time, nothing is heard and nothing is sent; what is lost stays lost.
   virtual void Mute(Duration duration) = 0;
-  /// For so long what the modem sends is held back; then it goes out.
+  /// For this time, the modem's output is held back; then it is sent.
   virtual void Hold(Duration duration) = 0;
-  /// For so long the line is gone; then the modem starts again.
+  /// For this time, the line is gone; then the modem starts again.
   virtual void Unplug(Duration duration) = 0;
-  /// The modem starts again, and says so.
+  /// The modem restarts, and says so.
   virtual void Restart() = 0;
-  /// So many random bytes for the controller.
+  /// Sends this many random bytes to the controller.
   virtual void SendGarbage(int count) = 0;
-  /// The service centre's time from now on; nullopt for the true one.
+  /// Stops the service centre's clock at this time; nullopt: the true time.
   virtual void SetTime(std::optional<gsm::TimeStamp> time) = 0;
-  /// Acts later.
+  /// Acts after this time.
   virtual void After(Duration delay, Action action) = 0;
   virtual void Quit() = 0;
 };

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// How long the modem takes for what it does, as makers document it: 5 s for a prompt or a deletion,
-// minutes for the network.
+// How long the modem's steps take. Makers document 5 s for a prompt or a deletion, and minutes for
+// the network.
 #pragma once
 
 #include <chrono>
@@ -25,7 +25,7 @@ struct DelayRow {
 };
 
 [[nodiscard]] std::span<const DelayRow> DelayTable();
-/// The row with this name; null when there is none.
+/// The row with this name; null if there is none.
 [[nodiscard]] const DelayRow* FindDelay(std::string_view name);
 
 }  // namespace modem_simulator

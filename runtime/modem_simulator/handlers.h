@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The handlers of the command table. Each carries out one command in each of its forms.
+// The handlers of the command table. Each carries out one command in all its forms.
 #pragma once
 
 #include "runtime/modem_simulator/at_command.h"

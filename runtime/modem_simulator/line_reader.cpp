@@ -69,7 +69,7 @@ void LineReader::Run() {
     waiting_.append(input.data(), static_cast<std::size_t>(size));
     HandleLines();
   }
-  if (!waiting_.empty() && !dropping_) {  // a last line without its end
+  if (!waiting_.empty() && !dropping_) {  // a last line without its line end
     boost::asio::post(io_, [this, line = std::move(waiting_)] { callbacks_.on_line(line); });
   }
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Lines from standard input for a program that runs an io_context. A thread of its own reads: a
-// terminal that others share must not be made non-blocking. It reads on when the lines that it has
-// read are handled, so that input without end takes no more memory than a line.
+// Reads lines from standard input for a program that runs an io_context. It reads on its own
+// thread, because a terminal that others share must not be made non-blocking. It reads on only when
+// the lines that it has read are handled, so endless input takes no more memory than one line.
 #pragma once
 
 #include <boost/asio/io_context.hpp>
@@ -16,11 +16,11 @@ namespace modem_simulator {
 class LineReader {
  public:
   struct Callbacks {
-    /// Within the io_context, for each line.
+    /// Called within the io_context, for each line.
     std::function<void(const std::string&)> on_line;
-    /// Within the io_context, in place of a line that is longer than kLongestLine.
+    /// Called within the io_context, instead of a line that is longer than kLongestLine.
     std::function<void()> on_long_line;
-    /// In a thread of our own: whether lines can be taken now. Asked again until it is so.
+    /// Called on the reader's thread: whether lines can be accepted now. Asked until it is true.
     std::function<bool()> ready = [] { return true; };
   };
 
@@ -34,19 +34,19 @@ class LineReader {
 
  private:
   void Run();
-  /// Until `descriptor` is readable; false when the thread is to end.
+  /// Waits until `descriptor` is readable; false if the thread must end.
   [[nodiscard]] bool Await(int descriptor) const;
-  /// Takes whole lines out of `waiting_`, and has them handled.
+  /// Takes whole lines out of `waiting_` and has them handled.
   void HandleLines();
   [[nodiscard]] bool AwaitReadiness() const;
 
   boost::asio::io_context& io_;
   int descriptor_;
   Callbacks callbacks_;
-  corvane::Descriptor stop_;     // readable when the thread is to end
+  corvane::Descriptor stop_;     // readable when the thread must end
   corvane::Descriptor handled_;  // readable when the lines that were posted are handled
   std::string waiting_;          // at most kLongestLine and one piece of input
-  bool dropping_ = false;        // until the end of a line that is too long
+  bool dropping_ = false;        // up to the end of a line that is too long
   std::thread thread_;
 };
 

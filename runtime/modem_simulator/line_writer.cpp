@@ -17,7 +17,7 @@
 namespace modem_simulator {
 namespace {
 
-constexpr std::size_t kMostAtOnce = 4096;  // a pipe that is ready takes so much without waiting
+constexpr std::size_t kMostAtOnce = 4096;  // a pipe that is ready accepts this much without waiting
 constexpr int kOutputPauseMs = 50;
 constexpr std::chrono::seconds kReaderPatience{1};
 
@@ -64,7 +64,7 @@ class LineWriter::Queue {
     changed_.notify_all();
   }
 
-  /// Waits for the thread to write what is left, as long as it makes headway.
+  /// Waits for the thread to write what is left, as long as it makes progress.
   void End() {
     std::unique_lock lock(mutex_);
     TellLeftOut();
@@ -120,7 +120,7 @@ class LineWriter::Queue {
     const std::lock_guard lock(mutex_);
     failed_ = true;
     waiting_.clear();
-    // Under the lock: after End() nobody is called any more.
+    // Under the lock, so that nothing is called after End().
     if (!ending_) on_failure_();
     return false;
   }
@@ -142,7 +142,7 @@ class LineWriter::Queue {
 
 LineWriter::LineWriter(int descriptor, std::function<void()> on_failure)
     : queue_(std::make_shared<Queue>(descriptor, std::move(on_failure))) {
-  // A terminal may take a write and never end it; such a thread must not keep the program.
+  // A terminal may never finish a write; such a thread must not keep the program from ending.
   std::thread([queue = queue_] { queue->Run(); }).detach();
 }
 

@@ -15,7 +15,7 @@
 namespace modem_simulator {
 namespace {
 
-constexpr std::size_t kSimRecord = 176;  // octets that a SIM card keeps of a message
+constexpr std::size_t kSimRecord = 176;  // octets of a message that a SIM card stores
 
 std::string PduLine(ModemState& modem, const gsm::Octets& pdu) {
   std::string line = gsm::ToHexadecimal(pdu);
@@ -44,7 +44,7 @@ std::string Entry(ModemState& modem, const StoredMessage& message, Shown shown) 
                                   : PduEntry(modem, message);
 }
 
-/// A number in PDU mode, words in text mode; nullopt when it is neither.
+/// A number in PDU mode, words in text mode; nullopt if it is neither.
 std::optional<MessageStatus> StatusFilter(const ModemState& modem, const AtCommand& command) {
   constexpr std::array kAll{MessageStatus::kUnread, MessageStatus::kRead, MessageStatus::kUnsent,
                             MessageStatus::kSent, MessageStatus::kAll};
@@ -60,12 +60,12 @@ std::optional<MessageStatus> StatusFilter(const ModemState& modem, const AtComma
   return found == kAll.end() ? std::nullopt : std::optional(*found);
 }
 
-/// What was listed is no longer unread.
+/// A message that was listed is no longer unread.
 void MarkRead(StoredMessage& message) {
   if (message.status == MessageStatus::kUnread) message.status = MessageStatus::kRead;
 }
 
-/// The index that a command gives, when it is a place of the store.
+/// The index in a command, if it is a place of the store.
 std::optional<int> Place(const ModemState& modem, const AtCommand& command) {
   const auto index = command.Number(0, std::nullopt);
   return index && modem.store.IsPlace(*index) ? index : std::nullopt;
@@ -133,7 +133,7 @@ Result Read(ModemState& modem, const AtCommand& command, Answer& answer) {
   const auto index = Place(modem, command);
   if (!index) return Cms(kInvalidIndex);
   StoredMessage* message = modem.store.Find(*index);
-  if (message == nullptr) return kOk;  // nothing there: no text, and no error
+  if (message == nullptr) return kOk;  // an empty place: no text, and no error
   answer.push_back(modem.Header(command.name) + Entry(modem, *message, Shown::kRead));
   MarkRead(*message);
   return kOk;

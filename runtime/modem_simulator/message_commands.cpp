@@ -14,7 +14,7 @@ namespace {
 
 constexpr int kSubmitType = 0x01;  // the lowest two bits of the first octet
 
-/// A number from 0 to 255; what it was where it is left out.
+/// A number from 0 to 255; the former value if it is left out.
 bool TakeOctet(const AtCommand& command, std::size_t index, int& value) {
   const auto given = command.Number(index, value);
   if (!given || *given > 0xFF) return false;
@@ -51,7 +51,7 @@ Result MessageFormat(ModemState& modem, const AtCommand& command, Answer& answer
   return result;
 }
 
-/// AT+CPMS: there is one memory, the SIM card's, for each of the three uses.
+/// AT+CPMS: the SIM card's memory is the only one, for all three uses.
 Result Storage(ModemState& modem, const AtCommand& command, Answer& answer) {
   if (command.form == CommandForm::kTest) {
     answer.emplace_back("+CPMS: (\"SM\"),(\"SM\"),(\"SM\")");

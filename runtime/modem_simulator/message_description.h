@@ -13,11 +13,12 @@ namespace modem_simulator {
 /// "status report 0 on message 3 to +1555", or its digits where it cannot be decoded.
 [[nodiscard]] std::string DescribeMessage(gsm::OctetSpan octets);
 
-/// Tells what the controller has sent: each part, and each message once it is whole, as
+/// Reports what the controller has sent: each part, and each message once it is whole, as
 /// "sent to +15550101234: hello", or "part 1 of 2 to +15550101234" for a part of more.
 void ReportSent(ModemState& modem, const gsm::SubmitPdu& pdu);
 
-/// "sent to +15550101234 in 2 parts: ..."; "unfinished to ...: 1 of 2 parts: ..." when some lack.
+/// "sent to +15550101234 in 2 parts: ..."; "unfinished to ..., 1 of 2 parts: ..." if some are
+/// missing.
 [[nodiscard]] std::string DescribeSent(const SentMessage& message);
 
 }  // namespace modem_simulator

@@ -17,22 +17,22 @@ struct SentMessage {
   gsm::Address destination;
   std::string text;  ///< UTF-8; 8-bit data as hexadecimal digits
   gsm::Alphabet alphabet = gsm::Alphabet::kDefault;
-  std::size_t parts = 1;  ///< that came
+  std::size_t parts = 1;  ///< that have arrived
   std::size_t total = 1;  ///< that belong to it
   bool header_ignored = false;
 };
 
-/// Parts belong together when destination, reference and number of parts agree; a part that comes
-/// again replaces the one before. At most kMostUnfinished messages wait for parts; the oldest
-/// gives way.
+/// Parts belong together if destination, reference and number of parts agree; a part that comes
+/// again replaces the earlier one. At most kMostUnfinished messages wait for parts; then the oldest
+/// is dropped.
 class MessageJoiner {
  public:
   static constexpr std::size_t kMostUnfinished = 256;
 
-  /// Takes a part; gives the message when it is whole.
+  /// Takes a part; returns the message if it is whole.
   [[nodiscard]] std::optional<SentMessage> Add(const gsm::SubmitPdu& part);
 
-  /// What has come of the messages that wait for parts, in order of their first part.
+  /// The messages that wait for parts, as far as they have arrived, in order of their first part.
   [[nodiscard]] std::vector<SentMessage> Unfinished() const;
 
  private:
@@ -44,7 +44,7 @@ class MessageJoiner {
 
   std::list<Pending>::iterator PendingFor(const gsm::SubmitPdu& part);
 
-  std::list<Pending> pending_;  // the oldest first
+  std::list<Pending> pending_;  // oldest first
 };
 
 }  // namespace modem_simulator

@@ -12,7 +12,7 @@ namespace {
 constexpr int kOfTheSim = 2;  // message classes
 constexpr int kOfTheController = 3;
 
-/// What cannot be decoded is treated as any message.
+/// A PDU that cannot be decoded is treated like any message.
 bool IsStatusReport(gsm::OctetSpan pdu) {
   gsm::StatusReportPdu report;
   return static_cast<bool>(gsm::DecodeStatusReport(pdu, report));

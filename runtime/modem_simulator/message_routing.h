@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What AT+CNMI makes of a message that arrives (3GPP TS 27.005 clause 3.4.1).
+// How AT+CNMI routes a message that arrives (3GPP TS 27.005 clause 3.4.1).
 #pragma once
 
 #include <cstdint>
@@ -14,12 +14,12 @@ enum class Route : std::uint8_t {
   kDiscard,
   kStore,
   kStoreAndTell,  ///< +CMTI, +CDSI
-  kHandOn,        ///< +CMT, +CDS: it is never stored
+  kHandOn,        ///< +CMT, +CDS: the message is not stored
 };
 
 [[nodiscard]] Route RouteOf(gsm::OctetSpan pdu, const Indications& indications);
 
-/// The line that tells of a message in a place: `+CMTI: "SM",1`.
+/// The line that announces a message in a place: `+CMTI: "SM",1`.
 [[nodiscard]] std::string PlaceNews(const ModemState& modem, gsm::OctetSpan pdu, int place);
 
 /// The lines that hand a message on: "+CMT: ,30" and the PDU, or the message as text mode shows it.

@@ -29,14 +29,14 @@ struct StoredMessage {
 
 class MessageStore {
  public:
-  /// So many places, numbered from `first_index` on.
+  /// This many places, numbered from `first_index`.
   MessageStore(int size, int first_index) : size_(size), first_index_(first_index) {}
 
-  /// Puts a message into the lowest free place; nullopt when all are taken.
+  /// Puts a message into the lowest free place; nullopt if all are taken.
   std::optional<int> Add(MessageStatus status, gsm::Octets pdu);
-  /// The message in a place; null when there is none.
+  /// The message in a place; null if there is none.
   [[nodiscard]] StoredMessage* Find(int index);
-  /// False when the place was empty.
+  /// False if the place was empty.
   bool Erase(int index) { return messages_.erase(index) != 0; }
 
   [[nodiscard]] bool IsPlace(int index) const {

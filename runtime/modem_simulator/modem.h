@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A GSM modem with its SIM card and the network behind it. No I/O of its own: a ModemHost carries
-// its bytes, keeps time and shows its reports. One thread.
+// A GSM modem with its SIM card and the network behind it. It does no I/O itself: a ModemHost
+// carries its bytes, keeps time and shows its reports. One thread.
 #pragma once
 
 #include <deque>
@@ -17,11 +17,11 @@ namespace modem_simulator {
 
 class Modem {
  public:
-  /// Indications that are kept while AT+CNMI=0 forbids them; then the oldest gives way, as 3GPP TS
-  /// 27.005 clause 3.4.1 has it.
+  /// Indications that are kept while AT+CNMI=0 forbids them; then the oldest is dropped, as 3GPP TS
+  /// 27.005 clause 3.4.1 says.
   static constexpr std::size_t kMostKeptIndications = 256;
 
-  /// `host` outlives the modem.
+  /// `host` must outlive the modem.
   Modem(const ModemOptions& options, ModemHost& host);
 
   // The controller's side.
@@ -29,15 +29,15 @@ class Modem {
     interpreter_.Feed(bytes);
     Settle();
   }
-  /// The delay that the host was asked for is over.
+  /// The delay that was requested from the host is over.
   void Wake() {
     interpreter_.Wake();
     Settle();
   }
 
-  // The network's side. Messages that the modem cannot take now wait in the network: the store is
-  // full, the SIM card locked, the network out of reach, the modem unplugged.
-  /// A text, in parts where it is long. False: no address, no UTF-8, or too long.
+  // The network's side. Messages that the modem cannot accept now wait in the network: the store is
+  // full, the SIM card locked, the network out of reach, or the modem unplugged.
+  /// A text, in parts if it is long. False: not an address, not UTF-8, or too long.
   [[nodiscard]] bool Receive(const gsm::Address& sender, std::string_view text);
   /// 8-bit data.
   [[nodiscard]] bool ReceiveOctets(const gsm::Address& sender, gsm::OctetSpan octets);
@@ -50,23 +50,23 @@ class Modem {
 
   // Faults.
   [[nodiscard]] Faults& faults() { return state_.faults; }
-  /// A line that the modem sends on its own, at once, whatever goes on.
+  /// A line that the modem sends on its own, at once, whatever else is going on.
   void SendUnsolicited(std::string_view line);
-  /// Without supply: nothing is received.
+  /// Without power: nothing is received.
   void PowerOff();
-  /// Starts again: echo on, PIN asked for again, what was under way forgotten. Stored messages
-  /// stay.
+  /// Restarts: echo is on, the PIN is asked for again, what was under way is forgotten. Stored
+  /// messages stay.
   void PowerOn();
 
-  /// The messages of the store and of the network, and unfinished ones, a line each.
+  /// The messages in the store and in the network, and unfinished ones, one line each.
   [[nodiscard]] std::vector<std::string> Describe();
 
  private:
   bool ReceiveParts(const gsm::Address& sender,
                     const std::optional<std::vector<gsm::UserData>>& parts);
   void ReportWaiting();
-  /// Does what the last event has made possible: takes messages out of the network, and tells what
-  /// has changed.
+  /// Does what the last event has made possible: takes messages out of the network, and announces
+  /// what has changed.
   void Settle();
   void TellRegistration(Domain domain, bool& was_registered);
   [[nodiscard]] bool CanTake(Route route) const;
@@ -78,7 +78,7 @@ class Modem {
   ModemState state_;
   AtInterpreter interpreter_;
   std::deque<std::string> kept_indications_;
-  bool circuit_registered_;  // as told last
+  bool circuit_registered_;  // as last announced
   bool packet_registered_;
   std::uint16_t reference_ = 0;
   bool powered_ = true;

@@ -9,7 +9,7 @@ namespace {
 constexpr std::size_t kTimeLength = 17;  // "26/01/31,12:00:00"
 constexpr std::size_t kZoneLength = 3;   // "+04"
 
-/// Quarters of an hour as ISO 8601 writes a zone: "+01:00"; as they are where they are none.
+/// Quarters of an hour as ISO 8601 writes a zone: "+01:00"; unchanged if they are not quarters.
 std::string IsoZone(std::string_view quarters) {
   if (quarters.find_first_not_of("0123456789", 1) != std::string_view::npos) {
     return std::string(quarters);

@@ -12,10 +12,11 @@
 namespace modem_simulator {
 
 [[nodiscard]] std::string FormatModemTime(const gsm::TimeStamp& time);
-/// The zone may be left out, which means UTC. nullopt for anything else and days that do not exist.
+/// The zone may be left out, which means UTC. nullopt for anything else, and for days that do not
+/// exist.
 [[nodiscard]] std::optional<gsm::TimeStamp> ParseModemTime(std::string_view text);
 
-/// Shows the network's time until it is set; from then on it runs on from what it was set to.
+/// Shows the network's time until it is set; from then on it runs from the time that was set.
 class ModemClock {
  public:
   void Set(const gsm::TimeStamp& time, const gsm::TimeStamp& network_time);

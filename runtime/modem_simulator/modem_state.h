@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What a modem knows and remembers. Plain data: the commands work on it, the interpreter and the
-// network side own its order of events. One thread.
+// What a modem knows and remembers. Plain data: the commands work on it; the interpreter and the
+// network side decide the order of events. One thread.
 #pragma once
 
 #include <array>
@@ -25,23 +25,23 @@
 
 namespace modem_simulator {
 
-/// What the modem needs of the world around it.
+/// What the modem needs from its surroundings.
 class ModemHost {
  public:
   virtual ~ModemHost() = default;
-  /// Bytes for the controller.
+  /// Sends bytes to the controller.
   virtual void Transmit(std::string_view bytes) = 0;
-  /// Modem::Wake is to be called after `delay`, not from within this call. One call at a time
-  /// waits.
+  /// Has Modem::Wake called after `delay`, but not from within this call. Only one call waits at a
+  /// time.
   virtual void WakeAfter(std::chrono::nanoseconds delay) = 0;
-  /// One line for the operator: what was sent, received, deleted.
+  /// Prints one line for the operator: what was sent, received, deleted.
   virtual void Report(std::string_view line) = 0;
   /// The service centre's clock.
   [[nodiscard]] virtual gsm::TimeStamp Now() = 0;
 };
 
 struct ModemOptions {
-  std::string pin;      ///< empty: none is asked for
+  std::string pin;      ///< empty: the SIM card asks for none
   int store_size = 20;  ///< places, 1..10000
   Delays delays;
   Quirks quirks;
@@ -61,7 +61,7 @@ struct Registers {
   int backspace = '\b';
 };
 
-/// What text mode cannot say of a message that is sent or stored (AT+CSMP, 3GPP TS 27.005 clause
+/// What text mode cannot say about a message that is sent or stored (AT+CSMP, 3GPP TS 27.005 clause
 /// 3.3.1).
 struct TextParameters {
   /// 3GPP TS 23.040 clause 9.2.3.3.
@@ -79,7 +79,7 @@ struct TextParameters {
   int data_coding_scheme = 0;
 };
 
-/// What ATZ and a restart set back.
+/// What ATZ and a restart reset.
 struct Settings {
   bool echo = true;
   bool quiet = false;  ///< ATQ1: no results
@@ -90,17 +90,17 @@ struct Settings {
   Indications indications;
   TextParameters text_parameters;
   int show_text_parameters = 0;  ///< AT+CSDH
-  int message_service = 0;       ///< AT+CSMS: 1 means that what is handed on is acknowledged
+  int message_service = 0;       ///< AT+CSMS: 1: messages that are handed on must be acknowledged
   int circuit_reports = 0;       ///< AT+CREG
   int packet_reports = 0;        ///< AT+CGREG
   int operator_format = 0;       ///< AT+COPS: 0 long, 1 short, 2 numeric
 };
 
-/// What a command has announced that prompts for a message.
+/// What a command that prompts for a message has announced.
 struct Announcement {
   enum class Purpose : std::uint8_t { kSend, kStore, kAcknowledge };
 
-  /// The command of the purpose, for the operator.
+  /// The command for this purpose, for the operator.
   [[nodiscard]] std::string_view CommandName() const {
     switch (purpose) {
       case Purpose::kSend: return "AT+CMGS";
@@ -116,14 +116,14 @@ struct Announcement {
   MessageStatus status = MessageStatus::kUnsent;  ///< kStore
 };
 
-/// PDUs that the network keeps for a modem that cannot take them; more are lost.
+/// PDUs that the network keeps for a modem that cannot accept them; more are lost.
 constexpr std::size_t kMostInNetwork = 10000;
 
 /// A message that waits for the network.
 struct Outgoing {
   gsm::SubmitPdu pdu;
   std::string_view command;  ///< "+CMGS", or "+CMSS" for a stored one
-  int place = 0;             ///< of the stored one
+  int place = 0;             ///< of the stored message
 };
 
 struct ModemState {
@@ -133,7 +133,7 @@ struct ModemState {
         sim(options.pin),
         store(options.store_size, options.quirks.Has(Quirk::kIndexFromZero) ? 0 : 1) {}
 
-  /// With a network that takes messages.
+  /// Whether there is a network that accepts messages.
   [[nodiscard]] bool online() const {
     constexpr int kDeregistered = 2;
     return sim.ready() && registered && operator_selection != kDeregistered;
@@ -153,7 +153,7 @@ struct ModemState {
   MessageJoiner joiner;  ///< of what the controller sends
   gsm::Address service_centre = "+15550000000";
   int signal = 20;                             ///< AT+CSQ: 0..31, 99 unknown
-  bool registered = true;                      ///< a network is in reach
+  bool registered = true;                      ///< a network is within reach
   int operator_selection = 0;                  ///< AT+COPS: 0 automatic, 1 by hand, 2 none
   bool packet_attached = true;                 ///< AT+CGATT
   int line_speed = 0;                          ///< AT+IPR; 0: found automatically
@@ -162,10 +162,10 @@ struct ModemState {
   ModemClock clock;
   Announcement announcement;
   std::optional<Outgoing> outgoing;
-  /// PDUs for the modem that it has not taken yet, the oldest first.
+  /// PDUs that the modem has not yet accepted, oldest first.
   std::deque<gsm::Octets> in_network;
-  bool acknowledgement_due = false;    ///< of what was handed on, by AT+CNMA
-  std::uint8_t message_reference = 0;  ///< of the message sent last
+  bool acknowledgement_due = false;    ///< AT+CNMA must acknowledge what was handed on
+  std::uint8_t message_reference = 0;  ///< of the last message sent
 };
 
 }  // namespace modem_simulator

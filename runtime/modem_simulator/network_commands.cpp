@@ -54,7 +54,7 @@ void ShowOperator(const ModemState& modem, Answer& answer) {
   answer.push_back(fmt::format("+COPS: {}{}", modem.operator_selection, name));
 }
 
-/// Whether an operator that is chosen by hand is the one there is.
+/// Whether an operator that is chosen by hand is the one that exists.
 bool IsOurOperator(const AtCommand& command, int format, CharacterSet set) {
   const std::string& wanted = command.parameters.at(2);
   const std::string_view name = kOperator.at(static_cast<std::size_t>(format));

@@ -10,13 +10,14 @@
 
 namespace modem_simulator {
 
-/// Whether a list of values as a test form shows it has this one: "0-2,99".
+/// Whether a list of values, written as in a test form ("0-2,99"), contains this one.
 [[nodiscard]] bool Offers(std::string_view choices, int value);
 
-/// The whole command: "=?" shows `offered`, one list of values a parameter, "?" shows `values`, and
+/// The whole command: "=?" shows `offered`, one list of values per parameter, "?" shows `values`,
+/// and
 /// "=" sets them. A parameter that is left out keeps its value; without any, all become 0, which is
-/// the default of the commands for which this is used. Any other value, or one parameter too many,
-/// gives `refusal`, and nothing is set. `offered` and `values` have the same size.
+/// the default of the commands for which this is used. For any other value, or one parameter too
+/// many, returns `refusal` and sets nothing. `offered` and `values` must have the same size.
 [[nodiscard]] Result NumericParameters(const AtCommand& command,
                                        std::span<const std::string_view> offered,
                                        std::span<int> values, Result refusal, Answer& answer);

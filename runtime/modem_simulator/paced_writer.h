@@ -12,7 +12,7 @@
 
 namespace modem_simulator {
 
-/// Bytes a second of a serial line with 8 data bits and 1 stop bit; 0 for no limit.
+/// Bytes per second on a serial line with 8 data bits and 1 stop bit; 0 for no limit.
 constexpr int BytesPerSecond(int baud_rate) {
   return baud_rate / 10;
 }
@@ -31,7 +31,7 @@ class PacedWriter {
     if (!busy_) Continue();
   }
 
-  /// Forgets what waits; to be called when the stream is closed.
+  /// Forgets what is waiting; call this when the stream is closed.
   void Clear() {
     ++generation_;  // what is under way ends without effect
     timer_.cancel();

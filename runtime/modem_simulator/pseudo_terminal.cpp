@@ -54,10 +54,11 @@ Descriptor NewTerminal() {
   return master;
 }
 
-/// The next program does not read the last one's answers. False: the terminal cannot be opened.
+/// Ensures that the next program does not read the last one's answers. False: the terminal cannot
+/// be opened.
 bool DropUnread(const std::string& device) {
   const Descriptor slave(
-      OpenDevice(device));  // closed on return: open, it would look like a program
+      OpenDevice(device));  // closed on return; while open, it would look like a program
   if (slave.get() < 0) return false;
   tcflush(slave.get(), TCIFLUSH);
   return true;
@@ -111,7 +112,7 @@ std::string PseudoTerminal::Address() const {
   return link_.empty() ? device : fmt::format("link={} {}", link_.string(), device);
 }
 
-/// The kernel tells nobody that a program has opened the terminal: look every few milliseconds.
+/// The kernel does not report that a program has opened the terminal: look every few milliseconds.
 void PseudoTerminal::AwaitProgram() {
   if (InUse(master_.native_handle())) {
     open_ = true;
@@ -149,7 +150,7 @@ void PseudoTerminal::PointLink() {
   std::error_code error;
   if (fs::exists(fs::symlink_status(link_, error)) && !fs::is_symlink(link_, error)) {
     throw std::runtime_error(fmt::format(
-        "{} is there and is no link; remove it or choose another name", link_.string()));
+        "{} exists and is not a link; remove it or choose another name", link_.string()));
   }
   const fs::path fresh = link_.string() + fmt::format(".{}", getpid());
   fs::create_symlink(device_, fresh, error);

@@ -17,7 +17,7 @@ namespace modem_simulator {
 
 class PseudoTerminal : public Line {
  public:
-  /// `link`: a symbolic link that is to point to the terminal; empty for none.
+  /// `link`: path of a symbolic link to the terminal; empty for none.
   PseudoTerminal(boost::asio::io_context& io, std::filesystem::path link, int bytes_per_second,
                  OnBytes on_bytes);
   PseudoTerminal(const PseudoTerminal&) = delete;
@@ -42,7 +42,7 @@ class PseudoTerminal : public Line {
   PacedWriter<boost::asio::posix::stream_descriptor> writer_;
   boost::asio::steady_timer look_again_;
   std::string device_;
-  bool open_ = false;  // by a program
+  bool open_ = false;  // a program has the terminal open
   std::array<char, 4096> input_{};
 };
 

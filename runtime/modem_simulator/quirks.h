@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Oddities of real modems that the simulator can show, so that a driver can be tested with them.
+// Oddities of real modems that the simulator can imitate, so that a driver can be tested with them.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Text with control characters on one line of a terminal, and back.
+// Converts text with control characters to one line for a terminal, and back.
 #pragma once
 
 #include <optional>
@@ -8,10 +8,10 @@
 
 namespace modem_simulator {
 
-/// As corvane::Printable, and the backslash doubled, so that Unescape gives `text` again.
+/// Like corvane::Printable, but also doubles backslashes, so that Unescape returns `text` again.
 [[nodiscard]] std::string Escape(std::string_view text);
 
-/// The reverse; nullopt where a backslash begins none of these.
+/// The reverse; nullopt if a backslash begins none of these.
 [[nodiscard]] std::optional<std::string> Unescape(std::string_view text);
 
 }  // namespace modem_simulator

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Where the modem is registered, as AT+CREG and AT+CGREG tell it and as it is announced (3GPP TS
+// Where the modem is registered, as AT+CREG and AT+CGREG show it and as it is announced (3GPP TS
 // 27.007 clauses 7.2, 10.1.20).
 #pragma once
 

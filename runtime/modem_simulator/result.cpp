@@ -8,7 +8,7 @@
 namespace modem_simulator {
 namespace {
 
-/// The words of AT+CMEE=2; the number where we have none.
+/// The words of AT+CMEE=2; the number if we have none.
 std::string CmeWords(int number) {
   switch (number) {
     case kCmeOperationNotAllowed: return "operation not allowed";
@@ -30,7 +30,7 @@ std::string DescribeCmeError(int number, int error_level) {
   }
 }
 
-/// The number that ATV0 gives in place of words; nullopt where the words stay.
+/// The number that ATV0 shows instead of words; nullopt if the words stay.
 std::optional<int> NumericCode(Result result, int error_level) {
   switch (result.kind) {
     case ResultKind::kOk: return 0;

@@ -14,8 +14,8 @@ enum class ResultKind {
   kNoCarrier,
   kCmsError,      ///< +CMS ERROR: number
   kCmeError,      ///< +CME ERROR: number
-  kPrompt,        ///< no result yet: a message is to follow
-  kAwaitNetwork,  ///< no result yet: the network has to confirm
+  kPrompt,        ///< no result yet: a message must follow
+  kAwaitNetwork,  ///< no result yet: the network must confirm
 };
 
 struct Result {
@@ -58,7 +58,7 @@ enum CmeError : int {
   kCmeIncorrectParameters = 50,
 };
 
-/// The information text of an answer: each block is framed on its own, and may hold several lines.
+/// The information text of an answer: each block is framed separately, and may have several lines.
 using Answer = std::vector<std::string>;
 
 /// How results are written; the settings of ATV and AT+CMEE.

@@ -57,7 +57,7 @@ Result AnnounceText(ModemState& modem, const AtCommand& command, Purpose purpose
   return kPrompt;
 }
 
-/// Digits that were announced; nullopt, with a report, when they are not what was announced.
+/// The octets of the digits; nullopt, with a report, if they are not what was announced.
 std::optional<gsm::Octets> TakeDigits(ModemState& modem, std::string_view body) {
   std::string digits(body);
   std::erase(digits, '\r');
@@ -77,7 +77,7 @@ std::optional<gsm::Octets> TakeDigits(ModemState& modem, std::string_view body) 
   return octets;
 }
 
-/// Whether a PDU is a message of the modem, or for it; reports what is wrong.
+/// Whether a PDU is a message from the modem, or for it; reports what is wrong.
 bool CheckPdu(ModemState& modem, gsm::OctetSpan octets, MessageStatus status) {
   gsm::SubmitPdu submit;
   gsm::DeliverPdu deliver;
@@ -116,7 +116,7 @@ std::optional<gsm::Octets> TakeBody(ModemState& modem, std::string_view body) {
   return octets;
 }
 
-/// The network takes the message, or leaves it.
+/// The network accepts the message, or refuses it.
 std::optional<Result> Failure(ModemState& modem, std::string_view command) {
   if (const auto ordered = modem.faults.TakeFailure(command.substr(1))) return ordered;
   if (!modem.online()) return Cms(kNoNetworkService);

@@ -23,7 +23,7 @@ void Trace(std::string_view who, std::string_view bytes) {
   if (spdlog::should_log(spdlog::level::trace)) spdlog::trace("{:<10} {}", who, Escape(bytes));
 }
 
-/// What this machine's clock is ahead of UTC, in whole quarters of an hour.
+/// How far this machine's clock is ahead of UTC, in whole quarters of an hour.
 int LocalOffsetMinutes(std::chrono::system_clock::time_point now) {
   const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
   std::tm local{};
@@ -88,7 +88,7 @@ void Simulator::Transmit(std::string_view bytes) {
   if (output_.size() + bytes.size() <= kMostOutput) output_ += bytes;
 }
 
-/// All that one event made the modem say goes out at once.
+/// All that one event made the modem say is sent at once.
 void Simulator::Flush() {
   if (held_ || output_.empty()) return;
   Trace("modem", output_);
@@ -140,7 +140,7 @@ void Simulator::Unplug(Duration duration) {
   });
 }
 
-/// Its name may have been taken meanwhile: then it tries again and again.
+/// If its name has been taken meanwhile, tries again and again.
 void Simulator::Replug() {
   try {
     for (const auto& line : lines_) line->Plug();

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // A modem with its lines, its clock and its operator. Belongs to the thread that runs the
-// io_context, which outlives it.
+// io_context, which must outlive it.
 #pragma once
 
 #include <boost/asio/io_context.hpp>
@@ -27,8 +27,8 @@ struct SimulatorOptions {
   std::string tcp;             ///< HOST:PORT; empty: no TCP
   bool pseudo_terminal = true;
   int baud_rate = 0;                   ///< 0: as fast as it goes
-  unsigned seed = 1;                   ///< of random bytes
-  std::optional<gsm::TimeStamp> time;  ///< nullopt: the true one
+  unsigned seed = 1;                   ///< of the random bytes
+  std::optional<gsm::TimeStamp> time;  ///< nullopt: the true time
 };
 
 class Simulator : public Controls, private ModemHost {
@@ -51,7 +51,7 @@ class Simulator : public Controls, private ModemHost {
   void After(Duration delay, Action action) override;
   void Quit() override;
 
-  /// Carries out what the operator wants.
+  /// Carries out the operator's action.
   void Do(const Action& action);
 
  private:
@@ -78,9 +78,9 @@ class Simulator : public Controls, private ModemHost {
   boost::asio::steady_timer wake_timer_;
   boost::asio::steady_timer hold_timer_;
   boost::asio::steady_timer plug_timer_;
-  std::list<boost::asio::steady_timer> later_;  // one an action that waits
+  std::list<boost::asio::steady_timer> later_;  // one for each action that waits
   std::mt19937 random_;
-  std::string output_;  // of the event that is handled, or of the time that is held back
+  std::string output_;  // of the current event, or of the time in which output is held back
   bool held_ = false;
   bool plugged_ = false;
   Clock::time_point muted_until_{};

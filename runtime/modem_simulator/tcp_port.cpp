@@ -22,8 +22,8 @@ struct HostAndPort {
   unsigned short port = 0;
 };
 
-/// HOST:PORT, a host that is an IPv6 address in brackets. Throws std::runtime_error when it is
-/// none. (The system's own reading would take 99999 for 34463.)
+/// HOST:PORT, with an IPv6 address in brackets. Throws std::runtime_error when it is
+/// not one. (The system's own reading would take 99999 for 34463.)
 HostAndPort Split(const std::string& address) {
   HostAndPort parts;
   const std::size_t colon = std::min(address.rfind(':'), address.size());
@@ -38,7 +38,7 @@ HostAndPort Split(const std::string& address) {
   }
   if (!number || parts.host.empty() || parts.host.find_first_of("[]") != std::string::npos) {
     throw std::runtime_error(
-        fmt::format("'{}' is no address; write HOST:PORT with a port from 0 to 65535, such as "
+        fmt::format("'{}' is not an address; write HOST:PORT with a port from 0 to 65535, such as "
                     "127.0.0.1:4001",
                     address));
   }
@@ -60,7 +60,7 @@ void CloseOnExec(Socket& socket) {
   fcntl(socket.native_handle(), F_SETFD, FD_CLOEXEC);
 }
 
-/// Whether the peer has hung up, though nobody has told us yet.
+/// Whether the peer has hung up, even if this has not yet been reported.
 bool HungUp(Tcp::socket& socket) {
   char next = 0;
   const ssize_t size = recv(socket.native_handle(), &next, 1, MSG_PEEK | MSG_DONTWAIT);

@@ -14,8 +14,8 @@ namespace modem_simulator {
 
 class TcpPort : public Line {
  public:
-  /// `address`: HOST:PORT, port 0..65535, 0 for one of the system's choice, which it then keeps.
-  /// Throws std::runtime_error when it is none.
+  /// `address`: HOST:PORT, port 0..65535; 0: the system chooses one, which is then kept.
+  /// Throws std::runtime_error if it is not one.
   TcpPort(boost::asio::io_context& io, const std::string& address, int bytes_per_second,
           OnBytes on_bytes);
 

@@ -14,7 +14,7 @@ constexpr std::size_t kMostSeptets = 160;
 constexpr std::size_t kMostOctets = 140;
 constexpr int kInternationalType = 145;
 
-/// Strings and texts as the settings want them.
+/// Writes strings and texts in the form that the settings select.
 class TextView {
  public:
   TextView(const StoredMessage& message, Shown shown, const Settings& settings)
@@ -90,7 +90,7 @@ class TextView {
   const Settings& settings_;
 };
 
-/// The septets of a text; nullopt where the default alphabet lacks a character.
+/// The septets of a text; nullopt if the default alphabet lacks a character.
 std::optional<gsm::Octets> Septets(std::string_view body, CharacterSet set) {
   const auto text = FromLine(body, set);
   if (!text) return std::nullopt;
@@ -104,7 +104,7 @@ std::optional<gsm::Octets> Septets(std::string_view body, CharacterSet set) {
   return septets;
 }
 
-/// Length and user data from hexadecimal digits; a header is among them.
+/// Length and user data from hexadecimal digits, which include a header.
 bool WriteDigits(std::string_view body, gsm::Alphabet alphabet, gsm::Octets& out) {
   const auto octets = gsm::FromHexadecimal(body);
   if (!octets || octets->size() > kMostOctets) return false;

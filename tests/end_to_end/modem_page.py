@@ -23,7 +23,7 @@ blocks = {block.language: block.text for block in read_blocks(project, "docs/mod
 
 
 def read_lines(modem, count):
-    """The next `count` lines that are not empty; a prompt counts as one."""
+    """Returns the next `count` lines that are not empty; a prompt counts as one."""
     text = ""
     while len(lines := [line for line in re.split(r"[\r\n]+", text) if line]) < count:
         assert select.select([modem], [], [], PATIENCE)[0], f"{count} lines expected, but got: {text!r}"

@@ -119,7 +119,7 @@ class Page:
         result = subprocess.run(command, capture_output=True, text=True, timeout=PATIENCE, check=False)
         self.printed = result.stdout
         # Programs that read messages run without a modem here, and cycles take long on a busy machine.
-        log = re.sub(r".* warning (modem port 1: a block wants it, and there is none; |.*\boverrun|"
+        log = re.sub(r".* warning (modem port 1: a block needs it, but it is not configured; |.*\boverrun|"
                      r"cycle \d+ has been running ).*\n", "", result.stderr)
         if result.returncode != 0 or re.search(r" (warning|error) ", log):
             self.fail(f"{program}\nstatus {result.returncode}\n{result.stdout}{result.stderr}")

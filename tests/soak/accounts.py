@@ -154,7 +154,7 @@ EXPLAINED = [
     Warned(r"modem port 1: .* does not exist; ", ("unplugged",), 0, lambda fault: 3),
     Warned(r"modem port 1: .*: Input/output error$", ("unplugged",), 0, lambda fault: 3),
     Warned(r"modem port 1: .*Too many open files", ("no descriptors",), 0, lambda fault: 3),
-    Warned(r"modem port 1: the modem has started anew \(", ("restarted",), 0, lambda fault: 1),
+    Warned(r"modem port 1: the modem has restarted \(", ("restarted",), 0, lambda fault: 1),
     Warned(r"modem port 1: no answer to AT\+CMGL", SILENCES, PATIENCE, failures_of),
     Warned(r"modem port 1: no answer to ", SILENCES, STEP, failures_of),
 ]

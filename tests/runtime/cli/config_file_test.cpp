@@ -82,7 +82,7 @@ TEST_F(ConfigFileTest, ARepeatableOptionHasALineForEachValue) {
 
 TEST_F(ConfigFileTest, AWrongModemOrAddinIsNamedWithItsLine) {
   ExpectUsageError(RunWith("modem = 1=/dev/x, patience=60s\n"),
-                   "options.conf:1: --modem: ' patience' is no setting");
+                   "options.conf:1: --modem: ' patience' is not a setting");
   ExpectUsageError(RunWith("modem = 1=/dev/x\nmodem = 1=/dev/y\n"),
                    "options.conf:2: --modem: port 1 is given twice, as /dev/x and as /dev/y");
   ExpectUsageError(

@@ -78,13 +78,13 @@ TEST_F(ModemCommandTest, NamesTheScenarioLineAtFault) {
 }
 
 TEST_F(ModemCommandTest, ShowsNoControlCharacterOfARefusedText) {
-  ExpectUsageError(Run({"--scenario", Scenario("mute \x1B[2J\n")}), "'\\x1B[2J' is no duration");
-  ExpectUsageError(Run({"--tcp", "\x1B[2J"}), "'\\x1B[2J' is no address");
+  ExpectUsageError(Run({"--scenario", Scenario("mute \x1B[2J\n")}), "'\\x1B[2J' is not a duration");
+  ExpectUsageError(Run({"--tcp", "\x1B[2J"}), "'\\x1B[2J' is not an address");
   const auto console = RunCommand({"/bin/sh", "-c",
                                    "printf 'mute \\033[2J\\nquit\\n' | \"$0\" modem --tcp "
                                    "127.0.0.1:0",
                                    CORVANE});
-  EXPECT_THAT(console.out, HasSubstr("error: '\\x1B[2J' is no duration"));
+  EXPECT_THAT(console.out, HasSubstr("error: '\\x1B[2J' is not a duration"));
 }
 
 TEST_F(ModemCommandTest, RefusesAScenarioThatCannotBeRead) {
@@ -125,15 +125,16 @@ TEST_F(ModemCommandTest, RefusesSenselessOptions) {
   ExpectUsageError(Run({"--baud", "9601"}), "--baud");
   ExpectUsageError(Run({"--quirk", "none"}), "'none' is not a quirk");
   ExpectUsageError(Run({"--time", "noon"}), "'noon' is not a time");
-  ExpectUsageError(Run({"--tcp", "4001"}), "'4001' is no address; write HOST:PORT");
-  ExpectUsageError(Run({"--tcp", "127.0.0.1:99999"}),
-                   "'127.0.0.1:99999' is no address; write HOST:PORT with a port from 0 to 65535");
-  ExpectUsageError(Run({"--tcp", "127.0.0.1:65536"}), "'127.0.0.1:65536' is no address");
+  ExpectUsageError(Run({"--tcp", "4001"}), "'4001' is not an address; write HOST:PORT");
+  ExpectUsageError(
+      Run({"--tcp", "127.0.0.1:99999"}),
+      "'127.0.0.1:99999' is not an address; write HOST:PORT with a port from 0 to 65535");
+  ExpectUsageError(Run({"--tcp", "127.0.0.1:65536"}), "'127.0.0.1:65536' is not an address");
 }
 
 TEST_F(ModemCommandTest, LeavesAFileWithTheNameOfItsLinkAlone) {
   std::ofstream(Path("file")) << "mine";
-  ExpectUsageError(Run({"--link", Path("file")}), Path("file") + " is there and is no link");
+  ExpectUsageError(Run({"--link", Path("file")}), Path("file") + " exists and is not a link");
   EXPECT_EQ(std::filesystem::file_size(Path("file")), 4u);
 }
 

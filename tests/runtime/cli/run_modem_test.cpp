@@ -56,10 +56,10 @@ class RunModemTest : public testing::Test {
 };
 
 TEST_F(RunModemTest, AWrongOptionIsOneLineAndStatus2) {
-  ExpectUsageError({"--modem", "one=/dev/ttyUSB0"}, "'one' is no port number");
-  ExpectUsageError({"--modem", "/dev/ttyUSB0"}, "names no modem");
-  ExpectUsageError({"--modem", "1=/dev/ttyUSB0,baud=fast"}, "baud=fast is no speed");
-  ExpectUsageError({"--modem", "1=/dev/ttyUSB0,color=red"}, "'color' is no setting");
+  ExpectUsageError({"--modem", "one=/dev/ttyUSB0"}, "'one' is not a port number");
+  ExpectUsageError({"--modem", "/dev/ttyUSB0"}, "does not name a modem");
+  ExpectUsageError({"--modem", "1=/dev/ttyUSB0,baud=fast"}, "baud=fast is not a baud rate");
+  ExpectUsageError({"--modem", "1=/dev/ttyUSB0,color=red"}, "'color' is not a setting");
   ExpectUsageError({"--modem", "1=/dev/a", "--modem", "1=/dev/b"}, "port 1 is given twice");
   ExpectUsageError({"--modem", "1=" + folder_.path().string()}, "is not a serial device");
   ExpectUsageError({"--modem", "1=" + (folder_.path() / "program1.lua").string()},

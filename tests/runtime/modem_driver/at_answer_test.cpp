@@ -20,7 +20,7 @@ const std::string kPdu =
     "07911326040000F0040B911346610089F60000208062917314080CC8F71D14969741F977FD07";
 const std::string kText = "0001000B915155101032F4000005E8329BFD06\x1A";
 
-/// What the driver would hand over, and how it came to that.
+/// What the driver would hand over, and why.
 struct Outcome {
   AtAnswer::State state = AtAnswer::State::kOpen;
   std::string text;
@@ -70,7 +70,7 @@ TEST(AtAnswer, AFinalResultEndsIt) {
   }
 }
 
-TEST(AtAnswer, AFinalResultInAFormOfItsOwnIsHandedOverInTheStandardOne) {
+TEST(AtAnswer, AFinalResultInAMakersOwnFormIsHandedOverInTheStandardForm) {
   const std::vector<std::pair<std::string, std::string>> forms{
       {"+CMS ERROR:500", "+CMS ERROR: 500"},
       {"+CME ERROR:10", "+CME ERROR: 10"},
@@ -88,7 +88,7 @@ TEST(AtAnswer, AFinalResultInAFormOfItsOwnIsHandedOverInTheStandardOne) {
   }
 }
 
-TEST(AtAnswer, EveryKindOfLineEndIsOne) {
+TEST(AtAnswer, EveryKindOfLineEndEndsALine) {
   for (const std::string end : {"\r\n", "\r", "\n", "\r\r\n", "\n\r"}) {
     EXPECT_EQ(Text(kList, end + "+CMGL: 1,0,,30" + end + kPdu + end + end + "OK" + end),
               Entry(1) + "OK\r\n");
@@ -112,18 +112,18 @@ TEST(AtAnswer, APromptEndsItWithoutALineEndInEveryForm) {
     const Outcome outcome = Answer("AT+CMGS=18\r", prompt);
     EXPECT_EQ(outcome.state, AtAnswer::State::kPrompt) << prompt;
     EXPECT_EQ(outcome.text, ">");
-    EXPECT_EQ(outcome.octets, prompt.find('>') + 1) << "nothing behind the '>' is waited for";
+    EXPECT_EQ(outcome.octets, prompt.find('>') + 1) << "does not wait for anything after the '>'";
   }
 }
 
-TEST(AtAnswer, WhatIsLeftOfThePromptIsNoPartOfTheConfirmation) {
+TEST(AtAnswer, TheRestOfThePromptIsNotPartOfTheConfirmation) {
   for (const std::string left : {" ", " \r", "\r\n", "> ", "\r\n> "}) {
     EXPECT_EQ(TextAfterPrompt(left + "\r\n+CMGS: 0\r\n\r\nOK\r\n"), "+CMGS: 0\r\nOK\r\n") << left;
     EXPECT_EQ(TextAfterPrompt(left + kText + "\r\n+CMGS: 0\r\n\r\nOK\r\n"), "+CMGS: 0\r\nOK\r\n");
   }
 }
 
-TEST(AtAnswer, AnEchoIsNoPartOfIt) {
+TEST(AtAnswer, AnEchoIsNotPartOfIt) {
   const std::string answer = "\r\n" + Entry(1) + "\r\nOK\r\n";
   for (const std::string echo : {"AT+CMGL=0\r", "at+cmgl=0\r", "AT+CMGL=0\rAT+CMGL=0\r",
                                  "T+CMGL=0\r", "AT+CML0\r", "AT+CMGL=0AT+CMGL=0\r"}) {
@@ -134,23 +134,23 @@ TEST(AtAnswer, AnEchoIsNoPartOfIt) {
   EXPECT_FALSE(Answer(kList, answer).echoed);
 }
 
-TEST(AtAnswer, AnEchoAloneIsNoAnswer) {
+TEST(AtAnswer, AnEchoAloneIsNotAnAnswer) {
   for (const std::string echo : {"AT+CMGL=0\r", "AT+CMGL=0\rAT+CMGL=0\r", "T+CGL=0", "\r\n"}) {
     EXPECT_EQ(Text(kList, echo), "") << echo;
   }
 }
 
-TEST(AtAnswer, TheEchoOfATextWithItsCtrlZIsNoPartOfIt) {
+TEST(AtAnswer, TheEchoOfATextWithItsCtrlZIsNotPartOfIt) {
   EXPECT_EQ(TextAfterPrompt(kText + "\r\n+CMGS: 7\r\n\r\nOK\r\n"), "+CMGS: 7\r\nOK\r\n");
   EXPECT_EQ(TextAfterPrompt(kText + "+CMGS: 7\r\n\r\nOK\r\n"), "+CMGS: 7\r\nOK\r\n");
   EXPECT_EQ(TextAfterPrompt(kText), "");
 }
 
-TEST(AtAnswer, AnEchoOfATextIsNoPduOfAList) {
+TEST(AtAnswer, AnEchoOfATextIsNotAPduOfAList) {
   EXPECT_EQ(Text(kList, kText + "\r\n\r\nOK\r\n"), "OK\r\n");
 }
 
-TEST(AtAnswer, UnsolicitedLinesAreTakenOutWhereverTheyCome) {
+TEST(AtAnswer, UnsolicitedLinesAreRemovedWhereverTheyCome) {
   const std::vector<std::string> lines{"+CMTI: \"SM\",3",
                                        "RING",
                                        "+CREG: 1",
@@ -184,7 +184,7 @@ TEST(AtAnswer, AnUnsolicitedMessageTakesItsSecondLineWithIt) {
               Entry(1) + "OK\r\n");
     EXPECT_EQ(Text(kList, pair + "\r\nOK\r\n"), "OK\r\n");
     EXPECT_EQ(Text("AT+CMGD=1\r", "\r\n" + head + "\r\n\r\nOK\r\n"), "OK\r\n")
-        << "a result is no second line";
+        << "a result is not a second line";
   }
 }
 
@@ -192,7 +192,7 @@ TEST(AtAnswer, AnUnsolicitedMessageKeepsItsSecondLineWhenAnotherLineComesBetween
   const std::string parted = "\r\n+CMT: ,30\r\nRING\r\n" + kPdu + "\r\n";
   EXPECT_EQ(Text(kList, "\r\n+CMGL: 1,0,,30\r\n" + parted + kPdu + "\r\n\r\nOK\r\n"),
             Entry(1) + "OK\r\n");
-  EXPECT_EQ(Text("AT+CMGF=0\r", parted), "") << "nothing of it is an answer";
+  EXPECT_EQ(Text("AT+CMGF=0\r", parted), "") << "none of it is an answer";
 }
 
 TEST(AtAnswer, ALineOfAnotherKindWithTheCommandsOwnNameBelongsToIt) {
@@ -207,12 +207,12 @@ TEST(AtAnswer, AnEmptyPduLineReachesTheReaderOfTheList) {
   EXPECT_EQ(Text(kList, "\r\n" + Entry(2) + empty + "\r\nOK\r\n"), Entry(2) + empty + "OK\r\n");
 }
 
-TEST(AtAnswer, AHeaderBehindWhichTheModemFailedIsNoEmptyMessage) {
+TEST(AtAnswer, AHeaderAfterWhichTheModemFailedIsNotAnEmptyMessage) {
   EXPECT_EQ(Text(kList, "\r\n" + Entry(1) + "+CMGL: 2,0,,30\r\n\r\n+CMS ERROR: 320\r\n"),
             Entry(1) + "+CMS ERROR: 320\r\n");
 }
 
-TEST(AtAnswer, EveryFormOfAHeaderIsTaken) {
+TEST(AtAnswer, EveryFormOfAHeaderIsAccepted) {
   for (const std::string header :
        {"+CMGL: 1,1,,30", "+CMGL: 1,1,\"\",30", "+CMGL: 1,1,\"616E64,26572\",30", "+CMGL: 17,3,30",
         "+CMGL: 0,1,,78", "+CMGL: 352,1,,999"}) {
@@ -230,7 +230,7 @@ TEST(AtAnswer, ALineOfItsOwnWithoutABlankIsHandedOverWithOne) {
   EXPECT_EQ(TextAfterPrompt("\r\n+CMGS:12\r\n\r\nOK\r\n"), "+CMGS: 12\r\nOK\r\n");
 }
 
-TEST(AtAnswer, APduWithNoiseInItIsHandedOnAsItCameExceptForItsEnd) {
+TEST(AtAnswer, APduWithNoiseInItIsHandedOverAsItCameExceptForItsEnd) {
   const std::string noisy = kPdu.substr(0, 30) + "#" + kPdu.substr(31);
   EXPECT_EQ(Text(kList, "\r\n" + Entry(1, noisy + "`\"~") + "\r\nOK\r\n"),
             Entry(1, noisy) + "OK\r\n");
@@ -262,19 +262,19 @@ TEST(AtAnswer, ARestartOfTheModemEndsIt) {
 }
 
 // Half a PDU would be taken for one that cannot be decoded, and deleted from the modem.
-TEST(AtAnswer, HalfAPduInFrontOfARestartOrOfSilenceIsNotHandedOver) {
+TEST(AtAnswer, HalfAPduBeforeARestartOrSilenceIsNotHandedOver) {
   const std::string half = "\r\n" + Entry(1) + "+CMGL: 2,0,,30\r\n" + kPdu.substr(0, 40) + "\r\n";
   EXPECT_EQ(Text(kList, half + "RDY\r\n"), Entry(1));
   EXPECT_EQ(Text(kList, half + "+CREG: 1\r\n"), Entry(1));
 }
 
-TEST(AtAnswer, AMessageInTextModeIsHandedOn) {
+TEST(AtAnswer, AMessageInTextModeIsHandedOver) {
   const std::string entry =
       "+CMGL: 1,\"REC UNREAD\",\"+49151\",,\"26/11/21,03:00:00+00\"\r\nHello\r\n";
   EXPECT_EQ(Text("AT+CMGL=\"ALL\"\r", "\r\n" + entry + "\r\nOK\r\n"), entry + "OK\r\n");
 }
 
-TEST(AtAnswer, ALateConfirmationIsNoAnswerToTheNextAnnouncement) {
+TEST(AtAnswer, ALateConfirmationDoesNotAnswerTheNextAnnouncement) {
   const Outcome outcome = Answer("AT+CMGS=18\r", "\r\n+CMGS: 4\r\n\r\nOK\r\n\r\n> ");
   EXPECT_EQ(outcome.state, AtAnswer::State::kPrompt);
   EXPECT_THAT(outcome.foreign, ElementsAre("+CMGS: 4"));
@@ -291,7 +291,7 @@ TEST(AtAnswer, UnknownLinesAreNeverHandedOverAsAListOrAsTheAnswerToAText) {
   EXPECT_EQ(Text(kText, "\r\nLOOK OUT\r\n"), "");
 }
 
-TEST(AtAnswer, CountsTheOctetsOfItsOwnLinesAlsoWhereOneIsStillComing) {
+TEST(AtAnswer, CountsTheOctetsOfItsOwnLinesEvenWhileOneIsArriving) {
   const ModemRequest list(kList);
   AtAnswer answer(list, [](std::string_view, LineKind) {});
   const auto feed = [&answer](const std::string& octets) {
@@ -304,7 +304,7 @@ TEST(AtAnswer, CountsTheOctetsOfItsOwnLinesAlsoWhereOneIsStillComing) {
   EXPECT_EQ(feed("\r\n+CMGL: 2,0,,30\r\n"), 14u + 2 + 4 + 2 + 14);
 }
 
-TEST(AtAnswer, ACutListKeepsItsWholeEntriesOnly) {
+TEST(AtAnswer, ACutListKeepsOnlyItsWholeEntries) {
   const std::string whole = "\r\n" + Entry(1) + Entry(2) + "\r\nOK\r\n";
   const std::string first = Entry(1);
   const std::size_t behind_first = 2 + first.size() - 2;  // its line end may be missing

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Modems that answer after their request was given up: nothing is sent twice, no late answer is
-// another's, and nothing stops a port for good.
+// Modems that answer after the request was given up: nothing is sent twice, no late answer is taken
+// for another, and nothing stops a port for good.
 #include "runtime/modem_driver/late_answer.h"
 
 #include <gmock/gmock.h>
@@ -44,7 +44,7 @@ const std::string kProbe = "AT\r";
 const std::string kConfirmation = "\r\n+CMGS: 12\r\n\r\nOK\r\n";
 constexpr auto kNever = std::chrono::milliseconds(600'000);
 
-/// Obeys, but says nothing to texts.
+/// Obeys, but does not answer texts.
 void ObeyButTexts(ModemPeer& peer, const std::string& request) {
   if (request.back() != '\x1A') Obey(peer, request);
 }
@@ -71,7 +71,7 @@ TEST_F(LateAnswerTest, AConfirmationThatComesLateAnswersTheSameTextWithoutTheMod
   EXPECT_THAT(Logged("info"), Contains(HasSubstr("the network confirmed a message after")));
 }
 
-TEST_F(LateAnswerTest, TheSameTextOnceMoreIsSentOnceMore) {
+TEST_F(LateAnswerTest, TheSameTextSentAgainGoesOutAgain) {
   times_.probe = kNever;
   const auto running = Start(ObeyButTexts);
   SendInVain();
@@ -94,7 +94,7 @@ TEST_F(LateAnswerTest, ARequestThatWaitsIsAnsweredWhenTheConfirmationComes) {
   EXPECT_THAT(peer_->Requests(), ElementsAre(kAnnounce, kText));
 }
 
-TEST_F(LateAnswerTest, AConfirmationWithoutItsOkIsOne) {
+TEST_F(LateAnswerTest, AConfirmationWithoutItsOkCounts) {
   times_.probe = kNever;
   const auto running = Start(ObeyButTexts);
   SendInVain();
@@ -195,7 +195,7 @@ TEST_F(LateAnswerTest, ARefusalThatComesLateLetsTheNextAttemptGoOut) {
   EXPECT_THAT(peer_->Requests(), ElementsAre(kAnnounce, kText, kAnnounce, kText));
 }
 
-// A modem that takes commands while it waits for the network answers them when it is done.
+// A modem that accepts commands while it waits for the network answers them when it is done.
 TEST_F(LateAnswerTest, TheAnswersToProbesAreNotTakenForOthers) {
   std::atomic<int> probes{0};
   const auto running = Start([&probes](ModemPeer& peer, const std::string& request) {
@@ -271,7 +271,7 @@ TEST_F(LateAnswerTest, APromptThatComesLateServesTheSameAnnouncement) {
   EXPECT_EQ(peer_->Escapes(), 1) << "at the start";
 }
 
-TEST_F(LateAnswerTest, APromptThatComesLateAndServesNobodyIsLeft) {
+TEST_F(LateAnswerTest, APromptThatComesLateAndThatNobodyWantsIsLeft) {
   std::atomic<bool> late{true};
   const auto running = Start([&late](ModemPeer& peer, const std::string& request) {
     if (request == kAnnounce && late.exchange(false)) return;
@@ -284,7 +284,7 @@ TEST_F(LateAnswerTest, APromptThatComesLateAndServesNobodyIsLeft) {
   EXPECT_GE(peer_->Escapes(), 2);
 }
 
-TEST_F(LateAnswerTest, AnOkThatComesLateIsNotTheNextRequests) {
+TEST_F(LateAnswerTest, AnOkThatComesLateIsNotTakenForTheNextAnswer) {
   const auto running = Start([](ModemPeer& peer, const std::string& request) {
     if (request == "AT+CSQ\r") return peer.Send("\r\n+CSQ: 20,0\r\n\r\nOK\r\n");
     if (request.starts_with("AT+CMGD="))
@@ -338,8 +338,8 @@ TEST_F(LateAnswerTest, AListThatComesTooLateIsReportedWithTheSettingThatHelps) {
   }));
 }
 
-/// Sends messages as SEND_SMS does: four failures in a row, and a text is given up, or the message
-/// starts again.
+/// Sends messages as SEND_SMS does: after four failures in a row, a text is given up, or the
+/// message starts again.
 class Sender {
  public:
   explicit Sender(int messages) : messages_(messages) {}
@@ -356,8 +356,8 @@ class Sender {
     const std::size_t step = static_cast<Sender*>(context)->step_;
     const std::string& request = requests[step];
     *on_reply = OnReply;
-    // Of a text a fiftieth, as the driver's times. What the modem answers at once must not fail on
-    // a machine that is busy.
+    // A fiftieth for a text, as for the driver's times. What the modem answers at once must not
+    // fail on a busy machine.
     data->timeout = step == 2 ? 40 : 10'000;
     std::copy(request.begin(), request.end(), buffer);
     return static_cast<int>(request.size());
@@ -393,7 +393,7 @@ class Sender {
   int given_up_ = 0;
 };
 
-/// A modem port with clients of its own, whose modem answers when `Script` does.
+/// A modem port with its own clients, whose modem answers when `Script` does.
 class SlowPort {
  public:
   SlowPort(int number, int senders, ModemPeer::Script script)

@@ -20,7 +20,7 @@ std::string HeaderOf(const std::string& length) {
   return "+CMGL: 1,0,," + length;
 }
 
-/// The line up to what is taken for the end of its PDU.
+/// The line up to the place that is taken for the end of its PDU.
 std::string CutOf(const std::string& length, const std::string& line) {
   return line.substr(0, PduEnd(HeaderOf(length), line));
 }
@@ -41,7 +41,7 @@ TEST(PduEnd, CutsWhateverFollowsWhereBothPlacesAgree) {
   EXPECT_EQ(CutOf("30", kListedPdu + kListedPdu), kListedPdu);
 }
 
-TEST(PduEnd, ALengthThatIsWrongTakesNothingFromAMessage) {
+TEST(PduEnd, AWrongLengthTakesNothingFromAMessage) {
   for (const std::string length : {"0", "1", "20", "29", "31", "78", "999", "-1", "",
                                    "18446744073709551615", "9223372036854775807"}) {
     EXPECT_EQ(CutOf(length, kListedPdu), kListedPdu) << length;
@@ -51,7 +51,7 @@ TEST(PduEnd, ALengthThatIsWrongTakesNothingFromAMessage) {
   }
 }
 
-TEST(PduEnd, ATextOfTheDigitFIsNoFilling) {
+TEST(PduEnd, ATextOfTheDigitFIsNotFilling) {
   // 8 times the character 0x7F, and the octets FFFF of 8-bit data.
   const std::string text = "00040B911346610089F600002080629173140808FFFFFFFFFFFFFF";
   EXPECT_EQ(CutOf("26", text), text);
@@ -61,25 +61,25 @@ TEST(PduEnd, ATextOfTheDigitFIsNoFilling) {
   EXPECT_EQ(CutOf("19", data), data);
 }
 
-TEST(PduEnd, OfAnotherKindOfPduIsTheAnnouncedOneInFrontOfFilling) {
+TEST(PduEnd, OfAnotherKindOfPduIsTheAnnouncedOneIfFillingFollows) {
   EXPECT_EQ(CutOf("25", FilledUp(kStatusReport)), kStatusReport);
   EXPECT_EQ(CutOf("25", kStatusReport + "0000"), kStatusReport + "0000");
   EXPECT_EQ(CutOf("78", FilledUp(kStatusReport)), FilledUp(kStatusReport).substr(0, 2 * (8 + 78)));
 }
 
-TEST(PduEnd, OfAPduThatSaysLessOfItselfIsTheAnnouncedOne) {
+TEST(PduEnd, OfAPduThatUnderstatesItsLengthIsTheAnnouncedOne) {
   // Senders exist whose user-data length is too small; the blocks show the whole text.
   const std::string more = kListedPdu + "41FF";
   EXPECT_EQ(CutOf("32", more), more);
   EXPECT_EQ(CutOf("32", FilledUp(more)), more);
 }
 
-TEST(PduEnd, OfWhatIsNoPduIsTheWholeLine) {
+TEST(PduEnd, OfALineThatIsNotAPduIsTheWholeLine) {
   for (const std::string& line : std::vector<std::string>{"", "Hello", "07", "~" + kListedPdu})
     EXPECT_EQ(CutOf("30", line), line);
 }
 
-TEST(IsWholePdu, NeedsWhatEitherPlaceTells) {
+TEST(IsWholePdu, NeedsTheLengthThatEitherPlaceGives) {
   const auto whole = [](const std::string& length, std::size_t missing) {
     return IsWholePdu(HeaderOf(length), kListedPdu.substr(0, kListedPdu.size() - missing), false);
   };
@@ -90,11 +90,11 @@ TEST(IsWholePdu, NeedsWhatEitherPlaceTells) {
   EXPECT_FALSE(whole("10", 2));
   EXPECT_FALSE(IsWholePdu(HeaderOf("25"), kStatusReport.substr(2), false));
   EXPECT_TRUE(IsWholePdu(HeaderOf("25"), kStatusReport, false));
-  EXPECT_FALSE(IsWholePdu(HeaderOf(""), kStatusReport, false)) << "neither tells";
+  EXPECT_FALSE(IsWholePdu(HeaderOf(""), kStatusReport, false)) << "neither has a length";
   EXPECT_FALSE(IsWholePdu(HeaderOf("30"), "", false));
 }
 
-TEST(IsWholePdu, IsSureWhereBothPlacesAreContent) {
+TEST(IsWholePdu, IsSureIfTheLineIsLongEnoughForBoth) {
   EXPECT_TRUE(IsWholePdu(HeaderOf("30"), kListedPdu, true));
   EXPECT_TRUE(IsWholePdu(HeaderOf("10"), kListedPdu, true));
   EXPECT_FALSE(IsWholePdu(HeaderOf("999"), kListedPdu, true));

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What a modem on a true line does too rarely for a test: here its octets come when it matters.
+// What a modem on a real line does too rarely for a test: here its octets come when it matters.
 #include "runtime/modem_driver/modem_dialogue.h"
 
 #include <gmock/gmock.h>
@@ -21,7 +21,7 @@ struct Wire {
   std::string coming_in_pauses;  // where the driver waits
 };
 
-/// A modem that answers announcements by a prompt, and other commands by OK.
+/// A modem that answers announcements with a prompt, and other commands with OK.
 class Line : public SerialLine {
  public:
   explicit Line(Wire& wire) : wire_(wire) {}
@@ -62,12 +62,13 @@ class ModemDialogueTest : public testing::Test {
   ModemDialogue dialogue_{target_, loop_, status_, pins_};
 };
 
-// A modem that takes no ESC where it has no prompt would read "ESC ATE0V1" as one unknown line.
+// A modem that does not understand ESC without a prompt would read "ESC ATE0V1" as one unknown
+// line.
 TEST_F(ModemDialogueTest, EndsTheLineOfItsEscape) {
   EXPECT_THAT(wire_.written, testing::ElementsAre("\x1B\r", "ATE0V1\r"));
 }
 
-TEST_F(ModemDialogueTest, SendsNoTextToAModemThatHasStartedAnewBehindItsPrompt) {
+TEST_F(ModemDialogueTest, SendsNoTextToAModemThatHasRestartedAfterItsPrompt) {
   ASSERT_EQ(Exchange("AT+CMGS=18\r").text, ">");
   wire_.coming = "\r\nRDY\r\n";
   EXPECT_FALSE(Exchange(kText).answered);
@@ -85,7 +86,7 @@ TEST_F(ModemDialogueTest, SendsNoTextToAModemWhosePromptHasEndedWithAResult) {
   }
 }
 
-TEST_F(ModemDialogueTest, SendsNoTextToAModemThatStartsAnewInThePauseBehindItsPrompt) {
+TEST_F(ModemDialogueTest, SendsNoTextToAModemThatRestartsInThePauseAfterItsPrompt) {
   target_.prompt_pause = std::chrono::milliseconds(100);
   ASSERT_EQ(Exchange("AT+CMGS=18\r").text, ">");
   wire_.coming_in_pauses = "\r\nRDY\r\n";

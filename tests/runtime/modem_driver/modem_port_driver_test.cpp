@@ -89,7 +89,7 @@ TEST_F(DriverTest, SetsTheModemUpOnOpeningAndSendsItsInit) {
   EXPECT_EQ(peer.Escapes(), 1) << "out of a prompt that an earlier run left open";
 }
 
-TEST_F(DriverTest, AModemThatRefusesTheSetUpInOneGetsItInParts) {
+TEST_F(DriverTest, AModemThatRefusesTheSetUpInOneLineGetsItInParts) {
   ModemPeer peer([](ModemPeer& self, const std::string& request) {
     self.Send(request == "ATE0V1\r" ? "\r\nERROR\r\n" : kOk);
   });
@@ -141,7 +141,7 @@ TEST_F(DriverTest, AnAnswerCutAtAnyPlaceIsHandedOverAsFarAsItIsCertain) {
   }
 }
 
-TEST_F(DriverTest, AnAnswerThatComesAfterItsTimeOutIsNotTheNextOnes) {
+TEST_F(DriverTest, AnAnswerThatComesAfterItsTimeOutIsNotTakenForTheNext) {
   std::atomic<bool> late{true};
   const auto running = Start([&late](ModemPeer& peer, const std::string& request) {
     if (request != kList) return Obey(peer, request);
@@ -201,14 +201,14 @@ TEST_F(DriverTest, ATextIsNotSentToADeviceThatCameBackSinceItsPrompt) {
   EXPECT_THAT(peer_->Requests(), ElementsAre(kAnnounce, kSetPduMode));
 }
 
-TEST_F(DriverTest, AConfirmationWhoseOkIsLostIsStillOne) {
+TEST_F(DriverTest, AConfirmationWhoseOkIsLostStillCounts) {
   const auto running = Start(
       [](ModemPeer& peer, const std::string& request) {
         if (request != kText) return Obey(peer, request);
         peer.Send("\r\n+CMGS: 12\r\n");
         peer.Unplug();
       },
-      "", PeerKind::kTcp);  // a terminal that goes takes with it what was not yet read
+      "", PeerKind::kTcp);  // a terminal that goes away takes unread octets with it
   ExpectMessageSent(client_);
 }
 
@@ -229,7 +229,7 @@ TEST_F(DriverTest, TheTimeOutRunsFromTheLastOctet) {
   EXPECT_THAT(reply.text, HasSubstr("OK\r\n"));
 }
 
-TEST_F(DriverTest, AModemThatOnlyBabblesIsNotWaitedForForEver) {
+TEST_F(DriverTest, TheDriverDoesNotWaitForEverForAModemThatOnlyBabbles) {
   std::atomic<bool> stop{false};
   const auto running = Start([&stop](ModemPeer& peer, const std::string& request) {
     if (request != kList) return Obey(peer, request);
@@ -260,7 +260,7 @@ TEST_F(DriverTest, PatienceIsForTextsAndLists) {
 
 // One character of a PDU is worth as much as a whole entry: on a line of 300 baud a message takes
 // ten seconds, five time-outs of a list.
-TEST_F(DriverTest, AMessageThatTricklesInIsWaitedFor) {
+TEST_F(DriverTest, TheDriverWaitsForAMessageThatTricklesIn) {
   const auto running = Start([](ModemPeer& peer, const std::string& request) {
     if (request != kList) return Obey(peer, request);
     peer.Send("\r\n+CMGL: 1,0,,30\r\n");
@@ -314,7 +314,7 @@ TEST_F(DriverTest, MegabytesWithoutALineEndFailTheExchange) {
   ExpectReply(client_.Exchange(kSetPduMode, 10'000), "OK\r\n");
 }
 
-TEST_F(DriverTest, WhatIsWholeInFrontOfNoiseIsHandedOver) {
+TEST_F(DriverTest, WhatIsWholeBeforeNoiseIsHandedOver) {
   const std::string entry = "+CMGL: 1,0,,30\r\n" + kPdu + "\r\n";
   const std::string noise(4096, '\xFF');
   const auto running = Start([&](ModemPeer& peer, const std::string& request) {
@@ -363,7 +363,7 @@ TEST_F(DriverTest, RandomOctetsAsAnswersDoNotDisturbTheNextExchange) {
   }
 }
 
-TEST_F(DriverTest, AModemThatStartsAnewIsSetUpAgain) {
+TEST_F(DriverTest, AModemThatRestartsIsSetUpAgain) {
   const auto running = Start(Obey, ",init=AT+CNMI=2,0");
   ASSERT_TRUE(peer_->WaitForRequests(1));
   ExpectReply(client_.Exchange(kSetPduMode), "OK\r\n");
@@ -374,7 +374,7 @@ TEST_F(DriverTest, AModemThatStartsAnewIsSetUpAgain) {
               ElementsAre("AT+CNMI=2,0\r", kSetPduMode, "AT+CNMI=2,0\r", kSetPduMode));
 }
 
-TEST_F(DriverTest, AnEchoThatComesBackTellsOfANewStart) {
+TEST_F(DriverTest, AnEchoThatComesBackShowsARestart) {
   std::atomic<bool> echo{false};
   const auto running = Start(
       [&echo](ModemPeer& peer, const std::string& request) {
@@ -391,7 +391,7 @@ TEST_F(DriverTest, AnEchoThatComesBackTellsOfANewStart) {
               ElementsAre("AT+CNMI=2,0\r", kSetPduMode, kSetPduMode, "AT+CNMI=2,0\r", kSetPduMode));
 }
 
-TEST_F(DriverTest, ThePinIsSentOnlyWhereItIsAskedForAndNeverTwiceWhenItIsWrong) {
+TEST_F(DriverTest, ThePinIsSentOnlyIfItIsAskedForAndNeverTwiceIfItIsWrong) {
   std::atomic<int> pins{0};
   const auto running = Start(
       [&pins](ModemPeer& peer, const std::string& request) {
@@ -497,13 +497,14 @@ TEST_F(DriverTest, APortThatIsNotConfiguredIsRefused) {
   EXPECT_NE(client.Register(-1), 0);
 }
 
-TEST_F(DriverTest, APortThatIsNotConfiguredIsToldOnce) {
+TEST_F(DriverTest, APortThatIsNotConfiguredIsReportedOnce) {
   const auto running = Start(Obey);
   DriverClient client;
   for (int round = 0; round < 3; ++round) EXPECT_NE(client.Register(9), 0);
-  EXPECT_THAT(Logged("warning"),
-              ElementsAre(HasSubstr("modem port 9: a block wants it, and there is none; start with "
-                                    "--modem 9=DEVICE")));
+  EXPECT_THAT(
+      Logged("warning"),
+      ElementsAre(HasSubstr("modem port 9: a block needs it, but it is not configured; start with "
+                            "--modem 9=DEVICE")));
   for (int port = 100; port < 200; ++port) EXPECT_NE(client.Register(port), 0);
   EXPECT_THAT(Logged("warning").size(), testing::Lt(20u));
 }
@@ -601,7 +602,7 @@ TEST_F(DriverTest, AWithdrawnClientIsNotTouchedWhileItsExchangeGoesOn) {
   ASSERT_EQ(leaving->Register(1), 0);
   leaving->Queue(kList, 10'000, 0);
   ASSERT_TRUE(WaitFor([&asked] { return asked.load(); }));
-  leaving.reset();  // a later touch is a finding of the address sanitizer
+  leaving.reset();  // the address sanitizer reports any later access
   peer_->Send(kOk);
   ExpectReply(client_.Exchange(kSetPduMode), "OK\r\n");
 }
@@ -637,7 +638,7 @@ TEST_F(DriverTest, EndsAtOnceInTheMiddleOfAnExchange) {
   EXPECT_EQ(client_.replies(), 0U);
 }
 
-TEST_F(DriverTest, AModemThatDoesNotTakeTheRequestFailsIt) {
+TEST_F(DriverTest, AModemThatDoesNotAcceptTheRequestFailsIt) {
   const auto running = Start(Obey);
   ExpectReply(client_.Exchange(kSetPduMode), "OK\r\n");
   peer_->Unplug();
@@ -693,7 +694,7 @@ TEST_F(DriverTest, AThreadWithoutMemoryLosesItsExchangeAndNothingElse) {
   EXPECT_THAT(Logged("error"), ElementsAre(HasSubstr("no memory for the answer")));
 }
 
-TEST_F(DriverTest, TheSecondDriverForADeviceIsRefusedAndTold) {
+TEST_F(DriverTest, TheSecondDriverForADeviceIsRefusedWithAnError) {
   const auto running = Start(Obey);
   test_support::TakeLog();
   {
@@ -759,7 +760,7 @@ TEST_F(DriverTest, BothKindsOfClientAtFullSpeedDoNotDisturbEachOther) {
   while (std::chrono::steady_clock::now() < end) {  // the PLC task
     const std::lock_guard guard(TheScanLock());
     ASSERT_EQ(ModemPortDriverRegister(1, &sender, Soak::Priority, Soak::Request, nullptr), 0);
-    if (drops++ % 500 != 0) continue;  // now and then a block is dropped and made anew
+    if (drops++ % 500 != 0) continue;  // now and then a block is dropped and made again
     ModemPortDriverUnregister(&reader);
     reader = Soak({kSetPduMode, kList, "AT+CMGD=3\r"}, 2);
     ASSERT_EQ(ModemPortDriverRegister(1, &reader, Soak::Priority, Soak::Request, nullptr), 0);

@@ -83,7 +83,7 @@ TEST_F(ModemPortTest, AClientWhoseExchangesFailPausesLongerEachTime) {
   EXPECT_GE(asked[3] - asked[2], PauseTime(80));
 }
 
-// With a pause that doubled forty times the test would outlast the house.
+// If the pause doubled forty times, the test would never end.
 TEST_F(ModemPortTest, ASuccessEndsThePauses) {
   times_.first_pause = PauseTime(1);
   times_.longest_pause = kForEver;
@@ -153,7 +153,7 @@ TEST_F(ModemPortTest, AMessageThatItsClientGivesUpIsLogged) {
           "ERROR: 331 (no network service)"));
 }
 
-TEST_F(ModemPortTest, AnOpenPromptBelongsToItsOwnerAlsoWhileThatPauses) {
+TEST_F(ModemPortTest, AnOpenPromptBelongsToItsOwnerEvenWhileThatPauses) {
   times_.first_pause = times_.longest_pause = kForEver;
   const auto running = Start([](ModemPeer& peer, const std::string& request) {
     if (request != kAnnounce) Obey(peer, request);

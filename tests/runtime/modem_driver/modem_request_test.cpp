@@ -10,7 +10,7 @@ using corvane::RequestKind;
 
 const std::string kTextOctets = "0001000B915155101032F4000005E8329BFD06\x1A";
 
-TEST(ModemRequest, TellsCommandsListsAnnouncementsAndTextsApart) {
+TEST(ModemRequest, DistinguishesCommandsListsAnnouncementsAndTexts) {
   EXPECT_EQ(ModemRequest("AT+CMGF=0\r").kind, RequestKind::kCommand);
   EXPECT_EQ(ModemRequest("AT+CMGL=0\r").kind, RequestKind::kList);
   EXPECT_EQ(ModemRequest("at+cmgr=3\r").kind, RequestKind::kList);

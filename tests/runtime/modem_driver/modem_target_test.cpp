@@ -26,7 +26,7 @@ std::string ErrorOf(const std::string& text) {
   return {};
 }
 
-TEST(ModemTarget, ADeviceAloneHasTheUsualSettings) {
+TEST(ModemTarget, ADeviceAloneHasTheDefaultSettings) {
   const ModemTarget target = ParseModemTarget("1=/dev/ttyUSB0");
   EXPECT_EQ(target.port, 1);
   EXPECT_EQ(target.device, "/dev/ttyUSB0");
@@ -39,7 +39,7 @@ TEST(ModemTarget, ADeviceAloneHasTheUsualSettings) {
   EXPECT_EQ(target.Name(), "/dev/ttyUSB0");
 }
 
-TEST(ModemTarget, EverySettingIsTaken) {
+TEST(ModemTarget, EverySettingIsAccepted) {
   const ModemTarget target = ParseModemTarget(
       "2=/dev/ttyS1,baud=9600,flow=rtscts,poll=5ms,patience=60s,prompt-pause=100ms,"
       "init=\"AT+CPIN=1234; AT+CNMI=2,0\"");
@@ -58,14 +58,14 @@ TEST(ModemTarget, InitMayHaveLostItsQuotesInTheShell) {
   EXPECT_EQ(target.baud, 9600U);
 }
 
-TEST(ModemTarget, AQuotedInitMayHoldCommasAndFurtherSettingsFollow) {
+TEST(ModemTarget, AQuotedInitMayContainCommasAndBeFollowedBySettings) {
   const ModemTarget target =
       ParseModemTarget("1=/dev/ttyUSB0,init=\"AT+CNMI=2,0,baud=1\",baud=9600");
   EXPECT_THAT(target.init, ElementsAre("AT+CNMI=2,0,baud=1"));
   EXPECT_EQ(target.baud, 9600U);
 }
 
-TEST(ModemTarget, AQuoteWithinAQuotedInitStandsBehindABackslash) {
+TEST(ModemTarget, AQuoteWithinAQuotedInitFollowsABackslash) {
   const ModemTarget target =
       ParseModemTarget(R"(1=/dev/x,init="AT+CPMS=\"SM\",\"SM\";AT+CSCA=\"+49\"",baud=9600)");
   EXPECT_THAT(target.init, ElementsAre(R"(AT+CPMS="SM","SM")", R"(AT+CSCA="+49")"));
@@ -84,41 +84,44 @@ TEST(ModemTarget, ASerialDeviceServerHasAHostAndAPort) {
   EXPECT_EQ(target.Name(), "tcp:[::1]:4001");
 }
 
-TEST(ModemTarget, AnErrorTellsWhatIsWrongAndWhatToWrite) {
+TEST(ModemTarget, AnErrorSaysWhatIsWrongAndWhatToWrite) {
   EXPECT_THAT(ErrorOf(""), HasSubstr("such as 1=/dev/ttyUSB0"));
-  EXPECT_THAT(ErrorOf("/dev/ttyUSB0"), HasSubstr("names no modem"));
+  EXPECT_THAT(ErrorOf("/dev/ttyUSB0"), HasSubstr("does not name a modem"));
   for (const std::string port : {"x", "-1", "1.5", "99999999999", "", " 1"}) {
-    EXPECT_THAT(ErrorOf(port + "=/dev/ttyUSB0"), HasSubstr("'" + port + "' is no port number"));
+    EXPECT_THAT(ErrorOf(port + "=/dev/ttyUSB0"), HasSubstr("'" + port + "' is not a port number"));
   }
   EXPECT_THAT(ErrorOf("1="), HasSubstr("port 1 has no device"));
   for (const std::string address : {"", "host", "host:", "host:0", "host:65536", ":80", "host:x",
                                     "[::1:1", "::1]:1", "[[::1]]:1", "[]:1"}) {
-    EXPECT_THAT(ErrorOf("1=tcp:" + address), HasSubstr("'tcp:" + address + "' is no address"));
+    EXPECT_THAT(ErrorOf("1=tcp:" + address), HasSubstr("'tcp:" + address + "' is not an address"));
   }
   EXPECT_THAT(ErrorOf("1=/dev/\x1B[2J"), HasSubstr("has a control character"));
   EXPECT_THAT(ErrorOf("1=tcp:host\x7F:1"), HasSubstr("has a control character"));
-  EXPECT_THAT(ErrorOf("1=/dev/a,"), HasSubstr("missing behind the last comma"));
-  EXPECT_THAT(ErrorOf("1=/dev/a,baud=9600,"), HasSubstr("missing behind the last comma"));
-  EXPECT_THAT(ErrorOf("1=/dev/a,speed=9600"), HasSubstr("'speed' is no setting; known are baud="));
-  EXPECT_THAT(ErrorOf("1=/dev/a,9600"), HasSubstr("'9600' is no setting"));
-  EXPECT_THAT(ErrorOf("1=/dev/a,baud"), HasSubstr("'baud' is no setting"));
+  EXPECT_THAT(ErrorOf("1=/dev/a,"), HasSubstr("missing after the last comma"));
+  EXPECT_THAT(ErrorOf("1=/dev/a,baud=9600,"), HasSubstr("missing after the last comma"));
+  EXPECT_THAT(ErrorOf("1=/dev/a,speed=9600"),
+              HasSubstr("'speed' is not a setting; the settings are baud="));
+  EXPECT_THAT(ErrorOf("1=/dev/a,9600"), HasSubstr("'9600' is not a setting"));
+  EXPECT_THAT(ErrorOf("1=/dev/a,baud"), HasSubstr("'baud' is not a setting"));
   for (const std::string baud : {"", "12345", "9600x", "-9600"}) {
-    EXPECT_THAT(ErrorOf("1=/dev/a,baud=" + baud), HasSubstr("baud=" + baud + " is no speed"));
+    EXPECT_THAT(ErrorOf("1=/dev/a,baud=" + baud),
+                HasSubstr("baud=" + baud + " is not a baud rate"));
   }
   EXPECT_THAT(ErrorOf("1=/dev/a,baud=9600,baud=1200"), HasSubstr("baud= is given twice"));
   EXPECT_THAT(ErrorOf("1=/dev/a,init=AT,init=AT"), HasSubstr("init= is given twice"));
   EXPECT_THAT(ErrorOf("1=/dev/a,flow=xonxoff"), HasSubstr("write none or rtscts"));
-  EXPECT_THAT(ErrorOf("1=/dev/a,poll=0"), HasSubstr("poll=0 is no time from 1ms"));
+  EXPECT_THAT(ErrorOf("1=/dev/a,poll=0"), HasSubstr("poll=0 is not a time from 1ms"));
   EXPECT_THAT(ErrorOf("1=/dev/a,patience=60"), HasSubstr("an example: patience=2s"));
-  EXPECT_THAT(ErrorOf("1=/dev/a,patience=11min"), HasSubstr("is no time"));
+  EXPECT_THAT(ErrorOf("1=/dev/a,patience=11min"), HasSubstr("is not a time"));
   EXPECT_THAT(ErrorOf("1=/dev/a,init=\"AT"), HasSubstr("a quote is missing"));
   EXPECT_THAT(ErrorOf("1=/dev/a,init=\"AT\"x"), HasSubstr("a quote is missing"));
   EXPECT_THAT(ErrorOf("1=/dev/a,init=CNMI"), HasSubstr("'CNMI' is not an AT command"));
   EXPECT_THAT(ErrorOf("1=/dev/a,init=AT\r"), HasSubstr("is not an AT command"));
-  EXPECT_THAT(ErrorOf("1=/dev/a,init=AT+CNMI=2,0,bauds=9600"), HasSubstr("'bauds' is no setting"));
+  EXPECT_THAT(ErrorOf("1=/dev/a,init=AT+CNMI=2,0,bauds=9600"),
+              HasSubstr("'bauds' is not a setting"));
 }
 
-TEST(ModemTargets, OnePortAndOneDeviceStandInOneOptionOnly) {
+TEST(ModemTargets, APortOrADeviceMayBeGivenOnlyOnce) {
   EXPECT_EQ(ParseModemTargets({"1=/dev/a", "2=/dev/b"}).size(), 2U);
   EXPECT_THROW((void)ParseModemTargets({"1=/dev/a", "1=/dev/b"}), ModemTargetError);
   EXPECT_THROW((void)ParseModemTargets({"1=/dev/a", "2=/dev/a,baud=9600"}), ModemTargetError);

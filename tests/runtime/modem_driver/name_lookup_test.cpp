@@ -52,7 +52,7 @@ TEST(NameLookup, TheSystemKnowsLocalhost) {
   EXPECT_TRUE(found.addresses[0].address().is_loopback());
 }
 
-TEST(NameLookup, ANameServerThatDoesNotAnswerIsAskedOnceAndHoldsNobody) {
+TEST(NameLookup, ANameServerThatDoesNotAnswerIsAskedOnceAndDelaysNobody) {
   const auto server = std::make_shared<NameServer>();
   {
     WaitLoop loop;
@@ -78,7 +78,7 @@ TEST(NameLookup, ANameServerThatDoesNotAnswerIsAskedOnceAndHoldsNobody) {
   EXPECT_EQ(server->asked, 1);
 }
 
-TEST(NameLookup, AFailureIsToldAndTheNameAskedForAgain) {
+TEST(NameLookup, AFailureIsReportedAndTheNameIsAskedForAgain) {
   WaitLoop loop;
   int asked = 0;
   const Resolver refuse = [&asked](const std::string&, const std::string&) {

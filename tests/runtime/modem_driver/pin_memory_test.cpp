@@ -51,7 +51,7 @@ TEST_F(PinMemoryTest, RemembersAcrossStarts) {
   EXPECT_TRUE(PinMemory(folder_.path()).IsEmpty());
 }
 
-TEST_F(PinMemoryTest, TheFileHasADigestAndIsForItsOwnerAlone) {
+TEST_F(PinMemoryTest, TheFileHasADigestAndOnlyItsOwnerCanReadIt) {
   PinMemory memory(folder_.path());
   memory.Remember({kDevice, kCard, "13579246"}, kRefused);
   EXPECT_THAT(Content(), Not(HasSubstr("13579246")));
@@ -65,10 +65,10 @@ TEST_F(PinMemoryTest, TheFileHasADigestAndIsForItsOwnerAlone) {
   const std::size_t first = content.find("$y$");
   const std::size_t second = content.find("$y$", first + 1);
   ASSERT_NE(second, std::string::npos);
-  EXPECT_NE(content.substr(first, 40), content.substr(second, 40)) << "each has a salt of its own";
+  EXPECT_NE(content.substr(first, 40), content.substr(second, 40)) << "each has its own salt";
 }
 
-TEST_F(PinMemoryTest, KnowsACardByItsNumberAndElseByItsDevice) {
+TEST_F(PinMemoryTest, KnowsACardByItsNumberOrElseByItsDevice) {
   for (const bool restarted : {false, true}) {
     PinMemory memory(folder_.path());
     if (!restarted) memory.Remember(attempt_, kRefused);
@@ -80,7 +80,7 @@ TEST_F(PinMemoryTest, KnowsACardByItsNumberAndElseByItsDevice) {
 }
 
 TEST_F(PinMemoryTest, ForgetsTheOldestOfTooMany) {
-  PinMemory memory({});  // without digests, which take their time
+  PinMemory memory({});  // without digests, which take time
   for (std::size_t i = 0; i <= PinMemory::kMost; ++i) {
     memory.Remember({kDevice, kCard, std::to_string(1000 + i)}, kRefused);
   }
@@ -89,7 +89,7 @@ TEST_F(PinMemoryTest, ForgetsTheOldestOfTooMany) {
   EXPECT_TRUE(memory.Recall({kDevice, kCard, std::to_string(1000 + PinMemory::kMost)}));
 }
 
-TEST_F(PinMemoryTest, PassesOverWhatIsDamaged) {
+TEST_F(PinMemoryTest, SkipsWhatIsDamaged) {
   { PinMemory(folder_.path()).Remember(attempt_, kRefused); }
   const std::string good = Content();
   std::ofstream(folder_.path() / "refused-pins")
@@ -112,7 +112,7 @@ TEST_F(PinMemoryTest, WithoutAFolderRemembersUntilTheEndAndWarnsOnce) {
   EXPECT_TRUE(memory.Recall({kDevice, kCard, "4321"}));
   const auto log = test_support::TakeLog();
   ASSERT_EQ(log.size(), 1u);
-  EXPECT_THAT(log[0], HasSubstr("remembered until the program ends, not longer"));
+  EXPECT_THAT(log[0], HasSubstr("remembered only until the program ends"));
   PinMemory none({});
   none.Remember(attempt_, kRefused);
   EXPECT_TRUE(none.Recall(attempt_));

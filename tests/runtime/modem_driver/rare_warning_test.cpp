@@ -12,7 +12,7 @@ namespace {
 using corvane::RareWarning;
 using testing::ElementsAre;
 
-TEST(RareWarning, LogsTheSameOnlyOnceInAWhile) {
+TEST(RareWarning, LogsTheSameWarningOnlyOnceInAWhile) {
   test_support::TakeLog();
   RareWarning warning(std::chrono::hours(1));
   for (int i = 0; i < 5; ++i) warning.Log("a", "first");
@@ -20,7 +20,7 @@ TEST(RareWarning, LogsTheSameOnlyOnceInAWhile) {
   EXPECT_THAT(test_support::TakeLog(), ElementsAre("warning first", "warning second"));
 }
 
-TEST(RareWarning, TellsHowOftenItCame) {
+TEST(RareWarning, SaysHowOftenItCame) {
   test_support::TakeLog();
   RareWarning warning(std::chrono::milliseconds(50));
   for (int i = 0; i < 5; ++i) warning.Log("a", "first");
@@ -31,7 +31,7 @@ TEST(RareWarning, TellsHowOftenItCame) {
   EXPECT_THAT(log.back(), testing::MatchesRegex("warning first; [2-5] times since .*"));
 }
 
-TEST(RareWarning, StaysWithinItsMemory) {
+TEST(RareWarning, UsesBoundedMemory) {
   test_support::TakeLog();
   RareWarning warning(std::chrono::hours(1));
   for (int i = 0; i < 1000; ++i) warning.Log(std::to_string(i), "x");

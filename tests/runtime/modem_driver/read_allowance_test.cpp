@@ -9,7 +9,7 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-/// Octets that a peer without pauses gets through in this time, at so many a read.
+/// Octets that a peer without pauses gets through in this time, with this many per read.
 std::size_t ReadIn(seconds time, std::size_t a_read) {
   const SteadyTime begin{};
   ReadAllowance allowance(begin);

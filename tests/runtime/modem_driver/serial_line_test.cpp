@@ -62,12 +62,12 @@ TEST_F(SerialLineTest, AMissingDeviceIsNamed) {
             "/dev/no_such_modem does not exist; is the modem plugged in and switched on?");
 }
 
-TEST_F(SerialLineTest, WhatIsNoSerialDeviceIsRefused) {
+TEST_F(SerialLineTest, WhatIsNotASerialDeviceIsRefused) {
   const test_support::TemporaryFolder folder;
-  EXPECT_THAT(WhyNot(folder.path()), HasSubstr("is a folder, no serial device"));
+  EXPECT_THAT(WhyNot(folder.path()), HasSubstr("is a folder, not a serial device"));
   std::ofstream(folder.path() / "file") << "x";
-  EXPECT_THAT(WhyNot(folder.path() / "file"), HasSubstr("is no serial device"));
-  EXPECT_THAT(WhyNot("/dev/null"), HasSubstr("is no serial device"));
+  EXPECT_THAT(WhyNot(folder.path() / "file"), HasSubstr("is not a serial device"));
+  EXPECT_THAT(WhyNot("/dev/null"), HasSubstr("is not a serial device"));
 }
 
 TEST_F(SerialLineTest, ADeviceWithoutPermissionNamesTheGroupToJoin) {
@@ -157,7 +157,7 @@ TEST_F(SerialLineTest, OctetsPassUnchangedInBothDirections) {
   }
 }
 
-TEST_F(SerialLineTest, ALostLineTellsWhy) {
+TEST_F(SerialLineTest, ALostLineSaysWhy) {
   for (const PeerKind kind : {PeerKind::kPseudoTerminal, PeerKind::kTcp}) {
     ModemPeer peer([](ModemPeer& self, const std::string&) { self.Unplug(); }, kind);
     const auto line = OpenLine(ParseModemTarget("1=" + peer.Target()), loop_);
@@ -169,7 +169,7 @@ TEST_F(SerialLineTest, ALostLineTellsWhy) {
   }
 }
 
-TEST_F(SerialLineTest, AWriteThatIsNotTakenInTimeFails) {
+TEST_F(SerialLineTest, AWriteThatIsNotAcceptedInTimeFails) {
   ModemPeer peer([](ModemPeer&, const std::string&) {}, PeerKind::kTcp);
   const auto line = OpenLine(ParseModemTarget("1=" + peer.Target()), loop_);
   const std::string much(std::size_t{64} << 20, 'x');
@@ -179,7 +179,7 @@ TEST_F(SerialLineTest, AWriteThatIsNotTakenInTimeFails) {
   EXPECT_FALSE(line->Write(much, In(20)));
 }
 
-TEST_F(SerialLineTest, APeerThatNeverPausesIsReadAtABoundedRateAndHoldsUpNoEnd) {
+TEST_F(SerialLineTest, APeerThatNeverPausesIsReadAtABoundedRateAndDoesNotDelayTheEnd) {
   for (const PeerKind kind : {PeerKind::kPseudoTerminal, PeerKind::kTcp}) {
     std::atomic<bool> stop{false};
     WaitLoop loop;

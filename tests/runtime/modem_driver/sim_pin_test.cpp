@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A SIM card that asks for its PIN, in a modem that is opened again and again, by one run and by
-// the next. The third wrong PIN would lock it.
+// A SIM card that asks for its PIN, in a modem that is opened again and again, in one run and in
+// the next. The third wrong PIN would lock the card.
 #include "runtime/modem_driver/sim_pin.h"
 
 #include <gmock/gmock.h>
@@ -84,7 +84,7 @@ class SimLine : public SerialLine {
 
 class SimPinTest : public testing::Test {
  protected:
-  /// A run of the program, in which the device is opened so often.
+  /// A run of the program, in which the device is opened this often.
   void Run(const std::vector<std::string>& init, int openings = 2) {
     WaitLoop loop;
     ModemStatus status;
@@ -124,7 +124,7 @@ TEST_F(SimPinTest, ARightPinIsSentWheneverTheCardAsks) {
   EXPECT_THAT(Warnings(), IsEmpty());
 }
 
-TEST_F(SimPinTest, AWrongPinIsNeverSentTwiceInWhateverForm) {
+TEST_F(SimPinTest, AWrongPinIsNeverSentTwiceInAnyForm) {
   for (const std::string command : {"AT+CPIN=9999", "ATE0+CPIN=9999", "AT +CPIN=9999",
                                     "AT+CMEE=1;+CPIN=9999", "AT+CPIN=\"9999\""}) {
     Run({command});
@@ -143,7 +143,7 @@ TEST_F(SimPinTest, AnotherPinIsSentAndTheOldOneStaysRefused) {
   EXPECT_THAT(card_.pins, ElementsAre("9999", "1234"));
 }
 
-TEST_F(SimPinTest, AnotherCardGetsThePinWhereTheModemTellsItsNumber) {
+TEST_F(SimPinTest, AnotherCardGetsThePinIfTheModemReportsItsNumber) {
   for (const std::string number : {"894902000012345678", "894902000087654321"}) {
     card_ = SimCard{};
     card_.number_answer = "+CCID: " + number + "7F";
@@ -158,13 +158,13 @@ TEST_F(SimPinTest, AnotherCardGetsThePinWhereTheModemTellsItsNumber) {
   EXPECT_EQ(card_.pins.size(), 1u);
 }
 
-TEST_F(SimPinTest, APinWhoseAnswerIsLostIsTakenForAWrongOneUnlessTheCardTells) {
+TEST_F(SimPinTest, APinWhoseAnswerIsLostCountsAsWrongUnlessTheCardSaysOtherwise) {
   card_.answers_pin = false;
   card_.pin = "other";
   for (int start = 0; start < 3; ++start) Run({"AT+CPIN=1234"});
   EXPECT_EQ(card_.pins.size(), 1u);
   device_ = "/dev/other";
-  card_ = SimCard{};  // of which the modem tells how many tries are left
+  card_ = SimCard{};  // the modem reports how many tries are left
   card_.tells_tries = true;
   card_.number_answer = "+CCID: 8949020000123456789";
   card_.answers_pin = false;
@@ -200,7 +200,7 @@ TEST_F(SimPinTest, TheLastTryIsLeftToPeople) {
   EXPECT_THAT(Warnings(), ElementsAre(HasSubstr("the SIM card has only one try left")));
 }
 
-TEST_F(SimPinTest, ThePinOfTheCardIsForNothingElse) {
+TEST_F(SimPinTest, ThePinOfTheCardIsNotSentForAnythingElse) {
   for (const std::string asked : {"SIM PIN2", "PH-SIM PIN", "SIM PUK", "PH-NET PIN"}) {
     card_.asks_for = asked;
     Run({"AT+CPIN=1234"});
@@ -232,7 +232,7 @@ TEST_F(SimPinTest, NoLogBelowTraceShowsThePinNotEvenWhereTheModemQuotesIt) {
   }
 }
 
-TEST_F(SimPinTest, AMissingCardIsNoWrongPin) {
+TEST_F(SimPinTest, AMissingCardIsNotAWrongPin) {
   card_.refusal = "+CME ERROR: 10";
   card_.pin = "other";
   Run({"AT+CPIN=1234"}, 1);

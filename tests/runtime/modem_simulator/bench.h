@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A simulator that runs in a thread, and a controller that talks to it over its true lines.
+// A simulator that runs in a thread, and a controller that talks to it over its real lines.
 #pragma once
 
 #include <fcntl.h>
@@ -29,14 +29,14 @@ namespace modem_simulator {
 /// A wait that takes longer has failed.
 constexpr int kPatienceMs = std::chrono::milliseconds(test_support::kPatience).count();
 
-/// What can be read from a descriptor until `wanted` has come, it ends, or patience does.
+/// What can be read from a descriptor until `wanted` has come, it ends, or the patience does.
 inline std::string ReadUntil(int fd, std::string_view wanted) {
   std::string text;
   std::array<char, 4096> input{};
   while (wanted.empty() || text.find(wanted) == std::string::npos) {
     pollfd state{fd, POLLIN, 0};
     if (poll(&state, 1, kPatienceMs) <= 0) {
-      ADD_FAILURE() << "patience ended behind: " << text;
+      ADD_FAILURE() << "patience ended after: " << text;
       break;
     }
     const ssize_t size = read(fd, input.data(), input.size());
@@ -61,7 +61,7 @@ class Controller {
   void Write(std::string_view bytes) const {
     EXPECT_EQ(write(fd_, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
   }
-  /// What comes up to and with `wanted`.
+  /// What comes, up to and including `wanted`.
   [[nodiscard]] std::string Read(std::string_view wanted) const { return ReadUntil(fd_, wanted); }
   /// What comes until the line is gone.
   [[nodiscard]] std::string ReadToTheEnd() const { return ReadUntil(fd_, {}); }
@@ -99,7 +99,7 @@ class Bench {
     boost::asio::post(io_, [this, line] { simulator_.Do(line.action); });
   }
 
-  /// Waits for this in the output, and gives all that came up to it.
+  /// Waits for this in the output, and returns everything up to it.
   std::string AwaitOutput(std::string_view wanted) { return ReadUntil(reading_.get(), wanted); }
 
  private:

@@ -17,7 +17,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-/// Records what it is told; the modem is a real one.
+/// Records what it is asked to do; the modem is a real one.
 class FakeControls : public Controls {
  public:
   Modem& modem() override { return modem_; }
@@ -171,7 +171,7 @@ TEST_F(Console, SaysWhatIsWrongAndWhatToWrite) {
       {"fial 3", "'fial' is not a command; help lists them all"},
       {"receive", "is not a sender; write a number such as"},
       {"receive Twelve-letters x", "'Twelve-letters' is not a sender"},
-      {"receive 123 \\q", "a backslash begins none of"},
+      {"receive 123 \\q", "a backslash must begin"},
       {"receive 123 \\xFF", "not valid UTF-8"},
       {"binary 123 0", "not pairs of hexadecimal digits"},
       {"pdu 0G", "not pairs of hexadecimal digits"},
@@ -179,21 +179,21 @@ TEST_F(Console, SaysWhatIsWrongAndWhatToWrite) {
       {"fail x", "write the number of a +CMS ERROR, such as 321"},
       {"fail 321 CMGF", "'CMGF' cannot fail; write CMGS"},
       {"fail 321 CMGS 0", "'0' is not a number of times"},
-      {"mute", "'' is no duration; write one such as 500ms"},
-      {"mute 5", "'5' is no duration"},
-      {"unplug soon", "'soon' is no duration"},
+      {"mute", "'' is not a duration; write one such as 500ms"},
+      {"mute 5", "'5' is not a duration"},
+      {"unplug soon", "'soon' is not a duration"},
       {"after 2s", "write what to do after the time"},
-      {"after soon list", "'soon' is no duration"},
-      {"after 2s after 2s list", "a line takes one after"},
+      {"after soon list", "'soon' is not a duration"},
+      {"after 2s after 2s list", "a line can have only one after"},
       {"after 2s fial", "'fial' is not a command"},
-      {"delay 5", "'5' is no duration"},
+      {"delay 5", "'5' is not a duration"},
       {"delay 5s CMGL", "'CMGL' cannot be delayed; write network, prompt, list or delete"},
       {"garbage -1", "'-1' is not a number of bytes"},
       {"answer", "write a command such as +CMGF"},
       {"network maybe", "write network on or network off"},
       {"signal 32", "write a signal from 0 to 31, or 99"},
-      {"time noon", "'noon' is no time; write 2026-01-31T12:00:00+01:00 or now"},
-      {"quit now", "quit takes nothing else"}};
+      {"time noon", "'noon' is not a time; write 2026-01-31T12:00:00+01:00 or now"},
+      {"quit now", "quit takes no arguments"}};
   for (const auto& [line, error] : cases) {
     EXPECT_THAT(ParseConsoleLine(line).error, HasSubstr(error)) << line;
     EXPECT_EQ(ParseConsoleLine(line).action, nullptr) << line;

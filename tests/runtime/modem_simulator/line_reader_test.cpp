@@ -31,7 +31,7 @@ class LineReaderTest : public testing::Test {
     return {[this](const std::string& line) { lines_.push_back(line); },
             [this] { lines_.emplace_back("too long"); }, [this] { return ready_.load(); }};
   }
-  /// Handles events until so many lines have come.
+  /// Handles events until this many lines have come.
   void AwaitLines(std::size_t count) {
     const auto work = boost::asio::make_work_guard(io_);
     while (lines_.size() < count && io_.run_one_for(test_support::kPatience) > 0) {
@@ -44,7 +44,7 @@ class LineReaderTest : public testing::Test {
   std::atomic<bool> ready_ = true;
 };
 
-TEST_F(LineReaderTest, GivesLinesAndALastOneWithoutItsEnd) {
+TEST_F(LineReaderTest, ReturnsLinesAndALastOneWithoutItsEnd) {
   const LineReader reader(io_, pipe_[0], Collect());
   Write("one\n\ntw");
   Write("o\nlast");
@@ -58,7 +58,7 @@ TEST_F(LineReaderTest, EndsWhileItsInputIsStillOpen) {
   close(pipe_[1]);
 }
 
-TEST_F(LineReaderTest, TellsOnceOfALineThatIsTooLongAndGoesOnAfterIt) {
+TEST_F(LineReaderTest, ReportsALineThatIsTooLongOnceAndGoesOnAfterIt) {
   const LineReader reader(io_, pipe_[0], Collect());
   std::thread writer([this] {
     const std::string piece(4096, 'x');
@@ -73,7 +73,7 @@ TEST_F(LineReaderTest, TellsOnceOfALineThatIsTooLongAndGoesOnAfterIt) {
   EXPECT_THAT(lines_, ElementsAre("too long", "next"));
 }
 
-/// What the pipe takes before somebody reads.
+/// What the pipe accepts before somebody reads.
 std::size_t FillPipe(int descriptor) {
   EXPECT_EQ(fcntl(descriptor, F_SETFL, O_NONBLOCK), 0);
   std::size_t taken = 0;

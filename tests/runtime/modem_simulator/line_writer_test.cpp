@@ -72,7 +72,7 @@ TEST_F(LineWriterTest, EndsWhenNobodyReads) {
   EXPECT_EQ(failures_, 0);
 }
 
-TEST_F(LineWriterTest, TellsOnceThatItsOutputCannotBeWritten) {
+TEST_F(LineWriterTest, ReportsOnceThatItsOutputCannotBeWritten) {
   const corvane::Descriptor full(open("/dev/full", O_WRONLY | O_CLOEXEC));
   reading_ = corvane::Descriptor();
   for (const int descriptor : {full.get(), writing_.get()}) {

@@ -516,7 +516,7 @@ TEST_F(ModemTest, WritesTextsWithAndWithoutAReceiver) {
             "+CMGL: 2,\"STO UNSENT\",\"\",,\r\ntwo\r\n\r\nOK\r\n");
   EXPECT_EQ(Ask("AT+CSDH=1;+CMGR=1\r"),
             "\r\n+CMGR: \"STO SENT\",\"+1555\",,145,17,0,0,167,\"\",129,3\r\none\r\n\r\nOK\r\n");
-  EXPECT_EQ(Ask("AT+CMSS=2\r"), "\r\n+CMS ERROR: 305\r\n") << "to whom?";
+  EXPECT_EQ(Ask("AT+CMSS=2\r"), "\r\n+CMS ERROR: 305\r\n") << "it has no receiver";
   EXPECT_EQ(Ask("AT+CMSS=2,\"+1666\"\r"), "\r\n+CMSS: 1\r\n\r\nOK\r\n");
   EXPECT_EQ(host_.reports.back(), "sent to +1666: two");
   EXPECT_EQ(Ask("AT+CMGW=\"+1555\",145,\"REC READ\"\r"), "\r\n+CMS ERROR: 305\r\n");
