@@ -126,7 +126,7 @@ int SMSSubmit::encode(const std::string& text, const std::string& number) {
   return status;
 }
 
-bool FitsInRequest(const SMSSubmit& message) {
+bool FitsInTpdus(const SMSSubmit& message) {
   constexpr std::size_t kMaxTpdu = 164;  // octets: 3GPP TS 23.040 clause 9.2.3
   constexpr std::size_t kServiceCentre = 1;
   return std::all_of(message.pdus.begin(), message.pdus.end(),

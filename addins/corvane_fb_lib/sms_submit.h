@@ -36,6 +36,6 @@ struct SMSSubmit {
 /// Whether every PDU has at most the 164 octets, without the service centre's address, that modems
 /// accept; a longer one would always be refused. Only a receiver that is not a phone number makes a
 /// PDU that long.
-[[nodiscard]] bool FitsInRequest(const SMSSubmit& message);
+[[nodiscard]] bool FitsInTpdus(const SMSSubmit& message);
 
 }  // namespace sms

@@ -92,7 +92,7 @@ void SendSMSFB::QueueMessages() {
     if (number.empty()) continue;
     const auto message = boost::make_shared<sms::SMSSubmit>();
     int error = message->encode(text, number);
-    if (error == 0 && !sms::FitsInRequest(*message)) error = kNoReceiver;
+    if (error == 0 && !sms::FitsInTpdus(*message)) error = kNoReceiver;
     if (error == 0) {
       queue_.push_back(message);
     } else {

@@ -238,7 +238,7 @@ int Encode(const std::string& text, const std::string& number, bool json) {
   }
   sms::SMSSubmit message;
   int status = message.encode(text, number);
-  if (status == 0 && !sms::FitsInRequest(message)) {
+  if (status == 0 && !sms::FitsInTpdus(message)) {
     status = kNoReceiver;
     message.pdus.clear();
   }
