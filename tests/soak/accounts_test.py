@@ -457,6 +457,27 @@ class Log(unittest.TestCase):
         self.assertTrue(self.log([lost], unplugged))
         self.assertFalse(self.log([lost], unplugged, program=[(8, "mail 1 402")]))
 
+    def test_each_refusal_needs_an_order_of_its_kind(self):
+        refused = {"CMGL refused": "AT+CMGL=0 was refused: +CMS ERROR: 320",
+                   "CMGD refused": "AT+CMGD=2 was refused: ERROR",
+                   "CMGS refused": "a message was refused: +CMS ERROR: 38",
+                   "no network": "a message was refused: +CMS ERROR: 331"}
+        for kind, text in refused.items():
+            self.assertFalse(self.log([self.port + text], [Span(kind, 0, 0)]), kind)
+            self.assertTrue(self.log([self.port + text], [Span("muted", 0, 1)]), kind)
+            self.assertTrue(self.log([self.port + text] * 2, [Span(kind, 0, 0)]), kind)
+
+    def test_a_message_that_is_given_up_or_lost_needs_a_fault(self):
+        for text in ("a message is given up; the last attempt ended with no answer",
+                     "no confirmation of a message within 10s; it may be sent again"):
+            self.assertFalse(self.log([self.port + text], [Span("muted", 0, 1)]))
+            self.assertTrue(self.log([self.port + text], [Span("garbage", 0, 1)]))
+
+    def test_long_cycles_are_nobody_s_fault_and_no_failed_mails(self):
+        for text in ("overrun: cycle 2 ended 3.02s after its start was due; the period is 100ms",
+                     "cycle 7 has been running for 1.1s: it is in SEND_EMAIL, called at soak.lua:30"):
+            self.assertFalse(self.log([self.stamp + "warning " + text]))
+
     def test_each_failed_mail_is_logged(self):
         lines = [self.stamp + "warning Lack of memory",
                  self.stamp + 'warning SEND_EMAIL of soak.lua:19, "soak 1" via 127.0.0.1 port 25: code 408',

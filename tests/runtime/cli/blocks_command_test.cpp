@@ -24,7 +24,7 @@ TEST(BlocksCommand, JsonHoldsTheSame) {
   const auto result = RunCommand({CORVANE, "blocks", "--json"});
   EXPECT_EQ(result.status, 0);
   const auto blocks = nlohmann::json::parse(result.out);
-  ASSERT_EQ(blocks.size(), 5u);
+  ASSERT_GE(blocks.size(), 5u);  // more where blocks are added
   EXPECT_EQ(blocks[0]["name"], "SEND_SMS");
   EXPECT_EQ(blocks[1]["name"], "READ_SMS");
   EXPECT_EQ(blocks[2]["name"], "SEND_EMAIL");
