@@ -333,7 +333,7 @@ TEST_F(LateAnswerTest, AListThatComesTooLateIsReportedWithTheSettingThatHelps) {
     const auto log = Logged("warning");
     return std::any_of(log.begin(), log.end(), [](const std::string& line) {
       return line.find("began its list of messages only after") != line.npos &&
-             line.find("set patience=60s") != line.npos;
+             line.find("patience=60s") != line.npos;
     });
   }));
 }
