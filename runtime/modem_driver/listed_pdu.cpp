@@ -30,11 +30,10 @@ bool IsFilling(std::string_view rest) {
 
 /// The last number of a header: the PDU's length in octets, without the service-centre address.
 std::optional<std::size_t> AnnouncedOctets(std::string_view header) {
-  const std::size_t separator = header.find_last_of(",: ");
+  const std::string_view number = header.substr(header.find_last_of(",: ") + 1);
   std::size_t length = 0;
-  const char* const begin = header.data() + separator + 1;
-  const char* const end = header.data() + header.size();
-  const auto [rest, error] = std::from_chars(begin, end, length);
+  const char* const end = number.data() + number.size();
+  const auto [rest, error] = std::from_chars(number.data(), end, length);
   if (error != std::errc() || rest != end) return std::nullopt;
   return length;
 }
