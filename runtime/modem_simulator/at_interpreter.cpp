@@ -18,13 +18,13 @@ constexpr char kEscape = '\x1B';
 constexpr char kCtrlZ = '\x1A';
 
 /// What follows the first "AT" or "at"; nullopt when the line has none (clause 5.2.1).
-std::optional<std::string_view> BehindAttention(std::string_view line) {
+std::optional<std::string_view> AfterAttention(std::string_view line) {
   const std::size_t at = std::min(line.find("AT"), line.find("at"));
   if (at == std::string_view::npos) return std::nullopt;
   return line.substr(at + 2);
 }
 
-/// How long the slowest command of a line takes before its answer begins.
+/// How long the slowest command in a line takes before its answer begins.
 Delays::Duration DelayOf(const std::vector<AtCommand>& commands, const Delays& delays) {
   Delays::Duration longest{0};
   for (const AtCommand& command : commands) {
@@ -39,8 +39,8 @@ Delays::Duration DelayOf(const std::vector<AtCommand>& commands, const Delays& d
   return longest;
 }
 
-/// A command's name as orders of faults use it: "CMGS".
-std::string_view OrderName(std::string_view name) {
+/// A command's name as Faults expects it, without its plus sign: "CMGS".
+std::string_view FaultName(std::string_view name) {
   if (name.starts_with('+')) name.remove_prefix(1);
   return name;
 }
@@ -103,8 +103,8 @@ void AtInterpreter::TakeInMessage(char byte) {
       Prompt();
       break;
     default:
-      // A PDU has no backspace: 3GPP TS 27.005 clause 3.5.1 speaks of texts.
-      modem_.settings.text_mode&& IsBackspace(byte) ? TakeBack() : Collect(byte);
+      // Only a text has a backspace (3GPP TS 27.005 clause 3.5.1), a PDU does not.
+      (modem_.settings.text_mode && IsBackspace(byte)) ? TakeBack() : Collect(byte);
   }
 }
 
@@ -130,7 +130,7 @@ void AtInterpreter::EndLine() {
   if (Echoes() && modem_.options.quirks.Has(Quirk::kDoubleEcho)) {
     modem_.host.Transmit(line + '\r');
   }
-  const auto commands = BehindAttention(line);
+  const auto commands = AfterAttention(line);
   if (!commands) return SendIndications();  // not a command line: it needs no answer
   if (too_long) return Finish(kError, {});
   last_line_ = *commands;
@@ -145,7 +145,7 @@ void AtInterpreter::RepeatLine() {
 
 void AtInterpreter::StartLine(std::string_view line) {
   auto commands = ParseCommands(line);
-  if (AnswerAsOrdered(commands && !commands->empty() ? OrderName(commands->back().name) : "AT")) {
+  if (AnswerAsOrdered(commands && !commands->empty() ? FaultName(commands->back().name) : "AT")) {
     return;
   }
   if (!commands) return Finish(kError, {});

@@ -42,7 +42,7 @@ class AtInterpreter {
   enum class State {
     kCommand,  ///< collects a command line
     kMessage,  ///< has prompted, collects a message up to Ctrl-Z
-    kWorking,  ///< takes its time over a command line
+    kWorking,  ///< works on a slow command line
     kNetwork,  ///< waits for the network to confirm a message
   };
 

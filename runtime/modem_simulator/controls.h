@@ -20,7 +20,7 @@ class Controls {
   [[nodiscard]] virtual Modem& modem() = 0;
   /// Prints a line.
   virtual void Print(std::string_view line) = 0;
-  /// For this time, nothing is heard and nothing is sent; what is lost stays lost.
+  /// For this time, nothing is received or sent; what is lost stays lost.
   virtual void Mute(Duration duration) = 0;
   /// For this time, the modem's output is held back; then it is sent.
   virtual void Hold(Duration duration) = 0;
@@ -30,9 +30,9 @@ class Controls {
   virtual void Restart() = 0;
   /// Sends this many random bytes to the controller.
   virtual void SendGarbage(int count) = 0;
-  /// Stops the service centre's clock at this time; nullopt: the true time.
+  /// Stops the service centre's clock at this time; nullopt: it shows the true time.
   virtual void SetTime(std::optional<gsm::TimeStamp> time) = 0;
-  /// Acts after this time.
+  /// Carries out `action` after this time.
   virtual void After(Duration delay, Action action) = 0;
   virtual void Quit() = 0;
 };

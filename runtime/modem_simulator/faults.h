@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Faults that were ordered and wait for the command that they hit.
+// Faults that were ordered and wait for the command that they affect.
 #pragma once
 
 #include <deque>
@@ -25,7 +25,7 @@ class Faults {
   bool Fail(Result result, std::string command, int times);
   /// The next time that `command` comes, `bytes` are sent, and nothing else happens.
   bool Answer(std::string command, std::string bytes);
-  /// The next PDU that is listed or read is torn in the middle by this line.
+  /// The next PDU that is listed or read is interrupted in the middle by this line.
   void Interrupt(std::string line) { interruption_ = std::move(line); }
 
   /// The failure that is due for `command`; it is then used up.

@@ -18,7 +18,7 @@ Result SetFlag(const AtCommand& command, bool& flag) {
   return kOk;
 }
 
-/// Identification that is asked for by AT+CGMI and the like.
+/// Answers AT+CGMI and similar commands.
 Result Identify(const AtCommand& command, Answer& answer, std::string_view text) {
   if (command.form != CommandForm::kTest) answer.emplace_back(text);
   return kOk;
@@ -51,7 +51,7 @@ Result Dial(ModemState&, const AtCommand&, Answer&) {
   return {ResultKind::kNoCarrier};
 }
 
-/// The S registers. The two that end lines (S3, S4) have one value here.
+/// The S registers. The two that end lines (S3, S4) can have only one value here.
 Result Register(ModemState& modem, const AtCommand& command, Answer& answer) {
   struct Row {
     std::string_view name;
@@ -73,11 +73,11 @@ Result Register(ModemState& modem, const AtCommand& command, Answer& answer) {
   return kError;
 }
 
-/// The speed of the line, which the simulated one has at any setting.
+/// The speed of the line (AT+IPR). The simulated line does not depend on it.
 Result Speed(ModemState& modem, const AtCommand& command, Answer& answer) {
   constexpr std::string_view kSpeeds =
       "0,1200,2400,4800,9600,19200,38400,57600,115200,230400,460800,921600";
-  if (command.form == CommandForm::kTest) {  // none is found automatically and offered, too
+  if (command.form == CommandForm::kTest) {  // detected speeds, then those that must be set
     answer.push_back(fmt::format("+IPR: (),({})", kSpeeds));
     return kOk;
   }

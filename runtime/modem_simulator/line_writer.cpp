@@ -40,7 +40,7 @@ class LineWriter::Queue {
       ++left_out_;
       return;
     }
-    TellLeftOut();
+    ReportLeftOut();
     waiting_.append(line) += '\n';
     changed_.notify_all();
   }
@@ -67,7 +67,7 @@ class LineWriter::Queue {
   /// Waits for the thread to write what is left, as long as it makes progress.
   void End() {
     std::unique_lock lock(mutex_);
-    TellLeftOut();
+    ReportLeftOut();
     ending_ = true;
     changed_.notify_all();
     for (std::size_t seen = written_;; seen = written_) {
@@ -81,9 +81,9 @@ class LineWriter::Queue {
   }
 
  private:
-  void TellLeftOut() {
+  void ReportLeftOut() {
     if (left_out_ == 0) return;
-    waiting_ += fmt::format("{} lines are left out here: nobody read them in time\n", left_out_);
+    waiting_ += fmt::format("{} lines were left out here: nobody read them in time\n", left_out_);
     left_out_ = 0;
   }
 

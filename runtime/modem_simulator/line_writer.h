@@ -25,15 +25,15 @@ class LineWriter {
 
   /// Never waits.
   void Write(std::string_view line);
-  /// Whether the larger part of the space for waiting lines is free.
+  /// Whether more than half of the space for waiting lines is free.
   [[nodiscard]] bool HasRoom() const;
   [[nodiscard]] bool failed() const;
 
  private:
   class Queue;
 
-  std::shared_ptr<Queue>
-      queue_;  // shared with the thread, which a write without end may keep alive
+  // Shared with the thread, which a write that never ends may keep alive.
+  std::shared_ptr<Queue> queue_;
 };
 
 }  // namespace modem_simulator

@@ -22,7 +22,7 @@ enum class Route : std::uint8_t {
 /// The line that announces a message in a place: `+CMTI: "SM",1`.
 [[nodiscard]] std::string PlaceNews(const ModemState& modem, gsm::OctetSpan pdu, int place);
 
-/// The lines that hand a message on: "+CMT: ,30" and the PDU, or the message as text mode shows it.
+/// The lines that pass a message on: "+CMT: ,30" and the PDU, or the message as text mode shows it.
 [[nodiscard]] std::string MessageNews(const ModemState& modem, const gsm::Octets& pdu);
 
 }  // namespace modem_simulator

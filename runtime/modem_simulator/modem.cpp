@@ -9,6 +9,7 @@
 #include "runtime/modem_simulator/message_routing.h"
 
 namespace modem_simulator {
+
 Modem::Modem(const ModemOptions& options, ModemHost& host)
     : state_(options, host),
       interpreter_(state_),
@@ -38,7 +39,7 @@ bool Modem::ReceiveParts(const gsm::Address& sender,
 
 void Modem::ReceivePdu(gsm::Octets pdu) {
   if (state_.in_network.size() >= kMostInNetwork) {
-    state_.host.Report("lost: the network keeps no more messages");
+    state_.host.Report("lost: the network cannot keep more messages");
     return;
   }
   state_.in_network.push_back(std::move(pdu));
@@ -48,7 +49,7 @@ void Modem::ReceivePdu(gsm::Octets pdu) {
 
 void Modem::ReportWaiting() {
   std::string_view why = "the store is full";
-  if (state_.acknowledgement_due) why = "the last one is not acknowledged";
+  if (state_.acknowledgement_due) why = "the last one has not been acknowledged";
   if (!state_.online()) why = "the modem is not registered";
   if (!state_.sim.ready()) why = "the PIN is missing";
   if (!powered_) why = "the modem is unplugged";
@@ -93,10 +94,10 @@ void Modem::TellRegistration(Domain domain, bool& was_registered) {
 void Modem::Take(const gsm::Octets& pdu, Route route) {
   const std::string description = DescribeMessage(pdu);
   if (route == Route::kDiscard) {
-    return state_.host.Report(fmt::format("received, not handed on: {}", description));
+    return state_.host.Report(fmt::format("received, not passed on: {}", description));
   }
   if (route == Route::kHandOn) {
-    state_.host.Report(fmt::format("received, handed on: {}", description));
+    state_.host.Report(fmt::format("received, passed on: {}", description));
     state_.acknowledgement_due = state_.settings.message_service == 1;
     return Indicate(MessageNews(state_, pdu));
   }

@@ -41,7 +41,7 @@ class Modem {
   [[nodiscard]] bool Receive(const gsm::Address& sender, std::string_view text);
   /// 8-bit data.
   [[nodiscard]] bool ReceiveOctets(const gsm::Address& sender, gsm::OctetSpan octets);
-  /// A PDU as it is, right or wrong.
+  /// A PDU, unchanged, valid or not.
   void ReceivePdu(gsm::Octets pdu);
 
   void SetSignal(int signal) { state_.signal = signal; }

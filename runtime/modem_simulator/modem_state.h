@@ -90,7 +90,7 @@ struct Settings {
   Indications indications;
   TextParameters text_parameters;
   int show_text_parameters = 0;  ///< AT+CSDH
-  int message_service = 0;       ///< AT+CSMS: 1: messages that are handed on must be acknowledged
+  int message_service = 0;       ///< AT+CSMS: 1: messages that are passed on must be acknowledged
   int circuit_reports = 0;       ///< AT+CREG
   int packet_reports = 0;        ///< AT+CGREG
   int operator_format = 0;       ///< AT+COPS: 0 long, 1 short, 2 numeric
@@ -164,7 +164,7 @@ struct ModemState {
   std::optional<Outgoing> outgoing;
   /// PDUs that the modem has not yet accepted, oldest first.
   std::deque<gsm::Octets> in_network;
-  bool acknowledgement_due = false;    ///< AT+CNMA must acknowledge what was handed on
+  bool acknowledgement_due = false;    ///< AT+CNMA must acknowledge what was passed on
   std::uint8_t message_reference = 0;  ///< of the last message sent
 };
 

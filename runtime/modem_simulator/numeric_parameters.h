@@ -14,10 +14,9 @@ namespace modem_simulator {
 [[nodiscard]] bool Offers(std::string_view choices, int value);
 
 /// The whole command: "=?" shows `offered`, one list of values per parameter, "?" shows `values`,
-/// and
-/// "=" sets them. A parameter that is left out keeps its value; without any, all become 0, which is
-/// the default of the commands for which this is used. For any other value, or one parameter too
-/// many, returns `refusal` and sets nothing. `offered` and `values` must have the same size.
+/// and "=" sets them. A parameter that is left out keeps its value; without any, all become 0, the
+/// default of the commands for which this is used. For any other value, or one parameter too many,
+/// returns `refusal` and sets nothing. `offered` and `values` must have the same size.
 [[nodiscard]] Result NumericParameters(const AtCommand& command,
                                        std::span<const std::string_view> offered,
                                        std::span<int> values, Result refusal, Answer& answer);

@@ -36,7 +36,7 @@ int OpenDevice(const std::string& device) {
   return open(device.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
 }
 
-/// No echo and no line discipline, whatever the programs that open it later expect. The setting
+/// Switches echo and line editing off, whatever the programs that open it later expect. The setting
 /// lasts as long as the terminal.
 void MakeRaw(const std::string& device) {
   const Descriptor slave(OpenDevice(device));
@@ -57,8 +57,8 @@ Descriptor NewTerminal() {
 /// Ensures that the next program does not read the last one's answers. False: the terminal cannot
 /// be opened.
 bool DropUnread(const std::string& device) {
-  const Descriptor slave(
-      OpenDevice(device));  // closed on return; while open, it would look like a program
+  // Closed on return: while open, it would look like a program.
+  const Descriptor slave(OpenDevice(device));
   if (slave.get() < 0) return false;
   tcflush(slave.get(), TCIFLUSH);
   return true;

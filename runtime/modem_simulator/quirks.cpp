@@ -7,7 +7,7 @@ namespace modem_simulator {
 namespace {
 
 constexpr std::array kQuirks{
-    QuirkRow{Quirk::kEchoAlways, "echo-always", "answers OK to ATE0 and echoes all the same"},
+    QuirkRow{Quirk::kEchoAlways, "echo-always", "answers OK to ATE0 but keeps echoing"},
     QuirkRow{Quirk::kNoEcho, "no-echo", "never echoes"},
     QuirkRow{Quirk::kDoubleEcho, "double-echo", "echoes each command line twice"},
     QuirkRow{Quirk::kPromptBare, "prompt-bare", "the prompt is > alone"},

@@ -11,7 +11,7 @@ namespace modem_simulator {
 /// Like corvane::Printable, but also doubles backslashes, so that Unescape returns `text` again.
 [[nodiscard]] std::string Escape(std::string_view text);
 
-/// The reverse; nullopt if a backslash begins none of these.
+/// The reverse of Escape; nullopt if a backslash does not begin one of its escapes.
 [[nodiscard]] std::optional<std::string> Unescape(std::string_view text);
 
 }  // namespace modem_simulator

@@ -57,6 +57,13 @@ Result AnnounceText(ModemState& modem, const AtCommand& command, Purpose purpose
   return kPrompt;
 }
 
+/// Prompts for a message, if the SIM card is ready.
+Result Announce(ModemState& modem, const AtCommand& command, Purpose purpose) {
+  if (const Result sim = CheckSim(modem); sim != kOk) return sim;
+  return modem.settings.text_mode ? AnnounceText(modem, command, purpose)
+                                  : AnnouncePdu(modem, command, purpose);
+}
+
 /// The octets of the digits; nullopt, with a report, if they are not what was announced.
 std::optional<gsm::Octets> TakeDigits(ModemState& modem, std::string_view body) {
   std::string digits(body);
@@ -111,12 +118,12 @@ std::optional<gsm::Octets> TakeBody(ModemState& modem, std::string_view body) {
   auto octets = SubmitOctets(modem.announcement.destination, body, modem.settings);
   if (!octets) {
     modem.host.Report(
-        "refused: the text does not fit one message, or is not written in its character set");
+        "refused: the text does not fit into one message, or is not written in its character set");
   }
   return octets;
 }
 
-/// The network accepts the message, or refuses it.
+/// Why the network refuses the message; nullopt if it accepts it.
 std::optional<Result> Failure(ModemState& modem, std::string_view command) {
   if (const auto ordered = modem.faults.TakeFailure(command.substr(1))) return ordered;
   if (!modem.online()) return Cms(kNoNetworkService);
@@ -136,17 +143,13 @@ void ReturnStatusReport(ModemState& modem, const gsm::SubmitPdu& pdu) {
 Result Send(ModemState& modem, const AtCommand& command, Answer&) {
   if (command.form == CommandForm::kTest) return kOk;
   if (command.form != CommandForm::kSet) return kError;
-  if (const Result sim = CheckSim(modem); sim != kOk) return sim;
-  return modem.settings.text_mode ? AnnounceText(modem, command, Purpose::kSend)
-                                  : AnnouncePdu(modem, command, Purpose::kSend);
+  return Announce(modem, command, Purpose::kSend);
 }
 
 Result Write(ModemState& modem, const AtCommand& command, Answer&) {
   if (command.form == CommandForm::kTest) return kOk;
   if (command.form == CommandForm::kRead) return kError;
-  if (const Result sim = CheckSim(modem); sim != kOk) return sim;
-  return modem.settings.text_mode ? AnnounceText(modem, command, Purpose::kStore)
-                                  : AnnouncePdu(modem, command, Purpose::kStore);
+  return Announce(modem, command, Purpose::kStore);
 }
 
 Result SendStored(ModemState& modem, const AtCommand& command, Answer&) {

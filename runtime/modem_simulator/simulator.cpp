@@ -88,7 +88,7 @@ void Simulator::Transmit(std::string_view bytes) {
   if (output_.size() + bytes.size() <= kMostOutput) output_ += bytes;
 }
 
-/// All that one event made the modem say is sent at once.
+/// Everything that the modem says because of one event is sent at once.
 void Simulator::Flush() {
   if (held_ || output_.empty()) return;
   Trace("modem", output_);
@@ -140,7 +140,7 @@ void Simulator::Unplug(Duration duration) {
   });
 }
 
-/// If its name has been taken meanwhile, tries again and again.
+/// If its name has been taken in the meantime, tries again every second.
 void Simulator::Replug() {
   try {
     for (const auto& line : lines_) line->Plug();

@@ -23,7 +23,7 @@ struct HostAndPort {
 };
 
 /// HOST:PORT, with an IPv6 address in brackets. Throws std::runtime_error when it is
-/// not one. (The system's own reading would take 99999 for 34463.)
+/// not one. (The system's own conversion would make 34463 of 99999.)
 HostAndPort Split(const std::string& address) {
   HostAndPort parts;
   const std::size_t colon = std::min(address.rfind(':'), address.size());
@@ -54,7 +54,7 @@ Tcp::endpoint Resolve(boost::asio::io_context& io, const std::string& address) {
   return found.begin()->endpoint();
 }
 
-/// Asio leaves its sockets open in processes that are started.
+/// Asio leaves its sockets open in child processes.
 template <typename Socket>
 void CloseOnExec(Socket& socket) {
   fcntl(socket.native_handle(), F_SETFD, FD_CLOEXEC);

@@ -397,7 +397,7 @@ TEST_F(AtInterpreterTest, SendsNoResultsAfterQ1) {
   EXPECT_EQ(Ask("ATQ0\r"), "\r\nOK\r\n");
 }
 
-TEST_F(AtInterpreterTest, IsAsNewAfterZ) {
+TEST_F(AtInterpreterTest, ForgetsItsSettingsAfterZ) {
   Ask("ATE0V0+CMGF=1;+CMEE=2\r");
   EXPECT_EQ(Ask("ATZ\r"), "\r\nOK\r\n");
   EXPECT_EQ(Ask("AT+CMGF?\r"), "AT+CMGF?\r\r\n+CMGF: 0\r\n\r\nOK\r\n");

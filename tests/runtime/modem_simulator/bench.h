@@ -29,14 +29,14 @@ namespace modem_simulator {
 /// A wait that takes longer has failed.
 constexpr int kPatienceMs = std::chrono::milliseconds(test_support::kPatience).count();
 
-/// What can be read from a descriptor until `wanted` has come, it ends, or the patience does.
+/// What can be read from a descriptor until `wanted` has come, the input ends, or the time is over.
 inline std::string ReadUntil(int fd, std::string_view wanted) {
   std::string text;
   std::array<char, 4096> input{};
   while (wanted.empty() || text.find(wanted) == std::string::npos) {
     pollfd state{fd, POLLIN, 0};
     if (poll(&state, 1, kPatienceMs) <= 0) {
-      ADD_FAILURE() << "patience ended after: " << text;
+      ADD_FAILURE() << "timed out after: " << text;
       break;
     }
     const ssize_t size = read(fd, input.data(), input.size());

@@ -217,7 +217,7 @@ TEST_F(Console, SurvivesAnyLine) {
     parsed.action(controls_);
     ++right;
   }
-  EXPECT_GT(right, 100) << "the lines are too bad to be a test";
+  EXPECT_GT(right, 100) << "too few lines are valid for this to be a test";
 }
 
 }  // namespace

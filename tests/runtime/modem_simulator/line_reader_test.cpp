@@ -85,7 +85,7 @@ TEST_F(LineReaderTest, ReadsNoFurtherThanItsLinesAreHandled) {
   const LineReader reader(io_, pipe_[0], Collect());
   const std::size_t first = FillPipe(pipe_[1]);
   EXPECT_GT(first, 0U);
-  // Nothing is handled: it has taken one piece at most, however long it has had.
+  // Nothing is handled, so it has read one piece at most, however much time it had.
   EXPECT_LE(first + FillPipe(pipe_[1]), 65536U + 4096U);
   AwaitLines(first);
   EXPECT_GE(lines_.size(), first);

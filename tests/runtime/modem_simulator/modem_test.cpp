@@ -42,7 +42,7 @@ std::string Entry(int index, int status) {
          "\r\n" + kReceived + "\r\n";
 }
 
-TEST_F(ModemTest, ListsNothingAsJustOk) {
+TEST_F(ModemTest, AnswersJustOkIfThereIsNothingToList) {
   EXPECT_EQ(Ask("AT+CMGL=0\r"), "\r\nOK\r\n");
 }
 
@@ -162,7 +162,7 @@ TEST_F(ModemTest, KeepsIndicationsUntilTheyAreAllowed) {
   EXPECT_EQ(Ask("AT+CNMI=1\r"), "\r\nOK\r\n\r\n+CMTI: \"SM\",1\r\n\r\n+CMTI: \"SM\",2\r\n");
 }
 
-TEST_F(ModemTest, ForgetsKeptIndicationsWhenToldTo) {
+TEST_F(ModemTest, DropsKeptIndicationsIfSoConfigured) {
   Ask("AT+CNMI=0,1\r");
   ASSERT_TRUE(modem_.Receive("+1555", "x"));
   EXPECT_EQ(Ask("AT+CNMI=3,1,0,0,1\r"), "\r\nOK\r\n");
@@ -186,7 +186,7 @@ TEST_F(ModemTest, PassesOnTheNextMessageWhenOneIsAcknowledged) {
   modem_.ReceivePdu(gsm::FromHexadecimal(OfClass(0)).value());
   modem_.ReceivePdu(gsm::FromHexadecimal(OfClass(1)).value());
   EXPECT_EQ(host_.Take(), "\r\n+CMT: ,17\r\n" + OfClass(0) + "\r\n");
-  EXPECT_THAT(host_.reports.back(), HasSubstr("; the last one is not acknowledged"));
+  EXPECT_THAT(host_.reports.back(), HasSubstr("; the last one has not been acknowledged"));
   EXPECT_EQ(Ask("AT+CNMA\r"), "\r\nOK\r\n\r\n+CMT: ,17\r\n" + OfClass(1) + "\r\n");
   EXPECT_EQ(Ask("AT+CNMA=2\r"), "\r\nOK\r\n");
   EXPECT_EQ(host_.reports.back(), "refused by the controller");
@@ -223,7 +223,7 @@ TEST_F(ModemTest, PassesOnStoresOrDropsStatusReports) {
   };
   EXPECT_EQ(send(), "\r\n+CMGS: 1\r\n\r\nOK\r\n");
   EXPECT_EQ(host_.reports.back(),
-            "received, not handed on: status report 0 on message 1 to +15550101234");
+            "received, not passed on: status report 0 on message 1 to +15550101234");
   Ask("AT+CNMI=2,1,0,1\r");
   EXPECT_EQ(send(),
             "\r\n+CMGS: 2\r\n\r\nOK\r\n\r\n+CDS: 25\r\n"
@@ -254,8 +254,7 @@ TEST_F(ModemTest, RefusesAnInvalidReceiverOrText) {
 
 TEST_F(ModemTest, JoinsThePartsThatTheControllerSends) {
   // 71 Cyrillic characters in two parts.
-  std::string first = "00410009915155101032F4000880050003070201";
-  first = "0041000B915155101032F400088C050003070201";
+  std::string first = "0041000B915155101032F400088C050003070201";
   for (int i = 0; i < 67; ++i) first += "0416";
   std::string second = "0041000B915155101032F400080E050003070202";
   for (int i = 0; i < 4; ++i) second += "0417";

@@ -73,7 +73,7 @@ TEST_F(PseudoTerminalTest, LosesWhatItSendsWhileNoProgramListens) {
   EXPECT_EQ(Controller(link_).Ask("AT\r"), "AT\r\r\nOK\r\n");
 }
 
-TEST_F(PseudoTerminalTest, RestsWhenItsProgramHasLeft) {
+TEST_F(PseudoTerminalTest, IsIdleWhenItsProgramHasLeft) {
   boost::asio::io_context io;
   LineWriter out(STDOUT_FILENO, [] {});
   Simulator simulator(io, Options(), out);

@@ -67,7 +67,7 @@ TEST_F(TcpPortTest, DropsTheConnectionAndRefusesWhileUnplugged) {
   EXPECT_EQ(Controller(Connect(port_)).Ask("AT\r"), "AT\r\r\nOK\r\n");
 }
 
-TEST(TcpPortAddress, IsCheckedWithAClearMessage) {
+TEST(TcpPortAddress, IsRefusedIfItIsNotOne) {
   boost::asio::io_context io;
   for (const char* address :
        {"4001", "", ":4001", "127.0.0.1:", "127.0.0.1:port", "127.0.0.1:1x", "127.0.0.1:-1",
