@@ -16,4 +16,9 @@ inline constexpr std::string_view kLeavePrompt = "\x1B\r";
   return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
 }
 
+/// Whether a command line begins with AT, in either case.
+[[nodiscard]] constexpr bool BeginsWithAt(std::string_view line) {
+  return line.size() >= 2 && Upper(line[0]) == 'A' && Upper(line[1]) == 'T';
+}
+
 }  // namespace corvane

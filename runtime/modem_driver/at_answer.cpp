@@ -11,9 +11,6 @@ namespace corvane {
 namespace {
 
 constexpr std::string_view kLineEnd = "\r\n";
-bool BeginsWith(std::string_view text, std::string_view beginning) {
-  return text.substr(0, beginning.size()) == beginning;
-}
 
 /// Whether every character of `part` is in `whole`, in the same order.
 bool IsSubsequence(std::string_view part, std::string_view whole) {
@@ -185,13 +182,12 @@ void AtAnswer::Append(std::string_view line) {
 }
 
 bool AtAnswer::IsOwn(std::string_view line) const {
-  return !own_name_.empty() && BeginsWith(line, own_name_) && line.size() > own_name_.size() &&
+  return !own_name_.empty() && line.starts_with(own_name_) && line.size() > own_name_.size() &&
          line[own_name_.size()] == ':';
 }
 
 bool AtAnswer::IsEcho(std::string_view line) const {
-  const bool begins_command = line.size() >= 2 && Upper(line[0]) == 'A' && Upper(line[1]) == 'T';
-  return begins_command || IsSubsequence(line, sent_) ||
+  return BeginsWithAt(line) || IsSubsequence(line, sent_) ||
          (!sent_.empty() && line.find(sent_) != std::string_view::npos);
 }
 

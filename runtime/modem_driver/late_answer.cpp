@@ -1,12 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "runtime/modem_driver/late_answer.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <utility>
-
-#include "runtime/corvane/duration.h"
 
 namespace corvane {
 namespace {

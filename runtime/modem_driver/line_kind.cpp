@@ -47,7 +47,7 @@ constexpr std::array kQuirks{
     Quirk{"+CMT:", kBeginning, kUnsolicitedPair},
     Quirk{"+CDS:", kBeginning, kUnsolicitedPair},
     Quirk{"+CBM:", kBeginning, kUnsolicitedPair},
-    // A start of the modem, wanted or not (a weak supply drops while the modem sends).
+    // The modem has started, intentionally or not (a weak supply drops while the modem sends).
     Quirk{"RDY", kLine, kRestart},             // SIMCom, Quectel
     Quirk{"APP RDY", kLine, kRestart},         // Quectel
     Quirk{"START", kLine, kRestart},           // SIMCom

@@ -42,23 +42,25 @@ void ModemAdvice::NoteRestart(std::string_view line) const {
 
 void ModemAdvice::NoteEndlessAnswer(const ModemRequest& request) const {
   spdlog::warn(
-      "modem port {}: {} was answered by a line or a list without end; is the baud rate right "
+      "modem port {}: {} was answered with an endless line or list; is the baud rate right "
       "(baud={})?",
       target_.port, request.shown, target_.baud);
 }
 
 void ModemAdvice::NoteOkWithoutNumber(const ModemRequest& text) const {
   spdlog::warn(
-      "modem port {}: the modem said OK to a message without {}: and its number; some makers' "
-      "modems do that when sending failed (init=\"AT^SM20=0,0\" helps there)",
+      "modem port {}: the modem answered OK to a message, but without {}: and its number; modems "
+      "of "
+      "some makers do that when sending has failed (init=\"AT^SM20=0,0\" helps there)",
       target_.port, text.name);
 }
 
 void ModemAdvice::NoteLateConfirmation(std::chrono::nanoseconds time) {
-  if (std::exchange(slow_network_told_, true)) return;
+  if (std::exchange(slow_network_reported_, true)) return;
   spdlog::info(
-      "modem port {}: the network confirmed a message after {}. It is not sent again; SEND_SMS "
-      "shows Error 6 until then. With patience=60s for this port, it waits without the error",
+      "modem port {}: the network confirmed a message after {}. It is not sent again, but until "
+      "then "
+      "SEND_SMS shows Error 6. With patience=60s for this port, it waits without the error",
       target_.port, FormatDuration(time));
 }
 
@@ -90,7 +92,7 @@ void ModemAdvice::NoteGivenUp(std::string_view answer) {
 void ModemAdvice::NoteForeignLine(std::string_view line) {
   if (overdue_list_.empty() || !line.starts_with(overdue_list_ + ":")) return;
   overdue_list_.clear();
-  if (std::exchange(slow_list_told_, true)) return;
+  if (std::exchange(slow_list_reported_, true)) return;
   spdlog::warn(
       "modem port {}: the modem began its list of messages only after {}, when the port no "
       "longer waited for it; they stay in its store, marked as read. Set patience=60s for this "

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Log messages about a modem that misbehaves, with what helps; each is logged once.
-// Threads: the port's own.
+// Log messages about a modem that misbehaves, with advice. Most are logged once, or once in a
+// while. Threads: the port's own.
 #pragma once
 
 #include <chrono>
@@ -24,7 +24,7 @@ class ModemAdvice {
   void NoteAnswer();
   void NoteRestart(std::string_view line) const;
   void NoteEndlessAnswer(const ModemRequest& request) const;
-  /// A message was answered by OK alone.
+  /// A message was answered with OK alone.
   void NoteOkWithoutNumber(const ModemRequest& text) const;
   /// The network confirmed a text `time` after it was sent, too late for its request.
   void NoteLateConfirmation(std::chrono::nanoseconds time);
@@ -43,9 +43,9 @@ class ModemAdvice {
   RareWarning warning_;
   std::string overdue_list_;  // name of its command; empty: none
   SteadyTime overdue_since_;
-  bool answers_ = true;  // false once silence was reported
-  bool slow_network_told_ = false;
-  bool slow_list_told_ = false;
+  bool answers_ = true;  // false once its silence has been reported
+  bool slow_network_reported_ = false;
+  bool slow_list_reported_ = false;
 };
 
 }  // namespace corvane

@@ -10,7 +10,7 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-/// The network and the modem take their time over these: `patience` is for them.
+/// The network or the modem may take long over these: `patience` applies to them.
 bool IsSlow(RequestKind kind) {
   return kind == RequestKind::kText || kind == RequestKind::kList;
 }

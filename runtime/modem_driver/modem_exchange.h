@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Carries one request to a modem and its answer, over a line that may fail, be late or be cut at
-// any time, and knows the state that this leaves the modem in. Threads: the port's own.
+// Carries one request to a modem and its answer back, over a line that may fail, be late or be cut
+// at any time, and knows the state that this leaves the modem in. Threads: the port's own.
 #pragma once
 
 #include <chrono>
@@ -98,8 +98,8 @@ class ModemExchange {
   [[nodiscard]] bool stopped() const { return loop_.stopped(); }
 
  private:
-  static constexpr std::chrono::milliseconds kQuiet{
-      100};  // after this time without an octet, nothing more will come
+  /// After this time without an octet, nothing more will come.
+  static constexpr std::chrono::milliseconds kQuiet{100};
 
   void SetState(State state);
   [[nodiscard]] ExchangeResult Finished(PendingAnswer& pending);

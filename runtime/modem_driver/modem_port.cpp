@@ -241,8 +241,8 @@ ExchangeResult ModemPort::Carry(const Request& request) {
   if (!open_) return {};
   try {
     return dialogue_.Exchange(request.client, request.request, request.timeout);
-  } catch (
-      const std::bad_alloc&) {  // a long list, perhaps; the next exchange sets the modem up again
+  } catch (const std::bad_alloc&) {
+    // A long list, perhaps; the next exchange sets the modem up again.
     spdlog::error("modem port {}: no memory for the answer; the exchange is lost", target_.port);
     return {};
   }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // One modem port: its thread chooses among the clients, carries out their exchanges and reopens the
 // device after it has gone away.
-// Threads: functions marked so need the scan lock, which also guards the clients.
+// Threads: functions that need the scan lock, which also guards the clients, say so.
 #pragma once
 
 #include <array>

@@ -13,7 +13,7 @@ namespace {
 
 /// A connection that is not made within this time does not hold up the program.
 constexpr std::chrono::seconds kFirstAttempts(2);
-constexpr std::size_t kMaxTold = 16;  // a program may try any number
+constexpr std::size_t kMaxReported = 16;  // a program may try any port number
 
 ModemPortDriver* the_driver = nullptr;  // guarded by the scan lock, as the clients are
 
@@ -41,7 +41,7 @@ bool ModemPortDriver::Register(int number, void* context, PortDriverPriorityFunc
   const auto found = std::find_if(ports_.begin(), ports_.end(),
                                   [number](const auto& port) { return port->number() == number; });
   if (found != ports_.end()) return (*found)->Register(context, priority, request);
-  if (told_.size() < kMaxTold && told_.insert(number).second) {
+  if (reported_.size() < kMaxReported && reported_.insert(number).second) {
     spdlog::warn(
         "modem port {}: a block needs it, but it is not configured; start with --modem {}=DEVICE",
         number, number);

@@ -41,7 +41,7 @@ class ModemPortDriver {
   ScanLock& lock_;
   PinMemory pins_;
   std::vector<std::unique_ptr<ModemPort>> ports_;
-  std::set<int> told_;  // numbers that clients wanted and that are not configured
+  std::set<int> reported_;  // numbers that clients wanted and that are not configured
 };
 
 }  // namespace corvane

@@ -29,7 +29,7 @@ bool BelongsToName(char c) {
 }
 
 std::string CommandName(std::string_view octets) {
-  if (octets.size() < 3 || Upper(octets[0]) != 'A' || Upper(octets[1]) != 'T') return {};
+  if (octets.size() < 3 || !BeginsWithAt(octets)) return {};
   const std::string_view rest = octets.substr(2);
   if (std::string_view("+^*#$%_&").find(rest.front()) == std::string_view::npos) return {};
   std::string name(rest.begin(), std::find_if_not(rest.begin() + 1, rest.end(), BelongsToName));

@@ -67,8 +67,8 @@ void ModemSetup::RunInitCommand(const ModemRequest& command) {
   if (!command.pin.empty()) return pin_.Send(command);
   const ExchangeResult result = TransactOnceSimIsReady(command);
   if (result.final_kind == LineKind::kOk || exchange_.stopped()) return;
-  spdlog::warn("modem port {}: init: {} was answered by {}", exchange_.target().port, command.shown,
-               result.answered ? "'" + Printable(result.text) + "'" : "nothing");
+  spdlog::warn("modem port {}: init: {} was {}", exchange_.target().port, command.shown,
+               result.answered ? "answered with '" + Printable(result.text) + "'" : "not answered");
 }
 
 ExchangeResult ModemSetup::TransactOnceSimIsReady(const ModemRequest& command) {

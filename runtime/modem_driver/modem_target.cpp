@@ -11,6 +11,7 @@
 #include <set>
 
 #include "runtime/corvane/duration.h"
+#include "runtime/modem_driver/ascii.h"
 #include "runtime/modem_driver/modem_request.h"
 
 namespace corvane {
@@ -67,8 +68,7 @@ void SetInit(ModemTarget& target, std::string_view value) {
     while (!command.empty() && command.front() == ' ') command.remove_prefix(1);
     while (!command.empty() && command.back() == ' ') command.remove_suffix(1);
     if (command.empty()) continue;
-    const bool is_at =
-        command.size() >= 2 && (command[0] | 0x20) == 'a' && (command[1] | 0x20) == 't';
+    const bool is_at = BeginsWithAt(command);
     // After a semicolon a command needs no AT (ITU-T V.250 clause 5.2.3).
     const bool continues = !target.init.empty() && !is_at && command.front() == '+';
     const bool printable =

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Limits how fast a line is read. No modem sends so much for long, and a peer that never pauses (a
-// program at the other end of a TCP connection) costs only a bounded share of the processor.
+// Limits how fast a line is read, so that a peer that never pauses (a program at the other end of a
+// TCP connection) costs only a bounded share of the processor. No modem sends that much for long.
 // Threads: the line's own.
 #pragma once
 

@@ -169,7 +169,7 @@ std::string WhyNotOpened(const std::string& device, int error) {
 }
 
 /// Two programs on one modem steal each other's answers. The terminal's exclusive mode keeps others
-/// out; the lock keeps out even those that may open it all the same (root).
+/// out; the lock also keeps out those that may open it anyway (root).
 void TakeExclusively(int descriptor, const std::string& device) {
   if (flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
     throw LineError(WhyNotOpened(device, errno == EWOULDBLOCK ? EBUSY : errno));

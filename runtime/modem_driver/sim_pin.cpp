@@ -18,10 +18,10 @@ namespace {
 // The standard's command (3GPP TS 27.007 clause 8.18, file 2FE2 of TS 31.102), then makers' own.
 constexpr std::array kAskForCardNumber{"AT+CRSM=176,12258,0,0,10\r", "AT+CCID\r", "AT^ICCID?\r",
                                        "AT+ICCID\r", "AT+QCCID\r"};
-/// Digits of a card's number that every command shows; a check digit and filling follow.
+/// Digits of a card's number that every command shows; a check digit and filling may follow.
 constexpr std::size_t kCardDigits = 18;
 
-/// Tries of a card after no wrong PIN, unless the modem says otherwise.
+/// The tries that a card allows, unless the modem says otherwise.
 constexpr int kUsualTries = 3;
 
 bool IsDigit(char c) {
@@ -62,10 +62,11 @@ void SimPin::Send(const ModemRequest& command) {
   }
   if (IsFinal(result.final_kind)) RememberRefused(attempt);
   spdlog::warn(
-      "modem port {}: init: {} was answered by {}; the PIN is not sent again, since the "
+      "modem port {}: init: {} was {}; the PIN is not sent again, since the "
       "third wrong one locks the SIM",
       exchange_.target().port, command.shown,
-      result.answered ? "'" + Printable(command.WithoutPin(result.text)) + "'" : "nothing");
+      result.answered ? "answered with '" + Printable(command.WithoutPin(result.text)) + "'"
+                      : "not answered");
 }
 
 bool SimPin::IsAskedFor(const ModemRequest& command, const PinAttempt& attempt) {

@@ -21,8 +21,8 @@ class SimPin {
   SimPin(ModemExchange& exchange, PinMemory& memory, Ask ask)
       : exchange_(exchange), memory_(memory), ask_(std::move(ask)) {}
 
-  /// Sends the command, which contains a PIN, if that does no harm; logs why not, or that the PIN
-  /// was not accepted.
+  /// Sends the command, which contains a PIN, if that cannot do harm; logs why it was not
+  /// sent, or that the PIN was not accepted.
   void Send(const ModemRequest& command);
 
  private:

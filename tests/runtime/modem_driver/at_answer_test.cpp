@@ -307,13 +307,13 @@ TEST(AtAnswer, CountsTheOctetsOfItsOwnLinesEvenWhileOneIsArriving) {
 TEST(AtAnswer, ACutListKeepsOnlyItsWholeEntries) {
   const std::string whole = "\r\n" + Entry(1) + Entry(2) + "\r\nOK\r\n";
   const std::string first = Entry(1);
-  const std::size_t behind_first = 2 + first.size() - 2;  // its line end may be missing
-  const std::size_t behind_second = 2 + 2 * first.size() - 2;
+  const std::size_t after_first = 2 + first.size() - 2;  // its line end may be missing
+  const std::size_t after_second = 2 + 2 * first.size() - 2;
   for (std::size_t cut = 0; cut < whole.size(); ++cut) {
     const Outcome outcome = Answer(kList, whole.substr(0, cut));
     std::string want;
-    if (cut >= behind_first) want += Entry(1);
-    if (cut >= behind_second) want += Entry(2);
+    if (cut >= after_first) want += Entry(1);
+    if (cut >= after_second) want += Entry(2);
     if (cut >= whole.size() - 2) want += "OK\r\n";
     EXPECT_EQ(outcome.text, want) << "cut at " << cut;
   }
@@ -347,7 +347,7 @@ TEST(AtAnswer, NoiseIsKeptWithinBounds) {
   EXPECT_LE(Answer("AT+CMGF=0\r", noise).text.size(), AtAnswer::kMaxUnknown);
 }
 
-TEST(AtAnswer, AListOf10000EntriesComesThroughWhole) {
+TEST(AtAnswer, AListOf10000EntriesArrivesWhole) {
   std::string list;
   for (int i = 0; i < 10'000; ++i) list += Entry(i);
   const Outcome outcome = Answer(kList, "\r\n" + list + "\r\nOK\r\n");

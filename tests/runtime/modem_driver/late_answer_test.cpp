@@ -45,7 +45,7 @@ const std::string kConfirmation = "\r\n+CMGS: 12\r\n\r\nOK\r\n";
 constexpr auto kNever = std::chrono::milliseconds(600'000);
 
 /// Obeys, but does not answer texts.
-void ObeyButTexts(ModemPeer& peer, const std::string& request) {
+void ObeyAllButTexts(ModemPeer& peer, const std::string& request) {
   if (request.back() != '\x1A') Obey(peer, request);
 }
 
@@ -62,7 +62,7 @@ class LateAnswerTest : public test_support::DriverTest {
 
 TEST_F(LateAnswerTest, AConfirmationThatComesLateAnswersTheSameTextWithoutTheModem) {
   times_.probe = kNever;
-  const auto running = Start(ObeyButTexts);
+  const auto running = Start(ObeyAllButTexts);
   SendInVain();
   peer_->Send(kConfirmation);
   ExpectMessageSent(client_);
@@ -73,7 +73,7 @@ TEST_F(LateAnswerTest, AConfirmationThatComesLateAnswersTheSameTextWithoutTheMod
 
 TEST_F(LateAnswerTest, TheSameTextSentAgainGoesOutAgain) {
   times_.probe = kNever;
-  const auto running = Start(ObeyButTexts);
+  const auto running = Start(ObeyAllButTexts);
   SendInVain();
   peer_->Send(kConfirmation);
   ExpectMessageSent(client_);
@@ -84,7 +84,7 @@ TEST_F(LateAnswerTest, TheSameTextSentAgainGoesOutAgain) {
 TEST_F(LateAnswerTest, ARequestThatWaitsIsAnsweredWhenTheConfirmationComes) {
   times_.probe = kNever;
   times_.undisturbed = std::chrono::milliseconds(0);
-  const auto running = Start(ObeyButTexts);
+  const auto running = Start(ObeyAllButTexts);
   SendInVain();
   client_.Queue(kAnnounce, 600'000, 0);
   client_.Queue(kText);
@@ -96,7 +96,7 @@ TEST_F(LateAnswerTest, ARequestThatWaitsIsAnsweredWhenTheConfirmationComes) {
 
 TEST_F(LateAnswerTest, AConfirmationWithoutItsOkCounts) {
   times_.probe = kNever;
-  const auto running = Start(ObeyButTexts);
+  const auto running = Start(ObeyAllButTexts);
   SendInVain();
   peer_->Send("\r\n+CMGS: 12\r\n");
   ExpectMessageSent(client_);
@@ -106,7 +106,7 @@ TEST_F(LateAnswerTest, AnotherTextAfterAPromptFromMemoryIsReallyAnnouncedFirst) 
   times_.probe = kNever;
   const std::string other = "0001000B915155101032F4000005E8329BFD07\x1A";
   const auto running = Start([&other](ModemPeer& peer, const std::string& request) {
-    request == other ? peer.Send(kConfirmation) : ObeyButTexts(peer, request);
+    request == other ? peer.Send(kConfirmation) : ObeyAllButTexts(peer, request);
   });
   SendInVain();
   peer_->Send(kConfirmation);
@@ -118,7 +118,7 @@ TEST_F(LateAnswerTest, AnotherTextAfterAPromptFromMemoryIsReallyAnnouncedFirst) 
 TEST_F(LateAnswerTest, AnotherMessageEndsTheMemory) {
   times_.probe = kNever;
   const auto running = Start([](ModemPeer& peer, const std::string& request) {
-    request == "0102\x1A" ? peer.Send(kConfirmation) : ObeyButTexts(peer, request);
+    request == "0102\x1A" ? peer.Send(kConfirmation) : ObeyAllButTexts(peer, request);
   });
   SendInVain();
   peer_->Send(kConfirmation);
@@ -132,7 +132,7 @@ TEST_F(LateAnswerTest, AnotherMessageEndsTheMemory) {
 TEST_F(LateAnswerTest, TheMemoryEndsSomeTimeAfterTheClientStoppedWaiting) {
   times_.probe = kNever;
   times_.kept = std::chrono::milliseconds(50);
-  const auto running = Start(ObeyButTexts);
+  const auto running = Start(ObeyAllButTexts);
   SendInVain();
   peer_->Send(kConfirmation);
   ASSERT_TRUE(WaitFor([] { return !Logged("info").empty(); })) << "it is confirmed";
@@ -143,7 +143,7 @@ TEST_F(LateAnswerTest, TheMemoryEndsSomeTimeAfterTheClientStoppedWaiting) {
 
 TEST_F(LateAnswerTest, ARestartOfTheModemEndsTheMemory) {
   times_.probe = kNever;
-  const auto running = Start(ObeyButTexts);
+  const auto running = Start(ObeyAllButTexts);
   SendInVain();
   peer_->Send(kConfirmation);
   peer_->Send("\r\nRDY\r\n");
@@ -157,7 +157,7 @@ TEST_F(LateAnswerTest, ARestartOfTheModemEndsTheMemory) {
 
 TEST_F(LateAnswerTest, ADeviceThatIsPluggedInAgainEndsTheMemory) {
   times_.probe = kNever;
-  const auto running = Start(ObeyButTexts);
+  const auto running = Start(ObeyAllButTexts);
   SendInVain();
   peer_->Unplug();
   peer_->PlugIn();
@@ -168,7 +168,7 @@ TEST_F(LateAnswerTest, ADeviceThatIsPluggedInAgainEndsTheMemory) {
 }
 
 TEST_F(LateAnswerTest, AModemThatAnswersAProbeHasLostTheText) {
-  const auto running = Start(ObeyButTexts);
+  const auto running = Start(ObeyAllButTexts);
   SendInVain();
   SendInVain();
   EXPECT_THAT(peer_->Requests(), ElementsAre(kAnnounce, kText, kProbe, kAnnounce, kText));
@@ -177,7 +177,7 @@ TEST_F(LateAnswerTest, AModemThatAnswersAProbeHasLostTheText) {
 
 TEST_F(LateAnswerTest, AModemThatMissedTheEndOfTheTextIsBroughtOutOfItsPrompt) {
   const auto running = Start([](ModemPeer& peer, const std::string& request) {
-    request == kProbe ? peer.Send("\r\n> ") : ObeyButTexts(peer, request);
+    request == kProbe ? peer.Send("\r\n> ") : ObeyAllButTexts(peer, request);
   });
   SendInVain();
   SendInVain();
@@ -187,7 +187,7 @@ TEST_F(LateAnswerTest, AModemThatMissedTheEndOfTheTextIsBroughtOutOfItsPrompt) {
 
 TEST_F(LateAnswerTest, ARefusalThatComesLateLetsTheNextAttemptGoOut) {
   times_.probe = kNever;
-  const auto running = Start(ObeyButTexts);
+  const auto running = Start(ObeyAllButTexts);
   SendInVain();
   peer_->Send("\r\n+CMS ERROR: 331\r\n");
   SendInVain();
@@ -209,7 +209,7 @@ TEST_F(LateAnswerTest, TheAnswersToProbesAreNotTakenForOthers) {
     } else if (request == "AT+CSQ\r") {
       peer.Send("\r\n+CSQ: 20,0\r\n\r\nOK\r\n");
     } else {
-      ObeyButTexts(peer, request);
+      ObeyAllButTexts(peer, request);
     }
   });
   SendInVain();
@@ -219,7 +219,7 @@ TEST_F(LateAnswerTest, TheAnswersToProbesAreNotTakenForOthers) {
 
 TEST_F(LateAnswerTest, WhileATextIsUnderWayNothingElseIsWrittenAndNobodyFails) {
   times_.probe = kNever;
-  const auto running = Start(ObeyButTexts);
+  const auto running = Start(ObeyAllButTexts);
   DriverClient other(34);
   ASSERT_EQ(other.Register(1), 0);
   SendInVain();
@@ -234,7 +234,7 @@ TEST_F(LateAnswerTest, WhileATextIsUnderWayNothingElseIsWrittenAndNobodyFails) {
 TEST_F(LateAnswerTest, RequestsEndWithATimeOutOnceATextHasTakenVeryLong) {
   times_.probe = kNever;
   times_.undisturbed = std::chrono::milliseconds(50);
-  const auto running = Start(ObeyButTexts);
+  const auto running = Start(ObeyAllButTexts);
   DriverClient other;
   ASSERT_EQ(other.Register(1), 0);
   SendInVain();
@@ -249,7 +249,7 @@ TEST_F(LateAnswerTest, RequestsEndWithATimeOutOnceATextHasTakenVeryLong) {
 TEST_F(LateAnswerTest, ATextThatIsNeverConfirmedDoesNotStopThePortForGood) {
   times_.probe = kNever;
   times_.late_text = std::chrono::milliseconds(50);
-  const auto running = Start(ObeyButTexts);
+  const auto running = Start(ObeyAllButTexts);
   SendInVain();
   ExpectReply(client_.Exchange(kSetPduMode), "OK\r\n");
   EXPECT_THAT(Logged("warning"), Contains(HasSubstr("no confirmation of a message within")));
@@ -356,8 +356,8 @@ class Sender {
     const std::size_t step = static_cast<Sender*>(context)->step_;
     const std::string& request = requests[step];
     *on_reply = OnReply;
-    // A fiftieth for a text, as for the driver's times. What the modem answers at once must not
-    // fail on a busy machine.
+    // For a text a fiftieth of the block's time, as ShortTimes has it for the driver. What the
+    // modem answers at once must not fail on a busy machine.
     data->timeout = step == 2 ? 40 : 10'000;
     std::copy(request.begin(), request.end(), buffer);
     return static_cast<int>(request.size());
@@ -473,7 +473,7 @@ TEST(SlowNetwork, SendersThatShareAPortDoNotMakeEachOtherFail) {
 }
 
 TEST(SlowNetwork, AMessageThatTheModemLosesEachTimeIsGivenUpAfterFourAttempts) {
-  SlowPort port(1, 1, ObeyButTexts);
+  SlowPort port(1, 1, ObeyAllButTexts);
   const ModemPortDriver driver({port.Target()}, TheScanLock());
   port.Register();
   port.Finish();

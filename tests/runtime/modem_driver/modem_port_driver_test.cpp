@@ -101,7 +101,7 @@ TEST_F(DriverTest, AModemThatRefusesTheSetUpInOneLineGetsItInParts) {
   client_.Unregister();
 }
 
-TEST_F(DriverTest, AModemThatEchoesAllTheSameIsUnderstood) {
+TEST_F(DriverTest, AModemThatEchoesAnywayIsUnderstood) {
   for (const int copies : {1, 2}) {
     const auto running = Start([copies](ModemPeer& peer, const std::string& request) {
       for (int i = 0; i < copies; ++i) peer.Send(request);

@@ -212,11 +212,11 @@ TEST_F(SimPinTest, OnlyTheWarningOfThePinSaysThatItIsNotSentAgain) {
   test_support::TakeLog();
   Run({"AT+CPIN=9999", "AT+UNKNOWN=1"}, 1);
   const auto warnings = Warnings();
-  EXPECT_THAT(
-      warnings,
-      ElementsAre(AllOf(HasSubstr("AT+CPIN=(secret) was answered by '+CME ERROR: 16"),
-                        HasSubstr("the PIN is not sent again")),
-                  AllOf(HasSubstr("AT+UNKNOWN=1 was answered by 'ERROR"), Not(HasSubstr("PIN")))));
+  EXPECT_THAT(warnings,
+              ElementsAre(AllOf(HasSubstr("AT+CPIN=(secret) was answered with '+CME ERROR: 16"),
+                                HasSubstr("the PIN is not sent again")),
+                          AllOf(HasSubstr("AT+UNKNOWN=1 was answered with 'ERROR"),
+                                Not(HasSubstr("PIN")))));
   Run({"AT+CPIN=9999"}, 1);
   EXPECT_THAT(Warnings(), ElementsAre(AllOf(HasSubstr("has refused this PIN; correct the option"),
                                             HasSubstr("refused-pins"))));
