@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "libs/gsm/address.h"
 
-#include <utf8.h>
-
 #include "libs/gsm/septets.h"
 #include "libs/gsm/seven_bit_text.h"
+#include "libs/gsm/utf16.h"
 
 namespace gsm {
 namespace {
@@ -28,12 +27,11 @@ std::string_view DigitsOf(std::string_view number) {
   return number;
 }
 
-/// The septets of an alphanumeric address; empty when it cannot be one.
+/// The septets of an alphanumeric address; empty when `text` cannot be one.
 Octets Letters(std::string_view text) {
-  if (!utf8::is_valid(text.begin(), text.end())) return {};
   Octets septets;
-  for (auto at = text.begin(); at != text.end();) {
-    const auto letter = EncodeDefaultAlphabet(utf8::unchecked::next(at));
+  for (const char32_t character : CodePoints(text).value_or(std::u32string())) {
+    const auto letter = EncodeDefaultAlphabet(character);
     if (!letter) return {};
     septets.insert(septets.end(), letter->begin(), letter->end());
   }
@@ -46,7 +44,7 @@ std::string ReadDigits(OctetSpan octets, std::size_t count, OctetReader& in) {
     const std::uint8_t octet = octets[i / 2];
     const std::uint8_t half = i % 2 == 0 ? octet & 0x0F : octet >> 4;
     if (half == kFiller) {
-      // The filler of an odd number of digits is the last half; elsewhere it is not a digit.
+      // After an odd number of digits the last half is the filler; anywhere else it is not a digit.
       if (i + 1 != count) in.Refuse(PduError::kBadDigit);
       break;
     }

@@ -47,7 +47,7 @@ std::size_t Capacity(Alphabet alphabet, std::size_t header) {
   return alphabet == Alphabet::kUcs2 ? octets / 2 * 2 : octets;
 }
 
-/// Payloads of whole characters, each as full as it gets.
+/// Payloads of whole characters, each as full as possible.
 std::optional<std::vector<UserData>> Split(Alphabet alphabet, const std::vector<Octets>& characters,
                                            const SplitOptions& options) {
   std::size_t size = 0;
@@ -87,7 +87,7 @@ UserData ReadUserData(OctetReader& in, std::uint8_t data_coding_scheme, bool has
   std::size_t header_size = 0;
   if (has_header) {
     data.header_ignored = true;
-    const std::size_t size = octets.empty() ? octets.size() + 1 : std::size_t{octets[0]} + 1;
+    const std::size_t size = 1 + (octets.empty() ? std::size_t{0} : std::size_t{octets[0]});
     const bool fits = septets ? HeaderSeptets(size) <= length : size <= length;
     if (const auto header = fits ? ReadHeader(octets.subspan(1, size - 1)) : std::nullopt) {
       data.header_ignored = false;
