@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-// BaseFB<T>: a Lua userdata as a function block with named variables, kept as OPC UA variants.
-// A block lives in memory that Lua owns; `__gc` runs its destructor only.
-// Threads: the one that runs the Lua state; under the runtime's scan lock also the modem port
-// driver's.
+// BaseFB<T>: a function block in a Lua userdata, whose named variables are OPC UA variants.
+// A block lives in memory that Lua owns; `__gc` runs only its destructor.
+// Threads: the one that runs the Lua state and, under the runtime's scan lock, that of the modem
+// port driver.
 #pragma once
 
 #include <algorithm>
@@ -19,7 +19,7 @@
 #include "share/base_lua_fb.h"
 #include "share/lua_value.h"
 
-/// Per block class: the record with its names, which DEFINE_FUNCTION_BLOCK makes.
+/// Per block class: the record with its names, which DEFINE_FUNCTION_BLOCK creates.
 template <class T>
 const LuaFBUtil& FBUtil();
 
@@ -58,7 +58,7 @@ class BaseFB : public BaseLuaFB {
 
   /// The Lua chunk that enters the block's name and variables into TYPES.StandardFB.
   static std::string MakeMetadata(const char* type_name);
-  /// Whether a program may assign to this name without a warning, though the table lacks it. A
+  /// Whether a program may assign to this name without a warning although the table lacks it. A
   /// block class that reads such a variable hides this function with its own.
   static bool IsKnownUndeclared(std::string_view /*name*/) { return false; }
 
@@ -86,7 +86,7 @@ class BaseFB : public BaseLuaFB {
   void loadInputs();
   static bool Declares(std::string_view name) { return ::Declares(T::GetMetaTable(), name); }
 
-  BlockVariables variables_;  // the declared and the reported ones are settled
+  BlockVariables variables_;  // declared and reported ones are settled
 };
 
 template <class T>
@@ -135,7 +135,7 @@ int BaseFB<T>::setField(lua_State* L) {
   std::size_t length = 0;
   const char* key = lua_tolstring(L, -2, &length);
   const std::string_view name(key, length);
-  if (name == "EnO") return 0;  // the enable output is the host's
+  if (name == "EnO") return 0;  // the enable output belongs to the host
   const auto store = [L](OpcUa_VariantHlp& value) {
     return ReadLuaValueOpcUaVariant(value, L, -1, static_cast<OpcUa_BuiltInType>(value.Datatype));
   };
@@ -193,7 +193,7 @@ int BaseFB<T>::GetInt(const std::string& name) {
       return static_cast<int>(std::fmin(std::fmax(number, kMin), kMax));
     }
     case OpcUaType_String: {
-      // Saturates on every machine as strtol does where a long has 32 bits.
+      // Saturates on every machine, as strtol does where long has 32 bits.
       const long long number = std::strtoll(GetString(name).c_str(), nullptr, 10);
       return static_cast<int>(std::clamp<long long>(number, std::numeric_limits<int>::min(),
                                                     std::numeric_limits<int>::max()));

@@ -9,8 +9,8 @@
 #include <cstddef>
 #include <string_view>
 
-/// One row of a block class's declaration table, which ends with a null row. Its order is the one
-/// in which hosts show the variables.
+/// One row of a block class's declaration table, which ends with a null row. Hosts show the
+/// variables in the order of the rows.
 struct FBMetaEntry {
   const char* name;
   const char* type;  ///< IEC 61131-3 elementary type
@@ -24,14 +24,14 @@ inline bool Declares(const FBMetaEntry* table, std::string_view name) {
   return false;
 }
 
-/// How far two names are apart: 2 for each letter that is missing, extra or different, 1 for
+/// How far apart two names are: 2 for each letter that is missing, extra or different, 1 for
 /// a letter in the other case (Levenshtein's distance). Letters after the 63rd do not count.
 inline unsigned NameDistance(std::string_view a, std::string_view b) {
   constexpr std::size_t kLetters = 63;
   a = a.substr(0, kLetters);
   b = b.substr(0, kLetters);
-  std::array<unsigned, kLetters + 1>
-      row{};  // distances between the letters of `a` so far and each prefix of `b`
+  // Distances between the letters of `a` so far and each prefix of `b`.
+  std::array<unsigned, kLetters + 1> row{};
   for (std::size_t j = 0; j <= b.size(); ++j) row[j] = static_cast<unsigned>(2 * j);
   for (std::size_t i = 1; i <= a.size(); ++i) {
     unsigned diagonal = row[0];

@@ -10,7 +10,8 @@
 #include "block/program_line.h"
 #include "share/log.h"
 
-/// How many names of one block type are reported; a program that makes up names gets no more lines.
+/// How many names are reported for one block type, so that a program that makes up names does not
+/// fill the log.
 inline constexpr int kReportedNames = 100;
 
 /// Notes the name on top of the stack and pops it. @return how many names were noted for this table

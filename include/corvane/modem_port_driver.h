@@ -12,7 +12,7 @@ extern "C" {
 
 /// What a request function says about the request that it wrote.
 struct PortDriverRequestData {
-  std::int32_t timeout;  ///< how long to wait for the answer, in ms, from its last octet
+  std::int32_t timeout;  ///< ms to wait for the answer, from the last octet sent or received
   /// The character that ends a one-line answer (13). 0: the answer has several lines, or no line
   /// end, like the prompt. A hint for drivers that do not know AT commands; ours does, and ignores
   /// it.
@@ -46,10 +46,10 @@ using PortDriverRequestFunction = int (*)(void* context, char* buffer,
 int ModemPortDriverRegister(int port, void* context, PortDriverPriorityFunction priority,
                             PortDriverRequestFunction request, void* extra);
 
-/// Withdraws every registration of `context`, which the driver does not touch after the return. If
-/// an exchange of it is in progress, it continues on the wire, and its answer is dropped. Unknown
-/// contexts are allowed. An addition of this runtime: an add-in refers to it weakly and skips the
-/// call where a runtime does not have it.
+/// Withdraws every registration of `context`; once this returns, the driver does not touch it. If
+/// one of its exchanges is in progress, that continues on the wire, and the answer is dropped.
+/// Unknown contexts are allowed. An addition of this runtime: an add-in refers to it weakly and
+/// skips the call where a runtime does not have it.
 void ModemPortDriverUnregister(void* context) __attribute__((weak));
 }
 
@@ -96,4 +96,4 @@ void ModemPortDriverUnregister(void* context) __attribute__((weak));
 //   wants the port goes first, and the client pauses, for longer while it keeps failing (our pauses
 //   double from 100 ms to 5 s, until an exchange succeeds). A READ_SMS or SEND_SMS that fails is
 //   ready again at once, and would keep the port for ever.
-// - A client may register and withdraw others and itself in any of its functions.
+// - In any of its functions, a client may register or withdraw itself and others.

@@ -8,7 +8,7 @@ extern "C" {
 
 /// Registers a block type under `name` (copied). The runtime calls `opener` once for every Lua
 /// state that it prepares; a negative result means that the type could not be opened there.
-/// A name that is registered already is refused. Called from the add-in's InitAddin only.
+/// A name that is already registered is refused. Called from the add-in's InitAddin only.
 /// @return 0, or non-zero when refused
 int RegisterExternalSTLib(const char* name, lua_CFunction opener);
 
@@ -19,11 +19,11 @@ struct STValueMeaning {
   const char* meaning;  ///< UTF-8
 };
 
-/// Says what values of a block type's variables mean, for people who watch a program. The words are
-/// the block's, since nothing else knows its states; they are passed by this function and not in
-/// the metadata, which hosts check and programs see. `meanings` is copied. Called from the add-in's
-/// InitAddin only. An addition of this runtime: an add-in refers to it weakly and skips the call
-/// where a runtime does not have it.
+/// Says what values of a block type's variables mean, for people who watch a program. The words
+/// come from the block, since nothing else knows its states; they are passed by this function and
+/// not in the metadata, which hosts check and programs see. `meanings` is copied. Called from the
+/// add-in's InitAddin only. An addition of this runtime: an add-in refers to it weakly and skips
+/// the call where a runtime does not have it.
 void DescribeExternalSTLibValues(const char* name, const STValueMeaning* meanings)
     __attribute__((weak));
 }

@@ -13,7 +13,7 @@ class BaseLuaFB {
  public:
   /// Attaches the metatable registered under `type_name` to the userdata on top of the stack.
   /// The name must already be in the registry, so that no Lua error can be raised here. Throws a
-  /// std::exception when the host accepts no more blocks: ours does so while it closes the state.
+  /// std::exception when the host accepts no more blocks, as ours does while it closes the state.
   BaseLuaFB(lua_State* L, const char* type_name);
   BaseLuaFB(const BaseLuaFB&) = delete;
   BaseLuaFB& operator=(const BaseLuaFB&) = delete;

@@ -18,6 +18,6 @@ struct RTime {
 /// 100 ns ticks since 1601-01-01 00:00 UTC. Fields out of their range carry over into the next
 /// larger one (month 13 is January of the next year, day 0 the last day of the month before), since
 /// the octets of a time stamp are not checked. A time before 1601 yields 0, the null time; one
-/// beyond the range (some day in the year 30828) yields the greatest value. Calculates in 64 bits
+/// beyond the range, which ends in the year 30828, yields the greatest value. Calculates in 64 bits
 /// and never through the C library's time_t.
 extern "C" std::int64_t RTimeToFileTime(const RTime* time);

@@ -4,8 +4,8 @@
 
 extern "C" {
 
-/// Logs a printf-formatted text, one log line for each of its lines; line ends at its end are
-/// dropped. Add-ins log what went wrong, so the line has the level "warning".
+/// Logs a printf-formatted text, one log line for each of its lines; trailing line ends are
+/// dropped. Add-ins log what went wrong, so the level is "warning".
 void logMsg(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 /// Logs `line` as it is, without formatting.

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// OpcUa_Variant as a C++ value: owns its contents, copies deep, renders as text.
-// Header only but for GetUaTypeFromName (corvaneshare.so). A value belongs to one thread at a time.
+// OpcUa_Variant as a C++ value: owns its contents, copies them deeply, renders them as text.
+// Header only, except GetUaTypeFromName (corvaneshare.so). A value belongs to one thread at a time.
 #pragma once
 
 #include <cstring>
@@ -55,13 +55,13 @@ class OpcUa_VariantHlp : public OpcUa_Variant {
 
   /// The text form of a scalar value; `out` stays as it is if there is none.
   /// @return OpcUa_Good, or OpcUa_BadNoText for Null and the structured types, DateTime included,
-  /// and for several strings. Compatibility: of other types an array is rendered as if
-  /// it were a scalar.
+  /// and for several strings. Compatibility: an array of another type is rendered as if it were
+  /// a scalar.
   OpcUa_StatusCode GetString(std::string& out) const;
 
-  /// Deep copy of strings, string arrays, localized texts and data values; other scalars bit for
-  /// bit, a pointer in them is shared. Other arrays are not copied, which is logged: the target
-  /// then has the type, but no elements.
+  /// Copies strings, string arrays, localized texts and data values deeply; other scalars bit for
+  /// bit, so that a pointer in them is shared. Other arrays are not copied, which is logged: the
+  /// target then has the type, but no elements.
   /// @param clear_first release what `dst` holds; without it `dst` must own nothing
   static void CopyVariants(OpcUa_Variant& dst, const OpcUa_Variant& src, bool clear_first);
 
@@ -86,7 +86,7 @@ inline OpcUa_StatusCode OpcUa_VariantHlp::SetString(const char* text, std::size_
           : OpcUa_String_AttachToString(text, static_cast<OpcUa_UInt32>(length), 0, OpcUa_True,
                                         OpcUa_True, &Value.String);
   if (OpcUa_IsBad(status)) {
-    // The position belongs to the line that log readers know, whatever line this is now.
+    // Readers of the log know this position, so it stays, whatever line this is now.
     OpcUa_Trace_Imp(OPCUA_TRACE_LEVEL_WARNING, "include/share/opcua_variant_hlp", 484,
                     "<--ReturnError: OpcUa_String_AttachToString((char*)s, size, 0, OpcUa_True, "
                     "OpcUa_True, &(Value.String)) returns 0x%08X\n",
@@ -111,7 +111,8 @@ inline OpcUa_StatusCode OpcUa_VariantHlp::GetString(std::string& out) const {
     case OpcUaType_Double: stream << Value.Double; break;
     case OpcUaType_String:
     case OpcUaType_Extended: {
-      if (ArrayType != OpcUa_VariantArrayType_Scalar) return OpcUa_BadNoText;  // no string is there
+      // In an array, Value holds no string.
+      if (ArrayType != OpcUa_VariantArrayType_Scalar) return OpcUa_BadNoText;
       const char* text = OpcUa_String_GetRawString(&Value.String);
       out.assign(text == nullptr ? "" : text, OpcUa_String_StrLen(&Value.String));
       return OpcUa_Good;

@@ -8,8 +8,8 @@
 
 namespace corvane {
 
-/// `text` as valid UTF-8 on one line that no terminal takes for a command. Written as \n, \r, \t or
-/// \xNN are control characters, those of U+0080 to U+009F included, and octets that are not UTF-8.
+/// `text` as valid UTF-8 on one line that no terminal takes for a command. Control characters,
+/// U+0080 to U+009F included, and octets that are not UTF-8 are written as \n, \r, \t or \xNN.
 /// Control characters in `kept` stay as they are.
 [[nodiscard]] std::string Printable(std::string_view text, std::string_view kept = {});
 

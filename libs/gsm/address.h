@@ -14,17 +14,16 @@ namespace gsm {
 /// international number begins with '+'; any other number consists of 0-9 * # a b c.
 using Address = std::string;
 
-/// Whether `text` is a number: '+' or not, and 1..20 digits.
+/// Whether `text` is a number: an optional '+' and 1..20 digits.
 [[nodiscard]] bool IsNumber(std::string_view text);
 
-/// Whether `text` can be an address: a number, or 1..11 septets of the default
-/// alphabet.
+/// Whether `text` can be an address: a number, or 1..11 septets of the default alphabet.
 [[nodiscard]] bool IsAddress(std::string_view text);
 
 /// Originating or destination address: length in semi-octets, type, value. Errors: kTruncated,
 /// kBadLength (above 20 semi-octets), kBadDigit (a filler before the end).
 [[nodiscard]] Address ReadAddress(OctetReader& in);
-/// An empty address has no digits: that of a stored message without a receiver.
+/// An empty address is written without digits, as in a stored message without a receiver.
 void WriteAddress(const Address& address, Octets& out);
 
 /// Service-centre address before the TPDU (3GPP TS 27.005 clause 3.1): length in octets with the

@@ -28,7 +28,7 @@ struct WaitingIndication {
 
 struct DataCoding {
   Alphabet alphabet = Alphabet::kDefault;
-  /// 0: to be shown at once, 1: the device's, 2: the SIM card's, 3: another device's.
+  /// 0: to be shown at once, 1: for the modem, 2: for the SIM card, 3: for the attached equipment.
   std::optional<std::uint8_t> message_class;
   bool compressed = false;      ///< the text is packed by 3GPP TS 23.042; the alphabet is kOctets
   bool delete_on_read = false;  ///< the automatic deletion group

@@ -50,13 +50,13 @@ struct StatusReportPdu {
 /// What a status means (clause 9.2.3.15).
 enum class Outcome : std::uint8_t {
   kDelivered,    ///< 0x00: the receiver has it
-  kPassedOn,     ///< 0x01, 0x02 and others below 0x20: done, but delivery is not confirmed
+  kPassedOn,     ///< any other below 0x20: done, but delivery is not confirmed
   kStillTrying,  ///< the service centre goes on; another report follows
   kFailed,       ///< the service centre has given up
 };
 [[nodiscard]] Outcome OutcomeOf(std::uint8_t status) noexcept;
 
-/// What a PDU from the network is, as its message type says; kReserved: any other type.
+/// The kind of a PDU from the network, according to its message type; kReserved: any other type.
 enum class IncomingType : std::uint8_t { kDeliver, kStatusReport, kReserved };
 /// nullopt: the octets end before the message type.
 [[nodiscard]] std::optional<IncomingType> TypeOfIncoming(OctetSpan octets) noexcept;
@@ -69,8 +69,8 @@ struct PduResult {
   explicit operator bool() const noexcept { return error == PduError::kNone; }
 };
 
-/// Errors: all of PduError. `pdu` then holds what was decoded so far; with kTrailing that is all of
-/// the message.
+/// Errors: all of PduError. `pdu` then holds what was decoded so far; with kTrailing, the whole
+/// message.
 [[nodiscard]] PduResult DecodeDeliver(OctetSpan octets, DeliverPdu& pdu);
 [[nodiscard]] PduResult DecodeSubmit(OctetSpan octets, SubmitPdu& pdu);
 /// The optional parameters at the end are skipped: they say nothing about the outcome.

@@ -5,7 +5,7 @@ namespace gsm {
 
 Octets PackSeptets(OctetSpan septets, unsigned fill_bits) {
   Octets octets;
-  unsigned waiting = 0;  // bits that wait for their octet, the oldest lowest
+  unsigned waiting = 0;  // bits that do not fill an octet yet, the oldest lowest
   unsigned bits = fill_bits;
   for (const std::uint8_t septet : septets) {
     waiting |= static_cast<unsigned>(septet & 0x7F) << bits;

@@ -11,7 +11,7 @@
 
 namespace gsm {
 
-/// Local time of the service centre. The fields are kept as they come, a month of 13, too.
+/// Local time of the service centre. The fields are kept as they come, even a month of 13.
 struct TimeStamp {
   int year = 2000;  ///< 2000..2099: the wire holds two digits
   int month = 1;
@@ -37,7 +37,7 @@ void WriteTimeStamp(const TimeStamp& time, Octets& out);
 [[nodiscard]] TimeStamp ToTimeStamp(std::chrono::system_clock::time_point time,
                                     int utc_offset_minutes);
 
-/// The instant. The fields must be those of a time that exists; others yield one near it.
+/// The instant. The fields should be those of a time that exists; others yield an instant near it.
 [[nodiscard]] std::chrono::sys_seconds ToTime(const TimeStamp& time);
 
 /// From "2026-01-31T12:00:00+01:00", "...Z" or without a zone, which means UTC; years 2000..2099.

@@ -18,8 +18,8 @@ namespace gsm {
 struct UserData {
   Alphabet alphabet = Alphabet::kDefault;
   UserDataHeader header;
-  Octets payload;  ///< after the header: one septet or one octet an element
-  /// The header indicator was set, but what follows is not a header: all of it counts as text.
+  Octets payload;  ///< after the header: one septet or octet per element
+  /// The header indicator was set, but what follows is not a header: all of it is payload.
   bool header_ignored = false;
 };
 
@@ -44,7 +44,7 @@ struct SplitOptions {
 };
 
 /// The parts of a UTF-8 text: one without a header if it fits, otherwise concatenated ones; in the
-/// default alphabet if that has all characters, otherwise in UCS-2. An escape sequence or a
+/// default alphabet if that has all of its characters, otherwise in UCS-2. An escape sequence or a
 /// surrogate pair is never split. nullopt: not UTF-8, or more than 255 parts.
 [[nodiscard]] std::optional<std::vector<UserData>> SplitText(std::string_view utf8,
                                                              const SplitOptions& options);
