@@ -41,11 +41,11 @@ std::string AdviceOnReceiver(const std::string& receiver, const std::vector<std:
   std::string advice = "SEND_SMS: Receiver " + ReceiverText(receiver);
   if (count == 1) {
     return advice +
-           " has fewer than four digits: right for the short code of a service, otherwise "
+           " has fewer than four digits: correct for the short code of a service; otherwise "
            "write the whole number with its country code, digits only";
   }
   return advice + " is read as " + std::to_string(count) +
          " receivers, since spaces and commas separate them, and " + ReceiverText(*number) +
          " has fewer than four digits: if it is one number, write " +
-         ReceiverText(DigitsOf(receiver)) + "; the short code of a service is right as it is";
+         ReceiverText(DigitsOf(receiver)) + "; the short code of a service is correct as it is";
 }

@@ -153,6 +153,6 @@ void SendEmailFB::LogDropped() const {
   try {
     logMsgLn(DescribeDropped(name_, jobQueue).c_str());
   } catch (const std::bad_alloc&) {
-    logMsgLn("SEND_EMAIL is gone, messages were not sent");
+    logMsgLn("SEND_EMAIL is gone; messages were not sent");
   }
 }

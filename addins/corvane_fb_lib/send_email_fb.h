@@ -27,7 +27,7 @@ class SendEmailFB : public BaseFB<SendEmailFB> {
   /// destroyed one after the other take no longer than the longest of their dialogues.
   ~SendEmailFB() override;
   static const FBMetaEntry* GetMetaTable();
-  /// `ReplyToMail`, the address for replies, is read where a program sets it.
+  /// `ReplyToMail`, the address for replies, is read although it is not declared.
   static bool IsKnownUndeclared(std::string_view name) { return name == "ReplyToMail"; }
 
   /// Publishes one finished job, as `Sent` and `Code`, and queues a new one on a rising edge of

@@ -72,7 +72,7 @@ std::string DescribeFailure(const std::string& block, const CSmtp& mail, const E
 
 std::string DescribeDropped(const std::string& block,
                             const std::deque<boost::shared_ptr<CSmtp>>& dropped) {
-  std::string text = block + " is gone, " + std::to_string(dropped.size()) +
+  std::string text = block + " is gone; " + std::to_string(dropped.size()) +
                      (dropped.size() == 1 ? " message was" : " messages were") + " not sent: ";
   const std::size_t shown = std::min(dropped.size(), kMaxSubjects);
   for (std::size_t i = 0; i < shown; ++i) {

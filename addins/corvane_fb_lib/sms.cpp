@@ -75,7 +75,7 @@ std::string DecodeTextMessage(ByteIterator begin, ByteIterator end) {
   const auto octets = static_cast<std::size_t>(end - begin);
   std::string text;
   text.reserve(octets + octets / 7);
-  unsigned carry = 0;  // the bits left over from the octets before
+  unsigned carry = 0;  // the bits left over from earlier octets
   unsigned carried = 0;
   for (; begin != end; ++begin) {
     const unsigned octet = *begin;

@@ -65,7 +65,7 @@ void AppendSeptets(Pdu& pdu, const std::string& text) {
   pdu.push_back(LowByte(text.length()));
   for (std::size_t i = 0; i < text.length(); ++i) {
     const std::size_t shift = i % 8;
-    if (shift == 7) continue;  // the octet before holds all of this one
+    if (shift == 7) continue;  // the previous octet already holds this character
     const unsigned character = static_cast<unsigned char>(text[i]);
     const unsigned next = i + 1 < text.length() ? static_cast<unsigned char>(text[i + 1]) : 0;
     pdu.push_back(LowByte(character >> shift | next << (7 - shift)));
@@ -91,7 +91,7 @@ void AppendPart(Pdu& pdu, const Units& units, unsigned char reference, std::size
   pdu.push_back(LowByte(kHeaderLength + 2 * count));
   pdu.insert(pdu.end(), {0x05, 0x00, 0x03, reference, LowByte(total), LowByte(number)});
   AppendUnits(pdu, units, first, count);
-  // The position belongs to the line that log readers know, whatever line this is now.
+  // Readers of the log know this position, so it stays, whatever line this is now.
   OpcUa_Trace_Imp(OPCUA_TRACE_LEVEL_DEBUG, "addins/corvane_fb_lib/sms", 312,
                   "FragmentedSMS messageLen=%d _refNumber=%d _totalNumber=%d _curNumber=%d "
                   "messagePos=%d outputLength=%d\n",

@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <string>
 
-/// Appends the pieces of `str` between characters of `delimiters` to `tokens`. Two delimiters in a
-/// row, and one at either end, enclose an empty piece, which is left out when `trimEmpty`; so an
-/// empty `str` is one empty piece.
+/// Appends the pieces of `str` between characters of `delimiters` to `tokens`. There is an empty
+/// piece between two delimiters in a row, before one at the beginning and after one at the end, and
+/// an empty `str` is one empty piece; `trimEmpty` leaves out all of them.
 template <class ContainerT>
 void tokenize(ContainerT& tokens, const std::string& str, const std::string& delimiters,
               bool trimEmpty) {

@@ -19,8 +19,8 @@ class AttachmentFile {
   /// Counts the bytes from here to the end, and goes back to the start.
   /// Throws ECSmtp: 405 more than `limit`, 404 as Read does.
   [[nodiscard]] std::size_t Measure(std::size_t limit);
-  /// Fills `block` from the file. @return how many bytes; fewer than it holds only at the end
-  /// Throws ECSmtp 404 when the file can no longer be read.
+  /// Fills `block` from the file. Throws ECSmtp 404 when the file can no longer be read.
+  /// @return how many bytes were read; fewer than `block` holds only at the end
   [[nodiscard]] std::size_t Read(std::span<unsigned char> block);
   void Close();
 

@@ -129,8 +129,8 @@ void CSmtp::ReceiveData() {
   for (std::size_t count = 0;; ++count) {
     smtp_socket::Wait(hSocket, Direction::kRead, budget);
     if (count == kBufferSize) throw ECSmtp(SMTP_ERR_LACK_OF_MEMORY);
-    // After the end of the connection nothing is read, but each try uses up a place, so the buffer
-    // is full at once.
+    // Once the connection has ended nothing is read, but each attempt uses up a place, so the
+    // buffer is full at once.
     RecvBuf[count] = '\0';
     if (recv(hSocket, &RecvBuf[count], 1, 0) < 0) throw ECSmtp(SMTP_ERR_RECV);
     if (RecvBuf[count] != '\n') continue;

@@ -51,14 +51,14 @@ class CSmtp {
   virtual ~CSmtp();
 
   /// Sends the message; returns when the server has taken it and has answered QUIT. It may be
-  /// called again. Each reply, and each 10 KB sent, has ten seconds. On an error the connection
-  /// and the attachment that was being read stay open; see the destructor.
+  /// called again. Each reply, and each 10 KB sent, may take ten seconds. On an error the
+  /// connection and the attachment that was being read stay open; see the destructor.
   /// Throws ECSmtp: every code that ecsmtp.h marks except 206 and 412.
   void Send();
   /// How far the last Send has come.
   [[nodiscard]] const SmtpProgress& progress() const { return progress_; }
-  /// The server's last line for a log: one printable line, cut if it is long, without
-  /// the login or any piece of the password, plain or as Base64. Empty: none yet.
+  /// The server's last line for a log: one printable line, cut if it is long, without the login or
+  /// any piece of the password, plain or as Base64. Empty: none yet.
   [[nodiscard]] std::string ShownReply() const;
 
   /// A connected, non-blocking socket, which the caller closes. See smtp_socket::Connect.

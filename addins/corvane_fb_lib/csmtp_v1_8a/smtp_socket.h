@@ -9,7 +9,7 @@ namespace smtp_socket {
 
 inline constexpr std::chrono::seconds kWaitLimit{10};
 
-/// The time that all waits for one line or one block share.
+/// The time that all the waits for one line or one block share.
 class WaitBudget {
  public:
   using Clock = std::chrono::steady_clock;

@@ -27,15 +27,15 @@ TEST(AdviceOnReceiver, SaysWhatANumberWithSpacesBecomesAndHowToWriteIt) {
   EXPECT_EQ(AdviceOn("+49 151 12345678"),
             "SEND_SMS: Receiver \"+49 151 12345678\" is read as 3 receivers, since spaces and "
             "commas separate them, and \"+49\" has fewer than four digits: if it is one number, "
-            "write \"4915112345678\"; the short code of a service is right as it is");
+            "write \"4915112345678\"; the short code of a service is correct as it is");
   EXPECT_THAT(AdviceOn("4915112345678, 112"), HasSubstr("as 2 receivers, "));
   EXPECT_THAT(AdviceOn("4915112345678, 112"), HasSubstr("and \"112\" has fewer"));
 }
 
-TEST(AdviceOnReceiver, SaysThatASingleShortCodeMayBeRight) {
+TEST(AdviceOnReceiver, SaysThatASingleShortCodeMayBeCorrect) {
   EXPECT_EQ(AdviceOn("112 "),
-            "SEND_SMS: Receiver \"112 \" has fewer than four digits: right for the short code of a "
-            "service, otherwise write the whole number with its country code, digits only");
+            "SEND_SMS: Receiver \"112 \" has fewer than four digits: correct for the short code of "
+            "a service; otherwise write the whole number with its country code, digits only");
   EXPECT_THAT(AdviceOn("Anna"), HasSubstr("\"Anna\" has fewer than four digits"));
 }
 
@@ -45,7 +45,7 @@ TEST(AdviceOnReceiver, IsOneBoundedLine) {
   for (int i = 0; i < 5000; ++i) many += "12 ";
   EXPECT_LT(AdviceOn(many).size(), 1000U);
   EXPECT_THAT(AdviceOn(many), HasSubstr("is read as 5000 receivers"));
-  EXPECT_THAT(AdviceOn(many), EndsWith("...\"; the short code of a service is right as it is"));
+  EXPECT_THAT(AdviceOn(many), EndsWith("...\"; the short code of a service is correct as it is"));
 }
 
 }  // namespace

@@ -452,7 +452,7 @@ TEST_F(SendEmail, DropsQueuedMessagesWhenItIsCollectedAndLogsWhich) {
   const auto log = TakeLog();
   const int sent = server.connections();  // each failed, since it has no sender
   ASSERT_THAT(log, SizeIs(2 * sent + 1));
-  EXPECT_THAT(log.back(), MatchesRegex("warning SEND_EMAIL of .*:3 is gone, " +
+  EXPECT_THAT(log.back(), MatchesRegex("warning SEND_EMAIL of .*:3 is gone; " +
                                        std::to_string(13 - sent) + " messages were not sent: .*"));
   EXPECT_THAT(log.back(), EndsWith(sent == 0   ? "\"No.\\n10\" and 3 more"
                                    : sent == 1 ? "\"No.\\n11\" and 2 more"

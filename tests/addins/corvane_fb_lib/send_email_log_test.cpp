@@ -116,10 +116,10 @@ TEST(DescribeDropped, NamesTheFirstTenSubjects) {
     mails.back()->SetSubject(subject.c_str());
   };
   add("Alarm\n");
-  EXPECT_EQ(DescribeDropped("X", mails), "X is gone, 1 message was not sent: \"Alarm\\n\"");
+  EXPECT_EQ(DescribeDropped("X", mails), "X is gone; 1 message was not sent: \"Alarm\\n\"");
   for (int i = 2; i <= 10; ++i) add(std::to_string(i));
   EXPECT_THAT(DescribeDropped("X", mails),
-              StartsWith("X is gone, 10 messages were not sent: \"Alarm\\n\", \"2\", "));
+              StartsWith("X is gone; 10 messages were not sent: \"Alarm\\n\", \"2\", "));
   EXPECT_THAT(DescribeDropped("X", mails), EndsWith("\"10\""));
   add(std::string(1000, 'x'));
   EXPECT_THAT(DescribeDropped("X", mails), EndsWith("\"10\" and 1 more"));
