@@ -5,9 +5,14 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 
 /// Four characters for every three bytes, or fewer at the end; empty for no bytes.
 std::string base64_encode(const unsigned char* bytes, unsigned int len);
+inline std::string base64_encode(std::string_view bytes) {
+  return base64_encode(reinterpret_cast<const unsigned char*>(bytes.data()),
+                       static_cast<unsigned int>(bytes.size()));
+}
 
 /// The same, written to `out`, which has room for base64_length(length) characters; no NUL after
 /// them. @return the end of what was written

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <stdexcept>
 #include <string>
 
@@ -25,6 +26,11 @@ class TemporaryFolder {
   }
 
   [[nodiscard]] const std::filesystem::path& path() const { return path_; }
+  /// Writes a file. @return its path
+  std::string Write(const std::string& name, const std::string& content) const {
+    std::ofstream(path_ / name, std::ios::binary) << content;
+    return path_ / name;
+  }
 
  private:
   std::filesystem::path path_;

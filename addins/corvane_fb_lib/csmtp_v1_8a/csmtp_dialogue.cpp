@@ -19,8 +19,7 @@ constexpr std::size_t kBlocksOfBatch = 92;  // sent at once: about 5 KB of the f
 static_assert(kBlocksOfBatch * (base64_length(kBlockSize) + 2) < CSmtp::kBufferSize);
 
 std::string Base64Line(const std::string& text) {
-  const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
-  return base64_encode(bytes, static_cast<unsigned int>(text.size())) + "\r\n";
+  return base64_encode(text) + "\r\n";
 }
 
 }  // namespace

@@ -21,11 +21,6 @@ std::string LowerCase(std::string_view text) {
   return lower;
 }
 
-std::string Base64(const std::string& text) {
-  return base64_encode(reinterpret_cast<const unsigned char*>(text.data()),
-                       static_cast<unsigned int>(text.size()));
-}
-
 /// Marks in `hidden` every place where `line` has `length` characters that occur in `secret`, too.
 void HidePieces(const std::string& line, const std::string& secret, std::size_t length,
                 std::vector<bool>& hidden) {
@@ -45,7 +40,7 @@ std::string ShownReply(std::string_view line, const std::string& login,
   const std::string lower = LowerCase(line);
   std::vector<bool> hidden(lower.size());
   HidePieces(lower, LowerCase(login), login.size(), hidden);
-  for (const std::string& secret : {password, Base64(login), Base64(password)}) {
+  for (const std::string& secret : {password, base64_encode(login), base64_encode(password)}) {
     HidePieces(lower, LowerCase(secret), std::min(secret.size(), kShortestPiece), hidden);
   }
   std::string open;

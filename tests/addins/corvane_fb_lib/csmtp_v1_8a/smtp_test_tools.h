@@ -5,12 +5,12 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <string>
 
 #include "addins/corvane_fb_lib/csmtp_v1_8a/csmtp.h"
 #include "tests/support/scripted_smtp_server.h"
+#include "tests/support/temporary_folder.h"
 
 namespace test_support {
 
@@ -39,33 +39,20 @@ inline std::unique_ptr<CSmtp> SmallMail(unsigned short port) {
   return mail;
 }
 
+/// Plays a server that accepts everything up to DATA and waits for the message.
+inline void ServeUpToMessage(SmtpPeer& peer) {
+  for (const char* reply : {"220 a\r\n", "250 b\r\n", "334 c\r\n", "334 d\r\n", "235 e\r\n",
+                            "250 f\r\n", "250 g\r\n"}) {
+    peer.Say(reply);
+    peer.HearLine();
+  }
+  peer.Say("354 go\r\n");
+}
+
 /// The code with which sending a small mail to the server ends.
 inline int CodeOfSending(const ScriptedSmtpServer& server) {
   return CodeOf([&] { SmallMail(server.port())->Send(); });
 }
-
-/// A folder that is removed with its contents when the test ends.
-class TemporaryFolder {
- public:
-  TemporaryFolder() {
-    std::string name = (std::filesystem::temp_directory_path() / "corvane-test-XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder");
-    path_ = name;
-  }
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-  ~TemporaryFolder() { std::filesystem::remove_all(path_); }
-
-  [[nodiscard]] const std::filesystem::path& path() const { return path_; }
-  /// Writes a file. @return its path
-  std::string Write(const std::string& name, const std::string& content) const {
-    std::ofstream(path_ / name, std::ios::binary) << content;
-    return path_ / name;
-  }
-
- private:
-  std::filesystem::path path_;
-};
 
 /// Descriptors that the process has open.
 inline std::ptrdiff_t OpenDescriptors() {

@@ -93,14 +93,7 @@ Outcome SendToServerThatRefusesRecipient() {
 
 /// A script that stops reading when the message arrives.
 void StopReadingAtData(SmtpPeer& peer) {
-  SmtpReplies replies;
-  replies.message = "";
-  for (const char* reply : {"220 a\r\n", "250 b\r\n", "334 c\r\n", "334 d\r\n", "235 e\r\n",
-                            "250 f\r\n", "250 g\r\n"}) {
-    peer.Say(reply);
-    peer.HearLine();
-  }
-  peer.Say("354 go\r\n");
+  ServeUpToMessage(peer);
   peer.Idle();
 }
 
@@ -123,12 +116,7 @@ Outcome SendFileToServerThatStopsReading() {
 /// Reads the message a little at a time: for more than ten seconds, but never ten without progress.
 Outcome SendToSlowReader() {
   const ScriptedSmtpServer server([](SmtpPeer& peer) {
-    for (const char* reply : {"220 a\r\n", "250 b\r\n", "334 c\r\n", "334 d\r\n", "235 e\r\n",
-                              "250 f\r\n", "250 g\r\n"}) {
-      peer.Say(reply);
-      peer.HearLine();
-    }
-    peer.Say("354 go\r\n");
+    ServeUpToMessage(peer);
     for (int i = 0; i < 4; ++i) {
       peer.HearUntil(std::string(1 << 20, 'x'));
       peer.Pause(3000);
