@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A modem port driver and a client on port 1 of a scripted modem: what the tests of the driver
-// stand on. Its waits for what comes late are short.
+// The fixture for tests of the modem port driver: the driver, and a client on port 1 of a scripted
+// modem. The driver's waits for what comes late are short.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -76,7 +76,7 @@ inline corvane::ModemTimes ShortTimes() {
 /// The driver and a client on port 1 of a peer.
 class DriverTest : public testing::TestWithParam<PeerKind> {
  protected:
-  /// Ends what a script uses before the test's own variables go.
+  /// Ends what a script uses before the test's own variables are destroyed.
   class Running {
    public:
     explicit Running(DriverTest& test) : test_(test) {}

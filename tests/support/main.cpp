@@ -4,8 +4,8 @@
 
 #include "tests/support/captured_log.h"
 
-/// By default the address sanitizer ends the program when an allocation fails; a test needs the
-/// null.
+/// By default the address sanitizer ends the program when an allocation fails; a test needs a null
+/// pointer instead.
 extern "C" const char* __asan_default_options() {  // NOLINT: the sanitizer's name
   return "allocator_may_return_null=1";
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Makes `new` fail, since memory cannot really be used up. In a program that links this, its
+// Makes `new` fail, since a test cannot really use up the memory. In a program that links this, its
 // operator new replaces the C++ library's, also in the libraries that the program loads.
 #pragma once
 

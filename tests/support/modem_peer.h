@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // A scripted modem at the other end of a pseudo-terminal or of a TCP connection.
-// Threads: its own calls the script; everything else from the test's.
+// Threads: its own calls the script; the test's calls everything else.
 #pragma once
 
 #include <condition_variable>

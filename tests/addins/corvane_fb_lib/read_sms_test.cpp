@@ -428,7 +428,7 @@ TEST_F(ReadSms, SkipsTheSevenCharactersBeforeTheIndexWhateverTheyAre) {
               ElementsAre("AT+CMGD=5\r", "AT+CMGD=6\r"));
 }
 
-TEST_F(ReadSms, ReadsAPduInLowerCaseAndOneThatIsFilledUp) {
+TEST_F(ReadSms, ReadsAPduInLowerCase) {
   std::string pdu = Part(0, 1, 1, "low").ToHex();
   for (char& digit : pdu) digit = static_cast<char>(std::tolower(digit));
   List(Entry(1, pdu) + "\r\nOK\r\n");
@@ -494,8 +494,8 @@ TEST_F(ReadSms, RandomAnswersDoNoHarmInAnyState) {
 
 TEST_F(ReadSms, ReadsAListOfTenThousandEntriesInLinearTime) {
   const std::string entry = Entry(1, TextMessage("one of many"));
-  /// Processor time of the best of some passes over a list of `entries`, deletes included: a busy
-  /// machine does not falsify it.
+  // Processor time of the fastest of several passes over a list of `entries`, deletes included, so
+  // that a busy machine does not distort it.
   const auto best_time = [&](std::size_t entries) {
     std::string answer;
     for (std::size_t i = 0; i < entries; ++i) answer += entry;

@@ -239,17 +239,16 @@ TEST_F(SendSms, WithAReceiverOfSpacesAndCommasQueuesNothingAndKeepsTheError) {
 }
 
 TEST_F(SendSms, WarnsOnceAboutAReceiverThatMayBeOneNumberWrittenWithSpaces) {
-  const auto send = [this] { Run("fb.Send = false fb() fb.Send = true fb()"); };
-  send();
+  Send();
   EXPECT_THAT(test_support::TakeLog(), testing::IsEmpty());
   Run("fb.Receiver = '+49 151 12345678'");
-  send();
-  send();
+  Send();
+  Send();
   EXPECT_THAT(test_support::TakeLog(),
               testing::ElementsAre(testing::StartsWith(
                   "warning SEND_SMS: Receiver \"+49 151 12345678\" is read as 3 receivers")));
   Run("fb.Receiver = '112'");
-  send();
+  Send();
   EXPECT_THAT(test_support::TakeLog(), testing::SizeIs(1));
 }
 
