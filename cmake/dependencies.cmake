@@ -6,6 +6,7 @@ find_package(spdlog REQUIRED)
 find_package(CLI11 REQUIRED)
 find_package(nlohmann_json REQUIRED)
 find_package(utf8cpp REQUIRED)
+find_package(SQLiteCpp REQUIRED)
 find_package(Boost 1.74 REQUIRED)
 
 pkg_check_modules(NCURSES REQUIRED IMPORTED_TARGET ncursesw)

@@ -10,7 +10,7 @@ set -euo pipefail
 declare -A packages=(
     [build]="g++ cmake ninja-build pkg-config
              libboost-dev libcli11-dev libcrypt-dev liblua5.2-dev libncurses-dev libspdlog-dev
-             libutfcpp-dev nlohmann-json3-dev"
+             libsqlite3-dev libsqlitecpp-dev libutfcpp-dev nlohmann-json3-dev"
     [test]="clang-format clang-tidy cppcheck groff-base shellcheck python3 python3-pyte libgtest-dev libgmock-dev
             gammu gnokii-cli libgammu-dev
             exim4-daemon-light mpack openssl python3-aiosmtpd swaks"

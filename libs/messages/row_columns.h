@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: MIT
+// Rows to and from the columns of their tables. Columns are bound and read in the order in which
+// the schema names them. Threads: that of the statement.
+#pragma once
+
+#include <SQLiteCpp/Column.h>
+#include <SQLiteCpp/Statement.h>
+
+#include <concepts>
+#include <cstdint>
+#include <string>
+
+#include "libs/messages/row.h"
+
+namespace messages {
+
+inline constexpr const char* kOutgoingColumns =
+    "id, job, channel, route, receiver, content, progress, key, urgent, created, expires, "
+    "next_try, "
+    "finished, state, attempts, unknown_ends, in_transfer, report_awaited, error_id, reason";
+inline constexpr const char* kIncomingColumns =
+    "id, route, sender, text, time, has_time, kind, received";
+inline constexpr const char* kPartColumns =
+    "message, sequence, route, sender, reference, wide, total, pdu, time, has_time, first_seen";
+
+/// Binds the parameters of a statement one after the other.
+class ColumnWriter {
+ public:
+  explicit ColumnWriter(SQLite::Statement& statement) : statement_(statement) {}
+
+  ColumnWriter& operator<<(const std::string& text) {
+    statement_.bind(++index_, text);
+    return *this;
+  }
+  ColumnWriter& operator<<(WallTime time) { return *this << time.time_since_epoch().count(); }
+  template <std::integral Number>
+  ColumnWriter& operator<<(Number number) {
+    statement_.bind(++index_, static_cast<std::int64_t>(number));
+    return *this;
+  }
+
+ private:
+  SQLite::Statement& statement_;
+  int index_ = 0;
+};
+
+/// Reads the columns of a result row one after the other.
+class ColumnReader {
+ public:
+  explicit ColumnReader(SQLite::Statement& statement) : statement_(statement) {}
+
+  ColumnReader& operator>>(std::string& text) {
+    text = statement_.getColumn(index_++).getString();
+    return *this;
+  }
+  ColumnReader& operator>>(WallTime& time) {
+    time = WallTime(std::chrono::milliseconds(statement_.getColumn(index_++).getInt64()));
+    return *this;
+  }
+  ColumnReader& operator>>(bool& flag) {
+    flag = statement_.getColumn(index_++).getInt64() != 0;
+    return *this;
+  }
+  template <std::integral Number>
+  ColumnReader& operator>>(Number& number) {
+    number = static_cast<Number>(statement_.getColumn(index_++).getInt64());
+    return *this;
+  }
+
+ private:
+  SQLite::Statement& statement_;
+  int index_ = 0;
+};
+
+/// Binds a row, with these numbers instead of its own.
+void Bind(SQLite::Statement& statement, const Outgoing& row, std::int64_t id, std::int64_t job);
+void Bind(SQLite::Statement& statement, const Incoming& row, std::int64_t id);
+void Bind(SQLite::Statement& statement, const Part& row);
+
+/// Reads a row from columns in the order above.
+ColumnReader& operator>>(ColumnReader& from, Outgoing& row);
+ColumnReader& operator>>(ColumnReader& from, Incoming& row);
+ColumnReader& operator>>(ColumnReader& from, Part& row);
+ColumnReader& operator>>(ColumnReader& from, SentKey& row);
+ColumnReader& operator>>(ColumnReader& from, RecentSend& row);
+ColumnReader& operator>>(ColumnReader& from, Held& row);
+
+}  // namespace messages

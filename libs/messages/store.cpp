@@ -1,0 +1,109 @@
+// SPDX-License-Identifier: MIT
+#include "libs/messages/store.h"
+
+#include <pthread.h>
+#include <signal.h>
+
+#include <thread>
+#include <utility>
+
+#include "libs/messages/store_shared.h"
+#include "libs/messages/store_writer.h"
+
+namespace messages {
+namespace {
+
+WallTime SystemNow() {
+  return std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now());
+}
+
+StoreOptions Completed(StoreOptions options) {
+  if (!options.now) options.now = SystemNow;
+  return options;
+}
+
+}  // namespace
+
+Store::Store(std::filesystem::path folder, StoreOptions options)
+    : shared_(std::make_shared<StoreShared>(std::move(folder), Completed(std::move(options)))) {
+  std::thread([shared = shared_] {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_BLOCK, &all, nullptr);  // signals are for the host's own threads
+    pthread_setname_np(pthread_self(), "messages");
+    StoreWriter(shared).Run();
+    const std::scoped_lock lock(shared->mutex);
+    shared->ended = true;
+    shared->changed.notify_all();
+  }).detach();
+}
+
+Store::~Store() {
+  std::unique_lock lock(shared_->mutex);
+  shared_->stopping = true;
+  shared_->changed.notify_all();
+  shared_->changed.wait_for(lock, shared_->options.longest_end, [&] { return shared_->ended; });
+}
+
+std::int64_t Store::NewId() noexcept {
+  return shared_->next_id++;
+}
+
+std::int64_t Store::Number(std::int64_t id) const noexcept {
+  if (id < kFirstNewId) return id;
+  const std::int64_t first = shared_->first_new_number;
+  return first == 0 ? 0 : first + (id - kFirstNewId);
+}
+
+std::uint64_t Store::Write(std::vector<Change> changes) {
+  const std::scoped_lock lock(shared_->mutex);
+  shared_->queue.push_back(std::move(changes));
+  shared_->changed.notify_all();
+  return ++shared_->queued;
+}
+
+bool Store::IsOnDisk(std::uint64_t sequence) const noexcept {
+  return shared_->on_disk >= sequence;
+}
+
+std::optional<Content> Store::TakeContent() {
+  if (!loaded()) return std::nullopt;
+  const std::scoped_lock lock(shared_->mutex);
+  return std::exchange(shared_->content, std::nullopt);
+}
+
+bool Store::loaded() const noexcept {
+  return shared_->first_new_number != 0;
+}
+
+std::string Store::problem() const {
+  if (!shared_->has_problem) return {};
+  const std::scoped_lock lock(shared_->mutex);
+  return shared_->problem;
+}
+
+std::vector<std::string> Store::TakeNotices() {
+  const std::scoped_lock lock(shared_->mutex);
+  return std::exchange(shared_->notices, {});
+}
+
+bool Store::TakeBegunAgain() noexcept {
+  return shared_->begun_again.exchange(false);
+}
+
+std::vector<Request> Store::TakeRequests() {
+  const std::scoped_lock lock(shared_->mutex);
+  return std::exchange(shared_->requests, {});
+}
+
+bool Store::Flush(std::chrono::milliseconds limit) {
+  std::unique_lock lock(shared_->mutex);
+  const std::uint64_t wanted = shared_->queued;
+  return shared_->changed.wait_for(lock, limit, [&] { return shared_->on_disk >= wanted; });
+}
+
+const std::filesystem::path& Store::file() const noexcept {
+  return shared_->file;
+}
+
+}  // namespace messages

@@ -1,0 +1,144 @@
+// SPDX-License-Identifier: MIT
+// The store of messages: one SQLite file in a program's state folder, written by one thread. The
+// models in memory are the truth; the disk follows them. Nothing here waits for the disk, except
+// Flush and the destructor, which are bounded. Threads: any, unless a function says otherwise.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "libs/messages/row.h"
+
+namespace messages {
+
+/// The program has done its work with a message: it is not offered again. It stays in the file as
+/// history. An id that the store does not have is ignored.
+struct AcceptIncoming {
+  std::int64_t id = 0;
+  WallTime when{};
+};
+
+/// All parts of a group go: their message is complete, or given up.
+struct RemoveParts {
+  std::int64_t group = 0;
+};
+
+struct RemoveHeld {
+  std::string route;
+  int index = 0;
+};
+
+/// The setting of the store: messages per hour and route. At least 0; 0: none but urgent ones.
+struct SetLimit {
+  std::int64_t per_hour = 0;
+};
+
+/// What has become of a request: `corvane messages` prints `outcome` (one sentence) and ends with
+/// status 0 if `done`.
+struct AnswerRequest {
+  std::int64_t id = 0;
+  bool done = false;
+  std::string outcome;
+};
+
+/// One row as it is from now on, or the removal of one. Outgoing, Incoming, Part and Held are
+/// added, or replace the row of the same identity.
+using Change = std::variant<Outgoing, Incoming, AcceptIncoming, Part, RemoveParts, Held, RemoveHeld,
+                            SetLimit, AnswerRequest>;
+
+/// What a store had when it was opened.
+struct Content {
+  std::vector<Outgoing> waiting;   ///< kWaiting, and ended ones with `report_awaited`; by id
+  std::vector<SentKey> keys;       ///< sent within the last 30 days
+  std::vector<RecentSend> recent;  ///< sent within the last hour
+  std::optional<std::int64_t> limit_per_hour;  ///< empty: never set
+  std::vector<Incoming> inbox;                 ///< not accepted yet; by id
+  std::vector<Part> parts;
+  std::vector<Held> held;
+};
+
+/// The limit of a store in which none was set.
+inline constexpr std::int64_t kDefaultLimitPerHour = 60;
+
+struct StoreOptions {
+  /// Name of a registered SQLite VFS; empty: the system's. A seam for tests.
+  std::string vfs;
+  std::chrono::milliseconds first_retry{1000};     ///< after a failure; doubles each time ...
+  std::chrono::milliseconds longest_retry{30000};  ///< ... up to this
+  std::chrono::milliseconds request_poll{500};
+  /// How long one attempt may last before problem() reports that the disk does not answer.
+  std::chrono::milliseconds stall{10000};
+  /// How long the destructor waits for the writer thread.
+  std::chrono::milliseconds longest_end{1000};
+  std::function<WallTime()> now;  ///< empty: the system's clock
+};
+
+/// The number of a message within this run, from NewId, is at least this.
+inline constexpr std::int64_t kFirstNewId = std::int64_t{1} << 62;
+
+class StoreShared;
+
+class Store {
+ public:
+  /// Returns at once. A thread of the store then makes the folder (mode 0700) and the file
+  /// messages.db in it (0600), or opens, checks, migrates and loads it, and does so again and again
+  /// while that fails. An empty `folder` is a problem like any other.
+  explicit Store(std::filesystem::path folder, StoreOptions options = {});
+  Store(const Store&) = delete;
+  Store& operator=(const Store&) = delete;
+  /// Writes what is queued, but waits no longer than `longest_end`: with a disk that does not
+  /// answer the thread is left behind, so the code must stay loaded (the linker's -z nodelete).
+  ~Store();
+
+  /// Number of a new message, outgoing or incoming; usable before the store is loaded. They rise;
+  /// those of loaded messages are lower than all new ones.
+  [[nodiscard]] std::int64_t NewId() noexcept;
+  /// The number as people see it and as the file has it: positive, rising over all runs, never used
+  /// twice. 0: not known before the store is loaded.
+  [[nodiscard]] std::int64_t Number(std::int64_t id) const noexcept;
+
+  /// Queues changes. They reach the disk together or not at all, after all earlier ones. Never
+  /// waits. While writing fails they are kept and written later; of several changes of one row only
+  /// the last is kept.
+  /// @return the sequence number for IsOnDisk; at least 1, rising.
+  std::uint64_t Write(std::vector<Change> changes);
+  /// Whether these changes and all earlier ones would survive a power cut.
+  [[nodiscard]] bool IsOnDisk(std::uint64_t sequence) const noexcept;
+
+  /// What the file had, once; empty before it is loaded and after it has been taken.
+  [[nodiscard]] std::optional<Content> TakeContent();
+  /// Whether the file has been loaded (TakeContent has, or had, something to give).
+  [[nodiscard]] bool loaded() const noexcept;
+
+  /// Empty while all is well, also before the first attempt has ended. Otherwise a sentence, all of
+  /// error 22: what is wrong with which file, what happens meanwhile, what to do. Cheap when empty.
+  [[nodiscard]] std::string problem() const;
+  /// Sentences, for the log, about what was wrong and has been dealt with: a damaged file that was
+  /// put aside. Each is given once.
+  [[nodiscard]] std::vector<std::string> TakeNotices();
+  /// True once after the file was found damaged while it was in use and had to be begun again: the
+  /// models then write every row that they hold.
+  [[nodiscard]] bool TakeBegunAgain() noexcept;
+
+  /// Requests that have come since the last call. Each is given once in a run, and asks for an
+  /// AnswerRequest, best in the same Write as what it changes.
+  [[nodiscard]] std::vector<Request> TakeRequests();
+
+  /// Waits until all that was queued is on the disk, or for `limit`. @return whether it is.
+  bool Flush(std::chrono::milliseconds limit);
+
+  /// The file, whether it exists or not.
+  [[nodiscard]] const std::filesystem::path& file() const noexcept;
+
+ private:
+  std::shared_ptr<StoreShared> shared_;
+};
+
+}  // namespace messages

@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: MIT
+// The thread that brings a store's changes to the disk. Everything in it runs in that thread.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "libs/messages/pending_changes.h"
+#include "libs/messages/store.h"
+#include "libs/messages/store_file.h"
+#include "libs/messages/store_shared.h"
+
+namespace messages {
+
+/// Opens the file, and writes what is queued, each time in one transaction, until the store is
+/// stopped.
+class StoreWriter {
+ public:
+  explicit StoreWriter(std::shared_ptr<StoreShared> shared);
+  /// Returns after Shared::stopping was set, and one last attempt to write.
+  void Run();
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  /// Waits until there is something to do. @return false: the store is stopping.
+  bool Wait();
+  void TakeQueue();
+  void Attempt();
+  void Open();
+  void WritePending();
+  void PollRequests();
+  void SetProblem(std::string sentence);
+
+  std::shared_ptr<StoreShared> shared_;
+  std::optional<StoreFile> file_;
+  PendingChanges pending_;
+  std::uint64_t pending_sequence_ = 0;
+  std::chrono::milliseconds retry_{0};  ///< 0: the last attempt was successful
+  Clock::time_point next_attempt_{};
+  std::int64_t data_version_ = -1;
+  std::int64_t last_request_ = 0;
+};
+
+}  // namespace messages
