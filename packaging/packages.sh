@@ -19,7 +19,7 @@ declare -A packages=(
     [example]="python3 python3-aiosmtpd"
     [bench]="gammu libbenchmark-dev libcurl4-openssl-dev libgammu-dev libssl-dev"
     [package]="dpkg-dev file lintian python3"
-    [fuzz]="clang libclang-rt-14-dev"
+    [fuzz]="clang libclang-rt-14-dev libgammu-dev"
 )
 
 list=no

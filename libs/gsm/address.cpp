@@ -31,9 +31,7 @@ std::string_view DigitsOf(std::string_view number) {
 Octets Letters(std::string_view text) {
   Octets septets;
   for (const char32_t character : CodePoints(text).value_or(std::u32string())) {
-    const auto letter = EncodeDefaultAlphabet(character);
-    if (!letter) return {};
-    septets.insert(septets.end(), letter->begin(), letter->end());
+    if (!AppendDefaultAlphabet(character, septets)) return {};
   }
   return septets.size() <= kMostLetters ? septets : Octets{};
 }

@@ -15,6 +15,10 @@ std::string_view Describe(PduError error) noexcept {
   return "unknown error";
 }
 
+std::uint8_t OctetReader::Peek() const noexcept {
+  return error_ == PduError::kNone && next_ < octets_.size() ? octets_[next_] : std::uint8_t{0};
+}
+
 std::uint8_t OctetReader::Next() noexcept {
   const OctetSpan octet = Take(1);
   return octet.empty() ? std::uint8_t{0} : octet[0];

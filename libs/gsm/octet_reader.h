@@ -34,6 +34,10 @@ class OctetReader {
  public:
   explicit OctetReader(OctetSpan octets) noexcept : octets_(octets) {}
 
+  /// How many octets have been read.
+  [[nodiscard]] std::size_t position() const noexcept { return next_; }
+  /// The next octet, which is not consumed; 0 when there is none.
+  [[nodiscard]] std::uint8_t Peek() const noexcept;
   /// Next octet. Errors: kTruncated, and the value is then 0.
   std::uint8_t Next() noexcept;
   /// The next `count` octets. Errors: kTruncated, and the span is then empty.

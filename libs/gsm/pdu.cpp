@@ -16,6 +16,8 @@ constexpr std::uint8_t kStatusReportRequest = 0x20;
 constexpr std::uint8_t kHeaderIndicator = 0x40;
 constexpr std::uint8_t kRelativeValidity = 0x10;
 constexpr std::uint8_t kAbsoluteValidity = 0x18;
+constexpr std::size_t kTimeStampOctets = 7;
+constexpr std::size_t kMostOctetsOfAPdu = 12 + 164;  // with the service centre
 
 /// Octets of the validity period, from its format in bits 4 and 3: none, enhanced, relative,
 /// absolute (clause 9.2.3.3).
@@ -39,23 +41,61 @@ std::uint8_t ValidityBits(const Octets& period) {
   return period.size() == 1 ? kRelativeValidity : kAbsoluteValidity;
 }
 
+/// Reads a PDU from the network. A malformed address or time is noted, and reading goes on after
+/// it.
+class IncomingReader {
+ public:
+  explicit IncomingReader(OctetSpan octets) : in(octets) {}
+
+  Address ServiceCentre() { return Field<Address>(std::size_t{1} + in.Peek(), ReadServiceCentre); }
+  Address AddressField() {
+    return Field<Address>(2 + (in.Peek() + std::size_t{1}) / 2, ReadAddress);
+  }
+  TimeStamp Time() { return Field<TimeStamp>(kTimeStampOctets, ReadTimeStamp); }
+  /// What has happened so far.
+  [[nodiscard]] PduResult Result() const {
+    const bool whole = in.error() == PduError::kNone || in.error() == PduError::kTrailing;
+    const bool noted = whole && noted_.error != PduError::kNone;
+    return noted ? PduResult{noted_.error, noted_.error_at, true}
+                 : PduResult{in.error(), in.error_at(), whole};
+  }
+
+  OctetReader in;
+
+ private:
+  template <class Value>
+  Value Field(std::size_t octets, Value (*read)(OctetReader&)) {
+    const std::size_t begin = in.position();
+    OctetReader field(in.Take(octets));
+    Value value = read(field);
+    if (field.error() != PduError::kNone && noted_.error == PduError::kNone) {
+      noted_ = {field.error(), begin + field.error_at()};
+    }
+    return value;
+  }
+
+  PduResult noted_;
+};
+
 PduResult Finish(OctetReader& in) {
   in.ExpectEnd();
-  return {in.error(), in.error_at()};
+  return {in.error(), in.error_at(), in.error() == PduError::kNone};
 }
 
 }  // namespace
 
 PduResult DecodeDeliver(OctetSpan octets, DeliverPdu& pdu) {
-  OctetReader in(octets);
-  pdu.service_centre = ReadServiceCentre(in);
+  IncomingReader fields(octets);
+  OctetReader& in = fields.in;
+  pdu.service_centre = fields.ServiceCentre();
   const std::uint8_t first = ReadFirstOctet(in, kDeliver);
-  pdu.originator = ReadAddress(in);
+  pdu.originator = fields.AddressField();
   pdu.protocol_identifier = in.Next();
   pdu.data_coding_scheme = in.Next();
-  pdu.time = ReadTimeStamp(in);
+  pdu.time = fields.Time();
   pdu.data = ReadUserData(in, pdu.data_coding_scheme, (first & kHeaderIndicator) != 0);
-  return Finish(in);
+  in.ExpectEnd();
+  return fields.Result();
 }
 
 PduResult DecodeSubmit(OctetSpan octets, SubmitPdu& pdu) {
@@ -74,19 +114,20 @@ PduResult DecodeSubmit(OctetSpan octets, SubmitPdu& pdu) {
 }
 
 PduResult DecodeStatusReport(OctetSpan octets, StatusReportPdu& pdu) {
-  OctetReader in(octets);
-  pdu.service_centre = ReadServiceCentre(in);
-  ReadFirstOctet(in, kStatusReport);
-  pdu.message_reference = in.Next();
-  pdu.recipient = ReadAddress(in);
-  pdu.time = ReadTimeStamp(in);
-  pdu.discharge_time = ReadTimeStamp(in);
-  pdu.status = in.Next();
-  return {in.error(), in.error_at()};
+  IncomingReader fields(octets);
+  pdu.service_centre = fields.ServiceCentre();
+  ReadFirstOctet(fields.in, kStatusReport);
+  pdu.message_reference = fields.in.Next();
+  pdu.recipient = fields.AddressField();
+  pdu.time = fields.Time();
+  pdu.discharge_time = fields.Time();
+  pdu.status = fields.in.Next();
+  return fields.Result();
 }
 
 Octets EncodeDeliver(const DeliverPdu& pdu) {
   Octets out;
+  out.reserve(kMostOctetsOfAPdu);
   WriteServiceCentre(pdu.service_centre, out);
   out.push_back(kDeliver | kNoMoreMessages | HeaderBit(pdu.data));
   WriteAddress(pdu.originator, out);
@@ -99,6 +140,7 @@ Octets EncodeDeliver(const DeliverPdu& pdu) {
 
 Octets EncodeSubmit(const SubmitPdu& pdu) {
   Octets out;
+  out.reserve(kMostOctetsOfAPdu);
   WriteServiceCentre(pdu.service_centre, out);
   const std::uint8_t report = pdu.status_report_requested ? kStatusReportRequest : 0;
   out.push_back(kSubmit | ValidityBits(pdu.validity_period) | report | HeaderBit(pdu.data));
@@ -113,6 +155,7 @@ Octets EncodeSubmit(const SubmitPdu& pdu) {
 
 Octets EncodeStatusReport(const StatusReportPdu& pdu) {
   Octets out;
+  out.reserve(kMostOctetsOfAPdu);
   WriteServiceCentre(pdu.service_centre, out);
   out.push_back(kStatusReport | kNoMoreMessages);
   out.push_back(pdu.message_reference);
@@ -161,7 +204,6 @@ std::size_t TpduLength(OctetSpan pdu) noexcept {
 }
 
 std::size_t DeliverSize(OctetSpan octets) noexcept {
-  constexpr std::size_t kTimeStamp = 7;
   OctetReader in(octets);
   const std::size_t service_centre = in.Next();
   in.Take(service_centre);
@@ -170,11 +212,11 @@ std::size_t DeliverSize(OctetSpan octets) noexcept {
   in.Take(1 + originator);                                          // with its type
   in.Next();                                                        // the protocol identifier
   const Alphabet alphabet = ReadDataCoding(in.Next()).alphabet;
-  in.Take(kTimeStamp);
+  in.Take(kTimeStampOctets);
   const std::size_t length = in.Next();
   if (in.error() != PduError::kNone) return 0;
   const std::size_t data = alphabet == Alphabet::kDefault ? (length * 7 + 7) / 8 : length;
-  return 1 + service_centre + 1 + 2 + originator + 2 + kTimeStamp + 1 + data;
+  return 1 + service_centre + 1 + 2 + originator + 2 + kTimeStampOctets + 1 + data;
 }
 
 }  // namespace gsm

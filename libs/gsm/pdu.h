@@ -63,14 +63,22 @@ enum class IncomingType : std::uint8_t { kDeliver, kStatusReport, kReserved };
 
 /// Whether decoding succeeded, and if not, why and at which octet.
 struct PduResult {
-  PduError error = PduError::kNone;
+  PduError error = PduError::kNone;  ///< the first one
   std::size_t error_at = 0;
+  /// Everything that matters was read: at most, an address or a time is malformed, or octets are
+  /// left over at the end. Some networks send such messages, and their texts should not be lost.
+  bool whole = false;
 
   explicit operator bool() const noexcept { return error == PduError::kNone; }
 };
 
+<<<<<<< HEAD
 /// Errors: all of PduError. `pdu` then holds what was decoded so far; with kTrailing, the whole
 /// message.
+=======
+/// Errors: all of PduError. `pdu` then holds what was decoded: of a malformed address its first
+/// digits, and a malformed time is not valid.
+>>>>>>> a8fb8e8 (gsm: read messages with a malformed address or time, and five times as fast as libgammu)
 [[nodiscard]] PduResult DecodeDeliver(OctetSpan octets, DeliverPdu& pdu);
 [[nodiscard]] PduResult DecodeSubmit(OctetSpan octets, SubmitPdu& pdu);
 /// The optional parameters at the end are skipped: they say nothing about the outcome.

@@ -24,8 +24,14 @@ struct Shifts {
 /// space.
 [[nodiscard]] std::string DecodeSeptets(OctetSpan septets, const Shifts& shifts = {});
 
-/// The one or two (escape and character) septets of a character in the default alphabet; nullopt
-/// if the alphabet lacks it.
+/// The septet before a character of the extension table.
+inline constexpr std::uint8_t kEscape = 0x1B;
+
+/// Appends the one or two (escape and character) septets of a character in the default alphabet.
+/// @return false if the alphabet lacks it
+[[nodiscard]] bool AppendDefaultAlphabet(char32_t character, Octets& septets);
+
+/// The septets of a character in the default alphabet; nullopt if the alphabet lacks it.
 [[nodiscard]] std::optional<Octets> EncodeDefaultAlphabet(char32_t character);
 
 }  // namespace gsm

@@ -53,15 +53,15 @@ bool TakeZone(std::string_view text, int& minutes) {
   return text.empty() && hours <= 14 && rest < 60 && rest % 15 == 0;
 }
 
-bool Exists(const TimeStamp& time) {
+}  // namespace
+
+bool IsValid(const TimeStamp& time) noexcept {
   const std::chrono::year_month_day date(std::chrono::year(time.year),
                                          std::chrono::month(static_cast<unsigned>(time.month)),
                                          std::chrono::day(static_cast<unsigned>(time.day)));
   return date.ok() && time.year >= 2000 && time.year <= 2099 && time.hour < 24 &&
          time.minute < 60 && time.second < 60;
 }
-
-}  // namespace
 
 int UtcOffsetMinutes(OctetReader& in) noexcept {
   const int raw = in.Next();
@@ -82,6 +82,7 @@ TimeStamp ReadTimeStamp(OctetReader& in) noexcept {
   time.minute = SwappedDigits(in);
   time.second = SwappedDigits(in);
   time.utc_offset_minutes = UtcOffsetMinutes(in);
+  if (in.error() != PduError::kNone) time.month = 0;
   return time;
 }
 
@@ -125,7 +126,7 @@ std::optional<TimeStamp> ParseTimeStamp(std::string_view text) {
                         TakeNumber(text, 2, time.hour) && TakeCharacter(text, ':') &&
                         TakeNumber(text, 2, time.minute) && TakeCharacter(text, ':') &&
                         TakeNumber(text, 2, time.second) && TakeZone(text, time.utc_offset_minutes);
-  if (!complete || !Exists(time)) return std::nullopt;
+  if (!complete || !IsValid(time)) return std::nullopt;
   return time;
 }
 

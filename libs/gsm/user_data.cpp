@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "libs/gsm/user_data.h"
 
+#include <utf8.h>
+
 #include <algorithm>
 
 #include "libs/gsm/hexadecimal.h"
@@ -13,6 +15,7 @@ namespace {
 
 constexpr std::size_t kMostSeptets = 160;
 constexpr std::size_t kMostOctets = 140;
+constexpr std::size_t kMostParts = 255;
 
 /// Where the first septet after a header of `octets` begins: on the next septet boundary.
 unsigned FillBits(std::size_t octets) {
@@ -47,30 +50,64 @@ std::size_t Capacity(Alphabet alphabet, std::size_t header) {
   return alphabet == Alphabet::kUcs2 ? octets / 2 * 2 : octets;
 }
 
+<<<<<<< HEAD
 /// Payloads of whole characters, each as full as possible.
 std::optional<std::vector<UserData>> Split(Alphabet alphabet, const std::vector<Octets>& characters,
+=======
+/// How much of what is left of a text goes into the next part: as much as fits, in whole
+/// characters.
+std::size_t NextCut(Alphabet alphabet, OctetSpan left, std::size_t capacity) {
+  if (left.size() <= capacity) return left.size();
+  if (alphabet == Alphabet::kDefault)
+    return left[capacity - 1] == kEscape ? capacity - 1 : capacity;
+  if (alphabet == Alphabet::kUcs2) {
+    const bool high_surrogate = (left[capacity - 2] & 0xFC) == 0xD8;
+    return high_surrogate ? capacity - 2 : capacity;
+  }
+  return capacity;
+}
+
+/// The parts of a text that is encoded already.
+std::optional<std::vector<UserData>> Split(Alphabet alphabet, OctetSpan text,
+>>>>>>> a8fb8e8 (gsm: read messages with a malformed address or time, and five times as fast as libgammu)
                                            const SplitOptions& options) {
-  std::size_t size = 0;
-  for (const Octets& character : characters) size += character.size();
   UserData part{alphabet, {}, {}};
   std::size_t capacity = Capacity(alphabet, 0);
-  if (size > capacity) {
+  if (text.size() > capacity) {
     part.header.concatenation = Concatenation{options.reference, 1, 1, options.wide_reference};
     if (!options.wide_reference) part.header.concatenation->reference &= 0xFF;
     capacity = Capacity(alphabet, WriteHeader(part.header).size());
   }
-  std::vector<UserData> parts{part};
-  for (const Octets& character : characters) {
-    if (parts.back().payload.size() + character.size() > capacity) parts.push_back(part);
-    Octets& payload = parts.back().payload;
-    payload.insert(payload.end(), character.begin(), character.end());
-  }
-  if (parts.size() > 255) return std::nullopt;
+  std::vector<UserData> parts;
+  do {
+    const std::size_t size = NextCut(alphabet, text, capacity);
+    parts.push_back(part);
+    parts.back().payload.assign(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(size));
+    text = text.subspan(size);
+  } while (!text.empty() && parts.size() < kMostParts);
+  if (!text.empty()) return std::nullopt;
   for (std::size_t i = 0; i < parts.size() && parts[i].header.concatenation; ++i) {
     parts[i].header.concatenation->total = static_cast<std::uint8_t>(parts.size());
     parts[i].header.concatenation->sequence = static_cast<std::uint8_t>(i + 1);
   }
   return parts;
+}
+
+/// Valid UTF-8 in the default alphabet; nullopt if that lacks one of its characters.
+std::optional<Octets> InDefaultAlphabet(std::string_view utf8) {
+  Octets septets;
+  septets.reserve(utf8.size());
+  for (auto at = utf8.begin(); at != utf8.end();) {
+    if (!AppendDefaultAlphabet(utf8::unchecked::next(at), septets)) return std::nullopt;
+  }
+  return septets;
+}
+
+Octets InUtf16(std::string_view utf8) {
+  Octets octets;
+  octets.reserve(2 * utf8.size());
+  for (auto at = utf8.begin(); at != utf8.end();) AppendUtf16(utf8::unchecked::next(at), octets);
+  return octets;
 }
 
 }  // namespace
@@ -119,10 +156,11 @@ std::string TextOf(std::span<const UserData> parts) {
       return part.alphabet == first.alphabet && part.header.shifts == first.header.shifts;
     });
     const auto count = static_cast<std::size_t>(end - parts.begin());
-    Octets payload;
-    for (const UserData& part : parts.first(count)) {
-      payload.insert(payload.end(), part.payload.begin(), part.payload.end());
+    Octets joined;
+    for (const UserData& part : parts.first(count > 1 ? count : 0)) {
+      joined.insert(joined.end(), part.payload.begin(), part.payload.end());
     }
+    const Octets& payload = count > 1 ? joined : first.payload;
     text += PayloadText(first.alphabet, payload, first.header.shifts);
     parts = parts.subspan(count);
   }
@@ -134,25 +172,17 @@ std::string TextOf(const UserData& part) {
 }
 
 std::optional<std::vector<UserData>> SplitText(std::string_view utf8, const SplitOptions& options) {
-  const auto text = CodePoints(utf8);
-  if (!text) return std::nullopt;
-  std::vector<Octets> characters;
-  for (const char32_t character : *text) {
-    auto septets = EncodeDefaultAlphabet(character);
-    if (!septets) break;
-    characters.push_back(std::move(*septets));
+  constexpr std::size_t kMostOctetsOfACharacter = 3;  // of UTF-8, for each septet
+  if (utf8.size() > kMostParts * kMostSeptets * kMostOctetsOfACharacter) return std::nullopt;
+  if (!utf8::is_valid(utf8.begin(), utf8.end())) return std::nullopt;
+  if (const auto septets = InDefaultAlphabet(utf8)) {
+    return Split(Alphabet::kDefault, *septets, options);
   }
-  if (characters.size() == text->size()) return Split(Alphabet::kDefault, characters, options);
-  characters.clear();
-  for (const char32_t character : *text) characters.push_back(EncodeUtf16(character));
-  return Split(Alphabet::kUcs2, characters, options);
+  return Split(Alphabet::kUcs2, InUtf16(utf8), options);
 }
 
 std::optional<std::vector<UserData>> SplitOctets(OctetSpan octets, const SplitOptions& options) {
-  std::vector<Octets> single;
-  single.reserve(octets.size());
-  for (const std::uint8_t octet : octets) single.push_back({octet});
-  return Split(Alphabet::kOctets, single, options);
+  return Split(Alphabet::kOctets, octets, options);
 }
 
 }  // namespace gsm

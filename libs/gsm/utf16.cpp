@@ -3,8 +3,6 @@
 
 #include <utf8.h>
 
-#include <iterator>
-
 namespace gsm {
 namespace {
 
@@ -39,8 +37,13 @@ std::optional<std::u32string> CodePoints(std::string_view utf8) {
   return text;
 }
 
-Octets EncodeUtf16(char32_t character) {
-  Octets octets;
+void Utf8Writer::AppendLong(char32_t character) {
+  char* const begin = text_.data() + size_;
+  const char* const end = utf8::unchecked::append(static_cast<std::uint32_t>(character), begin);
+  size_ += static_cast<std::size_t>(end - begin);
+}
+
+void AppendUtf16(char32_t character, Octets& octets) {
   const auto value = static_cast<std::uint32_t>(character);
   if (value < 0x10000) {
     AppendUnit(value, octets);
@@ -48,11 +51,16 @@ Octets EncodeUtf16(char32_t character) {
     AppendUnit(0xD800 | (value - 0x10000) >> 10, octets);
     AppendUnit(0xDC00 | (value & 0x3FF), octets);
   }
+}
+
+Octets EncodeUtf16(char32_t character) {
+  Octets octets;
+  AppendUtf16(character, octets);
   return octets;
 }
 
 std::string DecodeUtf16(OctetSpan octets) {
-  std::string text;
+  Utf8Writer text((octets.size() + 1) / 2);
   for (std::size_t at = 0; at < octets.size(); at += 2) {
     std::uint32_t character = UnitAt(octets, at);
     if (IsHighSurrogate(character) && IsLowSurrogate(UnitAt(octets, at + 2))) {
@@ -61,9 +69,9 @@ std::string DecodeUtf16(OctetSpan octets) {
     } else if (IsHighSurrogate(character) || IsLowSurrogate(character)) {
       character = kReplacement;
     }
-    utf8::append(character, std::back_inserter(text));
+    text.Append(static_cast<char32_t>(character));
   }
-  return text;
+  return std::move(text).Take();
 }
 
 }  // namespace gsm

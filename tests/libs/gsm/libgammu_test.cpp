@@ -27,9 +27,12 @@ constexpr std::u32string_view kPlain =
 constexpr std::u32string_view kEscaped = U"az[]{}\\|~^€";
 constexpr std::u32string_view kUcs2 = U"aßЖЯ漢字€ç";
 
+constexpr int kWritten = 12'000;
+constexpr int kRead = 12'000;
+
 TEST(LibGammu, ReadsWhatWeWrite) {
   std::mt19937 random(23040);
-  for (int round = 0; round < 1200; ++round) {
+  for (int round = 0; round < kWritten; ++round) {
     const std::u32string_view alphabets[] = {kPlain, kEscaped, kUcs2};
     const std::string text = RandomText(random, alphabets[round % 3], 300);
     const auto reference = static_cast<std::uint16_t>(1 + random() % 255);
@@ -53,7 +56,7 @@ TEST(LibGammu, ReadsWhatWeWrite) {
 
 TEST(LibGammu, WritesWhatWeRead) {
   std::mt19937 random(23038);
-  for (int round = 0; round < 600; ++round) {
+  for (int round = 0; round < kRead; ++round) {
     const bool ucs2 = round % 2 == 0;
     const std::string text = RandomText(random, ucs2 ? kUcs2 : kPlain, 400);
     const auto parts = test_support::GammuEncode(text, "+15550101234", ucs2);

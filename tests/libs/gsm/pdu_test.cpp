@@ -113,6 +113,48 @@ TEST(DeliverPdu, FromAnAlphanumericSender) {
   EXPECT_EQ(TextOf(pdu.data), "diafaan.com");
 }
 
+/// A message whose address, time or end is malformed is read as far as it makes sense.
+struct Malformed {
+  const char* digits;
+  PduError error;
+  std::size_t error_at;
+  const char* originator;
+  bool valid_time;
+};
+
+TEST(DeliverPdu, WithAMalformedAddressOrTimeKeepsItsText) {
+  const Malformed rows[] = {
+      {"00040B911346610089F6000020A062917314080CC8F71D14969741F977FD07", PduError::kBadDigit, 13,
+       "+31641600986", false},
+      {"00040B91134F610089F60000208062917314080CC8F71D14969741F977FD07", PduError::kBadDigit, 9,
+       "+31", true},
+      {"000417911346610089F6112233440055000020806291731408"
+       "0CC8F71D14969741F977FD07",
+       PduError::kBadLength, 2, "", true},
+      {"0A00112233445566778899040B911346610089F60000208062917314080CC8F71D14969741F977FD07",
+       PduError::kNone, 0, "+31641600986", true},
+      {"00040B911346610089F60000208062917314080CC8F71D14969741F977FD07FFFF", PduError::kTrailing,
+       31, "+31641600986", true}};
+  for (const Malformed& row : rows) {
+    DeliverPdu pdu;
+    const PduResult result = DecodeDeliver(Bytes(row.digits), pdu);
+    EXPECT_EQ(result.error, row.error) << row.digits << " " << Describe(result.error);
+    EXPECT_EQ(result.error_at, row.error_at) << row.digits;
+    EXPECT_TRUE(result.whole) << row.digits;
+    EXPECT_EQ(pdu.originator, row.originator);
+    EXPECT_EQ(IsValid(pdu.time), row.valid_time) << row.digits;
+    EXPECT_EQ(TextOf(pdu.data), "How are you?");
+  }
+}
+
+TEST(DeliverPdu, ThatIsCutIsNotWhole) {
+  const Octets whole = Bytes("00040B911346610089F60000208062917314080CC8F71D14969741F977FD07");
+  for (std::size_t length = 0; length < whole.size(); ++length) {
+    DeliverPdu pdu;
+    EXPECT_FALSE(DecodeDeliver(OctetSpan(whole).first(length), pdu).whole) << length;
+  }
+}
+
 TEST(DeliverPdu, IsWrittenAsANetworkWritesIt) {
   const Octets octets =
       Bytes("07911326040000F0040B911346610089F60000208062917314000CC8F71D14969741F977FD07");
@@ -206,6 +248,17 @@ TEST(StatusReport, IsReadWithOptionalParametersAndRefusedIfCutAnywhere) {
 TEST(StatusReport, IsNotADeliver) {
   StatusReportPdu read;
   EXPECT_EQ(DecodeStatusReport(Bytes("000001"), read).error, PduError::kBadType);
+}
+
+TEST(StatusReport, WithAMalformedTimeKeepsItsOutcome) {
+  StatusReportPdu read;
+  const auto result = DecodeStatusReport(Bytes("0006C80B915155101032F462A0132100004062101321003040"
+                                               "46"),
+                                         read);
+  EXPECT_EQ(result.error, PduError::kBadDigit);
+  EXPECT_TRUE(result.whole);
+  EXPECT_FALSE(IsValid(read.time));
+  EXPECT_EQ(read.status, 0x46);
 }
 
 TEST(Outcome, FollowsTheRangesOfTheStatus) {

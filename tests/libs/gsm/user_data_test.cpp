@@ -83,6 +83,9 @@ TEST(UserData, NeverSplitsAnEscapeOrASurrogatePair) {
 TEST(UserData, RefusesWhatDoesNotFitInto255PartsAndInvalidUtf8) {
   EXPECT_TRUE(SplitText(std::string(255 * 153, 'x'), {}));
   EXPECT_FALSE(SplitText(std::string(255 * 153 + 1, 'x'), {}));
+  EXPECT_TRUE(SplitText(Repeated("€", 255 * 76), {}));
+  EXPECT_FALSE(SplitText(Repeated("€", 255 * 76 + 1), {}));
+  EXPECT_FALSE(SplitText(std::string(1'000'000, 'x'), {}));
   EXPECT_FALSE(SplitText("\xFF", {}));
   EXPECT_FALSE(SplitOctets(Octets(255 * 134 + 1), {}));
 }
