@@ -77,6 +77,8 @@ def sms_codec():
                   "--benchmark_enable_random_interleaving=true")
     for operation in ("decode", "encode"):
         compare(results, f"SMS {operation}d", f"Codec/{operation}_ours", f"Codec/{operation}_peer", 0.2)
+        compare(results, f"SMS {operation}d by the field blocks' codec", f"Codec/{operation}_standard",
+                f"Codec/{operation}_peer", 0.2)
     per_message = {entries: median([1e9 / entry["items_per_second"] for entry in results[f"ParseList/{entries}"]])
                    for entries in (255, 2550)}
     ratio = per_message[2550] / per_message[255]

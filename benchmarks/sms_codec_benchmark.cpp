@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The SMS codec compared with libgammu on the same messages, and what a list answer costs READ_SMS.
+// Both SMS codecs compared with libgammu on the same messages, and what a list answer costs
+// READ_SMS.
 #include <benchmark/benchmark.h>
 #include <gammu.h>
 
@@ -11,6 +12,7 @@
 #include "addins/corvane_fb_lib/read_sms.h"
 #include "addins/corvane_fb_lib/sms_delivered.h"
 #include "addins/corvane_fb_lib/sms_submit.h"
+#include "libs/gsm/pdu.h"
 #include "runtime/corvane/lua_environment.h"
 #include "tests/support/deliver_pdu.h"
 
@@ -65,6 +67,20 @@ void DecodeOurs(benchmark::State& state) {
 }
 BENCHMARK(DecodeOurs)->Name("Codec/decode_ours");
 
+/// The codec of the field blocks: the same messages, with their texts in UTF-8.
+void DecodeStandard(benchmark::State& state) {
+  const std::vector<Octets> messages = ReceivedMessages();
+  for (auto _ : state) {
+    for (const Octets& pdu : messages) {
+      gsm::DeliverPdu message;
+      if (!gsm::DecodeDeliver(pdu, message)) state.SkipWithError("not decoded");
+      benchmark::DoNotOptimize(gsm::TextOf(message.data));
+    }
+  }
+  state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(messages.size()));
+}
+BENCHMARK(DecodeStandard)->Name("Codec/decode_standard");
+
 /// Only the PDU; converting its text to UTF-8 would be extra.
 void DecodePeer(benchmark::State& state) {
   const std::vector<Octets> messages = ReceivedMessages();
@@ -95,6 +111,26 @@ void EncodeOurs(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(texts.size()));
 }
 BENCHMARK(EncodeOurs)->Name("Codec/encode_ours");
+
+void EncodeStandard(benchmark::State& state) {
+  const std::vector<SentText> texts = SentTexts();
+  for (auto _ : state) {
+    for (const SentText& text : texts) {
+      const auto parts = gsm::SplitText(text.utf8, {7, false});
+      if (!parts) return state.SkipWithError("not encoded");
+      for (const gsm::UserData& part : *parts) {
+        gsm::SubmitPdu message;
+        message.destination = "+" + kNumber;
+        message.data_coding_scheme = gsm::DataCodingScheme(part.alphabet);
+        message.validity_period = {0xA7};
+        message.data = part;
+        benchmark::DoNotOptimize(gsm::EncodeSubmit(message));
+      }
+    }
+  }
+  state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(texts.size()));
+}
+BENCHMARK(EncodeStandard)->Name("Codec/encode_standard");
 
 void EncodePeer(benchmark::State& state) {
   const std::vector<SentText> texts = SentTexts();

@@ -72,13 +72,8 @@ struct PduResult {
   explicit operator bool() const noexcept { return error == PduError::kNone; }
 };
 
-<<<<<<< HEAD
-/// Errors: all of PduError. `pdu` then holds what was decoded so far; with kTrailing, the whole
-/// message.
-=======
 /// Errors: all of PduError. `pdu` then holds what was decoded: of a malformed address its first
 /// digits, and a malformed time is not valid.
->>>>>>> a8fb8e8 (gsm: read messages with a malformed address or time, and five times as fast as libgammu)
 [[nodiscard]] PduResult DecodeDeliver(OctetSpan octets, DeliverPdu& pdu);
 [[nodiscard]] PduResult DecodeSubmit(OctetSpan octets, SubmitPdu& pdu);
 /// The optional parameters at the end are skipped: they say nothing about the outcome.

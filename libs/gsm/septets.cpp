@@ -7,12 +7,8 @@ namespace gsm {
 
 Octets PackSeptets(OctetSpan septets, unsigned fill_bits) {
   Octets octets;
-<<<<<<< HEAD
-  unsigned waiting = 0;  // bits that do not fill an octet yet, the oldest lowest
-=======
   octets.reserve((fill_bits + 7 * septets.size() + 7) / 8);
-  unsigned waiting = 0;  // bits that wait for their octet, the oldest lowest
->>>>>>> a8fb8e8 (gsm: read messages with a malformed address or time, and five times as fast as libgammu)
+  unsigned waiting = 0;  // bits that do not fill an octet yet, the oldest lowest
   unsigned bits = fill_bits;
   for (const std::uint8_t septet : septets) {
     waiting |= static_cast<unsigned>(septet & 0x7F) << bits;

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "libs/gsm/time_stamp.h"
 
-#include <fmt/format.h>
-
 #include <charconv>
+#include <cstdio>
 #include <cstdlib>
 
 namespace gsm {
@@ -132,9 +131,11 @@ std::optional<TimeStamp> ParseTimeStamp(std::string_view text) {
 
 std::string FormatTimeStamp(const TimeStamp& time) {
   const int offset = std::abs(time.utc_offset_minutes);
-  return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}{}{:02}:{:02}", time.year, time.month,
-                     time.day, time.hour, time.minute, time.second,
-                     time.utc_offset_minutes < 0 ? '-' : '+', offset / 60, offset % 60);
+  char text[128];  // more than eight int can take
+  std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d%c%02d:%02d", time.year,
+                time.month, time.day, time.hour, time.minute, time.second,
+                time.utc_offset_minutes < 0 ? '-' : '+', offset / 60, offset % 60);
+  return text;
 }
 
 }  // namespace gsm

@@ -40,11 +40,7 @@ void WriteTimeStamp(const TimeStamp& time, Octets& out);
 [[nodiscard]] TimeStamp ToTimeStamp(std::chrono::system_clock::time_point time,
                                     int utc_offset_minutes);
 
-<<<<<<< HEAD
-/// The instant. The fields should be those of a time that exists; others yield an instant near it.
-=======
 /// The instant. If `time` is not valid, an instant near it.
->>>>>>> a8fb8e8 (gsm: read messages with a malformed address or time, and five times as fast as libgammu)
 [[nodiscard]] std::chrono::sys_seconds ToTime(const TimeStamp& time);
 
 /// From "2026-01-31T12:00:00+01:00", "...Z" or without a zone, which means UTC; years 2000..2099.

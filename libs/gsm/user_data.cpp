@@ -50,26 +50,18 @@ std::size_t Capacity(Alphabet alphabet, std::size_t header) {
   return alphabet == Alphabet::kUcs2 ? octets / 2 * 2 : octets;
 }
 
-<<<<<<< HEAD
-/// Payloads of whole characters, each as full as possible.
-std::optional<std::vector<UserData>> Split(Alphabet alphabet, const std::vector<Octets>& characters,
-=======
 /// How much of what is left of a text goes into the next part: as much as fits, in whole
 /// characters.
 std::size_t NextCut(Alphabet alphabet, OctetSpan left, std::size_t capacity) {
   if (left.size() <= capacity) return left.size();
-  if (alphabet == Alphabet::kDefault)
-    return left[capacity - 1] == kEscape ? capacity - 1 : capacity;
-  if (alphabet == Alphabet::kUcs2) {
-    const bool high_surrogate = (left[capacity - 2] & 0xFC) == 0xD8;
-    return high_surrogate ? capacity - 2 : capacity;
-  }
-  return capacity;
+  const bool cuts_escape = alphabet == Alphabet::kDefault && left[capacity - 1] == kEscape;
+  if (cuts_escape) return capacity - 1;
+  const bool cuts_pair = alphabet == Alphabet::kUcs2 && (left[capacity - 2] & 0xFC) == 0xD8;
+  return cuts_pair ? capacity - 2 : capacity;
 }
 
 /// The parts of a text that is encoded already.
 std::optional<std::vector<UserData>> Split(Alphabet alphabet, OctetSpan text,
->>>>>>> a8fb8e8 (gsm: read messages with a malformed address or time, and five times as fast as libgammu)
                                            const SplitOptions& options) {
   UserData part{alphabet, {}, {}};
   std::size_t capacity = Capacity(alphabet, 0);
