@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: MIT
+// Which keys were sent, and when: a message with a key is one of its kind for a while.
+#pragma once
+
+#include <chrono>
+#include <deque>
+#include <string>
+#include <unordered_map>
+#include <utility>
+
+#include "libs/messages/now.h"
+
+namespace messages {
+
+class SentKeys {
+ public:
+  /// A message with this key was sent. The times rise, apart from those of earlier runs. Keys are
+  /// kept for 30 days, 100,000 of them at most, as the store does.
+  void Add(const std::string& key, SteadyTime when);
+  /// Whether a message with this key was sent less than `period` ago.
+  [[nodiscard]] bool SentWithin(const std::string& key, std::chrono::milliseconds period,
+                                SteadyTime now) const;
+
+ private:
+  void DropOldest();
+
+  std::unordered_map<std::string, SteadyTime> sent_;
+  std::deque<std::pair<SteadyTime, std::string>> order_;
+};
+
+}  // namespace messages

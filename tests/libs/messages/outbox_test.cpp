@@ -1,0 +1,733 @@
+// SPDX-License-Identifier: MIT
+// The test plays the clock, the disk and the sender.
+#include "libs/messages/outbox.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <string>
+
+namespace {
+
+using namespace std::chrono_literals;
+using namespace messages;
+using std::chrono::sys_days;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+constexpr WallTime kNoon = sys_days(std::chrono::year(2026) / 11 / 22) + 12h;
+
+class OutboxTest : public testing::Test {
+ protected:
+  OutboxTest() : outbox_(Make()) {}
+
+  Outbox Make() {
+    return Outbox("sms", {[this] { return next_id_++; },
+                          [this](std::vector<Change> changes) {
+                            for (Change& change : changes) Keep(change);
+                            return ++sequence_;
+                          }});
+  }
+  void Keep(Change& change) {
+    if (auto* const row = std::get_if<Outgoing>(&change)) rows_[row->id] = *row;
+    if (auto* const answer = std::get_if<AnswerRequest>(&change)) answer_ = *answer;
+    if (auto* const limit = std::get_if<SetLimit>(&change)) limit_ = limit->per_hour;
+  }
+  /// An empty store, loaded.
+  void Open() {
+    outbox_.Load({}, {}, {}, std::nullopt, now_);
+    outbox_.Tick(now_);
+  }
+  /// The program is killed and starts again, later.
+  void Restart(std::chrono::milliseconds later = 0ms) {
+    now_.wall += later;
+    now_.steady = SteadyTime(1s);  // the machine, too
+    std::vector<Outgoing> waiting;
+    std::vector<SentKey> keys;
+    std::vector<RecentSend> recent;
+    for (const auto& [id, row] : rows_) {
+      if (row.state == OutgoingState::kWaiting || row.report_awaited) waiting.push_back(row);
+      if (row.state == OutgoingState::kSent && !row.key.empty()) {
+        keys.push_back({"sms", row.key, row.finished});
+      }
+      if (row.state == OutgoingState::kSent && now_.wall - row.finished < 1h) {
+        recent.push_back({"sms", row.route, row.finished});
+      }
+    }
+    outbox_.~Outbox();
+    new (&outbox_) Outbox(Make());
+    outbox_.Load(waiting, keys, recent, limit_, now_);
+    for (int i = 0; i < 1000 && !outbox_.ready(); ++i) outbox_.Tick(now_);
+  }
+  void Pass(std::chrono::milliseconds time) {
+    now_.steady += time;
+    now_.wall += time;
+    outbox_.Tick(now_);
+  }
+
+  std::shared_ptr<const OutboxJob> Add(std::vector<std::string> receivers, bool urgent = false,
+                                       const std::string& key = "",
+                                       std::chrono::milliseconds valid_for = 24h,
+                                       const std::string& route = "1") {
+    NewJob job{
+        .route = route, .key = key, .urgent = urgent, .valid_for = valid_for, .messages = {}};
+    for (std::string& receiver : receivers) job.messages.push_back({std::move(receiver), "text"});
+    return outbox_.Add(std::move(job), now_);
+  }
+  /// The receiver whose turn it is; empty: none.
+  std::string Next(const std::string& route = "1") {
+    const auto id = outbox_.Next(route, now_);
+    return id ? outbox_.Find(*id)->receiver : "";
+  }
+  std::int64_t Begin(const std::string& route = "1") {
+    const auto id = outbox_.Next(route, now_);
+    if (!id) {
+      ADD_FAILURE() << "nothing may go out";
+      return 0;
+    }
+    outbox_.Begin(*id, now_);
+    return *id;
+  }
+  void Send() { outbox_.Sent(Begin(), "", false, now_); }
+  const Outgoing& OnDisk(std::int64_t id) { return rows_.at(id); }
+  Request About(RequestKind kind, std::int64_t id) {
+    return {.id = 7, .kind = kind, .value = 0, .message = rows_.at(id)};
+  }
+
+  Now now_{SteadyTime(1000h), kNoon};
+  std::int64_t next_id_ = kFirstNewId;
+  std::uint64_t sequence_ = 0;
+  std::map<std::int64_t, Outgoing> rows_;
+  std::optional<AnswerRequest> answer_;
+  std::optional<std::int64_t> limit_;
+  Outbox outbox_;
+};
+
+TEST_F(OutboxTest, StoresOneMessageForEachReceiverInOneChange) {
+  Open();
+  const auto job = Add({"+491", "+492"});
+  EXPECT_EQ(job->sequence, 1u);
+  ASSERT_EQ(rows_.size(), 2u);
+  const Outgoing& first = OnDisk(job->id);
+  EXPECT_EQ(first.receiver, "+491");
+  EXPECT_EQ(first.channel, "sms");
+  EXPECT_EQ(first.route, "1");
+  EXPECT_EQ(first.created, kNoon);
+  EXPECT_EQ(first.expires, kNoon + 24h);
+  EXPECT_EQ(first.state, OutgoingState::kWaiting);
+  EXPECT_EQ(rows_.rbegin()->second.job, job->id);
+  EXPECT_EQ(outbox_.Waiting("1"), 2u);
+}
+
+TEST_F(OutboxTest, AJobEndsWhenEveryReceiverHasTheMessage) {
+  Open();
+  const auto job = Add({"+491", "+492"});
+  Send();
+  EXPECT_EQ(job->sent, 1);
+  EXPECT_FALSE(job->ended());
+  Send();
+  EXPECT_TRUE(job->ended());
+  EXPECT_EQ(outbox_.Waiting("1"), 0u);
+  EXPECT_EQ(OnDisk(job->id).state, OutgoingState::kSent);
+  EXPECT_EQ(OnDisk(job->id).finished, kNoon);
+  EXPECT_EQ(outbox_.Find(job->id), nullptr) << "what has ended takes memory";
+}
+
+TEST_F(OutboxTest, UrgentMessagesGoFirstAndOthersInTheirOrder) {
+  Open();
+  Add({"a", "b"});
+  Add({"c"}, true);
+  std::string order;
+  for (int i = 0; i < 3; ++i) {
+    order += Next();
+    Send();
+  }
+  EXPECT_EQ(order, "cab");
+}
+
+TEST_F(OutboxTest, EachRouteHasItsOwnOrder) {
+  Open();
+  Add({"a"});
+  Add({"b"}, false, "", 24h, "2");
+  Begin("1");
+  EXPECT_EQ(Next("2"), "b");
+}
+
+TEST_F(OutboxTest, OneMessageIsInTransferOnARouteAtATime) {
+  Open();
+  Add({"a", "b"});
+  const std::int64_t id = Begin();
+  EXPECT_TRUE(OnDisk(id).in_transfer);
+  EXPECT_EQ(OnDisk(id).attempts, 1);
+  EXPECT_EQ(Next(), "");
+}
+
+TEST_F(OutboxTest, NothingGoesOutBeforeTheStoreIsLoaded) {
+  Add({"a"});
+  outbox_.Tick(now_);
+  EXPECT_EQ(Next(), "");
+  EXPECT_EQ(outbox_.Waiting("1"), 1u);
+  Open();
+  EXPECT_EQ(Next(), "a");
+}
+
+TEST_F(OutboxTest, GoesOnFromMemoryWhenTheStoreCannotBeRead) {
+  Add({"a"});
+  outbox_.GoOnWithoutStore();
+  outbox_.Tick(now_);
+  EXPECT_EQ(Next(), "a");
+}
+
+TEST_F(OutboxTest, WhatWasStoredEarlierGoesOutBeforeWhatCameMeanwhile) {
+  Open();
+  Add({"old"});
+  Restart();
+  EXPECT_EQ(Next(), "old");
+  Add({"new"});
+  EXPECT_EQ(Next(), "old");
+}
+
+TEST_F(OutboxTest, AFailureForNowIsTriedAgainAfterGrowingTimes) {
+  Open();
+  Add({"a"});
+  for (const auto delay : {15s, 30s, 60s, 120s, 240s, 480s, 900s, 900s}) {
+    outbox_.FailForNow(Begin(), "busy", now_);
+    Pass(delay - 1ms);
+    EXPECT_EQ(Next(), "") << delay.count();
+    Pass(1ms);
+    EXPECT_EQ(Next(), "a") << delay.count();
+  }
+  EXPECT_EQ(rows_.begin()->second.reason, "busy");
+  EXPECT_EQ(rows_.begin()->second.attempts, 8);
+}
+
+TEST_F(OutboxTest, AMessageThatFailsForNowLetsOthersPass) {
+  Open();
+  Add({"a", "b"});
+  outbox_.FailForNow(Begin(), "busy", now_);
+  EXPECT_EQ(Next(), "b");
+}
+
+TEST_F(OutboxTest, ThreeFailuresInARowHoldTheRoute) {
+  Open();
+  Add({"a", "b", "c", "d"});
+  for (int i = 0; i < 3; ++i) outbox_.FailForNow(Begin(), "busy", now_);
+  EXPECT_EQ(Next(), "");
+  Pass(15s);
+  EXPECT_EQ(Next(), "a");
+}
+
+TEST_F(OutboxTest, AFailureOfTheRouteHoldsAllOfItAndShowsTheNextTry) {
+  Open();
+  Add({"a", "b"});
+  const std::int64_t id = Begin();
+  outbox_.FailOnRoute(id, "no network", now_);
+  EXPECT_EQ(OnDisk(id).next_try, kNoon + 15s);
+  EXPECT_FALSE(OnDisk(id).in_transfer);
+  Pass(15s - 1ms);
+  EXPECT_EQ(Next(), "");
+  Pass(1ms);
+  EXPECT_EQ(Next(), "a");
+  outbox_.FailOnRoute(Begin(), "no network", now_);
+  Pass(29s);
+  EXPECT_EQ(Next(), "") << "the second time it waits for 30 s";
+  Pass(1s);
+  Send();
+  EXPECT_EQ(Next(), "b") << "a route that works holds nothing";
+}
+
+TEST_F(OutboxTest, ANewMessageIsTriedSoonOnARouteThatHasFailedForLong) {
+  Open();
+  Add({"a"});
+  for (int i = 0; i < 8; ++i) {
+    outbox_.FailOnRoute(Begin(), "no network", now_);
+    Pass(15min);
+  }
+  outbox_.FailOnRoute(Begin(), "no network", now_);
+  Pass(5s);
+  Add({"b"});
+  EXPECT_EQ(Next(), "");
+  Pass(10s);
+  EXPECT_EQ(Next(), "a");
+}
+
+TEST_F(OutboxTest, AReleasedRouteIsTriedAtOnce) {
+  Open();
+  Add({"a"});
+  outbox_.FailOnRoute(Begin(), "no modem", now_);
+  outbox_.ReleaseRoute("1");
+  outbox_.ReleaseRoute("99");
+  EXPECT_EQ(Next(), "a");
+}
+
+TEST_F(OutboxTest, AFailureForGoodIsTheJobsError) {
+  Open();
+  const auto job = Add({"+491", "+492"});
+  outbox_.FailForGood(Begin(), kRefusedError, "the number is unassigned", now_);
+  Send();
+  EXPECT_TRUE(job->ended());
+  EXPECT_EQ(job->sent, 1);
+  EXPECT_EQ(job->failed, 1);
+  EXPECT_EQ(job->error_id, 21);
+  EXPECT_EQ(job->errors, "+491: the number is unassigned");
+  EXPECT_EQ(OnDisk(job->id).state, OutgoingState::kFailed);
+  EXPECT_EQ(OnDisk(job->id).error_id, 21);
+}
+
+TEST_F(OutboxTest, TheErrorsOfManyReceiversStayReadable) {
+  Open();
+  std::vector<std::string> receivers(100, "+4915112345678");
+  const auto job = Add(receivers);
+  for (int i = 0; i < 100; ++i) outbox_.FailForGood(Begin(), 21, "the number is unassigned", now_);
+  EXPECT_LT(job->errors.size(), 1200u);
+  EXPECT_THAT(job->errors, testing::EndsWith(" ..."));
+}
+
+TEST_F(OutboxTest, AMessageExpiresWithoutAModem) {
+  Open();
+  const auto job = Add({"+491"}, false, "", 10s);
+  Pass(10s - 1ms);
+  EXPECT_FALSE(job->ended());
+  Pass(1ms);
+  EXPECT_TRUE(job->ended());
+  EXPECT_EQ(job->error_id, 20);
+  EXPECT_THAT(job->errors, HasSubstr("+491: not sent within ValidFor, in 0 attempts"));
+  EXPECT_EQ(OnDisk(job->id).state, OutgoingState::kExpired);
+  EXPECT_EQ(outbox_.Waiting("1"), 0u);
+}
+
+TEST_F(OutboxTest, AnExpiredMessageTellsItsLastAttempt) {
+  Open();
+  const auto job = Add({"+491"}, false, "", 20s);
+  outbox_.FailForNow(Begin(), "the network is busy", now_);
+  Pass(20s);
+  EXPECT_THAT(job->errors, HasSubstr("in 1 attempts; the last attempt: the network is busy"));
+}
+
+TEST_F(OutboxTest, AMessageInTransferDoesNotExpireBeforeTheAttemptEnds) {
+  Open();
+  const auto job = Add({"a"}, false, "", 10s);
+  const std::int64_t id = Begin();
+  Pass(1min);
+  EXPECT_FALSE(job->ended());
+  outbox_.FailForNow(id, "busy", now_);
+  Pass(0ms);
+  EXPECT_EQ(job->error_id, 20);
+}
+
+TEST_F(OutboxTest, NothingThatHasExpiredGoesOutEvenBeforeATick) {
+  Open();
+  Add({"a"}, false, "", 10s);
+  now_.steady += 10s;
+  EXPECT_EQ(Next(), "");
+}
+
+TEST_F(OutboxTest, ManyThatExpireTogetherAreEndedInSeveralCalls) {
+  Open();
+  for (int i = 0; i < 1000; ++i) Add({"a"}, false, "", 1s);
+  Pass(1s);
+  EXPECT_GT(outbox_.Waiting("1"), 900u) << "one call would take too long";
+  for (int i = 0; i < 30; ++i) Pass(1ms);
+  EXPECT_EQ(outbox_.Waiting("1"), 0u);
+}
+
+TEST_F(OutboxTest, TheHourlyLimitHoldsAllButUrgentMessages) {
+  Open();
+  limit_ = 3;
+  Restart();
+  Add({"a", "b", "c", "d"});
+  for (int i = 0; i < 3; ++i) {
+    Send();
+    Pass(1min);
+  }
+  EXPECT_EQ(Next(), "");
+  Add({"urgent"}, true);
+  EXPECT_EQ(Next(), "urgent");
+  Send();
+  Pass(57min - 1ms);
+  EXPECT_EQ(Next(), "") << "the first of the last hour is still counted";
+  Pass(1ms);
+  EXPECT_EQ(Next(), "") << "the urgent one is counted, too";
+  Pass(1min);
+  EXPECT_EQ(Next(), "d");
+}
+
+TEST_F(OutboxTest, SixtyAnHourIsTheDefaultLimit) {
+  Open();
+  Add(std::vector<std::string>(61, "a"));
+  for (int i = 0; i < 60; ++i) Send();
+  EXPECT_EQ(Next(), "");
+}
+
+TEST_F(OutboxTest, TheLimitCountsWhatWasSentBeforeARestart) {
+  limit_ = 2;
+  Open();
+  Add({"a", "b", "c"});
+  Send();
+  Send();
+  Restart(30min);
+  EXPECT_EQ(Next(), "");
+  Pass(30min);
+  EXPECT_EQ(Next(), "c");
+}
+
+TEST_F(OutboxTest, ALimitOfZeroLetsOnlyUrgentMessagesOut) {
+  limit_ = 0;
+  Restart();
+  Add({"a"});
+  EXPECT_EQ(Next(), "");
+  Add({"b"}, true);
+  EXPECT_EQ(Next(), "b");
+}
+
+TEST_F(OutboxTest, AKeyThatWaitsIsNotQueuedAgain) {
+  Open();
+  Add({"a"}, false, "heartbeat");
+  const auto second = Add({"a"}, false, "heartbeat");
+  EXPECT_TRUE(second->duplicate);
+  EXPECT_TRUE(second->ended());
+  EXPECT_EQ(second->sent, 0);
+  EXPECT_EQ(outbox_.Waiting("1"), 1u);
+}
+
+TEST_F(OutboxTest, AKeyThatWasSentIsNotQueuedUntilItsValidityIsOver) {
+  Open();
+  Add({"a"}, false, "heartbeat", 1h);
+  Send();
+  Pass(1h - 1ms);
+  EXPECT_TRUE(Add({"a"}, false, "heartbeat", 1h)->duplicate);
+  Pass(1ms);
+  EXPECT_FALSE(Add({"a"}, false, "heartbeat", 1h)->duplicate);
+}
+
+TEST_F(OutboxTest, AKeyThatWasSentIsKnownAfterARestart) {
+  Open();
+  Add({"a"}, false, "heartbeat");
+  Send();
+  Restart(23h);
+  EXPECT_TRUE(Add({"a"}, false, "heartbeat")->duplicate);
+  Pass(1h);
+  EXPECT_FALSE(Add({"a"}, false, "heartbeat")->duplicate);
+}
+
+TEST_F(OutboxTest, AKeyWhoseMessageFailedIsFreeAgain) {
+  Open();
+  Add({"a"}, false, "alarm");
+  outbox_.FailForGood(Begin(), 21, "unassigned", now_);
+  EXPECT_FALSE(Add({"a"}, false, "alarm")->duplicate);
+}
+
+TEST_F(OutboxTest, AKeyIsLookedAtOnlyWhenTheStoreIsLoaded) {
+  Open();
+  Add({"a"}, false, "heartbeat");
+  Send();
+  auto rows = std::exchange(rows_, {});
+  outbox_.~Outbox();
+  new (&outbox_) Outbox(Make());
+  const auto job = Add({"a"}, false, "heartbeat");
+  outbox_.Tick(now_);
+  EXPECT_FALSE(job->decided);
+  EXPECT_THAT(rows_, IsEmpty());
+  EXPECT_EQ(outbox_.Waiting("1"), 1u);
+  outbox_.Load({}, {{"sms", "heartbeat", kNoon}}, {}, std::nullopt, now_);
+  outbox_.Tick(now_);
+  EXPECT_TRUE(job->duplicate);
+  EXPECT_EQ(outbox_.Waiting("1"), 0u);
+}
+
+TEST_F(OutboxTest, OneJobWithAKeyReachesAllItsReceivers) {
+  Open();
+  const auto job = Add({"a", "b"}, false, "alarm");
+  Send();
+  Send();
+  EXPECT_EQ(job->sent, 2);
+}
+
+TEST_F(OutboxTest, AnUnknownEndIsTriedAgainOnceAndTold) {
+  Open();
+  const auto job = Add({"+491"});
+  const std::int64_t id = Begin();
+  outbox_.EndUnknown(id, "no confirmation within 180 s", now_);
+  EXPECT_EQ(OnDisk(id).unknown_ends, 1);
+  EXPECT_EQ(OnDisk(id).state, OutgoingState::kWaiting);
+  EXPECT_EQ(Next(), "");
+  Pass(15s);
+  Send();
+  EXPECT_EQ(job->sent, 1);
+  EXPECT_EQ(job->error_id, 0);
+  EXPECT_THAT(job->repeats, HasSubstr("+491: "));
+  EXPECT_THAT(job->repeats, HasSubstr("no confirmation within 180 s"));
+}
+
+TEST_F(OutboxTest, ASecondUnknownEndIsTheEnd) {
+  Open();
+  const auto job = Add({"+491"});
+  outbox_.EndUnknown(Begin(), "no confirmation", now_);
+  Pass(15s);
+  outbox_.EndUnknown(Begin(), "no confirmation", now_);
+  EXPECT_TRUE(job->ended());
+  EXPECT_EQ(job->error_id, 23);
+  EXPECT_EQ(OnDisk(job->id).state, OutgoingState::kFailed);
+  Pass(1h);
+  EXPECT_EQ(Next(), "");
+}
+
+TEST_F(OutboxTest, ARunThatWasKilledInATransferLeavesAnUnknownEnd) {
+  Open();
+  Add({"a"});
+  const std::int64_t id = Begin();
+  Restart(1s);
+  EXPECT_EQ(OnDisk(id).unknown_ends, 1);
+  EXPECT_FALSE(OnDisk(id).in_transfer);
+  EXPECT_EQ(Next(), "a") << "it is repeated at once";
+  Begin();
+  Restart(1s);
+  EXPECT_EQ(OnDisk(id).error_id, 23);
+  EXPECT_EQ(Next(), "");
+}
+
+TEST_F(OutboxTest, AnUnknownEndCountsForTheHourlyLimit) {
+  limit_ = 1;
+  Restart();
+  Add({"a", "b"});
+  outbox_.EndUnknown(Begin(), "no confirmation", now_);
+  EXPECT_EQ(Next(), "");
+}
+
+TEST_F(OutboxTest, AnAttemptThatIsWithdrawnHasNotHappened) {
+  Open();
+  Add({"a"});
+  const std::int64_t id = Begin();
+  outbox_.Withdraw(id, now_);
+  EXPECT_FALSE(OnDisk(id).in_transfer);
+  EXPECT_EQ(OnDisk(id).attempts, 0);
+  EXPECT_EQ(Next(), "a");
+}
+
+TEST_F(OutboxTest, ProgressIsStoredWhileTheTransferGoesOn) {
+  Open();
+  Add({"a"});
+  const std::int64_t id = Begin();
+  EXPECT_EQ(outbox_.SetProgress(id, "1 of 2", now_), sequence_);
+  EXPECT_EQ(OnDisk(id).progress, "1 of 2");
+  EXPECT_TRUE(OnDisk(id).in_transfer);
+  Restart();
+  EXPECT_THAT(outbox_.TakeLoadedWithProgress(), testing::ElementsAre(id));
+  EXPECT_THAT(outbox_.TakeLoadedWithProgress(), IsEmpty());
+}
+
+TEST_F(OutboxTest, AReportCountsAfterTheEndAndAfterARestart) {
+  Open();
+  const auto job = Add({"a", "b"});
+  const std::int64_t first = Begin();
+  outbox_.Sent(first, "sent", true, now_);
+  const std::int64_t second = Begin();
+  outbox_.Sent(second, "sent", true, now_);
+  EXPECT_TRUE(job->ended());
+  outbox_.TakeReport(first, "delivered", true, true, now_);
+  outbox_.TakeReport(first, "delivered", true, true, now_);
+  EXPECT_EQ(job->delivered, 1) << "it is counted once";
+  EXPECT_FALSE(OnDisk(first).report_awaited);
+  Restart(1min);
+  ASSERT_NE(outbox_.Find(second), nullptr);
+  outbox_.TakeReport(second, "delivered", true, true, now_);
+  EXPECT_EQ(OnDisk(second).progress, "delivered");
+  EXPECT_EQ(outbox_.Find(second), nullptr);
+}
+
+TEST_F(OutboxTest, AReportThatNeverComesIsGivenUpAnHourAfterTheValidity) {
+  Open();
+  Add({"a"}, false, "", 1h);
+  const std::int64_t id = Begin();
+  outbox_.Sent(id, "", true, now_);
+  Pass(2h - 1ms);
+  EXPECT_NE(outbox_.Find(id), nullptr);
+  Pass(1ms);
+  EXPECT_EQ(outbox_.Find(id), nullptr);
+  EXPECT_EQ(OnDisk(id).state, OutgoingState::kSent);
+  EXPECT_FALSE(OnDisk(id).report_awaited);
+}
+
+// Clocks
+
+TEST_F(OutboxTest, AClockThatJumpsExpiresNothing) {
+  now_.wall = WallTime(1min);  // a controller without a battery
+  Open();
+  const auto job = Add({"a"}, false, "", 1h);
+  now_.wall = kNoon;  // set by the network
+  Pass(1h - 1ms);
+  EXPECT_FALSE(job->ended());
+  Pass(1ms);
+  EXPECT_TRUE(job->ended());
+}
+
+TEST_F(OutboxTest, WhatIsWrittenAfterTheClockWasSetHasTheRightTimes) {
+  now_.wall = WallTime(1min);
+  Open();
+  const auto job = Add({"a"}, false, "", 1h);
+  EXPECT_LT(OnDisk(job->id).created, kClockIsSet);
+  now_.steady += 10min;
+  now_.wall = kNoon;
+  Begin();
+  EXPECT_EQ(OnDisk(job->id).created, kNoon - 10min);
+  EXPECT_EQ(OnDisk(job->id).expires, kNoon + 50min);
+}
+
+TEST_F(OutboxTest, ARowOfAClockThatWasNotSetIsWorthSendingAsLongAsAtFirst) {
+  now_.wall = WallTime(1min);
+  Open();
+  Add({"a"}, false, "", 1h);
+  now_.wall = kNoon;
+  Restart();
+  EXPECT_EQ(Next(), "a");
+  Pass(1h);
+  EXPECT_EQ(Next(), "");
+}
+
+TEST_F(OutboxTest, ARestartWithAClockThatIsNotSetKeepsTheRightTimesOnTheDisk) {
+  Open();
+  const auto job = Add({"a"}, false, "", 1h);
+  now_.wall = WallTime(0ms);
+  Restart();
+  EXPECT_EQ(Next(), "a");
+  outbox_.FailForNow(Begin(), "busy", now_);
+  EXPECT_EQ(OnDisk(job->id).expires, kNoon + 1h);
+}
+
+TEST_F(OutboxTest, AMessageThatExpiredLongAgoDoesNotGoOutOnceTheClockIsSet) {
+  Open();
+  const auto job = Add({"a"}, false, "", 1h);
+  now_.wall = WallTime(0ms);
+  Restart();
+  now_.wall = kNoon + 2h;
+  EXPECT_EQ(Next(), "");
+  outbox_.Tick(now_);
+  EXPECT_EQ(OnDisk(job->id).state, OutgoingState::kExpired);
+}
+
+TEST_F(OutboxTest, AMessageOfAClockAheadIsNotKeptLongerThanItsValidity) {
+  now_.wall = kNoon + std::chrono::days(3650);
+  Open();
+  Add({"a"}, false, "", 1h);
+  now_.wall = kNoon;
+  Restart();
+  Pass(1h);
+  EXPECT_EQ(Next(), "");
+}
+
+TEST_F(OutboxTest, AMessageThatExpiredBetweenTwoRunsIsEndedAtLoading) {
+  Open();
+  const auto job = Add({"a"}, false, "", 1h);
+  Restart(2h);
+  outbox_.Tick(now_);
+  EXPECT_EQ(OnDisk(job->id).state, OutgoingState::kExpired);
+}
+
+TEST_F(OutboxTest, ARetryTimeOutlivesARestart) {
+  Open();
+  Add({"a"});
+  for (int i = 0; i < 4; ++i) {
+    outbox_.FailForNow(Begin(), "busy", now_);
+    if (i < 3) Pass(15min);
+  }
+  Restart(1min);
+  EXPECT_EQ(Next(), "");
+  Pass(1min);
+  EXPECT_EQ(Next(), "a");
+}
+
+// Requests
+
+TEST_F(OutboxTest, ACancelledMessageEndsItsJob) {
+  Open();
+  const auto job = Add({"+491"});
+  outbox_.Apply(About(RequestKind::kCancel, job->id), now_);
+  EXPECT_TRUE(answer_->done);
+  EXPECT_EQ(answer_->id, 7);
+  EXPECT_EQ(job->failed, 1);
+  EXPECT_THAT(job->errors, HasSubstr("cancelled"));
+  EXPECT_EQ(OnDisk(job->id).state, OutgoingState::kCancelled);
+  EXPECT_EQ(Next(), "");
+  outbox_.Apply(About(RequestKind::kCancel, job->id), now_);
+  EXPECT_FALSE(answer_->done);
+}
+
+TEST_F(OutboxTest, AMessageInTransferCannotBeCancelledOrTriedAgain) {
+  Open();
+  Add({"a"});
+  const std::int64_t id = Begin();
+  outbox_.Apply(About(RequestKind::kCancel, id), now_);
+  EXPECT_FALSE(answer_->done);
+  answer_.reset();
+  outbox_.Apply(About(RequestKind::kRetry, id), now_);
+  EXPECT_FALSE(answer_->done);
+  outbox_.Sent(id, "", false, now_);
+}
+
+TEST_F(OutboxTest, ARetryOfAWaitingMessageIsImmediate) {
+  Open();
+  const auto job = Add({"a"});
+  outbox_.FailOnRoute(Begin(), "no network", now_);
+  outbox_.Apply(About(RequestKind::kRetry, job->id), now_);
+  EXPECT_TRUE(answer_->done);
+  EXPECT_EQ(Next(), "a");
+}
+
+TEST_F(OutboxTest, ARetryOfAFailedMessageQueuesItAgain) {
+  Open();
+  const auto job = Add({"a"}, false, "", 1h);
+  outbox_.FailForGood(Begin(), 21, "barred", now_);
+  Pass(2h);
+  outbox_.Apply(About(RequestKind::kRetry, job->id), now_);
+  EXPECT_TRUE(answer_->done);
+  EXPECT_EQ(OnDisk(job->id).state, OutgoingState::kWaiting);
+  EXPECT_EQ(OnDisk(job->id).expires, kNoon + 3h);
+  EXPECT_EQ(Next(), "a");
+  Send();
+  outbox_.Apply(About(RequestKind::kRetry, job->id), now_);
+  EXPECT_FALSE(answer_->done) << "what was sent is not sent again";
+}
+
+TEST_F(OutboxTest, ANewLimitIsStoredAndHoldsAtOnce) {
+  Open();
+  Add({"a", "b"});
+  Send();
+  outbox_.Apply({.id = 7, .kind = RequestKind::kLimit, .value = 1, .message = {}}, now_);
+  EXPECT_EQ(limit_, 1);
+  EXPECT_TRUE(answer_->done);
+  EXPECT_EQ(Next(), "");
+}
+
+TEST_F(OutboxTest, AStoreThatWasBegunAgainGetsEveryRow) {
+  Open();
+  for (int i = 0; i < 250; ++i) Add({"a"});
+  rows_.clear();
+  outbox_.WriteAgain();
+  for (int i = 0; i < 3; ++i) outbox_.Tick(now_);
+  EXPECT_EQ(rows_.size(), 250u);
+}
+
+TEST_F(OutboxTest, RefusesWhatAMemoryCannotHold) {
+  Open();
+  const std::vector<std::string> receivers(1000, "a");
+  for (int i = 0; i < 100; ++i) ASSERT_NE(Add(receivers), nullptr);
+  EXPECT_EQ(Add({"a"}), nullptr);
+}
+
+TEST_F(OutboxTest, TenThousandThatWaitAreLoadedInManyCalls) {
+  Open();
+  for (int i = 0; i < 10'000; ++i) Add({"a"});
+  std::vector<Outgoing> rows;
+  for (const auto& [id, row] : rows_) rows.push_back(row);
+  outbox_.~Outbox();
+  new (&outbox_) Outbox(Make());
+  outbox_.Load(rows, {}, {}, std::nullopt, now_);
+  outbox_.Tick(now_);
+  EXPECT_LE(outbox_.Waiting("1"), 200u) << "one call would take too long";
+  for (int i = 0; i < 101; ++i) outbox_.Tick(now_);
+  EXPECT_EQ(outbox_.Waiting("1"), 10'000u);
+  EXPECT_TRUE(outbox_.ready());
+}
+
+}  // namespace
