@@ -6,18 +6,32 @@
 #pragma once
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <cstdlib>
 #include <limits>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <string_view>
 
+#include "block/block_time.h"
 #include "block/declaration.h"
 #include "block/undeclared.h"
 #include "block/variables.h"
 #include "share/base_lua_fb.h"
 #include "share/lua_value.h"
+
+/// The number that a text begins with, after blanks and a sign; 0 if there is none. Unlike strtod
+/// it does not depend on the locale, which a program can change.
+inline double NumberAtStart(std::string_view text) {
+  const std::size_t start = std::min(text.find_first_not_of(" \t\r\n"), text.size());
+  text.remove_prefix(start);
+  if (text.starts_with('+')) text.remove_prefix(1);
+  double number = 0;
+  std::from_chars(text.data(), text.data() + text.size(), number);
+  return number;
+}
 
 /// Per block class: the record with its names, which DEFINE_FUNCTION_BLOCK creates.
 template <class T>
@@ -72,18 +86,47 @@ class BaseFB : public BaseLuaFB {
   int GetInt(const std::string& name);
   /// The text form; empty when the value has none.
   std::string GetString(const std::string& name);
+  /// The number, for every numeric type; 1 or 0 for a Boolean, the number that a text begins with,
+  /// otherwise 0. An LREAL may be infinite or NaN.
+  double GetReal(const std::string& name);
+  /// The point in time of a DATE_AND_TIME; nothing for the null time and for other types.
+  std::optional<BlockTime> GetTime(const std::string& name);
   /// The variable is an Int32 afterwards, whatever it was declared as.
   void SetValue(const std::string& name, int value) { Find(name).SetInt32(value); }
   void SetValue(const std::string& name, const std::string& value) {
     Find(name).SetString(value.data(), value.length());
   }
   void SetBool(const std::string& name, bool value) { Find(name).SetBoolean(value); }
+  void SetReal(const std::string& name, double value) { Find(name).SetDouble(value); }
+  /// Nothing, and a time that a DATE_AND_TIME cannot hold (before 1601), is the null time.
+  void SetTime(const std::string& name, std::optional<BlockTime> time) {
+    Find(name).SetDateTime(ToDateTime(time));
+  }
 
   /// The variable's value; a name without a variable is added as Null.
   OpcUa_VariantHlp& Find(const std::string& name) { return variables_.Find(name).value; }
+  /// The variable if the table declares it, otherwise null.
+  FBInput* FindDeclared(std::string_view name) {
+    FBInput* variable = variables_.FindExisting(name);
+    return variable != nullptr && variable->declared != nullptr ? variable : nullptr;
+  }
+  /// Gives the variable of this row the null value of its type.
+  void ClearVariable(const FBMetaEntry& row) { Clear(Find(row.name), row); }
+  /// Pushes the value of a name that belongs to the host or to every block. @return false, and
+  /// nothing is pushed, for any other name
+  bool PushHostField(lua_State* L, const char* key, std::size_t length) {
+    if (CheckIndexProlog(L, key, this) != 0) return true;
+    if (std::string_view(key, length) != "__Internal") return false;
+    lua_pushboolean(L, 1);
+    return true;
+  }
 
  private:
   void loadInputs();
+  static void Clear(OpcUa_VariantHlp& value, const FBMetaEntry& row) {
+    value.Reset(OpcUa_VariantHlp::GetUaTypeFromName(row.type));
+    if (value.Datatype == OpcUaType_String) OpcUa_String_Initialize(&value.Value.String);
+  }
   static bool Declares(std::string_view name) { return ::Declares(T::GetMetaTable(), name); }
 
   BlockVariables variables_;  // declared and reported ones are settled
@@ -92,9 +135,9 @@ class BaseFB : public BaseLuaFB {
 template <class T>
 void BaseFB<T>::loadInputs() {
   for (const FBMetaEntry* entry = T::GetMetaTable(); entry->name != nullptr; ++entry) {
-    OpcUa_VariantHlp& value = variables_.Settle(entry->name).value;
-    value.Reset(OpcUa_VariantHlp::GetUaTypeFromName(entry->type));
-    if (value.Datatype == OpcUaType_String) OpcUa_String_Initialize(&value.Value.String);
+    FBInput& variable = variables_.Settle(entry->name);
+    variable.declared = entry;
+    Clear(variable.value, *entry);
   }
 }
 
@@ -120,13 +163,8 @@ template <class T>
 int BaseFB<T>::getField(lua_State* L) {
   std::size_t length = 0;
   const char* key = lua_tolstring(L, -1, &length);
-  if (CheckIndexProlog(L, key, this) != 0) return 1;
-  const std::string_view name(key, length);
-  if (name == "__Internal") {
-    lua_pushboolean(L, 1);
-    return 1;
-  }
-  WriteLuaValue(variables_.Find(name).value, L);
+  if (PushHostField(L, key, length)) return 1;
+  WriteLuaValue(variables_.Find({key, length}).value, L);
   return 1;
 }
 
@@ -207,6 +245,33 @@ std::string BaseFB<T>::GetString(const std::string& name) {
   std::string text;
   Find(name).GetString(text);  // without a text form it stays empty
   return text;
+}
+
+template <class T>
+double BaseFB<T>::GetReal(const std::string& name) {
+  const OpcUa_VariantHlp& value = Find(name);
+  switch (value.Datatype) {
+    case OpcUaType_Boolean: return value.Value.Boolean != 0 ? 1 : 0;
+    case OpcUaType_SByte: return value.Value.SByte;
+    case OpcUaType_Byte: return value.Value.Byte;
+    case OpcUaType_Int16: return value.Value.Int16;
+    case OpcUaType_UInt16: return value.Value.UInt16;
+    case OpcUaType_Int32: return value.Value.Int32;
+    case OpcUaType_UInt32: return value.Value.UInt32;
+    case OpcUaType_Int64: return static_cast<double>(value.Value.Int64);
+    case OpcUaType_UInt64: return static_cast<double>(value.Value.UInt64);
+    case OpcUaType_Float: return value.Value.Float;
+    case OpcUaType_Double: return value.Value.Double;
+    case OpcUaType_String: return NumberAtStart(GetString(name));
+    default: return 0;
+  }
+}
+
+template <class T>
+std::optional<BlockTime> BaseFB<T>::GetTime(const std::string& name) {
+  const OpcUa_VariantHlp& value = Find(name);
+  if (value.Datatype != OpcUaType_DateTime) return std::nullopt;
+  return FromDateTime(value.Value.DateTime);
 }
 
 template <class T>

@@ -7,13 +7,23 @@
 #include <array>
 #include <cctype>
 #include <cstddef>
+#include <cstdint>
 #include <string_view>
+
+/// Who sets a variable. Strict blocks (strict_fb.h) refuse a program's assignment to an output.
+enum class FBDirection : std::uint8_t {
+  kUnstated,  ///< as in the tables of blocks that do not distinguish
+  kInput,     ///< the program
+  kOutput,    ///< the block
+};
 
 /// One row of a block class's declaration table, which ends with a null row. Hosts show the
 /// variables in the order of the rows.
 struct FBMetaEntry {
   const char* name;
   const char* type;  ///< IEC 61131-3 elementary type
+  FBDirection direction = FBDirection::kUnstated;
+  const char* meaning = nullptr;  ///< in one line of UTF-8, with the unit; null: not stated
 };
 
 /// Whether the table has a row of this name.

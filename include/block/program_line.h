@@ -14,3 +14,12 @@ inline bool FindProgramLine(lua_State* L, lua_Debug* record) {
   }
   return false;
 }
+
+/// Raises a Lua error: the message with the program's file and line in front, even if the program
+/// called through pcall. Objects with destructors must not be alive. @return never
+inline int RaiseAtProgramLine(lua_State* L, const char* message) {
+  lua_Debug record;
+  if (!FindProgramLine(L, &record)) return luaL_error(L, "%s", message);
+  lua_pushfstring(L, "%s:%d: %s", record.short_src, record.currentline, message);
+  return lua_error(L);
+}

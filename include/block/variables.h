@@ -10,11 +10,13 @@
 #include <string>
 #include <string_view>
 
+#include "block/declaration.h"
 #include "share/opcua_variant_hlp.h"
 
 /// The slot of one variable.
 struct FBInput {
   OpcUa_VariantHlp value;
+  const FBMetaEntry* declared = nullptr;  ///< its row of the declaration table, if it has one
 };
 
 /// Variables are added and never removed. A small table next to the map holds the settled ones,
@@ -33,6 +35,13 @@ class BlockVariables {
     Entry*& slot = settled_[SlotOf(name)];
     if (slot == nullptr) slot = &entry;
     return entry.second;
+  }
+  /// The variable of this name, otherwise null; none is added.
+  [[nodiscard]] FBInput* FindExisting(std::string_view name) noexcept {
+    FBInput* settled = FindSettled(name);
+    if (settled != nullptr) return settled;
+    const auto found = map_.find(name);
+    return found != map_.end() ? &found->second : nullptr;
   }
   /// The variable of this name if it is settled, otherwise null.
   [[nodiscard]] FBInput* FindSettled(std::string_view name) noexcept {

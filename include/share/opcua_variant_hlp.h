@@ -35,6 +35,10 @@ class OpcUa_VariantHlp : public OpcUa_Variant {
     Reset(OpcUaType_Int32);
     Value.Int32 = value;
   }
+  void SetDouble(OpcUa_Double value) {
+    Reset(OpcUaType_Double);
+    Value.Double = value;
+  }
   void SetDateTime(OpcUa_DateTime ticks) {
     Reset(OpcUaType_DateTime);
     Value.DateTime = ticks;

@@ -26,7 +26,7 @@
 #include "runtime/cli/messages.h"
 #include "runtime/cli/pdu_input.h"
 #include "runtime/cli/standard_reading.h"
-#include "runtime/corvaneshare/date_time.h"
+#include "share/date_time.h"
 
 namespace corvane::cli {
 namespace {

@@ -10,8 +10,8 @@
 
 #include "runtime/corvane/lua_environment.h"
 #include "runtime/corvane/st_library.h"
-#include "runtime/corvaneshare/date_time.h"
 #include "runtime/corvaneshare/live_blocks.h"
+#include "share/date_time.h"
 
 namespace corvane {
 namespace {

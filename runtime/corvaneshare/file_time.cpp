@@ -4,7 +4,7 @@
 
 #include <limits>
 
-#include "runtime/corvaneshare/date_time.h"
+#include "share/date_time.h"
 
 namespace {
 

@@ -10,8 +10,8 @@
 #include <cstring>
 #include <limits>
 
-#include "runtime/corvaneshare/date_time.h"
 #include "runtime/corvaneshare/elementary_types.h"
+#include "share/date_time.h"
 
 namespace {
 

@@ -164,6 +164,57 @@ TEST_F(BaseFb, GetIntOfANullStringIsZero) {
   EXPECT_EQ(fb().GetString("String"), "");
 }
 
+TEST_F(BaseFb, GetRealIsTheNumberOfEveryNumericType) {
+  Run("fb.SInt = -1 fb.USInt = 200 fb.Int = -2 fb.UInt = 65535 fb.DInt = -2147483648 "
+      "fb.UDInt = 4294967295 fb.LInt = -2^40 fb.ULInt = 2^63 fb.Real = 1.5 fb.LReal = 0.1 "
+      "fb.Bool = true fb.Time = 1000");
+  const std::pair<const char*, double> rows[] = {{"SInt", -1},
+                                                 {"USInt", 200},
+                                                 {"Int", -2},
+                                                 {"UInt", 65535},
+                                                 {"DInt", -2147483648.0},
+                                                 {"UDInt", 4294967295.0},
+                                                 {"LInt", -0x1p40},
+                                                 {"ULInt", 0x1p63},
+                                                 {"Real", 1.5},
+                                                 {"LReal", 0.1},
+                                                 {"Bool", 1},
+                                                 {"Time", 0},
+                                                 {"none", 0}};
+  for (const auto& [name, number] : rows) EXPECT_EQ(fb().GetReal(name), number) << name;
+}
+
+TEST_F(BaseFb, GetRealOfTextIsTheNumberItBeginsWith) {
+  const std::pair<const char*, double> rows[] = {
+      {"1.5", 1.5}, {"  +2e3 bar", 2000}, {"-0.25", -0.25}, {"1,5", 1},
+      {"", 0},      {"abc", 0},           {" ", 0}};
+  for (const auto& [text, number] : rows) {
+    fb().SetValue("String", std::string(text));
+    EXPECT_EQ(fb().GetReal("String"), number) << text;
+  }
+}
+
+TEST_F(BaseFb, RealsOfTheBlockReachTheProgramExactly) {
+  fb().SetReal("LReal", 0.1);
+  EXPECT_EQ(Eval("fb.LReal == 0.1"), "true");
+  fb().SetReal("LReal", std::numeric_limits<double>::infinity());
+  EXPECT_EQ(Eval("fb.LReal == math.huge"), "true");
+  EXPECT_EQ(fb().GetReal("LReal"), std::numeric_limits<double>::infinity());
+}
+
+TEST_F(BaseFb, TimesOfTheBlockAreSecondsSince1970ForTheProgram) {
+  using namespace std::chrono_literals;
+  fb().SetTime("Time", std::chrono::sys_time<std::chrono::milliseconds>(1'000'500ms));
+  EXPECT_EQ(Eval("fb.Time"), "1000.5");
+  EXPECT_EQ(fb().GetTime("Time"), BlockTime(1'000'500ms));
+  Run("fb.Time = 2000.25");
+  EXPECT_EQ(fb().GetTime("Time"), BlockTime(2'000'250ms));
+  fb().SetTime("Time", std::nullopt);
+  EXPECT_EQ(Eval("fb.Time"), "0");
+  EXPECT_EQ(fb().GetTime("Time"), std::nullopt);
+  EXPECT_EQ(fb().GetTime("DInt"), std::nullopt);
+}
+
 TEST_F(BaseFb, SetValueOfAnIntegerMakesTheVariableAnInt32) {
   fb().SetValue("Int", 5);
   EXPECT_EQ(TypeOf("Int"), OpcUaType_Int32);

@@ -22,8 +22,12 @@ class ProbeFB : public BaseFB<ProbeFB> {
   using BaseFB::Find;
   using BaseFB::GetBool;
   using BaseFB::GetInt;
+  using BaseFB::GetReal;
   using BaseFB::GetString;
+  using BaseFB::GetTime;
   using BaseFB::SetBool;
+  using BaseFB::SetReal;
+  using BaseFB::SetTime;
   using BaseFB::SetValue;
 
   static inline ProbeFB* last = nullptr;         ///< the block created last
