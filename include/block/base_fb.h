@@ -22,8 +22,8 @@
 #include "share/base_lua_fb.h"
 #include "share/lua_value.h"
 
-/// The number that a text begins with, after blanks and a sign; 0 if there is none. Unlike strtod
-/// it does not depend on the locale, which a program can change.
+/// The number that a text begins with, after white space and a sign; 0 if there is none. Unlike
+/// strtod, this does not depend on the locale, which a program can change.
 inline double NumberAtStart(std::string_view text) {
   const std::size_t start = std::min(text.find_first_not_of(" \t\r\n"), text.size());
   text.remove_prefix(start);

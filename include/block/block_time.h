@@ -13,12 +13,12 @@
 #include "share/date_time.h"
 
 /// A point in time since 1970-01-01 UTC, as fine as a DATE_AND_TIME; std::chrono's coarser points
-/// convert to it by themselves.
+/// convert to it implicitly.
 using BlockTime =
     std::chrono::sys_time<std::chrono::duration<std::int64_t, std::ratio<1, 10'000'000>>>;
 
-/// The value of a DATE_AND_TIME variable. Nothing, a time before 1601 and one beyond the range
-/// (some day in the year 30828) give 0, the null time.
+/// The value of a DATE_AND_TIME variable. Nothing, a time before 1601 and one beyond the range,
+/// which ends in the year 30828, yield 0, the null time.
 constexpr OpcUa_DateTime ToDateTime(std::optional<BlockTime> time) {
   constexpr std::int64_t kLast =
       std::numeric_limits<std::int64_t>::max() - corvane::kUnixEpochTicks;

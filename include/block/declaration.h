@@ -12,7 +12,7 @@
 
 /// Who sets a variable. Strict blocks (strict_fb.h) refuse a program's assignment to an output.
 enum class FBDirection : std::uint8_t {
-  kUnstated,  ///< as in the tables of blocks that do not distinguish
+  kUnstated,  ///< as in the tables of blocks that do not tell inputs from outputs
   kInput,     ///< the program
   kOutput,    ///< the block
 };

@@ -7,7 +7,7 @@
 #include <optional>
 
 /// The duration that an input asks for; `otherwise` for 0. Fractions of a millisecond are rounded
-/// up, and what is longer than 1000 years counts as that.
+/// up, and anything longer than 1000 years counts as 1000 years.
 /// @return nothing for a negative number, infinity and NaN: ErrorId::kBadValue
 inline std::optional<std::chrono::milliseconds> DurationInput(double seconds,
                                                               std::chrono::milliseconds otherwise) {

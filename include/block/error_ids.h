@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <span>
 
-/// What is wrong, as the output `ErrorId` says it. A block of somebody else may use numbers from
+/// What is wrong, as the output `ErrorId` says it. Blocks of other add-ins may use numbers from
 /// 1000 on.
 enum class ErrorId : std::int32_t {
   kNone = 0,
@@ -50,13 +50,13 @@ inline constexpr ErrorIdEntry kErrorIds[] = {
      "The receiver is missing, or is not a telephone number or mail address.",
      "Correct the entry that `ErrorText` shows; nothing was queued for anybody."},
     {ErrorId::kText, "text", "The text is empty, or is not valid UTF-8.",
-     "Give a text; `ErrorText` names the octet at which UTF-8 ends."},
+     "Give a text; `ErrorText` names the first octet that is not valid."},
     {ErrorId::kTooLong, "too long", "The text needs more parts than a message can have.",
      "Shorten the text, or send it in several messages."},
     {ErrorId::kNoSuchPort, "no such port", "The runtime has no modem with this port number.",
      "Start the runtime with `--modem PORT=DEVICE`, or correct `Port`."},
     {ErrorId::kAttachment, "attachment",
-     "An attachment cannot be read, or the attachments are too large together.",
+     "An attachment cannot be read, or together the attachments are too large.",
      "Check the path and the permissions that `ErrorText` names; 25 MB is the limit."},
     {ErrorId::kExpired, "expired", "The message could not be sent before `ValidFor` had passed.",
      "`ErrorText` names the last failure: remove its cause, or allow more time."},
@@ -80,7 +80,7 @@ inline constexpr ErrorIdEntry kErrorIds[] = {
     {ErrorId::kCertificate, "certificate", "The mail server's certificate cannot be trusted.",
      "Check `Server`, the clock and `CaFile`; the mail is kept and tried again."},
     {ErrorId::kNotOffered, "not offered",
-     "The mail server does not offer the security or the login that is wanted.",
+     "The mail server does not offer the security or the kind of login that is required.",
      "Check `Security` and `Port`; the mail is kept and tried again."},
     {ErrorId::kMailRefused, "mail refused", "The mail server refused the mail for good.",
      "Do what the server's words in `ErrorText` ask for, and send the mail again."},

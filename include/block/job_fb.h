@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // JobFB<T>: a block that does one job at a time, started by a rising edge of `Execute`, with the
 // outputs of PLCopen's function blocks: `Busy`, `Done`, `Error`, `ErrorId`, `ErrorText`.
-// Threads: as BaseFB; a job's work in other threads is the class's own matter.
+// Threads: as BaseFB; what a job does in other threads is up to the class.
 #pragma once
 
 #include <cstdint>
@@ -20,7 +20,7 @@ struct JobFailure {
   std::string text;  ///< a sentence: what, where, what to do
 };
 
-/// How far a job is.
+/// How far a job has come.
 struct JobProgress {
   enum class State : std::uint8_t { kBusy, kDone, kFailed };
 
@@ -30,7 +30,7 @@ struct JobProgress {
   static JobProgress Busy(JobFailure trouble) {
     return {State::kBusy, trouble.id, std::move(trouble.text)};
   }
-  /// Has succeeded; a text is worth knowing all the same.
+  /// Has succeeded; a text may say what is worth knowing all the same.
   static JobProgress Done(std::string text = {}) {
     return {State::kDone, ErrorId::kNone, std::move(text)};
   }
@@ -47,7 +47,7 @@ struct JobProgress {
 
 /// What a rising edge of `Execute` does while a job is under way.
 enum class EdgeWhileBusy : std::uint8_t {
-  kStartsNewJob,  ///< the outputs follow the new job; the class sees to the old one in Start
+  kStartsNewJob,  ///< the outputs follow the new job; the class deals with the old one in Start
   kIsIgnored,     ///< also when the job ends in this very call
 };
 
@@ -85,9 +85,9 @@ class JobFB : public StrictFB<T> {
   /// @return why the inputs cannot work, otherwise nothing: the job is under way
   virtual std::optional<JobFailure> Start() = 0;
   /// Called once in each further call while the job is under way: sets the outputs of the class and
-  /// says how far the job is. It must not wait.
+  /// says how far the job has come. It must not wait.
   virtual JobProgress Poll() = 0;
-  /// Called instead in each call in which no job is under way, before the first one, too.
+  /// Called instead in each call in which no job is under way, even before the first job.
   virtual void AfterEnd() {}
 
   /// Whether a job is under way.

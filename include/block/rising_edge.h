@@ -5,7 +5,7 @@
 /// An input is FALSE before the first call, so TRUE in the first one is a rising edge.
 class RisingEdge {
  public:
-  /// Takes the input's value in this call. @return whether it has risen since the call before
+  /// Takes the input's value in this call. @return whether it has risen since the previous call
   bool Rises(bool value) {
     const bool rises = value && !last_;
     last_ = value;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// StrictFB<T>: a block with declared variables only, inputs and outputs apart.
+// StrictFB<T>: a block that has only its declared variables, and tells inputs from outputs.
 // Threads: as BaseFB.
 #pragma once
 
@@ -87,7 +87,7 @@ class StrictFB : public BaseFB<T> {
   int setField(lua_State* L) override {
     std::size_t length = 0;
     const char* key = lua_tolstring(L, -2, &length);
-    if (std::string_view(key, length) == "EnO") return 0;  // the enable output is the host's
+    if (std::string_view(key, length) == "EnO") return 0;  // the enable output belongs to the host
     FBInput* variable = this->FindDeclared({key, length});
     if (variable == nullptr) {
       return RaiseUnknownName(L, FBUtil<T>().typeName, T::GetMetaTable(), key);

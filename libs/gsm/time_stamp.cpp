@@ -131,7 +131,7 @@ std::optional<TimeStamp> ParseTimeStamp(std::string_view text) {
 
 std::string FormatTimeStamp(const TimeStamp& time) {
   const int offset = std::abs(time.utc_offset_minutes);
-  char text[128];  // more than eight int can take
+  char text[128];  // room for eight int of any value
   std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d%c%02d:%02d", time.year,
                 time.month, time.day, time.hour, time.minute, time.second,
                 time.utc_offset_minutes < 0 ? '-' : '+', offset / 60, offset % 60);

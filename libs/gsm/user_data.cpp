@@ -60,7 +60,7 @@ std::size_t NextCut(Alphabet alphabet, OctetSpan left, std::size_t capacity) {
   return cuts_pair ? capacity - 2 : capacity;
 }
 
-/// The parts of a text that is encoded already.
+/// The parts of a text that is already encoded.
 std::optional<std::vector<UserData>> Split(Alphabet alphabet, OctetSpan text,
                                            const SplitOptions& options) {
   UserData part{alphabet, {}, {}};

@@ -19,7 +19,7 @@ class Utf8Writer {
  public:
   explicit Utf8Writer(std::size_t most_characters) : text_(kMostOctets * most_characters, '\0') {}
 
-  /// A character that is not a surrogate.
+  /// Appends a character, which must not be a surrogate.
   void Append(char32_t character) {
     if (character < 0x80) {
       text_[size_++] = static_cast<char>(character);
