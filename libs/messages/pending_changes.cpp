@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "libs/messages/pending_changes.h"
 
+#include <algorithm>
 #include <variant>
 
 namespace messages {
@@ -38,6 +39,31 @@ void PendingChanges::Add(Change change) {
 bool PendingChanges::empty() const {
   return outgoing.empty() && incoming.empty() && accepted.empty() && removed_groups.empty() &&
          parts.empty() && held.empty() && !limit_per_hour.has_value() && answers.empty();
+}
+
+void PendingChanges::Clear() {
+  const std::int64_t highest = outgoing.empty() ? 0 : outgoing.rbegin()->first;
+  const std::int64_t written = std::max(highest_written_, highest);
+  *this = {};
+  highest_written_ = written;
+}
+
+void PendingChanges::ForgetHistory(std::size_t most) {
+  const auto is_forgettable = [](const auto& row) {
+    return row.second.state != OutgoingState::kWaiting && !row.second.report_awaited;
+  };
+  if (outgoing.size() <= most) return;
+  const auto first = outgoing.lower_bound(std::max(highest_written_ + 1, kFirstNewId));
+  auto surplus =
+      std::count_if(first, outgoing.end(), is_forgettable) - static_cast<std::ptrdiff_t>(most);
+  for (auto at = first; at != outgoing.end() && surplus > 0;) {
+    if (is_forgettable(*at)) {
+      at = outgoing.erase(at);
+      --surplus;
+    } else {
+      ++at;
+    }
+  }
 }
 
 }  // namespace messages

@@ -2,6 +2,7 @@
 // Changes that wait to be written, at most one for each row. Threads: the store's writer only.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -27,6 +28,15 @@ struct PendingChanges {
   /// Adds a change, in the place of an earlier one of the same row.
   void Add(Change change);
   [[nodiscard]] bool empty() const;
+  /// All of it has been written.
+  void Clear();
+  /// Of ended messages that have never been on the disk, keeps the newest `most`: no more than
+  /// history is lost by that. The others must be written, or they would go out again after a
+  /// restart.
+  void ForgetHistory(std::size_t most);
+
+ private:
+  std::int64_t highest_written_ = 0;
 };
 
 }  // namespace messages

@@ -28,7 +28,8 @@ ColumnReader& operator>>(ColumnReader& from, Outgoing& row) {
       row.progress >> row.key >> row.urgent >> row.created >> row.expires >> row.next_try >>
       row.finished >> state >> row.attempts >> row.unknown_ends >> row.in_transfer >>
       row.report_awaited >> row.error_id >> row.reason;
-  row.state = static_cast<OutgoingState>(state);
+  const bool is_known = state >= 0 && state <= static_cast<int>(OutgoingState::kCancelled);
+  row.state = is_known ? static_cast<OutgoingState>(state) : OutgoingState::kFailed;
   return from;
 }
 

@@ -6,6 +6,7 @@
 #include <SQLiteCpp/Column.h>
 #include <SQLiteCpp/Statement.h>
 
+#include <algorithm>
 #include <concepts>
 #include <cstdint>
 #include <string>
@@ -44,6 +45,9 @@ class ColumnWriter {
   int index_ = 0;
 };
 
+/// The end of the year 9999.
+inline constexpr std::int64_t kLatest = 253402300799999;
+
 /// Reads the columns of a result row one after the other.
 class ColumnReader {
  public:
@@ -53,8 +57,10 @@ class ColumnReader {
     text = statement_.getColumn(index_++).getString();
     return *this;
   }
+  /// Limited to what can be calculated with, whatever is in the file.
   ColumnReader& operator>>(WallTime& time) {
-    time = WallTime(std::chrono::milliseconds(statement_.getColumn(index_++).getInt64()));
+    const std::int64_t count = statement_.getColumn(index_++).getInt64();
+    time = WallTime(std::chrono::milliseconds(std::clamp<std::int64_t>(count, 0, kLatest)));
     return *this;
   }
   ColumnReader& operator>>(bool& flag) {

@@ -77,9 +77,18 @@ bool Store::loaded() const noexcept {
 }
 
 std::string Store::problem() const {
-  if (!shared_->has_problem) return {};
-  const std::scoped_lock lock(shared_->mutex);
-  return shared_->problem;
+  if (shared_->has_problem) {
+    const std::scoped_lock lock(shared_->mutex);
+    if (!shared_->problem.empty()) return shared_->problem;
+  }
+  const std::chrono::milliseconds::rep since = shared_->busy_since;
+  const auto now = std::chrono::steady_clock::now().time_since_epoch();
+  if (since == 0 || now - std::chrono::milliseconds(since) < shared_->options.stall) return {};
+  const auto seconds = std::chrono::floor<std::chrono::seconds>(now).count() - since / 1000;
+  return "the disk of the store " + shared_->file.string() + " has not answered for " +
+         std::to_string(seconds) +
+         " s: messages are kept in memory, and written when it does. "
+         "Check the disk";
 }
 
 std::vector<std::string> Store::TakeNotices() {

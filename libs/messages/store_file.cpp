@@ -3,21 +3,70 @@
 
 #include <SQLiteCpp/Statement.h>
 #include <SQLiteCpp/Transaction.h>
+#include <sqlite3.h>
 
 #include <algorithm>
 #include <chrono>
 
 #include "libs/messages/row_columns.h"
+#include "libs/messages/store_cleaning.h"
+#include "libs/messages/store_error.h"
 #include "libs/messages/store_schema.h"
 
 namespace messages {
 namespace {
 
-using std::chrono::days;
+namespace fs = std::filesystem;
 using std::chrono::hours;
 
 // How long to wait for the command, which holds the file for a moment.
 constexpr int kBusyMilliseconds = 2000;
+
+// Numbers from kFirstNewId on would be taken for new ones.
+const std::string kPlausibleId =
+    "id BETWEEN 1 AND " + std::to_string(kFirstNewId - 1) + " ORDER BY id";
+
+// The folder may be a link, as systemd makes them; the file may not.
+constexpr int kFlags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW;
+
+std::string FollowedFolder(const fs::path& file) {
+  return (fs::canonical(file.parent_path()) / file.filename()).string();
+}
+
+std::string Select(const std::string& columns) {
+  return "SELECT " + columns + " FROM ";
+}
+
+void Configure(const SQLite::Database& database, int option, int value) {
+  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-vararg): SQLite's way
+  sqlite3_db_config(database.getHandle(), option, value, nullptr);
+}
+
+/// The file may be anything: nothing that is defined in it runs.
+void Distrust(SQLite::Database& database) {
+  Configure(database, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1);
+  Configure(database, SQLITE_DBCONFIG_DEFENSIVE, 1);
+  Configure(database, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0);
+  Configure(database, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0);
+  Configure(database, SQLITE_DBCONFIG_ENABLE_VIEW, 0);
+  database.exec("PRAGMA cell_size_check=ON");
+}
+
+/// Whether all is there that is used; other tables and columns do not matter.
+void CheckTables(const SQLite::Database& database) {
+  for (const std::string& query :
+       {Select(kOutgoingColumns) + "outgoing", Select(kIncomingColumns) + "incoming",
+        Select("accepted") + "incoming", Select(kPartColumns) + "part",
+        Select("route, place, digest") + "held", Select("name, value") + "setting",
+        Select("id, kind, message, value, done, outcome") + "request"}) {
+    try {
+      const SQLite::Statement statement(database, query);
+    } catch (const SQLite::Exception& error) {
+      if (error.getErrorCode() == SQLITE_ERROR) throw StoreDamaged(error.what());
+      throw;
+    }
+  }
+}
 
 template <class Row>
 std::vector<Row> ReadAll(SQLite::Statement& statement) {
@@ -106,34 +155,58 @@ void WriteHeld(const Writing& writing, const PendingChanges& changes) {
 
 }  // namespace
 
-StoreFile::StoreFile(const std::filesystem::path& file, const std::string& vfs)
-    : database_(file.string(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE, kBusyMilliseconds,
-                vfs) {
-  database_.exec("PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL");
-  if (!database_.tableExists("setting")) CreateSchema(database_);
+void StoreFile::Make(const fs::path& file, const std::string& vfs) {
+  SQLite::Database database(FollowedFolder(file), kFlags, kBusyMilliseconds, vfs);
+  database.exec("PRAGMA synchronous=FULL");
+  Migrate(database);
+  database.exec("PRAGMA journal_mode=WAL");
+}
+
+StoreFile::StoreFile(const fs::path& file, const std::string& vfs)
+    : file_(file),
+      identity_(IdentityOf(file)),
+      database_(FollowedFolder(file), kFlags, kBusyMilliseconds, vfs) {
+  Distrust(database_);
+  database_.exec("PRAGMA synchronous=FULL; PRAGMA cache_size=-1024; PRAGMA temp_store=MEMORY");
+  version_ = VersionOf(database_);
+}
+
+void StoreFile::Prepare() {
+  const std::string verdict = database_.execAndGet("PRAGMA quick_check(1)").getString();
+  if (verdict != "ok") throw StoreDamaged(verdict);
+  if (version_ < kSchemaVersion) Migrate(database_);
+  version_ = kSchemaVersion;
+  CheckTables(database_);
+  database_.exec("PRAGMA journal_mode=WAL; PRAGMA journal_size_limit=1048576");
+  // What an interrupted transaction left in the log must not look like damage to LostTransactions.
+  database_.exec("PRAGMA wal_checkpoint(TRUNCATE)");
+}
+
+void StoreFile::Finish() {
+  Configure(database_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0);
 }
 
 Content StoreFile::Load(WallTime now) {
-  const std::string outgoing = std::string("SELECT ") + kOutgoingColumns + " FROM outgoing ";
+  const std::string outgoing = Select(kOutgoingColumns) + "outgoing ";
   const auto since = [&](auto age) {
     return std::to_string((now - age).time_since_epoch().count());
   };
+  const std::string offered = "incoming WHERE accepted IS NULL AND " + kPlausibleId;
+  DateUndated(database_, now);
   Content content;
-  content.waiting =
-      ReadAll<Outgoing>(database_, outgoing + "WHERE state = 0 OR report_awaited <> 0 ORDER BY id");
+  content.waiting = ReadAll<Outgoing>(
+      database_, outgoing + "WHERE (state = 0 OR report_awaited <> 0) AND " + kPlausibleId);
   content.keys = ReadAll<SentKey>(database_,
                                   "SELECT channel, key, finished FROM outgoing "
                                   "WHERE state = 1 AND key <> '' AND finished >= " +
-                                      since(days(30)) + " ORDER BY finished");
+                                      since(kHistory) + " ORDER BY finished");
   content.recent = ReadAll<RecentSend>(database_,
                                        "SELECT channel, route, finished FROM outgoing "
                                        "WHERE state = 1 AND finished >= " +
                                            since(hours(1)) + " ORDER BY finished");
-  content.inbox =
-      ReadAll<Incoming>(database_, std::string("SELECT ") + kIncomingColumns +
-                                       " FROM incoming WHERE accepted IS NULL ORDER BY id");
-  content.parts = ReadAll<Part>(
-      database_, std::string("SELECT ") + kPartColumns + " FROM part ORDER BY message, sequence");
+  content.inbox = ReadAll<Incoming>(database_, Select(kIncomingColumns) + offered);
+  content.parts =
+      ReadAll<Part>(database_, Select(kPartColumns) + "part ORDER BY message, sequence");
   content.held = ReadAll<Held>(database_, "SELECT route, place, digest FROM held");
   SQLite::Statement limit(database_, "SELECT value FROM setting WHERE name = 'limit'");
   if (limit.executeStep()) content.limit_per_hour = limit.getColumn(0).getInt64();
@@ -141,11 +214,13 @@ Content StoreFile::Load(WallTime now) {
 }
 
 std::int64_t StoreFile::FirstFreeNumber() {
-  return 1 + database_
-                 .execAndGet(
-                     "SELECT ifnull(max(seq), 0) FROM sqlite_sequence "
-                     "WHERE name IN ('outgoing', 'incoming')")
-                 .getInt64();
+  const std::int64_t last = database_
+                                .execAndGet(
+                                    "SELECT ifnull(max(seq), 0) FROM sqlite_sequence "
+                                    "WHERE name IN ('outgoing', 'incoming')")
+                                .getInt64();
+  if (last < 0 || last >= kFirstNewId / 2) throw StoreDamaged("numbers are used up");
+  return last + 1;
 }
 
 void StoreFile::Write(const PendingChanges& changes, std::int64_t first_new_number) {
@@ -174,10 +249,9 @@ std::vector<Request> StoreFile::Requests(std::int64_t after) {
   std::vector<Request> requests;
   SQLite::Statement asked(database_,
                           "SELECT id, kind, message, value FROM request "
-                          "WHERE done IS NULL AND id > ? ORDER BY id");
+                          "WHERE done IS NULL AND kind BETWEEN 0 AND 2 AND id > ? ORDER BY id");
   asked.bind(1, after);
-  SQLite::Statement row(database_,
-                        std::string("SELECT ") + kOutgoingColumns + " FROM outgoing WHERE id = ?");
+  SQLite::Statement row(database_, Select(kOutgoingColumns) + "outgoing WHERE id = ?");
   while (asked.executeStep()) {
     Request& request = requests.emplace_back();
     int kind = 0;
@@ -191,6 +265,18 @@ std::vector<Request> StoreFile::Requests(std::int64_t after) {
     row.reset();
   }
   return requests;
+}
+
+bool StoreFile::RemoveOld(WallTime now, int most) {
+  return messages::RemoveOld(database_, now, most);
+}
+
+bool StoreFile::IsInPlace() const {
+  return IdentityOf(file_) == identity_;
+}
+
+int StoreFile::SystemError() const {
+  return sqlite3_system_errno(database_.getHandle());
 }
 
 }  // namespace messages

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "libs/messages/file_identity.h"
 #include "libs/messages/pending_changes.h"
 #include "libs/messages/row.h"
 #include "libs/messages/store.h"
@@ -19,8 +20,19 @@ namespace messages {
 /// An open store. Every function throws SQLite::Exception when the file or the disk fails.
 class StoreFile {
  public:
-  /// Opens the file, or makes it.
+  /// Makes the tables in an empty file.
+  static void Make(const std::filesystem::path& file, const std::string& vfs);
+  /// Opens a file that exists. @throws StoreError as VersionOf does
   StoreFile(const std::filesystem::path& file, const std::string& vfs);
+
+  /// Version of the tables, at most kSchemaVersion.
+  [[nodiscard]] int version() const { return version_; }
+  /// Looks for damage, and brings the tables to kSchemaVersion. For the writer, once, at first.
+  /// @throws StoreDamaged
+  void Prepare();
+  /// Lets the log go into the file when it is closed. Without it, closing changes nothing on the
+  /// disk.
+  void Finish();
 
   [[nodiscard]] Content Load(WallTime now);
   /// The lowest number that no message has had.
@@ -35,7 +47,19 @@ class StoreFile {
   /// Unanswered requests with numbers above `after`. The numbers of messages are those of the file.
   [[nodiscard]] std::vector<Request> Requests(std::int64_t after);
 
+  /// Removes up to `most` messages that ended, or were accepted, more than 30 days ago, or that are
+  /// not among the last 100,000 of their kind. @return whether there may be more.
+  bool RemoveOld(WallTime now, int most);
+
+  /// Whether the file still has its name: somebody may have moved or replaced it.
+  [[nodiscard]] bool IsInPlace() const;
+  /// errno of the system call that failed last; 0: none has.
+  [[nodiscard]] int SystemError() const;
+
  private:
+  std::filesystem::path file_;
+  FileIdentity identity_;
+  int version_ = 0;
   SQLite::Database database_;
 };
 

@@ -4,7 +4,11 @@
 #include <SQLiteCpp/Database.h>
 #include <SQLiteCpp/Transaction.h>
 
+#include <array>
+#include <cstddef>
 #include <string>
+
+#include "libs/messages/store_error.h"
 
 namespace messages {
 namespace {
@@ -41,14 +45,41 @@ CREATE TABLE request (
   value INTEGER NOT NULL, done INTEGER, outcome TEXT NOT NULL DEFAULT '') STRICT;
 )";
 
+/// Element N brings version N to version N + 1.
+constexpr std::array<const char*, kSchemaVersion> kSteps = {kTables};
+
+int Pragma(SQLite::Database& database, const std::string& name) {
+  return database.execAndGet("PRAGMA " + name).getInt();
+}
+
 }  // namespace
 
-void CreateSchema(SQLite::Database& database) {
-  SQLite::Transaction transaction(database);
-  database.exec(kTables);
+void Migrate(SQLite::Database& database) {
+  SQLite::Transaction transaction(database, SQLite::TransactionBehavior::IMMEDIATE);
+  const int version = Pragma(database, "user_version");
+  for (std::size_t step = static_cast<std::size_t>(version); step < kSteps.size(); ++step) {
+    database.exec(kSteps.at(step));
+  }
   database.exec("PRAGMA application_id=" + std::to_string(kApplicationId));
   database.exec("PRAGMA user_version=" + std::to_string(kSchemaVersion));
   transaction.commit();
+}
+
+int VersionOf(SQLite::Database& database) {
+  const int version = Pragma(database, "user_version");
+  if (Pragma(database, "application_id") != kApplicationId || version < 0) {
+    throw StoreError("the file " + database.getFilename() +
+                     " is another program's: it is left as it is, and messages are kept in memory "
+                     "only. Move it to another folder");
+  }
+  if (version > kSchemaVersion) {
+    throw StoreError("the store " + database.getFilename() + " is of a newer version (" +
+                     std::to_string(version) + "; this program knows those up to " +
+                     std::to_string(kSchemaVersion) +
+                     "): it is left as it is, and messages are kept in memory only. Install the "
+                     "newer version again, or move the file to another folder");
+  }
+  return version;
 }
 
 }  // namespace messages

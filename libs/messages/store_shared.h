@@ -30,6 +30,8 @@ class StoreShared {
   std::atomic<std::uint64_t> on_disk = 0;
   std::atomic<bool> has_problem = false;
   std::atomic<bool> begun_again = false;
+  /// Steady clock, when the writer began what it is doing; 0: it waits.
+  std::atomic<std::chrono::milliseconds::rep> busy_since = 0;
 
   std::mutex mutex;  ///< guards what follows
   std::condition_variable changed;

@@ -2,11 +2,30 @@
 #include "libs/messages/store_writer.h"
 
 #include <algorithm>
-#include <exception>
 #include <filesystem>
+#include <iterator>
 #include <utility>
+#include <vector>
+
+#include "libs/base/private_folder.h"
+#include "libs/messages/store_error.h"
+#include "libs/messages/store_opening.h"
 
 namespace messages {
+namespace {
+
+constexpr std::chrono::hours kCleanUpPause(1);
+constexpr std::chrono::milliseconds kCleanUpStepPause(50);
+constexpr int kCleanUpStep = 200;
+// Ended messages that are kept in memory for a disk that cannot take them.
+constexpr std::size_t kMostPendingHistory = 20000;
+
+std::chrono::milliseconds::rep SteadyMilliseconds() {
+  const auto now = std::chrono::steady_clock::now().time_since_epoch();
+  return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+}
+
+}  // namespace
 
 StoreWriter::StoreWriter(std::shared_ptr<StoreShared> shared) : shared_(std::move(shared)) {}
 
@@ -17,6 +36,8 @@ void StoreWriter::Run() {
   } while (Wait());
   TakeQueue();
   Attempt();
+  if (file_ != nullptr) file_->Finish();
+  shared_->busy_since = SteadyMilliseconds();  // closing may take its time, too
 }
 
 bool StoreWriter::Wait() {
@@ -41,36 +62,79 @@ void StoreWriter::TakeQueue() {
 }
 
 void StoreWriter::Attempt() {
+  shared_->busy_since = SteadyMilliseconds();
   try {
-    if (!file_.has_value()) Open();
+    if (file_ != nullptr) CheckPlace();
+    if (file_ == nullptr) Open();
     WritePending();
-    PollRequests();
+    if (Clock::now() >= next_poll_) PollRequests();
+    if (Clock::now() >= next_clean_up_) CleanUp();
     SetProblem({});
     retry_ = {};
-    next_attempt_ = Clock::now() + shared_->options.request_poll;
+    next_attempt_ = std::min(next_poll_, next_clean_up_);
   } catch (const std::exception& error) {
-    SetProblem("the store " + shared_->file.string() + " cannot be written: " + error.what());
-    file_.reset();
-    retry_ = retry_.count() == 0 ? shared_->options.first_retry
-                                 : std::min(2 * retry_, shared_->options.longest_retry);
-    next_attempt_ = Clock::now() + retry_;
+    NoteFailure(error);
   }
+  shared_->busy_since = 0;
+}
+
+void StoreWriter::NoteFailure(const std::exception& error) {
+  const int system_error = file_ == nullptr ? 0 : file_->SystemError();
+  SetProblem(ProblemSentence(shared_->file, error, system_error));
+  if (file_ != nullptr && MeansDamage(error)) damage_ = error.what();
+  if (!IsTemporary(error)) file_.reset();
+  pending_.ForgetHistory(kMostPendingHistory);
+  retry_ = retry_.count() == 0 ? shared_->options.first_retry
+                               : std::min(2 * retry_, shared_->options.longest_retry);
+  next_attempt_ = Clock::now() + retry_;
+}
+
+void StoreWriter::CheckPlace() {
+  const bool is_locked = lock_.has_value() && lock_->IsInPlace();
+  if (!is_locked || !file_->IsInPlace()) file_.reset();
+  if (!is_locked) lock_.reset();
 }
 
 void StoreWriter::Open() {
-  std::filesystem::create_directories(shared_->file.parent_path());
-  file_.emplace(shared_->file, shared_->options.vfs);
-  if (shared_->first_new_number != 0) return;
+  const std::filesystem::path folder = shared_->file.parent_path();
+  if (folder.empty()) {
+    throw StoreError(
+        "there is no folder for the store of messages: they are kept in memory only. Set "
+        "STATE_DIRECTORY to a folder");
+  }
+  corvane::MakePrivateFolder(folder);
+  if (!lock_.has_value()) lock_.emplace(shared_->file);
+  OpenedStore opened =
+      OpenStore(shared_->file, shared_->options.vfs, shared_->options.now(), damage_);
+  {
+    const std::scoped_lock lock(shared_->mutex);
+    std::ranges::move(opened.notices, std::back_inserter(shared_->notices));
+  }
+  file_ = std::move(opened.file);
+  damage_.clear();
+  data_version_ = -1;
+  if (opened.is_new) last_request_ = 0;
+  if (IsLoaded() && opened.is_new) shared_->begun_again = true;
+  if (!IsLoaded()) LoadContent();
+}
+
+void StoreWriter::LoadContent() {
   Content content = file_->Load(shared_->options.now());
   const std::int64_t first = file_->FirstFreeNumber();
+  SetProblem({});  // who gets the content must not see the problem of an earlier attempt
   const std::scoped_lock lock(shared_->mutex);
   shared_->content = std::move(content);
   shared_->first_new_number = first;
 }
 
 void StoreWriter::WritePending() {
-  if (!pending_.empty()) file_->Write(pending_, shared_->first_new_number);
-  pending_ = {};
+  if (!pending_.empty()) {
+    file_->Write(pending_, shared_->first_new_number);
+    if (!file_->IsInPlace())
+      throw StoreError(shared_->file.string() +
+                       " was moved or removed while it was in use: a new store is begun");
+  }
+  pending_.Clear();
   if (shared_->on_disk == pending_sequence_) return;
   const std::scoped_lock lock(shared_->mutex);
   shared_->on_disk = pending_sequence_;
@@ -78,9 +142,11 @@ void StoreWriter::WritePending() {
 }
 
 void StoreWriter::PollRequests() {
+  next_poll_ = Clock::now() + shared_->options.request_poll;
   const std::int64_t version = file_->DataVersion();
-  if (std::exchange(data_version_, version) == version) return;
+  if (version == data_version_) return;
   std::vector<Request> requests = file_->Requests(last_request_);
+  data_version_ = version;
   if (requests.empty()) return;
   last_request_ = requests.back().id;
   const std::int64_t first_new = shared_->first_new_number;
@@ -91,6 +157,11 @@ void StoreWriter::PollRequests() {
     if (message.job >= first_new) message.job += kFirstNewId - first_new;
     shared_->requests.push_back(std::move(request));
   }
+}
+
+void StoreWriter::CleanUp() {
+  const bool more = file_->RemoveOld(shared_->options.now(), kCleanUpStep);
+  next_clean_up_ = Clock::now() + (more ? Clock::duration(kCleanUpStepPause) : kCleanUpPause);
 }
 
 void StoreWriter::SetProblem(std::string sentence) {

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <exception>
 #include <memory>
 #include <optional>
 #include <string>
@@ -11,6 +12,7 @@
 #include "libs/messages/pending_changes.h"
 #include "libs/messages/store.h"
 #include "libs/messages/store_file.h"
+#include "libs/messages/store_lock.h"
 #include "libs/messages/store_shared.h"
 
 namespace messages {
@@ -29,18 +31,30 @@ class StoreWriter {
   /// Waits until there is something to do. @return false: the store is stopping.
   bool Wait();
   void TakeQueue();
+  /// Does all that is to be done; after a failure the problem is set, and the next attempt is
+  /// later.
   void Attempt();
+  void NoteFailure(const std::exception& error);
   void Open();
+  void LoadContent();
+  /// Lets go of a file or lock that somebody has replaced, so that it is opened again.
+  void CheckPlace();
   void WritePending();
   void PollRequests();
+  void CleanUp();
   void SetProblem(std::string sentence);
+  [[nodiscard]] bool IsLoaded() const { return shared_->first_new_number != 0; }
 
   std::shared_ptr<StoreShared> shared_;
-  std::optional<StoreFile> file_;
+  std::optional<StoreLock> lock_;
+  std::unique_ptr<StoreFile> file_;
+  std::string damage_;  ///< what was seen in the open file; empty: nothing
   PendingChanges pending_;
   std::uint64_t pending_sequence_ = 0;
   std::chrono::milliseconds retry_{0};  ///< 0: the last attempt was successful
   Clock::time_point next_attempt_{};
+  Clock::time_point next_poll_{};
+  Clock::time_point next_clean_up_{};
   std::int64_t data_version_ = -1;
   std::int64_t last_request_ = 0;
 };

@@ -13,6 +13,7 @@
 #include <system_error>
 
 #include "libs/base/descriptor.h"
+#include "libs/base/private_folder.h"
 
 namespace corvane {
 namespace {
@@ -42,12 +43,6 @@ std::string ProgramName(const fs::path& program) {
   throw fs::filesystem_error(what, path, {errno, std::generic_category()});
 }
 
-void MakeFolder(const fs::path& folder) {
-  if (folder.empty() || fs::exists(folder)) return;
-  MakeFolder(folder.parent_path());
-  if (mkdir(folder.c_str(), S_IRWXU) != 0 && errno != EEXIST) Fail("cannot make", folder);
-}
-
 void WriteAll(int descriptor, std::string_view content, const fs::path& file) {
   while (!content.empty()) {
     const ssize_t written = write(descriptor, content.data(), content.size());
@@ -73,7 +68,7 @@ fs::path StateFolder(const fs::path& program) {
 
 void WriteStateFile(const fs::path& file, std::string_view content) {
   const fs::path folder = file.parent_path();
-  MakeFolder(folder);
+  MakePrivateFolder(folder);
   const fs::path fresh = file.string() + ".new";
   {
     const Descriptor out(open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW,
@@ -83,9 +78,7 @@ void WriteStateFile(const fs::path& file, std::string_view content) {
     if (fsync(out.get()) != 0) Fail("cannot write", fresh);
   }
   fs::rename(fresh, file);
-  // The new name must survive a power cut, too.
-  const Descriptor names(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (names.get() < 0 || fsync(names.get()) != 0) Fail("cannot write", folder);
+  SyncFolder(folder);  // the new name must survive a power cut, too
 }
 
 }  // namespace corvane

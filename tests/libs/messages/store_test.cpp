@@ -3,48 +3,20 @@
 
 #include <gmock/gmock.h>
 
-#include <chrono>
-#include <optional>
-
-#include "tests/support/temporary_folder.h"
-#include "tests/support/wait_for.h"
+#include "tests/libs/messages/store_tools.h"
 
 namespace messages {
 namespace {
 
-using std::chrono::hours;
 using test_support::kPatience;
 using test_support::WaitFor;
-
-WallTime Now() {
-  return std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now());
-}
-
-Content Loaded(Store& store) {
-  std::optional<Content> content;
-  EXPECT_TRUE(WaitFor([&] { return (content = store.TakeContent()).has_value(); }))
-      << store.problem();
-  return content.value_or(Content{});
-}
-
-Outgoing Waiting(Store& store, const std::string& receiver) {
-  Outgoing row;
-  row.id = row.job = store.NewId();
-  row.channel = "sms";
-  row.route = "1";
-  row.receiver = receiver;
-  row.content = R"({"text":"Tank 2 is full"})";
-  row.created = Now();
-  row.expires = row.created + hours(24);
-  return row;
-}
 
 TEST(Store, GivesBackWhatWaitsAfterARestart) {
   const test_support::TemporaryFolder folder;
   Outgoing written;
   {
     Store store(folder.path());
-    written = Waiting(store, "+491711234567");
+    written = NewMessage(store, "+491711234567");
     written.progress = "half";
     written.key = "heartbeat";
     written.urgent = true;
@@ -58,7 +30,7 @@ TEST(Store, GivesBackWhatWaitsAfterARestart) {
     EXPECT_EQ(store.Number(written.id), 1);
   }
   Store store(folder.path());
-  const Content content = Loaded(store);
+  const Content content = LoadedFrom(store);
   ASSERT_EQ(content.waiting.size(), 1U);
   const Outgoing& row = content.waiting.front();
   EXPECT_EQ(row.id, 1);
@@ -84,7 +56,7 @@ TEST(Store, NumbersNewMessagesAfterThoseOfEarlierRuns) {
   const test_support::TemporaryFolder folder;
   for (int run = 1; run <= 3; ++run) {
     Store store(folder.path());
-    const Outgoing row = Waiting(store, "1");
+    const Outgoing row = NewMessage(store, "1");
     store.Write({row});
     ASSERT_TRUE(store.Flush(kPatience)) << store.problem();
     EXPECT_EQ(store.Number(row.id), run);
