@@ -128,7 +128,7 @@ BENCHMARK_CAPTURE(MemoryPerBlock, SEND_SMS, "SEND_SMS")->Iterations(1);
 BENCHMARK_CAPTURE(MemoryPerBlock, READ_SMS, "READ_SMS")->Iterations(1);
 BENCHMARK_CAPTURE(MemoryPerBlock, PEER, kPeer)->Iterations(1);
 
-/// Heap growth over 100,000 blocks made and collected, after the first 10,000.
+/// Heap growth over 100,000 blocks created and collected, after the first 10,000.
 void Churn(benchmark::State& state) {
   double growth = 0;
   for (auto _ : state) {

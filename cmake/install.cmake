@@ -4,8 +4,8 @@
 # package needs).
 include(CMakePackageConfigHelpers)
 
-# The libraries are not for development but parts of one program, so they have their own folder, in
-# which they find each other; runtime/corvane/addin.cpp looks for the add-in there.
+# The libraries are parts of one program and not for development, so they are in a folder of their own,
+# where they find each other; runtime/corvane/addin.cpp looks for the add-in there.
 set(library_dir ${CMAKE_INSTALL_LIBDIR}/corvane)
 set_target_properties(opcua corvaneshare corvane_runtime corvane_fb_lib PROPERTIES
   INSTALL_RPATH "$ORIGIN")

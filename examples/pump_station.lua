@@ -164,7 +164,7 @@ end
 -- Receiving SMS
 
 local refused = 0
-local asked = {} -- numbers that wait for the state of the machine
+local asked = {} -- numbers to be answered with the state of the machine
 
 local function digits(number)
   return (number:gsub("%D", ""))

@@ -34,7 +34,7 @@ class Host : public modem_simulator::ModemHost {
     Require(line.find_first_of("\r\n") == std::string_view::npos);
     const bool report = line.find("status report ") != std::string_view::npos;
     stored += !report && line.starts_with("received, place ");
-    handed_on += !report && line.starts_with("received, handed on");
+    passed_on += !report && line.starts_with("received, passed on");
     written += line.starts_with("written, place ");
     reports_stored += report && line.starts_with("received, place ");
     deleted += line.starts_with("deleted place ");
@@ -51,7 +51,7 @@ class Host : public modem_simulator::ModemHost {
   int stored = 0;
   int written = 0;
   int reports_stored = 0;
-  int handed_on = 0;
+  int passed_on = 0;
   int deleted = 0;
   int lost = 0;
 };
@@ -78,8 +78,7 @@ int Count(const std::vector<std::string>& lines, std::string_view beginning) {
   }));
 }
 
-/// Messages that the network holds, that the store holds, and that the controller has received or
-/// written.
+/// Compares the messages in the network, in the store and at the controller.
 void CheckMessages(Modem& modem, const Host& host, int arrived) {
   const auto lines = modem.Describe();
   const int in_store = Count(lines, "place ");
@@ -88,11 +87,11 @@ void CheckMessages(Modem& modem, const Host& host, int arrived) {
   Require(in_store <= kPlaces);
   Require(lines.at(0) == fmt::format("store: {} of {} places taken", in_store, kPlaces));
   Require(host.stored + host.reports_stored + host.written == in_store + host.deleted);
-  Require(arrived == host.stored + host.handed_on + waiting + host.lost);
+  Require(arrived == host.stored + host.passed_on + waiting + host.lost);
 }
 
-/// The network holds messages back only from a modem that has no place for them. (Settings as they
-/// are after a start: until then it may lack an operator or an acknowledgement.)
+/// The network holds messages back only from a modem that has no place for them. (This requires the
+/// settings of a start: others may lack an operator or an acknowledgement.)
 void CheckNothingIsHeldBack(Modem& modem) {
   const auto lines = modem.Describe();
   Require(Count(lines, "waiting in the network") == 0 || Count(lines, "place ") == kPlaces);
@@ -122,7 +121,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (quirk > 0) options.quirks.Add(quirks[quirk - 1].quirk);
   Modem modem(options, host);
   const int arrived = Play(modem, input);
-  // Commands that wait behind an unconfirmed message may send the next one, and so on.
+  // Commands that wait for a message to be confirmed may send the next one, and so on.
   for (std::size_t i = 0; i <= size; ++i) modem.Wake();
   CheckMessages(modem, host, arrived);
   // Twice, since S5 may have made a letter of one of them the backspace.

@@ -23,8 +23,8 @@ using corvane::ModemRequest;
 using corvane::RequestKind;
 using State = AtAnswer::State;
 
-constexpr std::chrono::milliseconds kTimeout(
-    1000);  // no time passes: octets arrive at once or never
+// No time passes: octets arrive at once or never.
+constexpr std::chrono::milliseconds kTimeout(1000);
 constexpr std::uint64_t kClient = 1;
 constexpr std::string_view kAnnouncement = "AT+CMGS=18\r";
 constexpr std::array<std::string_view, 4> kRequests{"AT+CMGL=0\r", "AT+CMGD=1\r", kAnnouncement,

@@ -75,8 +75,8 @@ std::int64_t Time(const Octets& stamp) {
   return RTimeToFileTime(&time);
 }
 
-/// Returns the coding scheme, and leaves the user data.
-unsigned ReadBehindAddress(Rest& rest, bool has_header, SMSDelivered& message) {
+/// Reads from the coding scheme up to the text. @return the coding scheme
+unsigned ReadAfterProtocol(Rest& rest, bool has_header, SMSDelivered& message) {
   const unsigned coding = rest.Octet();
   const Octets stamp = rest.Take(7);
   rest.Octet();
@@ -103,7 +103,7 @@ bool Read(Rest& rest, SMSDelivered& message) {
   message.number = Number(rest);
   message.text = "The PDU's TP-PID field must have the value 0x00.";
   if (rest.Octet() != 0) return false;
-  const unsigned coding = ReadBehindAddress(rest, (first_octet & 0x40) != 0, message);
+  const unsigned coding = ReadAfterProtocol(rest, (first_octet & 0x40) != 0, message);
   message.status = 0;
   message.text = coding == 0x00   ? Septets(rest.octets())
                  : coding == 0x04 ? "Can't read Data value"

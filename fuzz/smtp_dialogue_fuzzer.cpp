@@ -195,7 +195,7 @@ void CheckSent(int code, const PlainClient& plain) {
   if (code == SMTP_NO_ERROR) Require(sent.ends_with("\r\n.\r\nQUIT\r\n"));
 }
 
-/// What a failure's log line is made of.
+/// Checks what a failure's log line is made of.
 void CheckProgress(const CSmtp& mail, int code, bool has_password) {
   const std::string& sent = connection.sent;
   const bool has_end = sent.find("\r\n.\r\n") != std::string::npos;

@@ -1,10 +1,9 @@
 #!/bin/bash
 # SPDX-License-Identifier: MIT
 # packages.sh [--list] GROUP...: installs the Debian 12 packages that the groups need and the machine
-# lacks; with --list it only lists the packages. Groups: build (the programs), test (what ./test needs
-# besides), arm (what ./test --arm needs besides), coverage (what ./test --coverage needs besides),
-# example (the servers of examples/*.sh), bench (./benchmarks/run), fuzz (./fuzz/run), package
-# (packaging/build_packages.sh).
+# lacks; with --list it only lists the packages. Groups: build (the programs); test, arm and coverage (what
+# ./test, ./test --arm and ./test --coverage need in addition); example (the servers of examples/*.sh),
+# bench (./benchmarks/run), fuzz (./fuzz/run), package (packaging/build_packages.sh).
 set -euo pipefail
 
 declare -A packages=(

@@ -32,8 +32,9 @@ def send(server, folder=None, **changes):
 
 def take_after_sending(server, folder=None, **changes):
     code, log = send(server, folder, **changes)
-    # Sending holds the cycle, so it may overrun.
-    warnings = [line for line in log.splitlines() if " warning " in line and " warning overrun: " not in line]
+    # Sending holds up the cycle, so it may overrun, and on a busy machine last longer than a second.
+    slow = re.compile(r" warning (overrun: |cycle \d+ has been running for )")
+    warnings = [line for line in log.splitlines() if " warning " in line and not slow.search(line)]
     assert code == 0 and warnings == [], (code, log)
     [mail] = server.take()
     return mail
