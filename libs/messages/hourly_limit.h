@@ -11,7 +11,7 @@ namespace messages {
 
 class HourlyLimit {
  public:
-  /// A message went out. The times rise; those of an earlier run come first.
+  /// A message went out. The times are passed in rising order; those of an earlier run come first.
   void Count(SteadyTime when) { times_.push_back(when); }
   /// Whether another one may go out now.
   [[nodiscard]] bool Allows(std::int64_t per_hour, SteadyTime now) {

@@ -71,7 +71,7 @@ class Inbox {
 
   /// What the store had. To be called once, before anything is taken.
   void Load(const Content& content, const Now& now);
-  /// Writes every row again: the file had to be begun again.
+  /// Writes every row again, after the file had to be created again.
   void WriteAll();
   /// Hands over, with gaps, the messages that have waited too long for their parts.
   void Tick(const Now& now);
@@ -85,8 +85,8 @@ class Inbox {
   /// Takes a whole message. @param message its id and time of receipt are set here
   /// @param place none: the modem does not keep it
   void Take(Incoming message, const std::optional<Place>& place, const Now& now);
-  /// Takes a part, and with the last one the message. A part that is there already is dropped. A
-  /// different part in its place begins another message: the older one is handed over with gaps.
+  /// Takes a part, and with the last one the message. A part that is already there is dropped. A
+  /// different part in its place begins another message; the older one is handed over with gaps.
   /// @param part its group and time of receipt are set here
   void TakePart(Part part, const std::optional<Place>& place, const Now& now);
   /// Remembers what is not a message for the program, such as a report, until the modem has deleted

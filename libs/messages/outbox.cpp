@@ -122,10 +122,9 @@ void Outbox::ExpireSome(const Now& now) {
     if (entry.row.in_transfer) continue;  // its end decides
     if (entry.row.state == OutgoingState::kWaiting) {
       const std::string last =
-          entry.row.reason.empty() ? "" : "; the last attempt: " + entry.row.reason;
+          entry.row.reason.empty() ? "" : "; the last one: " + entry.row.reason;
       End(id, OutgoingState::kExpired, kExpiredError,
-          "not sent within ValidFor, in " + std::to_string(entry.row.attempts) + " attempts" + last,
-          now);
+          "not sent within ValidFor; attempts: " + std::to_string(entry.row.attempts) + last, now);
     } else {  // no report has come
       entry.row.report_awaited = false;
       Save(entry, now);
@@ -440,7 +439,7 @@ void Outbox::Answer(const Request& request, bool done, std::string outcome) {
 void Outbox::Cancel(const Request& request, const Now& now) {
   Entry* const entry = FindEntry(request.message.id);
   if (entry == nullptr || entry->row.state != OutgoingState::kWaiting) {
-    return Answer(request, false, "not cancelled: it no longer waits");
+    return Answer(request, false, "not cancelled: it is no longer waiting");
   }
   if (entry->row.in_transfer) {
     return Answer(request, false, "not cancelled: it is being sent; try again in a minute");
@@ -458,7 +457,7 @@ void Outbox::Retry(const Request& request, const Now& now) {
   if (entry != nullptr && entry->row.state == OutgoingState::kWaiting) {
     routes_[entry->row.route].Release();
     Delay(*entry, now.steady, now);
-    return Answer(request, true, "it is tried again at once");
+    return Answer(request, true, "it will be tried again at once");
   }
   if (request.message.state == OutgoingState::kSent || entry != nullptr) {
     return Answer(request, false, "not tried again: it was sent");
@@ -474,7 +473,7 @@ void Outbox::Retry(const Request& request, const Now& now) {
   routes_[again.row.route].Release();
   Put(std::move(again), now);
   Save(*FindEntry(request.message.id), now);
-  Answer(request, true, "it is tried again, and is worth sending as long as at first");
+  Answer(request, true, "it will be tried again, with its whole ValidFor");
 }
 
 }  // namespace messages

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // The messages of one channel that wait to go out: order, retries, expiry, keys, hourly limits, and
-// ends that are not known. It is the truth; what changes goes to the store as whole rows. It knows
-// nothing of what the messages are and how they are sent. Every function costs the same, however
-// many wait. Threads: the caller's lock guards it.
+// ends that are not known. The model in memory is the truth; changes go to the store as whole rows.
+// It does not know what the messages are or how they are sent. Every function costs the same,
+// however many messages wait. Threads: the caller's lock guards it.
 #pragma once
 
 #include <chrono>
@@ -26,7 +26,7 @@
 
 namespace messages {
 
-/// `ErrorId`s that an outbox itself finds.
+/// The `ErrorId`s that an outbox itself sets.
 inline constexpr int kExpiredError = 20;
 inline constexpr int kRefusedError = 21;
 inline constexpr int kUnknownEndError = 23;
@@ -45,15 +45,15 @@ class Outbox {
 
   // Loading
 
-  /// What the store had of this channel, and of others, which are ignored. It is taken over in the
-  /// calls of Tick that follow.
+  /// What the store had for this channel, and for others, which are ignored. It is taken over in
+  /// the following calls of Tick.
   void Load(std::vector<Outgoing> rows, std::vector<SentKey> keys, std::vector<RecentSend> recent,
             std::optional<std::int64_t> limit_per_hour, const Now& now);
-  /// The store cannot be read for now: what is in memory goes out all the same.
+  /// The store cannot be read for now; what is in memory goes out all the same.
   void GoOnWithoutStore() { without_store_ = true; }
   /// Whether messages may go out: the earlier ones and the keys are known, or cannot be.
   [[nodiscard]] bool ready() const { return loaded_ || without_store_; }
-  /// Writes every row again: the store was begun again.
+  /// Writes every row again, after the store was created again.
   void WriteAgain();
 
   // For blocks
@@ -84,16 +84,16 @@ class Outbox {
   std::uint64_t SetProgress(std::int64_t id, std::string progress, const Now& now);
   /// The other side has taken all of it.
   void Sent(std::int64_t id, std::string progress, bool await_report, const Now& now);
-  /// It never will. `reason`: a sentence.
+  /// The other side will never take it. `reason`: a sentence.
   void FailForGood(std::int64_t id, int error_id, const std::string& reason, const Now& now);
   /// This message is tried again later.
   void FailForNow(std::int64_t id, const std::string& reason, const Now& now);
-  /// So are all of its route.
+  /// All messages of its route are tried again later.
   void FailOnRoute(std::int64_t id, const std::string& reason, const Now& now);
   /// It was handed over, and what became of it is not known. The first time it is tried again, the
   /// second time it fails.
   void EndUnknown(std::int64_t id, const std::string& reason, const Now& now);
-  /// The route can be used, whatever happened before: it is tried at once.
+  /// The route is tried at once, whatever happened before.
   void ReleaseRoute(const std::string& route);
 
   /// Messages that were loaded and of which something has been done, since the last call.

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What has become of the messages that a program gave to an outbox in one go. The outbox writes it,
+// What has become of the messages that a program gave to an outbox at once. The outbox writes it,
 // the program's block reads it; both run under the same lock.
 #pragma once
 

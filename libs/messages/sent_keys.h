@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Which keys were sent, and when: a message with a key is one of its kind for a while.
+// Which keys were sent, and when: for a while, no second message with the same key goes out.
 #pragma once
 
 #include <chrono>
@@ -14,8 +14,8 @@ namespace messages {
 
 class SentKeys {
  public:
-  /// A message with this key was sent. The times rise, apart from those of earlier runs. Keys are
-  /// kept for 30 days, 100,000 of them at most, as the store does.
+  /// A message with this key was sent. The times are passed in rising order, apart from those of
+  /// earlier runs. Keys are kept for 30 days, 100,000 of them at most, as in the store.
   void Add(const std::string& key, SteadyTime when);
   /// Whether a message with this key was sent less than `period` ago.
   [[nodiscard]] bool SentWithin(const std::string& key, std::chrono::milliseconds period,

@@ -292,7 +292,7 @@ TEST_F(OutboxTest, AMessageExpiresWithoutAModem) {
   Pass(1ms);
   EXPECT_TRUE(job->ended());
   EXPECT_EQ(job->error_id, 20);
-  EXPECT_THAT(job->errors, HasSubstr("+491: not sent within ValidFor, in 0 attempts"));
+  EXPECT_THAT(job->errors, HasSubstr("+491: not sent within ValidFor; attempts: 0"));
   EXPECT_EQ(OnDisk(job->id).state, OutgoingState::kExpired);
   EXPECT_EQ(outbox_.Waiting("1"), 0u);
 }
@@ -302,7 +302,7 @@ TEST_F(OutboxTest, AnExpiredMessageTellsItsLastAttempt) {
   const auto job = Add({"+491"}, false, "", 20s);
   outbox_.FailForNow(Begin(), "the network is busy", now_);
   Pass(20s);
-  EXPECT_THAT(job->errors, HasSubstr("in 1 attempts; the last attempt: the network is busy"));
+  EXPECT_THAT(job->errors, HasSubstr("attempts: 1; the last one: the network is busy"));
 }
 
 TEST_F(OutboxTest, AMessageInTransferDoesNotExpireBeforeTheAttemptEnds) {
