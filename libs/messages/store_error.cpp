@@ -23,7 +23,8 @@ bool MeansNoRoom(int system_error) {
 }
 
 bool IsDiskFull(const std::exception& error, int system_error) {
-  if (ResultCode(error) == SQLITE_FULL || MeansNoRoom(system_error)) return true;
+  const int code = ResultCode(error);
+  if (code == SQLITE_FULL || (code == SQLITE_IOERR && MeansNoRoom(system_error))) return true;
   const auto* const from_files = dynamic_cast<const fs::filesystem_error*>(&error);
   return from_files != nullptr && MeansNoRoom(from_files->code().value());
 }
@@ -44,9 +45,8 @@ bool MeansDamage(const std::exception& error) {
   return code == SQLITE_CORRUPT || code == SQLITE_NOTADB;
 }
 
-bool IsTemporary(const std::exception& error) {
-  const int code = ResultCode(error);
-  return code == SQLITE_FULL || code == SQLITE_BUSY;
+bool IsTemporary(const std::exception& error, int system_error) {
+  return IsDiskFull(error, system_error) || ResultCode(error) == SQLITE_BUSY;
 }
 
 std::string ProblemSentence(const fs::path& file, const std::exception& error, int system_error) {

@@ -24,11 +24,13 @@ class StoreDamaged : public std::runtime_error {
 
 /// Whether this says that the file is damaged: StoreDamaged, or an SQLite::Exception of that kind.
 [[nodiscard]] bool MeansDamage(const std::exception& error);
+// `system_error`: errno of the system call that failed, or 0.
+
 /// Whether the file can stay open and the same may be tried again: the disk is full, or another
 /// program is writing.
-[[nodiscard]] bool IsTemporary(const std::exception& error);
+[[nodiscard]] bool IsTemporary(const std::exception& error, int system_error);
 
-/// The sentence of Store::problem(). `system_error` is the errno of the failed call, or 0.
+/// The sentence of Store::problem().
 [[nodiscard]] std::string ProblemSentence(const std::filesystem::path& file,
                                           const std::exception& error, int system_error);
 

@@ -276,7 +276,15 @@ bool StoreFile::IsInPlace() const {
 }
 
 int StoreFile::SystemError() const {
-  return sqlite3_system_errno(database_.getHandle());
+  // The connection forgets the one of a failed commit; the log's file does not.
+  sqlite3* const database = database_.getHandle();
+  if (const int error = sqlite3_system_errno(database); error != 0) return error;
+  sqlite3_file* log = nullptr;
+  int error = 0;
+  sqlite3_file_control(database, "main", SQLITE_FCNTL_JOURNAL_POINTER, &log);
+  if (log == nullptr || log->pMethods == nullptr) return 0;
+  log->pMethods->xFileControl(log, SQLITE_FCNTL_LAST_ERRNO, &error);
+  return error;
 }
 
 }  // namespace messages

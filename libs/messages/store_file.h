@@ -53,7 +53,7 @@ class StoreFile {
 
   /// Whether the file still has its name: somebody may have moved or replaced it.
   [[nodiscard]] bool IsInPlace() const;
-  /// errno of the system call that failed last; 0: none has.
+  /// After an I/O error: errno of the system call that failed; 0: not known.
   [[nodiscard]] int SystemError() const;
 
  private:

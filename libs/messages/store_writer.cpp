@@ -82,7 +82,7 @@ void StoreWriter::NoteFailure(const std::exception& error) {
   const int system_error = file_ == nullptr ? 0 : file_->SystemError();
   SetProblem(ProblemSentence(shared_->file, error, system_error));
   if (file_ != nullptr && MeansDamage(error)) damage_ = error.what();
-  if (!IsTemporary(error)) file_.reset();
+  if (!IsTemporary(error, system_error)) file_.reset();
   pending_.ForgetHistory(kMostPendingHistory);
   retry_ = retry_.count() == 0 ? shared_->options.first_retry
                                : std::min(2 * retry_, shared_->options.longest_retry);
