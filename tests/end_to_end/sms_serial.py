@@ -140,7 +140,8 @@ def run(folder, target, expected, to_send, settings="", program=PROGRAM):
 
 
 def clean(log):
-    return not [line for line in log if re.search(r" (warning|error) ", line)]
+    """Whether there is no warning, except that a busy machine has overrun a cycle."""
+    return not [line for line in log if re.search(r" (warning (?!overrun: |\d+ more overruns )|error )", line)]
 
 
 def texts_arrive_whole(folder):
