@@ -23,11 +23,21 @@ struct PortDriverRequestData {
 enum { kPortDriverRequestSize = 1024 };
 
 /// Receives an answer: `length` bytes at `reply`, which may be overwritten, followed by a NUL.
-/// A negative `status` means that no valid answer came; there are no bytes then.
+/// A negative `status` means that no valid answer came; there are no bytes then. Ours tells
+/// kPortDriverNotWritten from kPortDriverNoAnswer; another driver may use any negative number.
 /// Returns non-zero while the client's exchange goes on, that is, while its next request belongs
 /// to this one. Our driver ignores it: it asks the priority function after each exchange
 /// anyway, and only an open prompt keeps other clients out.
 using PortDriverReplyFunction = int (*)(void* context, char* reply, int length, int status);
+
+/// Our driver's negative statuses.
+enum {
+  kPortDriverNoAnswer = -1,  ///< what the modem did with the request is not known
+  /// Not an octet of the request was written to the modem: it was missing, silent, or still at work
+  /// on an earlier request; or its prompt was gone before the text.
+  kPortDriverNotWritten = -2,
+};
+
 /// 0: nothing to send. Clients with higher numbers are served first. The driver may ask at any
 /// time and as often as it likes; asking may begin a client's work.
 using PortDriverPriorityFunction = int (*)(void* context);
@@ -51,6 +61,32 @@ int ModemPortDriverRegister(int port, void* context, PortDriverPriorityFunction 
 /// Unknown contexts are allowed. An addition of this runtime: an add-in refers to it weakly and
 /// skips the call where a runtime does not have it.
 void ModemPortDriverUnregister(void* context) __attribute__((weak));
+
+/// Whether a port with this number is configured, even if its device is missing now: 1 or 0. An
+/// addition of this runtime, to be referred to weakly.
+int ModemPortDriverHasPort(int port) __attribute__((weak));
+
+/// Receives a line that the modem sent on its own, without its line end and as the modem wrote it,
+/// followed by a NUL:
+/// - an announcement, "+CMTI: "SM",3" or "+CDSI: "SR",1": `pdu` is empty;
+/// - "+CMT: ,30", "+CDS: 25" or "+CBM: 88" with the PDU on the line after it, in hexadecimal. A PDU
+///   that breaks off for good (the line is lost, the modem restarts) is not handed over; one of
+///   another length than announced is, since some modems count wrong;
+/// - kPortDriverRestart, whatever the modem itself said: it has restarted, or its device was opened
+///   (again), so it has the settings of its start. What it announced before may be lost.
+using PortDriverLineFunction = void (*)(void* context, const char* line, int length,
+                                        const char* pdu, int pdu_length);
+
+/// What a listener hears when the modem has restarted.
+inline constexpr char kPortDriverRestart[] = "RESTART";
+
+/// Lets a registered client hear from now on what the modem says on its own. The driver calls
+/// `hear` under the scan lock, between two exchanges, without a wait for its next poll, in the
+/// order of the lines. It keeps 100 lines until it can call; more are dropped, with a warning in
+/// the log. An addition of this runtime, to be referred to weakly.
+/// @param hear null: the client no longer listens
+/// @return 0, or non-zero if `context` is not a client of any port
+int ModemPortDriverListen(void* context, PortDriverLineFunction hear) __attribute__((weak));
 }
 
 // What a driver owes its clients
@@ -62,7 +98,7 @@ void ModemPortDriverUnregister(void* context) __attribute__((weak));
 //   header without a PDU is followed by one.
 // - No echo of the request, whether whole, doubled or damaged, and no echo of a PDU.
 // - No unsolicited lines (RING, +CMTI, +CREG, ^RSSI ...; with +CMT, +CDS and +CBM the next line is
-//   dropped, too), wherever they arrive: before the answer, between header and PDU, in the middle
+//   removed, too), wherever they arrive: before the answer, between header and PDU, in the middle
 //   of a PDU.
 // - The standard form: "+CMGL: 1,0,,30" and "+CMS ERROR: 500" with the space, also for a modem that
 //   leaves it out; "+CMS ERROR: n" for "+CMGS ERROR: n"; "ERROR" for a manufacturer's own words.
@@ -83,6 +119,9 @@ void ModemPortDriverUnregister(void* context) __attribute__((weak));
 //   answer its next announcement with a prompt, and the text with the confirmation. When no answer
 //   is expected any more, leave the prompt (ESC, CR), wait until the line is quiet, and make sure
 //   with a command of the driver's own that modem and driver are in step.
+// - Unsolicited lines are handed to the clients that listen, if the driver can do that, and to
+// nobody
+//   else. A line that began before an exchange, in it or after it is one line all the same.
 // - A restart of the modem (RDY, ^SYSSTART ...) ends the exchange: the modem has lost its settings
 //   and the text.
 //

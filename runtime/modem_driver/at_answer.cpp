@@ -56,6 +56,7 @@ AtAnswer::State AtAnswer::Feed(char octet) {
 
 AtAnswer::State AtAnswer::End() {
   if (state_ != State::kOpen) return state_;
+  ended_ = true;
   if (!header_.empty() && LooksLikePdu(line_)) pdu_ += std::exchange(line_, {});
   TakeLine();
   if (state_ != State::kOpen) return state_;
@@ -80,19 +81,23 @@ void AtAnswer::TakeLine() {
 
 void AtAnswer::TakeWholeLine(std::string_view line) {
   const LineKind kind = KindOfLine(line);
-  const bool swallow = std::exchange(swallow_next_, false);
   if (IsFinal(kind)) {
     TakeFinal(line, kind);
   } else if (kind == LineKind::kRestart) {  // no answer will come
-    foreign_line_(line, kind);
+    ReportForeign(line, kind);
     CloseCutEntry();
     if (state_ == State::kOpen) state_ = State::kRestarted;
   } else if (IsOwn(line)) {
+    pair_.Clear();
     TakeOwnLine(line);
-  } else if (kind != LineKind::kUnknown || swallow) {
-    foreign_line_(line, kind);
-    // An unsolicited line came between the two; the second is still to come.
-    swallow_next_ = kind == LineKind::kUnsolicitedPair || (swallow && kind != LineKind::kUnknown);
+  } else if (kind == LineKind::kUnsolicitedPair) {
+    pair_.Begin(line);
+    ReportForeign(line, kind);
+  } else if (kind != LineKind::kUnknown) {
+    pair_.Interrupt();
+    ReportForeign(line, kind);
+  } else if (pair_.Take(line)) {
+    ReportForeign(line, kind);
   } else if (!TakePduPart(line)) {
     TakeOtherLine(line, kind);
   }
@@ -110,7 +115,7 @@ void AtAnswer::TakeFinal(std::string_view line, LineKind kind) {
 void AtAnswer::TakeOwnLine(std::string_view line) {
   if (kind_ == RequestKind::kAnnouncement) {  // only a prompt answers it: this result is late
     late_result_ = true;
-    foreign_line_(line, LineKind::kUnknown);
+    ReportForeign(line, LineKind::kUnknown);
     return;
   }
   CloseEntry(true);
@@ -148,7 +153,7 @@ void AtAnswer::TakeOtherLine(std::string_view line, LineKind kind) {
     echoed_ = true;
     return;
   }
-  foreign_line_(line, kind);
+  ReportForeign(line, kind);
   if (unknown_.size() + line.size() + kLineEnd.size() > kMaxUnknown) return;
   unknown_ += line;
   unknown_ += kLineEnd;
@@ -179,6 +184,11 @@ void AtAnswer::Append(std::string_view line) {
   }
   text_ += line;
   text_ += kLineEnd;
+}
+
+void AtAnswer::ReportForeign(std::string_view line, LineKind kind) {
+  if (ended_ && kind != LineKind::kRestart) return;  // its rest may still come
+  foreign_line_(line, kind);
 }
 
 bool AtAnswer::IsOwn(std::string_view line) const {

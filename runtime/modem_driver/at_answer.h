@@ -12,6 +12,7 @@
 
 #include "runtime/modem_driver/line_kind.h"
 #include "runtime/modem_driver/modem_request.h"
+#include "runtime/modem_driver/paired_lines.h"
 
 namespace corvane {
 
@@ -46,7 +47,7 @@ class AtAnswer {
   /// Takes the next octet; octets after the state has left kOpen have no effect.
   State Feed(char octet);
   /// Nothing more comes: a last line without its line end counts, an incomplete list entry does
-  /// not.
+  /// not. An unsolicited line without its line end is not reported: see line().
   State End();
 
   [[nodiscard]] State state() const { return state_; }
@@ -62,6 +63,9 @@ class AtAnswer {
   [[nodiscard]] std::size_t lines() const { return own_lines_; }
   /// The number of octets in these lines, including an entry that is still arriving.
   [[nodiscard]] std::size_t octets() const;
+  /// The octets since the last line end, before End(). What is left of an answer may be the
+  /// beginning of an unsolicited line.
+  [[nodiscard]] const std::string& line() const { return line_; }
   /// Whether the modem has echoed the request.
   [[nodiscard]] bool echoed() const { return echoed_; }
 
@@ -77,6 +81,7 @@ class AtAnswer {
   /// The same when nothing more comes: an incomplete entry is dropped.
   void CloseCutEntry();
   void Append(std::string_view line);
+  void ReportForeign(std::string_view line, LineKind kind);
   [[nodiscard]] bool IsOwn(std::string_view line) const;
   [[nodiscard]] bool IsEcho(std::string_view line) const;
   [[nodiscard]] bool IsPromptAllowed() const;
@@ -96,9 +101,10 @@ class AtAnswer {
   std::string final_;
   LineKind final_kind_ = LineKind::kUnknown;
   std::size_t own_lines_ = 0;
-  bool swallow_next_ = false;  // the next line belongs to an unsolicited one
-  bool late_result_ = false;   // an earlier text was confirmed; its OK is still to come
+  PairedLines pair_;          // unsolicited lines whose second one is still to come
+  bool late_result_ = false;  // an earlier text was confirmed; its OK is still to come
   bool echoed_ = false;
+  bool ended_ = false;  // the last line has no line end
 };
 
 }  // namespace corvane

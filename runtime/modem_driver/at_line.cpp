@@ -4,6 +4,7 @@
 #include <spdlog/spdlog.h>
 
 #include <algorithm>
+#include <cctype>
 #include <utility>
 
 #include "libs/base/printable.h"
@@ -17,11 +18,18 @@ using std::chrono::steady_clock;
 constexpr milliseconds kMaxNoise(1000);  // do not wait longer for a modem that is never quiet
 /// Octets that do not belong to the answer lengthen an exchange to this many time-outs at most.
 constexpr int kMaxTimeouts = 5;
-constexpr std::size_t kMaxStray = 256;
+constexpr std::size_t kMaxStray = AtAnswer::kMaxLine / 2;
 
 /// Octets take ten bits each, with start and stop.
 milliseconds TimeOnLine(std::size_t octets, unsigned baud) {
   return milliseconds(octets * 10 * 1000 / baud);
+}
+
+/// Whether a line that begins so may be an unsolicited one, or the PDU that follows one.
+bool MayBelongToUnsolicited(std::string_view beginning) {
+  return MayBecomeUnsolicited(beginning) ||
+         std::all_of(beginning.begin(), beginning.end(),
+                     [](unsigned char c) { return std::isxdigit(c) != 0; });
 }
 
 }  // namespace
@@ -44,6 +52,7 @@ void AtLine::Collect(AtAnswer& answer, std::size_t sent, milliseconds timeout) {
   SteadyTime last_octet = steady_clock::now() + TimeOnLine(sent, target_.baud);
   SteadyTime last_own = last_octet;
   std::size_t own = 0;
+  FeedBeginning(answer);
   while (answer.state() == AtAnswer::State::kOpen) {
     const auto deadline = std::min(last_octet + timeout, last_own + kMaxTimeouts * timeout);
     const std::string_view octets = line_->Read(deadline);
@@ -57,21 +66,16 @@ void AtLine::Collect(AtAnswer& answer, std::size_t sent, milliseconds timeout) {
   }
 }
 
-void AtLine::DropUntil(SteadyTime time) {
-  if (line_ == nullptr) return;
-  for (;;) {
-    const std::string_view octets = line_->Read(time);
-    if (octets.empty()) return;
-    Drop(octets);
-  }
+bool AtLine::DropNext(SteadyTime until) {
+  if (line_ == nullptr) return false;
+  const std::string_view octets = line_->Read(until);
+  Drop(octets);
+  return !octets.empty();
 }
 
 void AtLine::DropUntilQuiet(milliseconds quiet) {
   const SteadyTime end = steady_clock::now() + quiet + kMaxNoise;
-  while (steady_clock::now() < end) {
-    const std::string_view octets = line_->Read(steady_clock::now() + quiet);
-    if (octets.empty()) return;
-    Drop(octets);
+  while (steady_clock::now() < end && DropNext(steady_clock::now() + quiet)) {
   }
 }
 
@@ -96,14 +100,25 @@ void AtLine::Feed(AtAnswer& answer, std::string_view octets) {
   if (used < octets.size()) Drop(octets.substr(used));
 }
 
+void AtLine::FeedBeginning(AtAnswer& answer) {
+  const std::string beginning = std::exchange(stray_, {});
+  if (!MayBelongToUnsolicited(beginning)) return;
+  for (const char c : beginning) answer.Feed(c);
+}
+
+void AtLine::KeepBeginning(std::string_view octets) {
+  if (octets.size() <= kMaxStray && MayBelongToUnsolicited(octets)) stray_ = octets;
+}
+
 void AtLine::Drop(std::string_view octets) {
   if (octets.empty()) return;
   Trace('x', octets);
   for (const char c : octets) {
     if (c == '\r' || c == '\n') {
-      const std::string line = std::exchange(stray_, {});
+      std::string line = std::exchange(stray_, {});
+      while (!line.empty() && line.back() == ' ') line.pop_back();
       if (!line.empty()) foreign_line_(line, KindOfLine(line));
-    } else if (stray_.size() < kMaxStray) {
+    } else if (c != '\0' && stray_.size() < kMaxStray) {
       stray_ += c;
     }
   }

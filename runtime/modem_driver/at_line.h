@@ -37,8 +37,10 @@ class AtLine {
   /// @param sent the number of octets in the request, which a slow line needs time to carry
   /// @param timeout counted from the last octet received; more than 0
   void Collect(AtAnswer& answer, std::size_t sent, std::chrono::milliseconds timeout);
-  /// Drops what comes until this time.
-  void DropUntil(SteadyTime time);
+  /// Octets of the last request that the system took; 0: none of it reached the modem.
+  [[nodiscard]] std::size_t written() const { return line_->written(); }
+  /// Drops what comes next; false: nothing came until this time, or the line is lost.
+  bool DropNext(SteadyTime until);
   /// Drops what comes until nothing has come for `quiet`. Does not wait for ever for a line that is
   /// never quiet.
   void DropUntilQuiet(std::chrono::milliseconds quiet);
@@ -46,11 +48,15 @@ class AtLine {
   [[nodiscard]] std::string_view Receive(SteadyTime until);
   /// Drops octets that do not belong to any answer.
   void Drop(std::string_view octets);
+  /// An answer that has ended without an end leaves these octets after its last line end. They are
+  /// kept if an unsolicited line may begin so.
+  void KeepBeginning(std::string_view octets);
 
  private:
   /// Logs octets at the most detailed level: '>' sent, '<' received, 'x' received and dropped.
   void Trace(char direction, std::string_view octets) const;
   void Feed(AtAnswer& answer, std::string_view octets);
+  void FeedBeginning(AtAnswer& answer);
 
   const ModemTarget& target_;
   ForeignLine foreign_line_;

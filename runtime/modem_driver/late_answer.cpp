@@ -29,9 +29,9 @@ bool LateAnswer::undisturbed() const {
   return expected() && steady_clock::now() < exchange_.late().since + times().undisturbed;
 }
 
-void LateAnswer::Wait(SteadyTime until) {
+void LateAnswer::Wait(SteadyTime until, bool for_news) {
   while (expected() && steady_clock::now() < until && !exchange_.stopped() &&
-         exchange_.loss().empty()) {
+         exchange_.loss().empty() && !(for_news && exchange_.has_news())) {
     Take(exchange_.Receive(std::min(until, NextStep())));
     if (expected()) Judge();
   }

@@ -29,7 +29,8 @@ class LateAnswer {
   /// It is too early to ask clients for requests: they would only fail.
   [[nodiscard]] bool undisturbed() const;
   /// Waits until this time, or until the answer has come or is given up.
-  void Wait(SteadyTime until);
+  /// @param for_news returns also as soon as there is news
+  void Wait(SteadyTime until, bool for_news);
   /// A prompt that came late is open, and the client announces the same message again.
   [[nodiscard]] bool HasPrompt(std::uint64_t client, const ModemRequest& announcement) const;
   void NoteWanted(std::uint64_t client);

@@ -53,8 +53,8 @@ constexpr std::array kQuirks{
     Quirk{"START", kLine, kRestart},           // SIMCom
     Quirk{"^SYSSTART", kBeginning, kRestart},  // Siemens, Cinterion
     // Messages, calls, network (27.005, 27.007, V.250).
-    Quirk{"+CMTI:", kBeginning, kUnsolicited},
-    Quirk{"+CDSI:", kBeginning, kUnsolicited},
+    Quirk{"+CMTI:", kBeginning, kAnnouncement},
+    Quirk{"+CDSI:", kBeginning, kAnnouncement},
     Quirk{"+CBMI:", kBeginning, kUnsolicited},
     Quirk{"+CREG:", kBeginning, kUnsolicited},
     Quirk{"+CGREG:", kBeginning, kUnsolicited},
@@ -138,6 +138,14 @@ LineKind KindOfLine(std::string_view line) {
     }
   }
   return kUnknown;
+}
+
+bool MayBecomeUnsolicited(std::string_view beginning) {
+  return std::any_of(kQuirks.begin(), kQuirks.end(), [beginning](const Quirk& quirk) {
+    if (IsFinal(quirk.kind)) return false;
+    return quirk.text.starts_with(beginning) ||
+           (quirk.match == kBeginning && beginning.starts_with(quirk.text));
+  });
 }
 
 }  // namespace corvane

@@ -15,12 +15,16 @@ enum class LineKind : std::uint8_t {
   kError,            ///< final result: the command failed
   kSimBusy,          ///< final result: not yet; the same command succeeds later
   kUnsolicited,      ///< sent by the modem on its own
+  kAnnouncement,     ///< unsolicited: a message or a report has been stored
   kUnsolicitedPair,  ///< unsolicited, and the next line belongs to it
   kRestart,          ///< unsolicited: the modem has restarted and lost its settings
 };
 
 /// @param line without its line end and trailing blanks
 [[nodiscard]] LineKind KindOfLine(std::string_view line);
+
+/// Whether these first octets of a line may become a line that the modem sends on its own.
+[[nodiscard]] bool MayBecomeUnsolicited(std::string_view beginning);
 
 /// A final result as the standards write it: "+CMS ERROR: 500" for "+CMS ERROR:500" and "+CMGS
 /// ERROR: 500", "ERROR" for makers' own words of the same meaning; any other line unchanged.

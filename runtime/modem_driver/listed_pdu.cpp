@@ -50,10 +50,11 @@ Ends EndsOf(std::string_view header, std::string_view line) {
   if (!octets || octets->empty()) return {};
   Ends ends;
   ends.own = 2 * gsm::DeliverSize(*octets);
+  const std::size_t address = header.starts_with("+CBM") ? 0 : 1 + octets->front();
   // A length beyond that of any PDU is not a length, and would overflow.
   constexpr std::size_t kMost = 10'000;
   const auto announced = AnnouncedOctets(header);
-  if (announced && *announced < kMost) ends.announced = 2 * (1 + octets->front() + *announced);
+  if (announced && *announced < kMost) ends.announced = 2 * (address + *announced);
   return ends;
 }
 
@@ -62,6 +63,10 @@ Ends EndsOf(std::string_view header, std::string_view line) {
 bool LooksLikePdu(std::string_view line) {
   const std::size_t digits = DigitsOf(line).size();
   return digits >= kCertainlyHex || (digits >= 2 && digits == line.size());
+}
+
+std::size_t AnnouncedSize(std::string_view header, std::string_view line) {
+  return EndsOf(header, line).announced;
 }
 
 std::size_t PduEnd(std::string_view header, std::string_view line) {

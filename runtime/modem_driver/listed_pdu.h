@@ -22,6 +22,10 @@ namespace corvane {
 /// @param line the digits that follow the header, including noise
 [[nodiscard]] std::size_t PduEnd(std::string_view header, std::string_view line);
 
+/// How many characters the header announces for the PDU that `line` begins, with its service-centre
+/// address, which a page of a cell broadcast (+CBM) does not have; 0: unknown.
+[[nodiscard]] std::size_t AnnouncedSize(std::string_view header, std::string_view line);
+
 /// Whether nothing is missing at the end of `line` according to either source; `sure`: according to
 /// both. False if neither has a length.
 [[nodiscard]] bool IsWholePdu(std::string_view header, std::string_view line, bool sure);

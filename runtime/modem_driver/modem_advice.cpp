@@ -8,6 +8,7 @@
 
 #include "libs/base/printable.h"
 #include "runtime/corvane/duration.h"
+#include "runtime/modem_driver/modem_news.h"
 #include "runtime/modem_driver/refusal.h"
 
 namespace corvane {
@@ -87,6 +88,14 @@ void ModemAdvice::NoteGivenUp(std::string_view answer) {
   warning_.Log("given up" + why,
                fmt::format("modem port {}: a message is given up; the last attempt ended with {}",
                            target_.port, why));
+}
+
+void ModemAdvice::NoteDroppedNews(std::size_t number) {
+  warning_.Log(
+      "dropped news",
+      fmt::format("modem port {}: the modem announced more than {} messages and reports at "
+                  "once; {} of these lines were dropped. Lists still find what is stored",
+                  target_.port, ModemNews::kMost, number));
 }
 
 void ModemAdvice::NoteForeignLine(std::string_view line) {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -35,6 +36,8 @@ class ModemAdvice {
   /// The client does not try again to send a message.
   /// @param answer the last answer; empty: none
   void NoteGivenUp(std::string_view answer);
+  /// So many announcements, messages and reports came too fast to be handed on.
+  void NoteDroppedNews(std::size_t number);
   /// Checks whether the line begins a list that was given up.
   void NoteForeignLine(std::string_view line);
 

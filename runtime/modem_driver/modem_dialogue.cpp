@@ -27,8 +27,17 @@ void ModemDialogue::NoteWanted(std::uint64_t client) {
   late_.NoteWanted(client);
 }
 
-void ModemDialogue::Idle(SteadyTime until) {
-  late_.expected() ? late_.Wait(until) : exchange_.Idle(until);
+std::vector<ModemNewsItem> ModemDialogue::TakeNews() {
+  if (!exchange_.has_news()) return {};
+  auto news = exchange_.news().TakeAll(steady_clock::now());
+  if (const std::size_t dropped = exchange_.news().TakeDropped(); dropped > 0) {
+    exchange_.advice().NoteDroppedNews(dropped);
+  }
+  return news;
+}
+
+void ModemDialogue::Await(SteadyTime until, bool for_news) {
+  late_.expected() ? late_.Wait(until, for_news) : exchange_.Idle(until, for_news);
   if (std::exchange(starts_, exchange_.starts()) != exchange_.starts()) known_.Clear();
 }
 
@@ -38,9 +47,9 @@ ExchangeResult ModemDialogue::Exchange(std::uint64_t client, const ModemRequest&
   const bool is_text = request.kind == RequestKind::kText;
   // What comes now is a late answer, not this request's, or reports a restart.
   if (state() == State::kLate) {
-    Idle(now + timeout);
+    Await(now + timeout, false);
   } else {
-    Idle(now + (is_text ? target_.prompt_pause : milliseconds(0)));
+    Await(now + (is_text ? target_.prompt_pause : milliseconds(0)), false);
   }
   if (auto known = known_.Answer(client, request)) {
     exchange_.Report(request.shown + " -> answered already");
@@ -61,7 +70,8 @@ ExchangeResult ModemDialogue::SendAnnounced(std::uint64_t client, const ModemReq
   ExchangeResult announced = Send(client, announcement, timeout);
   if (state() == State::kPrompt) return Send(client, text, timeout);
   // An OK without a prompt would be taken for the answer to the text.
-  return announced.final_kind == LineKind::kOk ? ExchangeResult{} : announced;
+  if (!announced.answered || announced.final_kind == LineKind::kOk) return NothingWritten();
+  return announced;
 }
 
 ExchangeResult ModemDialogue::Send(std::uint64_t client, const ModemRequest& request,
@@ -72,7 +82,7 @@ ExchangeResult ModemDialogue::Send(std::uint64_t client, const ModemRequest& req
   if (state() == State::kUnknown && !setup_.Run(steady_clock::now() + timeout)) {
     return NotSent(request, "the modem does not answer");
   }
-  if (state() != State::kReady && state() != State::kPrompt) return {};
+  if (state() != State::kReady && state() != State::kPrompt) return NothingWritten();
   if (request.kind == RequestKind::kAnnouncement) {
     announcement_ = request;
     known_.Forget(client);  // it announces a message other than the one that is kept for it
@@ -86,7 +96,7 @@ ExchangeResult ModemDialogue::Send(std::uint64_t client, const ModemRequest& req
 
 ExchangeResult ModemDialogue::NotSent(const ModemRequest& request, const char* why) {
   exchange_.Report(request.shown + " not sent, " + why);
-  return {};
+  return NothingWritten();
 }
 
 }  // namespace corvane

@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "runtime/modem_driver/known_answers.h"
 #include "runtime/modem_driver/late_answer.h"
@@ -52,9 +53,11 @@ class ModemDialogue {
   /// The client does not try again to send a message.
   /// @param answer the answer to its last text; empty: none
   void NoteGivenUp(std::string_view answer) { exchange_.advice().NoteGivenUp(answer); }
-  /// Takes what comes until this time, or until the modem is no longer busy. Notices when the line
-  /// is lost.
-  void Idle(SteadyTime until);
+  /// Takes what comes until this time, until there is news, or until the modem is no longer busy.
+  /// Notices when the line is lost.
+  void Idle(SteadyTime until) { Await(until, true); }
+  /// What the modem has said on its own since the last call.
+  [[nodiscard]] std::vector<ModemNewsItem> TakeNews();
 
   [[nodiscard]] State state() const { return exchange_.state(); }
   /// Why the line was lost; empty while it is open.
@@ -66,6 +69,7 @@ class ModemDialogue {
   [[nodiscard]] ExchangeResult SendAnnounced(std::uint64_t client, const ModemRequest& announcement,
                                              const ModemRequest& text,
                                              std::chrono::milliseconds timeout);
+  void Await(SteadyTime until, bool for_news);
   ExchangeResult NotSent(const ModemRequest& request, const char* why);
 
   const ModemTarget& target_;

@@ -35,6 +35,7 @@ ModemExchange::ModemExchange(const ModemTarget& target, WaitLoop& loop, ModemSta
       loop_(loop),
       status_(status),
       advice_(target),
+      news_(target.times.straggler),
       line_(target, [this](std::string_view line, LineKind kind) { OnForeignLine(line, kind); }) {}
 
 void ModemExchange::Open(std::unique_ptr<SerialLine> line) {
@@ -68,6 +69,7 @@ ExchangeResult ModemExchange::Transact(ModemRequest request, milliseconds timeou
   const bool written = line_.Write(sent.octets, timeout);
   if (written) line_.Collect(answer, sent.octets.size(), timeout);
   if (answer.state() == AtAnswer::State::kOpen) {
+    const std::string beginning = answer.line();
     AtAnswer ended = answer;
     ended.End();
     const bool silent = ended.state() == AtAnswer::State::kOpen && ended.text().empty();
@@ -75,6 +77,7 @@ ExchangeResult ModemExchange::Transact(ModemRequest request, milliseconds timeou
       return BecomeLate(std::move(pending));
     }
     answer = std::move(ended);
+    line_.KeepBeginning(beginning);
   }
   const auto time = FormatDuration(steady_clock::now() - pending->since);
   switch (answer.state()) {
@@ -96,7 +99,9 @@ ExchangeResult ModemExchange::Transact(ModemRequest request, milliseconds timeou
       Report(fmt::format("{} -> the modem has restarted after {}", sent.shown, time));
       break;
   }
-  return Unfinished(*pending);
+  ExchangeResult result = Unfinished(*pending);
+  result.written = written || line_.written() > 0;
+  return result;
 }
 
 LineKind ModemExchange::ResultOf(const ModemRequest& command, milliseconds timeout) {
@@ -104,8 +109,10 @@ LineKind ModemExchange::ResultOf(const ModemRequest& command, milliseconds timeo
   AtAnswer answer(command,
                   [this](std::string_view line, LineKind kind) { OnForeignLine(line, kind); });
   line_.Collect(answer, command.octets.size(), timeout);
+  const std::string beginning = answer.line();
   if (answer.End() == AtAnswer::State::kFinal) return answer.final_kind();
   answers_owed_ = true;
+  line_.KeepBeginning(beginning);
   return LineKind::kUnknown;
 }
 
@@ -141,6 +148,11 @@ ExchangeResult ModemExchange::BecomeLate(std::unique_ptr<PendingAnswer> pending)
   return {};
 }
 
+void ModemExchange::Idle(SteadyTime until, bool for_news) {
+  while (!(for_news && has_news()) && line_.DropNext(until)) {
+  }
+}
+
 bool ModemExchange::Escape() {
   SetState(State::kUnknown);
   return line_.Write(kLeavePrompt, kEscapeTimeout);
@@ -160,6 +172,7 @@ void ModemExchange::Write(const ModemRequest& request) {
 void ModemExchange::EndLate(State next, std::string_view how) {
   const auto time = FormatDuration(steady_clock::now() - late_->since);
   Report(fmt::format("{} -> {} after {}", late_->request.shown, how, time));
+  if (late_->answer.state() == AtAnswer::State::kOpen) line_.KeepBeginning(late_->answer.line());
   if (next == State::kPrompt && prompt_ended_) next = State::kUnknown;
   answers_owed_ = answers_owed_ || next == State::kUnknown;
   SetState(next);
@@ -190,6 +203,7 @@ void ModemExchange::OnForeignLine(std::string_view line, LineKind kind) {
     NoteStart();
     SetState(State::kUnknown);
   }
+  news_.Take(line, kind, steady_clock::now());
   advice_.NoteForeignLine(line);
 }
 
@@ -204,6 +218,7 @@ void ModemExchange::CompareEcho(bool echoed) {
 void ModemExchange::NoteStart() {
   needs_init_ = true;
   ++starts_;
+  news_.NoteStart();
 }
 
 }  // namespace corvane

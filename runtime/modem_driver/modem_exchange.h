@@ -12,6 +12,7 @@
 
 #include "runtime/modem_driver/at_line.h"
 #include "runtime/modem_driver/modem_advice.h"
+#include "runtime/modem_driver/modem_news.h"
 #include "runtime/modem_driver/modem_request.h"
 #include "runtime/modem_driver/modem_status.h"
 #include "runtime/modem_driver/modem_target.h"
@@ -24,7 +25,15 @@ struct ExchangeResult {
   bool answered = false;  ///< false: no valid answer came, or nothing was sent
   std::string text;       ///< see AtAnswer::text()
   LineKind final_kind = LineKind::kUnknown;
+  bool written = true;  ///< false: not an octet of the request has reached the modem
 };
+
+/// The result of a request that was not sent.
+[[nodiscard]] inline ExchangeResult NothingWritten() {
+  ExchangeResult result;
+  result.written = false;
+  return result;
+}
 
 /// A request that was sent, and the part of its answer that has come.
 struct PendingAnswer {
@@ -66,7 +75,8 @@ class ModemExchange {
   /// The modem has answered the command that brings it into a known state: drops anything else.
   void BecomeReady();
   /// Drops what comes until this time, and notices when the line is lost.
-  void Idle(SteadyTime until) { line_.DropUntil(until); }
+  /// @param for_news returns as soon as there is news
+  void Idle(SteadyTime until, bool for_news = false);
   void DropUntilQuiet() { line_.DropUntilQuiet(kQuiet); }
 
   /// The request whose answer is late; valid after the state was kLate, until the next request.
@@ -94,6 +104,9 @@ class ModemExchange {
   /// Writes to the log and to the status.
   void Report(std::string what);
   [[nodiscard]] ModemAdvice& advice() { return advice_; }
+  /// What the modem has said on its own.
+  [[nodiscard]] ModemNews& news() { return news_; }
+  [[nodiscard]] bool has_news() const { return news_.any(std::chrono::steady_clock::now()); }
   [[nodiscard]] const ModemTarget& target() const { return target_; }
   [[nodiscard]] bool stopped() const { return loop_.stopped(); }
 
@@ -114,6 +127,7 @@ class ModemExchange {
   WaitLoop& loop_;
   ModemStatus& status_;
   ModemAdvice advice_;
+  ModemNews news_;
   AtLine line_;
   State state_ = State::kNoLine;
   std::string command_name_;   // of the last command

@@ -28,6 +28,11 @@ void CallClient(int port, Function function) {
   }
 }
 
+int ReplyStatus(const ExchangeResult& result) {
+  if (result.answered) return 0;
+  return result.written ? kPortDriverNoAnswer : kPortDriverNotWritten;
+}
+
 /// As the client sees it.
 bool Failed(const ModemRequest& request, const ExchangeResult& result) {
   if (!result.answered) return true;
@@ -72,9 +77,20 @@ void ModemPort::Unregister(void* context) {
   std::erase_if(clients_, [context](const Client& client) { return client.context == context; });
 }
 
+bool ModemPort::Listen(void* context, PortDriverLineFunction hear) {
+  bool found = false;
+  for (Client& client : clients_) {
+    if (client.context != context) continue;
+    client.hear = hear;
+    found = true;
+  }
+  return found;
+}
+
 void ModemPort::Run() {
   while (!loop_.stopped()) {
     KeepLine();
+    TellNews();
     if (open_ && dialogue_.busy()) {
       AwaitModem();
       continue;
@@ -173,13 +189,32 @@ std::optional<ModemPort::Request> ModemPort::NextRequest() {
   return chosen ? AskForRequest(*chosen) : std::nullopt;
 }
 
-std::vector<ModemPort::Wish> ModemPort::Wishes() {
-  // The functions may register and withdraw clients, so no reference to one survives a call.
+void ModemPort::TellNews() {
+  const std::vector<ModemNewsItem> news = dialogue_.TakeNews();
+  if (news.empty()) return;
+  const std::lock_guard guard(lock_);
+  for (const auto& [line, pdu] : news) {
+    for (const std::uint64_t id : Ids()) {
+      const Client* const client = Find(id);
+      if (client == nullptr || client->hear == nullptr) continue;
+      CallClient(target_.port, [&, &line = line, &pdu = pdu] {
+        client->hear(client->context, line.c_str(), static_cast<int>(line.size()), pdu.c_str(),
+                     static_cast<int>(pdu.size()));
+      });
+    }
+  }
+}
+
+std::vector<std::uint64_t> ModemPort::Ids() const {
   std::vector<std::uint64_t> ids;
   for (const Client& client : clients_) ids.push_back(client.id);
+  return ids;
+}
+
+std::vector<ModemPort::Wish> ModemPort::Wishes() {
   std::vector<Wish> wishes;
   const auto now = steady_clock::now();
-  for (const std::uint64_t id : ids) {
+  for (const std::uint64_t id : Ids()) {
     const Client* client = Find(id);
     if (client == nullptr) continue;
     int priority = 0;
@@ -238,7 +273,7 @@ ExchangeResult ModemPort::Carry(const Request& request) {
     loop_.SleepUntil(std::min(deadline, next_attempt_));
     KeepLine();
   }
-  if (!open_) return {};
+  if (!open_) return NothingWritten();
   try {
     return dialogue_.Exchange(request.client, request.request, request.timeout);
   } catch (const std::bad_alloc&) {
@@ -258,7 +293,7 @@ bool ModemPort::HandOver(const Request& request, ExchangeResult& result, bool fa
   int goes_on = 1;
   CallClient(target_.port, [&] {  // a std::string has a NUL after its text
     goes_on = request.on_reply(client->context, result.text.data(),
-                               static_cast<int>(result.text.size()), result.answered ? 0 : -1);
+                               static_cast<int>(result.text.size()), ReplyStatus(result));
   });
   return goes_on != 0;
 }

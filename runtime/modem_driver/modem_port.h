@@ -45,6 +45,8 @@ class ModemPort {
                               PortDriverRequestFunction request);
   /// Needs the lock.
   void Unregister(void* context);
+  /// As ModemPortDriverListen; false: the context is not a client of this port. Needs the lock.
+  bool Listen(void* context, PortDriverLineFunction hear);
 
  private:
   struct Client {
@@ -52,10 +54,11 @@ class ModemPort {
     void* context;
     PortDriverPriorityFunction priority;
     PortDriverRequestFunction request;
-    std::uint64_t served = 0;            // turn in which it was last served
-    bool failed = false;                 // whether its last exchange failed
-    std::chrono::milliseconds pause{0};  // the last one; 0 after a success
-    SteadyTime not_before{};             // while it pauses
+    PortDriverLineFunction hear = nullptr;  // null: it does not listen
+    std::uint64_t served = 0;               // turn in which it was last served
+    bool failed = false;                    // whether its last exchange failed
+    std::chrono::milliseconds pause{0};     // the last one; 0 after a success
+    SteadyTime not_before{};                // while it pauses
   };
   /// A client that wants the port now.
   struct Wish {
@@ -79,11 +82,16 @@ class ModemPort {
   bool ServeOne();
   /// The modem is still at work: waits a while for it, and asks no client for a request.
   void AwaitModem();
-  /// Takes what the modem sends meanwhile.
+  /// Hands what the modem has said on its own to the clients that listen.
+  void TellNews();
+  /// Takes what the modem sends meanwhile, until there is news.
   void Idle(SteadyTime until);
   /// An open prompt belongs to the client that asked for it, whatever the others want.
   [[nodiscard]] std::optional<Request> PromptOwnersRequest();
   [[nodiscard]] std::optional<Request> NextRequest();
+  /// Of all clients. Their functions may register and withdraw clients, so a reference to a client
+  /// does not survive a call.
+  [[nodiscard]] std::vector<std::uint64_t> Ids() const;
   /// Asks all clients.
   [[nodiscard]] std::vector<Wish> Wishes();
   [[nodiscard]] std::optional<std::uint64_t> ChooseClient();

@@ -53,6 +53,17 @@ void ModemPortDriver::Unregister(void* context) {
   for (const auto& port : ports_) port->Unregister(context);
 }
 
+bool ModemPortDriver::HasPort(int number) const {
+  return std::any_of(ports_.begin(), ports_.end(),
+                     [number](const auto& port) { return port->number() == number; });
+}
+
+bool ModemPortDriver::Listen(void* context, PortDriverLineFunction hear) {
+  bool found = false;
+  for (const auto& port : ports_) found = port->Listen(context, hear) || found;
+  return found;
+}
+
 std::vector<std::string> ModemPortDriver::Status() const {
   std::vector<std::string> lines;
   for (const auto& port : ports_) {
@@ -71,4 +82,12 @@ int ModemPortDriverRegister(int port, void* context, PortDriverPriorityFunction 
 
 void ModemPortDriverUnregister(void* context) {
   if (corvane::the_driver != nullptr) corvane::the_driver->Unregister(context);
+}
+
+int ModemPortDriverHasPort(int port) {
+  return corvane::the_driver != nullptr && corvane::the_driver->HasPort(port) ? 1 : 0;
+}
+
+int ModemPortDriverListen(void* context, PortDriverLineFunction hear) {
+  return corvane::the_driver != nullptr && corvane::the_driver->Listen(context, hear) ? 0 : 1;
 }

@@ -34,6 +34,9 @@ class ModemPortDriver {
   bool Register(int number, void* context, PortDriverPriorityFunction priority,
                 PortDriverRequestFunction request);
   void Unregister(void* context);
+  [[nodiscard]] bool HasPort(int number) const;
+  /// As ModemPortDriverListen; false: the context is not a client of any port.
+  bool Listen(void* context, PortDriverLineFunction hear);
   /// One line per port about its state. Any thread.
   [[nodiscard]] std::vector<std::string> Status() const;
 

@@ -62,15 +62,18 @@ class AsioLine : public SerialLine {
   }
 
   bool Write(std::string_view octets, SteadyTime deadline) override {
+    written_ = 0;
     if (!loss_.empty()) return false;
     outgoing_ = octets;
     bool all_written = false;
-    asio::async_write(stream_, asio::buffer(outgoing_),
-                      [this, &all_written](const boost::system::error_code& error, std::size_t) {
-                        writing_ = false;
-                        all_written = !error;
-                        if (error && error != asio::error::operation_aborted) Lose(error);
-                      });
+    asio::async_write(
+        stream_, asio::buffer(outgoing_),
+        [this, &all_written](const boost::system::error_code& error, std::size_t length) {
+          writing_ = false;
+          written_ = length;
+          all_written = !error;
+          if (error && error != asio::error::operation_aborted) Lose(error);
+        });
     writing_ = true;  // not before, since starting it may fail for lack of memory
     if (loop_.RunUntil(deadline, [this] { return !writing_; })) return all_written;
     boost::system::error_code ignored;
@@ -80,6 +83,7 @@ class AsioLine : public SerialLine {
     return false;
   }
 
+  std::size_t written() const override { return written_; }
   const std::string& loss() const override { return loss_; }
 
  private:
@@ -118,6 +122,7 @@ class AsioLine : public SerialLine {
   Stream stream_;
   ReadAllowance allowance_{steady_clock::now()};
   std::array<char, ReadAllowance::kPiece> room_{};
+  std::size_t written_ = 0;   // of the last Write()
   std::size_t received_ = 0;  // octets in room_ that Read() has not handed over
   std::string outgoing_;
   std::string loss_;

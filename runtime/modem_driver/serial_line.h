@@ -3,6 +3,7 @@
 // a serial device server.
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -30,6 +31,8 @@ class SerialLine {
   [[nodiscard]] virtual std::string_view Read(SteadyTime deadline) = 0;
   /// False if the other side did not accept all of it by the deadline, or the line is lost.
   [[nodiscard]] virtual bool Write(std::string_view octets, SteadyTime deadline) = 0;
+  /// How many octets of the last Write() the system accepted.
+  [[nodiscard]] virtual std::size_t written() const = 0;
   /// Why the line no longer carries octets, for example because the device was unplugged; empty
   /// while it does.
   [[nodiscard]] virtual const std::string& loss() const = 0;

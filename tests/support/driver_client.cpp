@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "runtime/corvane/scan_lock.h"
 #include "tests/support/wait_for.h"
@@ -50,6 +51,41 @@ std::size_t DriverClient::replies() {
 void DriverClient::SetPriority(int priority) {
   const std::lock_guard guard(mutex_);
   priority_ = priority;
+}
+
+int DriverClient::Listen() {
+  const std::lock_guard guard(corvane::TheScanLock());
+  return ModemPortDriverListen(this, Hear);
+}
+
+void DriverClient::StopListening() {
+  const std::lock_guard guard(corvane::TheScanLock());
+  EXPECT_EQ(ModemPortDriverListen(this, nullptr), 0);
+}
+
+std::vector<std::string> DriverClient::TakeHeard() {
+  const std::lock_guard guard(mutex_);
+  return std::exchange(heard_, {});
+}
+
+std::vector<std::string> DriverClient::WaitForHeard(std::size_t number) {
+  std::unique_lock guard(mutex_);
+  EXPECT_TRUE(replied_.wait_for(guard, kPatience, [&] { return heard_.size() >= number; }))
+      << "the driver handed on " << heard_.size() << " of " << number << " lines";
+  return std::exchange(heard_, {});
+}
+
+void DriverClient::Hear(void* context, const char* line, int length, const char* pdu,
+                        int pdu_length) {
+  auto& self = *static_cast<DriverClient*>(context);
+  const std::lock_guard guard(self.mutex_);
+  EXPECT_EQ(line[length], '\0') << "a NUL follows the line";
+  EXPECT_EQ(pdu[pdu_length], '\0') << "a NUL follows the PDU";
+  self.heard_.emplace_back(line, static_cast<std::size_t>(length));
+  if (pdu_length > 0) {
+    self.heard_.back().append("|").append(pdu, static_cast<std::size_t>(pdu_length));
+  }
+  self.replied_.notify_all();
 }
 
 int DriverClient::Priority(void* context) {

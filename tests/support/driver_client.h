@@ -9,6 +9,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "corvane/modem_port_driver.h"
 
@@ -38,6 +39,14 @@ class DriverClient {
   [[nodiscard]] std::size_t replies();
   void SetPriority(int priority);
 
+  /// Hears what the modem says on its own; returns the driver's result.
+  int Listen();
+  void StopListening();
+  /// What was heard since the last call: "LINE" or "LINE|PDU".
+  std::vector<std::string> TakeHeard();
+  /// Waits until so much was heard; fails the test if it is not.
+  std::vector<std::string> WaitForHeard(std::size_t number);
+
  private:
   struct Request {
     std::string octets;
@@ -48,6 +57,7 @@ class DriverClient {
   static int Priority(void* context);
   static int NextRequest(void* context, char* buffer, PortDriverRequestData* data,
                          PortDriverReplyFunction* on_reply);
+  static void Hear(void* context, const char* line, int length, const char* pdu, int pdu_length);
   static int OnReply(void* context, char* reply, int length, int status);
 
   std::mutex mutex_;
@@ -56,6 +66,7 @@ class DriverClient {
   std::deque<Request> requests_;
   std::deque<DriverReply> replies_;
   std::size_t taken_ = 0;
+  std::vector<std::string> heard_;
 };
 
 }  // namespace test_support

@@ -23,6 +23,7 @@ inline const std::string kAnnounce = "AT+CMGS=18\r";
 inline const std::string kText = "0001000B915155101032F4000005E8329BFD06\x1A";
 inline const std::string kPdu =
     "07911326040000F0040B911346610089F60000208062917314080CC8F71D14969741F977FD07";
+inline const std::string kReport = "0006D60B911326880736F4111011719551401110117195714000";
 inline const std::string kOk = "\r\nOK\r\n";
 
 /// Answers everything as a modem does.
@@ -101,6 +102,12 @@ class DriverTest : public testing::TestWithParam<PeerKind> {
     driver_ = std::make_unique<corvane::ModemPortDriver>(targets, corvane::TheScanLock());
     EXPECT_EQ(client_.Register(1), 0);
     return Running(*this);
+  }
+
+  /// Until the restart that opening the device was has been handed over, or is past.
+  void ExpectListening() {
+    ExpectReply(client_.Exchange("AT\r"), "OK\r\n");
+    client_.TakeHeard();
   }
 
   corvane::ModemTimes times_ = ShortTimes();  // before Start()

@@ -80,6 +80,15 @@ std::vector<std::string> FakeModemPort::AnswerAll(std::string_view answer) {
   return requests;
 }
 
+void FakeModemPort::Say(const std::string& line, const std::string& pdu) const {
+  for (std::size_t i = 0; i < clients_.size(); ++i) {  // a client may register another
+    const Client client = clients_[i];
+    if (client.hear == nullptr) continue;
+    client.hear(client.context, line.c_str(), static_cast<int>(line.size()), pdu.c_str(),
+                static_cast<int>(pdu.size()));
+  }
+}
+
 }  // namespace test_support
 
 int ModemPortDriverRegister(int port, void* context, PortDriverPriorityFunction priority,
@@ -88,7 +97,7 @@ int ModemPortDriverRegister(int port, void* context, PortDriverPriorityFunction 
   if (fake == nullptr) return 1;
   ++fake->attempts_;
   if (fake->refuse_ || port != fake->number_) return 1;
-  fake->clients_.push_back({context, priority, request});
+  fake->clients_.push_back({context, priority, request, nullptr});
   return 0;
 }
 
@@ -97,4 +106,21 @@ void ModemPortDriverUnregister(void* context) {
   if (fake == nullptr) return;
   std::erase_if(fake->clients_, [&](const auto& client) { return client.context == context; });
   if (fake->open_client_ == context) fake->open_client_ = nullptr;
+}
+
+int ModemPortDriverHasPort(int port) {
+  const test_support::FakeModemPort* fake = test_support::the_port;
+  return fake != nullptr && fake->number_ == port ? 1 : 0;
+}
+
+int ModemPortDriverListen(void* context, PortDriverLineFunction hear) {
+  test_support::FakeModemPort* fake = test_support::the_port;
+  if (fake == nullptr) return 1;
+  int result = 1;
+  for (auto& client : fake->clients_) {
+    if (client.context != context) continue;
+    client.hear = hear;
+    result = 0;
+  }
+  return result;
 }

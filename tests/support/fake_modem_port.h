@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A modem port without a modem: in a program that links this, its ModemPortDriverRegister and
-// ModemPortDriverUnregister replace the runtime's. The test plays the driver and the modem.
+// A modem port without a modem: in a program that links this, its functions of the contract
+// (corvane/modem_port_driver.h) replace the runtime's. The test plays the driver and the modem.
 // Threads: one, which also runs Lua.
 #pragma once
 
@@ -50,7 +50,11 @@ class FakeModemPort {
   /// @return the result of the reply function
   int Answer(std::string_view answer, int status = 0);
   /// The open request gets no answer.
-  int TimeOut() { return Answer("", -1); }
+  int TimeOut() { return Answer("", kPortDriverNoAnswer); }
+  /// The open request did not reach the modem.
+  int NotWritten() { return Answer("", kPortDriverNotWritten); }
+  /// Hands a line that the modem sent on its own to all clients that listen.
+  void Say(const std::string& line, const std::string& pdu = "") const;
   /// Calls Poll and Answer; returns the request.
   std::string Exchange(std::string_view answer);
   /// Answers everything that the clients ask for, until they are idle. @return the requests
@@ -61,10 +65,13 @@ class FakeModemPort {
     void* context;
     PortDriverPriorityFunction priority;
     PortDriverRequestFunction request;
+    PortDriverLineFunction hear = nullptr;
   };
   friend int ::ModemPortDriverRegister(int, void*, PortDriverPriorityFunction,
                                        PortDriverRequestFunction, void*);
   friend void ::ModemPortDriverUnregister(void*);
+  friend int ::ModemPortDriverHasPort(int);
+  friend int ::ModemPortDriverListen(void*, PortDriverLineFunction);
 
   int number_;
   bool refuse_ = false;

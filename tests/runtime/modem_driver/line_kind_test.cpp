@@ -40,9 +40,20 @@ TEST(StandardResult, LeavesOtherLinesAsTheyAre) {
 
 TEST(KindOfLine, OnlySomeUnsolicitedLinesHaveASecondOne) {
   EXPECT_EQ(KindOfLine("+CMT: ,30"), LineKind::kUnsolicitedPair);
-  EXPECT_EQ(KindOfLine("+CMTI: \"SM\",1,\"MMS PUSH\",2,1"), LineKind::kUnsolicited);
+  EXPECT_EQ(KindOfLine("+CMTI: \"SM\",1,\"MMS PUSH\",2,1"), LineKind::kAnnouncement);
   EXPECT_EQ(KindOfLine("+CDS: 25"), LineKind::kUnsolicitedPair);
-  EXPECT_EQ(KindOfLine("+CDSI: \"SR\",0"), LineKind::kUnsolicited);
+  EXPECT_EQ(KindOfLine("+CDSI: \"SR\",0"), LineKind::kAnnouncement);
+}
+
+TEST(MayBecomeUnsolicited, FollowsEveryBeginningOfAKnownLine) {
+  for (const std::string line : {"+CMTI: \"SM\",3", "+CDS: 25", "RDY", "^RSSI:18"}) {
+    for (std::size_t length = 0; length <= line.size(); ++length) {
+      EXPECT_TRUE(corvane::MayBecomeUnsolicited(line.substr(0, length))) << line << length;
+    }
+  }
+  for (const char* const line : {"> ", "OK", "ERROR", "+CMGL", "RDYX", "AT"}) {
+    EXPECT_FALSE(corvane::MayBecomeUnsolicited(line)) << line;
+  }
 }
 
 }  // namespace

@@ -17,6 +17,7 @@ const std::string kText = "0001000B915155101032F4000005E8329BFD06\x1A";
 struct Wire {
   std::vector<std::string> written;
   std::string coming;
+  std::string before_answer;  // of the next request
   std::string after_prompt;
   std::string coming_in_pauses;  // where the driver waits
 };
@@ -33,11 +34,13 @@ class Line : public SerialLine {
   }
   bool Write(std::string_view octets, SteadyTime /*deadline*/) override {
     wire_.written.emplace_back(octets);
+    wire_.coming += std::exchange(wire_.before_answer, {});
     if (octets.starts_with("AT")) {
       wire_.coming += octets.starts_with("AT+CMGS=") ? "\r\n> " + wire_.after_prompt : "\r\nOK\r\n";
     }
     return true;
   }
+  [[nodiscard]] std::size_t written() const override { return 1; }
   [[nodiscard]] const std::string& loss() const override { return loss_; }
 
  private:
@@ -54,6 +57,17 @@ class ModemDialogueTest : public testing::Test {
     return dialogue_.Exchange(1, ModemRequest(request), kTimeout);
   }
 
+  /// What the modem says on its own, until it is silent: "LINE|PDU".
+  std::vector<std::string> IdleAndListen() {
+    std::vector<std::string> told;
+    do {
+      for (const auto& [line, pdu] : dialogue_.TakeNews()) told.push_back(line + "|" + pdu);
+      dialogue_.Idle(std::chrono::steady_clock::now());
+    } while (!wire_.coming.empty());
+    for (const auto& [line, pdu] : dialogue_.TakeNews()) told.push_back(line + "|" + pdu);
+    return told;
+  }
+
   Wire wire_;
   ModemTarget target_;
   WaitLoop loop_;
@@ -66,6 +80,31 @@ class ModemDialogueTest : public testing::Test {
 // line.
 TEST_F(ModemDialogueTest, EndsTheLineOfItsEscape) {
   EXPECT_THAT(wire_.written, testing::ElementsAre("\x1B\r", "ATE0V1\r"));
+}
+
+TEST_F(ModemDialogueTest, AnnouncementsSurviveAnExchangeThatBeginsInThemAnywhere) {
+  const std::string report = "0006D60B911326880736F4111011719551401110117195714000";
+  const std::string said = "\r\n+CMTI: \"SM\",3\r\n\r\n+CDS: 25\r\n" + report + "\r\n";
+  (void)dialogue_.TakeNews();  // the line was opened
+  // An answer comes between two lines; some modems write one into the middle of a PDU. (A single
+  // digit of it could be an echo.)
+  std::vector<std::size_t> places{0, said.find("\r\n+CDS"), said.find(report), said.size()};
+  for (std::size_t place = places[2] + 2; place < places[2] + report.size(); ++place) {
+    places.push_back(place);
+  }
+  for (const std::string request : {"AT+CMGF=0\r", "AT+CMGL=4\r"}) {
+    for (const std::size_t answer : places) {
+      for (std::size_t begin = 0; begin <= answer; ++begin) {
+        wire_.coming = said.substr(0, begin);
+        dialogue_.Idle(std::chrono::steady_clock::now());
+        wire_.before_answer = said.substr(begin, answer - begin);
+        EXPECT_EQ(Exchange(request).text, "OK\r\n");
+        wire_.coming = said.substr(answer);
+        EXPECT_THAT(IdleAndListen(), testing::ElementsAre("+CMTI: \"SM\",3|", "+CDS: 25|" + report))
+            << "the exchange begins at " << begin << ", its answer comes at " << answer;
+      }
+    }
+  }
 }
 
 TEST_F(ModemDialogueTest, SendsNoTextToAModemThatHasRestartedAfterItsPrompt) {

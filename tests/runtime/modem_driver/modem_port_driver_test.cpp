@@ -29,6 +29,7 @@ using test_support::kAnnounce;
 using test_support::kList;
 using test_support::kOk;
 using test_support::kPdu;
+using test_support::kReport;
 using test_support::kSetPduMode;
 using test_support::kText;
 using test_support::Logged;
@@ -166,6 +167,115 @@ TEST_F(DriverTest, WhatComesBetweenTwoExchangesIsDropped) {
     });
   }));
   ExpectReply(client_.Exchange(kSetPduMode), "OK\r\n");
+}
+
+TEST_P(DriverTest, AnnouncementsReachTheirListenersAtOnce) {
+  const auto running = Start(Obey, ",poll=60s", GetParam());  // no listener waits for a poll
+  ASSERT_EQ(client_.Listen(), 0);
+  ExpectListening();
+  peer_->Send("\r\n+CMTI: \"SM\",3\r\n");
+  EXPECT_THAT(client_.WaitForHeard(1), ElementsAre("+CMTI: \"SM\",3"));
+  peer_->Send("\r\n+CDS: 25\r\n" + kReport + "\r\n\r\n+CDSI: \"SR\",1\r\n");
+  EXPECT_THAT(client_.WaitForHeard(2), ElementsAre("+CDS: 25|" + kReport, "+CDSI: \"SR\",1"));
+}
+
+TEST_F(DriverTest, WhatComesDuringAnExchangeIsHandedOverAfterIt) {
+  const auto running = Start([](ModemPeer& peer, const std::string& request) {
+    if (request != kList) return Obey(peer, request);
+    peer.Send("\r\n+CMTI: \"SM\",3\r\n\r\n+CMGL: 3,0,,30\r\n" + kPdu.substr(0, 40) +
+              "\r\n+CDS: 25\r\n" + kReport.substr(0, 20) + "\r\n+CMTI: \"SM\",4\r\n" +
+              kReport.substr(20) + "\r\n" + kPdu.substr(40) + "\r\n\r\nOK\r\n");
+  });
+  ASSERT_EQ(client_.Listen(), 0);
+  ExpectListening();
+  ExpectReply(client_.Exchange(kList), "+CMGL: 3,0,,30\r\n" + kPdu + "\r\nOK\r\n");
+  EXPECT_THAT(client_.WaitForHeard(3),
+              ElementsAre("+CMTI: \"SM\",3", "+CMTI: \"SM\",4", "+CDS: 25|" + kReport));
+}
+
+TEST_F(DriverTest, AnnouncementsAreHandedOverWhileAnAnswerIsLate) {
+  times_.probe = times_.late_text = std::chrono::minutes(10);
+  const auto running = Start(
+      [](ModemPeer& peer, const std::string& request) {
+        if (request.back() != '\x1A') Obey(peer, request);
+      },
+      ",poll=60s");
+  ASSERT_EQ(client_.Listen(), 0);
+  ExpectListening();
+  client_.Queue(kAnnounce, 500, 0);
+  client_.Queue(kText, 20);
+  ExpectReply(client_.WaitForReply(), ">");
+  ExpectNoAnswer(client_.WaitForReply());
+  peer_->Send("\r\n+CDS: 25\r\n" + kReport + "\r\n");
+  EXPECT_THAT(client_.WaitForHeard(1), ElementsAre("+CDS: 25|" + kReport));
+}
+
+TEST_F(DriverTest, ARestartAndANewDeviceAreAnnounced) {
+  const auto running = Start(Obey);
+  ASSERT_EQ(client_.Listen(), 0);
+  ExpectListening();
+  peer_->Send("\r\n+CDS: 25\r\n" + kReport.substr(0, 20) + "\r\nRDY\r\n");
+  EXPECT_THAT(client_.WaitForHeard(1), ElementsAre(kPortDriverRestart)) << "not half a report";
+  peer_->Send("\r\n+CDS: 25\r\n" + kReport.substr(0, 20));
+  ExpectReply(client_.Exchange(kSetPduMode), "OK\r\n");
+  peer_->Unplug();
+  peer_->PlugIn();
+  EXPECT_THAT(client_.WaitForHeard(1), ElementsAre(kPortDriverRestart));
+}
+
+TEST_F(DriverTest, AFloodOfAnnouncementsIsCutAndReported) {
+  const auto running = Start([](ModemPeer& peer, const std::string& request) {
+    for (int i = 0; i < 1'000 && request == kList; ++i) {
+      peer.Send("\r\n+CMTI: \"SM\"," + std::to_string(i) + "\r\n");
+    }
+    Obey(peer, request);
+  });
+  ASSERT_EQ(client_.Listen(), 0);
+  ExpectListening();
+  ExpectReply(client_.Exchange(kList, 5000), "OK\r\n");
+  EXPECT_EQ(client_.WaitForHeard(100).size(), 100U);
+  EXPECT_THAT(Logged("warning"), Contains(HasSubstr("; 900 of these lines were dropped")));
+}
+
+TEST_F(DriverTest, OnlyClientsThatListenHear) {
+  const auto running = Start(Obey);
+  DriverClient other;
+  EXPECT_NE(other.Listen(), 0) << "it is not registered";
+  ASSERT_EQ(other.Register(1), 0);
+  ASSERT_EQ(client_.Listen(), 0);
+  ASSERT_EQ(other.Listen(), 0);
+  ExpectListening();
+  other.StopListening();
+  peer_->Send("\r\n+CMTI: \"SM\",3\r\n");
+  EXPECT_THAT(client_.WaitForHeard(1), ElementsAre("+CMTI: \"SM\",3"));
+  EXPECT_THAT(other.TakeHeard(), Not(Contains("+CMTI: \"SM\",3")));
+}
+
+TEST_F(DriverTest, AConfiguredPortIsKnownWithoutItsDevice) {
+  const auto has_port = [](int port) {
+    const std::lock_guard guard(TheScanLock());
+    return ModemPortDriverHasPort(port);
+  };
+  EXPECT_EQ(has_port(1), 0) << "there is no driver";
+  const auto running = Start(Obey);
+  peer_->Unplug();
+  EXPECT_EQ(has_port(1), 1);
+  EXPECT_EQ(has_port(2), 0);
+  EXPECT_EQ(has_port(-1), 0);
+}
+
+TEST_F(DriverTest, TheStatusSaysWhetherTheModemCanHaveTheRequest) {
+  const auto running = Start([](ModemPeer& peer, const std::string& request) {
+    if (request.back() == '\x1A') return;
+    Obey(peer, request);
+  });
+  EXPECT_EQ(client_.Exchange(kText).status, kPortDriverNotWritten) << "a text without its prompt";
+  client_.Queue(kAnnounce, 500, 0);
+  client_.Queue(kText, 20);
+  ExpectReply(client_.WaitForReply(), ">");
+  EXPECT_EQ(client_.WaitForReply().status, kPortDriverNoAnswer) << "the modem has the text";
+  peer_->Unplug();
+  EXPECT_EQ(client_.Exchange(kSetPduMode, 50).status, kPortDriverNotWritten) << "no device";
 }
 
 TEST_F(DriverTest, AStuckPromptIsLeftWithEscape) {

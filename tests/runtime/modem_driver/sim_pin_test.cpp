@@ -73,6 +73,7 @@ class SimLine : public SerialLine {
     if (octets.starts_with("AT")) coming_ += card_.Answer(std::string(octets));
     return true;
   }
+  [[nodiscard]] std::size_t written() const override { return 1; }
   [[nodiscard]] const std::string& loss() const override { return loss_; }
 
  private:
