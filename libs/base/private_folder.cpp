@@ -24,7 +24,7 @@ namespace fs = std::filesystem;
 void MakePrivateFolder(const fs::path& folder) {
   if (folder.empty() || fs::exists(folder)) return;
   MakePrivateFolder(folder.parent_path());
-  if (mkdir(folder.c_str(), S_IRWXU) != 0 && errno != EEXIST) FailOn("cannot make", folder);
+  if (mkdir(folder.c_str(), S_IRWXU) != 0 && errno != EEXIST) FailOn("cannot create", folder);
 }
 
 void SyncFolder(const fs::path& folder) {

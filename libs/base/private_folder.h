@@ -6,7 +6,7 @@
 
 namespace corvane {
 
-/// Makes the folder and those above it that are missing, with access for the owner only. Those that
+/// Creates the folder, and missing ones above it, with access for the owner only. Those that
 /// exist stay as they are. @throws std::filesystem::filesystem_error
 void MakePrivateFolder(const std::filesystem::path& folder);
 

@@ -42,7 +42,7 @@ void MakeEmpty(const fs::path& file) {
   const corvane::Descriptor made(
       open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
   if (made.get() < 0) {
-    throw fs::filesystem_error("cannot make", file, {errno, std::generic_category()});
+    throw fs::filesystem_error("cannot create", file, {errno, std::generic_category()});
   }
 }
 

@@ -13,7 +13,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-TEST(PrivateFolder, IsMadeWithThoseAboveItForTheOwnerOnly) {
+TEST(PrivateFolder, IsCreatedWithThoseAboveItForTheOwnerOnly) {
   const test_support::TemporaryFolder folder;
   MakePrivateFolder(folder.path() / "a" / "b");
   EXPECT_EQ(fs::status(folder.path() / "a").permissions(), fs::perms::owner_all);
@@ -27,7 +27,7 @@ TEST(PrivateFolder, StaysAsItIsIfItExists) {
   EXPECT_EQ(fs::status(folder.path()).permissions(), fs::perms::owner_all | fs::perms::group_read);
 }
 
-TEST(PrivateFolder, CannotBeMadeInsideAFile) {
+TEST(PrivateFolder, CannotBeCreatedInsideAFile) {
   const test_support::TemporaryFolder folder;
   std::ofstream(folder.path() / "file") << "x";
   EXPECT_THROW(MakePrivateFolder(folder.path() / "file" / "b"), fs::filesystem_error);

@@ -205,7 +205,7 @@ TEST_F(InboxTest, KeepsTheMessagesOfEachRouteApart) {
   EXPECT_EQ(inbox_->Waiting("3"), 0u);
 }
 
-TEST_F(InboxTest, JoinsPartsInEveryOrderAlsoOverRestarts) {
+TEST_F(InboxTest, JoinsPartsInEveryOrderAndAcrossRestarts) {
   std::vector<int> order{1, 2, 3, 4};
   do {
     for (const int sequence : order) {
@@ -293,7 +293,7 @@ TEST_F(InboxTest, HandsOverAnIncompleteMessageAfterADay) {
   EXPECT_THAT(disk_.content().parts, IsEmpty());
 }
 
-TEST_F(InboxTest, CountsTheDayOverRestarts) {
+TEST_F(InboxTest, CountsTheDayAcrossRestarts) {
   Take(Of(1, 2));
   Pass(hours(20));
   Restart();
@@ -334,7 +334,7 @@ TEST_F(InboxTest, WaitsADayAgainWhereTheClockWasNotSet) {
   EXPECT_THAT(All(), ElementsAre("1.[part 2 of 2 is missing]"));
 }
 
-TEST_F(InboxTest, MarksBinaryMessagesAlsoWithGaps) {
+TEST_F(InboxTest, MarksBinaryMessagesEvenWithGaps) {
   Part part = Of(1, 2);
   part.pdu = "bin|00FF";
   Take(part);
@@ -452,7 +452,7 @@ TEST_F(InboxTest, IsFullWithLongTextsEarlier) {
   EXPECT_FALSE(inbox_->IsFull("1"));
 }
 
-TEST_F(InboxTest, WritesEverythingAgainWhenTheFileWasBegunAgain) {
+TEST_F(InboxTest, WritesEverythingAgainWhenTheFileWasCreatedAgain) {
   inbox_->Take(Whole("a"), Place{1, "AA"}, now_);
   Take(Of(1, 2));
   FakeDisk fresh;

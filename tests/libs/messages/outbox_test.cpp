@@ -297,7 +297,7 @@ TEST_F(OutboxTest, AMessageExpiresWithoutAModem) {
   EXPECT_EQ(outbox_.Waiting("1"), 0u);
 }
 
-TEST_F(OutboxTest, AnExpiredMessageTellsItsLastAttempt) {
+TEST_F(OutboxTest, AnExpiredMessageNamesItsLastAttempt) {
   Open();
   const auto job = Add({"+491"}, false, "", 20s);
   outbox_.FailForNow(Begin(), "the network is busy", now_);
@@ -444,7 +444,7 @@ TEST_F(OutboxTest, OneJobWithAKeyReachesAllItsReceivers) {
   EXPECT_EQ(job->sent, 2);
 }
 
-TEST_F(OutboxTest, AnUnknownEndIsTriedAgainOnceAndTold) {
+TEST_F(OutboxTest, AnUnknownEndIsTriedAgainOnceAndReported) {
   Open();
   const auto job = Add({"+491"});
   const std::int64_t id = Begin();
@@ -574,7 +574,7 @@ TEST_F(OutboxTest, WhatIsWrittenAfterTheClockWasSetHasTheRightTimes) {
   EXPECT_EQ(OnDisk(job->id).expires, kNoon + 50min);
 }
 
-TEST_F(OutboxTest, ARowOfAClockThatWasNotSetIsWorthSendingAsLongAsAtFirst) {
+TEST_F(OutboxTest, ARowOfAClockThatWasNotSetKeepsItsWholeValidity) {
   now_.wall = WallTime(1min);
   Open();
   Add({"a"}, false, "", 1h);
@@ -699,7 +699,7 @@ TEST_F(OutboxTest, ANewLimitIsStoredAndHoldsAtOnce) {
   EXPECT_EQ(Next(), "");
 }
 
-TEST_F(OutboxTest, AStoreThatWasBegunAgainGetsEveryRow) {
+TEST_F(OutboxTest, AStoreThatWasCreatedAgainGetsEveryRow) {
   Open();
   for (int i = 0; i < 250; ++i) Add({"a"});
   rows_.clear();
@@ -708,7 +708,7 @@ TEST_F(OutboxTest, AStoreThatWasBegunAgainGetsEveryRow) {
   EXPECT_EQ(rows_.size(), 250u);
 }
 
-TEST_F(OutboxTest, RefusesWhatAMemoryCannotHold) {
+TEST_F(OutboxTest, RefusesWhatMemoryCannotHold) {
   Open();
   const std::vector<std::string> receivers(1000, "a");
   for (int i = 0; i < 100; ++i) ASSERT_NE(Add(receivers), nullptr);
