@@ -81,7 +81,7 @@ using PortDriverLineFunction = void (*)(void* context, const char* line, int len
 inline constexpr char kPortDriverRestart[] = "RESTART";
 
 /// Lets a registered client hear from now on what the modem says on its own. The driver calls
-/// `hear` under the scan lock, between two exchanges, without a wait for its next poll, in the
+/// `hear` under the scan lock, between two exchanges, without waiting for its next poll, in the
 /// order of the lines. It keeps 100 lines until it can call; more are dropped, with a warning in
 /// the log. An addition of this runtime, to be referred to weakly.
 /// @param hear null: the client no longer listens
@@ -119,9 +119,8 @@ int ModemPortDriverListen(void* context, PortDriverLineFunction hear) __attribut
 //   answer its next announcement with a prompt, and the text with the confirmation. When no answer
 //   is expected any more, leave the prompt (ESC, CR), wait until the line is quiet, and make sure
 //   with a command of the driver's own that modem and driver are in step.
-// - Unsolicited lines are handed to the clients that listen, if the driver can do that, and to
-// nobody
-//   else. A line that began before an exchange, in it or after it is one line all the same.
+// - Unsolicited lines are handed to the clients that listen, if the driver can do that, and to no
+//   one else. A line may begin before, within or after an exchange; it is handed over as one line.
 // - A restart of the modem (RDY, ^SYSSTART ...) ends the exchange: the modem has lost its settings
 //   and the text.
 //
