@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "libs/messages/inbox.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <utility>
 
@@ -196,7 +194,10 @@ PartsText Inbox::Text(const Group& group) const {
       all.binary = all.binary && content.binary;
       run.clear();
     }
-    if (sequence <= total) all.text += fmt::format("[part {} of {} is missing]", sequence, total);
+    if (sequence <= total) {
+      all.text +=
+          "[part " + std::to_string(sequence) + " of " + std::to_string(total) + " is missing]";
+    }
   }
   return all;
 }

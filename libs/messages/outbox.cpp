@@ -104,6 +104,17 @@ std::size_t Outbox::Waiting(const std::string& route) const {
   return place == routes_.end() ? 0 : place->second.waiting;
 }
 
+bool Outbox::AwaitsReport(const std::string& route) const {
+  const auto place = routes_.find(route);
+  return place != routes_.end() && place->second.awaiting > 0;
+}
+
+std::vector<std::string> Outbox::Routes() const {
+  std::vector<std::string> names;
+  for (const auto& [name, route] : routes_) names.push_back(name);
+  return names;
+}
+
 void Outbox::Tick(const Now& now) {
   if (loading_ != nullptr) LoadSome(now);
   if (ready()) {
@@ -176,8 +187,7 @@ void Outbox::LoadRow(Outgoing row, const Now& now) {
   const std::int64_t id = entry.row.id;
   if (!entry.row.progress.empty()) loaded_with_progress_.push_back(id);
   if (entry.row.state != OutgoingState::kWaiting) {
-    awaiting_.insert(id);
-    expiring_.emplace(entry.expires + kLateReport, id);
+    AwaitReport(entry);
     entries_.insert_or_assign(id, std::move(entry));
     return;
   }
@@ -362,8 +372,13 @@ void Outbox::End(std::int64_t id, OutgoingState state, int error_id, const std::
   }
   Save(entry, now);
   if (!entry.row.report_awaited) return Forget(id);
-  awaiting_.insert(id);
-  expiring_.emplace(entry.expires + kLateReport, id);
+  AwaitReport(entry);
+}
+
+void Outbox::AwaitReport(const Entry& entry) {
+  awaiting_.insert(entry.row.id);
+  ++routes_[entry.row.route].awaiting;
+  expiring_.emplace(entry.expires + kLateReport, entry.row.id);
 }
 
 void Outbox::TakeFromQueue(Entry& entry) {
@@ -378,9 +393,9 @@ void Outbox::TakeFromQueue(Entry& entry) {
 }
 
 void Outbox::Forget(std::int64_t id) {
-  awaiting_.erase(id);
   const auto place = entries_.find(id);
   if (place == entries_.end()) return;
+  if (awaiting_.erase(id) != 0) --routes_[place->second.row.route].awaiting;
   expiring_.erase({place->second.expires + kLateReport, id});
   entries_.erase(place);
 }

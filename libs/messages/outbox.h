@@ -53,6 +53,10 @@ class Outbox {
   void GoOnWithoutStore() { without_store_ = true; }
   /// Whether messages may go out: the earlier ones and the keys are known, or cannot be.
   [[nodiscard]] bool ready() const { return loaded_ || without_store_; }
+  /// Whether all that was stored is known.
+  [[nodiscard]] bool loaded() const { return loaded_; }
+  /// Every route that has been used, or of which something was loaded.
+  [[nodiscard]] std::vector<std::string> Routes() const;
   /// Writes every row again, after the store was created again.
   void WriteAgain();
 
@@ -61,6 +65,8 @@ class Outbox {
   /// Queues a message for each receiver; nullptr: kMaxWaiting wait already. With a key it is queued
   /// in the first call of Tick in which the outbox is ready.
   [[nodiscard]] std::shared_ptr<const OutboxJob> Add(NewJob job, const Now& now);
+  /// Whether a report about a message of this route is outstanding.
+  [[nodiscard]] bool AwaitsReport(const std::string& route) const;
   /// Messages of a route that wait, the one in transfer included.
   [[nodiscard]] std::size_t Waiting(const std::string& route) const;
   [[nodiscard]] std::size_t waiting() const { return waiting_; }
@@ -146,6 +152,7 @@ class Outbox {
   void End(std::int64_t id, OutgoingState state, int error_id, const std::string& reason,
            const Now& now);
   void TakeFromQueue(Entry& entry);
+  void AwaitReport(const Entry& entry);
   void Forget(std::int64_t id);
   void StopTransfer(Entry& entry);
   Outgoing Row(Entry& entry, const Now& now) const;

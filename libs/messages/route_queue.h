@@ -38,7 +38,8 @@ class RouteQueue {
   /// A new message deserves an attempt soon, however long the route has been failing.
   void Shorten(SteadyTime now);
 
-  std::size_t waiting = 0;  ///< messages that wait, the one in transfer included
+  std::size_t waiting = 0;   ///< messages that wait, the one in transfer included
+  std::size_t awaiting = 0;  ///< messages that were sent and whose report is outstanding
 
  private:
   using Turn = std::pair<bool, std::int64_t>;  // not urgent, number
