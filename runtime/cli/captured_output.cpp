@@ -56,7 +56,7 @@ std::string CapturedOutput::Tail() {
   const ssize_t count = pread(file_.get(), text.data(), text.size(), begin);
   text.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
   if (size > kMaximum) {
-    // Output between the two calls is lost: it would be above the lines that are shown.
+    // Output between these calls is lost; a program that has printed so much soon prints more.
     if (ftruncate(file_.get(), 0) == 0 && write(file_.get(), text.data(), text.size()) < 0)
       text.clear();
   }

@@ -123,7 +123,7 @@ ErrorQueue& Queue() {
 constexpr std::array kCrashes{SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL};
 std::array<struct sigaction, kCrashes.size()> former_actions{};
 
-/// Lets the thread write what explains the crash, and then has the former handler act.
+/// Lets the thread write what explains the crash, and then restores the former handler.
 extern "C" void OnCrash(int signal, siginfo_t* info, void* /*context*/) {
   for (int i = 0; i < kCrashWaits && Queue().pending() != 0; ++i) {
     const timespec wait{0, kCrashWait};

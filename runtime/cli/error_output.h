@@ -20,8 +20,8 @@ void WriteError(std::string lines, Importance importance = Importance::kHigh);
 
 /// From now on a thread writes, so that a slow reader of the log holds nobody up. The queue holds
 /// 1 MiB, and a quarter more for important lines. Lines that do not fit are dropped and counted;
-/// `notice` makes a line of the count, which is written in their place. When the process aborts or
-/// crashes, it first gives the thread up to a second to write what is queued.
+/// `notice` turns the count into a line, which is written in their place. When the process aborts
+/// or crashes, it first gives the thread up to a second to write what is queued.
 void StartErrorQueue(std::function<std::string(std::uint64_t)> notice);
 
 /// How long the command waits for a reader of standard error.

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// corvane: runs control programs, and has the other tools that an engineer needs for them.
+// corvane: runs control programs, and offers the other tools that an engineer needs for them.
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -40,7 +40,7 @@ int Main(int argc, char** argv) {
       "corvane");
   app.footer(
       "Example: corvane run disk_watch.lua\n\n"
-      "Each subcommand has a --help of its own.");
+      "Each subcommand has its own --help.");
   app.set_version_flag("--version", "corvane " CORVANE_VERSION);
   app.require_subcommand(0, 1);
   corvane::cli::Action action;

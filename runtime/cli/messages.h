@@ -7,8 +7,8 @@
 
 namespace corvane::cli {
 
-/// A message that quotes what a user gave. One that is too long is cut to its beginning and its
-/// end, which says what to do. Printable.
+/// Makes a message that quotes user input printable. A long one is cut to its beginning and its
+/// end, which says what to do.
 [[nodiscard]] std::string PrintableMessage(std::string_view message);
 
 /// Prints "corvane: " and the message on standard error, as one line.

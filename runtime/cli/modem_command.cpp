@@ -124,7 +124,7 @@ bool RunModem(const ModemCommandOptions& options) {
 }
 
 int Modem(const ModemCommandOptions& options) {
-  std::signal(SIGTTIN, SIG_IGN);  // in a terminal's background, the console just ends
+  std::signal(SIGTTIN, SIG_IGN);  // in the background of a terminal, only the console ends
   SetUpLog(options.trace ? "trace" : "warning");
   try {
     if (RunModem(options)) return kSuccess;
@@ -184,7 +184,7 @@ void AddModemCommand(CLI::App& app, Action& action) {
       ->check(OneOf({"0", "1200", "2400", "4800", "9600", "19200", "38400", "57600", "115200",
                      "230400", "460800", "921600"}))
       ->capture_default_str();
-  command->add_option("--quirk", options->quirks, "Behave like a certain modem; repeatable")
+  command->add_option("--quirk", options->quirks, "Imitate an oddity of some modems; repeatable")
       ->expected(1)
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
       ->check(CheckQuirk);

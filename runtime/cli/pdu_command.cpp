@@ -26,7 +26,6 @@
 #include "runtime/cli/messages.h"
 #include "runtime/cli/pdu_input.h"
 #include "runtime/cli/standard_reading.h"
-#include "share/date_time.h"
 
 namespace corvane::cli {
 namespace {
@@ -229,9 +228,10 @@ const char* Refusal(int status, const std::string& number) {
 int Encode(const std::string& text, const std::string& number, bool json) {
   SetUpLog("warning");
   if (number.find_first_not_of("0123456789") != number.npos) {
-    PrintError(fmt::format(
-        "note: SEND_SMS accepts digits only in a number; the other characters in '{}' spoil it",
-        number));
+    PrintError(
+        fmt::format("note: a number for SEND_SMS has digits only; the other characters in '{}' "
+                    "make it another number",
+                    number));
   }
   if (text.empty()) {
     PrintError("note: an empty text has no PDU; SEND_SMS sends nothing");
@@ -308,7 +308,7 @@ void AddPduCommand(CLI::App& app, Action& action) {
   command->require_subcommand(1);
   command->footer(
       "Example: corvane pdu encode --to 15550101234 \"Boiler 2: pressure low\"\n\n"
-      "Each subcommand has a --help of its own.");
+      "Each subcommand has its own --help.");
   AddDecodeCommand(*command, action);
   AddEncodeCommand(*command, action);
 }

@@ -65,7 +65,7 @@ std::string CheckProgram(const std::string& path) {
 /// Whether `device` cannot be a serial line. A device that is missing, or cannot be opened now, may
 /// be usable later: the ports wait for it. It is not opened to find out more, since that would
 /// raise and drop the line's signals, which restarts some modems.
-bool IsNoSerialDevice(const std::string& device) {
+bool IsNotASerialDevice(const std::string& device) {
   struct stat status {};
   if (stat(device.c_str(), &status) != 0) return false;
   constexpr unsigned kMemoryDevices = 1;  // null, zero, random ..., on every Linux
@@ -76,7 +76,7 @@ bool IsNoSerialDevice(const std::string& device) {
 void CheckModems(const std::vector<std::string>& modems) {
   try {
     for (const ModemTarget& target : ParseModemTargets(modems)) {
-      if (IsNoSerialDevice(target.device)) {
+      if (IsNotASerialDevice(target.device)) {
         throw ModemTargetError(target.device +
                                " is not a serial device; write a device such as /dev/ttyUSB0");
       }
@@ -125,13 +125,13 @@ int RunProgram(const RunOptions& options, Scan& scan, WatchView* view) {
   return program.stop_status().value_or(kSuccess);
 }
 
-/// Prints an error in the program, a message and the lines of a traceback; returns the exit status.
+/// Prints an error in the program, its message and traceback; returns the exit status.
 int Fail(const LuaError& error) {
   WriteError(fmt::format("corvane: {}\n", Printable(error.what(), "\n\t")));
   return dynamic_cast<const UnusableProgram*>(&error) != nullptr ? kUsage : kProgramFailed;
 }
 
-/// Loads the program and prints whether it could run; runs no cycle and opens no modem port.
+/// Loads the program and prints whether it could run, without a cycle and without modem ports.
 int Check(const RunOptions& options) {
   SetUpLog(options.log_level);
   const auto addins = LoadAddins(options.addins);
@@ -160,7 +160,7 @@ int Run(const RunOptions& options) {
   }
   SystemScanClock clock(hangup);  // from here on the key q, which sends a signal, ends properly
   SetUpLog(options.log_level);
-  // Output to a file or a pipe is written line by line, too, and a failing program loses none.
+  // Output to a file or a pipe is written line by line, too, so a failing program loses none of it.
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
   const auto addins = LoadAddins(options.addins);
   const ModemPortDriver modems(ParseModemTargets(options.modems), TheScanLock(),

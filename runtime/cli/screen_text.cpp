@@ -13,7 +13,7 @@ namespace {
 
 constexpr char32_t kJoiner = 0x200d;  // ZERO WIDTH JOINER: the next character belongs to this one
 constexpr char32_t kEmojiVariation = 0xfe0f;  // VARIATION SELECTOR-16
-constexpr int kMarks = 8;  // that a character may carry; more would hide a whole row of octets
+constexpr int kMarks = 8;                     // that a character may carry
 
 /// wcwidth depends on the locale of the thread: C.UTF-8 while this lives.
 class Utf8Widths {
@@ -60,7 +60,7 @@ std::string WithoutSequences(std::string_view text) {
   return plain;
 }
 
-/// Characters that change the direction of writing: a row would not read as it is.
+/// Characters that change the direction of writing: with them, a row would show another text.
 bool ChangesDirection(char32_t character) {
   return character == 0x200e || character == 0x200f || character == 0x061c ||
          (character >= 0x202a && character <= 0x202e) ||

@@ -8,12 +8,14 @@
 
 #include "libs/base/printable.h"
 #include "libs/gsm/pdu.h"
+#include "share/date_time.h"
 
 namespace corvane::cli {
 namespace {
 
 constexpr std::uint8_t kTypeMask = 0x03;
 constexpr std::uint8_t kHeaderIndicator = 0x40;
+constexpr const char* kReserved = "reserved";
 
 /// The fields up to the sender's address, which READ_SMS treats by their numbers.
 struct Beginning {
@@ -149,9 +151,7 @@ void AddTextCauses(const Beginning& beginning, const gsm::DeliverPdu& pdu,
 std::optional<std::string> IsoTime(std::int64_t file_time) {
   using namespace std::chrono;
   if (file_time == 0) return std::nullopt;
-  constexpr std::int64_t kTicksPerSecond = 10'000'000;
-  constexpr std::int64_t kSecondsFrom1601To1970 = 11'644'473'600;
-  const sys_seconds time{seconds{file_time / kTicksPerSecond - kSecondsFrom1601To1970}};
+  const sys_seconds time{seconds{file_time / kTicksPerSecond - kUnixEpochSeconds}};
   const auto day = floor<days>(time);
   const year_month_day date{day};
   const hh_mm_ss clock{time - day};
@@ -165,7 +165,7 @@ StandardReading ReadByStandard(gsm::OctetSpan pdu) {
     case 0x00: return ReadDeliver(pdu);
     case 0x01: return ReadSubmit(pdu);
     case 0x02: return ReadReport(pdu);
-    default: return {.kind = "reserved", .problem = "its message type is reserved"};
+    default: return {.kind = kReserved, .problem = "its message type is reserved"};
   }
 }
 
@@ -193,7 +193,8 @@ std::vector<std::string> Causes(gsm::OctetSpan octets) {
   gsm::DeliverPdu pdu;
   const auto result = gsm::DecodeDeliver(octets, pdu);
   if (result.error == gsm::PduError::kBadType && beginning.complete) {
-    causes.push_back(fmt::format("It is a {}.", ReadByStandard(octets).kind));
+    const std::string kind = ReadByStandard(octets).kind;
+    if (kind != kReserved) causes.push_back(fmt::format("It is a {}.", kind));
     return causes;
   }
   if (!IsReadable(result)) return causes;

@@ -15,7 +15,7 @@ namespace corvane::cli {
 
 /// What the standard reads. Fields that a PDU of its kind does not have are empty.
 struct StandardReading {
-  std::string kind = {};    ///< "message", "status report", "message to the network"
+  std::string kind = {};    ///< "message", "status report", "message to the network", "reserved"
   std::string number = {};  ///< the sender, or the receiver
   std::string time = {};    ///< local to the service centre: "2026-01-31T12:00:00+01:00"
   std::optional<gsm::Concatenation> part = {};

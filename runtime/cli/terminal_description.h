@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the terminal's type understands, from terminfo. Threads: values, once made.
+// What the terminal's type understands, from terminfo. Threads: any, once made.
 #pragma once
 
 #include <optional>

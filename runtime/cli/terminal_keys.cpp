@@ -11,10 +11,6 @@ namespace {
 constexpr char kEsc = '\x1b';
 constexpr std::size_t kLongestSequence = 32;  // octets; no key sends a longer sequence
 
-bool BeginsWith(std::string_view text, std::string_view beginning) {
-  return text.substr(0, beginning.size()) == beginning;
-}
-
 /// The length in octets of the sequence at the start of `text`, which begins with Esc; 0: not
 /// complete.
 std::size_t SequenceLength(std::string_view text) {
@@ -78,7 +74,7 @@ std::vector<KeyPress> KeyDecoder::TimeOut() {
 /// more are needed.
 std::size_t KeyDecoder::Next(std::vector<KeyPress>& keys) const {
   for (const KeySequence& sequence : sequences_) {
-    if (!BeginsWith(rest_, sequence.octets)) continue;
+    if (!rest_.starts_with(sequence.octets)) continue;
     keys.push_back({sequence.key, ""});
     return sequence.octets.size();
   }
@@ -101,7 +97,7 @@ std::size_t KeyDecoder::Next(std::vector<KeyPress>& keys) const {
 
 std::size_t KeyDecoder::NextSequence(std::vector<KeyPress>& keys) const {
   const bool beginning = std::any_of(sequences_.begin(), sequences_.end(),
-                                     [this](const auto& s) { return BeginsWith(s.octets, rest_); });
+                                     [this](const auto& s) { return s.octets.starts_with(rest_); });
   const std::size_t length = beginning ? 0 : SequenceLength(rest_);
   if (length == 1) keys.push_back({Key::kEscape, ""});
   return length;

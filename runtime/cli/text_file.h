@@ -9,7 +9,7 @@
 
 namespace corvane::cli {
 
-/// A file cannot be used; what() names the file and the reason.
+/// A file that cannot be used; what() names the file and the reason.
 class TextFileError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;

@@ -15,16 +15,16 @@ std::string KnownSubcommands(const CLI::App& command) {
   return fmt::format("{}", fmt::join(names, ", "));
 }
 
-/// The command line has a word that has no meaning.
+/// The command line has a word that means nothing there.
 std::string ExtraWord(const CLI::App& chosen, const std::string& word) {
   if (word.starts_with('-')) return fmt::format("there is no option {}", word);
   if (const std::string known = KnownSubcommands(chosen); !known.empty()) {
-    return fmt::format("'{}' is not a subcommand; known are {}", word, known);
+    return fmt::format("'{}' is not a subcommand; the subcommands are {}", word, known);
   }
   if (chosen.get_name() == "run") {
-    return fmt::format("'{}' is an extra word; words for the program go after --", word);
+    return fmt::format("'{}' is unexpected; words for the program go after --", word);
   }
-  return fmt::format("'{}' is an extra word; put a value with spaces in quotes", word);
+  return fmt::format("'{}' is unexpected; put a value with spaces in quotes", word);
 }
 
 /// Something required is missing.
@@ -37,7 +37,7 @@ std::string Missing(const CLI::App& app) {
   }
   const std::vector<std::string> extra = app.remaining(true);
   if (!extra.empty()) return ExtraWord(chosen, extra.front());
-  return fmt::format("a subcommand is missing; known are {}", KnownSubcommands(chosen));
+  return fmt::format("a subcommand is missing; the subcommands are {}", KnownSubcommands(chosen));
 }
 
 /// An option has too few or too many values. `what` begins with its name.

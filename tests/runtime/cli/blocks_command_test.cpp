@@ -47,7 +47,7 @@ TEST(BlocksCommand, OutputThatCannotBeWrittenIsAFailure) {
   EXPECT_EQ(result.err, "corvane: standard output could not be written in full\n");
 }
 
-TEST(BlocksCommand, AWrongAddinIsOneClearLine) {
+TEST(BlocksCommand, AWrongAddinIsReportedInOneLine) {
   const auto result = RunCommand({CORVANE, "blocks", "--addin", "/no/such.so"});
   EXPECT_EQ(result.status, 2);
   EXPECT_EQ(

@@ -100,7 +100,7 @@ TEST_F(ConfigFileTest, AQuoteWithinQuotesNeedsABackslash) {
   EXPECT_EQ(result.status, 0) << result.err;
 }
 
-TEST_F(ConfigFileTest, AnUnknownNameIsOneClearLineWithTheName) {
+TEST_F(ConfigFileTest, AnUnknownNameIsReportedInOneLineWithTheName) {
   ExpectUsageError(RunWith("cycles = 1\ncolour = red\n"),
                    "options.conf:2: there is no option 'colour'");
   ExpectUsageError(RunWith("c = 1\n"), "options.conf:1: there is no option 'c'");
@@ -108,12 +108,12 @@ TEST_F(ConfigFileTest, AnUnknownNameIsOneClearLineWithTheName) {
   ExpectUsageError(RunWith("a.b = 1\n"), "there is no option 'a.b'");
 }
 
-TEST_F(ConfigFileTest, ALineOfTheWrongFormIsOneClearLine) {
+TEST_F(ConfigFileTest, ALineOfTheWrongFormIsReportedInOneLine) {
   ExpectUsageError(RunWith("[run]\n"), "options.conf:1: '[run]' is not of the form name = value");
   ExpectUsageError(RunWith("cycles\n"), "'cycles' is not of the form name = value");
 }
 
-TEST_F(ConfigFileTest, AValueThatTheOptionRefusesIsOneClearLine) {
+TEST_F(ConfigFileTest, AValueThatTheOptionRefusesIsReportedInOneLine) {
   ExpectUsageError(RunWith("\ncycle = abc\n"), "options.conf:2: --cycle: 'abc' is not a duration");
   ExpectUsageError(RunWith("log-level = loud\n"), "--log-level");
   ExpectUsageError(RunWith("cycles =\n"), "--cycles");
@@ -130,7 +130,7 @@ TEST_F(ConfigFileTest, WhatBelongsOnTheCommandLineIsRefused) {
   }
 }
 
-TEST_F(ConfigFileTest, AFileThatCannotBeReadIsOneClearLine) {
+TEST_F(ConfigFileTest, AFileThatCannotBeReadIsReportedInOneLine) {
   const std::string program = Write("program.lua", "plc.stop()");
   for (const std::string& path : {std::string("/no/such.conf"), folder_.path().string()}) {
     ExpectUsageError(test_support::RunCommand({CORVANE, "run", program, "--config", path}),
@@ -138,14 +138,14 @@ TEST_F(ConfigFileTest, AFileThatCannotBeReadIsOneClearLine) {
   }
 }
 
-TEST_F(ConfigFileTest, AnEmptyNameIsOneClearLine) {
+TEST_F(ConfigFileTest, AnEmptyNameIsReportedInOneLine) {
   const std::string program = Write("program.lua", "plc.stop()");
   ExpectUsageError(test_support::RunCommand({CORVANE, "run", program, "--config", ""}),
                    "--config: its value is empty; give one, or leave the option out");
   ExpectUsageError(RunWith("addin =\n"), "options.conf:1: --addin: its value is empty");
 }
 
-TEST_F(ConfigFileTest, AFileThatIsNotTextOrIsEndlessIsOneClearLine) {
+TEST_F(ConfigFileTest, AFileThatIsNotTextOrIsEndlessIsReportedInOneLine) {
   const std::string program = Write("program.lua", "plc.stop()");
   ExpectUsageError(test_support::RunCommand({CORVANE, "run", program, "--config", "/dev/zero"}),
                    "configuration /dev/zero is not a text file");

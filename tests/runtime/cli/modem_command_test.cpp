@@ -113,7 +113,7 @@ TEST_F(ModemCommandTest, ReadsAScenarioFromAPipe) {
   EXPECT_THAT(result.out, StartsWith("ready tcp="));
 }
 
-TEST_F(ModemCommandTest, RefusesSenselessOptions) {
+TEST_F(ModemCommandTest, RefusesInvalidOptions) {
   ExpectUsageError(Run({"--store-size", "0"}), "--store-size");
   ExpectUsageError(Run({"--store-size", "10001"}), "--store-size");
   for (const std::string name : {"--link", "--tcp", "--scenario"}) {

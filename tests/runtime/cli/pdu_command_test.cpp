@@ -279,7 +279,7 @@ TEST(PduEncode, ToANumberThatSendSmsRefusesPrintsNoPdu) {
 TEST(PduEncode, WarnsAboutANumberWithOtherCharactersThanDigits) {
   const auto result = Pdu({"encode", "--to", "+4917112345", "Hello"});
   EXPECT_EQ(result.status, 0);
-  EXPECT_THAT(result.err, HasSubstr("digits only"));
+  EXPECT_THAT(result.err, HasSubstr("has digits only; the other characters in '+4917112345'"));
   EXPECT_THAT(result.out, testing::StartsWith("0001000B91"));
 }
 

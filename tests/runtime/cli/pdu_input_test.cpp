@@ -55,7 +55,7 @@ TEST(PduInput, AHeaderWithoutAPduHasNoDigits) {
               ElementsAre("|+CMGL: 1,1,,24|24", "waiting: +CMGL: 2,1,,25"));
 }
 
-TEST(LinesOf, PutsAHeaderThatTheShellHasSplitTogether) {
+TEST(LinesOf, JoinsAHeaderThatTheShellHasSplit) {
   EXPECT_THAT(LinesOf({"+CMGL:", "1,1,,24", "0011"}), ElementsAre("+CMGL: 1,1,,24", "0011"));
   EXPECT_THAT(LinesOf({"+CMGL:"}), ElementsAre("+CMGL: "));
 }

@@ -71,7 +71,7 @@ TEST_F(RunTest, HasTheBlocksOfTheAddin) {
   EXPECT_EQ(result.out, "hello\n");
 }
 
-TEST_F(RunTest, AMissingProgramIsOneClearLine) {
+TEST_F(RunTest, AMissingProgramIsReportedInOneLine) {
   ExpectUsageError(RunWords({"/no/such/program.lua"}),
                    "program '/no/such/program.lua' does not exist");
 }
@@ -80,7 +80,7 @@ TEST_F(RunTest, AFolderIsNotAProgram) {
   ExpectUsageError(RunWords({folder_.path().string()}), "is a folder, not a control program");
 }
 
-TEST_F(RunTest, AnUnreadableProgramIsOneClearLine) {
+TEST_F(RunTest, AnUnreadableProgramIsReportedInOneLine) {
   const std::string path = Path("loop.lua");
   // A link to itself cannot be read, not even by root.
   ASSERT_EQ(symlink(path.c_str(), path.c_str()), 0);
@@ -110,18 +110,18 @@ TEST_F(RunTest, AnErrorInCycleGivesTracebackAndStatus1AndLosesNoOutput) {
   EXPECT_THAT(result.err, HasSubstr("1 cycles"));
 }
 
-TEST_F(RunTest, AMissingAddinIsOneClearLine) {
+TEST_F(RunTest, AMissingAddinIsReportedInOneLine) {
   ExpectUsageError(RunWords({Write("plc.stop()"), "--addin", "/no/such.so"}),
                    "add-in /no/such.so does not exist");
 }
 
-TEST_F(RunTest, AnAddinThatIsNotALibraryIsOneClearLine) {
+TEST_F(RunTest, AnAddinThatIsNotALibraryIsReportedInOneLine) {
   std::ofstream(Path("text.so")) << "text";
   ExpectUsageError(RunWords({Write("plc.stop()"), "--addin", Path("text.so")}),
                    "cannot load add-in");
 }
 
-TEST_F(RunTest, AnAddinThatIsNotAFileIsOneClearLineAndNothingHangs) {
+TEST_F(RunTest, AnAddinThatIsNotAFileIsReportedInOneLineAndNothingHangs) {
   ASSERT_EQ(mkfifo(Path("pipe").c_str(), 0600), 0);
   for (const std::string& path :
        {Path("pipe"), folder_.path().string(), std::string("/dev/null")}) {
@@ -129,7 +129,7 @@ TEST_F(RunTest, AnAddinThatIsNotAFileIsOneClearLineAndNothingHangs) {
   }
 }
 
-TEST_F(RunTest, AnAddinThatIsGivenTwiceIsOneClearLine) {
+TEST_F(RunTest, AnAddinThatIsGivenTwiceIsReportedInOneLine) {
   const std::string link = Path("link.so");
   ASSERT_EQ(symlink(ADDIN_FILE, link.c_str()), 0);
   for (const std::string& again : {std::string(ADDIN_FILE), link}) {
@@ -138,7 +138,7 @@ TEST_F(RunTest, AnAddinThatIsGivenTwiceIsOneClearLine) {
   }
 }
 
-TEST_F(RunTest, AnAddinWithoutInitAddinIsOneClearLine) {
+TEST_F(RunTest, AnAddinWithoutInitAddinIsReportedInOneLine) {
   ExpectUsageError(RunWords({Write("plc.stop()"), "--addin", LIBRARY_FILE}), "it has no InitAddin");
 }
 
@@ -148,7 +148,7 @@ TEST_F(RunTest, TheAddinCanBeNamed) {
   EXPECT_EQ(result.out, "true\n");
 }
 
-TEST_F(RunTest, UnknownOptionsAndWrongValuesAreOneClearLineEach) {
+TEST_F(RunTest, UnknownOptionsAndWrongValuesAreReportedInOneLineEach) {
   const std::string program = Write("plc.stop()");
   ExpectUsageError(RunWords({program, "--colour"}), "--colour");
   ExpectUsageError(RunWords({program, "--cycle", "abc"}), "'abc' is not a duration");
@@ -223,8 +223,8 @@ TEST_F(RunTest, CheckSaysWhatIsWrong) {
 TEST_F(RunTest, ASecondProgramIsAnErrorThatSaysWhereWordsGo) {
   const std::string program = Write("plc.stop()");
   ExpectUsageError(RunWords({program, program}),
-                   "program.lua' is an extra word; words for the program go after --");
-  ExpectUsageError(RunWords({program, "word", "--", "word"}), "'word' is an extra word");
+                   "program.lua' is unexpected; words for the program go after --");
+  ExpectUsageError(RunWords({program, "word", "--", "word"}), "'word' is unexpected");
 }
 
 TEST_F(RunTest, CheckOfAProgramThatStopsWhileItLoadsIsOk) {

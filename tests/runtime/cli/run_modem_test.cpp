@@ -30,8 +30,8 @@ void SayOk(ModemPeer& peer, const std::string& request) {
 class RunModemTest : public testing::Test {
  protected:
   RunModemTest() {
-    setenv("XDG_STATE_HOME", folder_.path().c_str(), 1);
-  }  // the commands inherit it
+    setenv("XDG_STATE_HOME", folder_.path().c_str(), 1);  // the commands inherit it
+  }
 
   std::vector<std::string> Words(const std::string& program,
                                  const std::vector<std::string>& options) const {

@@ -119,6 +119,9 @@ TEST(ReadByStandard, RecognizesWhatIsNotAMessageFromTheNetwork) {
   EXPECT_THAT(Causes(pdu.ToOctets()), ElementsAre("It is a status report."));
   pdu.first_octet = 0x01;
   EXPECT_EQ(ReadByStandard(pdu.ToOctets()).kind, "message to the network");
+  pdu.first_octet = 0x03;
+  EXPECT_EQ(ReadByStandard(pdu.ToOctets()).kind, "reserved");
+  EXPECT_THAT(Causes(pdu.ToOctets()), IsEmpty()) << "the problem says it";
 }
 
 TEST(ReadByStandard, SaysWhereAPduIsCutOff) {

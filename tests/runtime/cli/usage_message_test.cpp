@@ -46,7 +46,7 @@ TEST(UsageMessage, ForAValueThatTheOptionDoesNotHave) {
 
 TEST(UsageMessage, ForAWordTooMany) {
   Expect({"modem", "foo"},
-         "'foo' is an extra word; put a value with spaces in quotes (try corvane modem --help)");
+         "'foo' is unexpected; put a value with spaces in quotes (try corvane modem --help)");
   Expect({"blocks", "--colour"}, "there is no option --colour (try corvane blocks --help)");
   Expect({"pdu", "decode", "--xml"}, "there is no option --xml (try corvane pdu decode --help)");
 }
@@ -60,10 +60,12 @@ TEST(UsageMessage, ForAMissingWord) {
 TEST(UsageMessage, ForASubcommand) {
   Expect({}, "a subcommand is missing (try corvane --help)");
   Expect({"fly"},
-         "'fly' is not a subcommand; known are run, blocks, modem, pdu (try corvane --help)");
-  Expect({"pdu"}, "a subcommand is missing; known are decode, encode (try corvane pdu --help)");
+         "'fly' is not a subcommand; the subcommands are run, blocks, modem, pdu (try corvane "
+         "--help)");
+  Expect({"pdu"},
+         "a subcommand is missing; the subcommands are decode, encode (try corvane pdu --help)");
   Expect({"pdu", "fly"},
-         "'fly' is not a subcommand; known are decode, encode (try corvane pdu --help)");
+         "'fly' is not a subcommand; the subcommands are decode, encode (try corvane pdu --help)");
 }
 
 }  // namespace

@@ -112,7 +112,7 @@ TEST_F(WatchPageTest, MovesByLinesPagesAndToTheEnds) {
   EXPECT_THAT(SmallRows().back(), HasSubstr("lines 33 to 40 of 40"));
   Press(Key::kUp);
   EXPECT_THAT(SmallRows().back(), HasSubstr("lines 32 to 39 of 40"))
-      << "not the key that went past";
+      << "a key that went past the end does not count";
   Press(Key::kHome);
   Press(Key::kUp);
   EXPECT_THAT(SmallRows().back(), HasSubstr("lines 1 to 8 of 40"));
@@ -149,7 +149,7 @@ TEST_F(WatchPageTest, EscWhileTypingShowsAllAgain) {
   EXPECT_EQ(page_.Press({Key::kText, "q"}), WatchPage::Wish::kEnd);
 }
 
-TEST_F(WatchPageTest, AFilterIsEditedByCharactersAndHasAnEnd) {
+TEST_F(WatchPageTest, AFilterIsEditedByCharactersAndIsBounded) {
   Type("/");
   static_cast<void>(page_.Press({Key::kText, "水"}));
   Press(Key::kBackspace);

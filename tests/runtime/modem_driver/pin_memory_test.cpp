@@ -23,7 +23,7 @@ constexpr PinEnd kRefused = PinEnd::kRefused;
 
 class PinMemoryTest : public testing::Test {
  protected:
-  /// The file as it is.
+  /// The content of the file.
   [[nodiscard]] std::string Content() const {
     std::ostringstream text;
     text << std::ifstream(folder_.path() / "refused-pins").rdbuf();

@@ -26,7 +26,7 @@ struct SimCard {
   std::string pin = "1234";
   int tries = 3;
   bool open = false;
-  bool tells_tries = false;
+  bool reports_tries = false;
   bool answers_pin = true;  // false: the power fails before the answer
   std::string asks_for = "SIM PIN";
   std::string number_answer = "ERROR";  // to AT+CCID
@@ -45,7 +45,7 @@ struct SimCard {
     }
     if (request == "AT+CPINR=\"SIM PIN\"\r") {
       const std::string left = "+CPINR: SIM PIN," + std::to_string(tries) + ",3\r\n\r\nOK\r\n";
-      return "\r\n" + (tells_tries ? left : "ERROR\r\n");
+      return "\r\n" + (reports_tries ? left : "ERROR\r\n");
     }
     if (request == "AT+CCID\r") return "\r\n" + number_answer + "\r\n\r\nOK\r\n";
     if (request.starts_with("AT+CRSM=") || request.starts_with("AT+UNKNOWN")) {
@@ -109,7 +109,7 @@ class SimPinTest : public testing::Test {
   SimCard card_;
 };
 
-TEST_F(SimPinTest, ARightPinNeedsNoOtherCommandThanBefore) {
+TEST_F(SimPinTest, ARightPinIsSentAfterASingleQuery) {
   Run({"AT+CPIN=1234"}, 1);
   EXPECT_THAT(card_.requests, ElementsAre("ATE0V1\r", "AT+CPIN?\r", "AT+CPIN=1234\r"));
 }
@@ -166,7 +166,7 @@ TEST_F(SimPinTest, APinWhoseAnswerIsLostCountsAsWrongUnlessTheCardSaysOtherwise)
   EXPECT_EQ(card_.pins.size(), 1u);
   device_ = "/dev/other";
   card_ = SimCard{};  // the modem reports how many tries are left
-  card_.tells_tries = true;
+  card_.reports_tries = true;
   card_.number_answer = "+CCID: 8949020000123456789";
   card_.answers_pin = false;
   card_.pin = "other";
@@ -179,7 +179,7 @@ TEST_F(SimPinTest, APinWhoseAnswerIsLostCountsAsWrongUnlessTheCardSaysOtherwise)
   EXPECT_TRUE(card_.open);
 }
 
-TEST_F(SimPinTest, APinThatHasOpenedTheCardWithoutAnAnswerIsARightOne) {
+TEST_F(SimPinTest, APinThatHasOpenedTheCardWithoutAnAnswerIsRight) {
   card_.answers_pin = false;
   Run({"AT+CPIN=1234"}, 1);
   ASSERT_TRUE(card_.open);
@@ -193,7 +193,7 @@ TEST_F(SimPinTest, APinThatHasOpenedTheCardWithoutAnAnswerIsARightOne) {
 
 TEST_F(SimPinTest, TheLastTryIsLeftToPeople) {
   test_support::TakeLog();
-  card_.tells_tries = true;
+  card_.reports_tries = true;
   for (const std::string wrong : {"9999", "8888"}) Run({"AT+CPIN=" + wrong}, 1);
   test_support::TakeLog();
   Run({"AT+CPIN=1234"}, 1);
