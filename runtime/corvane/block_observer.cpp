@@ -74,7 +74,7 @@ class NameSearch {
   }
 
   static constexpr int kDepth = 4;
-  static constexpr std::size_t kValues = 1000;  // do not stop a program with a big table
+  static constexpr std::size_t kValues = 1000;  // a big table must not stop the program
   lua_State* L_;
   Names& names_;
   std::set<const void*> seen_;
@@ -104,7 +104,7 @@ void Descend(lua_State* L, const char* key) {
   lua_remove(L, -2);
 }
 
-/// What TYPES.StandardFB says of a type; nothing if the program has overwritten it.
+/// What TYPES.StandardFB says about a type; nothing if the program has overwritten it.
 std::vector<Declaration> Declarations(lua_State* L, const std::string& type) {
   std::vector<Declaration> declarations;
   lua_pushglobaltable(L);
@@ -128,8 +128,8 @@ std::vector<Declaration> Declarations(lua_State* L, const std::string& type) {
   return declarations;
 }
 
-/// A text in quotation marks, cut if it is too long to look at: otherwise a program's longest texts
-/// would each cost its cycle a copy.
+/// A text in quotation marks, cut if nobody would read it to its end: copying a program's longest
+/// texts would take time from its cycle.
 std::string Quoted(std::string_view text) {
   if (text.size() <= VariableState::kMaximumValue - 2) return fmt::format("'{}'", text);
   return fmt::format("'{}...", text.substr(0, VariableState::kMaximumValue - 4));
@@ -163,7 +163,7 @@ std::string ValueText(lua_State* L, const std::string& type, const Declaration& 
   return quoted ? Quoted({text, length}) : NumberText(type, declaration.name, number, text);
 }
 
-/// The registered type of the block on top; empty if the value is not a block, or no longer one.
+/// The registered type of the block on top; empty if the value is not a block, or no longer is one.
 std::string TypeOf(lua_State* L) {
   for (const StLibrary& library : RegisteredStLibraries()) {
     if (luaL_testudata(L, -1, library.name.c_str()) != nullptr) return library.name;

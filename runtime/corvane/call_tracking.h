@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Where a program is: in which block, and from which line it was called. Kept up to date by the
-// thread that runs the Lua state, for one program at a time; any thread may look.
+// thread that runs the Lua state, for one program at a time; any thread may read it.
 #pragma once
 
 #include <lua.hpp>
@@ -31,8 +31,8 @@ void StartCycle();
 [[nodiscard]] std::optional<TrackedCall> CurrentCall();
 
 /// Records that the program is now in a call that may take long. Not a scope: a Lua error leaves a
-/// call without running destructors. A call that is left so counts as ended when the next cycle
-/// begins.
+/// call without running destructors. A call that is left that way counts as ended when the next
+/// cycle begins.
 /// @param what a text that lives as long as the process
 /// @return for LeaveCall
 [[nodiscard]] const char* EnterCall(lua_State* L, const char* what);

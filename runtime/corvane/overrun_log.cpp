@@ -18,8 +18,7 @@ void OverrunLog::Note(std::uint64_t number, ScanClock::TimePoint now, Nanosecond
   } else {
     spdlog::warn(
         "{} more overruns since the last such line; the longest cycle ended {} after its start was "
-        "due; "
-        "the period is {}",
+        "due; the period is {}",
         count_, FormatDuration(longest_), FormatDuration(period));
   }
   logged_ = now;

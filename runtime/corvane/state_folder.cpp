@@ -58,7 +58,7 @@ fs::path StateFolder(const fs::path& program) {
     return folders.substr(0, folders.find(':'));
   }
   fs::path base = Environment("XDG_STATE_HOME");
-  if (!base.is_absolute()) {  // as the XDG base directory specification wants
+  if (!base.is_absolute()) {  // as the XDG base directory specification requires
     base = Home();
     if (base.empty()) return {};
     base = base / ".local" / "state";

@@ -33,7 +33,7 @@ void PushTrackedBlocks(lua_State* L) {
 }
 
 void RefuseBlocks(lua_State* L) {
-  // Protected, since nothing around it is at the end of a program. It fails only without memory.
+  // At the end of a program, no caller is in protected mode. It fails only without memory.
   lua_pushcfunction(L, SetRefused);
   if (lua_pcall(L, 0, 0, 0) != LUA_OK) lua_pop(L, 1);
 }

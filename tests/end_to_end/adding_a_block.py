@@ -33,7 +33,7 @@ with tempfile.TemporaryDirectory() as folder:
             words += ["-DCMAKE_PREFIX_PATH=" + folder + "/usr", *options]
         printed = run(*words, cwd=folder)
         assert output in ("...\n", printed), (command, printed)
-    # It stood on what was installed, and on nothing of the project.
+    # It was built from what was installed, and from nothing of the project.
     [read] = pathlib.Path(folder, "counter_addin/build").rglob("counter_fb.cpp.o.d")
     names = read.read_text(encoding="utf-8").split()
     assert any(name.startswith(folder + "/usr/include/corvane/block/") for name in names), names

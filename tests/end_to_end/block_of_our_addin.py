@@ -70,7 +70,7 @@ def edit(name, before, after):
 
 
 def needed(check, lists):
-    """The check fails and names each of the lists; with their lines in, it passes."""
+    """The check fails and names each of the lists; with their lines added, it passes."""
     status, output = check()
     assert status != 0, "it passes without " + ", ".join(lists)
     for name, (before, after) in lists.items():

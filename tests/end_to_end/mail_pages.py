@@ -3,7 +3,7 @@
 """mail_pages.py PROJECT CORVANE: what docs/mail.md, docs/blocks/send_email.md and the mail part of docs/security.md
 show. Their programs and commands run with the guide's own relay, exim4 with the configuration shown, which
 passes the messages on to a provider: a mail server that insists on TLS and on its own password. Only names,
-ports and folders are replaced. What the guide says of failures is checked as well."""
+ports and folders are replaced. What the guide says about failures is checked as well."""
 import os
 import re
 import socket
@@ -262,7 +262,7 @@ end
 
 
 def the_alarm_does_not_flood():
-    """Servers that take it each time, and never confirm it as the block would like."""
+    """Servers that accept it each time, but never confirm it as the block expects."""
     alarm = replace(programs[1][0], "local pause, longest = 60, 3600", "local pause, longest = 0.01, 0.02")
 
     def confirm_in_two_lines(connection):
@@ -271,9 +271,9 @@ def the_alarm_does_not_flood():
     def close(connection):
         connection.shutdown(socket.SHUT_RDWR)
 
-    for confirm, copies, told in (confirm_in_two_lines, 1, "sent\n"), (close, 3, "not confirmed\n"):
+    for confirm, copies, printed in (confirm_in_two_lines, 1, "sent\n"), (close, 3, "not confirmed\n"):
         with mail_servers.Finicky(confirm) as server:
-            assert run(alarm, server.port) == told
+            assert run(alarm, server.port) == printed
             assert server.count == copies, server.count
 
 

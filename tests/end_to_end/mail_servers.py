@@ -95,8 +95,7 @@ class Sink(Server):
 
 
 class Finicky:
-    """Takes every message, `count` of them so far, and then answers as `confirm` says, a function that
-    gets the connection."""
+    """Accepts every message, `count` of them so far, and then calls `confirm` with the connection, to answer it."""
 
     def __init__(self, confirm):
         self.confirm, self.count = confirm, 0

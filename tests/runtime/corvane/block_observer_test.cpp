@@ -85,7 +85,7 @@ TEST_F(BlockObserverTest, ShowsWhatAStateMeans) {
   EXPECT_EQ(Value(blocks.at(2), "Error"), "0");
 }
 
-TEST_F(BlockObserverTest, CutsATextThatIsTooLongToBeLookedAt) {
+TEST_F(BlockObserverTest, CutsATextThatIsTooLongToBeRead) {
   BlockObserver observer(L());
   constexpr std::size_t kMaximum = corvane::VariableState::kMaximumValue;
   Run("fits = SEND_SMS.new{Message = ('x'):rep(1022)} long = SEND_SMS.new{Message = "

@@ -61,7 +61,7 @@ TEST(Utf16, InvalidUtf8BeyondTheBufferIsAlsoAFailure) {
   EXPECT_LT(Convert(std::string(3000, 'x') + "\xFF").result, -1);
 }
 
-TEST(Utf16, SenselessArgumentsAreAFailure) {
+TEST(Utf16, InvalidArgumentsAreAFailure) {
   unsigned char octet = 0;
   EXPECT_LT(convert_utf8_to_utf16(nullptr, 1, &octet, 1, 0), -1);
   EXPECT_LT(convert_utf8_to_utf16("a", 1, nullptr, 1, 0), -1);
