@@ -33,7 +33,7 @@ def main():
         print(f"{folder:40} {line:6.1f}% {branch:8.1f}%")
 
     missed = [
-        f"{folder}: {percent(sums[folder], kind):.1f} % of its {PLURALS[kind]}, required are {wanted} %"
+        f"{folder}: {percent(sums[folder], kind):.1f} % of its {PLURALS[kind]}, but {wanted} % is required"
         for folder, targets in TARGETS.items()
         for kind, wanted in targets.items()
         if not sums[folder] or percent(sums[folder], kind) < wanted

@@ -200,7 +200,7 @@ def use_packages(project, folder, packages):
     run("cp", os.path.dirname(__file__) + "/links.py", root + "/tmp")
     os.chroot(root)
     os.chdir("/tmp")
-    # Machines whose configuration excludes manual pages install these all the same.
+    # With the manual pages, even where the configuration of the machine excludes them.
     shell(pages.command("apt-get install ./") + " -o Dpkg::Options::=--path-include=/usr/share/*")
     install = ("dpkg", "--path-include=/usr/share/*", "-i")
     names = [str(path) for path in pathlib.Path("build/release/packages").iterdir()]

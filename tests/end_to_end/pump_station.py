@@ -40,7 +40,7 @@ MAIL = [
 ]
 
 
-def is_told(story, lines):
+def missing_in(story, lines):
     rest = iter(lines)
     for speaker, *texts in story:
         if not any(line.startswith(speaker) and all(text in line for text in texts) for line in rest):
@@ -110,8 +110,8 @@ with tempfile.TemporaryDirectory() as folder:
     left = os.listdir(folder)
 lines = result.stdout.splitlines()
 assert result.returncode == 0, result
-assert is_told(STORY, lines) == "", is_told(STORY, lines) + "\n" + result.stdout + result.stderr
-assert is_told(MAIL, lines) == "", is_told(MAIL, lines) + "\n" + result.stdout + result.stderr
+assert missing_in(STORY, lines) == "", missing_in(STORY, lines) + "\n" + result.stdout + result.stderr
+assert missing_in(MAIL, lines) == "", missing_in(MAIL, lines) + "\n" + result.stdout + result.stderr
 assert any("start_pump.sh: pump 2 is switched on" in line for line in lines), result.stdout
 assert sum("sent to +15550105678" in line for line in lines) == 1, "an alarm went out twice\n" + result.stdout
 assert left == [], left

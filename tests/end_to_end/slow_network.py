@@ -2,8 +2,8 @@
 # SPDX-License-Identifier: MIT
 """slow_network.py CORVANE: networks that confirm a message late, in real time and without any setting.
 
-SEND_SMS waits two seconds for a confirmation. Each message must go out once all the same, and be
-confirmed to the program, also the same text a second time.
+SEND_SMS waits two seconds for a confirmation. Each message must nevertheless go out exactly once and be
+confirmed to the program, even if the same text is sent twice.
 """
 import subprocess
 import sys

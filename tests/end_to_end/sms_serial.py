@@ -59,11 +59,11 @@ end
 FLOODED_SECONDS = 5
 FLOODED = f"""
 local reader = READ_SMS.new {{ Port = 1, Read = true }}
-local begin, told = plc.clock(), false
+local begin, printed = plc.clock(), false
 function cycle()
   reader()
-  if plc.clock() - begin > {FLOODED_SECONDS} and not told then
-    told = true
+  if plc.clock() - begin > {FLOODED_SECONDS} and not printed then
+    printed = true
     print("running")
   end
 end
@@ -204,7 +204,7 @@ def unplugging_loses_and_repeats_nothing(folder):
 
 
 def a_peer_that_never_pauses_does_not_hold_up_the_end(folder):
-    """Also through the name service, which the host name needs."""
+    """Its address is a host name, so the name service takes part, too."""
     with socket.create_server(("127.0.0.1", 0)) as server:
         def flood():
             connection = server.accept()[0]
@@ -233,9 +233,9 @@ def a_peer_that_never_pauses_does_not_hold_up_the_end(folder):
 def a_wrong_pin_does_not_lock_the_card(folder):
     link = folder + "/modem"
     modem = Modem("--link", link, "--pin", "4711")
-    for said in ("the PIN is not sent again", "has refused this PIN", "has refused this PIN", "has refused this PIN"):
+    for logged in ("the PIN is not sent again", "has refused this PIN", "has refused this PIN", "has refused this PIN"):
         program = run(folder, link, 1, "", settings="init=AT+CMEE=1;+CPIN=1111,", program=READER)  # a new start
-        program.wait_for_log(said)
+        program.wait_for_log(logged)
         assert "1111" not in "".join(program.log), program.log
         program.process.terminate()
         program.end()

@@ -182,7 +182,7 @@ LOG_LINE = TIME + r"(\w+) +(.*)$"
 
 def check_log(log, program, faults, failed_mails):
     complaints, logged = [], collections.Counter()  # how many mails, by the kind of line
-    told = collections.defaultdict(list)  # index in EXPLAINED -> [Event]
+    warned = collections.defaultdict(list)  # index in EXPLAINED -> [Event]
     # A shell, which writes piece by piece, may have begun a line that the log then continues.
     lines = [Event(event.time, line) for event in log
              for line in re.split(f"(?={TIME})", event.line) if line]
@@ -199,8 +199,8 @@ def check_log(log, program, faults, failed_mails):
             elif row is None:
                 complaints.append(f"no fault explains: {event.line}")
             else:
-                told[row].append(event)
-    for row, events in told.items():
+                warned[row].append(event)
+    for row, events in warned.items():
         complaints += check_warned(EXPLAINED[row], events, prolonged(faults, program))
     complaints += [f"{failed_mails} mails failed, but the log has the {what} of {logged[what]}"
                    for what in ("error", "name") if logged[what] != failed_mails]

@@ -65,9 +65,9 @@ class ModemFaults(Troublemaker):
         self.note(kind, start, start + seconds)
 
     def unplug(self):
-        start, behind = time.monotonic(), len(self.soak.modem.output)
+        start, lines = time.monotonic(), len(self.soak.modem.output)
         self.order(f"unplug {self.random.randint(50, 3000)}ms")
-        self.soak.modem.await_line("plugged in again", behind)
+        self.soak.modem.await_line("plugged in again", lines)
         self.note("unplugged", start, time.monotonic())
 
     def mute(self):

@@ -49,15 +49,15 @@ class Process:
         with self.saying:
             self.process.stdin.write(line + "\n")
 
-    def await_line(self, pattern, behind=0):
-        """The first line that begins with the pattern, after the first `behind` lines."""
+    def await_line(self, pattern, skip=0):
+        """The first line that begins with the pattern, after the first `skip` lines."""
         end = time.monotonic() + PATIENCE
         with self.said:
             while True:
-                for event in self.output[behind:]:
+                for event in self.output[skip:]:
                     if re.match(pattern, event.line):
                         return event.line
-                behind = len(self.output)
+                skip = len(self.output)
                 left = end - time.monotonic()
                 if left < 0 or self.process.poll() is not None:
                     log = [event.line for event in self.log[-20:]]

@@ -8,7 +8,7 @@ local RENEW_AFTER = 50 -- jobs of a block until a new one replaces it
 local LONGEST_TURN = 500 -- cycles for which a sender leaves the modem to READ_SMS
 local LONG_OUTPUT = 100000
 
-local function told(name)
+local function requested(name)
   local file = io.open(folder .. "/" .. name)
   if file then file:close() end
   return file ~= nil
@@ -188,11 +188,11 @@ function phases.registering()
 end
 
 function phases.waiting()
-  if told("go") then phase = "working" end
+  if requested("go") then phase = "working" end
 end
 
 function phases.working()
-  if plc.cycle % 20 == 0 and not refusing and told("finish") then phase = "finishing" end
+  if plc.cycle % 20 == 0 and not refusing and requested("finish") then phase = "finishing" end
 end
 
 function phases.finishing()
@@ -205,7 +205,7 @@ function phases.finishing()
 end
 
 function phases.finished()
-  if plc.cycle % 20 == 0 and told("quit") then plc.stop() end
+  if plc.cycle % 20 == 0 and requested("quit") then plc.stop() end
 end
 
 function cycle()

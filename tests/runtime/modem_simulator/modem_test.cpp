@@ -176,9 +176,9 @@ TEST_F(ModemTest, KeepsTheLatestOfTooManyIndications) {
   Modem modem(options, host_);
   Exchange(modem, host_, "ATE0+CNMI=0,1\r");
   for (int i = 0; i < 300; ++i) ASSERT_TRUE(modem.Receive("+1555", "x"));
-  const std::string told = Exchange(modem, host_, "AT+CNMI=2\r");
-  EXPECT_TRUE(told.starts_with("\r\nOK\r\n\r\n+CMTI: \"SM\",45\r\n")) << told.substr(0, 40);
-  EXPECT_TRUE(told.ends_with("\r\n+CMTI: \"SM\",300\r\n"));
+  const std::string announced = Exchange(modem, host_, "AT+CNMI=2\r");
+  EXPECT_TRUE(announced.starts_with("\r\nOK\r\n\r\n+CMTI: \"SM\",45\r\n")) << announced.substr(0, 40);
+  EXPECT_TRUE(announced.ends_with("\r\n+CMTI: \"SM\",300\r\n"));
 }
 
 TEST_F(ModemTest, PassesOnTheNextMessageWhenOneIsAcknowledged) {
