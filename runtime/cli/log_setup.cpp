@@ -12,7 +12,6 @@
 #include <memory>
 #include <mutex>
 #include <string_view>
-#include <utility>
 
 #include "libs/base/printable.h"
 #include "runtime/cli/commands.h"

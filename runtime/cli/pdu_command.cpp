@@ -3,13 +3,10 @@
 // a text.
 #include <fmt/format.h>
 
-#include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <iostream>
 #include <memory>
 #include <nlohmann/json.hpp>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>

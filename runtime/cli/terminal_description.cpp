@@ -7,6 +7,7 @@
 #include <term.h>
 
 #include <array>
+#include <utility>
 
 namespace corvane::cli {
 namespace {

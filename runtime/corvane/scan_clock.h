@@ -4,8 +4,6 @@
 
 #include <chrono>
 
-#include "runtime/corvane/duration.h"
-
 namespace corvane {
 
 /// Time on the monotonic clock, and waiting for it. Threads: the PLC task.

@@ -2,7 +2,6 @@
 #include "runtime/modem_driver/late_answer.h"
 
 #include <algorithm>
-#include <utility>
 
 namespace corvane {
 namespace {

@@ -4,7 +4,6 @@
 // Threads: functions that need the scan lock, which also guards the clients, say so.
 #pragma once
 
-#include <array>
 #include <atomic>
 #include <cstdint>
 #include <optional>

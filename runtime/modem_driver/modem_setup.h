@@ -4,7 +4,6 @@
 // Threads: the port's own.
 #pragma once
 
-#include <chrono>
 #include <string>
 
 #include "runtime/modem_driver/modem_exchange.h"

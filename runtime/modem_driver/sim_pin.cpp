@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "runtime/modem_driver/sim_pin.h"
 
-#include <fmt/format.h>
 #include <spdlog/spdlog.h>
 
 #include <algorithm>

@@ -4,10 +4,8 @@
 
 #include <algorithm>
 #include <array>
-#include <iterator>
 
 #include "libs/gsm/hexadecimal.h"
-#include "libs/gsm/seven_bit_text.h"
 #include "runtime/modem_simulator/commands.h"
 #include "runtime/modem_simulator/handlers.h"
 #include "runtime/modem_simulator/text_mode.h"

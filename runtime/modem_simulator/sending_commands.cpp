@@ -3,8 +3,6 @@
 // 4.3, 4.4).
 #include <fmt/format.h>
 
-#include <algorithm>
-#include <array>
 #include <utility>
 
 #include "libs/gsm/hexadecimal.h"

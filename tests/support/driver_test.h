@@ -47,11 +47,16 @@ inline void ExpectNoAnswer(const DriverReply& reply) {
   EXPECT_EQ(reply.text, "");
 }
 
+/// The announcement and the text that the client has queued are answered.
+inline void ExpectPromptAndConfirmation(DriverClient& client) {
+  ExpectReply(client.WaitForReply(), ">");
+  ExpectReply(client.WaitForReply(), "+CMGS: 12\r\nOK\r\n");
+}
+
 inline void ExpectMessageSent(DriverClient& client, int timeout_ms = 500) {
   client.Queue(kAnnounce, 500, 0);
   client.Queue(kText, timeout_ms);
-  ExpectReply(client.WaitForReply(), ">");
-  ExpectReply(client.WaitForReply(), "+CMGS: 12\r\nOK\r\n");
+  ExpectPromptAndConfirmation(client);
 }
 
 /// The log's lines of a level.

@@ -4,7 +4,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -17,7 +16,6 @@ namespace {
 
 using test_support::CommandResult;
 using test_support::ExpectUsageError;
-using testing::HasSubstr;
 
 class ConfigFileTest : public testing::Test {
  protected:

@@ -6,7 +6,6 @@
 #include <csignal>
 #include <fstream>
 #include <string>
-#include <vector>
 
 #include "tests/support/command.h"
 #include "tests/support/modem_peer.h"

@@ -10,9 +10,7 @@ namespace {
 
 using corvane::cli::Cells;
 using corvane::cli::Key;
-using corvane::cli::KeyPress;
 using corvane::cli::ScreenLine;
-using corvane::cli::TerminalScreen;
 using corvane::cli::WatchPage;
 using corvane::cli::WatchPicture;
 using testing::AllOf;

@@ -10,7 +10,6 @@
 #include "runtime/corvane/call_tracking.h"
 #include "runtime/corvane/lua_environment.h"
 #include "tests/support/captured_log.h"
-#include "tests/support/wait_for.h"
 
 namespace corvane {
 namespace {

@@ -2,7 +2,6 @@
 // The conversion table between Lua values and variables, type by type.
 #include "share/lua_value.h"
 
-#include <cstdint>
 #include <string>
 #include <vector>
 

@@ -13,7 +13,6 @@ using corvane::AtAnswer;
 using corvane::LineKind;
 using corvane::ModemRequest;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 const std::string kList = "AT+CMGL=0\r";
 const std::string kPdu =

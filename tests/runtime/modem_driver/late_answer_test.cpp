@@ -13,31 +13,15 @@
 
 #include "tests/support/driver_test.h"
 
+namespace test_support {
 namespace {
 
 using corvane::ModemPortDriver;
 using corvane::TheScanLock;
-using test_support::DriverClient;
-using test_support::ExpectMessageSent;
-using test_support::ExpectNoAnswer;
-using test_support::ExpectReply;
-using test_support::kAnnounce;
-using test_support::kList;
-using test_support::kOk;
-using test_support::kPdu;
-using test_support::kSetPduMode;
-using test_support::kText;
-using test_support::Logged;
-using test_support::ModemPeer;
-using test_support::Obey;
-using test_support::ShortTimes;
-using test_support::WaitFor;
 using testing::Contains;
-using testing::Each;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::Not;
 using testing::SizeIs;
 
 const std::string kProbe = "AT\r";
@@ -49,7 +33,7 @@ void ObeyAllButTexts(ModemPeer& peer, const std::string& request) {
   if (request.back() != '\x1A') Obey(peer, request);
 }
 
-class LateAnswerTest : public test_support::DriverTest {
+class LateAnswerTest : public DriverTest {
  protected:
   /// Announces a message and sends its text, which is not answered in time.
   void SendInVain(const std::string& text = kText) {
@@ -89,8 +73,7 @@ TEST_F(LateAnswerTest, ARequestThatWaitsIsAnsweredWhenTheConfirmationComes) {
   client_.Queue(kAnnounce, 600'000, 0);
   client_.Queue(kText);
   peer_->Send(kConfirmation);
-  ExpectReply(client_.WaitForReply(), ">");
-  ExpectReply(client_.WaitForReply(), "+CMGS: 12\r\nOK\r\n");
+  ExpectPromptAndConfirmation(client_);
   EXPECT_THAT(peer_->Requests(), ElementsAre(kAnnounce, kText));
 }
 
@@ -124,8 +107,7 @@ TEST_F(LateAnswerTest, AnotherMessageEndsTheMemory) {
   peer_->Send(kConfirmation);
   client_.Queue("AT+CMGS=2\r", 500, 0);
   client_.Queue("0102\x1A");
-  ExpectReply(client_.WaitForReply(), ">");
-  ExpectReply(client_.WaitForReply(), "+CMGS: 12\r\nOK\r\n");
+  ExpectPromptAndConfirmation(client_);
   SendInVain();
 }
 
@@ -265,8 +247,7 @@ TEST_F(LateAnswerTest, APromptThatComesLateServesTheSameAnnouncement) {
   client_.Queue(kAnnounce, 500, 0);
   client_.Queue(kText);
   peer_->Send("\r\n> ");
-  ExpectReply(client_.WaitForReply(), ">");
-  ExpectReply(client_.WaitForReply(), "+CMGS: 12\r\nOK\r\n");
+  ExpectPromptAndConfirmation(client_);
   EXPECT_THAT(peer_->Requests(), ElementsAre(kAnnounce, kText));
   EXPECT_EQ(peer_->Escapes(), 1) << "at the start";
 }
@@ -483,3 +464,4 @@ TEST(SlowNetwork, AMessageThatTheModemLosesEachTimeIsGivenUpAfterFourAttempts) {
 }
 
 }  // namespace
+}  // namespace test_support

@@ -14,29 +14,12 @@
 #include "tests/support/driver_test.h"
 #include "tests/support/memory_limit.h"
 
+namespace test_support {
 namespace {
 
 using corvane::ModemPortDriver;
 using corvane::ParseModemTargets;
 using corvane::TheScanLock;
-using test_support::DriverClient;
-using test_support::DriverReply;
-using test_support::DriverTest;
-using test_support::ExpectMessageSent;
-using test_support::ExpectNoAnswer;
-using test_support::ExpectReply;
-using test_support::kAnnounce;
-using test_support::kList;
-using test_support::kOk;
-using test_support::kPdu;
-using test_support::kReport;
-using test_support::kSetPduMode;
-using test_support::kText;
-using test_support::Logged;
-using test_support::ModemPeer;
-using test_support::Obey;
-using test_support::PeerKind;
-using test_support::WaitFor;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -161,7 +144,7 @@ TEST_F(DriverTest, WhatComesBetweenTwoExchangesIsDropped) {
   ExpectReply(client_.Exchange(kSetPduMode), "OK\r\n");
   peer_->Send("\r\n+CMTI: \"SM\",3\r\n\r\nERROR\r\n\r\n> ");
   ASSERT_TRUE(WaitFor([] {
-    const auto log = test_support::TakeLog();
+    const auto log = TakeLog();
     return std::any_of(log.begin(), log.end(), [](const std::string& line) {
       return line.find(": x ") != std::string::npos;
     });
@@ -439,8 +422,7 @@ TEST_F(DriverTest, WhatIsWholeBeforeNoiseIsHandedOver) {
   ExpectReply(client_.Exchange(kList, 500, 0), entry);
   client_.Queue(kAnnounce, 10'000, 0);
   client_.Queue(kText, 500);
-  ExpectReply(client_.WaitForReply(), ">");
-  ExpectReply(client_.WaitForReply(), "+CMGS: 12\r\nOK\r\n");
+  ExpectPromptAndConfirmation(client_);
 }
 
 TEST_F(DriverTest, AListOf10000EntriesArrivesWhole) {
@@ -519,7 +501,7 @@ TEST_F(DriverTest, ThePinIsSentOnlyIfItIsAskedForAndNeverTwiceIfItIsWrong) {
   if (reply.status < 0) reply = client_.Exchange(kSetPduMode, 5000);
   ExpectReply(reply, "OK\r\n");
   EXPECT_EQ(pins, 1);
-  const auto log = test_support::TakeLog();
+  const auto log = TakeLog();
   EXPECT_THAT(log, Contains(HasSubstr("the third wrong one locks the SIM")));
   for (const std::string& line : log) {
     if (line.rfind("trace", 0) == 0) continue;
@@ -576,7 +558,7 @@ TEST_F(DriverTest, AMuteModemIsReportedOnceAndItsReturnToo) {
   ExpectNoAnswer(client_.Exchange(kSetPduMode, 50));
   mute = false;
   ExpectReply(client_.Exchange(kSetPduMode, 3000), "OK\r\n");
-  const auto log = test_support::TakeLog();
+  const auto log = TakeLog();
   const auto count = [&log](const std::string& text) {
     return std::count_if(log.begin(), log.end(), [&text](const std::string& line) {
       return line.find(text) != std::string::npos;
@@ -589,7 +571,7 @@ TEST_F(DriverTest, AMuteModemIsReportedOnceAndItsReturnToo) {
 TEST_F(DriverTest, DebugShowsExchangesAndTimesButNoTextOfAMessage) {
   const auto running = Start(Obey);
   ExpectMessageSent(client_);
-  const auto log = test_support::TakeLog();
+  const auto log = TakeLog();
   EXPECT_THAT(log, Contains(testing::MatchesRegex(
                        "debug modem port 1: AT\\+CMGS=18 -> prompt in [0-9.]+[mu]s")));
   EXPECT_THAT(log, Contains(HasSubstr("debug modem port 1: text of 38 characters -> OK")));
@@ -758,7 +740,7 @@ TEST_F(DriverTest, AModemThatDoesNotAcceptTheRequestFailsIt) {
 
 /// Asks for a list once, and leaves the driver's thread no memory for its answer.
 struct Hungry {
-  std::optional<test_support::MemoryLimit> limit;  // of the thread that calls the functions
+  std::optional<MemoryLimit> limit;  // of the thread that calls the functions
   bool asked = false;
   std::atomic<int> status{0};
 
@@ -806,7 +788,7 @@ TEST_F(DriverTest, AThreadWithoutMemoryLosesItsExchangeAndNothingElse) {
 
 TEST_F(DriverTest, TheSecondDriverForADeviceIsRefusedWithAnError) {
   const auto running = Start(Obey);
-  test_support::TakeLog();
+  TakeLog();
   {
     corvane::ScanLock lock;
     corvane::PinMemory pins({});
@@ -885,3 +867,4 @@ TEST_F(DriverTest, BothKindsOfClientAtFullSpeedDoNotDisturbEachOther) {
 }
 
 }  // namespace
+}  // namespace test_support

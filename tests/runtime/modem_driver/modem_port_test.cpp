@@ -9,18 +9,10 @@
 
 #include "tests/support/driver_test.h"
 
+namespace test_support {
 namespace {
 
 using corvane::TheScanLock;
-using test_support::DriverClient;
-using test_support::ExpectNoAnswer;
-using test_support::ExpectReply;
-using test_support::kAnnounce;
-using test_support::kOk;
-using test_support::kText;
-using test_support::Logged;
-using test_support::ModemPeer;
-using test_support::Obey;
 using testing::ElementsAre;
 
 using PauseTime = std::chrono::milliseconds;
@@ -33,7 +25,7 @@ void RefuseLongOnes(ModemPeer& peer, const std::string& request) {
   request == kRefused ? peer.Send("\r\n+CMS ERROR: 304\r\n") : Obey(peer, request);
 }
 
-class ModemPortTest : public test_support::DriverTest {};
+class ModemPortTest : public DriverTest {};
 
 TEST_F(ModemPortTest, AfterAFailedExchangeEveryOtherClientGoesFirst) {
   times_.first_pause = times_.longest_pause = PauseTime(0);
@@ -162,9 +154,9 @@ TEST_F(ModemPortTest, AnOpenPromptBelongsToItsOwnerEvenWhileThatPauses) {
   client_.Queue(kAnnounce, 500, 0);
   client_.Queue(kText);
   peer_->Send("\r\n> ");
-  ExpectReply(client_.WaitForReply(), ">");
-  ExpectReply(client_.WaitForReply(), "+CMGS: 12\r\nOK\r\n");
+  ExpectPromptAndConfirmation(client_);
   EXPECT_THAT(peer_->Requests(), ElementsAre(kAnnounce, kText));
 }
 
 }  // namespace
+}  // namespace test_support

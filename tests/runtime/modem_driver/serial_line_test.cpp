@@ -19,7 +19,6 @@
 namespace {
 
 using corvane::LineError;
-using corvane::ModemTarget;
 using corvane::OpenLine;
 using corvane::ParseModemTarget;
 using corvane::ReadAllowance;
@@ -27,7 +26,6 @@ using corvane::WaitLoop;
 using test_support::ModemPeer;
 using test_support::PeerKind;
 using testing::HasSubstr;
-using testing::Not;
 
 class SerialLineTest : public testing::Test {
  protected:

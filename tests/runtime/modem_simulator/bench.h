@@ -3,7 +3,6 @@
 #pragma once
 
 #include <fcntl.h>
-#include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <unistd.h>
@@ -21,7 +20,6 @@
 #include "libs/base/descriptor.h"
 #include "runtime/modem_simulator/console.h"
 #include "runtime/modem_simulator/simulator.h"
-#include "tests/support/temporary_folder.h"
 #include "tests/support/wait_for.h"
 
 namespace modem_simulator {

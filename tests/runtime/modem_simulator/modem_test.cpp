@@ -177,7 +177,8 @@ TEST_F(ModemTest, KeepsTheLatestOfTooManyIndications) {
   Exchange(modem, host_, "ATE0+CNMI=0,1\r");
   for (int i = 0; i < 300; ++i) ASSERT_TRUE(modem.Receive("+1555", "x"));
   const std::string announced = Exchange(modem, host_, "AT+CNMI=2\r");
-  EXPECT_TRUE(announced.starts_with("\r\nOK\r\n\r\n+CMTI: \"SM\",45\r\n")) << announced.substr(0, 40);
+  EXPECT_TRUE(announced.starts_with("\r\nOK\r\n\r\n+CMTI: \"SM\",45\r\n"))
+      << announced.substr(0, 40);
   EXPECT_TRUE(announced.ends_with("\r\n+CMTI: \"SM\",300\r\n"));
 }
 

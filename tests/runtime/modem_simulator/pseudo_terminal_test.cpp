@@ -7,6 +7,7 @@
 #include <fstream>
 
 #include "tests/runtime/modem_simulator/bench.h"
+#include "tests/support/temporary_folder.h"
 
 namespace modem_simulator {
 namespace {

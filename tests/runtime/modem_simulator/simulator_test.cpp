@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/runtime/modem_simulator/bench.h"
+#include "tests/support/temporary_folder.h"
 
 namespace modem_simulator {
 namespace {
