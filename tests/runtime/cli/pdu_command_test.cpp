@@ -106,7 +106,7 @@ TEST(PduDecode, NamesTheReasonOfARejectionThatHasNoText) {
   EXPECT_EQ(result.status, 1);
   EXPECT_EQ(result.out,
             "Rejected  The service-centre address has a length above 127.\n"
-            "Standard  cannot be read either: a length is above what is allowed (octet 1)\n");
+            "Standard  cannot be read either: octets are missing (octet 2)\n");
   EXPECT_EQ(json::parse(Pdu({"decode", "--json", "FF"}).out)["text"], "");
 }
 
