@@ -13,10 +13,10 @@
 #include <vector>
 
 #include "addins/corvane_fb_lib/driver_reply.h"
-#include "addins/corvane_fb_lib/sms.h"
 #include "addins/corvane_fb_lib/sms_delivered.h"
 #include "addins/corvane_fb_lib/sms_submit.h"
 #include "libs/base/printable.h"
+#include "libs/gsm/hexadecimal.h"
 #include "libs/gsm/pdu.h"
 #include "runtime/cli/commands.h"
 #include "runtime/cli/log_setup.h"
@@ -36,19 +36,6 @@ std::string CheckHex(std::string_view hex) {
     return fmt::format("it has {} digits, an odd number; two make an octet", hex.size());
   }
   return {};
-}
-
-std::vector<unsigned char> HexToOctets(std::string_view hex) {
-  std::vector<unsigned char> octets(hex.size() / 2);
-  sms::pdu_hex2bytes(reinterpret_cast<const unsigned char*>(hex.data()),
-                     static_cast<unsigned>(hex.size()), octets.data());
-  return octets;
-}
-
-std::string OctetsToHex(const std::vector<unsigned char>& octets) {
-  std::string hex(2 * octets.size(), '\0');
-  sms::TextToAscii(octets, hex.data());
-  return hex;
 }
 
 /// A PDU and everything that is shown about it.
@@ -169,7 +156,7 @@ class Decoding {
       status_ = kUsage;
       return;
     }
-    const DecodedPdu pdu(given, HexToOctets(given.hex));
+    const DecodedPdu pdu(given, gsm::FromHexadecimal(given.hex).value());
     if (pdu.message.status != 0 && status_ == kSuccess) status_ = kProgramFailed;
     if (json_) return PrintJson(pdu);
     if (count_ > 1) fmt::print("\n");
@@ -244,7 +231,7 @@ int Encode(const std::string& text, const std::string& number, bool json) {
                                    {"lengths", nlohmann::ordered_json::array()},
                                    {"ref", message._refNumber}};
   for (const std::vector<unsigned char>& pdu : message.pdus) {
-    const std::string hex = OctetsToHex(pdu);
+    const std::string hex = gsm::ToHexadecimal(pdu);
     object["pdus"].push_back(hex);
     object["lengths"].push_back(pdu.size() - 1);  // without the service-centre octet
     if (!json) fmt::print("{}\n", hex);

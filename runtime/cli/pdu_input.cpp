@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "runtime/cli/pdu_input.h"
 
-#include <charconv>
 #include <sstream>
 #include <utility>
+
+#include "runtime/modem_driver/listed_pdu.h"
 
 namespace corvane::cli {
 namespace {
@@ -19,15 +20,6 @@ std::string_view Trimmed(std::string_view text) {
 
 bool IsHeader(std::string_view line) {
   return line.starts_with('+') && line.find(':') != line.npos;
-}
-
-/// The last number of a header line, which is the length in 3GPP TS 27.005 clause 3.4.2.
-std::optional<std::size_t> AnnouncedLength(std::string_view header) {
-  const std::string_view last = Trimmed(header.substr(header.find_last_of(",:") + 1));
-  std::size_t length = 0;
-  const auto [end, error] = std::from_chars(last.data(), last.data() + last.size(), length);
-  if (error != std::errc() || end != last.data() + last.size()) return std::nullopt;
-  return length;
 }
 
 }  // namespace
@@ -46,7 +38,7 @@ void PduInput::Add(std::string_view line) {
 }
 
 void PduInput::AddPdu(std::string_view hex) {
-  const auto announced = header_.empty() ? std::nullopt : AnnouncedLength(header_);
+  const auto announced = header_.empty() ? std::nullopt : AnnouncedOctets(header_);
   pdus_.push_back({std::string(hex), std::exchange(header_, {}), announced});
 }
 

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <optional>
 
 #include "libs/gsm/hexadecimal.h"
 #include "libs/gsm/pdu.h"
@@ -28,16 +27,6 @@ bool IsFilling(std::string_view rest) {
                      [](char c) { return c == 'F' || c == 'f' || !IsHexDigit(c); });
 }
 
-/// The last number of a header: the PDU's length in octets, without the service-centre address.
-std::optional<std::size_t> AnnouncedOctets(std::string_view header) {
-  const std::string_view number = header.substr(header.find_last_of(",: ") + 1);
-  std::size_t length = 0;
-  const char* const end = number.data() + number.size();
-  const auto [rest, error] = std::from_chars(number.data(), end, length);
-  if (error != std::errc() || rest != end) return std::nullopt;
-  return length;
-}
-
 /// The two lengths of a PDU, in characters with the service-centre address; 0: unknown.
 struct Ends {
   std::size_t announced = 0;
@@ -59,6 +48,15 @@ Ends EndsOf(std::string_view header, std::string_view line) {
 }
 
 }  // namespace
+
+std::optional<std::size_t> AnnouncedOctets(std::string_view header) {
+  const std::string_view number = header.substr(header.find_last_of(",: ") + 1);
+  std::size_t length = 0;
+  const char* const end = number.data() + number.size();
+  const auto [rest, error] = std::from_chars(number.data(), end, length);
+  if (error != std::errc() || rest != end) return std::nullopt;
+  return length;
+}
 
 bool LooksLikePdu(std::string_view line) {
   const std::size_t digits = DigitsOf(line).size();

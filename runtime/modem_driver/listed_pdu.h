@@ -6,12 +6,17 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string_view>
 
 namespace corvane {
 
 /// Whether a line looks like a PDU: it begins with enough hexadecimal digits, or has nothing else.
 [[nodiscard]] bool LooksLikePdu(std::string_view line);
+
+/// The last number of a list header, which is the length of the PDU in octets, without the
+/// service-centre address; nullopt if the header does not end with a number.
+[[nodiscard]] std::optional<std::size_t> AnnouncedOctets(std::string_view header);
 
 /// How many characters of `line` belong to the PDU.
 ///
