@@ -89,6 +89,7 @@ Result Execute(ModemState& modem, const AtCommand& command, Answer& answer) {
 
 Result CheckSim(const ModemState& modem) {
   if (modem.sim.ready()) return kOk;
+  if (!modem.sim.inserted()) return Cms(kSimNotInserted);
   return Cms(modem.sim.blocked() ? kSimPukRequired : kSimPinRequired);
 }
 

@@ -85,6 +85,82 @@ ConsoleLine Receive(std::string_view rest) {
   });
 }
 
+/// "3,1,2"; nullopt if it is anything else.
+std::optional<std::vector<std::size_t>> OrderOf(std::string_view text) {
+  std::vector<std::size_t> order;
+  for (;;) {
+    const std::size_t end = std::min(text.find(','), text.size());
+    const auto number = Number(text.substr(0, end), 1, 255);
+    if (!number || order.size() >= 255) return std::nullopt;
+    order.push_back(static_cast<std::size_t>(*number));
+    if (end == text.size()) return order;
+    text.remove_prefix(end + 1);
+  }
+}
+
+ConsoleLine Parts(std::string_view rest) {
+  const auto order = OrderOf(TakeWord(rest));
+  if (!order) return Wrong("write the numbers of the parts in the order in which they arrive: 3,1");
+  const std::string sender(TakeWord(rest));
+  if (!gsm::IsAddress(sender)) return Wrong(WrongSender(sender));
+  return WithText(rest, [sender, order](Controls& controls, const std::string& plain) {
+    if (!controls.modem().ReceiveInOrder(sender, plain, *order)) {
+      controls.Print("parts: the text is not valid UTF-8, too long, or has fewer parts");
+    }
+  });
+}
+
+ConsoleLine Store(std::string_view rest) {
+  struct Row {
+    std::string_view name;
+    MessageStatus status;
+  };
+  constexpr std::array kStates{
+      Row{"unread", MessageStatus::kUnread}, Row{"read", MessageStatus::kRead},
+      Row{"unsent", MessageStatus::kUnsent}, Row{"sent", MessageStatus::kSent}};
+  const std::string_view state = TakeWord(rest);
+  const auto row = std::find_if(kStates.begin(), kStates.end(),
+                                [state](const Row& r) { return r.name == state; });
+  if (row == kStates.end()) return Wrong("write unread, read, unsent or sent");
+  const std::string number(TakeWord(rest));
+  if (!gsm::IsAddress(number)) return Wrong(WrongSender(number));
+  return WithText(
+      rest, [number, status = row->status](Controls& controls, const std::string& plain) {
+        if (!controls.modem().Store(status, number, plain)) {
+          controls.Print("store: the store is full, or the text is not valid UTF-8 or too long");
+        }
+      });
+}
+
+ConsoleLine Fill(std::string_view) {
+  return Act([](Controls& controls) { controls.modem().FillStore(); });
+}
+
+/// A status of a report (3GPP TS 23.040 clause 9.2.3.15): a word, or its number.
+std::optional<std::uint8_t> ReportStatus(std::string_view word) {
+  if (word == "delivered") return 0x00;
+  if (word == "trying") return 0x21;  // "SME busy"; the service centre goes on
+  if (word == "failed") return 0x46;  // "SM validity period expired"
+  const auto number = Number(word, 0, 0xFF);
+  return number ? std::optional(static_cast<std::uint8_t>(*number)) : std::nullopt;
+}
+
+ConsoleLine Reports(std::string_view rest) {
+  ReportPlan plan;
+  if (!rest.empty() && !rest.starts_with("after")) {
+    const std::string_view word = TakeWord(rest);
+    plan.status = ReportStatus(word);
+    if (!plan.status && word != "never") {
+      return Wrong("write delivered, failed, trying, never, or a status from 0 to 255");
+    }
+  }
+  if (rest.empty()) return Act([plan](Controls& controls) { controls.modem().SetReports(plan); });
+  if (TakeWord(rest) != "after") return Wrong("after the status comes after TIME, or nothing");
+  return WithDuration(rest, [plan](Controls& controls, Controls::Duration delay) {
+    controls.modem().SetReports({plan.status, delay});
+  });
+}
+
 ConsoleLine ReceiveBinary(std::string_view rest) {
   const std::string sender(TakeWord(rest));
   if (!gsm::IsAddress(sender)) return Wrong(WrongSender(sender));
@@ -211,6 +287,19 @@ ConsoleLine Network(std::string_view rest) {
   return Act([on = rest == "on"](Controls& controls) { controls.modem().SetRegistered(on); });
 }
 
+ConsoleLine NoCoverage(std::string_view rest) {
+  if (TakeWord(rest) != "coverage") return Wrong("write no coverage and a time");
+  return WithDuration(rest, [](Controls& controls, Controls::Duration duration) {
+    controls.modem().BeginCoverageGap();
+    controls.After(duration, [](Controls& later) { later.modem().EndCoverageGap(); });
+  });
+}
+
+ConsoleLine Sim(std::string_view rest) {
+  if (rest != "in" && rest != "out") return Wrong("write sim out or sim in");
+  return Act([in = rest == "in"](Controls& controls) { controls.modem().SetSimInserted(in); });
+}
+
 ConsoleLine Time(std::string_view rest) {
   if (rest == "now") return Act([](Controls& controls) { controls.SetTime(std::nullopt); });
   const auto time = gsm::ParseTimeStamp(rest);
@@ -256,6 +345,10 @@ constexpr std::array kConsoleCommands{
     Command{"receive", "NUMBER TEXT", "a message arrives; long ones in parts", Receive},
     Command{"binary", "NUMBER HEX", "8-bit data arrives", ReceiveBinary},
     Command{"pdu", "[HEX]", "a PDU arrives unchanged, valid or not", ReceivePdu},
+    Command{"parts", "ORDER NUMBER TEXT", "its parts arrive in this order: 3,1,1", Parts},
+    Command{"store", "STATE NUMBER TEXT", "is in the store: (un)read, (un)sent", Store},
+    Command{"fill", "", "old messages fill the store", Fill},
+    Command{"report", "[STATUS] [after TIME]", "delivered, failed, trying, never, N", Reports},
     Command{"list", "", "show the store", List},
     Command{"after", "TIME COMMAND", "carry out COMMAND later", After},
     Command{"fail", "N [CMGS] [TIMES]", "fail a transfer: +CMS ERROR: N (or cme:N, error)", Fail},
@@ -269,6 +362,8 @@ constexpr std::array kConsoleCommands{
     Command{"answer", "COMMAND TEXT", "answer the next +COMMAND (PDU, *) with TEXT", AnswerWith},
     Command{"delay", "TIME [WHAT]", "set the delay of network, prompt, list or delete", Delay},
     Command{"network", "on|off", "registered with a network, or not", Network},
+    Command{"no", "coverage TIME", "no network for this time", NoCoverage},
+    Command{"sim", "out|in", "the SIM card is taken out, or put in", Sim},
     Command{"signal", "0..31|99", "the signal that AT+CSQ shows", Signal},
     Command{"time", "TIME|now", "the service centre's clock", Time},
     Command{"help", "", "this list", Help},

@@ -17,8 +17,58 @@ Modem::Modem(const ModemOptions& options, ModemHost& host)
       packet_registered_(IsRegistered(state_, Domain::kPacket)) {}
 
 bool Modem::Receive(const gsm::Address& sender, std::string_view text) {
+  return ReceiveParts(sender, PartsOf(text));
+}
+
+bool Modem::ReceiveInOrder(const gsm::Address& sender, std::string_view text,
+                           const std::vector<std::size_t>& order) {
+  const auto parts = PartsOf(text);
+  if (!parts) return false;
+  std::vector<gsm::UserData> ordered;
+  for (const std::size_t number : order) {
+    if (number < 1 || number > parts->size()) return false;
+    ordered.push_back(parts->at(number - 1));
+  }
+  if (parts->size() > 1 && ordered.size() < 2) ++reference_;  // ReceiveParts sees a single part
+  return ReceiveParts(sender, ordered);
+}
+
+std::optional<std::vector<gsm::UserData>> Modem::PartsOf(std::string_view text) {
   const bool wide = state_.options.quirks.Has(Quirk::kWideReference);
-  return ReceiveParts(sender, gsm::SplitText(text, {reference_, wide}));
+  return gsm::SplitText(text, {reference_, wide});
+}
+
+bool Modem::Store(MessageStatus status, const gsm::Address& number, std::string_view text) {
+  const auto parts = PartsOf(text);
+  if (!parts || !gsm::IsAddress(number)) return false;
+  if (parts->size() > 1) ++reference_;
+  const bool ours = status == MessageStatus::kUnsent || status == MessageStatus::kSent;
+  for (const gsm::UserData& part : *parts) {
+    gsm::Octets pdu;
+    if (ours) {
+      gsm::SubmitPdu submit;
+      submit.destination = number;
+      submit.data = part;
+      submit.data_coding_scheme = gsm::DataCodingScheme(part.alphabet);
+      pdu = gsm::EncodeSubmit(submit);
+    } else {
+      pdu = gsm::EncodeDeliver({state_.service_centre, number, 0, 0, state_.host.Now(), part});
+    }
+    const std::string description = DescribeMessage(pdu);
+    const auto place = state_.store.Add(status, std::move(pdu));
+    if (!place) return false;
+    state_.host.Report(fmt::format("place {}, {}: {}", *place, TextOf(status), description));
+  }
+  return true;
+}
+
+void Modem::FillStore() {
+  const auto old = PartsOf("an old message").value();
+  const gsm::Octets pdu = gsm::EncodeDeliver(
+      {state_.service_centre, state_.service_centre, 0, 0, state_.host.Now(), old.front()});
+  int added = 0;
+  while (state_.store.Add(MessageStatus::kRead, pdu)) ++added;
+  state_.host.Report(fmt::format("{} old messages fill the store", added));
 }
 
 bool Modem::ReceiveOctets(const gsm::Address& sender, gsm::OctetSpan octets) {
@@ -52,6 +102,7 @@ void Modem::ReportWaiting() {
   if (state_.acknowledgement_due) why = "the last one has not been acknowledged";
   if (!state_.online()) why = "the modem is not registered";
   if (!state_.sim.ready()) why = "the PIN is missing";
+  if (!state_.sim.inserted()) why = "there is no SIM card";
   if (!powered_) why = "the modem is unplugged";
   state_.host.Report(fmt::format("waiting in the network: {}; {}",
                                  DescribeMessage(state_.in_network.back()), why));
@@ -68,7 +119,25 @@ bool Modem::CanTake(Route route) const {
   return false;
 }
 
+/// Those whose time has not come are sent by Later, when it has.
+void Modem::SendReports() {
+  while (!state_.pending_reports.empty()) {
+    PendingReport report = std::move(state_.pending_reports.front());
+    state_.pending_reports.pop_front();
+    if (report.delay == std::chrono::nanoseconds(0)) {
+      if (state_.in_network.size() >= kMostInNetwork) continue;
+      state_.in_network.push_back(gsm::EncodeStatusReport(report.pdu));
+      continue;
+    }
+    state_.host.Later(report.delay, [this, pdu = std::move(report.pdu)]() mutable {
+      pdu.discharge_time = state_.host.Now();
+      ReceivePdu(gsm::EncodeStatusReport(pdu));
+    });
+  }
+}
+
 void Modem::Settle() {
+  SendReports();
   const auto& values = state_.settings.indications.values;
   if (values[Indications::kMode] != 0) ReleaseIndications(values[Indications::kBuffer] == 0);
   if (state_.settings.message_service == 0) state_.acknowledgement_due = false;
@@ -122,6 +191,22 @@ void Modem::ReleaseIndications(bool tell) {
 
 void Modem::SetRegistered(bool registered) {
   state_.registered = registered;
+  Settle();
+}
+
+void Modem::BeginCoverageGap() {
+  ++state_.coverage_gaps;
+  Settle();
+}
+
+void Modem::EndCoverageGap() {
+  --state_.coverage_gaps;
+  Settle();
+}
+
+void Modem::SetSimInserted(bool inserted) {
+  if (inserted == state_.sim.inserted()) return;
+  inserted ? state_.sim.PutIn() : state_.sim.TakeOut();
   Settle();
 }
 

@@ -41,11 +41,28 @@ class Modem {
   [[nodiscard]] bool Receive(const gsm::Address& sender, std::string_view text);
   /// 8-bit data.
   [[nodiscard]] bool ReceiveOctets(const gsm::Address& sender, gsm::OctetSpan octets);
+  /// A text whose parts arrive in this order: numbers from 1, each any number of times. False: as
+  /// above, or a number is greater than that of the parts.
+  [[nodiscard]] bool ReceiveInOrder(const gsm::Address& sender, std::string_view text,
+                                    const std::vector<std::size_t>& order);
   /// A PDU, unchanged, valid or not.
   void ReceivePdu(gsm::Octets pdu);
 
+  /// Puts a text into the store as it is there after an earlier life: received from `number`, or
+  /// written to it. False: not an address or text, or the store is full.
+  [[nodiscard]] bool Store(MessageStatus status, const gsm::Address& number, std::string_view text);
+  /// Fills the free places of the store with messages that have been read.
+  void FillStore();
+  /// Which status reports the network sends from now on.
+  void SetReports(const ReportPlan& plan) { state_.report_plan = plan; }
+
   void SetSignal(int signal) { state_.signal = signal; }
   void SetRegistered(bool registered);
+  /// A time without any network begins or ends; several may overlap.
+  void BeginCoverageGap();
+  void EndCoverageGap();
+  /// Takes the SIM card out, or puts it in again: then it asks for its PIN.
+  void SetSimInserted(bool inserted);
   [[nodiscard]] Delays& delays() { return state_.options.delays; }
 
   // Faults.
@@ -62,9 +79,11 @@ class Modem {
   [[nodiscard]] std::vector<std::string> Describe();
 
  private:
+  [[nodiscard]] std::optional<std::vector<gsm::UserData>> PartsOf(std::string_view text);
   bool ReceiveParts(const gsm::Address& sender,
                     const std::optional<std::vector<gsm::UserData>>& parts);
   void ReportWaiting();
+  void SendReports();
   /// Does what the last event has made possible: takes messages out of the network, and announces
   /// what has changed.
   void Settle();

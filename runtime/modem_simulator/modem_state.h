@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -34,6 +35,8 @@ class ModemHost {
   /// Has Modem::Wake called after `delay`, but not from within this call. Only one call waits at a
   /// time.
   virtual void WakeAfter(std::chrono::nanoseconds delay) = 0;
+  /// Calls `action` after `delay`, but not from within this call. Any number may wait.
+  virtual void Later(std::chrono::nanoseconds delay, std::function<void()> action) = 0;
   /// Prints one line for the operator: what was sent, received, deleted.
   virtual void Report(std::string_view line) = 0;
   /// The service centre's clock.
@@ -116,6 +119,18 @@ struct Announcement {
   MessageStatus status = MessageStatus::kUnsent;  ///< kStore
 };
 
+/// Which status reports the network sends to those who ask for one.
+struct ReportPlan {
+  std::optional<std::uint8_t> status = 0;  ///< 3GPP TS 23.040 clause 9.2.3.15; nullopt: no report
+  std::chrono::nanoseconds delay{0};       ///< after the message
+};
+
+/// A report that will come.
+struct PendingReport {
+  gsm::StatusReportPdu pdu;  ///< its discharge time is that of its sending
+  std::chrono::nanoseconds delay;
+};
+
 /// PDUs that the network keeps for a modem that cannot accept them; more are lost.
 constexpr std::size_t kMostInNetwork = 10000;
 
@@ -133,10 +148,12 @@ struct ModemState {
         sim(options.pin),
         store(options.store_size, options.quirks.Has(Quirk::kIndexFromZero) ? 0 : 1) {}
 
+  /// Whether there is a network at all.
+  [[nodiscard]] bool reachable() const { return registered && coverage_gaps == 0; }
   /// Whether there is a network that accepts messages.
   [[nodiscard]] bool online() const {
     constexpr int kDeregistered = 2;
-    return sim.ready() && registered && operator_selection != kDeregistered;
+    return sim.ready() && reachable() && operator_selection != kDeregistered;
   }
 
   /// The beginning of an answer or an announcement: "+CMGL: ".
@@ -154,6 +171,7 @@ struct ModemState {
   gsm::Address service_centre = "+15550000000";
   int signal = 20;                             ///< AT+CSQ: 0..31, 99 unknown
   bool registered = true;                      ///< a network is within reach
+  int coverage_gaps = 0;                       ///< that last; several may overlap
   int operator_selection = 0;                  ///< AT+COPS: 0 automatic, 1 by hand, 2 none
   bool packet_attached = true;                 ///< AT+CGATT
   int line_speed = 0;                          ///< AT+IPR; 0: found automatically
@@ -162,6 +180,9 @@ struct ModemState {
   ModemClock clock;
   Announcement announcement;
   std::optional<Outgoing> outgoing;
+  ReportPlan report_plan;
+  /// Reports that the network has not sent yet; Modem::Settle takes them.
+  std::deque<PendingReport> pending_reports;
   /// PDUs that the modem has not yet accepted, oldest first.
   std::deque<gsm::Octets> in_network;
   bool acknowledgement_due = false;    ///< AT+CNMA must acknowledge what was passed on

@@ -14,10 +14,13 @@ namespace {
 /// The operator's name in the formats 0 (long), 1 (short) and 2 (numeric).
 constexpr std::array<std::string_view, 3> kOperator{"Corvane", "Corvane", "00101"};
 
+constexpr int kNoSignal = 99;
+
 /// 27.007 clause 7.3: <mode>.
 enum SelectionMode { kAutomatic, kManual, kDeregister, kSetFormat, kManualThenAutomatic };
 
 int PinError(const ModemState& modem) {
+  if (!modem.sim.inserted()) return kCmeSimNotInserted;
   return modem.sim.blocked() ? kCmePukRequired : kCmePinRequired;
 }
 
@@ -42,7 +45,7 @@ void ShowOperators(const ModemState& modem, Answer& answer) {
   const std::string names = fmt::format(
       "\"{0}\",\"{0}\",\"{1}\"", ToLine(kOperator[0], modem.settings.character_set), kOperator[2]);
   std::string found;
-  if (modem.registered) found = fmt::format("({},{})", modem.online() ? 2 : 1, names);
+  if (modem.reachable()) found = fmt::format("({},{})", modem.online() ? 2 : 1, names);
   answer.push_back(fmt::format("+COPS: {},,(0-4),(0-2)", found));
 }
 
@@ -91,6 +94,7 @@ Result SelectOperator(ModemState& modem, const AtCommand& command) {
 
 Result Pin(ModemState& modem, const AtCommand& command, Answer& answer) {
   SimCard& sim = modem.sim;
+  if (command.form != CommandForm::kTest && !sim.inserted()) return Cme(PinError(modem));
   switch (command.form) {
     case CommandForm::kTest: return kOk;
     case CommandForm::kRead: answer.push_back(fmt::format("+CPIN: {}", sim.state())); return kOk;
@@ -110,7 +114,8 @@ Result Signal(ModemState& modem, const AtCommand& command, Answer& answer) {
   if (command.form == CommandForm::kTest) {
     answer.emplace_back("+CSQ: (0-31,99),(0-7,99)");
   } else {
-    answer.push_back(fmt::format("+CSQ: {},{}", modem.signal, modem.signal == 99 ? 99 : 0));
+    const int signal = modem.coverage_gaps > 0 ? kNoSignal : modem.signal;
+    answer.push_back(fmt::format("+CSQ: {},{}", signal, signal == kNoSignal ? 99 : 0));
   }
   return kOk;
 }

@@ -12,6 +12,7 @@ namespace {
 std::string CmeWords(int number) {
   switch (number) {
     case kCmeOperationNotAllowed: return "operation not allowed";
+    case kCmeSimNotInserted: return "SIM not inserted";
     case kCmePinRequired: return "SIM PIN required";
     case kCmePukRequired: return "SIM PUK required";
     case kCmeIncorrectPassword: return "incorrect password";

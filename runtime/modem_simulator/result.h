@@ -40,6 +40,7 @@ enum CmsError : int {
   kOperationNotSupported = 303,
   kInvalidPduParameter = 304,
   kInvalidTextParameter = 305,
+  kSimNotInserted = 310,
   kSimPinRequired = 311,
   kSimPukRequired = 316,
   kInvalidIndex = 321,
@@ -51,6 +52,7 @@ enum CmsError : int {
 /// Numbers of +CME ERROR.
 enum CmeError : int {
   kCmeOperationNotAllowed = 3,
+  kCmeSimNotInserted = 10,
   kCmePinRequired = 11,
   kCmePukRequired = 12,
   kCmeIncorrectPassword = 16,

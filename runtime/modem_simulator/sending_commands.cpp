@@ -128,12 +128,13 @@ std::optional<Result> Failure(ModemState& modem, std::string_view command) {
   return std::nullopt;
 }
 
-/// The report that the sender asked for: the network has delivered the message at once.
-void ReturnStatusReport(ModemState& modem, const gsm::SubmitPdu& pdu) {
-  if (!pdu.status_report_requested || modem.in_network.size() >= kMostInNetwork) return;
+/// The report that the sender asked for.
+void PlanStatusReport(ModemState& modem, const gsm::SubmitPdu& pdu) {
+  const auto [status, delay] = modem.report_plan;
+  if (!pdu.status_report_requested || !status) return;
   const gsm::TimeStamp now = modem.host.Now();
-  modem.in_network.push_back(gsm::EncodeStatusReport(
-      {modem.service_centre, modem.message_reference, pdu.destination, now, now, 0}));
+  modem.pending_reports.push_back(
+      {{modem.service_centre, modem.message_reference, pdu.destination, now, now, *status}, delay});
 }
 
 }  // namespace
@@ -197,7 +198,7 @@ Result ConfirmMessage(ModemState& modem, Answer& answer) {
   StoredMessage* stored = modem.store.Find(outgoing.place);
   if (outgoing.command == "+CMSS" && stored != nullptr) stored->status = MessageStatus::kSent;
   ReportSent(modem, outgoing.pdu);
-  ReturnStatusReport(modem, outgoing.pdu);
+  PlanStatusReport(modem, outgoing.pdu);
   return kOk;
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The SIM card's PIN (3GPP TS 27.007 clause 8.3).
+// The SIM card, which may be taken out, and its PIN (3GPP TS 27.007 clause 8.3).
 #pragma once
 
 #include <string>
@@ -18,7 +18,15 @@ class SimCard {
   /// Whether the PIN is right. After three wrong ones in a row the card is blocked.
   bool Enter(std::string_view pin);
 
-  [[nodiscard]] bool ready() const { return unlocked_; }
+  void TakeOut() { inserted_ = false; }
+  /// Puts the same card in again, which then asks for its PIN.
+  void PutIn() {
+    inserted_ = true;
+    PowerOn();
+  }
+
+  [[nodiscard]] bool inserted() const { return inserted_; }
+  [[nodiscard]] bool ready() const { return inserted_ && unlocked_; }
   [[nodiscard]] bool blocked() const { return attempts_left_ == 0; }
   /// What AT+CPIN? says: "READY", "SIM PIN" or "SIM PUK".
   [[nodiscard]] std::string_view state() const;
@@ -27,6 +35,7 @@ class SimCard {
   static constexpr int kAttempts = 3;
 
   std::string pin_;
+  bool inserted_ = true;
   bool unlocked_ = false;
   int attempts_left_ = kAttempts;
 };

@@ -105,6 +105,10 @@ void Simulator::WakeAfter(Duration delay) {
   });
 }
 
+void Simulator::Later(Duration delay, std::function<void()> action) {
+  After(delay, [action = std::move(action)](Controls&) { action(); });
+}
+
 gsm::TimeStamp Simulator::Now() {
   if (time_) return *time_;
   const auto now = std::chrono::system_clock::now();

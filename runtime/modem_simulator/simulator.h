@@ -60,6 +60,7 @@ class Simulator : public Controls, private ModemHost {
   // ModemHost
   void Transmit(std::string_view bytes) override;
   void WakeAfter(Duration delay) override;
+  void Later(Duration delay, std::function<void()> action) override;
   void Report(std::string_view line) override { Print(line); }
   [[nodiscard]] gsm::TimeStamp Now() override;
 

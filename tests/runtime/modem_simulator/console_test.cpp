@@ -123,6 +123,57 @@ TEST_F(Console, SetsSignalNetworkAndDelay) {
   EXPECT_EQ(controls_.host.delay, std::chrono::seconds(2));
 }
 
+TEST_F(Console, PlansReports) {
+  Ask("AT+CNMI=2,1,0,1\r");
+  const auto report = [this] {
+    controls_.host.later.clear();
+    Ask("AT+CMGS=18\r");
+    return Ask("0021000B915155101032F4000005E8329BFD06\x1A");
+  };
+  Do("report failed after 3s");
+  EXPECT_THAT(report(), testing::Not(HasSubstr("+CDS")));
+  ASSERT_EQ(controls_.host.later.size(), 1U);
+  EXPECT_EQ(controls_.host.later[0].first, std::chrono::seconds(3));
+  Do("report after 4s");
+  report();
+  EXPECT_EQ(controls_.host.later.at(0).first, std::chrono::seconds(4));
+  Do("report never");
+  EXPECT_THAT(report(), testing::Not(HasSubstr("+CDS")));
+  EXPECT_THAT(controls_.host.later, IsEmpty());
+  for (const auto& [line, status] :
+       {std::pair("report", "00"), std::pair("report delivered", "00"),
+        std::pair("report failed", "46"), std::pair("report trying", "21"),
+        std::pair("report 65", "41")}) {
+    Do(line);
+    EXPECT_THAT(report(), testing::EndsWith(std::string(status) + "\r\n")) << line;
+  }
+}
+
+TEST_F(Console, BringsTheStoreIntoAnyState) {
+  Do("parts 2,1 +1555 " + std::string(161, 'x'));
+  Do("store read +1555 old");
+  Do("fill");
+  Do("list");
+  EXPECT_THAT(controls_.notes[0], "print store: 20 of 20 places taken");
+  EXPECT_THAT(controls_.notes[1], HasSubstr("part 2 of 2"));
+  EXPECT_THAT(controls_.notes[2], HasSubstr("part 1 of 2"));
+  EXPECT_THAT(controls_.notes[3], HasSubstr("place 3, REC READ: from +1555"));
+  Do("parts 3 +1555 short");
+  EXPECT_THAT(controls_.notes.back(), HasSubstr("or has fewer parts"));
+  Do("store sent +1555 x");
+  EXPECT_THAT(controls_.notes.back(), HasSubstr("the store is full"));
+}
+
+TEST_F(Console, TakesTheSimOutAndTheNetworkAway) {
+  Do("sim out");
+  EXPECT_EQ(Ask("AT+CMGL\r"), "\r\n+CMS ERROR: 310\r\n");
+  Do("sim in");
+  EXPECT_EQ(Ask("AT+CMGL\r"), "\r\nOK\r\n");
+  Do("no coverage 30s");
+  EXPECT_THAT(controls_.notes, ElementsAre("after 30000000000"));
+  EXPECT_THAT(Ask("AT+CREG?\r"), HasSubstr("+CREG: 0,1")) << "these controls do not wait";
+}
+
 TEST_F(Console, SetsWhichStepsAreSlow) {
   Do("delay 5s prompt");
   Do("delay 6s delete");
@@ -191,6 +242,20 @@ TEST_F(Console, SaysWhatIsWrongAndWhatToWrite) {
       {"garbage -1", "'-1' is not a number of bytes"},
       {"answer", "write a command such as +CMGF"},
       {"network maybe", "write network on or network off"},
+      {"report maybe", "write delivered, failed, trying, never"},
+      {"report 256", "write delivered, failed, trying, never"},
+      {"report failed later", "after TIME"},
+      {"report after", "'' is not a duration"},
+      {"parts 0 123 x", "write the numbers of the parts"},
+      {"parts 1,,2 123 x", "write the numbers of the parts"},
+      {"parts", "write the numbers of the parts"},
+      {"parts 1 Twelve-letters x", "'Twelve-letters' is not a sender"},
+      {"store old 123 x", "write unread, read, unsent or sent"},
+      {"store read", "is not a sender"},
+      {"fill it", "fill takes no arguments"},
+      {"no signal", "write no coverage and a time"},
+      {"no coverage", "'' is not a duration"},
+      {"sim", "write sim out or sim in"},
       {"signal 32", "write a signal from 0 to 31, or 99"},
       {"time noon", "'noon' is not a time; write 2026-01-31T12:00:00+01:00 or now"},
       {"quit now", "quit takes no arguments"}};
@@ -202,8 +267,10 @@ TEST_F(Console, SaysWhatIsWrongAndWhatToWrite) {
 
 TEST_F(Console, SurvivesAnyLine) {
   std::mt19937 random(1);
-  const std::vector<std::string> words{"receive", "after", "2s", "fail", "pdu", "answer", "\\",
-                                       "+1555",   "*",     "",   "00",   "x",   "time",   "321"};
+  const std::vector<std::string> words{"report",   "parts", "1,2",    "store",   "read",  "no",
+                                       "coverage", "sim",   "out",    "receive", "after", "2s",
+                                       "fail",     "pdu",   "answer", "\\",      "+1555", "*",
+                                       "",         "00",    "x",      "time",    "321"};
   int right = 0;
   for (int round = 0; round < 5000; ++round) {
     std::string line;

@@ -3,8 +3,11 @@
 // so.
 #pragma once
 
+#include <chrono>
+#include <functional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "runtime/modem_simulator/modem.h"
@@ -21,6 +24,9 @@ class FakeHost : public ModemHost {
     awaiting = true;
     delay = time;
   }
+  void Later(std::chrono::nanoseconds time, std::function<void()> action) override {
+    later.emplace_back(time, std::move(action));
+  }
   void Report(std::string_view line) override { reports.emplace_back(line); }
   gsm::TimeStamp Now() override { return now; }
 
@@ -28,6 +34,7 @@ class FakeHost : public ModemHost {
   std::string Take() { return std::exchange(transmitted, {}); }
 
   std::string transmitted;
+  std::vector<std::pair<std::chrono::nanoseconds, std::function<void()>>> later;
   std::vector<std::string> reports;
   gsm::TimeStamp now{2026, 1, 31, 12, 0, 0, 60};
   bool awaiting = false;

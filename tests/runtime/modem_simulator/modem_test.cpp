@@ -237,6 +237,129 @@ TEST_F(ModemTest, PassesOnStoresOrDropsStatusReports) {
             "\"26/01/31,12:00:00+04\",0\r\n\r\nOK\r\n");
 }
 
+TEST_F(ModemTest, ReportsComeAsPlanned) {
+  const auto send = [this] {
+    Ask("AT+CMGS=18\r");
+    return Ask(std::string(kHelloWithReport) + "\x1A");
+  };
+  Ask("AT+CNMI=2,1,0,1\r");
+  modem_.SetReports({0x46, std::chrono::seconds(3)});
+  EXPECT_EQ(send(), "\r\n+CMGS: 1\r\n\r\nOK\r\n");
+  ASSERT_EQ(host_.later.size(), 1U);
+  EXPECT_EQ(host_.later[0].first, std::chrono::seconds(3));
+  host_.now.second = 3;
+  host_.later[0].second();
+  EXPECT_EQ(host_.Take(),
+            "\r\n+CDS: 25\r\n"
+            "07915155000000F006010B915155101032F4621013210000406210132100304046\r\n");
+  modem_.SetReports({std::nullopt, {}});
+  EXPECT_EQ(send(), "\r\n+CMGS: 2\r\n\r\nOK\r\n");
+  EXPECT_EQ(host_.later.size(), 1U);
+}
+
+TEST_F(ModemTest, AReportWaitsForAModemThatIsOutOfReach) {
+  Ask("AT+CNMI=2,1,0,1\r");
+  modem_.SetReports({0, std::chrono::seconds(3)});
+  Ask("AT+CMGS=18\r");
+  Ask(std::string(kHelloWithReport) + "\x1A");
+  modem_.BeginCoverageGap();
+  host_.later.at(0).second();
+  EXPECT_EQ(host_.Take(), "");
+  EXPECT_THAT(host_.reports.back(), HasSubstr("waiting in the network: status report 0"));
+  modem_.EndCoverageGap();
+  EXPECT_THAT(host_.Take(), HasSubstr("\r\n+CDS: 25\r\n"));
+}
+
+TEST_F(ModemTest, PartsArriveInTheOrderedOrder) {
+  const std::string text = std::string(153, 'a') + std::string(153, 'b') + "c";
+  ASSERT_TRUE(modem_.ReceiveInOrder("+4915112345678", text, {3, 1, 1}));
+  ASSERT_TRUE(modem_.ReceiveInOrder("+4915112345678", text, {2}));
+  EXPECT_FALSE(modem_.ReceiveInOrder("+4915112345678", text, {4}));
+  ASSERT_TRUE(modem_.ReceiveInOrder("+4915112345678", text, {3}));
+  EXPECT_THAT(modem_.Describe(),
+              ElementsAre("store: 5 of 20 places taken", HasSubstr("part 3 of 3: c"),
+                          HasSubstr("part 1 of 3: a"), HasSubstr("part 1 of 3: a"),
+                          HasSubstr("part 2 of 3: b"), HasSubstr("part 3 of 3: c")));
+  // The first three belong to one message, the others to one each: octet 25 is the reference.
+  const std::string list = Ask("AT+CMGL=4\r");
+  std::vector<std::string> references;
+  for (std::size_t at = list.find("050003"); at != list.npos; at = list.find("050003", at + 1)) {
+    references.push_back(list.substr(at + 6, 2));
+  }
+  EXPECT_THAT(references, ElementsAre("00", "00", "00", "01", "02"));
+}
+
+TEST_F(ModemTest, TheStoreHoldsMessagesOfAnEarlierLife) {
+  EXPECT_TRUE(modem_.Store(MessageStatus::kRead, "+4915112345678", "old"));
+  EXPECT_TRUE(modem_.Store(MessageStatus::kUnsent, "+1555", "draft"));
+  EXPECT_TRUE(modem_.Store(MessageStatus::kSent, "+1555", "gone"));
+  EXPECT_FALSE(modem_.Store(MessageStatus::kRead, "+1555", "\xFF"));
+  EXPECT_THAT(modem_.Describe(), ElementsAre("store: 3 of 20 places taken",
+                                             HasSubstr("place 1, REC READ: from +4915112345678"),
+                                             "place 2, STO UNSENT: to +1555: draft",
+                                             "place 3, STO SENT: to +1555: gone"));
+  EXPECT_EQ(host_.Take(), "") << "nothing is announced";
+}
+
+TEST_F(ModemTest, AFullStoreLeavesMessagesInTheNetworkUntilSomethingIsDeleted) {
+  modem_.FillStore();
+  EXPECT_EQ(host_.reports.back(), "20 old messages fill the store");
+  ASSERT_TRUE(modem_.Receive("+1555", "hello"));
+  EXPECT_THAT(host_.reports.back(), HasSubstr("; the store is full"));
+  EXPECT_FALSE(modem_.Store(MessageStatus::kRead, "+1555", "one too many"));
+  EXPECT_EQ(Ask("AT+CMGD=7\r"), "\r\nOK\r\n\r\n+CMTI: \"SM\",7\r\n");
+}
+
+TEST_F(ModemTest, WithoutCoverageNothingIsSentOrReceived) {
+  Ask("AT+CREG=1\r");
+  modem_.BeginCoverageGap();
+  EXPECT_EQ(host_.Take(), "\r\n+CREG: 0\r\n");
+  EXPECT_EQ(Ask("AT+CSQ;+CREG?\r"), "\r\n+CSQ: 99,99\r\n\r\n+CREG: 1,0\r\n\r\nOK\r\n");
+  Ask("AT+CMGS=18\r");
+  EXPECT_EQ(Ask(std::string(kHello) + "\x1A"), "\r\n+CMS ERROR: 331\r\n");
+  modem_.BeginCoverageGap();
+  modem_.EndCoverageGap();
+  EXPECT_EQ(host_.Take(), "") << "the first one lasts";
+  modem_.EndCoverageGap();
+  EXPECT_EQ(host_.Take(), "\r\n+CREG: 1\r\n");
+  EXPECT_THAT(Ask("AT+CSQ\r"), HasSubstr("+CSQ: 20,0"));
+}
+
+TEST_F(ModemTest, WithoutItsSimTheModemRefusesAndTheNetworkWaits) {
+  Ask("AT+CMEE=1;+CREG=1\r");
+  modem_.SetSimInserted(false);
+  EXPECT_EQ(host_.Take(), "\r\n+CREG: 0\r\n");
+  for (const char* command : {"AT+CMGL=4\r", "AT+CMGD=1\r", "AT+CMGS=18\r", "AT+CPMS?\r"}) {
+    EXPECT_EQ(Ask(command), "\r\n+CMS ERROR: 310\r\n") << command;
+  }
+  for (const char* command : {"AT+CPIN?\r", "AT+CPIN=1234\r", "AT+CIMI\r"}) {
+    EXPECT_EQ(Ask(command), "\r\n+CME ERROR: 10\r\n") << command;
+  }
+  ASSERT_TRUE(modem_.Receive("+1555", "hello"));
+  EXPECT_THAT(host_.reports.back(), HasSubstr("; there is no SIM card"));
+  modem_.SetSimInserted(true);
+  EXPECT_EQ(host_.Take(), "\r\n+CREG: 1\r\n\r\n+CMTI: \"SM\",1\r\n");
+}
+
+TEST_F(ModemTest, ShowsWhatASentMessageAsksFor) {
+  modem_.SetReports({std::nullopt, {}});
+  const auto options = [this](const std::string& pdu) -> std::string {
+    host_.reports.clear();
+    Ask("AT+CMGS=" + std::to_string(pdu.size() / 2 - 1) + "\r");
+    EXPECT_THAT(Ask(pdu + "\x1A"), HasSubstr("+CMGS: "));
+    EXPECT_EQ(host_.reports.back(), "sent to +15550101234: hello");
+    return host_.reports.size() < 2 ? "" : host_.reports.front();
+  };
+  EXPECT_EQ(options(kHello), "");
+  EXPECT_EQ(options("0011000B915155101032F40000A705E8329BFD06"), "to +15550101234: valid for 24 h");
+  EXPECT_EQ(options("0031000B915155101032F400100005E8329BFD06"),
+            "to +15550101234: valid for 5 min, class 0, a report is asked for");
+  EXPECT_EQ(options("0011000B915155101032F40000AD05E8329BFD06"),
+            "to +15550101234: valid for 7 days");
+  EXPECT_EQ(options("0019000B915155101032F400006210132100004005E8329BFD06"),
+            "to +15550101234: valid until 2026-01-31T12:00:00+01:00");
+}
+
 TEST_F(ModemTest, StoresALongTextInParts) {
   ASSERT_TRUE(modem_.Receive("+4915112345678", std::string(161, 'x')));
   EXPECT_EQ(host_.Take(), "\r\n+CMTI: \"SM\",1\r\n\r\n+CMTI: \"SM\",2\r\n");
