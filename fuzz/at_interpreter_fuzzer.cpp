@@ -9,6 +9,7 @@
 #include <charconv>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -30,6 +31,7 @@ class Host : public modem_simulator::ModemHost {
  public:
   void Transmit(std::string_view bytes) override { transmitted += bytes; }
   void WakeAfter(std::chrono::nanoseconds) override {}
+  void Later(std::chrono::nanoseconds, std::function<void()>) override {}
   void Report(std::string_view line) override {
     Require(line.find_first_of("\r\n") == std::string_view::npos);
     const bool report = line.find("status report ") != std::string_view::npos;

@@ -11,7 +11,7 @@ declare -A packages=(
              libboost-dev libcli11-dev libcrypt-dev liblua5.2-dev libncurses-dev libspdlog-dev
              libsqlite3-dev libsqlitecpp-dev libutfcpp-dev nlohmann-json3-dev"
     [test]="clang-format clang-tidy cppcheck groff-base shellcheck python3 python3-pyte libgtest-dev libgmock-dev
-            gammu gnokii-cli libgammu-dev
+            gammu gammu-smsd gnokii-cli libgammu-dev
             exim4-daemon-light mpack openssl python3-aiosmtpd swaks"
     [arm]="g++-aarch64-linux-gnu g++-arm-linux-gnueabihf qemu-user"
     [coverage]="gcovr"
