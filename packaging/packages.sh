@@ -57,7 +57,7 @@ fi
 echo "Installing: ${missing[*]}"
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
-# One of them is a mail server: it must neither start nor replace the one that the machine has.
+# Some of them are daemons: none may start, or replace the mail server that the machine has.
 policy=/usr/sbin/policy-rc.d
 if [ ! -e $policy ]; then
     trap '"${as_root[@]}" rm -f "$log" $policy' EXIT
