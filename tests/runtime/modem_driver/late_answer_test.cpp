@@ -42,6 +42,12 @@ class LateAnswerTest : public DriverTest {
     ExpectReply(client_.WaitForReply(), ">");
     ExpectNoAnswer(client_.WaitForReply());
   }
+  /// Waits until the driver has the confirmation that the peer has sent.
+  static void AwaitConfirmation() {
+    EXPECT_TRUE(WaitFor([] {
+      return testing::Value(Logged("info"), Contains(HasSubstr("the network confirmed a message")));
+    }));
+  }
 };
 
 TEST_F(LateAnswerTest, AConfirmationThatComesLateAnswersTheSameTextWithoutTheModem) {
@@ -117,7 +123,7 @@ TEST_F(LateAnswerTest, TheMemoryEndsSomeTimeAfterTheClientStoppedWaiting) {
   const auto running = Start(ObeyAllButTexts);
   SendInVain();
   peer_->Send(kConfirmation);
-  ASSERT_TRUE(WaitFor([] { return !Logged("info").empty(); })) << "it is confirmed";
+  AwaitConfirmation();
   std::this_thread::sleep_for(2 * times_.kept);  // the time is what is tested
   SendInVain();
   EXPECT_THAT(peer_->Requests(), ElementsAre(kAnnounce, kText, kAnnounce, kText));
@@ -128,6 +134,7 @@ TEST_F(LateAnswerTest, ARestartOfTheModemEndsTheMemory) {
   const auto running = Start(ObeyAllButTexts);
   SendInVain();
   peer_->Send(kConfirmation);
+  AwaitConfirmation();
   peer_->Send("\r\nRDY\r\n");
   ASSERT_TRUE(WaitFor([] { return !Logged("warning").empty(); }));
   SendInVain();
