@@ -10,6 +10,7 @@ namespace {
 
 constexpr std::size_t kMaxDigits = 20;  // 3GPP TS 23.040 clause 9.1.2.5
 constexpr std::string_view kSeparators = ";,\n";
+constexpr std::string_view kBlanks = " \t\r";
 constexpr std::string_view kIgnored = " \t\r-/().";
 
 /// A number without what is ignored; empty for an empty entry.
@@ -34,6 +35,8 @@ std::string Problem(std::string_view number) {
 
 std::string Shown(std::string_view entry) {
   constexpr std::size_t kLongest = 40;
+  entry.remove_prefix(std::min(entry.find_first_not_of(kBlanks), entry.size()));
+  entry.remove_suffix(entry.size() - 1 - entry.find_last_not_of(kBlanks));
   return "'" + corvane::PrintableBeginning(entry, kLongest) + "'";
 }
 

@@ -2,15 +2,18 @@
 #include "addins/corvane_sms/send_result.h"
 
 #include <algorithm>
-#include <array>
 #include <charconv>
+#include <utility>
 
-#include "addins/corvane_sms/port_client.h"
 #include "corvane/modem_port_driver.h"
 #include "libs/base/printable.h"
+#include "libs/gsm/network_errors.h"
 
 namespace corvane_sms {
 namespace {
+
+constexpr std::string_view kCms = "+CMS ERROR:";
+constexpr std::string_view kCme = "+CME ERROR:";
 
 /// The number after `prefix`, wherever that is in an answer.
 std::optional<int> NumberAfter(std::string_view answer, std::string_view prefix) {
@@ -23,21 +26,21 @@ std::optional<int> NumberAfter(std::string_view answer, std::string_view prefix)
   return result.ec == std::errc() ? std::optional(number) : std::nullopt;
 }
 
-SendOutcome OutcomeOfCms(int number) {
-  constexpr std::array kNever = {1,  8,  10, 21,  28,  29,  30,  50,  69, 95,
-                                 96, 97, 99, 111, 193, 195, 196, 304, 305};
-  constexpr std::array kPort = {310, 311, 312, 313, 314, 315, 316, 317, 318, 330, 331};
-  const auto has = [number](const auto& numbers) {
-    return std::find(numbers.begin(), numbers.end(), number) != numbers.end();
-  };
-  if (has(kNever)) return SendOutcome::kNever;
-  return has(kPort) ? SendOutcome::kPort : SendOutcome::kNotNow;
+SendOutcome OutcomeOf(gsm::ErrorClass error_class) {
+  switch (error_class) {
+    case gsm::ErrorClass::kForGood: return SendOutcome::kNever;
+    case gsm::ErrorClass::kForNow: return SendOutcome::kNotNow;
+    case gsm::ErrorClass::kSim:
+    case gsm::ErrorClass::kPort: return SendOutcome::kPort;
+  }
+  return SendOutcome::kNotNow;
 }
 
-SendOutcome OutcomeOfCme(int number) {
-  const bool sim = number >= 10 && number <= 18;
-  const bool network = number >= 30 && number <= 32;
-  return sim || network ? SendOutcome::kPort : SendOutcome::kNotNow;
+SendResult Refused(std::string_view prefix, int number, gsm::ErrorClass error_class,
+                   const gsm::NetworkError* known) {
+  std::string reason = "refused with " + std::string(prefix) + " " + std::to_string(number);
+  if (known != nullptr) reason += " (" + std::string(known->meaning) + ")";
+  return {OutcomeOf(error_class), 0, std::move(reason)};
 }
 
 }  // namespace
@@ -45,11 +48,11 @@ SendOutcome OutcomeOfCme(int number) {
 SendResult ReadRefusal(std::string_view answer, int status) {
   if (status == kPortDriverNotWritten) return {SendOutcome::kPort, 0, "the modem is not there"};
   if (status < 0) return {SendOutcome::kPort, 0, "the modem does not answer"};
-  if (const auto number = NumberAfter(answer, "+CMS ERROR:")) {
-    return {OutcomeOfCms(*number), 0, "refused with +CMS ERROR: " + std::to_string(*number)};
+  if (const auto number = NumberAfter(answer, kCms)) {
+    return Refused(kCms, *number, gsm::ClassOfCmsError(*number), gsm::FindCmsError(*number));
   }
-  if (const auto number = NumberAfter(answer, "+CME ERROR:")) {
-    return {OutcomeOfCme(*number), 0, "refused with +CME ERROR: " + std::to_string(*number)};
+  if (const auto number = NumberAfter(answer, kCme)) {
+    return Refused(kCme, *number, gsm::ClassOfCmeError(*number), gsm::FindCmeError(*number));
   }
   return {SendOutcome::kNotNow, 0,
           "the modem answered '" + corvane::PrintableBeginning(answer, 60) + "'"};

@@ -22,6 +22,10 @@ milliseconds Age(WallTime then, const Now& now) {
   return std::max(now.wall - then, milliseconds(0));
 }
 
+RouteQueue::Message Queued(const Outgoing& row) {
+  return {row.id, row.urgent, row.attempts};
+}
+
 WallTime WallOf(SteadyTime when, const Now& now) {
   return now.wall + floor<milliseconds>(when - now.steady);
 }
@@ -91,7 +95,7 @@ void Outbox::Enqueue(NewJob job, const std::shared_ptr<OutboxJob>& progress, con
 void Outbox::Put(Entry entry, const Now& now) {
   const std::int64_t id = entry.row.id;
   RouteQueue& route = routes_[entry.row.route];
-  route.Add(id, entry.row.urgent, entry.next_try, now.steady);
+  route.Add(Queued(entry.row), entry.next_try, now.steady);
   ++route.waiting;
   ++waiting_;
   if (!entry.row.key.empty()) ++waiting_keys_[entry.row.key];
@@ -265,7 +269,7 @@ milliseconds Outbox::ValidFor(std::int64_t id, const Now& now) const {
 
 std::uint64_t Outbox::Begin(std::int64_t id, const Now& now) {
   Entry& entry = *FindEntry(id);
-  routes_[entry.row.route].Remove(id, entry.row.urgent, entry.next_try);
+  routes_[entry.row.route].Remove(Queued(entry.row), entry.next_try);
   in_transfer_[entry.row.route] = id;
   entry.row.in_transfer = true;
   ++entry.row.attempts;
@@ -293,9 +297,9 @@ void Outbox::StopTransfer(Entry& entry) {
 void Outbox::Delay(Entry& entry, SteadyTime until, const Now& now) {
   StopTransfer(entry);
   RouteQueue& route = routes_[entry.row.route];
-  route.Remove(entry.row.id, entry.row.urgent, entry.next_try);
+  route.Remove(Queued(entry.row), entry.next_try);
   entry.next_try = until;
-  route.Add(entry.row.id, entry.row.urgent, until, now.steady);
+  route.Add(Queued(entry.row), until, now.steady);
   expiring_.emplace(entry.expires, entry.row.id);  // it may have come due during the attempt
   Save(entry, now);
 }
@@ -384,7 +388,7 @@ void Outbox::AwaitReport(const Entry& entry) {
 void Outbox::TakeFromQueue(Entry& entry) {
   StopTransfer(entry);
   RouteQueue& route = routes_[entry.row.route];
-  route.Remove(entry.row.id, entry.row.urgent, entry.next_try);
+  route.Remove(Queued(entry.row), entry.next_try);
   --route.waiting;
   --waiting_;
   expiring_.erase({entry.expires, entry.row.id});

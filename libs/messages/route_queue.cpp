@@ -8,13 +8,18 @@
 namespace messages {
 namespace {
 
-constexpr int kFailuresOfARoute = 3;   // in a row, of different messages or one
+constexpr int kFailuresOfARoute = 3;  // in a row, of different messages or one
+constexpr int kAttemptsOfARound = 3;
 constexpr int kDelayedPerCall = 1000;  // a call stays short even if all come due together
 
 }  // namespace
 
-void RouteQueue::Add(std::int64_t id, bool urgent, SteadyTime not_before, SteadyTime now) {
-  const Turn turn(!urgent, id);
+RouteQueue::Turn RouteQueue::TurnOf(const Message& message) {
+  return {!message.urgent, message.attempts / kAttemptsOfARound, message.id};
+}
+
+void RouteQueue::Add(const Message& message, SteadyTime not_before, SteadyTime now) {
+  const Turn turn = TurnOf(message);
   if (not_before <= now) {
     ready_.insert(turn);
   } else {
@@ -22,8 +27,8 @@ void RouteQueue::Add(std::int64_t id, bool urgent, SteadyTime not_before, Steady
   }
 }
 
-void RouteQueue::Remove(std::int64_t id, bool urgent, SteadyTime not_before) {
-  const Turn turn(!urgent, id);
+void RouteQueue::Remove(const Message& message, SteadyTime not_before) {
+  const Turn turn = TurnOf(message);
   if (ready_.erase(turn) == 0) delayed_.erase({not_before, turn});
 }
 
@@ -35,7 +40,7 @@ std::optional<std::int64_t> RouteQueue::Next(std::int64_t limit_per_hour, Steady
     delayed_.erase(first);
   }
   if (ready_.empty() || (held_until_ && now < *held_until_)) return std::nullopt;
-  const auto [not_urgent, id] = *ready_.begin();
+  const auto [not_urgent, round, id] = *ready_.begin();
   if (not_urgent && !limit_.Allows(limit_per_hour, now)) return std::nullopt;
   return id;
 }

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <optional>
 #include <set>
+#include <tuple>
 #include <utility>
 
 #include "libs/messages/hourly_limit.h"
@@ -16,10 +17,16 @@ namespace messages {
 
 class RouteQueue {
  public:
+  /// What decides about the order.
+  struct Message {
+    std::int64_t id;
+    bool urgent;
+    int attempts;  ///< those that fail again and again let others pass
+  };
   /// A message may go out from `not_before` on.
-  void Add(std::int64_t id, bool urgent, SteadyTime not_before, SteadyTime now);
+  void Add(const Message& message, SteadyTime not_before, SteadyTime now);
   /// It no longer waits for its turn: an attempt begins, or it has ended.
-  void Remove(std::int64_t id, bool urgent, SteadyTime not_before);
+  void Remove(const Message& message, SteadyTime not_before);
   /// The message whose turn it is; nullopt: none now. Nothing is removed.
   [[nodiscard]] std::optional<std::int64_t> Next(std::int64_t limit_per_hour, SteadyTime now);
 
@@ -42,7 +49,9 @@ class RouteQueue {
   std::size_t awaiting = 0;  ///< messages that were sent and whose report is outstanding
 
  private:
-  using Turn = std::pair<bool, std::int64_t>;  // not urgent, number
+  using Turn = std::tuple<bool, int, std::int64_t>;  // not urgent, rounds of attempts, number
+
+  static Turn TurnOf(const Message& message);
 
   std::set<Turn> ready_;
   std::set<std::pair<SteadyTime, Turn>> delayed_;

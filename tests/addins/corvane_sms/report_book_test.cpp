@@ -1,0 +1,108 @@
+// SPDX-License-Identifier: MIT
+#include "addins/corvane_sms/report_book.h"
+
+#include <gtest/gtest.h>
+
+#include "addins/corvane_sms/sms_text.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using namespace corvane_sms;
+using messages::Now;
+
+class ReportBookTest : public testing::Test {
+ protected:
+  ReportBookTest() {
+    outbox_.Load({}, {}, {}, std::nullopt, now_);
+    outbox_.Tick(now_);
+  }
+
+  /// A message to this receiver whose parts have got these references.
+  std::shared_ptr<const messages::OutboxJob> Send(const std::string& receiver,
+                                                  const std::vector<std::uint8_t>& references) {
+    messages::NewJob job{.route = "1", .key = {}, .urgent = true, .valid_for = 1h, .messages = {}};
+    job.messages.push_back({receiver, ToJson({.text = "x", .report = true})});
+    auto progress = outbox_.Add(std::move(job), now_);
+    const std::int64_t id = *outbox_.Next("1", now_);
+    outbox_.Begin(id, now_);
+    SmsProgress sent;
+    for (const std::uint8_t reference : references) {
+      book_.Expect("1", reference, id, sent.parts.size());
+      sent.parts.push_back({reference, std::nullopt});
+    }
+    outbox_.Sent(id, ToJson(sent), true, now_);
+    return progress;
+  }
+  bool Report(std::uint8_t reference, const std::string& recipient, std::uint8_t status = 0,
+              const std::string& route = "1") {
+    gsm::StatusReportPdu report;
+    report.message_reference = reference;
+    report.recipient = recipient;
+    report.status = status;
+    return book_.Take(route, report, now_);
+  }
+
+  Now now_ = Now::Get();
+  std::int64_t next_id_ = 1;
+  std::uint64_t sequence_ = 0;
+  messages::Outbox outbox_{"sms",
+                           {[this] { return next_id_++; },
+                            [this](std::vector<messages::Change>) { return ++sequence_; }}};
+  ReportBook book_{outbox_};
+};
+
+TEST_F(ReportBookTest, AReportBelongsToReferenceReceiverAndPort) {
+  const auto job = Send("+4915112345678", {7});
+  EXPECT_FALSE(Report(8, "+4915112345678"));
+  EXPECT_FALSE(Report(7, "+4915187654321"));
+  EXPECT_FALSE(Report(7, "+4915112345678", 0, "2"));
+  EXPECT_EQ(job->delivered, 0);
+  EXPECT_TRUE(outbox_.AwaitsReport("1"));
+  EXPECT_TRUE(Report(7, "+4915112345678"));
+  EXPECT_EQ(job->delivered, 1);
+  EXPECT_FALSE(outbox_.AwaitsReport("1"));
+}
+
+TEST_F(ReportBookTest, ALongMessageIsDeliveredWithItsLastPart) {
+  const auto job = Send("+4915112345678", {7, 8});
+  EXPECT_TRUE(Report(8, "+4915112345678"));
+  EXPECT_EQ(job->delivered, 0);
+  EXPECT_TRUE(Report(7, "+4915112345678"));
+  EXPECT_EQ(job->delivered, 1);
+}
+
+TEST_F(ReportBookTest, AFailedReportEndsTheWaitingWithoutADelivery) {
+  const auto job = Send("+4915112345678", {7});
+  EXPECT_TRUE(Report(7, "+4915112345678", 0x46));
+  EXPECT_EQ(job->delivered, 0);
+  EXPECT_FALSE(outbox_.AwaitsReport("1"));
+}
+
+TEST_F(ReportBookTest, AReportOnTheWayIsFollowedByAnother) {
+  const auto job = Send("+4915112345678", {7});
+  EXPECT_TRUE(Report(7, "+4915112345678", 0x30));
+  EXPECT_TRUE(Report(7, "+4915112345678", 0x00));
+  EXPECT_EQ(job->delivered, 1);
+}
+
+TEST_F(ReportBookTest, ARepeatedReferenceMeansTheYoungestMessage) {
+  const auto old = Send("+4915112345678", {7});
+  const auto young = Send("+4915112345678", {7});
+  EXPECT_TRUE(Report(7, "+4915112345678"));
+  EXPECT_EQ(young->delivered, 1);
+  EXPECT_TRUE(Report(7, "+4915112345678"));
+  EXPECT_EQ(old->delivered, 1);
+}
+
+TEST(MayBeSameNumber, KnowsNationalAndInternationalForms) {
+  EXPECT_TRUE(MayBeSameNumber("+4915112345678", "+4915112345678"));
+  EXPECT_TRUE(MayBeSameNumber("015112345678", "+4915112345678"));
+  EXPECT_TRUE(MayBeSameNumber("004915112345678", "+4915112345678"));
+  EXPECT_FALSE(MayBeSameNumber("015112345679", "+4915112345678"));
+  EXPECT_FALSE(MayBeSameNumber("678", "+4915112345678")) << "a service number";
+  EXPECT_TRUE(MayBeSameNumber("4040", "4040"));
+  EXPECT_FALSE(MayBeSameNumber("", "+4915112345678"));
+}
+
+}  // namespace
