@@ -71,7 +71,7 @@ inline constexpr ErrorIdEntry kErrorIds[] = {
     {ErrorId::kModem, "modem", "The modem does not answer, or refuses a command.",
      "Check the modem's power and cable, and its device in `--modem`."},
     {ErrorId::kSim, "SIM", "The SIM is missing, or locked.",
-     "Insert the SIM, or give its PIN with `--modem-pin`."},
+     "Insert the SIM, or give its PIN in `--modem`: `init=AT+CPIN=1234`."},
     {ErrorId::kRecipientsRefused, "recipients refused",
      "The mail server refused some or all recipients; the others have the mail.",
      "Correct the addresses in `Refused`, which has the server's replies."},

@@ -3,6 +3,9 @@
 
 #include <gmock/gmock.h>
 
+#include <cctype>
+#include <fstream>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -25,6 +28,22 @@ TEST(ErrorIds, EveryEntryHasANameAndWholeSentencesInOneLine) {
     EXPECT_EQ(meaning.find_first_of("\n|"), std::string_view::npos) << meaning;
     EXPECT_EQ(remedy.find_first_of("\n|"), std::string_view::npos) << remedy;
   }
+}
+
+TEST(ErrorIds, ThePageShowsTheCatalogue) {
+  std::string expected;
+  for (const ErrorIdEntry& entry : kErrorIds) {
+    expected += "| " + std::to_string(static_cast<int>(entry.id)) + " | " + entry.name + " | " +
+                entry.meaning + " | " + entry.remedy + " |\n";
+  }
+  std::ifstream page(PROJECT_FOLDER "/docs/errors.md");
+  std::string shown;
+  for (std::string line; std::getline(page, line);) {
+    const bool is_row = line.size() > 2 && line.starts_with("| ") &&
+                        std::isdigit(static_cast<unsigned char>(line[2])) != 0;
+    if (is_row) shown += line + "\n";
+  }
+  EXPECT_EQ(shown, expected) << "docs/errors.md";
 }
 
 TEST(ErrorIds, AnEntryIsFoundByItsNumber) {
