@@ -113,7 +113,8 @@ def check_use(pages):
 def check_hardening():
     """The installed binaries are compiled for parsers that read what strangers send."""
     files = ["/usr/bin/corvane", *map(str, pathlib.Path("/usr/lib").rglob("corvane/*.so"))]
-    assert len(files) == 5, files
+    names = {os.path.basename(file) for file in files}
+    assert names >= {"corvane", "opcua.so", "corvaneshare.so", "corvane.so", "corvane_fb_lib.so"}, files
     for file in files:
         headers = run("readelf", "--wide", "--file-header", "--program-headers", "--dynamic", file)
         assert "DYN (" in headers and "NOW" in headers and "GNU_RELRO" in headers, file
