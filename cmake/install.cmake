@@ -1,16 +1,17 @@
 # SPDX-License-Identifier: MIT
-# What `cmake --install` installs, and where. Components: runtime (programs, libraries, add-in,
+# What `cmake --install` installs, and where. Components: runtime (programs, libraries, add-ins,
 # examples, pages, completion), dev (contract headers for add-ins), package (what only a Debian
 # package needs).
 include(CMakePackageConfigHelpers)
 
 # The libraries are parts of one program and not for development, so they are in a folder of their own,
-# where they find each other; runtime/corvane/addin.cpp looks for the add-in there.
+# where they find each other; runtime/corvane/addin.cpp looks for the add-ins there.
 set(library_dir ${CMAKE_INSTALL_LIBDIR}/corvane)
-set_target_properties(opcua corvaneshare corvane_runtime corvane_fb_lib PROPERTIES
+get_property(addins GLOBAL PROPERTY CORVANE_ADDINS)
+set_target_properties(opcua corvaneshare corvane_runtime ${addins} PROPERTIES
   INSTALL_RPATH "$ORIGIN")
 install(TARGETS corvane_cli RUNTIME COMPONENT runtime)
-install(TARGETS opcua corvaneshare corvane_runtime corvane_fb_lib
+install(TARGETS opcua corvaneshare corvane_runtime ${addins}
   LIBRARY DESTINATION ${library_dir} COMPONENT runtime)
 
 install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DATADIR}/corvane
@@ -57,6 +58,6 @@ write_basic_package_version_file(${CMAKE_BINARY_DIR}/corvane-config-version.cmak
 install(FILES ${CMAKE_BINARY_DIR}/corvane-config.cmake
   ${CMAKE_BINARY_DIR}/corvane-config-version.cmake
   DESTINATION ${config_dir} COMPONENT dev)
-# A complete add-in, to be copied and built from the package alone.
-install(DIRECTORY examples/counter_addin DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/corvane-dev/examples
+# Complete add-ins, to be copied and built from the package alone.
+install(DIRECTORY examples/counter_addin examples/countdown_addin DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/corvane-dev/examples
   COMPONENT dev)

@@ -33,6 +33,8 @@ _corvane() {
         mapfile -t COMPREPLY < <(compgen -W "$(sed -nE '/^Subcommands:/,$ s/^  ([a-z]+) .*/\1/p' <<<"$help")" -- "$word")
     elif [[ $subcommand == run ]]; then
         _corvane_files '*.lua'
+    elif [[ $subcommand == blocks ]]; then
+        mapfile -t COMPREPLY < <(compgen -W "$("${COMP_WORDS[0]}" blocks 2>/dev/null | sed '/^ /d')" -- "$word")
     fi
 }
 

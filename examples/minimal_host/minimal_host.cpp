@@ -12,7 +12,7 @@ namespace {
 
 constexpr const char* kTypes = R"(
   TYPES = { StandardFB = {}, Elementary = {} }
-  for _, name in ipairs { "BOOL", "INT", "DINT", "STRING", "DATE_AND_TIME" } do
+  for _, name in ipairs { "BOOL", "INT", "DINT", "LREAL", "STRING", "DATE_AND_TIME" } do
     TYPES.Elementary[name] = { Name = name }
   end
   function FBMetadata(type) return type end

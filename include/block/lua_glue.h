@@ -9,6 +9,7 @@
 #include <exception>
 #include <new>
 #include <type_traits>
+#include <vector>
 
 #include "block/base_fb.h"
 #include "block/export.h"
@@ -157,13 +158,27 @@ int OpenFB(lua_State* L, const luaL_Reg* metatable, const luaL_Reg* module) {
   });
 }
 
-/// Passes the meanings of values that the class has in `static const STValueMeaning*
-/// GetMeaningTable()`, if any, to a runtime that wants them.
+/// Passes what the class says about its values and variables to a runtime that wants to know: the
+/// meanings of values in `static const STValueMeaning* GetMeaningTable()`, if it has that, and for
+/// a strict block the directions and meanings in its declaration table.
 template <class T>
 void DescribeFB(const char* type_name) {
   if constexpr (requires { T::GetMeaningTable(); }) {
-    if (DescribeExternalSTLibValues == nullptr) return;
-    DescribeExternalSTLibValues(type_name, T::GetMeaningTable());
+    if (DescribeExternalSTLibValues != nullptr) {
+      DescribeExternalSTLibValues(type_name, T::GetMeaningTable());
+    }
+  }
+  if constexpr (requires { T::kStatesDirections; }) {
+    if (DescribeExternalSTLibVariables == nullptr) return;
+    std::vector<STVariable> variables;
+    for (const FBMetaEntry* row = T::GetMetaTable(); row->name != nullptr; ++row) {
+      const int direction = row->direction == FBDirection::kInput    ? kSTInput
+                            : row->direction == FBDirection::kOutput ? kSTOutput
+                                                                     : 0;
+      variables.push_back({row->name, direction, row->meaning});
+    }
+    variables.push_back({});
+    DescribeExternalSTLibVariables(type_name, variables.data());
   }
 }
 

@@ -60,6 +60,7 @@ inline void CheckInitialKey(lua_State* L, int index, const char* type_name) {
 template <class T>
 class StrictFB : public BaseFB<T> {
  public:
+  static constexpr bool kStatesDirections = true;  ///< its table does
   using BaseFB<T>::BaseFB;
 
   /// As BaseFB::Init; a key that is not a string is a Lua error.

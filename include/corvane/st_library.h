@@ -26,4 +26,20 @@ struct STValueMeaning {
 /// the call where a runtime does not have it.
 void DescribeExternalSTLibValues(const char* name, const STValueMeaning* meanings)
     __attribute__((weak));
+
+/// Who sets a variable of a block.
+enum STDirection { kSTInput = 1, kSTOutput = 2 };
+
+/// What one variable of a block is for.
+struct STVariable {
+  const char* variable;  ///< null ends a table of these
+  int direction;         ///< an STDirection; 0: not stated
+  const char* meaning;   ///< in one line of UTF-8, with the unit; null: not stated
+};
+
+/// Says what the variables of a block type are for, to people who list or watch blocks.
+/// `variables` is copied. Called from the add-in's InitAddin only. An addition of this runtime,
+/// used as DescribeExternalSTLibValues is.
+void DescribeExternalSTLibVariables(const char* name, const STVariable* variables)
+    __attribute__((weak));
 }

@@ -134,6 +134,7 @@ int Fail(const LuaError& error) {
 /// Loads the program and prints whether it could run, without a cycle and without modem ports.
 int Check(const RunOptions& options) {
   SetUpLog(options.log_level);
+  SetStateFolder(StateFolder(options.program));
   const auto addins = LoadAddins(options.addins);
   try {
     const std::lock_guard guard(TheScanLock());
@@ -162,6 +163,7 @@ int Run(const RunOptions& options) {
   SetUpLog(options.log_level);
   // Output to a file or a pipe is written line by line, too, so a failing program loses none of it.
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+  SetStateFolder(StateFolder(options.program));
   const auto addins = LoadAddins(options.addins);
   const ModemPortDriver modems(ParseModemTargets(options.modems), TheScanLock(),
                                StateFolder(options.program));

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <map>
 #include <tuple>
+#include <utility>
 
 namespace corvane {
 namespace {
@@ -21,6 +22,12 @@ std::map<std::tuple<std::string, std::string, double>, std::string>& Meanings() 
   return meanings;
 }
 
+/// Indexed by type and variable.
+std::map<std::pair<std::string, std::string>, VariableDescription>& Descriptions() {
+  static std::map<std::pair<std::string, std::string>, VariableDescription> descriptions;
+  return descriptions;
+}
+
 }  // namespace
 
 const std::vector<StLibrary>& RegisteredStLibraries() {
@@ -30,6 +37,12 @@ const std::vector<StLibrary>& RegisteredStLibraries() {
 std::string ValueMeaning(const std::string& type, const std::string& variable, double value) {
   const auto found = Meanings().find({type, variable, value});
   return found == Meanings().end() ? std::string() : found->second;
+}
+
+const VariableDescription* FindVariableDescription(const std::string& type,
+                                                   const std::string& variable) {
+  const auto found = Descriptions().find({type, variable});
+  return found == Descriptions().end() ? nullptr : &found->second;
 }
 
 }  // namespace corvane
@@ -51,5 +64,14 @@ void DescribeExternalSTLibValues(const char* name, const STValueMeaning* meaning
   if (name == nullptr || meanings == nullptr) return;
   for (; meanings->variable != nullptr; ++meanings) {
     corvane::Meanings()[{name, meanings->variable, meanings->value}] = meanings->meaning;
+  }
+}
+
+void DescribeExternalSTLibVariables(const char* name, const STVariable* variables) {
+  if (name == nullptr || variables == nullptr) return;
+  for (; variables->variable != nullptr; ++variables) {
+    const bool stated = variables->direction == kSTInput || variables->direction == kSTOutput;
+    corvane::Descriptions()[{name, variables->variable}] = {
+        stated ? variables->direction : 0, variables->meaning == nullptr ? "" : variables->meaning};
   }
 }

@@ -22,4 +22,14 @@ struct StLibrary {
 [[nodiscard]] std::string ValueMeaning(const std::string& type, const std::string& variable,
                                        double value);
 
+/// What an add-in says of a block's variable.
+struct VariableDescription {
+  int direction = 0;    ///< an STDirection; 0: not stated
+  std::string meaning;  ///< empty: not stated
+};
+
+/// Null if the add-in does not describe the variable.
+[[nodiscard]] const VariableDescription* FindVariableDescription(const std::string& type,
+                                                                 const std::string& variable);
+
 }  // namespace corvane

@@ -12,6 +12,7 @@
 #include <string>
 #include <system_error>
 
+#include "corvane/program.h"
 #include "libs/base/descriptor.h"
 #include "libs/base/private_folder.h"
 
@@ -51,6 +52,11 @@ void WriteAll(int descriptor, std::string_view content, const fs::path& file) {
   }
 }
 
+std::string& ProgramFolder() {
+  static std::string folder;
+  return folder;
+}
+
 }  // namespace
 
 fs::path StateFolder(const fs::path& program) {
@@ -64,6 +70,10 @@ fs::path StateFolder(const fs::path& program) {
     base = base / ".local" / "state";
   }
   return base / "corvane" / ProgramName(program);
+}
+
+void SetStateFolder(const fs::path& folder) {
+  ProgramFolder() = folder.empty() ? std::string() : fs::absolute(folder).string();
 }
 
 void WriteStateFile(const fs::path& file, std::string_view content) {
@@ -82,3 +92,7 @@ void WriteStateFile(const fs::path& file, std::string_view content) {
 }
 
 }  // namespace corvane
+
+const char* CorvaneStateFolder() {
+  return corvane::ProgramFolder().c_str();
+}

@@ -13,6 +13,10 @@ namespace corvane {
 /// there is no home directory either. The folder need not exist.
 [[nodiscard]] std::filesystem::path StateFolder(const std::filesystem::path& program);
 
+/// Makes the folder the answer of CorvaneStateFolder(); empty: none. Called before the program is
+/// loaded, while no other thread asks.
+void SetStateFolder(const std::filesystem::path& folder);
+
 /// Writes a file of the folder, which is created if it is missing. Only the owner has access to
 /// either. Whatever happens, even a power cut, the file has either the old content or the new.
 /// @throws std::filesystem::filesystem_error

@@ -15,7 +15,7 @@ project, host, runtime, libraries, lua_as_c, *emulator = sys.argv[1:]
 PAGE = "docs/loading_the_addin.md"
 NAMES = ["CMakeLists.txt", "runtime.h", "runtime.cpp", "minimal_host.cpp", "blocks.lua"]
 
-check_files(project, PAGE, "examples/minimal_host", NAMES)
+check_files(project, PAGE, ["examples/minimal_host/" + name for name in NAMES])
 symbols, session = [block.text for block in read_blocks(project, PAGE) if block.language == "console"]
 [list_symbols], [command] = commands(symbols), commands(session)
 expected = session.split("\n", 1)[1]

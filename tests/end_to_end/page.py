@@ -27,13 +27,13 @@ def steps(text):
     return re.findall(r"^\$ (.*)\n((?:(?!\$ ).*\n)*)", text, re.MULTILINE)
 
 
-def check_files(project, page, folder, names):
-    """The page shows these files of the folder, in this order and word for word, and no others."""
+def check_files(project, page, paths):
+    """The page shows these files of the project, in this order and word for word, and no others."""
     shown = [block for block in read_blocks(project, page) if block.name]
-    assert [block.name for block in shown] == names, [block.name for block in shown]
-    for block in shown:
-        with open(f"{project}/{folder}/{block.name}", encoding="utf-8") as file:
-            assert file.read() == block.text, f"{page} shows a {block.name} that differs from the one in {folder}"
+    assert [block.name for block in shown] == [path.rsplit("/", 1)[1] for path in paths], [block.name for block in shown]
+    for block, path in zip(shown, paths):
+        with open(f"{project}/{path}", encoding="utf-8") as file:
+            assert file.read() == block.text, f"{page} shows a {block.name} that differs from {path}"
 
 
 def shape(text):

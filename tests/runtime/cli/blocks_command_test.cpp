@@ -33,6 +33,42 @@ TEST(BlocksCommand, JsonHoldsTheSame) {
   EXPECT_EQ(blocks[1]["variables"][5]["type"], "DATE_AND_TIME");
 }
 
+TEST(BlocksCommand, ListsOneTypeOnly) {
+  const auto result = RunCommand({CORVANE, "blocks", "SysProcessCreate"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.out,
+            "SysProcessCreate\n  Command       STRING\n  Args          STRING\n"
+            "  Run           BOOL\n");
+}
+
+TEST(BlocksCommand, AnUnknownTypeIsAnErrorThatNamesTheKnownOnes) {
+  const auto result = RunCommand({CORVANE, "blocks", "SEND_MSM", "--addin", COUNTDOWN_ADDIN});
+  EXPECT_EQ(result.status, 2);
+  EXPECT_EQ(result.out, "");
+  EXPECT_EQ(result.err, "corvane: there is no block type SEND_MSM; there are COUNTDOWN\n");
+}
+
+TEST(BlocksCommand, ShowsInputsAndOutputsApartWithTheirMeaningsWhereTheBlockStatesThem) {
+  const auto result = RunCommand({CORVANE, "blocks", "--addin", COUNTDOWN_ADDIN});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_THAT(result.out, testing::StartsWith(
+                              "COUNTDOWN\n Inputs\n  Execute       BOOL          a rising edge"));
+  EXPECT_THAT(result.out,
+              testing::HasSubstr("  Calls         DINT          calls that the job lasts, at least "
+                                 "1\n Outputs\n  Busy          BOOL          "));
+}
+
+TEST(BlocksCommand, JsonHoldsDirectionsAndMeanings) {
+  const auto result = RunCommand({CORVANE, "blocks", "--json", "--addin", COUNTDOWN_ADDIN});
+  const auto variables = nlohmann::json::parse(result.out)[0]["variables"];
+  ASSERT_EQ(variables.size(), 8u);
+  EXPECT_EQ(variables[1], (nlohmann::json{{"name", "Calls"},
+                                          {"type", "DINT"},
+                                          {"direction", "input"},
+                                          {"meaning", "calls that the job lasts, at least 1"}}));
+  EXPECT_EQ(variables[7]["direction"], "output");
+}
+
 TEST(BlocksCommand, ATypeWithoutMetadataIsNamedAndTheOthersAreListed) {
   const auto result =
       RunCommand({CORVANE, "blocks", "--addin", SILENT_ADDIN, "--addin", ADDIN_FILE});

@@ -56,6 +56,25 @@ TEST(StLibrary, KnowsWhatAnAddinSaysOfAValue) {
   DescribeExternalSTLibValues("DESCRIBED", nullptr);
 }
 
+TEST(StLibrary, KnowsWhatAnAddinSaysOfAVariable) {
+  constexpr STVariable kVariables[] = {{"Port", kSTInput, "modem"},
+                                       {"Done", kSTOutput, nullptr},
+                                       {"Odd", 7, ""},
+                                       {nullptr, 0, nullptr}};
+  DescribeExternalSTLibVariables("DESCRIBED", kVariables);
+  const corvane::VariableDescription* port = corvane::FindVariableDescription("DESCRIBED", "Port");
+  ASSERT_NE(port, nullptr);
+  EXPECT_EQ(port->direction, kSTInput);
+  EXPECT_EQ(port->meaning, "modem");
+  EXPECT_EQ(corvane::FindVariableDescription("DESCRIBED", "Done")->direction, kSTOutput);
+  EXPECT_EQ(corvane::FindVariableDescription("DESCRIBED", "Done")->meaning, "");
+  EXPECT_EQ(corvane::FindVariableDescription("DESCRIBED", "Odd")->direction, 0) << "not stated";
+  EXPECT_EQ(corvane::FindVariableDescription("DESCRIBED", "Other"), nullptr);
+  EXPECT_EQ(corvane::FindVariableDescription("OTHER", "Port"), nullptr);
+  DescribeExternalSTLibVariables(nullptr, kVariables);
+  DescribeExternalSTLibVariables("DESCRIBED", nullptr);
+}
+
 // CTest runs it in a separate process; in one process with the others it must come last.
 TEST(ZStLibraryFailure, AnOpenerThatFailsIsAnErrorWithTheTypesName) {
   RegisterExternalSTLib("BROKEN", Fails);

@@ -10,6 +10,7 @@
 #include <sstream>
 #include <string>
 
+#include "corvane/program.h"
 #include "tests/support/temporary_folder.h"
 
 namespace corvane {
@@ -81,6 +82,15 @@ TEST(StateFolder, IsFoundWithoutTheVariableHome) {
   const Variable xdg("XDG_STATE_HOME", nullptr);
   const Variable home("HOME", nullptr);
   EXPECT_TRUE(StateFolder("pumps.lua").is_absolute()) << "from the list of users";
+}
+
+TEST(StateFolder, IsForAddinsTheRunningPrograms) {
+  SetStateFolder("/var/lib/corvane/pumps");
+  EXPECT_STREQ(CorvaneStateFolder(), "/var/lib/corvane/pumps");
+  SetStateFolder("state");
+  EXPECT_EQ(CorvaneStateFolder(), fs::absolute("state").string()) << "a program may change folders";
+  SetStateFolder({});
+  EXPECT_STREQ(CorvaneStateFolder(), "");
 }
 
 TEST(WriteStateFile, IsForItsOwnerAloneAndSoAreTheFoldersThatItMakes) {
