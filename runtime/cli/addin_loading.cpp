@@ -2,6 +2,7 @@
 #include "runtime/cli/addin_loading.h"
 
 #include <fmt/format.h>
+#include <spdlog/spdlog.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -39,6 +40,26 @@ void CheckDifferent(const std::vector<std::string>& files) {
   }
 }
 
+std::vector<std::unique_ptr<Addin>> LoadNamed(const std::vector<std::string>& files) {
+  std::vector<std::unique_ptr<Addin>> addins;
+  for (const std::string& file : files) addins.push_back(std::make_unique<Addin>(file));
+  return addins;
+}
+
+/// A program that needs none of an add-in's blocks must run without the add-in's libraries, too.
+std::vector<std::unique_ptr<Addin>> LoadOwn() {
+  std::vector<std::unique_ptr<Addin>> addins;
+  for (const auto& file : FindOwnAddins()) {
+    try {
+      addins.push_back(std::make_unique<Addin>(file));
+    } catch (const AddinError& error) {
+      if (addins.empty()) throw;  // the first is always needed
+      spdlog::warn("{}; its blocks are left out", error.what());
+    }
+  }
+  return addins;
+}
+
 }  // namespace
 
 void AddAddinOption(CLI::App& command, std::vector<std::string>& files) {
@@ -49,7 +70,7 @@ void AddAddinOption(CLI::App& command, std::vector<std::string>& files) {
             CheckDifferent(given);
             files = given;
           },
-          "Add-in library to load instead of corvane_fb_lib.so; repeatable")
+          "Add-in library to load instead of those beside the command; repeatable")
       ->expected(1)
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
       ->check(CheckNotEmpty)
@@ -57,10 +78,7 @@ void AddAddinOption(CLI::App& command, std::vector<std::string>& files) {
 }
 
 std::vector<std::unique_ptr<Addin>> LoadAddins(const std::vector<std::string>& files) {
-  std::vector<std::unique_ptr<Addin>> addins;
-  if (files.empty()) addins.push_back(std::make_unique<Addin>(FindOwnAddin()));
-  for (const std::string& file : files) addins.push_back(std::make_unique<Addin>(file));
-  return addins;
+  return files.empty() ? LoadOwn() : LoadNamed(files);
 }
 
 }  // namespace corvane::cli

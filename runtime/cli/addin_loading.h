@@ -13,8 +13,8 @@ namespace corvane::cli {
 
 void AddAddinOption(CLI::App& command, std::vector<std::string>& files);
 
-/// Loads the files in the order given; without any, the add-in of this installation.
-/// Throws AddinError.
+/// Loads the files in the order given; without any, the add-ins of this installation. Of those, one
+/// that cannot be loaded is left out with a warning, except corvane_fb_lib.so. Throws AddinError.
 [[nodiscard]] std::vector<std::unique_ptr<Addin>> LoadAddins(const std::vector<std::string>& files);
 
 }  // namespace corvane::cli

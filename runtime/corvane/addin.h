@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <stdexcept>
+#include <vector>
 
 namespace corvane {
 
@@ -29,8 +30,9 @@ class Addin {
   void (*dispose_)() = nullptr;
 };
 
-/// The add-in of this installation: `corvane_fb_lib.so` in a library folder near the program's.
-/// Throws AddinError that names the places searched when it is in none.
-[[nodiscard]] std::filesystem::path FindOwnAddin();
+/// The add-ins of this installation, which are in a library folder near the program's:
+/// `corvane_fb_lib.so` first, then those of the others that are installed.
+/// Throws AddinError that names the places searched when the first is in none.
+[[nodiscard]] std::vector<std::filesystem::path> FindOwnAddins();
 
 }  // namespace corvane

@@ -43,6 +43,13 @@ TEST(AddinLoading, AFileThatIsNotALibraryIsNamedWithTheReason) {
   EXPECT_THAT(LoadError(file), testing::StartsWith("cannot load add-in " + file.string() + ": "));
 }
 
+TEST(AddinLoading, AMissingLibraryIsNamedWithTheDebianPackageThatHasIt) {
+  EXPECT_EQ(LoadError(LACKING_ADDIN),
+            "cannot load add-in " LACKING_ADDIN
+            ": it needs libcorvane_absent.so.7, which is not installed (on Debian: apt install "
+            "libcorvane-absent7)");
+}
+
 TEST(AddinLoading, AFolderIsNotAnAddin) {
   EXPECT_THAT(LoadError("/tmp"), testing::StartsWith("cannot load add-in /tmp: "));
 }
