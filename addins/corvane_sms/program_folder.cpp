@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "addins/corvane_sms/runtime_additions.h"
+#include "corvane/program.h"
 
 namespace corvane_sms {
 namespace {

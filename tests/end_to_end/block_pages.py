@@ -23,7 +23,7 @@ def described(page):
 
 
 blocks = json.loads(listing.stdout)
-assert len(blocks) >= 5, blocks
+assert blocks, "no block types"
 for block in blocks:
     words = re.sub(r"(?<=[a-z])(?=[A-Z])", "_", block["name"]).lower()
     name = f"docs/blocks/{words}.md"
