@@ -262,8 +262,8 @@ end
 
 
 def the_alarm_does_not_flood():
-    """Servers that accept it each time, but never confirm it as the block expects."""
-    alarm = replace(programs[1][0], "local pause, longest = 60, 3600", "local pause, longest = 0.01, 0.02")
+    """Servers that accept it each time, but never confirm it as the block expects. The pauses are shorter than a cycle."""
+    alarm = replace(programs[1][0], "local pause, longest = 60, 3600", "local pause, longest = 0.001, 0.002")
 
     def confirm_in_two_lines(connection):
         connection.sendall(b"250-2.0.0 taken\r\n250 2.0.0 thanks\r\n")
