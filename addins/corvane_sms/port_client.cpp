@@ -11,6 +11,7 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr milliseconds kRegistrationPause(200);
+constexpr milliseconds kLookPause(1000);
 constexpr milliseconds kCommandTimeout(10'000);
 
 /// New messages are stored and announced; reports come at once, or, where a modem refuses that, are
@@ -43,11 +44,17 @@ PortClient::~PortClient() {
 }
 
 void PortClient::TryToRegister(const Now& now) {
-  if (registered_ || now.steady < next_attempt_) return;
-  next_attempt_ = now.steady + kRegistrationPause;
+  if (now.steady < next_attempt_) return;
+  // Our driver does not mind a client that registers again, and refuses while the device is away.
+  if (registered_ && ModemPortDriverHasPort == nullptr) return;
+  next_attempt_ = now.steady + (registered_ ? kLookPause : kRegistrationPause);
   int unused = 0;
-  registered_ = ModemPortDriverRegister(port_, this, OnPriority, OnRequest, &unused) == 0;
-  if (registered_ && ModemPortDriverListen != nullptr) ModemPortDriverListen(this, OnLine);
+  const bool was_registered = registered_;
+  device_is_there_ = ModemPortDriverRegister(port_, this, OnPriority, OnRequest, &unused) == 0;
+  registered_ = registered_ || device_is_there_;
+  if (registered_ && !was_registered && ModemPortDriverListen != nullptr) {
+    ModemPortDriverListen(this, OnLine);
+  }
 }
 
 int PortClient::OnPriority(void* context) {
@@ -146,7 +153,10 @@ bool PortClient::TakeOwnAnswer(std::string_view answer, int status, const Now& n
 }
 
 void PortClient::TakeLine(std::string_view line, std::string_view pdu, const Now& now) {
-  if (line == kPortDriverRestart) announcement_ = 0;
+  if (line == kPortDriverRestart) {
+    announcement_ = 0;
+    device_is_there_ = true;
+  }
   for (ModemTask* const task : tasks_) task->OnLine(line, pdu, now);
 }
 

@@ -27,10 +27,13 @@ class PortClient {
 
   /// A task of this port; it must outlive the client.
   void Add(ModemTask& task) { tasks_.push_back(&task); }
-  /// Registers with the driver if that has not succeeded yet; at most every 200 ms.
+  /// Registers with the driver if that has not succeeded yet; at most every 200 ms. Then looks
+  /// every second whether the device is still there.
   void TryToRegister(const Now& now);
   /// Whether the device has been there: the driver keeps a registration while it is away.
   [[nodiscard]] bool registered() const { return registered_; }
+  /// Whether it is there now, or was when a driver other than ours was last asked.
+  [[nodiscard]] bool device_is_there() const { return device_is_there_; }
   [[nodiscard]] int port() const { return port_; }
 
  private:
@@ -63,6 +66,7 @@ class PortClient {
   Step step_ = Step::kSetMode;
   std::size_t announcement_ = 0;  // which form of AT+CNMI is next; behind the last: done
   bool registered_ = false;
+  bool device_is_there_ = false;
   messages::SteadyTime next_attempt_{};
 };
 

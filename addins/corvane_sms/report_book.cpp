@@ -43,6 +43,11 @@ void ReportBook::ExpectLoaded(std::int64_t message) {
   }
 }
 
+bool ReportBook::Awaits(const std::string& route) const {
+  const auto first = expected_.lower_bound({route, 0});
+  return first != expected_.end() && first->first.first == route;
+}
+
 bool ReportBook::Take(const std::string& route, const gsm::StatusReportPdu& report,
                       const messages::Now& now) {
   const auto place = expected_.find({route, report.message_reference});

@@ -25,6 +25,8 @@ class ReportBook {
               std::size_t part);
   /// All parts of a message that was loaded.
   void ExpectLoaded(std::int64_t message);
+  /// Whether a message of this port waits for a report.
+  [[nodiscard]] bool Awaits(const std::string& route) const;
   /// A report has come. @return whether it is about a message of this outbox
   bool Take(const std::string& route, const gsm::StatusReportPdu& report, const messages::Now& now);
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What all blocks of this add-in share: the store, the outbox, and one client for each modem port.
+// What all blocks of this add-in share: the store, outbox and inbox, and one client for each modem
+// port.
 // It exists from the first call of a block on, so that loading a program touches neither disk nor
 // modem, until the add-in is disposed of. Threads: under the runtime's scan lock; nothing waits.
 #pragma once
@@ -9,9 +10,11 @@
 #include <optional>
 #include <string>
 
+#include "addins/corvane_sms/list_task.h"
 #include "addins/corvane_sms/port_client.h"
 #include "addins/corvane_sms/report_book.h"
 #include "addins/corvane_sms/send_task.h"
+#include "libs/messages/inbox.h"
 #include "libs/messages/outbox.h"
 #include "libs/messages/store.h"
 
@@ -21,6 +24,8 @@ class SmsService {
  public:
   /// The only one; it is made in the first call.
   [[nodiscard]] static SmsService& The();
+  /// Null before the first call of a block, and after the end.
+  [[nodiscard]] static SmsService* Existing();
   /// Ends it, in at most a second, and logs what waits.
   static void End();
 
@@ -37,17 +42,31 @@ class SmsService {
   /// Uses a port from now on.
   void UsePort(int port, const Now& now);
 
+  /// Takes messages from a port's modem for one more block. @return false: there is no such port
+  [[nodiscard]] bool AddInboxUser(int port, const Now& now);
+  /// After the last one, messages stay in the modem.
+  void RemoveInboxUser(int port, const Now& now);
+  /// What SMS_INBOX reports about a port that it uses.
+  [[nodiscard]] ModemState InboxState(int port, const Now& now) const;
+
   [[nodiscard]] messages::Outbox& outbox() { return outbox_; }
+  [[nodiscard]] messages::Inbox& inbox() { return inbox_; }
   [[nodiscard]] messages::Store& store() { return store_; }
 
  private:
   /// One modem port. The tasks outlive the client, which refers to them.
   struct Port {
-    Port(int number, SmsService& service);
+    Port(int number, SmsService& service, const Now& now);
 
     SendTask send;
+    ListTask list;
     PortClient client;
+    messages::SteadyTime first_used;
+    int inbox_users = 0;
   };
+
+  [[nodiscard]] messages::InboxHooks HooksOfInbox();
+  [[nodiscard]] ListHooks HooksOfList(const std::string& route);
 
   void TakeContent(const Now& now);
   void TakeRequests(const Now& now);
@@ -57,6 +76,7 @@ class SmsService {
 
   messages::Store store_;
   messages::Outbox outbox_;
+  messages::Inbox inbox_;
   ReportBook reports_;
   std::map<int, std::unique_ptr<Port>> ports_;
   bool ports_loaded_ = false;  // those of the messages that the store had are in use

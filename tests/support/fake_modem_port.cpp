@@ -97,6 +97,9 @@ int ModemPortDriverRegister(int port, void* context, PortDriverPriorityFunction 
   if (fake == nullptr) return 1;
   ++fake->attempts_;
   if (fake->refuse_ || port != fake->number_) return 1;
+  for (const auto& client : fake->clients_) {
+    if (client.context == context) return 0;
+  }
   fake->clients_.push_back({context, priority, request, nullptr});
   return 0;
 }
