@@ -41,6 +41,11 @@ class LateAnswerTest : public DriverTest {
     client_.Queue(text, 20);
     ExpectReply(client_.WaitForReply(), ">");
     ExpectNoAnswer(client_.WaitForReply());
+    // It is written, but on a busy machine the peer may not have read it yet.
+    EXPECT_TRUE(WaitFor([&] {
+      const auto requests = peer_->Requests();
+      return !requests.empty() && requests.back() == text;
+    }));
   }
   /// Waits until the driver has the confirmation that the peer has sent.
   static void AwaitConfirmation() {
