@@ -15,6 +15,7 @@ _corvane() {
     case $previous in
     --addin) _corvane_files '*.so' && return ;;
     --config) _corvane_files '*.conf' && return ;;
+    --store) _corvane_files '*.db' && return ;;
     --*)
         # The help shows an option's choices: --log-level TEXT:{trace,debug,...}
         choices=$(sed -nE "s/^ *(-.,)?$previous [A-Z]+:\{([^}]*)\}.*/\2/p" <<<"$help")

@@ -469,6 +469,7 @@ void Outbox::Cancel(const Request& request, const Now& now) {
 }
 
 void Outbox::Retry(const Request& request, const Now& now) {
+  if (request.message.id == 0) return Answer(request, false, "there is no such message any more");
   Entry* entry = FindEntry(request.message.id);
   if (entry != nullptr && entry->row.in_transfer) {
     return Answer(request, false, "not changed: it is being sent now");

@@ -10,6 +10,7 @@
 #include <concepts>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "libs/messages/row.h"
 
@@ -72,6 +73,8 @@ class ColumnReader {
     number = static_cast<Number>(statement_.getColumn(index_++).getInt64());
     return *this;
   }
+  /// Whether the next column is empty.
+  [[nodiscard]] bool AtNull() const { return statement_.isColumnNull(index_); }
 
  private:
   SQLite::Statement& statement_;
@@ -90,5 +93,21 @@ ColumnReader& operator>>(ColumnReader& from, Part& row);
 ColumnReader& operator>>(ColumnReader& from, SentKey& row);
 ColumnReader& operator>>(ColumnReader& from, RecentSend& row);
 ColumnReader& operator>>(ColumnReader& from, Held& row);
+
+/// The begin of a query; the table comes next.
+[[nodiscard]] inline std::string Select(const std::string& columns) {
+  return "SELECT " + columns + " FROM ";
+}
+
+/// All rows of a result.
+template <class Row>
+std::vector<Row> ReadAll(SQLite::Statement& statement) {
+  std::vector<Row> rows;
+  while (statement.executeStep()) {
+    ColumnReader reader(statement);
+    reader >> rows.emplace_back();
+  }
+  return rows;
+}
 
 }  // namespace messages

@@ -33,10 +33,6 @@ std::string FollowedFolder(const fs::path& file) {
   return (fs::canonical(file.parent_path()) / file.filename()).string();
 }
 
-std::string Select(const std::string& columns) {
-  return "SELECT " + columns + " FROM ";
-}
-
 void Configure(const SQLite::Database& database, int option, int value) {
   // NOLINTNEXTLINE(cppcoreguidelines-pro-type-vararg): SQLite's way
   sqlite3_db_config(database.getHandle(), option, value, nullptr);
@@ -69,17 +65,7 @@ void CheckTables(const SQLite::Database& database) {
 }
 
 template <class Row>
-std::vector<Row> ReadAll(SQLite::Statement& statement) {
-  std::vector<Row> rows;
-  while (statement.executeStep()) {
-    ColumnReader reader(statement);
-    reader >> rows.emplace_back();
-  }
-  return rows;
-}
-
-template <class Row>
-std::vector<Row> ReadAll(const SQLite::Database& database, const std::string& query) {
+std::vector<Row> RowsOf(const SQLite::Database& database, const std::string& query) {
   SQLite::Statement statement(database, query);
   return ReadAll<Row>(statement);
 }
@@ -194,23 +180,27 @@ Content StoreFile::Load(WallTime now) {
   const std::string offered = "incoming WHERE accepted IS NULL AND " + kPlausibleId;
   DateUndated(database_, now);
   Content content;
-  content.waiting = ReadAll<Outgoing>(
+  content.waiting = RowsOf<Outgoing>(
       database_, outgoing + "WHERE (state = 0 OR report_awaited <> 0) AND " + kPlausibleId);
-  content.keys = ReadAll<SentKey>(database_,
-                                  "SELECT channel, key, finished FROM outgoing "
-                                  "WHERE state = 1 AND key <> '' AND finished >= " +
-                                      since(kHistory) + " ORDER BY finished");
-  content.recent = ReadAll<RecentSend>(database_,
-                                       "SELECT channel, route, finished FROM outgoing "
-                                       "WHERE state = 1 AND finished >= " +
-                                           since(hours(1)) + " ORDER BY finished");
-  content.inbox = ReadAll<Incoming>(database_, Select(kIncomingColumns) + offered);
-  content.parts =
-      ReadAll<Part>(database_, Select(kPartColumns) + "part ORDER BY message, sequence");
-  content.held = ReadAll<Held>(database_, "SELECT route, place, digest FROM held");
-  SQLite::Statement limit(database_, "SELECT value FROM setting WHERE name = 'limit'");
-  if (limit.executeStep()) content.limit_per_hour = limit.getColumn(0).getInt64();
+  content.keys = RowsOf<SentKey>(database_,
+                                 "SELECT channel, key, finished FROM outgoing "
+                                 "WHERE state = 1 AND key <> '' AND finished >= " +
+                                     since(kHistory) + " ORDER BY finished");
+  content.recent = RowsOf<RecentSend>(database_,
+                                      "SELECT channel, route, finished FROM outgoing "
+                                      "WHERE state = 1 AND finished >= " +
+                                          since(hours(1)) + " ORDER BY finished");
+  content.inbox = RowsOf<Incoming>(database_, Select(kIncomingColumns) + offered);
+  content.parts = RowsOf<Part>(database_, Select(kPartColumns) + "part ORDER BY message, sequence");
+  content.held = RowsOf<Held>(database_, "SELECT route, place, digest FROM held");
+  content.limit_per_hour = LimitPerHour();
   return content;
+}
+
+std::optional<std::int64_t> StoreFile::LimitPerHour() {
+  SQLite::Statement limit(database_, "SELECT value FROM setting WHERE name = 'limit'");
+  if (!limit.executeStep()) return std::nullopt;
+  return limit.getColumn(0).getInt64();
 }
 
 std::int64_t StoreFile::FirstFreeNumber() {

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -35,6 +36,7 @@ class StoreFile {
   void Finish();
 
   [[nodiscard]] Content Load(WallTime now);
+  [[nodiscard]] std::optional<std::int64_t> LimitPerHour();
   /// The lowest number that no message has had.
   [[nodiscard]] std::int64_t FirstFreeNumber();
 
@@ -50,6 +52,8 @@ class StoreFile {
   /// Removes up to `most` messages that ended, or were accepted, more than 30 days ago, or that are
   /// not among the last 100,000 of their kind. @return whether there may be more.
   bool RemoveOld(WallTime now, int most);
+
+  [[nodiscard]] SQLite::Database& database() { return database_; }
 
   /// Whether the file still has its name: somebody may have moved or replaced it.
   [[nodiscard]] bool IsInPlace() const;

@@ -32,6 +32,13 @@ std::string HolderOf(int descriptor) {
   return text.substr(0, text.find_first_not_of("0123456789"));
 }
 
+/// The lock file must stay usable for the program, whoever makes it first.
+void GiveToOwnerOfFolder(int descriptor, const fs::path& folder) {
+  struct stat found {};
+  if (geteuid() != 0 || stat(folder.c_str(), &found) != 0) return;
+  static_cast<void>(!fchown(descriptor, found.st_uid, found.st_gid));
+}
+
 [[noreturn]] void Refuse(const fs::path& store, int descriptor) {
   const std::string holder = HolderOf(descriptor);
   throw StoreError(
@@ -49,6 +56,7 @@ StoreLock::StoreLock(const fs::path& store)
                        S_IRUSR | S_IWUSR)) {
   const int lock = descriptor_.get();
   if (lock < 0) FailToLock(file_, errno);
+  GiveToOwnerOfFolder(lock, file_.parent_path());
   if (flock(lock, LOCK_EX | LOCK_NB) != 0) {
     if (errno == EWOULDBLOCK) Refuse(store, lock);
     FailToLock(file_, errno);

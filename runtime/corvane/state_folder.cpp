@@ -59,9 +59,9 @@ std::string& ProgramFolder() {
 
 }  // namespace
 
-fs::path StateFolder(const fs::path& program) {
+StateHome FindStateHome() {
   if (const std::string folders = Environment("STATE_DIRECTORY"); !folders.empty()) {
-    return folders.substr(0, folders.find(':'));
+    return {folders.substr(0, folders.find(':')), true};
   }
   fs::path base = Environment("XDG_STATE_HOME");
   if (!base.is_absolute()) {  // as the XDG base directory specification requires
@@ -69,7 +69,13 @@ fs::path StateFolder(const fs::path& program) {
     if (base.empty()) return {};
     base = base / ".local" / "state";
   }
-  return base / "corvane" / ProgramName(program);
+  return {base / "corvane", false};
+}
+
+fs::path StateFolder(const fs::path& program) {
+  const StateHome home = FindStateHome();
+  if (home.is_of_one_program || home.folder.empty()) return home.folder;
+  return home.folder / ProgramName(program);
 }
 
 void SetStateFolder(const fs::path& folder) {

@@ -17,6 +17,13 @@ namespace corvane {
 /// loaded, while no other thread asks.
 void SetStateFolder(const std::filesystem::path& folder);
 
+/// Where state folders are.
+struct StateHome {
+  std::filesystem::path folder;    ///< empty: there is no home directory either
+  bool is_of_one_program = false;  ///< it is $STATE_DIRECTORY; else each program has a folder in it
+};
+[[nodiscard]] StateHome FindStateHome();
+
 /// Writes a file of the folder, which is created if it is missing. Only the owner has access to
 /// either. Whatever happens, even a power cut, the file has either the old content or the new.
 /// @throws std::filesystem::filesystem_error

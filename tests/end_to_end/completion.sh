@@ -12,7 +12,7 @@ compopt() { :; }
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 cd "$folder"
-touch pump.lua 'two words.lua' pump.conf addin.so notes.txt
+touch pump.lua 'two words.lua' pump.conf addin.so messages.db notes.txt
 mkdir programs
 
 # expect COMPLETIONS WORD...: the completions of the last word, which may be empty.
@@ -46,6 +46,7 @@ expect "two words.lua" run two
 expect "programs|pump.lua" run --check p
 expect "addin.so|programs" run --addin ""
 expect "programs|pump.conf" run --config ""
+expect "messages.db|programs" messages --store ""
 expect "" run pump.lua -- --
 expect "--help|--version" fly --
 exit $failed

@@ -700,6 +700,17 @@ TEST_F(OutboxTest, ARetryOfAFailedMessageQueuesItAgain) {
   EXPECT_FALSE(answer_->done) << "what was sent is not sent again";
 }
 
+TEST_F(OutboxTest, ARequestAboutAMessageThatIsGoneChangesNothing) {
+  Open();
+  for (const RequestKind kind : {RequestKind::kCancel, RequestKind::kRetry}) {
+    outbox_.Apply({.id = 7, .kind = kind, .value = 0, .message = {}}, now_);
+    EXPECT_FALSE(answer_->done);
+    answer_.reset();
+  }
+  EXPECT_EQ(Next(), "");
+  EXPECT_TRUE(rows_.empty());
+}
+
 TEST_F(OutboxTest, ANewLimitIsStoredAndHoldsAtOnce) {
   Open();
   Add({"a", "b"});
