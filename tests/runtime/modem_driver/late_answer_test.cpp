@@ -278,6 +278,7 @@ TEST_F(LateAnswerTest, APromptThatComesLateAndThatNobodyWantsIsLeft) {
 }
 
 TEST_F(LateAnswerTest, AnOkThatComesLateIsNotTakenForTheNextAnswer) {
+  times_.late_command = kNever;
   const auto running = Start([](ModemPeer& peer, const std::string& request) {
     if (request == "AT+CSQ\r") return peer.Send("\r\n+CSQ: 20,0\r\n\r\nOK\r\n");
     if (request.starts_with("AT+CMGD="))

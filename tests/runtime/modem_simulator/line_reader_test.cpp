@@ -96,7 +96,10 @@ TEST_F(LineReaderTest, ReadsNothingUntilLinesCanBeTaken) {
   ready_ = false;
   const LineReader reader(io_, pipe_[0], Collect());
   Write("one\n");
-  EXPECT_EQ(io_.run_for(std::chrono::milliseconds(100)), 0U);
+  {
+    const auto work = boost::asio::make_work_guard(io_);  // otherwise it would not wait
+    EXPECT_EQ(io_.run_for(std::chrono::milliseconds(100)), 0U);
+  }
   io_.restart();
   ready_ = true;
   AwaitLines(1);
