@@ -21,7 +21,9 @@ AnswerRequest CarryOut(StoreView& store, const Request& request, const Now& now)
                                             return std::uint64_t{1};
                                           }});
   std::vector<Outgoing> rows;
-  if (request.message.state == OutgoingState::kWaiting || request.message.report_awaited) {
+  const bool is_live =
+      request.message.state == OutgoingState::kWaiting || request.message.report_awaited;
+  if (request.message.id != 0 && is_live) {
     rows.push_back(request.message);
   }
   outbox.Load(std::move(rows), {}, {}, store.LimitPerHour(), now);

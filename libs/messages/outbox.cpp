@@ -488,6 +488,7 @@ void Outbox::Retry(const Request& request, const Now& now) {
   again.row.state = OutgoingState::kWaiting;
   again.row.attempts = again.row.unknown_ends = again.row.error_id = 0;
   again.row.finished = {};
+  again.row.reason.clear();
   again.created = again.next_try = now.steady;
   again.expires = now.steady + std::max(valid_for, milliseconds(0));
   routes_[again.row.route].Release();

@@ -694,6 +694,7 @@ TEST_F(OutboxTest, ARetryOfAFailedMessageQueuesItAgain) {
   EXPECT_TRUE(answer_->done);
   EXPECT_EQ(OnDisk(job->id).state, OutgoingState::kWaiting);
   EXPECT_EQ(OnDisk(job->id).expires, kNoon + 3h);
+  EXPECT_EQ(OnDisk(job->id).reason, "");
   EXPECT_EQ(Next(), "a");
   Send();
   outbox_.Apply(About(RequestKind::kRetry, job->id), now_);

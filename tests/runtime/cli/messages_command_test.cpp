@@ -182,9 +182,11 @@ TEST_F(MessagesCommand, CancelsAndRetriesWhileNoProgramRuns) {
 TEST_F(MessagesCommand, ShowsAndSetsTheLimit) {
   MakeStore();
   EXPECT_EQ(Messages({"limit"}).out, "limit: 60 messages per hour and port\n");
+  const std::string list = Messages({}).out;
   EXPECT_EQ(Messages({"limit", "5"}).out, "limit: 5 messages per hour and port\n");
   EXPECT_EQ(Messages({"limit"}).out, "limit: 5 messages per hour and port\n");
   EXPECT_EQ(Messages({"limit", "--json"}).out, "{\"limit\":5}\n");
+  EXPECT_EQ(Messages({}).out, list) << "the messages are as before";
   EXPECT_EQ(messages::ContentOf(folder()).limit_per_hour, 5);
 }
 
