@@ -83,7 +83,7 @@ ExchangeResult ModemExchange::Transact(ModemRequest request, milliseconds timeou
   switch (answer.state()) {
     case AtAnswer::State::kPrompt:
       Report(fmt::format("{} -> prompt in {}", sent.shown, time));
-      SetState(prompt_ended_ ? State::kUnknown : State::kPrompt);
+      SetState(prompt_ended_ || needs_init_ ? State::kUnknown : State::kPrompt);
       return Finished(*pending);
     case AtAnswer::State::kFinal:
       Report(fmt::format("{} -> {} {}in {}", sent.shown, sent.WithoutPin(answer.final_line()),
@@ -173,7 +173,7 @@ void ModemExchange::EndLate(State next, std::string_view how) {
   const auto time = FormatDuration(steady_clock::now() - late_->since);
   Report(fmt::format("{} -> {} after {}", late_->request.shown, how, time));
   if (late_->answer.state() == AtAnswer::State::kOpen) line_.KeepBeginning(late_->answer.line());
-  if (next == State::kPrompt && prompt_ended_) next = State::kUnknown;
+  if (next == State::kPrompt && (prompt_ended_ || needs_init_)) next = State::kUnknown;
   answers_owed_ = answers_owed_ || next == State::kUnknown;
   SetState(next);
 }

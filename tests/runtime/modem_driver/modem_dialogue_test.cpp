@@ -125,6 +125,15 @@ TEST_F(ModemDialogueTest, SendsNoTextToAModemWhosePromptHasEndedWithAResult) {
   }
 }
 
+TEST_F(ModemDialogueTest, SendsNoTextToAModemWhosePromptCameTogetherWithItsRestart) {
+  wire_.after_prompt = "\r\nRDY\r\n";
+  ASSERT_EQ(Exchange("AT+CMGS=18\r").text, ">");
+  const ExchangeResult result = Exchange(kText);
+  EXPECT_FALSE(result.answered);
+  EXPECT_FALSE(result.written);
+  EXPECT_THAT(wire_.written, testing::Not(testing::Contains(kText)));
+}
+
 TEST_F(ModemDialogueTest, SendsNoTextToAModemThatRestartsInThePauseAfterItsPrompt) {
   target_.prompt_pause = std::chrono::milliseconds(100);
   ASSERT_EQ(Exchange("AT+CMGS=18\r").text, ">");
