@@ -69,6 +69,9 @@ SendResult ReadTextAnswer(std::string_view answer, int status) {
   if (const auto reference = NumberAfter(answer, "+CMGS:")) {
     return {SendOutcome::kTaken, static_cast<std::uint8_t>(*reference), {}};
   }
+  // The line was lost before the number. A modem writes this only for a message that is sent, and
+  // sending it twice would be worse than a report that finds nothing.
+  if (answer.starts_with("+CMGS:")) return {SendOutcome::kTaken, 0, {}};
   return ReadRefusal(answer, status);
 }
 

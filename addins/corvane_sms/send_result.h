@@ -21,7 +21,7 @@ enum class SendOutcome : std::uint8_t {
 
 struct SendResult {
   SendOutcome outcome = SendOutcome::kNotNow;
-  std::uint8_t reference = 0;  ///< kTaken: the message reference
+  std::uint8_t reference = 0;  ///< kTaken: the message reference; 0 also if it was lost
   std::string reason;          ///< a part of a sentence for the others
 };
 
