@@ -186,9 +186,9 @@ int WithStore(const MessagesOptions& options, const Work& work) {
   return work(*store, file, options);
 }
 
-using Options = std::shared_ptr<MessagesOptions>;
+using SharedOptions = std::shared_ptr<MessagesOptions>;
 
-CLI::App* AddWork(CLI::App& messages, const Options& options, Action& action,
+CLI::App* AddWork(CLI::App& messages, const SharedOptions& options, Action& action,
                   const std::string& name, const std::string& meaning, Work work) {
   CLI::App* command = messages.add_subcommand(name, meaning);
   command->fallthrough();
@@ -198,7 +198,7 @@ CLI::App* AddWork(CLI::App& messages, const Options& options, Action& action,
   return command;
 }
 
-void AddId(CLI::App* command, const Options& options) {
+void AddId(CLI::App* command, const SharedOptions& options) {
   command->add_option("ID", options->id, "Number of the message, as in the list")
       ->required()
       ->check(WholeNumber(1, std::numeric_limits<std::int64_t>::max()));
@@ -209,7 +209,7 @@ Work ChangeOfKind(RequestKind kind) {
                 const MessagesOptions& options) { return Change(store, file, kind, options); };
 }
 
-void AddWorks(CLI::App& messages, const Options& options, Action& action) {
+void AddWorks(CLI::App& messages, const SharedOptions& options, Action& action) {
   CLI::App* list = AddWork(messages, options, action, "list", "List the messages (the default)",
                            [](StoreView& store, const auto&, const MessagesOptions& chosen) {
                              return List(store, chosen);
