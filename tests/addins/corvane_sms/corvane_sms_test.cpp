@@ -16,6 +16,9 @@ constexpr test_support::TypeRow kTypes[] = {
      "Execute:BOOL Port:DINT Receiver:STRING Text:STRING Key:STRING ValidFor:LREAL Report:BOOL "
      "Flash:BOOL Urgent:BOOL Busy:BOOL Done:BOOL Error:BOOL ErrorId:DINT ErrorText:STRING "
      "Stored:BOOL Sent:DINT Failed:DINT Delivered:DINT Parts:DINT Waiting:DINT"},
+    {"SMS_INBOX",
+     "Enable:BOOL Port:DINT Accept:BOOL Valid:BOOL Error:BOOL ErrorId:DINT ErrorText:STRING "
+     "Ready:BOOL From:STRING Text:STRING Time:DATE_AND_TIME Kind:DINT Id:DINT Waiting:DINT"},
 };
 
 TEST_EVERY_TYPE(SmsAddin, corvane_sms::kBlockTypes, kTypes);
