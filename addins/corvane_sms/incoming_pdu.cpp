@@ -64,10 +64,13 @@ IncomingPdu FromDeliver(const gsm::DeliverPdu& pdu) {
   return incoming;
 }
 
+/// What is not even hexadecimal may be anything; in a text it must be readable.
 IncomingPdu Undecoded(std::string_view hexadecimal) {
   IncomingPdu incoming;
   incoming.kind = IncomingKind::kUndecoded;
   incoming.text = hexadecimal;
+  std::ranges::replace_if(
+      incoming.text, [](char octet) { return octet < ' ' || octet > '~'; }, '?');
   return incoming;
 }
 

@@ -278,7 +278,7 @@ void ListTask::EndList(const Now& now) {
 }
 
 void ListTask::TakeEntry(const ListedPdu& entry, const Now& now) {
-  listed_.insert(entry.index);
+  if (!listed_.insert(entry.index).second) return;  // listed twice: the first one counts
   const bool outgoing = entry.stored_as == StoredAs::kUnsent || entry.stored_as == StoredAs::kSent;
   if (outgoing || (entry.stored_as == StoredAs::kUnknown && IsOutgoing(entry.pdu))) return;
   if (!hooks_.can_store()) return;

@@ -113,7 +113,7 @@ void SmsService::Tick(const Now& now) {
 void SmsService::TakeContent(const Now& now) {
   auto content = store_.TakeContent();
   if (!content) return;
-  inbox_.Load(*content, now);
+  inbox_.Load(std::move(content->inbox), std::move(content->parts), std::move(content->held), now);
   outbox_.Load(std::move(content->waiting), std::move(content->keys), std::move(content->recent),
                content->limit_per_hour, now);
 }

@@ -53,17 +53,18 @@ bool Inbox::IsOnDisk(std::uint64_t sequence) const {
   return sequence == 0 || hooks_.is_on_disk(sequence);
 }
 
-void Inbox::Load(const Content& content, const Now& now) {
-  for (const Incoming& message : content.inbox) {
+void Inbox::Load(std::vector<Incoming> inbox, std::vector<Part> parts, std::vector<Held> held,
+                 const Now& now) {
+  for (Incoming& message : inbox) {
     Route& route = At(message.route);
     route.text_octets += message.text.size();
-    route.waiting.push_back({message, 0});
+    route.waiting.push_back({std::move(message), 0});
   }
-  for (const Held& held : content.held) At(held.route).held[held.index] = {held.digest, 0};
-  for (const Part& part : content.parts) LoadPart(part, now);
+  for (Held& row : held) At(row.route).held[row.index] = {std::move(row.digest), 0};
+  for (Part& part : parts) LoadPart(std::move(part), now);
 }
 
-void Inbox::LoadPart(const Part& part, const Now& now) {
+void Inbox::LoadPart(Part part, const Now& now) {
   if (!MakesSense(part)) return;
   const Key key(part.route, part.sender, part.reference, part.wide, part.total);
   const auto [group, is_new] = groups_.try_emplace(part.group);
@@ -72,7 +73,7 @@ void Inbox::LoadPart(const Part& part, const Now& now) {
     group_of_[key] = part.group;
     next_group_ = std::max(next_group_, part.group + 1);
   }
-  Insert(group, part);
+  Insert(group, std::move(part));
 }
 
 void Inbox::WriteAll() {

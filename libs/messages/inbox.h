@@ -69,8 +69,10 @@ class Inbox {
 
   explicit Inbox(InboxHooks hooks) : hooks_(std::move(hooks)) {}
 
-  /// What the store had. To be called once, before anything is taken.
-  void Load(const Content& content, const Now& now);
+  /// What the store had. To be called once, before anything is taken. Quick, since a call of a
+  /// block does it.
+  void Load(std::vector<Incoming> inbox, std::vector<Part> parts, std::vector<Held> held,
+            const Now& now);
   /// Writes every row again, after the file had to be created again.
   void WriteAll();
   /// Hands over, with gaps, the messages that have waited too long for their parts.
@@ -137,7 +139,7 @@ class Inbox {
   Route& At(std::string_view route);
   [[nodiscard]] bool IsOnDisk(std::uint64_t sequence) const;
   bool IsRepeated(const Part& part, const Route& route) const;
-  void LoadPart(const Part& part, const Now& now);
+  void LoadPart(Part part, const Now& now);
   Groups::iterator GroupOf(const Part& part, const Now& now, std::vector<Change>& changes);
   void Insert(Groups::iterator group, Part part);
   void HandOver(Groups::iterator group, const Now& now, std::vector<Change>& changes);

@@ -316,6 +316,19 @@ def a_missing_sim_card_is_reported(place):
             program.wait_for("^done hello")
 
 
+def a_sim_card_that_is_taken_out_is_reported(place):
+    with SimulatedModem(corvane) as modem, Program(place, modem, "accept") as program:
+        program.wait_for("^state true false 0 $")
+        modem.do("sim out")
+        modem.do("unsolicited +CMTI: \"SM\",1")  # so that the next list comes at once
+        line = program.wait_for("^state false true 25 ")
+        assert "SIM not inserted" in line, line
+        modem.do("sim in")
+        modem.do(f"receive {SENDER} hello")
+        program.wait_for("^done hello")
+        await_empty_store(modem)
+
+
 def a_modem_that_cannot_delete_offers_each_message_once(place):
     with SimulatedModem(corvane) as modem:
         modem.do("fail 500 CMGD 1000")
@@ -519,6 +532,7 @@ TESTS = [a_full_modem_is_emptied_at_9600_baud, killed_at_any_moment_nothing_is_l
          a_message_is_offered_again_until_it_is_accepted, what_cannot_be_decoded_is_handed_over,
          parts_come_in_any_order_over_restarts, a_modem_that_restarts_in_a_list_loses_nothing,
          an_announcement_during_a_list_is_followed, a_missing_sim_card_is_reported,
+         a_sim_card_that_is_taken_out_is_reported,
          a_modem_that_cannot_delete_offers_each_message_once, what_is_to_be_sent_stays_in_the_modem,
          without_a_disk_messages_stay_in_the_modem, with_a_full_disk_messages_stay_in_the_modem,
          a_second_program_with_the_same_store_is_refused, a_damaged_store_is_put_aside, a_full_modem_is_emptied,

@@ -131,6 +131,10 @@ TEST(IncomingPdu, ThatCannotBeDecodedIsHandedOverAsItCame) {
   }
 }
 
+TEST(IncomingPdu, OfAnyOctetsGivesAReadableText) {
+  EXPECT_EQ(ReadIncoming(std::string_view("07\0\xFF\x7F\x1B~", 7)).text, "07????~");
+}
+
 TEST(IncomingPdu, IsAPartWithItsPlace) {
   const IncomingPdu read = ReadIncoming(test_support::Part(200, 3, 2, "level").ToHex());
   EXPECT_EQ(read.type, Type::kPart);

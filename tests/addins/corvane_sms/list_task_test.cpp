@@ -35,7 +35,7 @@ class ListTaskTest : public testing::Test {
   };
 
   ListTaskTest() {
-    inbox_.Load({}, now_);
+    inbox_.Load({}, {}, {}, now_);
     task_.SetEnabled(true, now_);
   }
 
@@ -252,6 +252,14 @@ TEST_F(ListTaskTest, EndsARoundOfDeletionsThatFailAndTakesTheRest) {
   EXPECT_THAT(log_, SizeIs(4)) << "a list and three deletions";
   for (int i = 0; i < 5; ++i) task_.Work(now_);
   EXPECT_THAT(All(), SizeIs(50));
+}
+
+TEST_F(ListTaskTest, TakesAPlaceThatIsListedTwiceOnce) {
+  list_answer_ =
+      "+CMGL: 1,1,,20\r\n" + PduOf("a") + "\r\n+CMGL: 1,1,,20\r\n" + PduOf("b") + "\r\nOK\r\n";
+  delete_answer_ = "ERROR\r\n";
+  for (int i = 0; i < 5; ++i) Pass(seconds(30));
+  EXPECT_THAT(All(), ElementsAre("a"));
 }
 
 TEST_F(ListTaskTest, TakesAnEmptyPlaceForDeleted) {

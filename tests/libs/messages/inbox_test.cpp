@@ -87,13 +87,14 @@ class FakeDisk {
 
 class InboxTest : public testing::Test {
  protected:
-  InboxTest() { inbox_->Load({}, now_); }
+  InboxTest() { inbox_->Load({}, {}, {}, now_); }
 
   /// As after kill -9: only what is on the disk is left.
   void Restart() {
     disk_.Kill();
     inbox_.emplace(disk_.Hooks());
-    inbox_->Load(disk_.content(), now_);
+    const Content content = disk_.content();
+    inbox_->Load(content.inbox, content.parts, content.held, now_);
   }
   void Pass(std::chrono::milliseconds time) {
     now_.steady += time;
@@ -467,10 +468,8 @@ TEST_F(InboxTest, WritesEverythingAgainWhenTheFileWasCreatedAgain) {
 }
 
 TEST_F(InboxTest, LeavesOutRowsThatMakeNoSense) {
-  Content content;
-  content.parts = {Of(0, 2), Of(3, 2), Of(1, 1000)};
   inbox_.emplace(disk_.Hooks());
-  inbox_->Load(content, now_);
+  inbox_->Load({}, {Of(0, 2), Of(3, 2), Of(1, 1000)}, {}, now_);
   Pass(hours(25));
   EXPECT_THAT(All(), IsEmpty());
 }
