@@ -132,10 +132,9 @@ def part(reference, total, sequence, text, wide=False):
 
 
 def store_of(modem):
-    modem.output = ""
     modem.do("list")
     modem.await_output(" places taken")
-    return int(re.search(r"store: (\d+) of", modem.output)[1])
+    return int(re.findall(r"store: (\d+) of", modem.output)[-1])
 
 
 def await_empty_store(modem):
@@ -463,6 +462,36 @@ def a_full_modem_is_emptied_at_9600_baud(place):
     a_full_modem_is_emptied(place, 100, "--baud", "9600")
 
 
+REPORTED = """
+local outbox = SMS_OUTBOX.new { Port = 1, Receiver = "+15550101234", Text = "hello", Report = true, Execute = true }
+local inbox = SMS_INBOX.new { Port = 1, Enable = true }
+local delivered
+function cycle()
+  outbox() inbox()
+  inbox.Accept = inbox.Ready
+  if inbox.Ready then print("offer " .. inbox.Text) end
+  if outbox.Delivered == 1 and not delivered then delivered = true print("delivered") end
+  io.stdout:flush()
+end
+"""
+
+
+def reports_go_to_the_outbox(place):
+    """Handed on directly (+CDS), and stored in the modem where it refuses to hand them on."""
+    for how in ("direct", "stored"):
+        with SimulatedModem(corvane) as modem:
+            if how == "stored":
+                modem.do("answer +CNMI \\r\\nERROR\\r\\n")
+            with Program(place, modem, text=REPORTED, state=f"{place}/{how}") as program:
+                program.wait_for("^delivered")
+                modem.do(f"receive {SENDER} hello")
+                program.wait_for("^offer hello")
+                await_empty_store(modem)
+                lines = program.end()
+                assert [line for line in lines if line.startswith("offer")] == ["offer hello"], (how, lines)
+                assert ("place 1: status report" in modem.output) == (how == "stored"), modem.output
+
+
 TWO_BLOCKS = """
 local blocks = { SMS_INBOX.new { Port = 1, Enable = true }, SMS_INBOX.new { Port = 1, Enable = true } }
 local one, two = blocks[1], blocks[2]
@@ -536,7 +565,7 @@ TESTS = [a_full_modem_is_emptied_at_9600_baud, killed_at_any_moment_nothing_is_l
          a_modem_that_cannot_delete_offers_each_message_once, what_is_to_be_sent_stays_in_the_modem,
          without_a_disk_messages_stay_in_the_modem, with_a_full_disk_messages_stay_in_the_modem,
          a_second_program_with_the_same_store_is_refused, a_damaged_store_is_put_aside, a_full_modem_is_emptied,
-         two_blocks_share_a_port]
+         two_blocks_share_a_port, reports_go_to_the_outbox]
 
 
 def carry_out(test):
