@@ -173,6 +173,7 @@ std::optional<AtRequest> ListTask::Next(const Now& now) {
     step_ = Step::kDeleting;
     deleting_ = to_delete_.front();
     to_delete_.pop_front();
+    reused_ = false;
     return AtRequest{"AT+CMGD=" + std::to_string(deleting_) + "\r", kDeleteTimeout};
   }
   if (!WantsLists() || !IsListDue(now)) return std::nullopt;
@@ -327,6 +328,11 @@ void ListTask::OnDeleted(std::string_view answer, int status, const Now& now) {
   } else if (IsOk(answer) || IsEmptyPlace(FinalLine(answer))) {
     deleted_.insert(deleting_);
     failures_in_a_row_ = 0;
+    if (reused_) {
+      inbox_.Forget(route_, deleting_);
+    } else {
+      cleared_.insert(deleting_);
+    }
   } else {
     NoteStuck(deleting_, Describe(FinalLine(answer)), now);
     if (++failures_in_a_row_ < kMostFailuresInARow) return;
@@ -341,6 +347,7 @@ void ListTask::NoteStuck(int index, std::string_view why, const Now& now) {
   ++stuck.attempts;
   stuck.next_try = now.steady + RetryDeletionAfter(stuck.attempts);
   deleted_.erase(index);
+  cleared_.erase(index);
   if (now.steady < next_warning_) return;
   next_warning_ = now.steady + std::chrono::hours(1);
   hooks_.warn("modem port " + route_ + ": the modem does not delete message " +
@@ -353,11 +360,28 @@ void ListTask::ForgetModem() {
   has_listed_before_ = false;
   listed_before_.clear();
   deleted_.clear();
+  cleared_.clear();
+}
+
+/// `+CMTI: "SM",3` and the like.
+void ListTask::OnAnnouncement(std::string_view line) {
+  announced_ = true;
+  const std::size_t comma = line.find(',');
+  if (comma == std::string_view::npos) return;
+  line.remove_prefix(comma + 1);
+  line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
+  int index = 0;
+  if (std::from_chars(line.data(), line.data() + line.size(), index).ec != std::errc()) return;
+  if (step_ == Step::kDeleting && deleting_ == index) {
+    reused_ = true;
+  } else if (cleared_.erase(index) > 0) {
+    inbox_.Forget(route_, index);
+  }
 }
 
 void ListTask::OnLine(std::string_view line, std::string_view pdu, const Now& now) {
   if (line.starts_with("+CMTI") || line.starts_with("+CDSI")) {
-    announced_ = true;
+    OnAnnouncement(line);
   } else if (line.starts_with("+CDS") || (line.starts_with("+CMT") && was_enabled_)) {
     if (direct_.size() < kMostDirect) direct_.emplace_back(pdu);
     Work(now);

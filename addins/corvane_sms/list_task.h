@@ -70,6 +70,7 @@ class ListTask : public ModemTask {
   void ListAgainAt(Time time);
   void OnList(std::string_view answer, int status, const Now& now);
   void OnDeleted(std::string_view answer, int status, const Now& now);
+  void OnAnnouncement(std::string_view line);
   void NoteStuck(int index, std::string_view why, const Now& now);
   void QueueDeletion(int index, const Now& now);
   /// Ends the sequence; the next list tells whether the modem has recovered.
@@ -109,6 +110,10 @@ class ListTask : public ModemTask {
   int deleting_ = 0;
   Time listed_at_{};
   std::set<int> deleted_;  // since the last list, as the modem says
+  /// Places that the modem says are empty, as far as lists have not shown otherwise. What it then
+  /// announces in one of them is new, even if it is the very same text of the same second.
+  std::set<int> cleared_;
+  bool reused_ = false;  // the place that is being cleared has a new message already
   std::map<int, Stuck> stuck_;
   int failures_in_a_row_ = 0;     // of deletions
   bool deletes_no_more_ = false;  // before the next list

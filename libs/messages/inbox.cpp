@@ -256,6 +256,10 @@ bool Inbox::MayDelete(std::string_view route, int index) const {
   return held != found->held.end() && IsOnDisk(held->second.written);
 }
 
+void Inbox::Forget(std::string_view route, int index) {
+  if (At(route).held.erase(index) > 0) hooks_.write({RemoveHeld{std::string(route), index}});
+}
+
 void Inbox::KeepHeld(std::string_view route, const std::set<int>& listed) {
   std::vector<Change> changes;
   std::erase_if(At(route).held, [&](const auto& held) {

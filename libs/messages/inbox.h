@@ -96,6 +96,8 @@ class Inbox {
   void Hold(std::string_view route, const Place& place);
   /// Whether the message in this place may be deleted: it is on the disk.
   [[nodiscard]] bool MayDelete(std::string_view route, int index) const;
+  /// The modem has deleted what was in this place: what it lists there from now on is new.
+  void Forget(std::string_view route, int index);
   /// Forgets what the modem no longer lists. @param listed all places of a complete list
   void KeepHeld(std::string_view route, const std::set<int>& listed);
 

@@ -72,6 +72,10 @@ class ListTaskTest : public testing::Test {
     const int index = std::stoi(command.substr(8));
     if (!delete_answer_.empty()) return delete_answer_;
     if (!lies_) store_.erase(index);
+    if (!next_text_.empty()) {  // the network has waited for the place
+      store_[index] = {PduOf(std::exchange(next_text_, {}))};
+      task_.OnLine("+CMTI: \"SM\"," + std::to_string(index), {}, now_);
+    }
     return "OK\r\n";
   }
 
@@ -107,6 +111,7 @@ class ListTaskTest : public testing::Test {
   std::map<int, Entry> store_;
   std::string list_answer_, delete_answer_, silent_answer_;
   bool lies_ = false;
+  std::string next_text_;  // arrives during the next deletion
   bool can_store_ = true;
   bool awaits_reports_ = false;
   bool prompt_disk_ = true;
@@ -243,6 +248,34 @@ TEST_F(ListTaskTest, DoesNotTakeAgainWhatTheModemOnlyClaimsToDelete) {
   ASSERT_THAT(warnings_, SizeIs(1));
   EXPECT_THAT(warnings_[0], HasSubstr("lists it again"));
   EXPECT_EQ(task_.state().error_id, 24);
+}
+
+TEST_F(ListTaskTest, TakesTheSameTextAgainWhenTheModemAnnouncesItInAPlaceThatItHasCleared) {
+  store_ = {{1, {PduOf("tick")}}};
+  Run();
+  store_ = {{1, {PduOf("tick")}}};
+  task_.OnLine("+CMTI: \"SM\",1", {}, now_);
+  Run();
+  EXPECT_THAT(All(), ElementsAre("tick", "tick"));
+  EXPECT_THAT(store_, IsEmpty());
+  EXPECT_THAT(warnings_, IsEmpty());
+}
+
+TEST_F(ListTaskTest, TakesTheSameTextAgainWhenItIsAnnouncedDuringTheDeletion) {
+  store_ = {{1, {PduOf("tick")}}};
+  next_text_ = "tick";
+  Run();
+  EXPECT_THAT(All(), ElementsAre("tick", "tick"));
+  EXPECT_THAT(store_, IsEmpty());
+}
+
+TEST_F(ListTaskTest, DoesNotTakeAgainWhatIsAnnouncedWhereNothingWasCleared) {
+  store_ = {{1, {PduOf("stuck")}}};
+  delete_answer_ = "ERROR\r\n";
+  Run();
+  task_.OnLine("+CMTI: \"SM\",1", {}, now_);
+  Run();
+  EXPECT_THAT(All(), ElementsAre("stuck"));
 }
 
 TEST_F(ListTaskTest, EndsARoundOfDeletionsThatFailAndTakesTheRest) {
