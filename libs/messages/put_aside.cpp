@@ -44,7 +44,7 @@ fs::path WithSuffix(const fs::path& file, const char* suffix) {
 }
 
 fs::path PutAside(const fs::path& file, WallTime now) {
-  const fs::path name = FreeName(file, now);
+  fs::path name = FreeName(file, now);
   // The log first: were the file gone and the log left, the next start would drop it.
   const fs::path log = WithSuffix(file, "-wal");
   const bool is_empty = fs::is_regular_file(fs::symlink_status(log)) && fs::file_size(log) == 0;

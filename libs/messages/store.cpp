@@ -2,8 +2,8 @@
 #include "libs/messages/store.h"
 
 #include <pthread.h>
-#include <signal.h>
 
+#include <csignal>
 #include <thread>
 #include <utility>
 
@@ -24,8 +24,8 @@ StoreOptions Completed(StoreOptions options) {
 
 }  // namespace
 
-Store::Store(std::filesystem::path folder, StoreOptions options)
-    : shared_(std::make_shared<StoreShared>(std::move(folder), Completed(std::move(options)))) {
+Store::Store(const std::filesystem::path& folder, StoreOptions options)
+    : shared_(std::make_shared<StoreShared>(folder, Completed(std::move(options)))) {
   std::thread([shared = shared_] {
     sigset_t all;
     sigfillset(&all);

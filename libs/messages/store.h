@@ -90,7 +90,7 @@ class Store {
   /// Returns at once. A thread of the store then makes the folder (mode 0700) and the file
   /// messages.db in it (0600), or opens, checks, migrates and loads it, and does so again and again
   /// while that fails. An empty `folder` is a problem like any other.
-  explicit Store(std::filesystem::path folder, StoreOptions options = {});
+  explicit Store(const std::filesystem::path& folder, StoreOptions options = {});
   Store(const Store&) = delete;
   Store& operator=(const Store&) = delete;
   /// Writes what is queued, but waits no longer than `longest_end`: with a disk that does not

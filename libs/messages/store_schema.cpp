@@ -57,7 +57,7 @@ int Pragma(SQLite::Database& database, const std::string& name) {
 void Migrate(SQLite::Database& database) {
   SQLite::Transaction transaction(database, SQLite::TransactionBehavior::IMMEDIATE);
   const int version = Pragma(database, "user_version");
-  for (std::size_t step = static_cast<std::size_t>(version); step < kSteps.size(); ++step) {
+  for (auto step = static_cast<std::size_t>(version); step < kSteps.size(); ++step) {
     database.exec(kSteps.at(step));
   }
   database.exec("PRAGMA application_id=" + std::to_string(kApplicationId));

@@ -19,8 +19,8 @@ namespace messages {
 
 class StoreShared {
  public:
-  StoreShared(std::filesystem::path folder, StoreOptions chosen)
-      : file(std::move(folder) / "messages.db"), options(std::move(chosen)) {}
+  StoreShared(const std::filesystem::path& folder, StoreOptions chosen)
+      : file(folder / "messages.db"), options(std::move(chosen)) {}
 
   const std::filesystem::path file;
   const StoreOptions options;
