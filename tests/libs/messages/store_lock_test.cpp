@@ -80,9 +80,10 @@ TEST(StoreLock, IsTakenAgainWhenItsFileWasRemoved) {
   const test_support::TemporaryFolder folder;
   Store first(folder.path(), Quick());
   WriteMessages(first, {"112"});
-  fs::remove(folder.path() / "messages.db.lock");
-  ASSERT_TRUE(
-      test_support::WaitFor([&] { return fs::exists(folder.path() / "messages.db.lock"); }));
+  const fs::path lock = folder.path() / "messages.db.lock";
+  fs::remove(lock);
+  // The process id is written once the lock is held.
+  ASSERT_TRUE(test_support::WaitFor([&] { return !FileContent(lock).empty(); }));
   Store second(folder.path(), Quick());
   EXPECT_THAT(ProblemOf(second), HasSubstr("in use by process"));
   EXPECT_FALSE(first.TakeBegunAgain());
