@@ -41,7 +41,7 @@ class ListTaskTest : public testing::Test {
 
   messages::InboxHooks InboxHooks() {
     return {[this] { return next_id_++; },
-            [this](std::vector<messages::Change>) {
+            [this](const std::vector<messages::Change>&) {
               if (prompt_disk_) synced_ = written_ + 1;
               return ++written_;
             },
