@@ -17,7 +17,7 @@ from page import read_blocks
 project, corvane = sys.argv[1:]
 FOLDER = "addins/corvane_fb_lib"
 TEST_LIST = f"tests/{FOLDER}/corvane_fb_lib_test.cpp"
-END_OF_TYPES = "};\n\nTEST_F(AddinEntry, RegistersTheTypes"  # of kTypes, whatever the last block is
+END_OF_TYPES = "};\n\nTEST_F(AddinEntry, InitAddinReturns0"  # of kTypes, whatever the last block is
 
 TEST = f"""// SPDX-License-Identifier: MIT
 #include "{FOLDER}/counter_fb.h"
