@@ -1,66 +1,89 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""sms_outbox.py CORVANE ADDIN: SMS_OUTBOX through the simulated modem, on good days."""
-import os
-import sqlite3
-import subprocess
+"""sms_outbox.py CORVANE ADDIN: SMS_OUTBOX through the simulated modem, as it should be."""
 import sys
 import tempfile
 
 sys.dont_write_bytecode = True
 from simulated_modem import SimulatedModem
+from sms_outbox_program import ONE_JOB, Programs
 
 [corvane, addin] = sys.argv[1:]
-LIMIT = 60  # seconds; only a failing test takes so long
 
-# One job, with the inputs that the test gives; prints how it ends.
-ONE_JOB = """
-local sms = SMS_OUTBOX.new { INPUTS }
+
+def job(inputs):
+    return ONE_JOB.replace("INPUTS", "Port = 1, " + inputs)
+
+
+def a_message_goes_out_to_each_receiver(programs):
+    with SimulatedModem(corvane) as modem:
+        output, _ = programs.run(job('Receiver = "+1 (555) 010-1234; 0151/2345", Text = "Kessel zu heiß: 95 °C [2]"'),
+                                 "--modem", "1=" + modem.device)
+        modem.end()
+    assert output[-2:] == ["false true false 0 true 2 0 0", "text: "], output
+    for receiver in "+15550101234", "01512345":
+        assert modem.output.count(f"sent to {receiver}: Kessel zu heiß: 95 °C [2]") == 1, modem.output
+    assert programs.rows("state, attempts, unknown_ends, in_transfer") == [(1, 1, 0, 0)] * 2
+
+
+def long_texts_arrive_as_they_were(programs):
+    text = "Котёл 2: давление 9,1 бар, выше допустимого 😀. " * 20
+    with SimulatedModem(corvane) as modem:
+        output, _ = programs.run(job(f'Receiver = "4040", Flash = true, ValidFor = 3600, Text = "{text}"'),
+                                 "--modem", "1=" + modem.device)
+        modem.end()
+    assert output[-2] == "false true false 0 true 1 0 0", output
+    assert f"sent to 4040 in 15 parts: {text}\n" in modem.output, modem.output
+    assert "valid for 1 h, class 0" in modem.output, modem.output
+
+
+REPORTED = """
+local sms = SMS_OUTBOX.new { Port = 1, Receiver = "+15550101234", Text = ("x"):rep(200), Report = true }
+local done
 function cycle()
   sms.Execute = true
   sms()
-  if not sms.Busy then
-    print(sms.Done, sms.Error, sms.ErrorId, sms.Stored, sms.Sent, sms.Failed, sms.Parts, sms.Waiting)
-    print("text: " .. sms.ErrorText)
-    plc.stop()
-  end
+  done = done or sms.Done
+  if done and sms.Delivered == 1 then plc.stop() end
 end
 """
 
 
-def start(folder, program, *options):
-    file = folder + "/program.lua"
-    with open(file, "w", encoding="utf-8") as text:
-        text.write(program)
-    return subprocess.Popen(
-        ["setpriv", "--pdeathsig", "KILL", corvane, "run", file, "--addin", addin, "--cycle", "10ms", *options],
-        stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
-        env={**os.environ, "STATE_DIRECTORY": folder + "/state"})
-
-
-def run(folder, program, *options):
-    process = start(folder, program, *options)
-    output, log = process.communicate(timeout=LIMIT)
-    assert process.returncode == 0, log
-    return output.splitlines(), log
-
-
-def rows(folder, columns):
-    with sqlite3.connect(f"file:{folder}/state/messages.db?mode=ro", uri=True) as store:
-        return store.execute(f"SELECT {columns} FROM outgoing ORDER BY id").fetchall()
-
-
-def a_message_goes_out_to_each_receiver(folder):
+def delivery_is_reported_after_done(programs):
     with SimulatedModem(corvane) as modem:
-        output, _ = run(folder, ONE_JOB.replace(
-            "INPUTS", 'Port = 1, Receiver = "+1 (555) 010-1234; 0151/2345", Text = "Kessel zu heiß: 95 °C [2]"'),
-            "--modem", "1=" + modem.device)
+        modem.do("report delivered after 1s")
+        programs.run(REPORTED, "--modem", "1=" + modem.device)
+    assert programs.rows("state, report_awaited") == [(1, 0)]
+
+
+MANY = """
+local jobs = {}
+for i = 1, 3 do
+  local receivers = {}
+  for n = 1, 20 do receivers[n] = "+1555010" .. (1000 + 20 * i + n) end
+  jobs[i] = SMS_OUTBOX.new { Port = 1, Receiver = table.concat(receivers, ";"), Text = "job " .. i, Urgent = true }
+end
+function cycle()
+  local done = 0
+  for _, sms in ipairs(jobs) do
+    sms.Execute = true
+    sms()
+    if sms.Done then done = done + 1 end
+  end
+  if done == #jobs then plc.stop() end
+end
+"""
+
+
+def many_messages_go_out_once_each(programs):
+    with SimulatedModem(corvane) as modem:
+        programs.run(MANY, "--modem", "1=" + modem.device)
         modem.end()
-    assert output == ["true\tfalse\t0\ttrue\t2\t0\t1\t0", "text: "], output
-    for receiver in "+15550101234", "01512345":
-        assert modem.output.count(f"sent to {receiver}: Kessel zu heiß: 95 °C [2]") == 1, modem.output
+    sent = [line for line in modem.output.splitlines() if line.startswith("sent to ")]
+    assert len(sent) == len(set(sent)) == 60, modem.output
 
 
-for test in (a_message_goes_out_to_each_receiver,):
+for test in (a_message_goes_out_to_each_receiver, long_texts_arrive_as_they_were,
+             delivery_is_reported_after_done, many_messages_go_out_once_each):
     with tempfile.TemporaryDirectory() as folder:
-        test(folder)
+        test(Programs(corvane, addin, folder))

@@ -1,0 +1,171 @@
+#!/usr/bin/python3
+# SPDX-License-Identifier: MIT
+"""sms_outbox_faults.py CORVANE ADDIN: SMS_OUTBOX on bad days: killed, without a modem, a network or a store.
+
+The scenarios run side by side, since most of them wait for the next attempt.
+"""
+import os
+import signal
+import sys
+import tempfile
+import threading
+import time
+import traceback
+
+sys.dont_write_bytecode = True
+from simulated_modem import PATIENCE, SimulatedModem
+from sms_outbox_program import NO_EDGE, ONE_JOB, Programs
+
+[corvane, addin] = sys.argv[1:]
+TEXT = "Tank 2 is full"
+SENT = "sent to +15550101234: " + TEXT
+
+
+def job(inputs=""):
+    return ONE_JOB.replace("INPUTS", f'Port = 1, Receiver = "+15550101234", Text = "{TEXT}", {inputs}')
+
+
+def read_until(process, wanted):
+    """The lines up to the one that begins so."""
+    lines = []
+    while not lines or not lines[-1].startswith(wanted):
+        line = process.stdout.readline()
+        assert line, (lines, process.stderr.read())
+        lines.append(line.rstrip("\n"))
+    return lines
+
+
+def killed_at(milliseconds):
+    """Killed at some step of the dialogue: the message goes out once, or is marked and repeated once."""
+    def test(programs):
+        with SimulatedModem(corvane, "--prompt-delay", "150ms", "--network-delay", "300ms") as modem:
+            process = programs.start(job(), "--modem", "1=" + modem.device)
+            read_until(process, "true false false 0 true")  # stored
+            time.sleep(milliseconds / 1000)  # the moment of the kill is what this test varies
+            process.kill()
+            process.communicate()
+            programs.run(NO_EDGE, "--modem", "1=" + modem.device)
+            modem.end()
+        [(state, unknown_ends, in_transfer)] = programs.rows("state, unknown_ends, in_transfer")
+        sent = modem.output.count(SENT)
+        assert (state, in_transfer) == (1, 0), (state, modem.output)
+        assert unknown_ends <= 1 and 1 <= sent <= 1 + unknown_ends, (sent, unknown_ends, modem.output)
+    test.__name__ = f"killed {milliseconds} ms after it was stored"
+    return test
+
+
+def without_coverage(programs):
+    with SimulatedModem(corvane) as modem:
+        modem.do("no coverage 5s")
+        output, _ = programs.run(job(), "--modem", "1=" + modem.device)
+        modem.end()
+    assert output[-2:] == ["false true false 0 true 1 0 0", "text: "], output
+    assert modem.output.count(SENT) == 1
+    [(attempts, reason)] = programs.rows("attempts, reason")
+    assert attempts == 2 and "331" in reason, (attempts, reason)
+
+
+def a_dead_modem(programs):
+    with SimulatedModem(corvane) as modem:
+        modem.do("mute 10min")
+        output, _ = programs.run(job("ValidFor = 3"), "--modem", "1=" + modem.device)
+    assert output[-2] == "false false true 20 true 0 1 0", output
+    assert output[-1].startswith("text: +15550101234: not sent within ValidFor"), output
+
+
+def plugged_in_later(programs):
+    device = programs.folder + "/modem"
+    process = programs.start(job(), "--modem", "1=" + device)
+    read_until(process, "true false false 0 true")
+    with SimulatedModem(corvane) as modem:
+        os.symlink(os.path.realpath(modem.device), device)
+        output, _ = programs.finish(process)
+        modem.end()
+    assert output[-2] == "false true false 0 true 1 0 0", output
+    assert modem.output.count(SENT) == 1
+
+
+def a_missing_modem(programs):
+    output, _ = programs.run(job("ValidFor = 1"), "--modem", f"1={programs.folder}/modem")
+    assert output[-2] == "false false true 20 true 0 1 0", output
+
+
+def a_port_that_nobody_configured(programs):
+    output, _ = programs.run(job())
+    assert output[-2].startswith("false false true 14 false"), output
+    assert "--modem 1=" in output[-1], output
+
+
+def a_second_program_with_one_store(programs):
+    first = programs.start(NO_EDGE.replace("idle == 100", "false"), "--modem", f"1={programs.folder}/none")
+    deadline = time.monotonic() + PATIENCE
+    while not os.path.exists(programs.folder + "/state/messages.db"):
+        assert time.monotonic() < deadline
+        time.sleep(0.01)
+    with SimulatedModem(corvane) as modem:
+        output, log = programs.run(job(), "--modem", "1=" + modem.device)
+        modem.end()
+    first.kill()
+    first.communicate()
+    assert any(line.startswith("true false false 22 false") for line in output), output
+    assert output[-2] == "false true false 0 false 1 0 0", output
+    assert str(first.pid) in log, log
+    assert modem.output.count(SENT) == 1
+
+
+def the_modem_restarts_before_it_confirms(programs):
+    with SimulatedModem(corvane, "--network-delay", "3s", "--trace") as modem:
+        process = programs.start(job(), "--modem", "1=" + modem.device)
+        deadline = time.monotonic() + PATIENCE
+        while not programs.rows("id") or programs.rows("in_transfer") != [(1,)]:
+            assert time.monotonic() < deadline
+            time.sleep(0.01)
+        time.sleep(1)  # past the prompt
+        modem.do("restart")
+        modem.do("delay 0 network")
+        output, _ = programs.finish(process)
+        modem.end()
+    assert output[-2] == "false true false 0 true 1 0 0", output
+    assert "+15550101234" in output[-1] and "not known" in output[-1], output
+    assert 1 <= modem.output.count(SENT) <= 2
+    assert programs.rows("unknown_ends, attempts") == [(1, 2)]
+
+
+def the_end_of_the_program_takes_no_second(programs):
+    with SimulatedModem(corvane) as modem:
+        modem.do("mute 10min")
+        process = programs.start(job(), "--modem", "1=" + modem.device)
+        read_until(process, "true false false 0 true")
+        begin = time.monotonic()
+        process.send_signal(signal.SIGINT)
+        _, log = process.communicate(timeout=PATIENCE)
+        took = time.monotonic() - begin
+    assert took < 2, f"{took} s"  # with a sanitizer, on a busy machine
+    assert "1 message waits" in log and programs.folder in log, log
+    assert programs.rows("state, in_transfer") == [(0, 0)], "an attempt that never was is marked"
+
+
+SCENARIOS = [*(killed_at(time) for time in (0, 30, 60, 100, 150, 200, 250, 300, 350, 400, 500, 700)),
+             without_coverage, a_dead_modem, plugged_in_later, a_missing_modem, a_port_that_nobody_configured,
+             a_second_program_with_one_store, the_modem_restarts_before_it_confirms,
+             the_end_of_the_program_takes_no_second]
+failed = []
+at_once = threading.Semaphore(5)
+
+
+def carry_out(scenario):
+    with at_once, tempfile.TemporaryDirectory() as folder:
+        try:
+            scenario(Programs(corvane, addin, folder))
+        except BaseException:  # pylint: disable=broad-except
+            traceback.print_exc()
+            failed.append(scenario.__name__)
+
+
+only = os.environ.get("ONLY", "")
+threads = [threading.Thread(target=carry_out, args=(scenario,)) for scenario in SCENARIOS if only in scenario.__name__]
+for thread in threads:
+    thread.start()
+for thread in threads:
+    thread.join()
+assert not failed, failed
