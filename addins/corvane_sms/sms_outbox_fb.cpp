@@ -9,6 +9,7 @@
 #include "addins/corvane_sms/sms_service.h"
 #include "addins/corvane_sms/sms_text.h"
 #include "block/duration_input.h"
+#include "libs/base/printable.h"
 
 DEFINE_FUNCTION_BLOCK(SmsOutboxFB, "SMS_OUTBOX")
 
@@ -27,6 +28,27 @@ std::uint8_t NextReference() {
 
 ErrorId IdOf(corvane_sms::TextProblem problem) {
   return problem == corvane_sms::TextProblem::kTooLong ? ErrorId::kTooLong : ErrorId::kText;
+}
+
+/// What to do about the error of a job whose inputs were right.
+std::string Remedy(int error_id) {
+  switch (static_cast<ErrorId>(error_id)) {
+    case ErrorId::kExpired: return "; check modem and network, or allow more time with ValidFor";
+    case ErrorId::kRefused: return "; correct the number, or ask the operator of the network";
+    case ErrorId::kUnknownEnd: return "; ask the receiver before you send it again";
+    default: return {};
+  }
+}
+
+std::string AboutRepeats(const std::string& repeats) {
+  if (repeats.empty()) return {};
+  return "sent again after an attempt whose end is not known, so it may arrive twice: " + repeats;
+}
+
+/// Whether a key can be kept, and shown in one line.
+bool IsKey(const std::string& key) {
+  constexpr std::size_t kLongest = 200;
+  return key.size() <= kLongest && corvane::Printable(key) == key;
 }
 
 }  // namespace
@@ -73,6 +95,11 @@ std::optional<JobFailure> SmsOutboxFB::Queue() {
     return JobFailure{ErrorId::kBadValue,
                       "ValidFor must be a number of seconds from 0 on; 0 means a day"};
   }
+  const std::string key = GetString("Key");
+  if (!IsKey(key)) {
+    return JobFailure{ErrorId::kBadValue,
+                      "Key must be one line of UTF-8 with at most 200 octets; shorten it"};
+  }
   const std::string text = GetString("Text");
   corvane_sms::Receivers receivers = corvane_sms::ReadReceivers(GetString("Receiver"));
   if (!receivers.problem.empty()) return JobFailure{ErrorId::kReceiver, receivers.problem};
@@ -85,7 +112,7 @@ std::optional<JobFailure> SmsOutboxFB::Queue() {
                           std::to_string(port) + "=DEVICE"};
   }
   messages::NewJob job{.route = std::to_string(port),
-                       .key = GetString("Key"),
+                       .key = key,
                        .urgent = GetBool("Urgent"),
                        .valid_for = *valid_for,
                        .messages = {}};
@@ -116,8 +143,9 @@ JobProgress SmsOutboxFB::Poll() {
   const messages::OutboxJob& job = *job_;
   if (job.sequence != 0 && service.store().IsOnDisk(job.sequence)) SetBool("Stored", true);
   if (job.ended()) {
-    if (job.failed == 0) return JobProgress::Done(job.repeats);
-    return JobProgress::Failed({static_cast<ErrorId>(job.error_id), job.errors});
+    if (job.failed == 0) return JobProgress::Done(AboutRepeats(job.repeats));
+    return JobProgress::Failed(
+        {static_cast<ErrorId>(job.error_id), job.errors + Remedy(job.error_id)});
   }
   std::string problem = service.store().problem();
   if (problem.empty() || GetBool("Stored")) return JobProgress::Busy();

@@ -118,7 +118,16 @@ void SmsService::TakeContent(const Now& now) {
                content->limit_per_hour, now);
 }
 
+void SmsService::LogPlace() {
+  if (place_logged_ || !store_.loaded()) return;
+  place_logged_ = true;
+  if (logInfoLn != nullptr)
+    logInfoLn(("SMS: messages are kept in " + store_.file().string()).c_str());
+}
+
 void SmsService::LogNotices() {
+  LogPlace();
+  for (const std::string& notice : outbox_.TakeNotices()) logMsgLn(("SMS: " + notice).c_str());
   for (const std::string& notice : store_.TakeNotices()) logMsgLn(("SMS: " + notice).c_str());
   const std::string problem = store_.problem();
   if (!problem.empty() && !problem_logged_) logMsgLn(("SMS: " + problem).c_str());

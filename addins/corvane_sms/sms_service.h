@@ -71,6 +71,8 @@ class SmsService {
   void TakeContent(const Now& now);
   void TakeRequests(const Now& now);
   void LogNotices();
+  /// Says once where the messages are kept.
+  void LogPlace();
   void UseLoadedPorts(const Now& now);
   void RegisterPorts(const Now& now);
 
@@ -81,6 +83,7 @@ class SmsService {
   std::map<int, std::unique_ptr<Port>> ports_;
   bool ports_loaded_ = false;  // those of the messages that the store had are in use
   bool problem_logged_ = false;
+  bool place_logged_ = false;
 };
 
 }  // namespace corvane_sms

@@ -241,6 +241,7 @@ std::optional<std::int64_t> Outbox::Next(const std::string& route, const Now& no
   const auto place = routes_.find(route);
   if (place == routes_.end()) return std::nullopt;
   const auto id = place->second.Next(limit_per_hour_, now.steady);
+  NoticeLimit(route, place->second);
   if (!id) return std::nullopt;
   Entry& entry = *FindEntry(*id);
   CorrectDeadline(entry, now);
@@ -371,6 +372,9 @@ void Outbox::End(std::int64_t id, OutgoingState state, int error_id, const std::
     }
   }
   if (!reason.empty()) entry.row.reason = reason;
+  if (state != OutgoingState::kSent) {
+    Notice("message to " + entry.row.receiver + " given up: " + reason);
+  }
   if (state == OutgoingState::kSent && !entry.row.key.empty()) {
     sent_keys_.Add(entry.row.key, now.steady);
   }
@@ -383,6 +387,22 @@ void Outbox::AwaitReport(const Entry& entry) {
   awaiting_.insert(entry.row.id);
   ++routes_[entry.row.route].awaiting;
   expiring_.emplace(entry.expires + kLateReport, entry.row.id);
+}
+
+void Outbox::Notice(std::string sentence) {
+  constexpr std::size_t kMaxNotices = 100;
+  if (notices_.size() < kMaxNotices) notices_.push_back(std::move(sentence));
+}
+
+void Outbox::NoticeLimit(const std::string& name, RouteQueue& route) {
+  if (!route.limited) {
+    route.limit_noticed = false;
+  } else if (!std::exchange(route.limit_noticed, true)) {
+    Notice("port " + name + ": " + std::to_string(limit_per_hour_) +
+           " messages have gone out within an hour, which is the limit; " +
+           std::to_string(route.waiting) +
+           " wait. Urgent ones still go out; 'corvane messages limit' changes the limit");
+  }
 }
 
 void Outbox::TakeFromQueue(Entry& entry) {

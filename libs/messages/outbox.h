@@ -112,6 +112,8 @@ class Outbox {
 
   // For people
 
+  /// Sentences for the log: what was given up, and which route its limit holds. Each is given once.
+  [[nodiscard]] std::vector<std::string> TakeNotices() { return std::exchange(notices_, {}); }
   [[nodiscard]] std::int64_t limit_per_hour() const { return limit_per_hour_; }
   /// Carries out a request about this channel, or about the limit, and answers it.
   void Apply(const Request& request, const Now& now);
@@ -151,6 +153,8 @@ class Outbox {
   /// Ends it, for its job, too, and writes it.
   void End(std::int64_t id, OutgoingState state, int error_id, const std::string& reason,
            const Now& now);
+  void Notice(std::string sentence);
+  void NoticeLimit(const std::string& name, RouteQueue& route);
   void TakeFromQueue(Entry& entry);
   void AwaitReport(const Entry& entry);
   void Forget(std::int64_t id);
@@ -176,6 +180,7 @@ class Outbox {
   std::unordered_map<std::string, int> waiting_keys_;
   SentKeys sent_keys_;
   std::deque<std::int64_t> to_write_again_;
+  std::vector<std::string> notices_;
   std::int64_t limit_per_hour_ = kDefaultLimitPerHour;
   std::size_t waiting_ = 0;
 };

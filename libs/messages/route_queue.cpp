@@ -41,8 +41,8 @@ std::optional<std::int64_t> RouteQueue::Next(std::int64_t limit_per_hour, Steady
   }
   if (ready_.empty() || (held_until_ && now < *held_until_)) return std::nullopt;
   const auto [not_urgent, round, id] = *ready_.begin();
-  if (not_urgent && !limit_.Allows(limit_per_hour, now)) return std::nullopt;
-  return id;
+  limited = not_urgent && !limit_.Allows(limit_per_hour, now);
+  return limited ? std::nullopt : std::optional(id);
 }
 
 SteadyTime RouteQueue::Hold(SteadyTime now) {

@@ -45,8 +45,10 @@ class RouteQueue {
   /// A new message deserves an attempt soon, however long the route has been failing.
   void Shorten(SteadyTime now);
 
-  std::size_t waiting = 0;   ///< messages that wait, the one in transfer included
-  std::size_t awaiting = 0;  ///< messages that were sent and whose report is outstanding
+  std::size_t waiting = 0;     ///< messages that wait, the one in transfer included
+  std::size_t awaiting = 0;    ///< messages that were sent and whose report is outstanding
+  bool limited = false;        ///< the hourly limit held the message that Next looked at last
+  bool limit_noticed = false;  ///< and somebody has been told
 
  private:
   using Turn = std::tuple<bool, int, std::int64_t>;  // not urgent, rounds of attempts, number

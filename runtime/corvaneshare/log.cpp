@@ -40,3 +40,7 @@ void logMsg(const char* format, ...) {
 void logMsgLn(const char* line) {
   corvane::LogLines(spdlog::level::warn, line);
 }
+
+void logInfoLn(const char* line) {
+  corvane::LogLines(spdlog::level::info, line);
+}

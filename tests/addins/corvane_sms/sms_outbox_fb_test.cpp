@@ -87,6 +87,9 @@ TEST_F(SmsOutbox, InputsThatCannotWorkAreAnErrorInTheSameCall) {
       {"fb.ValidFor = -1", "10"},
       {"fb.ValidFor = 0/0", "10"},
       {"fb.ValidFor = math.huge", "10"},
+      {"fb.Key = ('k'):rep(201)", "10"},
+      {"fb.Key = 'a\\nb'", "10"},
+      {"fb.Key = '\\xFF'", "10"},
   };
   for (const auto& [input, error] : cases) {
     Run("fb = SMS_OUTBOX.new { Port = 1, Receiver = '+15550101234', Text = 'x' }");
@@ -217,6 +220,20 @@ TEST_F(SmsOutbox, AStoreThatCannotBeWrittenIsToldAndTheMessageGoesOut) {
   Run("fb()");
   EXPECT_EQ(Outputs(), "false true false 0");
   EXPECT_EQ(Get("Sent"), "1");
+}
+
+TEST_F(SmsOutbox, TheLogSaysOnceWhereMessagesAreKept) {
+  ASSERT_TRUE(CallUntil("fb.Waiting == 0"));
+  std::vector<std::string> log;
+  ASSERT_TRUE(test_support::WaitFor([&] {
+    Run("fb()");
+    for (std::string& line : test_support::TakeLog()) log.push_back(line);
+    return !log.empty();
+  }));
+  Run("for i = 1, 10 do fb() end");
+  EXPECT_THAT(log, testing::ElementsAre("info SMS: messages are kept in " +
+                                        (folder_.path() / "messages.db").string()));
+  EXPECT_THAT(test_support::TakeLog(), IsEmpty());
 }
 
 TEST_F(SmsOutbox, AMessageOutlivesItsBlock) {

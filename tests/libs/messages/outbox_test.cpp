@@ -364,6 +364,31 @@ TEST_F(OutboxTest, TheHourlyLimitHoldsAllButUrgentMessages) {
   EXPECT_EQ(Next(), "d");
 }
 
+TEST_F(OutboxTest, TheLimitIsToldOnceWhileItHolds) {
+  limit_ = 1;
+  Restart();
+  Add({"a", "b", "c"});
+  Send();
+  EXPECT_EQ(Next() + Next(), "");
+  const auto notices = outbox_.TakeNotices();
+  ASSERT_EQ(notices.size(), 1u);
+  EXPECT_THAT(notices.front(), HasSubstr("port 1: 1 messages have gone out within an hour"));
+  EXPECT_THAT(notices.front(), HasSubstr("2 wait"));
+  Pass(1h);
+  Send();
+  EXPECT_EQ(Next(), "");
+  EXPECT_EQ(outbox_.TakeNotices().size(), 1u) << "the next time, too";
+}
+
+TEST_F(OutboxTest, WhatIsGivenUpIsNoticed) {
+  Open();
+  Add({"+491"});
+  outbox_.FailForGood(Begin(), kRefusedError, "the number is unassigned", now_);
+  EXPECT_THAT(outbox_.TakeNotices(),
+              testing::ElementsAre("message to +491 given up: the number is unassigned"));
+  EXPECT_THAT(outbox_.TakeNotices(), IsEmpty());
+}
+
 TEST_F(OutboxTest, SixtyAnHourIsTheDefaultLimit) {
   Open();
   Add(std::vector<std::string>(61, "a"));
