@@ -11,8 +11,8 @@ void logMsg(const char* format, ...) __attribute__((format(printf, 1, 2)));
 /// Logs `line` as it is, without formatting.
 void logMsgLn(const char* line);
 
-/// Logs `line` as it is with the level "info": what is worth knowing although nothing went wrong. An
-/// addition of this runtime: an add-in refers to it weakly, and skips the call where a runtime does
-/// not have it.
+/// Logs `line` as it is with the level "info": what is worth knowing although nothing went wrong.
+/// An addition of this runtime: an add-in refers to it weakly, and skips the call where a runtime
+/// does not have it.
 void logInfoLn(const char* line) __attribute__((weak));
 }
