@@ -67,7 +67,6 @@ class ListTask : public ModemTask {
   [[nodiscard]] bool WantsLists() const;
   [[nodiscard]] bool IsListDue(const Now& now) const;
   [[nodiscard]] bool IsDeletionDue(const Now& now) const;
-  void ListAgainAt(Time time);
   void OnList(std::string_view answer, int status, const Now& now);
   void OnDeleted(std::string_view answer, int status, const Now& now);
   void OnAnnouncement(std::string_view line);
