@@ -18,7 +18,7 @@ std::string Variable(const char* name) {
 }
 
 fs::path StateHome() {
-  const fs::path named = Variable("XDG_STATE_HOME");
+  fs::path named = Variable("XDG_STATE_HOME");
   if (named.is_absolute()) return named;  // as the XDG base directory specification wants
   const fs::path home = Variable("HOME");
   return home.empty() ? fs::path() : home / ".local" / "state";

@@ -45,11 +45,10 @@ std::optional<std::uint8_t> Octet(const json& object, const char* name) {
 
 TextCheck CheckText(std::string_view text) {
   if (text.empty()) return {TextProblem::kInvalid, "Text is empty; give a text", 0};
-  const TextCheck too_long{
-      TextProblem::kTooLong,
-      "Text is too long: it needs more than 20 parts; shorten it, or send it in "
-      "several messages",
-      0};
+  TextCheck too_long{TextProblem::kTooLong,
+                     "Text is too long: it needs more than 20 parts; shorten it, or send it in "
+                     "several messages",
+                     0};
   if (text.size() > kMaxOctets) return too_long;
   const auto wrong = utf8::find_invalid(text.begin(), text.end());
   if (wrong != text.end()) {
