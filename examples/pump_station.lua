@@ -19,13 +19,13 @@
 
 local limit = 400 -- cm; above it there is an alarm
 
--- Who may command the station: numbers as READ_SMS returns them, and names for our own messages.
+-- Who may command the station: numbers as SMS_INBOX returns them, and names for our own messages.
 local operators = {
   ["+15550101234"] = "Anna",
   ["+15550105678"] = "Boris",
 }
--- Who gets the alarm: digits only, as SEND_SMS requires.
-local alarm_numbers = { "15550101234", "15550105678" }
+-- Who gets the alarm.
+local alarm_numbers = "+1 555 010-1234; +1 555 010-5678"
 
 local alarm_text = "ТРЕВОГА! Насосная станция 3: уровень воды %d см, предел %d см. "
   .. "Насос 2 не работает. Ответьте ACK."
@@ -37,8 +37,12 @@ end
 ---------------------------------------------------------------------------------------------------
 -- The blocks
 
-local read_sms = READ_SMS.new { Port = 1, Read = true }
-local send_sms = SEND_SMS.new { Port = 1 }
+-- Messages are on the disk before these blocks report them: neither a power cut nor a restart loses one.
+local inbox = SMS_INBOX.new { Port = 1, Enable = true }
+-- The alarm goes first. Its key makes it one of its kind: a station that restarts while the water is high
+-- does not send it again within the hour.
+local alarm_sms = SMS_OUTBOX.new { Port = 1, Receiver = alarm_numbers, Urgent = true, Key = "level", ValidFor = 3600 }
+local answer_sms = SMS_OUTBOX.new { Port = 1, ValidFor = 600 } -- after ten minutes nobody wants the answer
 local send_email = SEND_EMAIL.new {
   Server = plc.args[1],
   Port = plc.args[2],
@@ -77,49 +81,55 @@ local function process()
 end
 
 ---------------------------------------------------------------------------------------------------
--- Sending SMS: one message after another, each until the modem has confirmed it
+-- Sending SMS: a rising edge of Execute hands a message over, and Done or Error reports how it ended
 
-local outbox = {} -- messages { number, text, tries }; the first one is being sent
-local sms_state = "idle" -- idle, sending, waiting
-local sms_again = 0 -- when the next attempt may begin
 local sms_sent = 0
 
-local function sms(number, text)
-  outbox[#outbox + 1] = { number = number, text = text, tries = 0 }
+-- True once, when the block has finished with its message.
+local function has_ended(block, what)
+  if not block.Execute or not (block.Done or block.Error) then
+    return false
+  end
+  block.Execute = false
+  sms_sent = sms_sent + block.Sent
+  if block.ErrorText ~= "" then
+    say("%s: %s", what, block.ErrorText)
+  end
+  return true
 end
 
-local function send_messages()
-  send_sms.Send = false
-  if sms_state == "idle" and #outbox > 0 and plc.clock() >= sms_again and send_sms.State ~= 0 then
-    -- The outputs still refer to the previous message. Reset them, so that they refer to this one.
-    send_sms.Sent = false
-    send_sms.Error = 0
-    send_sms.Receiver = outbox[1].number
-    send_sms.Message = outbox[1].text
-    send_sms.Send = true -- a rising edge: it was false in the cycle before
-    sms_state = "sending"
-    send_sms()
-    return
-  end
+local alarm_stored = false
 
-  send_sms()
-  -- Queue counts the messages that the block still has; at 0 it has finished with ours.
-  if sms_state == "sending" and send_sms.Queue == 0 then
-    if send_sms.Sent then
-      sms_sent = sms_sent + 1
-      table.remove(outbox, 1)
-    else
-      -- The block has given up, at the latest after four attempts. We do not: an alarm must arrive.
-      outbox[1].tries = outbox[1].tries + 1
-      say("SMS to %s failed (error %d), again in 2 s", outbox[1].number, send_sms.Error)
-      sms_again = plc.clock() + 2
-    end
-    sms_state = "idle"
+local function send_alarm(text)
+  alarm_sms.Text = text
+  alarm_sms.Execute = true
+  alarm_stored = false
+end
+
+local answers = {} -- { number, text }; the first one is being sent
+
+local function send_messages()
+  -- The next edge comes after a call with Execute FALSE, which also clears Done and Error.
+  if answers[1] and not (answer_sms.Execute or answer_sms.Done or answer_sms.Error) then
+    answer_sms.Receiver, answer_sms.Text = answers[1].number, answers[1].text
+    answer_sms.Execute = true
+  end
+  alarm_sms()
+  answer_sms()
+  if alarm_sms.Stored and not alarm_stored then
+    alarm_stored = true
+    say("the alarm is stored: it goes out, whatever happens now")
+  end
+  if has_ended(alarm_sms, "alarm") and alarm_sms.Sent == 0 and not alarm_sms.Error then
+    say("this alarm was queued before the restart: it is not sent again")
+  end
+  if has_ended(answer_sms, "answer") then
+    table.remove(answers, 1)
   end
 end
 
 ---------------------------------------------------------------------------------------------------
--- Sending e-mail, likewise
+-- Sending e-mail
 
 local mail -- the text to send; nil: none
 local mail_state = "idle" -- idle, sending
@@ -166,10 +176,6 @@ end
 local refused = 0
 local asked = {} -- numbers to be answered with the state of the machine
 
-local function digits(number)
-  return (number:gsub("%D", ""))
-end
-
 -- A number can be forged, so what answers may cost is limited: a fixed number of them per hour.
 local answers_left, next_hour = 0, 0
 
@@ -182,14 +188,13 @@ local function answer(number, text)
     return
   end
   answers_left = answers_left - 1
-  sms(digits(number), text)
+  answers[#answers + 1] = { number = number, text = text }
 end
 
 -- A text from a phone is data: it is compared with the words that we know, and never becomes part of a
--- command. (A text of seven characters may end with a character of code 0.) ACK can do no harm,
--- whoever sends it; a command that could do harm would need a code word.
+-- command. ACK can do no harm, whoever sends it; a command that could do harm would need a code word.
 local function handle(number, text)
-  local word = text:gsub("%z+$", ""):upper()
+  local word = text:upper()
   local name = operators[number]
   if not name then
     refused = refused + 1
@@ -210,9 +215,11 @@ local function handle(number, text)
 end
 
 local function receive_messages()
-  read_sms()
-  if read_sms.Complete then -- TRUE for one call: a message is in the outputs
-    handle(read_sms.Number, read_sms.Message)
+  inbox()
+  -- Accept confirms that our work with this message is done. If the power fails before, it is offered again.
+  inbox.Accept = inbox.Ready and not inbox.Accept
+  if inbox.Accept then
+    handle(inbox.From, inbox.Text)
   end
 end
 
@@ -221,7 +228,6 @@ local function answer_questions()
   machine()
   if machine.Run then
     local seconds, disk = machine.Output:match("^(%d+)%s+(%S+)")
-    -- At most 67 characters: a longer plain text would go out twice.
     local state = string.format("Level %d/%d cm, alarm %s, disk %s full, up %d min",
       station.level, limit, station.alarm, disk or "?", (seconds or 0) / 60)
     for _, number in ipairs(asked) do
@@ -238,9 +244,7 @@ local function watch_level()
   if station.level > limit and station.alarm == "none" then -- a rising edge: one alarm
     station.alarm = "active"
     say("ALARM: %d cm, the limit is %d cm", station.level, limit)
-    for _, number in ipairs(alarm_numbers) do
-      sms(number, alarm_text:format(station.level, limit))
-    end
+    send_alarm(alarm_text:format(station.level, limit))
     mail = string.format("The water level is %d cm, the limit is %d cm. Pump 2 is not running.", station.level, limit)
   elseif station.level < limit - 10 and station.alarm == "acknowledged" then
     station.alarm = "over"
@@ -259,7 +263,7 @@ function cycle()
   send_mail()
   start_pump()
 
-  if station.alarm == "over" and #outbox == 0 and not mail then
+  if station.alarm == "over" and not alarm_sms.Execute and #answers == 0 and not mail then
     say("%d SMS and %d e-mail sent, %d message refused, nothing lost", sms_sent, mails_sent, refused)
     plc.stop()
   end

@@ -55,6 +55,7 @@ read -r word _ <&4 || word=
 spoken_by phone <&4 &
 
 cd "$folder" # the report is written here, since the name of an attachment is its whole path
+export STATE_DIRECTORY=$folder/state # the store of messages: each run of the example begins with an empty one
 status=0
 {
     "$corvane" run "$here/pump_station.lua" --modem 1="$folder/modem" --log-level warning -- \

@@ -41,6 +41,7 @@ def shape(text):
     text = re.sub(r"\d{4}-\d\d-\d\d[ T]\d\d:\d\d(:\d\d[.+:\d]*)?", "TIME", text)
     text = re.sub(r"\b\d[\d.]*(ns|us|ms|s)\b", "DURATION", text)
     text = re.sub(r"\b\d+ (cycles|overruns)", r"N \1", text)
+    text = re.sub(r"\S*/\.local/state/", "STATE/", text)
     return re.sub(r"/dev/pts/\d+", "/dev/pts/N", text)
 
 

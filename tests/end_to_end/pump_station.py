@@ -1,7 +1,8 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
 """pump_station.py PROJECT CORVANE: the example tells its whole story, as README shows it, and leaves nothing behind,
-even after Ctrl-C. What answers to a forged number may cost is limited."""
+even after Ctrl-C. Killed when the alarm is stored, it sends the alarm after the restart, once. What answers to a
+forged number may cost is limited."""
 import os
 import re
 import signal
@@ -24,6 +25,7 @@ STORY = [
     ("controller", "refused: a message from the unknown number +15559998877"),
     ("phone", "unplugged for 3s"),
     ("controller", "ALARM: 401 cm, the limit is 400 cm"),
+    ("controller", "the alarm is stored"),
     ("phone", "plugged in again"),
     ("phone", "sent to +15550101234 in 2 parts: ТРЕВОГА! Насосная станция 3: уровень воды 401 см"),
     ("phone", "sent to +15550105678 in 2 parts: ТРЕВОГА! Насосная станция 3: уровень воды 401 см"),
@@ -77,28 +79,65 @@ def interrupt_at(moment):
         assert os.listdir(folder) == [], os.listdir(folder)
 
 
+class Station:
+    """The program alone, faster than it is shown, with its store in `folder`."""
+
+    def __init__(self, device, folder):
+        words = ["run", project + "/examples/pump_station.lua", "--cycle", "5ms", "--modem", f"1={device}",
+                 "--", "127.0.0.1", "1", "plc", "s3cret", "pump3@plant.example", "operator@plant.example"]
+        self.process = subprocess.Popen([corvane, *words], stdout=subprocess.PIPE, text=True, cwd=folder,
+                                        env={**os.environ, "STATE_DIRECTORY": folder + "/state"})
+        self.said = ""
+
+    def await_saying(self, text, times=1):
+        while self.said.count(text) < times:
+            line = self.process.stdout.readline()
+            assert line, f"no {text!r} in {self.said!r}"
+            self.said += line
+
+    def end(self, with_signal):
+        self.process.send_signal(with_signal)
+        self.said += self.process.stdout.read()
+        self.process.stdout.close()
+        self.process.wait(60)
+
+
+def await_count(modem, text, count):
+    while modem.output.count(text) < count:
+        modem.await_output("\n")
+
+
+def an_alarm_survives_kill_9():
+    alarms = [f"sent to {number} in 2 parts: ТРЕВОГА!" for number in ("+15550101234", "+15550105678")]
+    with SimulatedModem(corvane) as modem, tempfile.TemporaryDirectory() as folder:
+        station = Station(folder + "/unplugged", folder)
+        station.await_saying("the alarm is stored")
+        station.end(signal.SIGKILL)
+        station = Station(modem.device, folder)
+        await_count(modem, alarms[0], 1)
+        await_count(modem, alarms[1], 1)
+        station.await_saying("this alarm was queued before the restart")
+        station.end(signal.SIGTERM)
+        modem.end()
+    for alarm in alarms:
+        assert modem.output.count(alarm) == 1, modem.output
+
+
 def answers_have_a_limit():
     to_anna = "sent to +15550101234: Commands: STATUS, ACK\n"
     with SimulatedModem(corvane) as modem, tempfile.TemporaryDirectory() as folder:
         for _ in range(22):
             modem.do("receive +15550101234 hello")
-        words = ["run", project + "/examples/pump_station.lua", "--cycle", "5ms", "--modem", f"1={modem.device}",
-                 "--", "127.0.0.1", "1", "plc", "s3cret", "pump3@plant.example", "operator@plant.example"]
-        with subprocess.Popen([corvane, *words], stdout=subprocess.PIPE, text=True, cwd=folder) as station:
-            said = ""
-            while said.count("no answer to +15550101234: the limit for this hour is reached") < 2:
-                line = station.stdout.readline()
-                assert line, said
-                said += line
-            while modem.output.count(to_anna) < 20:
-                modem.await_output("\n")
-            station.send_signal(signal.SIGTERM)
-            said += station.stdout.read()
+        station = Station(modem.device, folder)
+        station.await_saying("no answer to +15550101234: the limit for this hour is reached", times=2)
+        await_count(modem, to_anna, 20)
+        station.end(signal.SIGTERM)
         modem.end()
     assert modem.output.count(to_anna) == 20, modem.output
-    assert said.count("wrote something that is not a command") == 22, said
+    assert station.said.count("wrote something that is not a command") == 22, station.said
 
 
+an_alarm_survives_kill_9()
 answers_have_a_limit()
 interrupt_at("A pump station with a modem")
 interrupt_at("Anna asks for the status")
