@@ -22,7 +22,7 @@ using modem_simulator::FakeHost;
 using modem_simulator::Modem;
 
 constexpr std::size_t kNever = std::numeric_limits<std::size_t>::max();
-constexpr std::chrono::milliseconds kTimeout(5);  // no time passes on the line
+constexpr std::chrono::milliseconds kLineTimeout(5);  // no time passes on the line
 
 enum class Fault : std::uint8_t { kCut, kRestart, kSilence };
 
@@ -127,7 +127,7 @@ struct Driver {
     dialogue.Attach(std::make_unique<FaultyLine>(bench));
   }
   ExchangeResult Ask(const std::string& request) {
-    return dialogue.Exchange(1, ModemRequest(request), kTimeout);
+    return dialogue.Exchange(1, ModemRequest(request), kLineTimeout);
   }
   /// The fault is over.
   void Recover() {
