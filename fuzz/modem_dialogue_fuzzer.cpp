@@ -43,6 +43,7 @@ class Modem : public corvane::SerialLine {
     return octets;
   }
   bool Write(std::string_view octets, corvane::SteadyTime /*deadline*/) override {
+    written_ = octets.size();
     if (octets == request_) {
       coming_ += answer_;
       request_ = {};  // only once
@@ -51,6 +52,7 @@ class Modem : public corvane::SerialLine {
     }
     return true;
   }
+  [[nodiscard]] std::size_t written() const override { return written_; }
   [[nodiscard]] const std::string& loss() const override { return loss_; }
 
  private:
@@ -58,7 +60,8 @@ class Modem : public corvane::SerialLine {
   std::string_view answer_;
   std::size_t piece_;
   std::string coming_;
-  std::size_t read_ = 0;  // how much of it has been read
+  std::size_t read_ = 0;     // how much of it has been read
+  std::size_t written_ = 0;  // octets of the last line
   std::string loss_;
 };
 
