@@ -51,8 +51,7 @@ void ModemAdvice::NoteEndlessAnswer(const ModemRequest& request) const {
 void ModemAdvice::NoteOkWithoutNumber(const ModemRequest& text) const {
   spdlog::warn(
       "modem port {}: the modem answered OK to a message, but without {}: and its number; modems "
-      "of "
-      "some makers do that when sending has failed (init=\"AT^SM20=0,0\" helps there)",
+      "of some makers do that when sending has failed (init=\"AT^SM20=0,0\" helps there)",
       target_.port, text.name);
 }
 
@@ -60,8 +59,7 @@ void ModemAdvice::NoteLateConfirmation(std::chrono::nanoseconds time) {
   if (std::exchange(slow_network_reported_, true)) return;
   spdlog::info(
       "modem port {}: the network confirmed a message after {}. It is not sent again, but until "
-      "then "
-      "SEND_SMS shows Error 6. With patience=60s for this port, it waits without the error",
+      "then SEND_SMS shows Error 6. With patience=60s for this port, it waits without the error",
       target_.port, FormatDuration(time));
 }
 

@@ -123,6 +123,21 @@ TEST_F(ModemPortTest, ARefusalIsLoggedOnceWithItsMeaning) {
                           "PDU mode parameter)"));
 }
 
+TEST_F(ModemPortTest, AnOkWithoutTheNumberOfTheMessageIsLogged) {
+  const auto running = Start([](ModemPeer& peer, const std::string& request) {
+    request == kText ? peer.Send(kOk) : Obey(peer, request);
+  });
+  client_.Queue(kAnnounce, 500, 0);
+  client_.Queue(kText);
+  ExpectReply(client_.WaitForReply(), ">");
+  ExpectReply(client_.WaitForReply(), "OK\r\n");
+  EXPECT_THAT(
+      Logged("warning"),
+      ElementsAre("warning modem port 1: the modem answered OK to a message, but without +CMGS: "
+                  "and its number; modems of some makers do that when sending has failed "
+                  "(init=\"AT^SM20=0,0\" helps there)"));
+}
+
 TEST_F(ModemPortTest, AMessageThatItsClientGivesUpIsLogged) {
   times_.warning = kForEver;
   const auto running = Start([](ModemPeer& peer, const std::string& request) {
