@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
 """A `corvane modem` for a test, which starts it, gives it commands and ends it."""
 import os
+import re
 import select
 import subprocess
 import tempfile
@@ -55,6 +56,20 @@ class SimulatedModem:
         status = self.process.wait(PATIENCE)
         assert status == 0, status
         assert not os.path.lexists(self.device), "its link is still there"
+
+
+def store_of(modem):
+    """How many messages are in its store."""
+    modem.do("list")
+    modem.await_output(" places taken")
+    return int(re.findall(r"store: (\d+) of", modem.output)[-1])
+
+
+def await_empty_store(modem, limit=90):
+    end = time.monotonic() + limit
+    while (taken := store_of(modem)) != 0:
+        assert time.monotonic() < end, f"{taken} messages are left in the modem"
+        time.sleep(0.1)
 
 
 def run(*words, given=""):

@@ -19,7 +19,8 @@ import threading
 import time
 
 sys.dont_write_bytecode = True
-from simulated_modem import SimulatedModem
+from simulated_modem import SimulatedModem, await_empty_store, store_of
+from tiny_disk import TinyDisk, can_mount
 
 corvane, addin = sys.argv[1:3]
 only = sys.argv[3:]
@@ -129,19 +130,6 @@ def part(reference, total, sequence, text, wide=False):
     head = f"060804{reference:04X}" if wide else f"050003{reference:02X}"
     data = head + f"{total:02X}{sequence:02X}" + text.encode("utf-16-be").hex().upper()
     return "0044" + "0D91945111325476F8" + "0008" + "62112221000000" + f"{len(data) // 2:02X}" + data
-
-
-def store_of(modem):
-    modem.do("list")
-    modem.await_output(" places taken")
-    return int(re.findall(r"store: (\d+) of", modem.output)[-1])
-
-
-def await_empty_store(modem):
-    end = time.monotonic() + LIMIT
-    while (taken := store_of(modem)) != 0:
-        assert time.monotonic() < end, f"{taken} messages are left in the modem"
-        time.sleep(0.1)
 
 
 def a_message_is_offered_again_until_it_is_accepted(place):
@@ -381,23 +369,15 @@ def without_a_disk_messages_stay_in_the_modem(place):
 
 
 def with_a_full_disk_messages_stay_in_the_modem(place):
-    if subprocess.run(["unshare", "-m", "true"], check=False, capture_output=True).returncode != 0:
+    if not can_mount():
         print("with a full disk messages stay in the modem: SKIPPED, since this user cannot mount a file system")
         return
-    state = place + "/state"
-    os.mkdir(state)
-    wrap = ("unshare", "-m", "sh", "-c", f'mount -t tmpfs -o size=1m none {state} && exec "$@"', "sh")
-    with SimulatedModem(corvane) as modem, Program(place, modem, "accept", wrap=wrap) as program:
+    disk = TinyDisk(place + "/state")
+    with SimulatedModem(corvane) as modem, Program(place, modem, "accept", wrap=disk.command) as program:
         modem.do(f"receive {SENDER} before")
         program.wait_for("^done before")
         await_empty_store(modem)
-        filling = f"/proc/{program.process.pid}/root{state}/filling"
-        with open(filling, "wb", buffering=0) as file:
-            try:
-                while True:
-                    file.write(bytes(4096))
-            except OSError:
-                pass
+        disk.fill(program.process)
         for number in range(20):
             modem.do(f"receive {SENDER} message {number} " + "x" * 100)
         line = program.wait_for("^state true true 22 ")
@@ -405,7 +385,7 @@ def with_a_full_disk_messages_stay_in_the_modem(place):
         time.sleep(0.5)
         offered = len(texts(program.seen))
         assert store_of(modem) >= 20 - offered, (offered, store_of(modem))
-        os.remove(filling)
+        disk.make_room()
         for _ in range(20):
             program.wait_for("^done message")
         await_empty_store(modem)

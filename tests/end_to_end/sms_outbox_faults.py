@@ -6,6 +6,7 @@ The scenarios run side by side, since most of them wait for the next attempt.
 """
 import os
 import signal
+import subprocess
 import sys
 import tempfile
 import threading
@@ -14,7 +15,8 @@ import traceback
 
 sys.dont_write_bytecode = True
 from simulated_modem import PATIENCE, SimulatedModem
-from sms_outbox_program import NO_EDGE, ONE_JOB, Programs
+from sms_outbox_program import MANY_JOBS, NO_EDGE, ONE_JOB, Programs
+from tiny_disk import TinyDisk, can_mount
 
 [corvane, addin] = sys.argv[1:]
 TEXT = "Tank 2 is full"
@@ -113,6 +115,60 @@ def a_second_program_with_one_store(programs):
     assert modem.output.count(SENT) == 1
 
 
+def a_full_disk(programs):
+    if not can_mount():
+        print("a full disk: SKIPPED, since this user cannot mount a file system")
+        return
+    disk = TinyDisk(programs.folder + "/state")
+
+    def begin(number, text):
+        file = f"{programs.folder}/job{number}"
+        with open(file + ".new", "w", encoding="ascii") as job_file:
+            job_file.write(text)
+        os.rename(file + ".new", file)
+
+    long_text = "the disk is full " * 170  # so long that the files have no room for it anywhere
+    with SimulatedModem(corvane) as modem:
+        process = programs.start(MANY_JOBS, "--modem", "1=" + modem.device, "--", programs.folder, wrap=disk.command)
+        begin(1, "before")
+        assert read_until(process, "false true ")[-1] == "false true false 0 true 1 0 "
+        disk.fill(process)
+        begin(2, long_text)
+        lines = read_until(process, "false true ")
+        assert lines[-1] == "false true false 0 false 1 0 ", lines
+        failures = [line for line in lines if line.startswith("true false false 22 false ")]
+        assert failures and all("messages.db" in line for line in failures), lines
+        assert not any(line.split()[2] == "true" or line.split()[4] == "true" for line in lines[1:]), lines
+        disk.make_room()
+        deadline = time.monotonic() + PATIENCE
+        while disk.states(corvane) != ["sent", "sent"]:
+            assert time.monotonic() < deadline, "the second message is not in the store"
+            time.sleep(0.05)
+        begin(3, "after")
+        assert read_until(process, "false true ")[-1] == "false true false 0 true 1 0 "
+        assert disk.states(corvane) == ["sent"] * 3, disk.states(corvane)
+        process.send_signal(signal.SIGINT)
+        programs.finish(process)
+        modem.end()
+    sent = [line.split(": ", 1)[1] for line in modem.output.splitlines() if line.startswith("sent to ")]
+    assert sent == ["before", long_text, "after"], sent
+
+
+def a_check_of_a_program_makes_no_file(programs):
+    file = programs.folder + "/both.lua"
+    with open(file, "w", encoding="ascii") as text:
+        text.write("local out = SMS_OUTBOX.new { Port = 1, Receiver = '110', Text = 'x', Execute = true }\n"
+                   "local inbox = SMS_INBOX.new { Port = 1, Enable = true }\n"
+                   "function cycle() out() inbox() end\n")
+    unset = {name: value for name, value in os.environ.items() if name not in ("STATE_DIRECTORY", "XDG_STATE_HOME")}
+    for environment in ({"STATE_DIRECTORY": programs.folder + "/state"}, {"XDG_STATE_HOME": programs.folder + "/xdg"},
+                        {"HOME": programs.folder}):
+        result = subprocess.run([corvane, "run", "--check", "--addin", addin, "--modem", "1=tcp:127.0.0.1:9", file],
+                                capture_output=True, text=True, check=False, env={**unset, **environment})
+        assert result.returncode == 0 and result.stdout.endswith(": ok\n"), result
+        assert os.listdir(programs.folder) == ["both.lua"], (environment, os.listdir(programs.folder))
+
+
 def the_modem_restarts_before_it_confirms(programs):
     with SimulatedModem(corvane, "--network-delay", "3s", "--trace") as modem:
         process = programs.start(job(), "--modem", "1=" + modem.device)
@@ -147,7 +203,7 @@ def the_end_of_the_program_takes_no_second(programs):
 
 SCENARIOS = [*(killed_at(time) for time in (0, 30, 60, 100, 150, 200, 250, 300, 350, 400, 500, 700)),
              without_coverage, a_dead_modem, plugged_in_later, a_missing_modem, a_port_that_nobody_configured,
-             a_second_program_with_one_store, the_modem_restarts_before_it_confirms,
+             a_second_program_with_one_store, a_full_disk, a_check_of_a_program_makes_no_file, the_modem_restarts_before_it_confirms,
              the_end_of_the_program_takes_no_second]
 failed = []
 at_once = threading.Semaphore(5)

@@ -25,6 +25,29 @@ function cycle()
 end
 """
 
+# A job for each file job1, job2 ... in the folder that the program is given: its content is the text.
+MANY_JOBS = """
+io.stdout:setvbuf("no")
+local sms = SMS_OUTBOX.new { Port = 1, Receiver = "+15550101234" }
+local number, shown = 1, ""
+function cycle()
+  local file = not sms.Busy and io.open(plc.args[1] .. "/job" .. number)
+  if file then
+    number = number + 1
+    sms.Text = file:read("*a")
+    file:close()
+    sms.Execute = false
+    sms()
+    sms.Execute = true
+  end
+  sms()
+  local now = table.concat({ tostring(sms.Busy), tostring(sms.Done), tostring(sms.Error), sms.ErrorId,
+                             tostring(sms.Stored), sms.Sent, sms.Failed, sms.ErrorText }, " ")
+  if now ~= shown then print(now) end
+  shown = now
+end
+"""
+
 # Only calls a block, and ends when nothing has waited for a while.
 NO_EDGE = """
 local sms = SMS_OUTBOX.new { Port = 1 }
@@ -43,12 +66,12 @@ class Programs:
     def __init__(self, corvane, addin, folder):
         self.corvane, self.addin, self.folder = corvane, addin, folder
 
-    def start(self, program, *options):
+    def start(self, program, *options, wrap=()):
         file = self.folder + "/program.lua"
         with open(file, "w", encoding="utf-8") as text:
             text.write(program)
         return subprocess.Popen(
-            ["setpriv", "--pdeathsig", "KILL", self.corvane, "run", file, "--addin", self.addin,
+            ["setpriv", "--pdeathsig", "KILL", *wrap, self.corvane, "run", file, "--addin", self.addin,
              "--cycle", "10ms", *options],
             stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
             env={**os.environ, "STATE_DIRECTORY": self.folder + "/state"})
