@@ -281,7 +281,9 @@ TEST(Store, WaitsForAnotherProgramThatIsWriting) {
   const test_support::TemporaryFolder folder;
   Store store(folder.path(), Quick());
   WriteMessages(store, {"112"});
-  SQLite::Database other(store.file().string(), SQLITE_OPEN_READWRITE);
+  // The store may still be looking for old messages to remove.
+  constexpr int kBusyMilliseconds = 10'000;
+  SQLite::Database other(store.file().string(), SQLITE_OPEN_READWRITE, kBusyMilliseconds);
   other.exec("BEGIN IMMEDIATE");
   store.Write({NewMessage(store, "110")});
   EXPECT_FALSE(store.Flush(std::chrono::milliseconds(30)));
