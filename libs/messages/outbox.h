@@ -9,12 +9,12 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <set>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -171,13 +171,14 @@ class Outbox {
   bool without_store_ = false;
   std::unique_ptr<Loading> loading_;
   std::deque<Undecided> undecided_;
-  std::unordered_map<std::int64_t, Entry> entries_;
-  std::unordered_map<std::string, RouteQueue> routes_;
-  std::unordered_map<std::string, std::int64_t> in_transfer_;  // by route
+  // No hash tables: when one grows, a single call moves all that is in it.
+  std::map<std::int64_t, Entry> entries_;
+  std::map<std::string, RouteQueue> routes_;
+  std::map<std::string, std::int64_t> in_transfer_;  // by route
   std::set<std::pair<SteadyTime, std::int64_t>> expiring_;
   std::set<std::int64_t> awaiting_;  // sent, with a report outstanding
   std::vector<std::int64_t> loaded_with_progress_;
-  std::unordered_map<std::string, int> waiting_keys_;
+  std::map<std::string, int> waiting_keys_;
   SentKeys sent_keys_;
   std::deque<std::int64_t> to_write_again_;
   std::vector<std::string> notices_;

@@ -4,8 +4,8 @@
 
 #include <chrono>
 #include <deque>
+#include <map>
 #include <string>
-#include <unordered_map>
 #include <utility>
 
 #include "libs/messages/now.h"
@@ -24,7 +24,7 @@ class SentKeys {
  private:
   void DropOldest();
 
-  std::unordered_map<std::string, SteadyTime> sent_;
+  std::map<std::string, SteadyTime> sent_;  // not a hash table, as in Outbox
   std::deque<std::pair<SteadyTime, std::string>> order_;
 };
 

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <deque>
 #include <filesystem>
 #include <mutex>
 #include <optional>
@@ -35,8 +36,8 @@ class StoreShared {
 
   std::mutex mutex;  ///< guards what follows
   std::condition_variable changed;
-  std::vector<std::vector<Change>> queue;
-  std::uint64_t queued = 0;  ///< sequence number of the last of `queue`
+  std::deque<std::vector<Change>> queue;  ///< grows without moving what is in it
+  std::uint64_t queued = 0;               ///< sequence number of the last of `queue`
   bool stopping = false;
   bool ended = false;  ///< the writer thread is about to return
   std::string problem;

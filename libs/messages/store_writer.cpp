@@ -2,6 +2,7 @@
 #include "libs/messages/store_writer.h"
 
 #include <algorithm>
+#include <deque>
 #include <filesystem>
 #include <iterator>
 #include <utility>
@@ -50,7 +51,7 @@ bool StoreWriter::Wait() {
 }
 
 void StoreWriter::TakeQueue() {
-  std::vector<std::vector<Change>> batches;
+  std::deque<std::vector<Change>> batches;
   {
     const std::scoped_lock lock(shared_->mutex);
     batches.swap(shared_->queue);
