@@ -33,9 +33,10 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY
 set(CPACK_DEBIAN_CORVANE_PACKAGE_DEPENDS "adduser, python3:any")
 set(CPACK_DEBIAN_CORVANE_PACKAGE_RECOMMENDS python3-aiosmtpd)
 set(CPACK_DEBIAN_CORVANE_DESCRIPTION
-"Runs control programs written in Lua 5.2 in cycles, as a PLC does. Five
-function blocks read and send SMS through a GSM modem, send e-mail and
-run shell commands. The service corvane@NAME runs /etc/corvane/NAME.lua.")
+"Runs control programs written in Lua 5.2 in cycles, as a PLC does.
+Function blocks receive and send SMS through a GSM modem, keep messages
+on the disk until they are sent or accepted, send e-mail and run shell
+commands. The service corvane@NAME runs /etc/corvane/NAME.lua.")
 set(CPACK_DEBIAN_CORVANE_PACKAGE_CONTROL_EXTRA
   ${CMAKE_CURRENT_LIST_DIR}/debian/postinst
   ${CMAKE_CURRENT_LIST_DIR}/debian/prerm
