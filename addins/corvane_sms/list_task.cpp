@@ -27,7 +27,7 @@ constexpr std::size_t kMostDirect = 100;
 constexpr std::chrono::seconds kListIsFresh(60);
 constexpr int kMostFailuresInARow = 3;
 
-// After a message that goes out, except where that would go on for long.
+// Messages that go out come first, unless that has gone on for long.
 constexpr int kDeletePriority = kListPriority - 1;
 constexpr int kOverduePriority = (kSendPriority + kUrgentPriority) / 2;
 constexpr std::chrono::seconds kOverdue(10);
@@ -229,7 +229,7 @@ void ListTask::Fail(std::string_view answer, const Now& now) {
   } else if (IsAboutSim(refusal)) {
     state_ = {false, kSimError,
               where + "the SIM card is missing, locked or not ready (" + Describe(refusal) +
-                  "). Check the card, and the PIN in the init option of --modem."};
+                  "). Check the card, and its PIN in the setting init of --modem."};
   } else {
     state_ = {false, kModemError,
               where + "the modem does not list its messages (" + Describe(refusal) +

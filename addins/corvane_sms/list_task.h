@@ -31,7 +31,7 @@ struct ListHooks {
   std::function<void(const std::string&)> warn;
 };
 
-/// How the modem is, as far as the last list says.
+/// The state of the modem, as the last list showed it.
 struct ModemState {
   bool valid = false;  ///< it has answered
   int error_id = 0;    ///< 0, 24 (it does not answer, or refuses) or 25 (SIM card)

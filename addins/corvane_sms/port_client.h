@@ -64,7 +64,7 @@ class PortClient {
   std::vector<ModemTask*> tasks_;
   ModemTask* running_ = nullptr;
   Step step_ = Step::kSetMode;
-  std::size_t announcement_ = 0;  // which form of AT+CNMI is next; behind the last: done
+  std::size_t announcement_ = 0;  // which form of AT+CNMI is next; past the last one: done
   bool registered_ = false;
   bool device_is_there_ = false;
   messages::SteadyTime next_attempt_{};

@@ -19,7 +19,7 @@ std::string Variable(const char* name) {
 
 fs::path StateHome() {
   fs::path named = Variable("XDG_STATE_HOME");
-  if (named.is_absolute()) return named;  // as the XDG base directory specification wants
+  if (named.is_absolute()) return named;  // as the XDG base directory specification requires
   const fs::path home = Variable("HOME");
   return home.empty() ? fs::path() : home / ".local" / "state";
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Finds the message that a status report is about: by port, reference and receiver. References are
-// one octet and begin again, so the youngest message that fits is meant (3GPP TS 23.040 clause
+// one octet and begin again at 0, so the latest message that fits is meant (3GPP TS 23.040 clause
 // 9.2.3.6). Threads: under the runtime's scan lock.
 #pragma once
 
@@ -40,7 +40,7 @@ class ReportBook {
   void Note(const Expected& expected, std::uint8_t status, const messages::Now& now);
 
   messages::Outbox& outbox_;
-  std::map<Place, std::vector<Expected>> expected_;  // the youngest last
+  std::map<Place, std::vector<Expected>> expected_;  // the latest last
 };
 
 /// Whether two ways of writing a number can mean the same subscriber: one may be national.

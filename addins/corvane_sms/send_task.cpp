@@ -43,10 +43,10 @@ void SendTask::Begin(std::int64_t id, const Now& now) {
   progress_ = ReadProgress(row.progress);
   parts_ = CountParts(content_);
   if (content_.text.empty() || NextPart() >= parts_) {
-    outbox_.FailForGood(id, messages::kRefusedError, "what the store has of it is not a text", now);
+    outbox_.FailForGood(id, messages::kRefusedError, "its text in the store cannot be read", now);
     return;
   }
-  // The driver knows a text again whose confirmation came late, if it is the very same.
+  // The driver recognises a text whose confirmation came late only if it is the very same.
   if (row.unknown_ends == 0 || !progress_.validity) {
     progress_.validity = ValidityOf(outbox_.ValidFor(id, now));
   }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Sends what waits in the outbox for one port: AT+CMGS, the prompt, the text of a part, and its
 // confirmation (3GPP TS 27.005 clause 4.3). A text goes to the modem only after its attempt is on
-// the disk, so that a run which is killed leaves a mark. Threads: under the runtime's scan lock.
+// the disk, so that a run that is killed leaves a mark. Threads: under the runtime's scan lock.
 #pragma once
 
 #include <cstdint>

@@ -37,7 +37,7 @@ class SmsService {
   SmsService& operator=(const SmsService&) = delete;
   ~SmsService();
 
-  /// Works on: to be called in each call of a block. The driver's calls do so, too.
+  /// Goes on with the work; to be called in each call of a block. The driver's calls do so, too.
   void Tick(const Now& now);
   /// Uses a port from now on.
   void UsePort(int port, const Now& now);

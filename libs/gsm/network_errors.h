@@ -14,8 +14,9 @@ namespace gsm {
 enum class ErrorClass : std::uint8_t {
   kForGood,  ///< this message will never be taken, however often it is sent
   kForNow,   ///< the same message may be taken later
-  kSim,   ///< the SIM card is missing, locked or defective: no message is taken until it is mended
-  kPort,  ///< the modem or its settings are wrong: no message is taken until they are mended
+  kSim,   ///< the SIM card is missing, locked or defective: no message is taken until that is put
+          ///< right
+  kPort,  ///< the modem or its settings are wrong: no message is taken until that is put right
 };
 
 struct NetworkError {

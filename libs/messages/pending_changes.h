@@ -25,14 +25,13 @@ struct PendingChanges {
   std::optional<std::int64_t> limit_per_hour;
   std::map<std::int64_t, AnswerRequest> answers;
 
-  /// Adds a change, in the place of an earlier one of the same row.
+  /// Adds a change, which replaces an earlier one of the same row.
   void Add(Change change);
   [[nodiscard]] bool empty() const;
   /// All of it has been written.
   void Clear();
-  /// Of ended messages that have never been on the disk, keeps the newest `most`: no more than
-  /// history is lost by that. The others must be written, or they would go out again after a
-  /// restart.
+  /// Of ended messages that have never been on the disk, keeps the newest `most`: only history is
+  /// lost by that. All others must be written, or they would go out again after a restart.
   void ForgetHistory(std::size_t most);
 
  private:

@@ -17,7 +17,7 @@ namespace messages {
 
 class RouteQueue {
  public:
-  /// What decides about the order.
+  /// What decides the order.
   struct Message {
     std::int64_t id;
     bool urgent;
@@ -48,7 +48,7 @@ class RouteQueue {
   std::size_t waiting = 0;     ///< messages that wait, the one in transfer included
   std::size_t awaiting = 0;    ///< messages that were sent and whose report is outstanding
   bool limited = false;        ///< the hourly limit held the message that Next looked at last
-  bool limit_noticed = false;  ///< and somebody has been told
+  bool limit_noticed = false;  ///< and a notice of that has been given
 
  private:
   using Turn = std::tuple<bool, int, std::int64_t>;  // not urgent, rounds of attempts, number

@@ -94,7 +94,7 @@ ColumnReader& operator>>(ColumnReader& from, SentKey& row);
 ColumnReader& operator>>(ColumnReader& from, RecentSend& row);
 ColumnReader& operator>>(ColumnReader& from, Held& row);
 
-/// The begin of a query; the table comes next.
+/// The beginning of a query; the table comes next.
 [[nodiscard]] inline std::string Select(const std::string& columns) {
   return "SELECT " + columns + " FROM ";
 }

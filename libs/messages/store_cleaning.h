@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What leaves a store in time: history. Threads: that of the database.
+// What is removed from a store after a while: its history. Threads: that of the database.
 #pragma once
 
 #include "libs/messages/row.h"

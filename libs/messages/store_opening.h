@@ -21,8 +21,8 @@ struct OpenedStore {
 };
 
 /// Opens the store, or makes one. What is damaged, or not a file, is renamed to
-/// messages.db.damaged-DATE first, with its log; `known_damage`: in any case,
-/// if it is not empty.
+/// messages.db.damaged-DATE first, with its log. If `known_damage` is not empty, the file is known
+/// to be damaged, and that is done in any case.
 /// @throws StoreError for what must not be touched: a newer version, another program's file, a
 /// symbolic link; SQLite::Exception, std::filesystem::filesystem_error when the disk fails.
 [[nodiscard]] OpenedStore OpenStore(const std::filesystem::path& file, const std::string& vfs,

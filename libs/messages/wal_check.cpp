@@ -56,7 +56,7 @@ class Checksum {
 };
 
 bool Read(std::ifstream& in, std::span<unsigned char> to) {
-  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): what streams want
+  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): what streams take
   in.read(reinterpret_cast<char*>(to.data()), static_cast<std::streamsize>(to.size()));
   return static_cast<std::size_t>(in.gcount()) == to.size();
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Damage in an SQLite write-ahead log (https://www.sqlite.org/fileformat2.html, section 4). SQLite
-// takes a log up to its first wrong checksum and drops the rest without a word: right for an
-// interrupted last transaction, silent loss of committed ones otherwise. Threads: any.
+// takes a log up to its first wrong checksum and silently drops the rest: right for an interrupted
+// last transaction, a loss of committed ones otherwise. Threads: any.
 #pragma once
 
 #include <filesystem>

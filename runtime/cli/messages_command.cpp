@@ -123,7 +123,7 @@ AnswerRequest Fulfil(StoreView& store, const std::filesystem::path& file, const 
   if (lock != nullptr) return CarryOut(store, request, messages::Now::Get());
   throw std::runtime_error(
       "the program that uses the store has not answered within 5 s, so the request was taken back; "
-      "it answers while it calls an outbox");
+      "it answers only while it calls its SMS blocks");
 }
 
 int Ask(StoreView& store, const std::filesystem::path& file, const Request& request,

@@ -27,7 +27,7 @@ only = sys.argv[3:]
 LIMIT = 90  # seconds; only a failing test waits this long
 SENDER = "+4915112345678"
 
-# Prints each message that is offered, accepts it if told so, and prints when it has left the store.
+# Prints each message that is offered, accepts it if told to, and prints when it has left the store.
 PROGRAM = """
 local inbox = SMS_INBOX.new { Port = 1, Enable = true }
 local accepts, hold = plc.args[1] == "accept", tonumber(plc.args[2] or 0)

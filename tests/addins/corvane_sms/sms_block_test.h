@@ -22,7 +22,7 @@ class SmsBlockTest : private RegisteredSmsAddin, public test_support::LuaHost {
   SmsBlockTest();
   ~SmsBlockTest() override;
 
-  /// As at the end of a program, and the begin of the next one.
+  /// As at the end of a program, and the beginning of the next one.
   static void Restart() { DisposeAddin(); }
   /// Where the blocks keep their messages from the next first call on.
   static void UseFolder(const std::string& folder);

@@ -208,7 +208,7 @@ TEST_F(SmsOutbox, AModemThatIsPluggedInLaterGetsTheMessage) {
   EXPECT_TRUE(Text());
 }
 
-TEST_F(SmsOutbox, AStoreThatCannotBeWrittenIsToldAndTheMessageGoesOut) {
+TEST_F(SmsOutbox, AStoreThatCannotBeWrittenIsReportedAndTheMessageGoesOut) {
   UseFolder(folder_.Write("file", "no folder can be made here") + "/state");
   Start();
   ASSERT_TRUE(CallUntil("fb.ErrorId == 22"));
@@ -244,7 +244,7 @@ TEST_F(SmsOutbox, AMessageOutlivesItsBlock) {
   EXPECT_TRUE(Text());
 }
 
-TEST_F(SmsOutbox, AnUnknownEndIsToldWithDone) {
+TEST_F(SmsOutbox, AnUnknownEndIsReportedWithDone) {
   Start();
   ASSERT_TRUE(Text());
   Restart();  // the text is with the modem

@@ -364,7 +364,7 @@ TEST_F(OutboxTest, TheHourlyLimitHoldsAllButUrgentMessages) {
   EXPECT_EQ(Next(), "d");
 }
 
-TEST_F(OutboxTest, TheLimitIsToldOnceWhileItHolds) {
+TEST_F(OutboxTest, TheLimitIsReportedOnceWhileItHolds) {
   limit_ = 1;
   Restart();
   Add({"a", "b", "c"});
