@@ -189,17 +189,28 @@ std::string WithUnsolicitedLines(std::string_view octets) {
   return result;
 }
 
+bool HasPair(const Outcome& outcome) {
+  return std::any_of(outcome.foreign.begin(), outcome.foreign.end(), [](const std::string& line) {
+    return KindOfLine(line) == LineKind::kUnsolicitedPair;
+  });
+}
+
+/// Two lines that follow a header such as "+CMT: ,24" are one PDU only if an unsolicited line has
+/// cut it. So where there is such a header, lines are inserted before both answers that are
+/// compared.
 void CheckUnsolicitedLines(const Request& request, std::string_view octets,
-                           const Outcome& without) {
-  if (without.state == State::kTooLong) return;
-  Outcome with = Answer(request, WithUnsolicitedLines(octets));
+                           const Outcome& outcome) {
+  if (outcome.state == State::kTooLong) return;
+  const std::string cut = WithUnsolicitedLines(octets);
+  const bool pair = HasPair(outcome);
+  Outcome without = pair ? Answer(request, cut) : outcome;
+  Outcome with = Answer(request, pair ? WithUnsolicitedLines(cut) : cut);
   Require(with.state == without.state && with.text == without.text);
   Require(with.final_line == without.final_line && with.lines == without.lines);
   Require(with.echoed == without.echoed);
   std::erase(with.foreign, "RING");
-  std::vector<std::string> expected = without.foreign;
-  std::erase(expected, "RING");
-  Require(with.foreign == expected);
+  std::erase(without.foreign, "RING");
+  Require(with.foreign == without.foreign);
 }
 
 }  // namespace

@@ -88,6 +88,15 @@ corvane::ModemTarget Target() {
   return target;
 }
 
+/// Whether the modem's last words are a restart without a line end: the restart then ends the next
+/// exchange, with whose answer the line ends.
+bool EndsInRestart(std::string octets) {
+  octets.erase(0, octets.find_last_of("\r\n\x1A") + 1);  // 0 where there is none
+  std::erase(octets, '\0');
+  octets.erase(octets.find_last_not_of(' ') + 1);
+  return corvane::KindOfLine(octets) == corvane::LineKind::kRestart;
+}
+
 bool Equal(const ExchangeResult& a, const ExchangeResult& b) {
   return a.answered == b.answered && a.text == b.text && a.final_kind == b.final_kind;
 }
@@ -111,6 +120,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Require(dialogue.Exchange(kClient, announcement, kTimeout).text == ">");
   }
   Require(Equal(dialogue.Exchange(kClient, request, kTimeout), Expected(request, octets)));
+  if (EndsInRestart(octets)) return 0;
   Require(dialogue.Exchange(kClient, ModemRequest("AT+CMGF=0\r"), kTimeout).text == "OK\r\n");
   return 0;
 }
