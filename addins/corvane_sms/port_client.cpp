@@ -37,10 +37,20 @@ bool IsOk(std::string_view answer) {
 }
 
 PortClient::PortClient(int port, std::function<void(const Now&)> tick)
-    : port_(port), tick_(std::move(tick)) {}
+    : port_(port),
+      tick_(std::move(tick)),
+      registration_(std::make_unique<Registration>(Registration{this})) {}
 
 PortClient::~PortClient() {
-  if (registered_ && ModemPortDriverUnregister != nullptr) ModemPortDriverUnregister(this);
+  if (!registered_) return;
+  if (ModemPortDriverUnregister != nullptr) {
+    ModemPortDriverUnregister(registration_.get());
+    return;
+  }
+  // Never destroyed: the driver's threads may outlive this library's end.
+  static auto& kept = *new std::vector<std::unique_ptr<Registration>>;
+  registration_->client = nullptr;
+  kept.push_back(std::move(registration_));
 }
 
 void PortClient::TryToRegister(const Now& now) {
@@ -50,21 +60,25 @@ void PortClient::TryToRegister(const Now& now) {
   next_attempt_ = now.steady + (registered_ ? kLookPause : kRegistrationPause);
   int unused = 0;
   const bool was_registered = registered_;
-  device_is_there_ = ModemPortDriverRegister(port_, this, OnPriority, OnRequest, &unused) == 0;
+  device_is_there_ =
+      ModemPortDriverRegister(port_, registration_.get(), OnPriority, OnRequest, &unused) == 0;
   registered_ = registered_ || device_is_there_;
   if (registered_ && !was_registered && ModemPortDriverListen != nullptr) {
-    ModemPortDriverListen(this, OnLine);
+    ModemPortDriverListen(registration_.get(), OnLine);
   }
 }
 
 int PortClient::OnPriority(void* context) {
-  return static_cast<PortClient*>(context)->Priority(Now::Get());
+  PortClient* const client = ClientOf(context);
+  return client == nullptr ? 0 : client->Priority(Now::Get());
 }
 
 int PortClient::OnRequest(void* context, char* buffer, PortDriverRequestData* request,
                           PortDriverReplyFunction* on_reply) {
   *on_reply = nullptr;
-  const auto wanted = static_cast<PortClient*>(context)->Request(Now::Get());
+  PortClient* const client = ClientOf(context);
+  if (client == nullptr) return 0;
+  const auto wanted = client->Request(Now::Get());
   if (!wanted || wanted->octets.size() > kPortDriverRequestSize) return 0;
   request->timeout = static_cast<std::int32_t>(wanted->timeout.count());
   request->endChar = 0;  // answers have several lines
@@ -74,14 +88,18 @@ int PortClient::OnRequest(void* context, char* buffer, PortDriverRequestData* re
 }
 
 int PortClient::OnReply(void* context, char* reply, int length, int status) {
+  PortClient* const client = ClientOf(context);
+  if (client == nullptr) return 0;
   const std::string_view answer = status < 0 ? std::string_view() : TextOf(reply, length);
-  return static_cast<PortClient*>(context)->TakeAnswer(answer, status, Now::Get()) ? 1 : 0;
+  return client->TakeAnswer(answer, status, Now::Get()) ? 1 : 0;
 }
 
 void PortClient::OnLine(void* context, const char* line, int length, const char* pdu,
                         int pdu_length) {
-  static_cast<PortClient*>(context)->TakeLine(TextOf(line, length), TextOf(pdu, pdu_length),
-                                              Now::Get());
+  PortClient* const client = ClientOf(context);
+  if (client != nullptr) {
+    client->TakeLine(TextOf(line, length), TextOf(pdu, pdu_length), Now::Get());
+  }
 }
 
 int PortClient::Priority(const Now& now) {

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -44,6 +45,13 @@ class PortClient {
     kTask,      ///< what the task asks for
   };
 
+  /// What the driver knows of the client. A driver that cannot forget it asks it for ever, so it
+  /// may outlive the client.
+  struct Registration {
+    PortClient* client;  // null: it has gone
+  };
+
+  static PortClient* ClientOf(void* context) { return static_cast<Registration*>(context)->client; }
   static int OnPriority(void* context);
   static int OnRequest(void* context, char* buffer, PortDriverRequestData* request,
                        PortDriverReplyFunction* on_reply);
@@ -65,6 +73,7 @@ class PortClient {
   ModemTask* running_ = nullptr;
   Step step_ = Step::kSetMode;
   std::size_t announcement_ = 0;  // which form of AT+CNMI is next; past the last one: done
+  std::unique_ptr<Registration> registration_;
   bool registered_ = false;
   bool device_is_there_ = false;
   messages::SteadyTime next_attempt_{};

@@ -22,6 +22,10 @@ FakeModemPort::~FakeModemPort() {
   the_port = nullptr;
 }
 
+FakeModemPort* FakeModemPort::Current() {
+  return the_port;
+}
+
 int FakeModemPort::Priority(std::size_t client) const {
   return clients_.at(client).priority(clients_.at(client).context);
 }
@@ -93,7 +97,7 @@ void FakeModemPort::Say(const std::string& line, const std::string& pdu) const {
 
 int ModemPortDriverRegister(int port, void* context, PortDriverPriorityFunction priority,
                             PortDriverRequestFunction request, void* /*extra*/) {
-  test_support::FakeModemPort* fake = test_support::the_port;
+  test_support::FakeModemPort* fake = test_support::FakeModemPort::Current();
   if (fake == nullptr) return 1;
   ++fake->attempts_;
   if (fake->refuse_ || port != fake->number_) return 1;
@@ -102,28 +106,4 @@ int ModemPortDriverRegister(int port, void* context, PortDriverPriorityFunction 
   }
   fake->clients_.push_back({context, priority, request, nullptr});
   return 0;
-}
-
-void ModemPortDriverUnregister(void* context) {
-  test_support::FakeModemPort* fake = test_support::the_port;
-  if (fake == nullptr) return;
-  std::erase_if(fake->clients_, [&](const auto& client) { return client.context == context; });
-  if (fake->open_client_ == context) fake->open_client_ = nullptr;
-}
-
-int ModemPortDriverHasPort(int port) {
-  const test_support::FakeModemPort* fake = test_support::the_port;
-  return fake != nullptr && fake->number_ == port ? 1 : 0;
-}
-
-int ModemPortDriverListen(void* context, PortDriverLineFunction hear) {
-  test_support::FakeModemPort* fake = test_support::the_port;
-  if (fake == nullptr) return 1;
-  int result = 1;
-  for (auto& client : fake->clients_) {
-    if (client.context != context) continue;
-    client.hear = hear;
-    result = 0;
-  }
-  return result;
 }

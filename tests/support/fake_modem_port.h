@@ -32,6 +32,9 @@ class FakeModemPort {
   FakeModemPort& operator=(const FakeModemPort&) = delete;
   ~FakeModemPort();
 
+  /// The one that exists; null: none.
+  static FakeModemPort* Current();
+
   /// Makes registrations fail from now on, or succeed again.
   void Refuse(bool refuse) { refuse_ = refuse; }
   /// How often a client has tried to register.

@@ -1,0 +1,160 @@
+// SPDX-License-Identifier: MIT
+// The blocks in a runtime with the contract alone: no announcements, no list of ports, no way to
+// withdraw from the driver, no state folder.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "addins/corvane_sms/corvane_sms.h"
+#include "corvane/program.h"
+#include "corvane/st_library.h"
+#include "tests/support/deliver_pdu.h"
+#include "tests/support/fake_modem_port.h"
+#include "tests/support/temporary_folder.h"
+#include "tests/support/wait_for.h"
+
+namespace {
+
+std::atomic<int> clock_is_ahead;  // s
+std::vector<lua_CFunction> openers;
+
+}  // namespace
+
+int RegisterExternalSTLib(const char* /*name*/, lua_CFunction opener) {
+  openers.push_back(opener);
+  return 0;
+}
+
+extern "C" {
+
+// NOLINTBEGIN: the linker's names
+std::chrono::steady_clock::time_point __real__ZNSt6chrono3_V212steady_clock3nowEv();
+std::chrono::steady_clock::time_point __wrap__ZNSt6chrono3_V212steady_clock3nowEv() {
+  return __real__ZNSt6chrono3_V212steady_clock3nowEv() + std::chrono::seconds(clock_is_ahead);
+}
+// NOLINTEND
+}
+
+namespace {
+
+constexpr const char* kTypes = R"(
+  TYPES = { StandardFB = {}, Elementary = {} }
+  for _, name in ipairs { "BOOL", "DINT", "LREAL", "STRING", "DATE_AND_TIME" } do
+    TYPES.Elementary[name] = { Name = name }
+  end
+  function FBMetadata(type) return type end
+)";
+
+class PlainRuntime : public testing::Test {
+ protected:
+  PlainRuntime() {
+    setenv("STATE_DIRECTORY", folder_.path().c_str(), 1);  // NOLINT(concurrency-mt-unsafe)
+    [[maybe_unused]] static const int once = InitAddin();
+    luaL_openlibs(lua_);
+    Run(kTypes);
+    for (const lua_CFunction opener : openers) {
+      EXPECT_GE(opener(lua_), 0);
+      lua_settop(lua_, 0);
+    }
+  }
+  ~PlainRuntime() override {
+    lua_close(lua_);
+    DisposeAddin();
+  }
+
+  void Run(const std::string& chunk) {
+    ASSERT_EQ(luaL_dostring(lua_, chunk.c_str()), 0) << lua_tostring(lua_, -1);
+  }
+  std::string Eval(const std::string& expression) {
+    Run("result = tostring(" + expression + ")");
+    lua_getglobal(lua_, "result");
+    std::string result = lua_tostring(lua_, -1);
+    lua_settop(lua_, 0);
+    return result;
+  }
+  /// Calls the block `fb`, and answers as a modem does, until a condition holds.
+  bool CallUntil(const std::string& condition) {
+    return test_support::WaitFor([&] {
+      Run("fb()");
+      AnswerModem();
+      return Eval(condition) == "true";
+    });
+  }
+  void AnswerModem() {
+    for (std::string request = port_.Poll(); !request.empty(); request = port_.Poll()) {
+      port_.Answer(AnswerTo(request));
+    }
+  }
+  std::string AnswerTo(const std::string& request) {
+    if (request.starts_with("AT+CMGS=")) return ">";
+    if (request.starts_with("AT+CMGD=")) stored_.erase(std::stoi(request.substr(8)));
+    if (request.starts_with("AT")) return request == "AT+CMGL=4\r" ? List() : "OK\r\n";
+    ++sent_;
+    return "+CMGS: 1\r\nOK\r\n";
+  }
+  [[nodiscard]] std::string List() const {
+    std::string list;
+    for (const auto& [index, pdu] : stored_) {
+      list += "+CMGL: " + std::to_string(index) + ",0,,30\r\n" + pdu + "\r\n";
+    }
+    return list + "OK\r\n";
+  }
+
+  test_support::TemporaryFolder folder_;
+  test_support::FakeModemPort port_{1};
+  std::map<int, std::string> stored_;
+  int sent_ = 0;
+  lua_State* lua_ = luaL_newstate();
+};
+
+TEST_F(PlainRuntime, HasNoAdditions) {
+  EXPECT_TRUE(ModemPortDriverHasPort == nullptr);
+  EXPECT_TRUE(ModemPortDriverListen == nullptr);
+  EXPECT_TRUE(ModemPortDriverUnregister == nullptr);
+  EXPECT_TRUE(CorvaneStateFolder == nullptr);
+}
+
+TEST_F(PlainRuntime, AMessageGoesOut) {
+  Run("fb = SMS_OUTBOX.new { Port = 1, Receiver = '110', Text = 'fire', Execute = true }");
+  ASSERT_TRUE(CallUntil("fb.Done"));
+  EXPECT_EQ(Eval("fb.Sent"), "1");
+  EXPECT_EQ(Eval("fb.Stored"), "true");
+  EXPECT_EQ(sent_, 1);
+  EXPECT_TRUE(std::filesystem::exists(folder_.path() / "messages.db"));
+}
+
+TEST_F(PlainRuntime, AnInboxReceivesByTheListThatItAsksForEveryThirtySeconds) {
+  Run("fb = SMS_INBOX.new { Port = 1, Enable = true }");
+  ASSERT_TRUE(CallUntil("fb.Valid"));
+  stored_[1] = test_support::TextMessage("hello").ToHex();
+  for (int i = 0; i < 10; ++i) {
+    Run("fb()");
+    AnswerModem();
+  }
+  EXPECT_EQ(stored_.size(), 1u) << "nothing has announced it";
+  clock_is_ahead += 31;
+  ASSERT_TRUE(CallUntil("fb.Ready"));
+  EXPECT_EQ(Eval("fb.Text"), "hello");
+  Run("fb.Accept = true");
+  ASSERT_TRUE(CallUntil("fb.Waiting == 0"));
+  EXPECT_TRUE(stored_.empty());
+}
+
+TEST_F(PlainRuntime, TheDriverMayAskAfterTheEnd) {
+  Run("fb = SMS_INBOX.new { Port = 1, Enable = true }");
+  ASSERT_TRUE(CallUntil("fb.Valid"));
+  clock_is_ahead += 31;
+  ASSERT_TRUE(test_support::WaitFor([&] { return port_.Poll() == "AT+CMGF=0\r"; }));
+  Run("fb = nil collectgarbage()");
+  DisposeAddin();
+  EXPECT_EQ(port_.Answer("OK\r\n"), 0);
+  EXPECT_EQ(port_.Poll(), "");
+}
+
+}  // namespace
