@@ -175,13 +175,14 @@ def check_headers(pages, folder):
     assert run("corvane", "blocks", "--addin", folder + "/build/libmy_addin.so") == "MINE\n"
 
 
-def check_addin_example():
-    """The counter, as the page docs/adding_a_block.md has it built from the package alone."""
-    os.mkdir("/tmp/counter")
-    [session] = [block.text for block in read_blocks("/usr/share/doc/corvane", "docs/adding_a_block.md")
-                 if block.language == "console" and "corvane-dev" in block.text]
-    for command, output in steps(session):
-        assert output in ("...\n", shell(command, cwd="/tmp/counter")), command
+def check_addin_examples():
+    """The two examples, as the page docs/adding_a_block.md has them built from the package alone."""
+    os.mkdir("/tmp/examples")
+    sessions = [block.text for block in read_blocks("/usr/share/doc/corvane", "docs/adding_a_block.md")
+                if block.language == "console" and "corvane-dev" in block.text]
+    assert len(sessions) == 2, sessions
+    for command, output in steps("".join(sessions)):
+        assert output in ("...\n", shell(command, cwd="/tmp/examples")), command
 
 
 def leftovers(upper):
@@ -212,7 +213,7 @@ def use_packages(project, folder, packages):
     check_service(pages)
     os.mkdir("/tmp/addin")
     check_headers(pages, "/tmp/addin")
-    check_addin_example()
+    check_addin_examples()
     run(*install, *names)  # an upgrade keeps everything
     check_use(pages)
     shell("mkdir -p /etc/systemd/system/multi-user.target.wants; cd /etc/systemd/system/multi-user.target.wants;"
