@@ -48,9 +48,10 @@ PortClient::~PortClient() {
     return;
   }
   // Never destroyed: the driver's threads may outlive this library's end.
-  static auto& kept = *new std::vector<std::unique_ptr<Registration>>;
-  registration_->client = nullptr;
-  kept.push_back(std::move(registration_));
+  static Registration* kept = nullptr;
+  Registration* const own = registration_.release();
+  own->client = nullptr;
+  own->next_kept = std::exchange(kept, own);
 }
 
 void PortClient::TryToRegister(const Now& now) {

@@ -42,6 +42,7 @@ void CheckDifferent(const std::vector<std::string>& files) {
 
 std::vector<std::unique_ptr<Addin>> LoadNamed(const std::vector<std::string>& files) {
   std::vector<std::unique_ptr<Addin>> addins;
+  addins.reserve(files.size());
   for (const std::string& file : files) addins.push_back(std::make_unique<Addin>(file));
   return addins;
 }

@@ -26,9 +26,10 @@ class ReportBookTest : public testing::Test {
       if (row.state == messages::OutgoingState::kWaiting || row.report_awaited) rows.push_back(row);
     }
     outbox_ = std::make_unique<messages::Outbox>(
-        "sms", messages::Outbox::Disk{
-                   [this] { return next_id_++; },
-                   [this](std::vector<messages::Change> changes) { return Store(changes); }});
+        "sms", messages::Outbox::Disk{[this] { return next_id_++; },
+                                      [this](const std::vector<messages::Change>& changes) {
+                                        return Store(changes);
+                                      }});
     book_ = std::make_unique<ReportBook>(*outbox_);
     outbox_->Load(std::move(rows), {}, {}, std::nullopt, now_);
     while (!outbox_->loaded()) outbox_->Tick(now_);
