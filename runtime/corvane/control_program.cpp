@@ -13,13 +13,15 @@ int AddModuleFolder(lua_State* L) {
   return 0;
 }
 
-/// Sets plc.cycle to argument 1 and calls the global function `cycle`, even if the program has
-/// changed either since the last time.
+/// Sets plc.cycle and plc.now to arguments 1 and 2, and calls the global function `cycle`, even if
+/// the program has changed any of them since the last time.
 int RunCycle(lua_State* L) {
   lua_getglobal(L, "plc");
   if (lua_istable(L, -1)) {
     lua_pushvalue(L, 1);
     lua_setfield(L, -2, "cycle");
+    lua_pushvalue(L, 2);
+    lua_setfield(L, -2, "now");
   }
   lua_getglobal(L, "cycle");
   lua_call(L, 0, 0);
@@ -83,11 +85,13 @@ void ControlProgram::Load() {
   }
 }
 
-void ControlProgram::Cycle(std::uint64_t number) {
+void ControlProgram::Cycle(std::uint64_t number, const CycleTime& time) {
+  SetCycleTime(time);
   lua_State* L = lua_.state();
   lua_pushcfunction(L, RunCycle);
   lua_pushnumber(L, static_cast<lua_Number>(number));
-  Call(1);
+  lua_pushnumber(L, time.now);
+  Call(2);
 }
 
 void ControlProgram::Call(int arguments) {

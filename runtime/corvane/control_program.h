@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "runtime/corvane/cycle_time.h"
 #include "runtime/corvane/lua_environment.h"
 #include "runtime/corvane/plc_library.h"
 
@@ -31,12 +32,12 @@ class ControlProgram {
   ControlProgram(const ControlProgram&) = delete;
   ControlProgram& operator=(const ControlProgram&) = delete;
 
-  /// Runs the file. Throws UnusableProgram on a syntax error (with file and line) and when the file
-  /// defines no global function `cycle`, unless it has asked to stop; LuaError on an error while it
-  /// runs.
+  /// Runs the file, at the time at which this object was created. Throws UnusableProgram on a
+  /// syntax error (with file and line) and when the file defines no global function `cycle`, unless
+  /// it has asked to stop; LuaError on an error while it runs.
   void Load();
-  /// Calls `cycle()` with plc.cycle = `number`. Throws LuaError.
-  void Cycle(std::uint64_t number);
+  /// Calls `cycle()` with plc.cycle = `number`, at this time. Throws LuaError.
+  void Cycle(std::uint64_t number, const CycleTime& time = CycleTime::Read());
   [[nodiscard]] lua_State* lua() const { return lua_.state(); }
   /// The exit status that the program has asked to end with, if it has.
   [[nodiscard]] std::optional<int> stop_status() const { return plc_.stop_status; }
@@ -45,6 +46,7 @@ class ControlProgram {
   /// ProtectedCall that does not treat os.exit as an error.
   void Call(int arguments);
 
+  StandingTime time_;
   std::filesystem::path file_;
   PlcContext plc_;
   LuaEnvironment lua_;  // last: blocks may still use the members above when they are collected

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "runtime/corvane/plc_library.h"
 
-#include <chrono>
-
+#include "corvane/program.h"
+#include "runtime/corvane/cycle_time.h"
 #include "runtime/corvane/lua_environment.h"
 #include "runtime/corvaneshare/log_lines.h"
 
@@ -35,8 +35,7 @@ int Exit(lua_State* L) {
 }
 
 int Clock(lua_State* L) {
-  const auto now = std::chrono::steady_clock::now().time_since_epoch();
-  lua_pushnumber(L, std::chrono::duration<double>(now).count());
+  lua_pushnumber(L, CycleTime::Read().clock);
   return 1;
 }
 
@@ -67,6 +66,8 @@ int OpenProtected(lua_State* L) {
   lua_setfield(L, -2, "args");
   lua_pushnumber(L, 0);
   lua_setfield(L, -2, "cycle");
+  lua_pushnumber(L, CorvaneCycleNow());
+  lua_setfield(L, -2, "now");
   lua_setglobal(L, "plc");
 
   lua_getglobal(L, "os");

@@ -19,6 +19,7 @@ struct PlcContext {
 /// Sets the global `plc`:
 ///   plc.stop([status])  end after the running cycle with this exit status (0..255, default 0)
 ///   plc.cycle           number of the running cycle, from 1; 0 while the file itself runs
+///   plc.now             seconds since 1970-01-01 UTC at the beginning of the cycle
 ///   plc.clock()         seconds on the monotonic clock, from an arbitrary start
 ///   plc.log(text)       one line in the runtime's log, at level info
 ///   plc.args            the words after `--` on the command line

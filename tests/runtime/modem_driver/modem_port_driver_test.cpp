@@ -188,7 +188,7 @@ TEST_F(DriverTest, AnnouncementsAreHandedOverWhileAnAnswerIsLate) {
   client_.Queue(kAnnounce, 500, 0);
   client_.Queue(kText, 20);
   peer_->Send("\r\n+CMTI: \"SM\",3\r\n");  // so that the driver asks its client at once
-  EXPECT_THAT(client_.WaitForHeard(1), SizeIs(1));
+  EXPECT_THAT(client_.WaitForHeard(1), testing::SizeIs(1));
   ExpectReply(client_.WaitForReply(), ">");
   ExpectNoAnswer(client_.WaitForReply());
   peer_->Send("\r\n+CDS: 25\r\n" + kReport + "\r\n");
