@@ -28,12 +28,23 @@ void BlockSignals() {
 
 const FBMetaEntry* SendEmailFB::GetMetaTable() {
   static const FBMetaEntry _entries[] = {
-      {"Port", "DINT"},         {"Send", "BOOL"},         {"Server", "STRING"},
-      {"Login", "STRING"},      {"Password", "STRING"},   {"Sender", "STRING"},
-      {"SenderName", "STRING"}, {"SenderMail", "STRING"}, {"Subject", "STRING"},
-      {"Recipient", "STRING"},  {"SecurityType", "DINT"}, {"Message", "STRING"},
-      {"Attachment", "STRING"}, {"Sent", "BOOL"},         {"Code", "DINT"},
-      {"ErrStr", "STRING"},     {nullptr, nullptr}};
+      {"Port", "DINT"},
+      {"Send", "BOOL"},
+      {"Server", "STRING"},
+      {"Login", "STRING"},
+      {"Password", "STRING", FBDirection::kUnstated, nullptr, true},
+      {"Sender", "STRING"},
+      {"SenderName", "STRING"},
+      {"SenderMail", "STRING"},
+      {"Subject", "STRING"},
+      {"Recipient", "STRING"},
+      {"SecurityType", "DINT"},
+      {"Message", "STRING"},
+      {"Attachment", "STRING"},
+      {"Sent", "BOOL"},
+      {"Code", "DINT"},
+      {"ErrStr", "STRING"},
+      {nullptr, nullptr}};
   return _entries;
 }
 

@@ -14,8 +14,10 @@
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "block/block_time.h"
+#include "block/check_fb.h"
 #include "block/declaration.h"
 #include "block/undeclared.h"
 #include "block/variables.h"
@@ -32,10 +34,6 @@ inline double NumberAtStart(std::string_view text) {
   std::from_chars(text.data(), text.data() + text.size(), number);
   return number;
 }
-
-/// Per block class: the record with its names, which DEFINE_FUNCTION_BLOCK creates.
-template <class T>
-const LuaFBUtil& FBUtil();
 
 /// The operations of a block for the Lua glue, and the access to variables for the block's own
 /// code.
@@ -69,6 +67,21 @@ class BaseFB : public BaseLuaFB {
   virtual void Inited(lua_State* /*L*/) {}
   /// The block's work, once per call from the program.
   virtual void Execute() {}
+  /// Called after the runtime has given the variables the values that were kept from an earlier run
+  /// of the program: takes over what the block remembers elsewhere.
+  virtual void Restored() {}
+
+  /// Pushes the value of the declared variable of this row.
+  void PushDeclared(lua_State* L, const FBMetaEntry& row) {
+    WriteLuaValue(FindDeclared(row.name)->value, L);
+  }
+  /// Stores the value on top, which has the Lua type that PushDeclared pushes for it. Raises a Lua
+  /// error if it is out of range. @return 0
+  int StoreDeclared(lua_State* L, const FBMetaEntry& row) {
+    const OpcUa_BuiltInType type = OpcUa_VariantHlp::GetUaTypeFromName(row.type);
+    if (type == OpcUaType_DateTime && lua_tonumber(L, -1) == 0) lua_pushnil(L);  // the null time
+    return ReadLuaValueOpcUaVariant(FindDeclared(row.name)->value, L, -1, type);
+  }
 
   /// The Lua chunk that enters the block's name and variables into TYPES.StandardFB.
   static std::string MakeMetadata(const char* type_name);
@@ -282,8 +295,10 @@ std::string BaseFB<T>::MakeMetadata(const char* type_name) {
   text << "Vars = \n";
   text << "\t{\n";
   const FBMetaEntry* entries = T::GetMetaTable();
+  const char* separator = "";
   for (int i = 0; entries[i].name != nullptr; ++i) {
-    if (i != 0) text << ",\n";
+    if (IsHidden(entries[i])) continue;
+    text << std::exchange(separator, ",\n");
     text << "\t\t" << entries[i].name << " = { Hash = " << i << ", Type = TYPES.Elementary."
          << entries[i].type << ", Retain = true }";
   }

@@ -15,6 +15,8 @@ enum class FBDirection : std::uint8_t {
   kUnstated,  ///< as in the tables of blocks that do not tell inputs from outputs
   kInput,     ///< the program
   kOutput,    ///< the block
+  kRetained,  ///< the block; programs and hosts do not see it. It is kept where the block is
+              ///< retained, as inputs and outputs are. For strict blocks only
 };
 
 /// One row of a block class's declaration table, which ends with a null row. Hosts show the
@@ -24,12 +26,18 @@ struct FBMetaEntry {
   const char* type;  ///< IEC 61131-3 elementary type
   FBDirection direction = FBDirection::kUnstated;
   const char* meaning = nullptr;  ///< in one line of UTF-8, with the unit; null: not stated
+  bool secret = false;            ///< a password or the like: not kept where the block is retained
 };
 
-/// Whether the table has a row of this name.
+/// Whether programs and hosts do not see the variable.
+constexpr bool IsHidden(const FBMetaEntry& row) {
+  return row.direction == FBDirection::kRetained;
+}
+
+/// Whether the table has a row of this name that is not hidden.
 inline bool Declares(const FBMetaEntry* table, std::string_view name) {
   for (; table->name != nullptr; ++table) {
-    if (name == table->name) return true;
+    if (name == table->name) return !IsHidden(*table);
   }
   return false;
 }
@@ -58,11 +66,13 @@ inline unsigned NameDistance(std::string_view a, std::string_view b) {
   return row[b.size()];
 }
 
-/// The declared name nearest to `name`, the first of several; null for an empty table.
+/// The declared name nearest to `name`, the first of several; null if the table has none that are
+/// not hidden.
 inline const char* NearestName(const FBMetaEntry* table, std::string_view name) {
   const char* nearest = nullptr;
   unsigned least = 0;
   for (; table->name != nullptr; ++table) {
+    if (IsHidden(*table)) continue;
     const unsigned distance = NameDistance(name, table->name);
     if (nearest != nullptr && distance >= least) continue;
     nearest = table->name;

@@ -80,6 +80,14 @@ class JobFB : public StrictFB<T> {
     }
   }
 
+  /// A job that was under way in the earlier run is not any more: `Busy` is FALSE, and neither
+  /// `Done` nor `Error` follows. An `Execute` that was TRUE starts a job when it rises again.
+  void Restored() override {
+    execute_.Rises(this->GetBool(plcopen::kExecute.name));
+    shown_ = ReadShown();
+    if (busy()) Show(std::nullopt);
+  }
+
  protected:
   /// Starts a job with the inputs as they are; the outputs are cleared already. It must not wait.
   /// @return why the inputs cannot work, otherwise nothing: the job is under way
@@ -117,6 +125,16 @@ class JobFB : public StrictFB<T> {
     this->SetBool(plcopen::kDone.name, is(State::kDone));
     this->SetBool(plcopen::kError.name, is(State::kFailed));
     shown_ = std::move(progress);
+  }
+
+  /// What the five outputs say.
+  std::optional<JobProgress> ReadShown() {
+    const std::string text = this->GetString(plcopen::kErrorText.name);
+    const auto id = static_cast<ErrorId>(this->GetInt(plcopen::kErrorId.name));
+    if (this->GetBool(plcopen::kBusy.name)) return JobProgress::Busy({id, text});
+    if (this->GetBool(plcopen::kDone.name)) return JobProgress::Done(text);
+    if (this->GetBool(plcopen::kError.name)) return JobProgress::Failed({id, text});
+    return std::nullopt;
   }
 
   RisingEdge execute_;

@@ -12,31 +12,11 @@
 #include <vector>
 
 #include "block/base_fb.h"
+#include "block/check_fb.h"
 #include "block/export.h"
 #include "block/known_metatable.h"
+#include "block/retained.h"
 #include "corvane/st_library.h"
-
-/// Calls `body` and returns its result; a std::exception becomes a Lua error with its what().
-template <class Body>
-int Guarded(lua_State* L, const Body& body) {
-  char what[256];  // plain memory: raising the error skips destructors where Lua is compiled as C
-  try {
-    return body();
-  } catch (const std::exception& error) {
-    std::snprintf(what, sizeof what, "%s", error.what());
-  }
-  return luaL_error(L, "%s", what);
-}
-
-/// The block at argument 1; a Lua argument error if it is anything else.
-template <class T>
-T* CheckFB(lua_State* L) {
-  void* memory = known_metatable<T>.IsOfArgument1(L) ? lua_touserdata(L, 1) : nullptr;
-  if (memory != nullptr) return static_cast<T*>(memory);  // null: a table with this metatable
-  memory = luaL_checkudata(L, 1, FBUtil<T>().typeName);
-  if (memory == nullptr) luaL_argerror(L, 1, FBUtil<T>().errorText);
-  return static_cast<T*>(memory);
-}
 
 /// Converts the variable name at `index` (negative) of a call with at least `arguments` arguments
 /// to a string. A number is a name, too; anything else is a Lua argument error.
@@ -172,6 +152,7 @@ void DescribeFB(const char* type_name) {
     if (DescribeExternalSTLibVariables == nullptr) return;
     std::vector<STVariable> variables;
     for (const FBMetaEntry* row = T::GetMetaTable(); row->name != nullptr; ++row) {
+      if (IsHidden(*row)) continue;
       const int direction = row->direction == FBDirection::kInput    ? kSTInput
                             : row->direction == FBDirection::kOutput ? kSTOutput
                                                                      : 0;
@@ -190,27 +171,26 @@ void DescribeFB(const char* type_name) {
   CORVANE_FB_EXPORT int RegisterSTLibs##Class();
 
 /// Defines the record, the tables and the exported functions of a block class.
-#define DEFINE_FUNCTION_BLOCK(Class, type_name)                        \
-  static LuaFBUtil FBUtil_##Class(type_name);                          \
-  template <>                                                          \
-  const LuaFBUtil& FBUtil<Class>() {                                   \
-    return FBUtil_##Class;                                             \
-  }                                                                    \
-  static const luaL_Reg Class##_Lib_m[] = {{"__index", Get<Class>},    \
-                                           {"__newindex", Set<Class>}, \
-                                           {"__call", Call<Class>},    \
-                                           {"__gc", GC<Class>},        \
-                                           {nullptr, nullptr}};        \
-  static const luaL_Reg Class##_Lib_f[] = {{"new", NewFB<Class>},      \
-                                           {"get", Get<Class>},        \
-                                           {"set", Set<Class>},        \
-                                           {"call", Call<Class>},      \
-                                           {nullptr, nullptr}};        \
-  int luaopen_##Class(lua_State* L) {                                  \
-    return OpenFB<Class>(L, Class##_Lib_m, Class##_Lib_f);             \
-  }                                                                    \
-  int RegisterSTLibs##Class() {                                        \
-    RegisterExternalSTLib(type_name, luaopen_##Class);                 \
-    DescribeFB<Class>(type_name);                                      \
-    return 0;                                                          \
+#define DEFINE_FUNCTION_BLOCK(Class, type_name)                                                    \
+  static LuaFBUtil FBUtil_##Class(type_name);                                                      \
+  template <>                                                                                      \
+  const LuaFBUtil& FBUtil<Class>() {                                                               \
+    return FBUtil_##Class;                                                                         \
+  }                                                                                                \
+  static const luaL_Reg Class##_Lib_m[] = {                                                        \
+      {"__index", Get<Class>}, {"__newindex", Set<Class>},        {"__call", Call<Class>},         \
+      {"__gc", GC<Class>},     {"__retained", RetainedFB<Class>}, {"__restore", RestoreFB<Class>}, \
+      {nullptr, nullptr}};                                                                         \
+  static const luaL_Reg Class##_Lib_f[] = {{"new", NewFB<Class>},                                  \
+                                           {"get", Get<Class>},                                    \
+                                           {"set", Set<Class>},                                    \
+                                           {"call", Call<Class>},                                  \
+                                           {nullptr, nullptr}};                                    \
+  int luaopen_##Class(lua_State* L) {                                                              \
+    return OpenFB<Class>(L, Class##_Lib_m, Class##_Lib_f);                                         \
+  }                                                                                                \
+  int RegisterSTLibs##Class() {                                                                    \
+    RegisterExternalSTLib(type_name, luaopen_##Class);                                             \
+    DescribeFB<Class>(type_name);                                                                  \
+    return 0;                                                                                      \
   }

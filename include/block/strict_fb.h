@@ -79,7 +79,7 @@ class StrictFB : public BaseFB<T> {
     std::size_t length = 0;
     const char* key = lua_tolstring(L, -1, &length);
     if (this->PushHostField(L, key, length)) return 1;
-    const FBInput* variable = this->FindDeclared({key, length});
+    const FBInput* variable = FindVisible({key, length});
     if (variable != nullptr) return WriteLuaValue(variable->value, L);
     return RaiseUnknownName(L, FBUtil<T>().typeName, T::GetMetaTable(), key);
   }
@@ -89,7 +89,7 @@ class StrictFB : public BaseFB<T> {
     std::size_t length = 0;
     const char* key = lua_tolstring(L, -2, &length);
     if (std::string_view(key, length) == "EnO") return 0;  // the enable output belongs to the host
-    FBInput* variable = this->FindDeclared({key, length});
+    FBInput* variable = FindVisible({key, length});
     if (variable == nullptr) {
       return RaiseUnknownName(L, FBUtil<T>().typeName, T::GetMetaTable(), key);
     }
@@ -106,5 +106,12 @@ class StrictFB : public BaseFB<T> {
     for (const FBMetaEntry* row = T::GetMetaTable(); row->name != nullptr; ++row) {
       if (row->direction == FBDirection::kOutput) this->ClearVariable(*row);
     }
+  }
+
+ private:
+  /// The declared variable of this name if programs see it, otherwise null.
+  FBInput* FindVisible(std::string_view name) {
+    FBInput* variable = this->FindDeclared(name);
+    return variable != nullptr && !IsHidden(*variable->declared) ? variable : nullptr;
   }
 };

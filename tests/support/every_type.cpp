@@ -92,7 +92,7 @@ void ExpectInitialValuesReadBack(LuaHost& host, const FBTypeEntry& type) {
   std::string initial;
   std::string check;
   for (const FBMetaEntry& row : VariablesOf(type)) {
-    if (row.direction == FBDirection::kOutput) continue;
+    if (row.direction == FBDirection::kOutput || IsHidden(row)) continue;
     initial += std::string(row.name) + " = " + ValueFor(row.type) + ", ";
     check += "assert(fb." + std::string(row.name) + " == " + ValueFor(row.type) + ", '" + row.name +
              "') ";
@@ -124,6 +124,7 @@ void ExpectRuleOfOutputs(LuaHost& host, const FBTypeEntry& type) {
   const std::string name = NameOf(type);
   host.Run("fb = " + name + ".new()");
   for (const FBMetaEntry& row : VariablesOf(type)) {
+    if (IsHidden(row)) continue;
     const std::string assignment = std::string(row.name) + " = " + ValueFor(row.type);
     if (row.direction != FBDirection::kOutput) {
       EXPECT_NO_THROW(host.Run("fb." + assignment)) << row.name;
