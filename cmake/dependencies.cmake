@@ -9,6 +9,8 @@ find_package(utf8cpp REQUIRED)
 find_package(SQLiteCpp REQUIRED)
 find_package(Boost 1.74 REQUIRED)
 
+# Names of hosts in other scripts than Latin; libcurl needs the same library.
+pkg_check_modules(IDN2 REQUIRED IMPORTED_TARGET libidn2)
 pkg_check_modules(NCURSES REQUIRED IMPORTED_TARGET ncursesw)
 
 # Lua compiled as C++: an error unwinds the C++ frames it passes.

@@ -8,7 +8,7 @@ set -euo pipefail
 
 declare -A packages=(
     [build]="g++ cmake ninja-build pkg-config
-             libboost-dev libcli11-dev libcrypt-dev liblua5.2-dev libncurses-dev libspdlog-dev
+             libboost-dev libcli11-dev libcrypt-dev libidn2-dev liblua5.2-dev libncurses-dev libspdlog-dev
              libsqlite3-dev libsqlitecpp-dev libutfcpp-dev nlohmann-json3-dev"
     [test]="clang-format clang-tidy cppcheck groff-base shellcheck python3 python3-pyte libgtest-dev libgmock-dev
             gammu gammu-smsd gnokii-cli libgammu-dev
