@@ -8,15 +8,16 @@ set -euo pipefail
 
 declare -A packages=(
     [build]="g++ cmake ninja-build pkg-config
-             libboost-dev libcli11-dev libcrypt-dev libidn2-dev liblua5.2-dev libncurses-dev libspdlog-dev
-             libsqlite3-dev libsqlitecpp-dev libutfcpp-dev nlohmann-json3-dev"
+             libboost-dev libcli11-dev libcrypt-dev libcurl4-openssl-dev libidn2-dev liblua5.2-dev
+             libncurses-dev libspdlog-dev libsqlite3-dev libsqlitecpp-dev libssl-dev libutfcpp-dev
+             nlohmann-json3-dev"
     [test]="clang-format clang-tidy cppcheck groff-base shellcheck python3 python3-pyte libgtest-dev libgmock-dev
             gammu gammu-smsd gnokii-cli libgammu-dev
             exim4-daemon-light mpack openssl python3-aiosmtpd swaks"
     [arm]="g++-aarch64-linux-gnu g++-arm-linux-gnueabihf qemu-user"
     [coverage]="gcovr"
     [example]="python3 python3-aiosmtpd"
-    [bench]="gammu libbenchmark-dev libcurl4-openssl-dev libgammu-dev libssl-dev"
+    [bench]="gammu libbenchmark-dev libgammu-dev"
     [package]="dpkg-dev file lintian python3"
     [fuzz]="clang libclang-rt-14-dev libgammu-dev"
 )

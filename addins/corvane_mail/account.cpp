@@ -1,0 +1,16 @@
+// SPDX-License-Identifier: MIT
+#include "addins/corvane_mail/account.h"
+
+namespace corvane_mail {
+
+std::string ServerOf(const Account& account) {
+  const bool has_colons = account.server.find(':') != std::string::npos;
+  const std::string host = has_colons ? "[" + account.server + "]" : account.server;
+  return host + ":" + std::to_string(account.port);
+}
+
+std::string RouteOf(const Account& account) {
+  return ServerOf(account) + (account.user.empty() ? "" : " ") + account.user;
+}
+
+}  // namespace corvane_mail

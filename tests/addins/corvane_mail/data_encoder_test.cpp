@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: MIT
+#include "addins/corvane_mail/data_encoder.h"
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace corvane_mail {
+namespace {
+
+/// The wire form, fed in pieces of `step` octets.
+std::string Wire(std::string_view mail, std::size_t step) {
+  DataEncoder encoder;
+  std::string wire;
+  for (std::size_t i = 0; i < mail.size(); i += step) encoder.Encode(mail.substr(i, step), wire);
+  encoder.Finish(wire);
+  return wire;
+}
+
+struct Case {
+  const char* name;
+  std::string_view mail;
+  std::string_view wire;
+};
+
+class DataEncoderTest : public testing::TestWithParam<Case> {};
+
+TEST_P(DataEncoderTest, GivesTheSameHoweverTheMailIsCut) {
+  const auto& [name, mail, wire] = GetParam();
+  for (std::size_t step = 1; step <= mail.size() + 1; ++step) {
+    EXPECT_EQ(Wire(mail, step), wire) << "in pieces of " << step;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Mails, DataEncoderTest,
+    testing::Values(Case{"Empty", "", ".\r\n"}, Case{"OneLine", "a\r\n", "a\r\n.\r\n"},
+                    Case{"LastLineWithoutEnd", "a", "a\r\n.\r\n"},
+                    Case{"DotFirst", ".", "..\r\n.\r\n"},
+                    Case{"LineOfOneDot", "a\r\n.\r\nb\r\n", "a\r\n..\r\nb\r\n.\r\n"},
+                    Case{"DotsWithinALine", "a.b..\r\n", "a.b..\r\n.\r\n"},
+                    Case{"BareLineFeedBeforeADot", "a\n.\nb", "a\r\n..\r\nb\r\n.\r\n"},
+                    Case{"BareReturnBeforeADot", "a\r.\rb", "a\r\n..\r\nb\r\n.\r\n"},
+                    Case{"ReturnAtTheEnd", "a\r", "a\r\n.\r\n"},
+                    Case{"TwoReturns", "a\r\r\nb", "a\r\n\r\nb\r\n.\r\n"},
+                    Case{"SmuggledEnd", "a\r\n.\nMAIL", "a\r\n..\r\nMAIL\r\n.\r\n"}),
+    [](const auto& parameter) { return parameter.param.name; });
+
+}  // namespace
+}  // namespace corvane_mail
