@@ -5,11 +5,11 @@
 #include <string>
 #include <utility>
 
-#include "addins/corvane_sms/receivers.h"
 #include "addins/corvane_sms/sms_service.h"
 #include "addins/corvane_sms/sms_text.h"
 #include "block/duration_input.h"
 #include "libs/base/printable.h"
+#include "libs/gsm/receivers.h"
 
 DEFINE_FUNCTION_BLOCK(SmsOutboxFB, "SMS_OUTBOX")
 
@@ -26,8 +26,8 @@ std::uint8_t NextReference() {
   return ++reference;
 }
 
-ErrorId IdOf(corvane_sms::TextProblem problem) {
-  return problem == corvane_sms::TextProblem::kTooLong ? ErrorId::kTooLong : ErrorId::kText;
+ErrorId IdOf(gsm::TextProblem problem) {
+  return problem == gsm::TextProblem::kTooLong ? ErrorId::kTooLong : ErrorId::kText;
 }
 
 /// What to do about the error of a job whose inputs were right.
@@ -101,9 +101,9 @@ std::optional<JobFailure> SmsOutboxFB::Queue() {
                       "Key must be one line of UTF-8 with at most 200 octets; shorten it"};
   }
   const std::string text = GetString("Text");
-  corvane_sms::Receivers receivers = corvane_sms::ReadReceivers(GetString("Receiver"));
+  gsm::Receivers receivers = gsm::ReadReceivers(GetString("Receiver"));
   if (!receivers.problem.empty()) return JobFailure{ErrorId::kReceiver, receivers.problem};
-  const corvane_sms::TextCheck check = corvane_sms::CheckText(text);
+  const gsm::TextCheck check = gsm::CheckText(text);
   if (!check.sentence.empty()) return JobFailure{IdOf(check.problem), check.sentence};
   if (!SmsService::HasPort(port)) {
     return JobFailure{ErrorId::kNoSuchPort,

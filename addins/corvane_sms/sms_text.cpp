@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "addins/corvane_sms/sms_text.h"
 
-#include <utf8.h>
-
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
@@ -10,9 +8,6 @@ namespace corvane_sms {
 namespace {
 
 using nlohmann::json;
-
-/// Characters of 20 parts in the default alphabet, and the octets of UTF-8 that they take at most.
-constexpr std::size_t kMaxOctets = kMaxParts * 153 * 3;
 
 std::optional<std::vector<gsm::UserData>> Split(const SmsContent& content) {
   return gsm::SplitText(content.text, {.reference = content.reference, .wide_reference = false});
@@ -42,25 +37,6 @@ std::optional<std::uint8_t> Octet(const json& object, const char* name) {
 }
 
 }  // namespace
-
-TextCheck CheckText(std::string_view text) {
-  if (text.empty()) return {TextProblem::kInvalid, "Text is empty; give a text", 0};
-  TextCheck too_long{TextProblem::kTooLong,
-                     "Text is too long: it needs more than 20 parts; shorten it, or send it in "
-                     "several messages",
-                     0};
-  if (text.size() > kMaxOctets) return too_long;
-  const auto wrong = utf8::find_invalid(text.begin(), text.end());
-  if (wrong != text.end()) {
-    return {TextProblem::kInvalid,
-            "Text is not valid UTF-8: octet " + std::to_string(wrong - text.begin() + 1) +
-                " is wrong; check how the text was made",
-            0};
-  }
-  const std::size_t parts = CountParts({.text = std::string(text)});
-  if (parts == 0 || parts > kMaxParts) return too_long;
-  return {TextProblem::kNone, {}, parts};
-}
 
 std::size_t CountParts(const SmsContent& content) {
   const auto parts = Split(content);
@@ -116,7 +92,7 @@ SmsProgress ReadProgress(const std::string& text) {
   const auto parts = object->find("parts");
   if (parts == object->end() || !parts->is_array()) return progress;
   for (const json& part : *parts) {
-    if (!part.is_object() || progress.parts.size() == kMaxParts) return progress;
+    if (!part.is_object() || progress.parts.size() == gsm::kMaxParts) return progress;
     progress.parts.push_back({Octet(part, "reference").value_or(0), Octet(part, "status")});
   }
   return progress;

@@ -7,25 +7,12 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "libs/gsm/pdu.h"
+#include "libs/gsm/sms_text_check.h"
 
 namespace corvane_sms {
-
-inline constexpr std::size_t kMaxParts = 20;
-
-/// Why a text cannot be sent.
-enum class TextProblem : std::uint8_t { kNone, kInvalid, kTooLong };
-
-struct TextCheck {
-  TextProblem problem = TextProblem::kNone;
-  std::string sentence;   ///< empty without a problem
-  std::size_t parts = 0;  ///< of the text, for one receiver
-};
-/// A text far too long is refused without being read.
-[[nodiscard]] TextCheck CheckText(std::string_view text);
 
 /// What is sent to one receiver.
 struct SmsContent {

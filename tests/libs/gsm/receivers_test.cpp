@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
-#include "addins/corvane_sms/receivers.h"
+#include "libs/gsm/receivers.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace {
 
-using corvane_sms::ReadReceivers;
+using gsm::ReadReceivers;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;

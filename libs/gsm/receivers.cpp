@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "addins/corvane_sms/receivers.h"
+#include "libs/gsm/receivers.h"
 
 #include <algorithm>
 
 #include "libs/base/printable.h"
 
-namespace corvane_sms {
+namespace gsm {
 namespace {
 
 constexpr std::size_t kMaxDigits = 20;  // 3GPP TS 23.040 clause 9.1.2.5
@@ -70,4 +70,4 @@ Receivers ReadReceivers(std::string_view text) {
   return receivers;
 }
 
-}  // namespace corvane_sms
+}  // namespace gsm

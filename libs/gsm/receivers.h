@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-namespace corvane_sms {
+namespace gsm {
 
 /// A job with more would take too long to queue within one call.
 inline constexpr std::size_t kMaxReceivers = 100;
@@ -20,4 +20,4 @@ struct Receivers {
 /// front makes it international. It has at most 20 digits. Empty entries are skipped.
 [[nodiscard]] Receivers ReadReceivers(std::string_view text);
 
-}  // namespace corvane_sms
+}  // namespace gsm
