@@ -57,21 +57,20 @@ SmsService::Port::Port(int number, SmsService& service, const Now& now)
 SmsService::SmsService(const std::filesystem::path& folder)
     : store_(folder),
       outbox_("sms", {[this] { return store_.NewId(); },
-                      [this](std::vector<messages::Change> changes) {
-                        return store_.Write(std::move(changes));
+                      [this](const std::vector<messages::Change>& changes) {
+                        return store_.Write(changes);
                       }}),
       inbox_(HooksOfInbox()),
       reports_(outbox_) {}
 
 messages::InboxHooks SmsService::HooksOfInbox() {
-  return {.new_id = [this] { return store_.NewId(); },
-          .write =
-              [this](std::vector<messages::Change> changes) {
-                return store_.Write(std::move(changes));
-              },
-          .is_on_disk = [this](std::uint64_t sequence) { return store_.IsOnDisk(sequence); },
-          .text = ReadParts,
-          .same_content = HaveSameContent};
+  return {
+      .new_id = [this] { return store_.NewId(); },
+      .write =
+          [this](const std::vector<messages::Change>& changes) { return store_.Write(changes); },
+      .is_on_disk = [this](std::uint64_t sequence) { return store_.IsOnDisk(sequence); },
+      .text = ReadParts,
+      .same_content = HaveSameContent};
 }
 
 ListHooks SmsService::HooksOfList(const std::string& route) {

@@ -85,6 +85,7 @@ class ColumnReader {
 void Bind(SQLite::Statement& statement, const Outgoing& row, std::int64_t id, std::int64_t job);
 void Bind(SQLite::Statement& statement, const Incoming& row, std::int64_t id);
 void Bind(SQLite::Statement& statement, const Part& row);
+void Bind(SQLite::Statement& statement, const Held& row);
 
 /// Reads a row from columns in the order above.
 ColumnReader& operator>>(ColumnReader& from, Outgoing& row);

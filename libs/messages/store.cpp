@@ -55,11 +55,15 @@ std::int64_t Store::Number(std::int64_t id) const noexcept {
   return first == 0 ? 0 : first + (id - kFirstNewId);
 }
 
-std::uint64_t Store::Write(std::vector<Change> changes) {
-  const std::scoped_lock lock(shared_->mutex);
-  shared_->queue.push_back(std::move(changes));
-  shared_->changed.notify_all();
-  return ++shared_->queued;
+std::uint64_t Store::Write(const std::vector<Change>& changes) {
+  std::uint64_t sequence = 0;
+  {
+    const std::scoped_lock lock(shared_->mutex);
+    for (const Change& change : changes) shared_->queue.Push(change);
+    sequence = ++shared_->queued;
+  }
+  shared_->changed.notify_all();  // without the lock, which the writer takes when it wakes up
+  return sequence;
 }
 
 bool Store::IsOnDisk(std::uint64_t sequence) const noexcept {

@@ -108,7 +108,7 @@ class Store {
   /// waits. While writing fails they are kept and written later; of several changes of one row only
   /// the last is kept.
   /// @return the sequence number for IsOnDisk; at least 1, rising.
-  std::uint64_t Write(std::vector<Change> changes);
+  std::uint64_t Write(const std::vector<Change>& changes);
   /// Whether these changes and all earlier ones would survive a power cut.
   [[nodiscard]] bool IsOnDisk(std::uint64_t sequence) const noexcept;
 

@@ -134,9 +134,7 @@ void WriteHeld(const Writing& writing, const PendingChanges& changes) {
                     if (place.second.has_value()) kept.push_back(*place.second);
                   });
   writing.ForEach(kept, "INSERT INTO held (route, place, digest) VALUES (?,?,?)",
-                  [](auto& statement, const Held& row) {
-                    ColumnWriter(statement) << row.route << row.index << row.digest;
-                  });
+                  [](auto& statement, const Held& row) { Bind(statement, row); });
 }
 
 }  // namespace

@@ -7,13 +7,13 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
-#include <deque>
 #include <filesystem>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "libs/messages/change_queue.h"
 #include "libs/messages/store.h"
 
 namespace messages {
@@ -36,8 +36,8 @@ class StoreShared {
 
   std::mutex mutex;  ///< guards what follows
   std::condition_variable changed;
-  std::deque<std::vector<Change>> queue;  ///< grows without moving what is in it
-  std::uint64_t queued = 0;               ///< sequence number of the last of `queue`
+  ChangeQueue queue;
+  std::uint64_t queued = 0;  ///< sequence number of the last of `queue`
   bool stopping = false;
   bool ended = false;  ///< the writer thread is about to return
   std::string problem;

@@ -2,7 +2,6 @@
 #include "libs/messages/store_writer.h"
 
 #include <algorithm>
-#include <deque>
 #include <filesystem>
 #include <iterator>
 #include <utility>
@@ -51,15 +50,13 @@ bool StoreWriter::Wait() {
 }
 
 void StoreWriter::TakeQueue() {
-  std::deque<std::vector<Change>> batches;
+  ChangeQueue queue;
   {
     const std::scoped_lock lock(shared_->mutex);
-    batches.swap(shared_->queue);
+    queue.Swap(shared_->queue);
     pending_sequence_ = shared_->queued;
   }
-  for (auto& batch : batches) {
-    for (Change& change : batch) pending_.Add(std::move(change));
-  }
+  queue.MoveTo(pending_);
 }
 
 void StoreWriter::Attempt() {

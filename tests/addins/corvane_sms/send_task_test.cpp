@@ -73,7 +73,7 @@ class SendTaskTest : public testing::Test {
   messages::Outbox outbox_{
       "sms",
       {[this] { return store_.NewId(); },
-       [this](std::vector<messages::Change> changes) { return store_.Write(std::move(changes)); }}};
+       [this](const std::vector<messages::Change>& changes) { return store_.Write(changes); }}};
   ReportBook reports_{outbox_};
   SendTask task_{1, outbox_, store_, reports_};
   std::chrono::milliseconds timeout_{};

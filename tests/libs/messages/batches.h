@@ -41,7 +41,7 @@ class Batches {
       last_.push_back(row);
       changes.emplace_back(std::move(row));
     }
-    return store_.Write(std::move(changes));
+    return store_.Write(changes);
   }
   /// Of the last batch written; they count from 1.
   [[nodiscard]] int number() const { return number_; }

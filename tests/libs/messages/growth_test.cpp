@@ -1,9 +1,13 @@
 // SPDX-License-Identifier: MIT
 // No call moves everything that waits: a container that does so when it grows asks for one piece of
-// memory for all of it. This program notes the largest piece that a thread asks for.
+// memory for all of it. Nor does a call clean up behind another thread that frees many small pieces
+// of the call's memory. This program notes the largest piece that a thread asks for, and which
+// thread asked for what is freed.
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cstddef>
 #include <cstdlib>
 #include <new>
 #include <string>
@@ -11,10 +15,18 @@
 #include "libs/messages/outbox.h"
 #include "libs/messages/sent_keys.h"
 #include "libs/messages/store.h"
+#include "tests/support/temporary_folder.h"
 
 namespace {
 
 thread_local std::size_t the_largest_piece = 0;
+thread_local const char the_thread = 0;     // its address tells threads apart
+std::atomic<int> the_pieces_of_others = 0;  // freed by a thread that had not asked for them
+
+/// Before each piece of memory.
+struct alignas(std::max_align_t) Header {
+  const char* thread;
+};
 
 constexpr int kMessages = 20'000;
 constexpr std::size_t kSmall = 65'536;  // bytes
@@ -23,16 +35,21 @@ constexpr std::size_t kSmall = 65'536;  // bytes
 
 void* operator new(std::size_t size) {
   the_largest_piece = std::max(the_largest_piece, size);
-  if (void* const memory = std::malloc(size)) return memory;
+  if (void* const memory = std::malloc(sizeof(Header) + size)) {
+    return new (memory) Header{&the_thread} + 1;
+  }
   throw std::bad_alloc();
 }
 
 void operator delete(void* memory) noexcept {
-  std::free(memory);
+  if (memory == nullptr) return;
+  Header* const header = static_cast<Header*>(memory) - 1;
+  if (header->thread != &the_thread) ++the_pieces_of_others;
+  std::free(header);
 }
 
 void operator delete(void* memory, std::size_t /*size*/) noexcept {
-  std::free(memory);
+  operator delete(memory);
 }
 
 namespace {
@@ -73,6 +90,20 @@ TEST(Growth, OfWhatWaitsForADiskTakesNoCallLong) {
   the_largest_piece = 0;
   for (int i = 0; i < kMessages; ++i) (void)store.Write({SetLimit{i}});
   EXPECT_LT(the_largest_piece, kSmall);
+}
+
+TEST(Growth, OfFreeMemoryIsLeftToTheThreadThatUsedIt) {
+  const test_support::TemporaryFolder folder;
+  Store store(folder.path());
+  the_pieces_of_others = 0;
+  for (int i = 0; i < kMessages; ++i) {
+    Outgoing row;
+    row.id = store.NewId();
+    row.content = std::string(200, 'x');
+    (void)store.Write({row});
+  }
+  ASSERT_TRUE(store.Flush(1min));
+  EXPECT_LT(the_pieces_of_others, kMessages / 10);
 }
 
 }  // namespace

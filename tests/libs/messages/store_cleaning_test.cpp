@@ -137,7 +137,7 @@ TEST_F(StoreCleaning, IsDoneByARunningStore) {
       row.finished = TimeNow() - days(31);
       changes.emplace_back(std::move(row));
     }
-    store.Write(std::move(changes));
+    store.Write(changes);
     ASSERT_TRUE(store.Flush(test_support::kPatience));
   }
   const Store store(folder.path(), Quick());

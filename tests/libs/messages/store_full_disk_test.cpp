@@ -148,7 +148,7 @@ TEST(StoreOnAFullDisk, TakesALimitOfTheSystemForAFullDisk) {
     const FileSizeLimit limit(200000);
     std::vector<Change> changes;
     for (int i = 0; i < 5000; ++i) changes.emplace_back(NewMessage(store, "110"));
-    store.Write(std::move(changes));
+    store.Write(changes);
     EXPECT_THAT(ProblemOf(store), HasSubstr("is full"));
     const int first_attempt = writes;
     EXPECT_TRUE(WaitFor([&] { return writes >= 4 * first_attempt; }));

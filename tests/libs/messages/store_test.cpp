@@ -100,7 +100,7 @@ TEST(Store, LoadsOnlyWhatWaitsOrAwaitsAReport) {
       row.report_awaited = state == OutgoingState::kSent;
       changes.emplace_back(std::move(row));
     }
-    store.Write(std::move(changes));
+    store.Write(changes);
   }
   const Content content = ContentOf(folder.path());
   EXPECT_THAT(Receivers(content), ElementsAre("0", "1"));
@@ -124,7 +124,7 @@ TEST(Store, LoadsTheKeysOfThirtyDaysAndWhatWasSentInTheLastHour) {
       row.key.clear();
       changes.emplace_back(row);
     }
-    store.Write(std::move(changes));
+    store.Write(changes);
   }
   const Content content = ContentOf(folder.path());
   ASSERT_THAT(content.keys, SizeIs(3));

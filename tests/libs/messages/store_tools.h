@@ -60,7 +60,7 @@ inline void WriteMessages(Store& store, const std::vector<std::string>& receiver
   std::vector<Change> changes;
   changes.reserve(receivers.size());
   for (const std::string& receiver : receivers) changes.emplace_back(NewMessage(store, receiver));
-  store.Write(std::move(changes));
+  store.Write(changes);
   ASSERT_TRUE(store.Flush(test_support::kPatience)) << store.problem();
 }
 

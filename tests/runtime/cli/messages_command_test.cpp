@@ -204,7 +204,7 @@ class RunningProgram {
   explicit RunningProgram(const fs::path& folder)
       : store_(folder, messages::Quick()),
         outbox_("sms", {[this] { return store_.NewId(); },
-                        [this](auto changes) { return store_.Write(std::move(changes)); }}) {
+                        [this](const auto& changes) { return store_.Write(changes); }}) {
     auto content = messages::LoadedFrom(store_);
     const auto now = messages::Now::Get();
     outbox_.Load(std::move(content.waiting), {}, {}, {}, now);
