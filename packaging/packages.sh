@@ -13,7 +13,7 @@ declare -A packages=(
              nlohmann-json3-dev"
     [test]="clang-format clang-tidy cppcheck groff-base shellcheck python3 python3-pyte libgtest-dev libgmock-dev
             gammu gammu-smsd gnokii-cli libgammu-dev
-            exim4-daemon-light mpack openssl python3-aiosmtpd swaks"
+            exim4-daemon-light mpack mutt openssl python3-aiosmtpd spamassassin swaks"
     [arm]="g++-aarch64-linux-gnu g++-arm-linux-gnueabihf qemu-user"
     [coverage]="gcovr"
     [example]="python3 python3-aiosmtpd"

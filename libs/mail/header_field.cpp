@@ -107,7 +107,10 @@ void HeaderField::Name(std::string_view name) {
   if (IsPlain(name) && !LooksEncoded(name) && name.size() <= kLongestWord - 2) {
     return Token(Quoted(name));
   }
-  Encoded(name);
+  // In one word, if it fits: some readers keep the blank between two encoded words of a name.
+  EncodedWords words(name);
+  const std::string word = words.Next(kLine - 1);
+  return words.done() ? Token(word) : Encoded(name);
 }
 
 void HeaderField::OneAddress(const Address& address, bool utf8, std::string_view separator) {

@@ -2,7 +2,7 @@
 // compose_mail: reads a message in JSON from each line of the standard input, and writes for each
 // its size announced, a line feed, the size read, a line feed, and its octets. For tests that read
 // mail by other programs.
-#include <algorithm>
+#include <cstdint>
 #include <iostream>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -51,7 +51,8 @@ mail::Message MessageOf(const json& object) {
   message.text = object.value("text", "");
   message.html = object.value("html", "");
   message.message_id = object.at("message_id");
-  message.date = std::chrono::sys_seconds(std::chrono::seconds(object.value("date", 0)));
+  message.date =
+      std::chrono::sys_seconds(std::chrono::seconds(object.value("date", std::int64_t{0})));
   message.zone_minutes = object.value("zone_minutes", 0);
   for (const json& attachment : object.value("attachments", json::array())) {
     message.attachments.push_back(AttachmentOf(attachment));

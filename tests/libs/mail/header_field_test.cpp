@@ -60,6 +60,17 @@ TEST(HeaderField, NamesAreWrittenAsTheirCharactersNeed) {
   EXPECT_EQ(To({{"a\r\nBcc: x@y", at}}), "To: \"a Bcc: x@y\" <a@b>\r\n");
 }
 
+TEST(HeaderField, NamesAreDividedOnlyIfTheyMust) {
+  std::string name = "J\xC3\xB6rg from the pumping station at the lock";
+  const std::string word = "=?utf-8?q?J=C3=B6rg_from_the_pumping_station_at_the_lock?=";
+  EXPECT_EQ(To({{"", "operator@plant.example"}, {name, "a@b"}}),
+            "To: operator@plant.example,\r\n " + word + " <a@b>\r\n");
+  name += " on the Old Canals";
+  EXPECT_EQ(To({{name, "a@b"}}),
+            "To: =?utf-8?q?J=C3=B6rg_from_the_pumping_station_at_the_lock_on_the_Old_Ca?=\r\n"
+            " =?utf-8?q?nals?= <a@b>\r\n");
+}
+
 TEST(HeaderField, AddressesAreFoldedAndSeparated) {
   const std::string one = "the-operator-on-duty@plant.example";
   EXPECT_EQ(To({{"", one}, {"Desk", one}, {"", one}}),
