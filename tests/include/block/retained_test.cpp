@@ -150,8 +150,7 @@ TEST_F(RetainedJob, AJobThatWasUnderWayEndsAndExecuteMustRiseAgain) {
 }
 
 TEST_F(RetainedJob, TheEndOfAJobHoldsWhileExecuteIsTrue) {
-  using Progress = JobProgress;
-  QueueingJobFB::script.progress = {Progress::Failed({ErrorId::kExpired, "too late"})};
+  QueueingJobFB::script.progress = {JobProgress::Failed({ErrorId::kExpired, "too late"})};
   Run("fb.Execute = true fb() fb()");
   Restart();
   Run("next()");
