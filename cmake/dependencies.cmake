@@ -12,6 +12,7 @@ find_package(Boost 1.74 REQUIRED)
 # Names of hosts in other scripts than Latin; libcurl needs the same library.
 pkg_check_modules(IDN2 REQUIRED IMPORTED_TARGET libidn2)
 pkg_check_modules(NCURSES REQUIRED IMPORTED_TARGET ncursesw)
+pkg_check_modules(MODBUS REQUIRED IMPORTED_TARGET libmodbus)
 pkg_check_modules(CURL REQUIRED IMPORTED_TARGET libcurl)
 
 # Lua compiled as C++: an error unwinds the C++ frames it passes.

@@ -9,8 +9,8 @@ set -euo pipefail
 declare -A packages=(
     [build]="g++ cmake ninja-build pkg-config
              libboost-dev libcli11-dev libcrypt-dev libcurl4-openssl-dev libidn2-dev liblua5.2-dev
-             libncurses-dev libspdlog-dev libsqlite3-dev libsqlitecpp-dev libssl-dev libutfcpp-dev
-             nlohmann-json3-dev"
+             libmodbus-dev libncurses-dev libspdlog-dev libsqlite3-dev libsqlitecpp-dev libssl-dev
+             libutfcpp-dev nlohmann-json3-dev"
     [test]="clang-format clang-tidy cppcheck groff-base shellcheck python3 python3-pyte libgtest-dev libgmock-dev
             gammu gammu-smsd gnokii-cli libgammu-dev
             exim4-daemon-light mpack mutt openssl python3-aiosmtpd spamassassin swaks"

@@ -31,6 +31,9 @@ enum class ErrorId : std::int32_t {
   kTimedOut = 41,
   kEndedBySignal = 42,
   kAborted = 43,
+  kNoConnection = 50,
+  kNoAnswer = 51,
+  kModbusException = 52,
 };
 
 /// One error as people read it.
@@ -96,6 +99,16 @@ inline constexpr ErrorIdEntry kErrorIds[] = {
      "`Signal` is its number; the program's own output may tell why."},
     {ErrorId::kAborted, "aborted", "The program was ended because `Abort` was TRUE.",
      "None: the control program asked for it."},
+    {ErrorId::kNoConnection, "no connection",
+     "The Modbus server could not be reached in time; nothing was sent to it.",
+     "Check `Server`, `Port`, the cable and the server's power; trying again does no harm."},
+    {ErrorId::kNoAnswer, "no answer",
+     "The Modbus server did not answer in time, or not as the protocol demands; whether it has "
+     "written is unknown.",
+     "Check `Unit` and the load of the server, or allow more time with `Timeout`."},
+    {ErrorId::kModbusException, "Modbus exception",
+     "The Modbus server refused the request with an exception, which `ErrorText` names.",
+     "Correct `Table`, `Address`, `Count` or `Unit` with the help of the server's manual."},
 };
 
 /// The row of an error; null for 0 and for a number that the catalogue does not have.

@@ -15,7 +15,7 @@ TEST(ErrorIds, TheCatalogueHasEveryNumberOnceInOrder) {
   std::vector<int> numbers;
   for (const ErrorIdEntry& entry : kErrorIds) numbers.push_back(static_cast<int>(entry.id));
   EXPECT_THAT(numbers, testing::ElementsAre(10, 11, 12, 13, 14, 15, 20, 21, 22, 23, 24, 25, 30, 31,
-                                            32, 33, 34, 40, 41, 42, 43));
+                                            32, 33, 34, 40, 41, 42, 43, 50, 51, 52));
 }
 
 TEST(ErrorIds, EveryEntryHasANameAndWholeSentencesInOneLine) {
