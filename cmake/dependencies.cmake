@@ -13,7 +13,9 @@ find_package(Boost 1.74 REQUIRED)
 pkg_check_modules(IDN2 REQUIRED IMPORTED_TARGET libidn2)
 pkg_check_modules(NCURSES REQUIRED IMPORTED_TARGET ncursesw)
 pkg_check_modules(MODBUS REQUIRED IMPORTED_TARGET libmodbus)
+# Mail: libcurl does TLS with OpenSSL, whose codes tell what is wrong with a certificate.
 pkg_check_modules(CURL REQUIRED IMPORTED_TARGET libcurl)
+pkg_check_modules(OPENSSL REQUIRED IMPORTED_TARGET openssl)
 
 # Lua compiled as C++: an error unwinds the C++ frames it passes.
 pkg_check_modules(LUA REQUIRED IMPORTED_TARGET lua5.2-c++)

@@ -13,4 +13,10 @@ std::string RouteOf(const Account& account) {
   return ServerOf(account) + (account.user.empty() ? "" : " ") + account.user;
 }
 
+std::string TextOf(std::chrono::milliseconds time) {
+  const auto whole = std::chrono::floor<std::chrono::seconds>(time);
+  return whole == time ? std::to_string(whole.count()) + " s"
+                       : std::to_string(time.count()) + " ms";
+}
+
 }  // namespace corvane_mail

@@ -31,4 +31,7 @@ struct Account {
 /// What one connection serves: `SERVER:PORT`, followed by a blank and the user if there is one.
 [[nodiscard]] std::string RouteOf(const Account& account);
 
+/// A time as people read it: `60 s`, `1500 ms`.
+[[nodiscard]] std::string TextOf(std::chrono::milliseconds time);
+
 }  // namespace corvane_mail

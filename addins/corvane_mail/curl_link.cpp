@@ -112,7 +112,6 @@ void CurlLink::Watch(Clock::time_point now) {
     last_progress_ = now;
     SetOption(easy_.get(), CURLOPT_CONNECTTIMEOUT_MS, Count<std::chrono::milliseconds>(kNever));
   }
-  if (is_flooded_) Fail(CURLE_WEIRD_SERVER_REPLY);
   if (now >= deadline()) Fail(CURLE_OPERATION_TIMEDOUT);
 }
 
@@ -156,7 +155,6 @@ void CurlLink::OnCommand(std::string_view command) {
 }
 
 void CurlLink::OnReply(std::string_view octets) {
-  if (is_flooded_) return;
   while (!octets.empty()) {
     octets.remove_prefix(reader_.Feed(octets));
     switch (reader_.state()) {
@@ -168,10 +166,10 @@ void CurlLink::OnReply(std::string_view octets) {
         }
         last_reply_ = reader_.Take();
         break;
-      case ReplyReader::State::kInvalid:  // libcurl skips what is not a reply, and waits
+      case ReplyReader::State::kInvalid:
+      case ReplyReader::State::kTooLong:  // libcurl decides what becomes of it
         reader_.Clear();
         break;
-      case ReplyReader::State::kTooLong: is_flooded_ = true; return;
     }
   }
 }

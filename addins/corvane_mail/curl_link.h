@@ -89,7 +89,6 @@ class CurlLink {
   CURLcode code_ = CURLE_OK;
   bool is_connected_ = false;  // TCP
   bool is_remote_login_ = false;
-  bool is_flooded_ = false;
   Clock::time_point last_progress_ = Clock::now();
   std::string command_;  // the last one
   ReplyReader reader_;

@@ -34,6 +34,7 @@ std::string CertificateReason(const Account& account, const OpeningFacts& facts)
              " comes from an issuer that is not trusted here; name the issuer's certificate in "
              "CaFile";
     case X509_V_OK:
+    case X509_V_ERR_UNSPECIFIED:  // libcurl compares the names before it asks for OpenSSL's result
     case X509_V_ERR_HOSTNAME_MISMATCH:
     case X509_V_ERR_IP_ADDRESS_MISMATCH:
       return certificate + " belongs to another server" + InBrackets(facts.detail) +
@@ -110,7 +111,8 @@ Failure DescribeOpening(const Account& account, const OpeningFacts& facts) {
                                  : std::generic_category().message(facts.system_error)) +
                   "; check Server, Port and the network"};
     case CURLE_OPERATION_TIMEDOUT:
-      return {End::kForNow, server + " did not answer in time; check Server, Port and the network"};
+      return {End::kForNow, server + " did not answer within " + TextOf(account.timeout) +
+                                "; check Server, Port and the network"};
     case CURLE_PEER_FAILED_VERIFICATION:
       return {End::kCertificate, CertificateReason(account, facts)};
     case CURLE_SSL_CACERT_BADFILE:

@@ -33,7 +33,8 @@ bool Set(CURLU* url, CURLUPart part, const std::string& value) {
 
 ServerUrl MakeServerUrl(const Account& account) {
   const std::string& server = account.server;
-  if (server.find('\0') != std::string::npos) return nullptr;
+  // A name has at most 253 octets in ASCII (RFC 1035 clause 2.3.4), and here perhaps more in UTF-8.
+  if (server.size() > 1000 || server.find('\0') != std::string::npos) return nullptr;
   const bool has_colons = server.find(':') != std::string::npos;
   const std::string host = has_colons ? "[" + server + "]" : AsciiName(server);
   ServerUrl url(curl_url());

@@ -17,12 +17,6 @@ constexpr int kTurns = 16;
 
 constexpr auto kQuitTime = 2s;
 
-std::string Seconds(std::chrono::milliseconds time) {
-  const auto whole = std::chrono::floor<std::chrono::seconds>(time);
-  return whole == time ? std::to_string(whole.count()) + " s"
-                       : std::to_string(time.count()) + " ms";
-}
-
 bool SameSecret(const std::shared_ptr<const Secret>& a, const std::shared_ptr<const Secret>& b) {
   return a == b || (a && b && a->text() == b->text());
 }
@@ -289,12 +283,12 @@ void SmtpSession::OnDeadline() {
     case Stage::kIdle: stage_ = Stage::kQuit; return Say("QUIT\r\n");
     case Stage::kLogin:
       return FailAll(End::kForNow, Server() + " did not answer the login within " +
-                                       Seconds(account_.timeout) + "; check the server");
+                                       TextOf(account_.timeout) + "; check the server");
     case Stage::kTransaction: {
       const Transaction& mail = queue_.front();
       return StopMail(Server() +
                       (mail.is_in_content() ? " took nothing within " : " did not answer within ") +
-                      Seconds(mail.is_sent() ? account_.final_timeout : account_.timeout) +
+                      TextOf(mail.is_sent() ? account_.final_timeout : account_.timeout) +
                       (mail.is_sent() ? std::string() : std::string(" ") + mail.Where()));
     }
     case Stage::kClosed:

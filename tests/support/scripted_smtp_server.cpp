@@ -2,16 +2,20 @@
 #include "tests/support/scripted_smtp_server.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <netinet/in.h>
+#include <openssl/ssl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <array>
+#include <csignal>
 #include <stdexcept>
 #include <utility>
 
+#include "tests/support/test_certificate.h"
 #include "tests/support/wait_for.h"
 
 namespace test_support {
@@ -56,13 +60,61 @@ void SmtpPeer::WaitFor(short events) {
   if (connection_ < 0 || !Await(connection_, events, stop_event_)) throw Stopped();
 }
 
-void SmtpPeer::Say(std::string_view bytes) {
-  while (!bytes.empty()) {
-    WaitFor(POLLOUT);
-    const ssize_t sent = send(connection_, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-    if (sent <= 0) throw Stopped();
-    bytes.remove_prefix(static_cast<std::size_t>(sent));
+void SmtpPeer::FreeTls::operator()(ssl_st* tls) const {
+  SSL_free(tls);
+}
+
+void SmtpPeer::StartTls(const TestCertificate& certificate) {
+  SSL_CTX* const context = SSL_CTX_new(TLS_server_method());
+  SSL_CTX_use_certificate(context, certificate.certificate());
+  SSL_CTX_use_PrivateKey(context, certificate.key());
+  tls_.reset(SSL_new(context));
+  SSL_CTX_free(context);
+  // So that the end of the server is noticed wherever TLS is.
+  fcntl(connection_, F_SETFL, fcntl(connection_, F_GETFL) | O_NONBLOCK);
+  SSL_set_fd(tls_.get(), connection_);
+  for (int result = SSL_accept(tls_.get()); result != 1; result = SSL_accept(tls_.get())) {
+    WaitForTls(result);
   }
+}
+
+/// Waits for what the call with this result lacked.
+void SmtpPeer::WaitForTls(int result) {
+  switch (SSL_get_error(tls_.get(), result)) {
+    case SSL_ERROR_WANT_READ: return WaitFor(POLLIN);
+    case SSL_ERROR_WANT_WRITE: return WaitFor(POLLOUT);
+    default: throw Stopped();
+  }
+}
+
+std::size_t SmtpPeer::Send(std::string_view bytes) {
+  if (tls_) {
+    int sent = 0;
+    while ((sent = SSL_write(tls_.get(), bytes.data(), static_cast<int>(bytes.size()))) <= 0) {
+      WaitForTls(sent);
+    }
+    return static_cast<std::size_t>(sent);
+  }
+  WaitFor(POLLOUT);
+  const ssize_t sent = send(connection_, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+  if (sent <= 0) throw Stopped();
+  return static_cast<std::size_t>(sent);
+}
+
+std::size_t SmtpPeer::Receive(char* bytes, std::size_t size) {
+  if (tls_) {
+    int length = 0;
+    while ((length = SSL_read(tls_.get(), bytes, static_cast<int>(size))) <= 0) WaitForTls(length);
+    return static_cast<std::size_t>(length);
+  }
+  WaitFor(POLLIN);
+  const ssize_t length = recv(connection_, bytes, size, 0);
+  if (length <= 0) throw Stopped();
+  return static_cast<std::size_t>(length);
+}
+
+void SmtpPeer::Say(std::string_view bytes) {
+  while (!bytes.empty()) bytes.remove_prefix(Send(bytes));
 }
 
 void SmtpPeer::SayByteByByte(std::string_view bytes) {
@@ -79,11 +131,8 @@ std::string SmtpPeer::HearUntil(std::string_view end) {
       return text;
     }
     from = ahead_.size() < end.size() ? 0 : ahead_.size() - end.size() + 1;
-    WaitFor(POLLIN);
     std::array<char, 65536> piece;
-    const ssize_t length = recv(connection_, piece.data(), piece.size(), 0);
-    if (length <= 0) throw Stopped();
-    const std::string_view text(piece.data(), static_cast<std::size_t>(length));
+    const std::string_view text(piece.data(), Receive(piece.data(), piece.size()));
     ahead_ += text;
     sink_(text);
   }
@@ -164,6 +213,11 @@ std::string ScriptedSmtpServer::HeardUpTo(std::string_view end) const {
 }
 
 void ScriptedSmtpServer::Run() {
+  // OpenSSL writes without MSG_NOSIGNAL. The client's threads must do without this.
+  sigset_t pipe_only;
+  sigemptyset(&pipe_only);
+  sigaddset(&pipe_only, SIGPIPE);
+  pthread_sigmask(SIG_BLOCK, &pipe_only, nullptr);
   while (Await(listener_, POLLIN, stop_event_)) {
     const int connection = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
     if (connection < 0) continue;

@@ -7,12 +7,17 @@
 #include <atomic>
 #include <condition_variable>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
 #include <thread>
 
+struct ssl_st;
+
 namespace test_support {
+
+class TestCertificate;
 
 /// A connection as the script sees it. A call that cannot go on, because the client is gone or the
 /// server is to stop, ends the script.
@@ -32,6 +37,8 @@ class SmtpPeer {
   /// What arrives up to and including `end`.
   std::string HearUntil(std::string_view end);
   std::string HearLine() { return HearUntil("\r\n"); }
+  /// Begins TLS, as a server with this certificate; ends the script if the client does not.
+  void StartTls(const TestCertificate& certificate);
   /// Waits, without reading, until the server is to stop.
   void Idle();
   /// Waits this long; less if the server is to stop.
@@ -43,11 +50,18 @@ class SmtpPeer {
 
  private:
   void WaitFor(short events);
+  void WaitForTls(int result);
+  std::size_t Send(std::string_view bytes);
+  std::size_t Receive(char* bytes, std::size_t size);
 
   int connection_;
   int stop_event_;
   Sink sink_;
   std::string ahead_;  // received, not yet heard
+  struct FreeTls {
+    void operator()(ssl_st* tls) const;
+  };
+  std::unique_ptr<ssl_st, FreeTls> tls_;
 };
 
 /// What a server answers at each stage. An empty text closes the connection there.

@@ -20,6 +20,44 @@ namespace corvane_mail {
 
 inline constexpr const char* kMail = "Subject: alarm\r\n\r\nLevel high\r\n.hidden\r\n";
 
+/// The server's side up to the reply to EHLO.
+inline void Greet(test_support::SmtpPeer& peer, const std::string& ehlo = "250 mail.example\r\n") {
+  peer.Say("220 mail.example\r\n");
+  peer.HearLine();
+  peer.Say(ehlo);
+}
+
+/// Answers the commands of one mail after the other, until QUIT: 250 to each, 235 to AUTH, 354 to
+/// DATA.
+inline void ServeCommands(test_support::SmtpPeer& peer) {
+  for (std::string line = peer.HearLine(); line != "QUIT\r\n"; line = peer.HearLine()) {
+    if (line == "DATA\r\n") {
+      peer.Say("354 go ahead\r\n");
+      peer.HearUntil("\r\n.\r\n");
+      peer.Say("250 queued\r\n");
+    } else {
+      peer.Say(line.starts_with("AUTH") ? "235 welcome\r\n" : "250 ok\r\n");
+    }
+  }
+  peer.Say("221 bye\r\n");
+}
+
+/// The server's side of the envelope of a mail with one recipient, up to the command DATA.
+inline void TakeEnvelope(test_support::SmtpPeer& peer) {
+  for (int command = 0; command < 2; ++command) {
+    peer.HearLine();
+    peer.Say("250 ok\r\n");
+  }
+  peer.HearLine();
+}
+
+/// The same, with the mail, up to its final dot.
+inline void TakeMail(test_support::SmtpPeer& peer) {
+  TakeEnvelope(peer);
+  peer.Say("354 go ahead\r\n");
+  peer.HearUntil("\r\n.\r\n");
+}
+
 /// The account of a server on this machine.
 inline Account LocalAccount(int port) {
   Account account;

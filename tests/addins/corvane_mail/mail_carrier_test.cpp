@@ -15,26 +15,10 @@ using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 
-/// Answers one mail after the other on a connection: 250 to each command, 354 to DATA.
-void ServeMails(SmtpPeer& peer, const std::string& ehlo = "250 mail.example\r\n") {
-  peer.Say("220 mail.example\r\n");
-  for (;;) {
-    const std::string line = peer.HearLine();
-    if (line.starts_with("EHLO")) {
-      peer.Say(ehlo);
-    } else if (line == "DATA\r\n") {
-      peer.Say("354 go ahead\r\n");
-      peer.HearUntil("\r\n.\r\n");
-      peer.Say("250 queued\r\n");
-    } else if (line.starts_with("AUTH")) {
-      peer.Say("235 welcome\r\n");
-    } else if (line == "QUIT\r\n") {
-      peer.Say("221 bye\r\n");
-      return;
-    } else {
-      peer.Say("250 ok\r\n");
-    }
-  }
+/// Answers one mail after the other on a connection.
+void ServeMails(SmtpPeer& peer) {
+  Greet(peer);
+  ServeCommands(peer);
 }
 
 TEST_F(CarrierTest, CarriesAMailWithItsDotsDoubled) {
@@ -52,8 +36,10 @@ TEST_F(CarrierTest, CarriesAMailWithItsDotsDoubled) {
 }
 
 TEST_F(CarrierTest, TenMailsNeedOneLogin) {
-  ScriptedSmtpServer server(
-      [](SmtpPeer& peer) { ServeMails(peer, "250-mail.example\r\n250 AUTH PLAIN LOGIN\r\n"); });
+  ScriptedSmtpServer server([](SmtpPeer& peer) {
+    Greet(peer, "250-mail.example\r\n250 AUTH PLAIN LOGIN\r\n");
+    ServeCommands(peer);
+  });
   Account account = LocalAccount(server.port());
   account.user = "plc";
   for (int id = 1; id <= 10; ++id) carrier_.Begin(MakeAttempt(id, account, "s3cret"));
@@ -71,9 +57,7 @@ TEST_F(CarrierTest, TenMailsNeedOneLogin) {
 
 TEST_F(CarrierTest, OneRefusedRecipientDoesNotStopTheOthers) {
   ScriptedSmtpServer server([](SmtpPeer& peer) {
-    peer.Say("220 mail.example\r\n");
-    peer.HearLine();
-    peer.Say("250 mail.example\r\n");
+    Greet(peer);
     peer.HearLine();
     peer.Say("250 ok\r\n");
     peer.HearLine();
@@ -129,9 +113,7 @@ TEST_F(CarrierTest, AMailWhoseConnectionIsLostAfterTheFinalDotHasAnUnknownEnd) {
 
 TEST_F(CarrierTest, AMailWhoseConnectionIsLostBeforeTheFinalDotIsTriedAgain) {
   ScriptedSmtpServer server([](SmtpPeer& peer) {
-    peer.Say("220 mail.example\r\n");
-    peer.HearLine();
-    peer.Say("250 mail.example\r\n");
+    Greet(peer);
     peer.HearLine();
     peer.Say("250 ok\r\n");
     peer.HearLine();
