@@ -4,7 +4,7 @@
 #include "counter_fb.h"
 
 constexpr FBTypeEntry kBlockTypes[] = {
-    BLOCK_TYPE(CounterFB),  // CTU
+    BLOCK_TYPE(CounterFB),  // COUNTER
 };
 
 CORVANE_FB_EXPORT int InitAddin() {

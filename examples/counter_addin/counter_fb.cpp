@@ -3,7 +3,7 @@
 
 #include <limits>
 
-DEFINE_FUNCTION_BLOCK(CounterFB, "CTU")
+DEFINE_FUNCTION_BLOCK(CounterFB, "COUNTER")
 
 const FBMetaEntry* CounterFB::GetMetaTable() {
   static const FBMetaEntry _entries[] = {{"CU", "BOOL"}, {"R", "BOOL"},  {"PV", "DINT"},

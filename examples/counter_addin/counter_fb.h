@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// CTU: counts rising edges of an input, as the up-counter of IEC 61131-3 does.
+// COUNTER: counts rising edges of an input.
 #pragma once
 
 #include "block/lua_glue.h"

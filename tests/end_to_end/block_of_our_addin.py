@@ -29,14 +29,14 @@ namespace {{
 class Counter : public BlockTest {{}};
 
 TEST_F(Counter, CountsRisingEdges) {{
-  Run("fb = CTU.new{{PV = 2}} for i = 1, 4 do fb.CU = i % 2 == 1 fb() end");
+  Run("fb = COUNTER.new{{PV = 2}} for i = 1, 4 do fb.CU = i % 2 == 1 fb() end");
   EXPECT_EQ(Eval("fb.CV"), "2");
   EXPECT_EQ(Eval("fb.Q"), "true");
 }}
 
 }}  // namespace
 """
-PAGE = """# CTU
+PAGE = """# COUNTER
 
 Counts rising edges.
 
@@ -99,7 +99,7 @@ def add_own_files():
             text = block.text.replace('"counter_fb.h"', f'"{FOLDER}/counter_fb.h"')
             (copy / FOLDER / block.name).write_text(text, encoding="utf-8")
     (copy / f"tests/{FOLDER}/counter_fb_test.cpp").write_text(TEST, encoding="utf-8")
-    (copy / "docs/blocks/ctu.md").write_text(PAGE, encoding="utf-8")
+    (copy / "docs/blocks/counter.md").write_text(PAGE, encoding="utf-8")
     [include] = [block.text for block in blocks if block.text == f'#include "{FOLDER}/counter_fb.h"\n']
     [row] = [block.text for block in blocks if re.fullmatch(r" *BLOCK_TYPE\(.*\n", block.text)]
     first = f'#include "{FOLDER}/read_sms.h"\n'
@@ -127,13 +127,13 @@ with tempfile.TemporaryDirectory() as folder:
         FOLDER + "/CMakeLists.txt": ("  driver_reply.cpp\n", "  counter_fb.cpp\n  driver_reply.cpp\n"),
         f"tests/{FOLDER}/CMakeLists.txt": ("  shell_fb_test.cpp\n", "  counter_fb_test.cpp\n  shell_fb_test.cpp\n")})
     needed(build_and_test, {
-        TEST_LIST: (END_OF_TYPES, '    {"CTU", "CU:BOOL R:BOOL PV:DINT Q:BOOL CV:DINT"},\n' + END_OF_TYPES)})
+        TEST_LIST: (END_OF_TYPES, '    {"COUNTER", "CU:BOOL R:BOOL PV:DINT Q:BOOL CV:DINT"},\n' + END_OF_TYPES)})
     addin = copy / "build/lib/corvane_fb_lib.so"
     needed(lambda: run("tests/end_to_end/block_pages.py", ".", corvane, "--addin", addin), {
-        "README.md": ("| [READ_SMS](", "| [CTU](docs/blocks/ctu.md) | counts |\n| [READ_SMS]("),
-        "docs/README.md": ("  - [READ_SMS](", "  - [CTU](blocks/ctu.md): count\n  - [READ_SMS]("),
+        "README.md": ("| [READ_SMS](", "| [COUNTER](docs/blocks/counter.md) | counts |\n| [READ_SMS]("),
+        "docs/README.md": ("  - [READ_SMS](", "  - [COUNTER](blocks/counter.md): count\n  - [READ_SMS]("),
         "tests/end_to_end/CMakeLists.txt": ("  docs/blocks/read_sms.md\n",
-                                            "  docs/blocks/ctu.md\n  docs/blocks/read_sms.md\n")})
+                                            "  docs/blocks/counter.md\n  docs/blocks/read_sms.md\n")})
     succeed("tests/end_to_end/links.py", ".")
     changed = succeed("git", "status", "--porcelain").splitlines()
     print("\n".join(changed))
