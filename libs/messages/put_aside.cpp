@@ -1,12 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "libs/messages/put_aside.h"
 
-#include <array>
 #include <chrono>
-#include <cstddef>
-#include <ctime>
-#include <string>
 
+#include "libs/base/aside_name.h"
 #include "libs/base/private_folder.h"
 
 namespace messages {
@@ -14,23 +11,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string Stamp(WallTime now) {
-  const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
-  struct tm parts {};
-  gmtime_r(&seconds, &parts);
-  std::array<char, 32> room{};
-  const std::size_t size = std::strftime(room.data(), room.size(), "%Y%m%d-%H%M%S", &parts);
-  return {room.data(), size};
-}
-
 /// A name that neither a file nor its log has.
 fs::path FreeName(const fs::path& file, WallTime now) {
-  const std::string base = file.string() + ".damaged-" + Stamp(now);
-  fs::path name = base;
-  for (int more = 2; Exists(name) || Exists(WithSuffix(name, "-wal")); ++more) {
-    name = base + "-" + std::to_string(more);
-  }
-  return name;
+  return corvane::AsideName(
+      file, std::chrono::system_clock::to_time_t(now),
+      [](const fs::path& name) { return Exists(name) || Exists(WithSuffix(name, "-wal")); });
 }
 
 }  // namespace

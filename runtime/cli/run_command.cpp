@@ -28,6 +28,7 @@
 #include "runtime/cli/watch_view.h"
 #include "runtime/corvane/control_program.h"
 #include "runtime/corvane/cycle_watchdog.h"
+#include "runtime/corvane/retain_store.h"
 #include "runtime/corvane/scan.h"
 #include "runtime/corvane/state_folder.h"
 #include "runtime/modem_driver/modem_port_driver.h"
@@ -104,9 +105,9 @@ void Load(ControlProgram& program, CycleWatchdog& watchdog) {
 }
 
 /// Loads and runs the program; returns its exit status. Throws LuaError.
-int RunProgram(const RunOptions& options, Scan& scan, WatchView* view) {
+int RunProgram(const RunOptions& options, Scan& scan, RetainStore& retained, WatchView* view) {
   std::unique_lock lock(TheScanLock());  // the program is created, loaded and closed under it, too
-  ControlProgram program(options.program, options.arguments);
+  ControlProgram program(options.program, options.arguments, &retained);
   if (view != nullptr) view->Follow(program.lua());
   CycleWatchdog watchdog(program.lua());
   Load(program, watchdog);
@@ -169,9 +170,10 @@ int Run(const RunOptions& options) {
                                StateFolder(options.program));
   if (view != nullptr) view->Follow(modems);
   Scan scan({*ParseDuration(options.period), options.cycles}, clock, TheScanLock());
+  RetainStore retained(StateFolder(options.program));
   int status = kProgramFailed;
   try {
-    status = RunProgram(options, scan, view.get());
+    status = RunProgram(options, scan, retained, view.get());
   } catch (const LuaError& error) {
     view.reset();  // the message belongs on the restored terminal
     status = Fail(error);

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "runtime/corvane/control_program.h"
 
+#include <chrono>
+
 namespace corvane {
 namespace {
 
@@ -10,6 +12,13 @@ int AddModuleFolder(lua_State* L) {
   lua_getfield(L, 2, "path");
   lua_pushfstring(L, "%s/?.lua;%s", lua_tostring(L, 1), lua_tostring(L, 3));
   lua_setfield(L, 2, "path");
+  return 0;
+}
+
+/// Adds `retain` of the RetainedValues at argument 1 to the global table `plc`.
+int OpenRetain(lua_State* L) {
+  lua_getglobal(L, "plc");
+  static_cast<RetainedValues*>(lua_touserdata(L, 1))->Open(L);
   return 0;
 }
 
@@ -50,14 +59,21 @@ bool HasCycle(lua_State* L) {
 }  // namespace
 
 ControlProgram::ControlProgram(const std::filesystem::path& file,
-                               std::vector<std::string> arguments)
-    : file_(file), plc_{std::move(arguments), std::nullopt} {
+                               std::vector<std::string> arguments, RetainStore* retained)
+    : file_(file), plc_{std::move(arguments), std::nullopt}, retained_(retained) {
   lua_State* L = lua_.state();
   OpenPlc(L, plc_);
+  lua_pushcfunction(L, OpenRetain);
+  lua_pushlightuserdata(L, &retained_);
+  ProtectedCall(L, 1, 0);
   const auto folder = file.has_parent_path() ? file.parent_path() : std::filesystem::path(".");
   lua_pushcfunction(L, AddModuleFolder);
   lua_pushstring(L, folder.c_str());
   ProtectedCall(L, 1, 0);
+}
+
+ControlProgram::~ControlProgram() {
+  retained_.AtEnd(lua_.state());
 }
 
 void ControlProgram::Load() {
@@ -92,6 +108,7 @@ void ControlProgram::Cycle(std::uint64_t number, const CycleTime& time) {
   lua_pushnumber(L, static_cast<lua_Number>(number));
   lua_pushnumber(L, time.now);
   Call(2);
+  retained_.AfterCycle(L, std::chrono::steady_clock::now());
 }
 
 void ControlProgram::Call(int arguments) {

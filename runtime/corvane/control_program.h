@@ -12,6 +12,7 @@
 #include "runtime/corvane/cycle_time.h"
 #include "runtime/corvane/lua_environment.h"
 #include "runtime/corvane/plc_library.h"
+#include "runtime/corvane/retained_values.h"
 
 namespace corvane {
 
@@ -25,10 +26,12 @@ class UnusableProgram : public LuaError {
 class ControlProgram {
  public:
   /// Prepares the Lua environment; the file's folder is searched first by `require`.
+  /// @param retained what plc.retain uses; it must outlive the program. Null: nothing is kept
   /// Throws LuaError when a block type cannot be opened.
-  ControlProgram(const std::filesystem::path& file, std::vector<std::string> arguments);
-  /// Collects every block and waits for their workers.
-  ~ControlProgram() = default;
+  ControlProgram(const std::filesystem::path& file, std::vector<std::string> arguments,
+                 RetainStore* retained = nullptr);
+  /// Hands over what is retained, collects every block and waits for their workers.
+  ~ControlProgram();
   ControlProgram(const ControlProgram&) = delete;
   ControlProgram& operator=(const ControlProgram&) = delete;
 
@@ -36,7 +39,8 @@ class ControlProgram {
   /// syntax error (with file and line) and when the file defines no global function `cycle`, unless
   /// it has asked to stop; LuaError on an error while it runs.
   void Load();
-  /// Calls `cycle()` with plc.cycle = `number`, at this time. Throws LuaError.
+  /// Calls `cycle()` with plc.cycle = `number`, at this time, and then hands over what is retained
+  /// if it is time. Throws LuaError.
   void Cycle(std::uint64_t number, const CycleTime& time = CycleTime::Read());
   [[nodiscard]] lua_State* lua() const { return lua_.state(); }
   /// The exit status that the program has asked to end with, if it has.
@@ -49,6 +53,7 @@ class ControlProgram {
   StandingTime time_;
   std::filesystem::path file_;
   PlcContext plc_;
+  RetainedValues retained_;
   LuaEnvironment lua_;  // last: blocks may still use the members above when they are collected
 };
 

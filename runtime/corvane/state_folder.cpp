@@ -52,6 +52,14 @@ void WriteAll(int descriptor, std::string_view content, const fs::path& file) {
   }
 }
 
+void WriteNew(const fs::path& file, std::string_view content) {
+  const Descriptor out(
+      open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR));
+  if (out.get() < 0) Fail("cannot write", file);
+  WriteAll(out.get(), content, file);
+  if (fsync(out.get()) != 0) Fail("cannot write", file);
+}
+
 std::string& ProgramFolder() {
   static std::string folder;
   return folder;
@@ -86,14 +94,13 @@ void WriteStateFile(const fs::path& file, std::string_view content) {
   const fs::path folder = file.parent_path();
   MakePrivateFolder(folder);
   const fs::path fresh = file.string() + ".new";
-  {
-    const Descriptor out(open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW,
-                              S_IRUSR | S_IWUSR));
-    if (out.get() < 0) Fail("cannot write", fresh);
-    WriteAll(out.get(), content, fresh);
-    if (fsync(out.get()) != 0) Fail("cannot write", fresh);
+  try {
+    WriteNew(fresh, content);
+    fs::rename(fresh, file);
+  } catch (const fs::filesystem_error&) {
+    unlink(fresh.c_str());  // it may be what fills the disk
+    throw;
   }
-  fs::rename(fresh, file);
   SyncFolder(folder);  // the new name must survive a power cut, too
 }
 
