@@ -138,7 +138,7 @@ void SendTask::KeepReports() {
 
 void SendTask::OnLine(std::string_view line, std::string_view pdu, const Now& now) {
   if (line == kPortDriverRestart) {
-    outbox_.ReleaseRoute(route_);
+    outbox_.ReleaseRoute(route_, now);
     return;
   }
   if (!line.starts_with("+CDS:")) return;

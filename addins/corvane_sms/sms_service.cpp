@@ -55,7 +55,7 @@ SmsService::Port::Port(int number, SmsService& service, const Now& now)
 }
 
 SmsService::SmsService(const std::filesystem::path& folder)
-    : store_(folder),
+    : store_(folder, "sms"),
       outbox_("sms", {[this] { return store_.NewId(); },
                       [this](const std::vector<messages::Change>& changes) {
                         return store_.Write(changes);
@@ -100,7 +100,7 @@ void SmsService::Tick(const Now& now) {
   TakeRequests(now);
   if (store_.TakeBegunAgain()) {
     outbox_.WriteAgain();
-    inbox_.WriteAll();
+    inbox_.WriteAgain();
   }
   outbox_.Tick(now);
   inbox_.Tick(now);
@@ -118,10 +118,8 @@ void SmsService::TakeContent(const Now& now) {
 }
 
 void SmsService::LogPlace() {
-  if (place_logged_ || !store_.loaded()) return;
-  place_logged_ = true;
-  if (logInfoLn != nullptr)
-    logInfoLn(("SMS: messages are kept in " + store_.file().string()).c_str());
+  if (logInfoLn == nullptr || !store_.TakeLoaded()) return;
+  logInfoLn(("SMS: messages are kept in " + store_.file().string()).c_str());
 }
 
 void SmsService::LogNotices() {

@@ -83,7 +83,6 @@ class SmsService {
   std::map<int, std::unique_ptr<Port>> ports_;
   bool ports_loaded_ = false;  // those of the messages that the store had are in use
   bool problem_logged_ = false;
-  bool place_logged_ = false;
 };
 
 }  // namespace corvane_sms

@@ -76,7 +76,7 @@ void Inbox::LoadPart(Part part, const Now& now) {
   Insert(group, std::move(part));
 }
 
-void Inbox::WriteAll() {
+void Inbox::WriteAgain() {
   std::vector<Change> changes;
   for (const auto& [name, route] : routes_) {
     for (const Waiter& waiter : route.waiting) changes.emplace_back(waiter.message);

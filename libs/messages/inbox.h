@@ -74,7 +74,7 @@ class Inbox {
   void Load(std::vector<Incoming> inbox, std::vector<Part> parts, std::vector<Held> held,
             const Now& now);
   /// Writes every row again, after the file had to be created again.
-  void WriteAll();
+  void WriteAgain();
   /// Hands over, with gaps, the messages that have waited too long for their parts.
   void Tick(const Now& now);
 

@@ -2,7 +2,7 @@
 // The messages of one channel that wait to go out: order, retries, expiry, keys, hourly limits, and
 // ends that are not known. The model in memory is the truth; changes go to the store as whole rows.
 // It does not know what the messages are or how they are sent. Every function costs the same,
-// however many messages wait. Threads: the caller's lock guards it.
+// however many messages wait, unless it says otherwise. Threads: one at a time.
 #pragma once
 
 #include <chrono>
@@ -41,7 +41,8 @@ class Outbox {
   /// A program that queues faster than its modem sends must not take all memory.
   static constexpr std::size_t kMaxWaiting = 100'000;
 
-  Outbox(std::string channel, Disk disk);
+  /// @param route_noun what a route is, for people: the name of a route follows it
+  Outbox(std::string channel, Disk disk, std::string route_noun = "port");
 
   // Loading
 
@@ -81,8 +82,12 @@ class Outbox {
   [[nodiscard]] const Outgoing* Find(std::int64_t id) const;
   /// How long it is still worth sending; at least 0.
   [[nodiscard]] std::chrono::milliseconds ValidFor(std::int64_t id, const Now& now) const;
-  /// An attempt begins. Once the change with the returned number is on the disk, the message may be
-  /// handed over; a run that is killed from then on leaves an unknown end.
+  /// An attempt begins, in memory only: a run that is killed has not tried anything.
+  void Take(std::int64_t id);
+  /// Once the change with the returned number is on the disk, the message may be handed over; a run
+  /// that is killed from then on leaves an unknown end.
+  std::uint64_t HandOver(std::int64_t id, const Now& now);
+  /// Both: for messages that are handed over at once.
   std::uint64_t Begin(std::int64_t id, const Now& now);
   /// The attempt ends before anything was handed over: nothing has happened.
   void Withdraw(std::int64_t id, const Now& now);
@@ -96,11 +101,20 @@ class Outbox {
   void FailForNow(std::int64_t id, const std::string& reason, const Now& now);
   /// All messages of its route are tried again later.
   void FailOnRoute(std::int64_t id, const std::string& reason, const Now& now);
+  /// The other side has taken a part, which `progress` tells, and wants the rest later.
+  void FailForRest(std::int64_t id, std::string progress, const std::string& reason,
+                   const Now& now);
+  /// The route refuses everything until somebody changes something: all jobs with messages on it
+  /// end with this error, the messages stay, and nothing is tried for `pause`, or until the route
+  /// is released. The messages of this error are tried again after the pause in a later run, too.
+  /// Goes through all messages that wait.
+  void EndJobsOnRoute(std::int64_t id, int error_id, const std::string& reason,
+                      std::chrono::milliseconds pause, const Now& now);
   /// It was handed over, and what became of it is not known. The first time it is tried again, the
   /// second time it fails.
   void EndUnknown(std::int64_t id, const std::string& reason, const Now& now);
-  /// The route is tried at once, whatever happened before.
-  void ReleaseRoute(const std::string& route);
+  /// The route is tried at once, whatever happened before, with what EndJobsOnRoute has kept.
+  void ReleaseRoute(const std::string& route, const Now& now);
 
   /// Messages that were loaded and of which something has been done, since the last call.
   [[nodiscard]] std::vector<std::int64_t> TakeLoadedWithProgress() {
@@ -123,6 +137,8 @@ class Outbox {
     Outgoing row;
     std::shared_ptr<OutboxJob> job;  // null: of an earlier run
     SteadyTime created, expires, next_try;
+    bool in_attempt = false;
+    bool counted = false;          // for the hourly limit
     bool clock_was_wrong = false;  // at loading, so `expires` is longer than it should be
   };
   /// A job whose key has not been looked at.
@@ -137,6 +153,7 @@ class Outbox {
     std::size_t next_row = 0, next_key = 0;
   };
 
+  static RouteQueue::Message Queued(const Outgoing& row);
   void LoadSome(const Now& now);
   void LoadRow(Outgoing row, const Now& now);
   void SetDeadlines(Entry& entry, const Now& now) const;
@@ -153,6 +170,7 @@ class Outbox {
   /// Ends it, for its job, too, and writes it.
   void End(std::int64_t id, OutgoingState state, int error_id, const std::string& reason,
            const Now& now);
+  void CountForLimit(Entry& entry, const Now& now);
   void Notice(std::string sentence);
   void NoticeLimit(const std::string& name, RouteQueue& route);
   void TakeFromQueue(Entry& entry);
@@ -167,6 +185,7 @@ class Outbox {
 
   const std::string channel_;
   const Disk disk_;
+  const std::string route_noun_;
   bool loaded_ = false;
   bool without_store_ = false;
   std::unique_ptr<Loading> loading_;
@@ -174,13 +193,16 @@ class Outbox {
   // No hash tables: when one grows, a single call moves all that is in it.
   std::map<std::int64_t, Entry> entries_;
   std::map<std::string, RouteQueue> routes_;
-  std::map<std::string, std::int64_t> in_transfer_;  // by route
+  std::map<std::string, std::int64_t> in_attempt_;  // by route
+  /// Messages of earlier runs that EndJobsOnRoute has kept, by route.
+  std::map<std::string, std::set<std::int64_t>> kept_;
   std::set<std::pair<SteadyTime, std::int64_t>> expiring_;
   std::set<std::int64_t> awaiting_;  // sent, with a report outstanding
   std::vector<std::int64_t> loaded_with_progress_;
   std::map<std::string, int> waiting_keys_;
   SentKeys sent_keys_;
   std::deque<std::int64_t> to_write_again_;
+  bool write_again_when_loaded_ = false;
   std::vector<std::string> notices_;
   std::int64_t limit_per_hour_ = kDefaultLimitPerHour;
   std::size_t waiting_ = 0;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What has become of the messages that a program gave to an outbox at once. The outbox writes it,
-// the program's block reads it; both run under the same lock.
+// What has become of the messages that a program gave to an outbox at once. The outbox writes it;
+// whoever reads it does so under the outbox's lock, or in its thread.
 #pragma once
 
 #include <chrono>

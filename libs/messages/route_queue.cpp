@@ -48,7 +48,13 @@ std::optional<std::int64_t> RouteQueue::Next(std::int64_t limit_per_hour, Steady
 SteadyTime RouteQueue::Hold(SteadyTime now) {
   last_failure_ = now;
   held_until_ = now + RetryDelay(++holds_);
+  shortens_ = true;
   return *held_until_;
+}
+
+void RouteQueue::HoldFor(std::chrono::milliseconds pause, SteadyTime now) {
+  held_until_ = now + pause;
+  shortens_ = false;
 }
 
 SteadyTime RouteQueue::NoteFailure(SteadyTime not_before, SteadyTime now) {
@@ -63,7 +69,7 @@ void RouteQueue::Release() {
 }
 
 void RouteQueue::Shorten(SteadyTime now) {
-  if (!held_until_) return;
+  if (!held_until_ || !shortens_) return;
   held_until_ = std::min(*held_until_, std::max(now, last_failure_ + RetryDelay(1)));
 }
 

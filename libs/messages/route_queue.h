@@ -35,6 +35,8 @@ class RouteQueue {
   /// The route itself has failed: nothing is tried on it for a while, longer each time.
   /// @return when it may be tried again
   SteadyTime Hold(SteadyTime now);
+  /// Nothing is tried for this time, also if a new message comes.
+  void HoldFor(std::chrono::milliseconds pause, SteadyTime now);
   /// One message has failed. If several have in a row, the route is taken to be at fault.
   /// @return when that message may be tried again, at least `not_before`
   SteadyTime NoteFailure(SteadyTime not_before, SteadyTime now);
@@ -60,8 +62,9 @@ class RouteQueue {
   HourlyLimit limit_;
   SteadyTime last_failure_;
   std::optional<SteadyTime> held_until_;
-  int holds_ = 0;     // in a row
-  int failures_ = 0;  // of single messages, in a row
+  bool shortens_ = true;  // what holds it, for a new message
+  int holds_ = 0;         // in a row
+  int failures_ = 0;      // of single messages, in a row
 };
 
 }  // namespace messages

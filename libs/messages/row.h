@@ -106,6 +106,7 @@ struct Request {
   std::int64_t id = 0;  ///< for AnswerRequest
   RequestKind kind = RequestKind::kCancel;
   std::int64_t value = 0;  ///< kCancel, kRetry: unused; kLimit: messages per hour and route
+  bool answered_elsewhere = false;  ///< another channel gives the AnswerRequest
   /// kCancel, kRetry: the message as it is on the disk. What the model has in memory is newer; a
   /// message that has ended is usually only here. Its id is 0 if there is none with this number.
   Outgoing message;

@@ -7,6 +7,7 @@
 #include <thread>
 #include <utility>
 
+#include "libs/messages/store_registry.h"
 #include "libs/messages/store_shared.h"
 #include "libs/messages/store_writer.h"
 
@@ -24,8 +25,11 @@ StoreOptions Completed(StoreOptions options) {
 
 }  // namespace
 
-Store::Store(const std::filesystem::path& folder, StoreOptions options)
-    : shared_(std::make_shared<StoreShared>(folder, Completed(std::move(options)))) {
+Store::Store(const std::filesystem::path& folder, std::string channel, StoreOptions options)
+    : channel_(std::move(channel)) {
+  auto [shared, is_new] = JoinStore(folder, channel_, Completed(std::move(options)));
+  shared_ = std::move(shared);
+  if (!is_new) return;
   std::thread([shared = shared_] {
     sigset_t all;
     sigfillset(&all);
@@ -39,9 +43,8 @@ Store::Store(const std::filesystem::path& folder, StoreOptions options)
 }
 
 Store::~Store() {
+  if (!LeaveStore(*shared_, channel_)) return;
   std::unique_lock lock(shared_->mutex);
-  shared_->stopping = true;
-  shared_->changed.notify_all();
   shared_->changed.wait_for(lock, shared_->options.longest_end, [&] { return shared_->ended; });
 }
 
@@ -73,7 +76,7 @@ bool Store::IsOnDisk(std::uint64_t sequence) const noexcept {
 std::optional<Content> Store::TakeContent() {
   if (!loaded()) return std::nullopt;
   const std::scoped_lock lock(shared_->mutex);
-  return std::exchange(shared_->content, std::nullopt);
+  return shared_->TakeContent(channel_);
 }
 
 bool Store::loaded() const noexcept {
@@ -101,12 +104,17 @@ std::vector<std::string> Store::TakeNotices() {
 }
 
 bool Store::TakeBegunAgain() noexcept {
-  return shared_->begun_again.exchange(false);
+  const int times = shared_->times_begun_again;
+  return std::exchange(times_begun_again_, times) != times;
+}
+
+bool Store::TakeLoaded() noexcept {
+  return loaded() && !shared_->place_told.exchange(true);
 }
 
 std::vector<Request> Store::TakeRequests() {
   const std::scoped_lock lock(shared_->mutex);
-  return std::exchange(shared_->requests, {});
+  return shared_->TakeRequests(channel_);
 }
 
 bool Store::Flush(std::chrono::milliseconds limit) {

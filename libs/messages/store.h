@@ -64,6 +64,9 @@ struct Content {
   std::vector<Held> held;
 };
 
+/// The channel of received messages.
+inline constexpr const char* kInboxChannel = "sms";
+
 /// The limit of a store in which none was set.
 inline constexpr std::int64_t kDefaultLimitPerHour = 60;
 
@@ -85,16 +88,22 @@ inline constexpr std::int64_t kFirstNewId = std::int64_t{1} << 62;
 
 class StoreShared;
 
+/// The handle that one kind of messages, a channel, has on the store of a folder. All handles of a
+/// process share the store, also those of separately linked libraries of the same version. A
+/// channel has one handle at a time; a second one gets a problem, as another process would.
 class Store {
  public:
-  /// Returns at once. A thread of the store then makes the folder (mode 0700) and the file
-  /// messages.db in it (0600), or opens, checks, migrates and loads it, and does so again and again
-  /// while that fails. An empty `folder` is a problem like any other.
-  explicit Store(const std::filesystem::path& folder, StoreOptions options = {});
+  /// Returns at once. A thread of the store, started by the first handle, then makes the folder
+  /// (mode 0700) and the file messages.db in it (0600), or opens, checks, migrates and loads it,
+  /// and does so again and again while that fails. An empty `folder` is a problem like any other.
+  /// @param channel as in Outgoing
+  /// @param options count if this is the first handle of the store
+  Store(const std::filesystem::path& folder, std::string channel, StoreOptions options = {});
   Store(const Store&) = delete;
   Store& operator=(const Store&) = delete;
-  /// Writes what is queued, but waits no longer than `longest_end`: with a disk that does not
-  /// answer the thread is left behind, so the code must stay loaded (the linker's -z nodelete).
+  /// The last handle writes what is queued, but waits no longer than `longest_end`: with a disk
+  /// that does not answer the thread is left behind, so the code must stay loaded (the linker's -z
+  /// nodelete).
   ~Store();
 
   /// Number of a new message, outgoing or incoming; usable before the store is loaded. They rise;
@@ -112,7 +121,8 @@ class Store {
   /// Whether these changes and all earlier ones would survive a power cut.
   [[nodiscard]] bool IsOnDisk(std::uint64_t sequence) const noexcept;
 
-  /// What the file had, once; empty before it is loaded and after it has been taken.
+  /// What the file had of this channel, once; empty before it is loaded and after it was taken.
+  /// Received messages belong to kInboxChannel.
   [[nodiscard]] std::optional<Content> TakeContent();
   /// Whether the file has been loaded (TakeContent has, or had, something to give).
   [[nodiscard]] bool loaded() const noexcept;
@@ -121,14 +131,18 @@ class Store {
   /// error 22: what is wrong with which file, what happens meanwhile, what to do. Cheap when empty.
   [[nodiscard]] std::string problem() const;
   /// Sentences, for the log, about what was wrong and has been dealt with: a damaged file that was
-  /// put aside. Each is given once.
+  /// put aside. Each is given once, to any handle.
   [[nodiscard]] std::vector<std::string> TakeNotices();
-  /// True once after the file was found damaged while it was in use and had to be begun again: the
-  /// models then write every row that they hold.
+  /// True once, for each handle, after the file was found damaged while it was in use and had to be
+  /// begun again: the models then write every row that they hold.
   [[nodiscard]] bool TakeBegunAgain() noexcept;
 
-  /// Requests that have come since the last call. Each is given once in a run, and asks for an
-  /// AnswerRequest, best in the same Write as what it changes.
+  /// True once after the file was loaded, for one of the handles, which then logs where it is.
+  [[nodiscard]] bool TakeLoaded() noexcept;
+
+  /// Requests about this channel that have come since the last call. Each is given once in a run,
+  /// and asks for an AnswerRequest, best in the same Write as what it changes. That of the limit is
+  /// given to each channel, and one of them answers.
   [[nodiscard]] std::vector<Request> TakeRequests();
 
   /// Waits until all that was queued is on the disk, or for `limit`. @return whether it is.
@@ -138,7 +152,9 @@ class Store {
   [[nodiscard]] const std::filesystem::path& file() const noexcept;
 
  private:
+  std::string channel_;
   std::shared_ptr<StoreShared> shared_;
+  int times_begun_again_ = 0;  // of which the models have been told
 };
 
 }  // namespace messages

@@ -41,11 +41,13 @@ void GiveToOwnerOfFolder(int descriptor, const fs::path& folder) {
 
 [[noreturn]] void Refuse(const fs::path& store, int descriptor) {
   const std::string holder = HolderOf(descriptor);
-  throw StoreError(
-      "the store " + store.string() + " is in use by " +
-      (holder.empty() ? "another process" : "process " + holder) +
-      ": messages are kept in memory only. End that program, or give this one a folder "
-      "of its own with STATE_DIRECTORY");
+  const std::string remedy =
+      holder == std::to_string(getpid())
+          ? "That is this very process: install the same version of all its add-ins"
+          : "End that program, or give this one a folder of its own with STATE_DIRECTORY";
+  throw StoreError("the store " + store.string() + " is in use by " +
+                   (holder.empty() ? "another process" : "process " + holder) +
+                   ": messages are kept in memory only. " + remedy);
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What a Store and its writer thread share. Each mutex is held for moments only, never during I/O,
-// so that a PLC task may take it.
+// What the handles of a store and its writer thread share. Each mutex is held for moments only,
+// never during I/O, so that a PLC task may take it.
 #pragma once
 
 #include <atomic>
@@ -8,6 +8,8 @@
 #include <condition_variable>
 #include <cstdint>
 #include <filesystem>
+#include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -18,10 +20,14 @@
 
 namespace messages {
 
-class StoreShared {
+/// The file of the store in a folder.
+[[nodiscard]] std::filesystem::path StoreFileIn(const std::filesystem::path& folder);
+
+class StoreShared : public std::enable_shared_from_this<StoreShared> {
  public:
-  StoreShared(const std::filesystem::path& folder, StoreOptions chosen)
-      : file(folder / "messages.db"), options(std::move(chosen)) {}
+  /// @param store_file from StoreFileIn
+  StoreShared(std::filesystem::path store_file, StoreOptions chosen)
+      : file(std::move(store_file)), options(std::move(chosen)) {}
 
   const std::filesystem::path file;
   const StoreOptions options;
@@ -30,20 +36,49 @@ class StoreShared {
   std::atomic<std::int64_t> first_new_number = 0;  ///< 0: not loaded yet
   std::atomic<std::uint64_t> on_disk = 0;
   std::atomic<bool> has_problem = false;
-  std::atomic<bool> begun_again = false;
+  std::atomic<int> times_begun_again = 0;
+  std::atomic<bool> place_told = false;
   /// Steady clock, when the writer began what it is doing; 0: it waits.
   std::atomic<std::chrono::milliseconds::rep> busy_since = 0;
+
+  /// A handle begins. @return false: the channel has one already
+  [[nodiscard]] bool Join(const std::string& channel);
+  /// A handle ends. @return whether it was the last one, so that the writer is to stop
+  [[nodiscard]] bool Leave(const std::string& channel);
+
+  // With `mutex` held:
+
+  /// Divides what was loaded among the channels that have not had their content yet.
+  void GiveContent(Content content);
+  /// Hands a request to the channel of its message. The limit concerns each channel; a message that
+  /// does not exist, any.
+  void GiveRequest(Request request);
+  [[nodiscard]] std::optional<Content> TakeContent(const std::string& channel);
+  [[nodiscard]] std::vector<Request> TakeRequests(const std::string& channel);
+
+  StoreShared* next_open = nullptr;  ///< of the registry, guarded by its mutex
 
   std::mutex mutex;  ///< guards what follows
   std::condition_variable changed;
   ChangeQueue queue;
-  std::uint64_t queued = 0;  ///< sequence number of the last of `queue`
+  std::uint64_t queued = 0;     ///< sequence number of the last of `queue`
+  bool content_wanted = false;  ///< of a channel that has been joined once more
   bool stopping = false;
   bool ended = false;  ///< the writer thread is about to return
   std::string problem;
   std::vector<std::string> notices;
-  std::optional<Content> content;
-  std::vector<Request> requests;
+
+ private:
+  /// The messages of one kind. What belongs to a channel without a handle is kept for it.
+  struct Channel {
+    bool joined = false;
+    bool taken = false;  ///< the content
+    std::optional<Content> content;
+    std::vector<Request> requests;
+  };
+
+  std::map<std::string, Channel> channels_;
+  std::optional<std::int64_t> limit_per_hour_;
 };
 
 }  // namespace messages

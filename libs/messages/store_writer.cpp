@@ -44,7 +44,7 @@ bool StoreWriter::Wait() {
   std::unique_lock lock(shared_->mutex);
   const bool failed = retry_.count() > 0;
   shared_->changed.wait_until(lock, next_attempt_, [&] {
-    return shared_->stopping || (!failed && !shared_->queue.empty());
+    return shared_->stopping || (!failed && (shared_->content_wanted || !shared_->queue.empty()));
   });
   return !shared_->stopping;
 }
@@ -65,6 +65,7 @@ void StoreWriter::Attempt() {
     if (file_ != nullptr) CheckPlace();
     if (file_ == nullptr) Open();
     WritePending();
+    if (IsContentWanted()) LoadContent();
     if (Clock::now() >= next_poll_) PollRequests();
     if (Clock::now() >= next_clean_up_) CleanUp();
     SetProblem({});
@@ -112,17 +113,39 @@ void StoreWriter::Open() {
   damage_.clear();
   data_version_ = -1;
   if (opened.is_new) last_request_ = 0;
-  if (IsLoaded() && opened.is_new) shared_->begun_again = true;
+  if (IsLoaded() && opened.is_new) ++shared_->times_begun_again;
   if (!IsLoaded()) LoadContent();
 }
 
 void StoreWriter::LoadContent() {
   Content content = file_->Load(shared_->options.now());
-  const std::int64_t first = file_->FirstFreeNumber();
-  SetProblem({});  // who gets the content must not see the problem of an earlier attempt
+  if (!IsLoaded()) {
+    const std::int64_t first = file_->FirstFreeNumber();
+    SetProblem({});  // who gets the content must not see the problem of an earlier attempt
+    const std::scoped_lock lock(shared_->mutex);
+    shared_->GiveContent(std::move(content));
+    shared_->first_new_number = first;
+    return;
+  }
+  for (Outgoing& row : content.waiting) UseNumbersOfRun(row);
+  for (Incoming& row : content.inbox) row.id = NumberOfRun(row.id);
   const std::scoped_lock lock(shared_->mutex);
-  shared_->content = std::move(content);
-  shared_->first_new_number = first;
+  shared_->GiveContent(std::move(content));
+}
+
+bool StoreWriter::IsContentWanted() {
+  const std::scoped_lock lock(shared_->mutex);
+  return shared_->content_wanted;
+}
+
+std::int64_t StoreWriter::NumberOfRun(std::int64_t number) const {
+  const std::int64_t first_new = shared_->first_new_number;
+  return number < first_new ? number : number + (kFirstNewId - first_new);
+}
+
+void StoreWriter::UseNumbersOfRun(Outgoing& row) const {
+  row.id = NumberOfRun(row.id);
+  row.job = NumberOfRun(row.job);
 }
 
 void StoreWriter::WritePending() {
@@ -147,13 +170,10 @@ void StoreWriter::PollRequests() {
   data_version_ = version;
   if (requests.empty()) return;
   last_request_ = requests.back().id;
-  const std::int64_t first_new = shared_->first_new_number;
   const std::scoped_lock lock(shared_->mutex);
   for (Request& request : requests) {
-    Outgoing& message = request.message;
-    if (message.id >= first_new) message.id += kFirstNewId - first_new;
-    if (message.job >= first_new) message.job += kFirstNewId - first_new;
-    shared_->requests.push_back(std::move(request));
+    UseNumbersOfRun(request.message);
+    shared_->GiveRequest(std::move(request));
   }
 }
 

@@ -37,6 +37,10 @@ class StoreWriter {
   void NoteFailure(const std::exception& error);
   void Open();
   void LoadContent();
+  [[nodiscard]] bool IsContentWanted();
+  /// The number in the file as the models know it.
+  [[nodiscard]] std::int64_t NumberOfRun(std::int64_t number) const;
+  void UseNumbersOfRun(Outgoing& row) const;
   /// Lets go of a file or lock that somebody has replaced, so that it is opened again.
   void CheckPlace();
   void WritePending();

@@ -165,7 +165,7 @@ int Limit(StoreView& store, const std::filesystem::path& file, const MessagesOpt
   if (options.json) {
     fmt::print("{}\n", nlohmann::ordered_json{{"limit", store.LimitPerHour()}}.dump());
   } else {
-    fmt::print("limit: {} messages per hour and port\n", store.LimitPerHour());
+    fmt::print("limit: {} messages per hour and port or mail account\n", store.LimitPerHour());
   }
   return kSuccess;
 }
@@ -226,8 +226,10 @@ void AddWorks(CLI::App& messages, const SharedOptions& options, Action& action) 
   AddId(AddWork(messages, options, action, "retry", "Try a message at once, also one that failed",
                 ChangeOfKind(RequestKind::kRetry)),
         options);
-  AddWork(messages, options, action, "limit", "Show or set the limit per hour and port", Limit)
-      ->add_option("COUNT", options->limit, "Messages per hour and port, 0 to 1000000")
+  AddWork(messages, options, action, "limit",
+          "Show or set the limit per hour and port or mail account", Limit)
+      ->add_option("COUNT", options->limit,
+                   "Messages per hour and port or mail account, 0 to 1000000")
       ->check(WholeNumber(0, kHighestLimit));
 }
 

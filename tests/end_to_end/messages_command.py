@@ -105,5 +105,5 @@ with tempfile.TemporaryDirectory() as folder:
         modem.end()
     for receiver in "+15550101234", "+15550105678":
         assert modem.output.count(f"sent to {receiver}: Pump 3 has stopped") == 1, modem.output
-    assert messages(folder, "limit").stdout == "limit: 5 messages per hour and port\n"
+    assert messages(folder, "limit").stdout == "limit: 5 messages per hour and port or mail account\n"
 print("The messages are listed, cancelled, retried and sent once")

@@ -69,7 +69,7 @@ class SendTaskTest : public testing::Test {
 
   test_support::TemporaryFolder folder_;
   Now now_ = Now::Get();
-  messages::Store store_{folder_.path()};
+  messages::Store store_{folder_.path(), "sms"};
   messages::Outbox outbox_{
       "sms",
       {[this] { return store_.NewId(); },

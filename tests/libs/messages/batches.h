@@ -36,6 +36,7 @@ class Batches {
     for (int i = 0; i < kSize; ++i) {
       Outgoing row;
       row.id = store_.NewId();
+      row.channel = "sms";
       row.receiver = std::to_string(number_);
       row.content = std::string(700, 'x');  // so that a batch takes more than one page
       last_.push_back(row);

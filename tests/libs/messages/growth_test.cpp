@@ -86,7 +86,7 @@ TEST(Growth, OfTheKeysThatWereSentTakesNoCallLong) {
 }
 
 TEST(Growth, OfWhatWaitsForADiskTakesNoCallLong) {
-  Store store("");  // without a folder nothing can be written
+  Store store("", "sms");  // without a folder nothing can be written
   the_largest_piece = 0;
   for (int i = 0; i < kMessages; ++i) (void)store.Write({SetLimit{i}});
   EXPECT_LT(the_largest_piece, kSmall);
@@ -94,7 +94,7 @@ TEST(Growth, OfWhatWaitsForADiskTakesNoCallLong) {
 
 TEST(Growth, OfFreeMemoryIsLeftToTheThreadThatUsedIt) {
   const test_support::TemporaryFolder folder;
-  Store store(folder.path());
+  Store store(folder.path(), "sms");
   the_pieces_of_others = 0;
   for (int i = 0; i < kMessages; ++i) {
     Outgoing row;

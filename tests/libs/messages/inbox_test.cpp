@@ -458,7 +458,7 @@ TEST_F(InboxTest, WritesEverythingAgainWhenTheFileWasCreatedAgain) {
   Take(Of(1, 2));
   FakeDisk fresh;
   disk_ = fresh;
-  inbox_->WriteAll();
+  inbox_->WriteAgain();
   EXPECT_EQ(disk_.content().inbox.size(), 1u);
   EXPECT_EQ(disk_.content().parts.size(), 1u);
   EXPECT_EQ(disk_.content().held.size(), 1u);

@@ -267,8 +267,8 @@ TEST_F(OutboxTest, AReleasedRouteIsTriedAtOnce) {
   Open();
   Add({"a"});
   outbox_.FailOnRoute(Begin(), "no modem", now_);
-  outbox_.ReleaseRoute("1");
-  outbox_.ReleaseRoute("99");
+  outbox_.ReleaseRoute("1", now_);
+  outbox_.ReleaseRoute("99", now_);
   EXPECT_EQ(Next(), "a");
 }
 
@@ -539,6 +539,134 @@ TEST_F(OutboxTest, AnAttemptThatIsWithdrawnHasNotHappened) {
   EXPECT_FALSE(OnDisk(id).in_transfer);
   EXPECT_EQ(OnDisk(id).attempts, 0);
   EXPECT_EQ(Next(), "a");
+}
+
+TEST_F(OutboxTest, AnAttemptIsOnTheDiskOnlyOnceTheMessageIsHandedOver) {
+  Open();
+  const auto job = Add({"+491"});
+  const std::int64_t id = outbox_.Next("1", now_).value_or(0);
+  outbox_.Take(id);
+  EXPECT_EQ(Next(), "") << "one at a time";
+  EXPECT_FALSE(OnDisk(id).in_transfer);
+  Pass(25h);
+  EXPECT_FALSE(job->ended()) << "the end of the attempt decides";
+  outbox_.HandOver(id, now_);
+  EXPECT_TRUE(OnDisk(id).in_transfer);
+  outbox_.Withdraw(id, now_);
+  EXPECT_FALSE(OnDisk(id).in_transfer);
+  EXPECT_EQ(OnDisk(id).attempts, 0);
+}
+
+TEST_F(OutboxTest, ARunThatWasKilledBeforeTheHandOverHasTriedNothing) {
+  Open();
+  Add({"+491"});
+  outbox_.Take(outbox_.Next("1", now_).value_or(0));
+  Restart();
+  EXPECT_EQ(Next(), "+491");
+  EXPECT_EQ(OnDisk(kFirstNewId).unknown_ends, 0);
+}
+
+TEST_F(OutboxTest, WhatWasTakenInPartIsTriedAgainAloneAndCountsOnce) {
+  Open();
+  outbox_.Apply({.id = 1, .kind = RequestKind::kLimit, .value = 2, .message = {}}, now_);
+  const auto job = Add({"one"});
+  Add({"other"});
+  const std::int64_t id = Begin();
+  outbox_.FailForRest(id, "half", "450 later", now_);
+  EXPECT_FALSE(job->ended());
+  EXPECT_EQ(OnDisk(id).progress, "half");
+  EXPECT_FALSE(OnDisk(id).in_transfer);
+  EXPECT_EQ(Next(), "other");
+  Pass(15s);
+  ASSERT_EQ(Next(), "one");
+  Send();
+  EXPECT_TRUE(job->ended());
+  EXPECT_EQ(Next(), "other") << "the first one has counted once";
+}
+
+TEST_F(OutboxTest, ARouteThatRefusesEverythingEndsItsJobsAndKeepsTheMessages) {
+  Open();
+  const auto one = Add({"one"});
+  const auto other = Add({"other"});
+  const auto elsewhere = Add({"third"}, false, "", 24h, "2");
+  const std::int64_t id = Begin();
+  outbox_.EndJobsOnRoute(id, 31, "login refused", 15min, now_);
+  EXPECT_TRUE(one->ended());
+  EXPECT_EQ(one->error_id, 31);
+  EXPECT_EQ(one->errors, "one: login refused");
+  EXPECT_TRUE(other->ended());
+  EXPECT_EQ(other->errors, "other: login refused");
+  EXPECT_FALSE(elsewhere->ended());
+  EXPECT_EQ(OnDisk(id).state, OutgoingState::kWaiting);
+  EXPECT_EQ(OnDisk(id + 1).next_try, now_.wall + 15min);
+  EXPECT_EQ(outbox_.Waiting("1"), 2u);
+  const auto late = Add({"late"}, true);
+  Pass(15min - 1s);
+  EXPECT_EQ(Next(), "") << "a new message does not lead to another attempt";
+  Pass(1s);
+  EXPECT_EQ(Next(), "late");
+  Send();
+  EXPECT_TRUE(late->ended());
+  EXPECT_EQ(Next(), "one");
+}
+
+TEST_F(OutboxTest, AReleaseLetsOutWhatARouteHasKept) {
+  Open();
+  Add({"one"});
+  outbox_.EndJobsOnRoute(Begin(), 31, "login refused", 15min, now_);
+  EXPECT_EQ(Next(), "");
+  outbox_.ReleaseRoute("1", now_);
+  EXPECT_EQ(Next(), "one");
+}
+
+TEST_F(OutboxTest, WhatWasKeptWaitsAfterARestartUntilANewMessageHasSucceeded) {
+  Open();
+  Add({"one"});
+  Add({"other"});
+  outbox_.EndJobsOnRoute(Begin(), 31, "login refused", 15min, now_);
+  Restart(1min);
+  EXPECT_EQ(Next(), "") << "a program that restarts again and again must not lock the account";
+  Add({"new"});
+  EXPECT_EQ(Next(), "new");
+  Send();
+  EXPECT_EQ(Next(), "one");
+  Send();
+  EXPECT_EQ(Next(), "other");
+}
+
+TEST_F(OutboxTest, NamesItsRoutesForPeople) {
+  outbox_.~Outbox();
+  new (&outbox_)
+      Outbox("sms", {[this] { return next_id_++; }, [](const auto&) { return 1; }}, "mail server");
+  Open();
+  outbox_.Apply({.id = 1, .kind = RequestKind::kLimit, .value = 0, .message = {}}, now_);
+  Add({"a@plant.example"}, false, "", 24h, "mx.example:25");
+  EXPECT_EQ(Next("mx.example:25"), "");
+  EXPECT_THAT(outbox_.TakeNotices(),
+              testing::ElementsAre(testing::StartsWith("mail server mx.example:25: ")));
+}
+
+TEST_F(OutboxTest, ARequestThatAnotherOutboxAnswersIsCarriedOutInSilence) {
+  Open();
+  Request request{.id = 1, .kind = RequestKind::kLimit, .value = 9, .message = {}};
+  request.answered_elsewhere = true;
+  outbox_.Apply(request, now_);
+  EXPECT_EQ(outbox_.limit_per_hour(), 9);
+  EXPECT_FALSE(answer_.has_value());
+}
+
+TEST_F(OutboxTest, AStoreThatIsCreatedAgainDuringLoadingGetsEveryRow) {
+  Open();
+  for (int i = 0; i < 1000; ++i) Add({std::to_string(i)});
+  std::vector<Outgoing> waiting;
+  for (const auto& [id, row] : rows_) waiting.push_back(row);
+  outbox_.~Outbox();
+  new (&outbox_) Outbox(Make());
+  outbox_.Load(waiting, {}, {}, {}, now_);
+  rows_.clear();
+  outbox_.WriteAgain();
+  for (int i = 0; i < 100; ++i) outbox_.Tick(now_);
+  EXPECT_EQ(rows_.size(), 1000u);
 }
 
 TEST_F(OutboxTest, ProgressIsStoredWhileTheTransferGoesOn) {

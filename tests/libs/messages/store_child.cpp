@@ -10,7 +10,7 @@
 
 int main(int count, char** words) {
   if (count != 2) return 2;
-  messages::Store store(words[1]);
+  messages::Store store(words[1], "sms");
   messages::Batches batches(store, messages::LoadedFrom(store).waiting);
   for (;;) {
     const auto sequence = batches.WriteNext();

@@ -129,7 +129,7 @@ TEST_F(StoreCleaning, RemovesOldAnswers) {
 TEST_F(StoreCleaning, IsDoneByARunningStore) {
   const test_support::TemporaryFolder folder;
   {
-    Store store(folder.path(), Quick());
+    Store store(folder.path(), "sms", Quick());
     std::vector<Change> changes;
     for (int i = 0; i < 450; ++i) {
       Outgoing row = NewMessage(store, "112");
@@ -140,7 +140,7 @@ TEST_F(StoreCleaning, IsDoneByARunningStore) {
     store.Write(changes);
     ASSERT_TRUE(store.Flush(test_support::kPatience));
   }
-  const Store store(folder.path(), Quick());
+  const Store store(folder.path(), "sms", Quick());
   const std::string file = store.file().string();
   EXPECT_TRUE(test_support::WaitFor([&] {
     if (!store.loaded()) return false;

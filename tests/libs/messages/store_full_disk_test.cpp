@@ -51,7 +51,7 @@ TEST(StoreOnAFullDisk, ReportsItAndWritesEverythingWhenThereIsRoom) {
   const test_support::TemporaryFolder folder;
   FullDisk disk(kPlenty);
   {
-    Store store(folder.path(), disk.options());
+    Store store(folder.path(), "sms", disk.options());
     WriteMessages(store, {"112"});
     disk.SetRoom(0);
     const auto sequence = store.Write({NewMessage(store, "110")});
@@ -71,7 +71,7 @@ TEST(StoreOnAFullDisk, ReportsItAndWritesEverythingWhenThereIsRoom) {
 TEST(StoreOnAFullDisk, BeginsWhenThereIsRoom) {
   const test_support::TemporaryFolder folder;
   FullDisk disk(0);
-  Store store(folder.path(), disk.options());
+  Store store(folder.path(), "sms", disk.options());
   store.Write({NewMessage(store, "112")});
   EXPECT_THAT(ProblemOf(store), HasSubstr("is full"));
   disk.SetRoom(kPlenty);
@@ -82,7 +82,7 @@ TEST(StoreOnAFullDisk, WritesTheLastOfManyChangesOfAMessage) {
   const test_support::TemporaryFolder folder;
   FullDisk disk(kPlenty);
   {
-    Store store(folder.path(), disk.options());
+    Store store(folder.path(), "sms", disk.options());
     Outgoing row = NewMessage(store, "112");
     ASSERT_TRUE(WaitFor([&] { return store.loaded(); }));
     disk.SetRoom(0);
@@ -102,7 +102,7 @@ TEST(StoreOnAFullDisk, LosesNothingWhereverTheRoomEnds) {
   std::size_t expected = 0;
   for (int room = 0; room < 40; ++room) {
     {
-      Store store(folder.path(), disk.options());
+      Store store(folder.path(), "sms", disk.options());
       ASSERT_TRUE(WaitFor([&] { return store.loaded(); })) << store.problem();
       disk.SetRoom(room);
       for (int batch = 0; batch < 3; ++batch) {
@@ -142,7 +142,7 @@ TEST(StoreOnAFullDisk, TakesALimitOfTheSystemForAFullDisk) {
   const test_support::TemporaryFolder folder;
   std::atomic<int> writes = 0;
   const ShimVfs counting([&](const DiskCall&) { return ++writes, SQLITE_OK; });
-  Store store(folder.path(), Through(counting));
+  Store store(folder.path(), "sms", Through(counting));
   WriteMessages(store, {"112"});
   {
     const FileSizeLimit limit(200000);
@@ -183,7 +183,7 @@ class StalledDisk {
 TEST(StoreOnAStalledDisk, LetsNobodyWaitButTheWriter) {
   const test_support::TemporaryFolder folder;
   StalledDisk disk;
-  Store store(folder.path(), disk.options());
+  Store store(folder.path(), "sms", disk.options());
   WriteMessages(store, {"112"});
   disk.Stall();
   store.Write({NewMessage(store, "110")});
@@ -208,7 +208,7 @@ TEST(StoreOnAStalledDisk, IsMadeWithoutWaiting) {
   const test_support::TemporaryFolder folder;
   StalledDisk disk;
   disk.Stall();
-  Store store(folder.path(), disk.options());
+  Store store(folder.path(), "sms", disk.options());
   store.Write({NewMessage(store, "110")});
   ASSERT_TRUE(WaitFor([&] { return disk.IsWaitedFor(); }));
   EXPECT_FALSE(store.loaded());
@@ -221,7 +221,7 @@ TEST(StoreOnAStalledDisk, ReportsItAfterAWhile) {
   StalledDisk disk;
   StoreOptions options = disk.options();
   options.stall = std::chrono::milliseconds(30);
-  Store store(folder.path(), options);
+  Store store(folder.path(), "sms", options);
   WriteMessages(store, {"112"});
   disk.Stall();
   store.Write({NewMessage(store, "110")});
@@ -237,7 +237,7 @@ TEST(StoreOnAStalledDisk, EndsWithoutWaitingLong) {
   StoreOptions options = disk.options();
   options.longest_end = std::chrono::milliseconds(20);
   {
-    Store store(folder.path(), options);
+    Store store(folder.path(), "sms", options);
     WriteMessages(store, {"112"});
     disk.Stall();
     store.Write({NewMessage(store, "110")});

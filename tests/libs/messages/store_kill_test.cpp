@@ -43,7 +43,7 @@ TEST(StoreAfterAKill, HasAllThatWasReportedAndOnlyWholeBatches) {
     const int reported = LastReported(child.Wait().out);
     if (reported > 0) ++working;
 
-    Store store(folder.path(), Quick());
+    Store store(folder.path(), "sms", Quick());
     const int batch = WholeBatch(LoadedFrom(store).waiting);
     ASSERT_GE(batch, std::max(reported, reached)) << "round " << round;
     ASSERT_THAT(store.TakeNotices(), testing::IsEmpty()) << "round " << round;

@@ -62,12 +62,24 @@ TEST(StoreLock, DoesNotFollowALink) {
   EXPECT_EQ(FileContent(folder.path() / "other"), "content");
 }
 
+/// Another process that uses the store, as far as the store can see.
+class OtherProcess {
+ public:
+  explicit OtherProcess(const fs::path& store) : lock_(store) {
+    SetFileContent(store.string() + ".lock", "1\n");
+  }
+
+ private:
+  StoreLock lock_;
+};
+
 TEST(StoreLock, MakesASecondProgramWaitUntilTheFirstHasEnded) {
   const test_support::TemporaryFolder folder;
-  auto first = std::make_optional<Store>(folder.path(), Quick());
-  WriteMessages(*first, {"112"});
-  Store second(folder.path(), Quick());
-  EXPECT_THAT(ProblemOf(second), HasSubstr("in use by process " + std::to_string(getpid())));
+  MakeStoreIn(folder.path());
+  auto first = std::make_optional<OtherProcess>(folder.path() / "messages.db");
+  Store second(folder.path(), "sms", Quick());
+  EXPECT_THAT(ProblemOf(second), AllOf(HasSubstr("in use by process 1: "),
+                                       HasSubstr("give this one a folder of its own")));
   const auto sequence = second.Write({NewMessage(second, "110")});
   EXPECT_FALSE(second.loaded());
   EXPECT_FALSE(second.IsOnDisk(sequence));
@@ -76,16 +88,24 @@ TEST(StoreLock, MakesASecondProgramWaitUntilTheFirstHasEnded) {
   EXPECT_TRUE(second.Flush(test_support::kPatience)) << second.problem();
 }
 
+TEST(StoreLock, AsksForTheSameVersionOfAllAddInsThatUseTheStore) {
+  const test_support::TemporaryFolder folder;
+  MakeStoreIn(folder.path());
+  const StoreLock of_another_version(folder.path() / "messages.db");
+  Store store(folder.path(), "sms", Quick());
+  EXPECT_THAT(ProblemOf(store), AllOf(HasSubstr("in use by process " + std::to_string(getpid())),
+                                      HasSubstr("install the same version of all its add-ins")));
+}
+
 TEST(StoreLock, IsTakenAgainWhenItsFileWasRemoved) {
   const test_support::TemporaryFolder folder;
-  Store first(folder.path(), Quick());
+  Store first(folder.path(), "sms", Quick());
   WriteMessages(first, {"112"});
   const fs::path lock = folder.path() / "messages.db.lock";
   fs::remove(lock);
   // The process id is written once the lock is held.
   ASSERT_TRUE(test_support::WaitFor([&] { return !FileContent(lock).empty(); }));
-  Store second(folder.path(), Quick());
-  EXPECT_THAT(ProblemOf(second), HasSubstr("in use by process"));
+  EXPECT_THROW(StoreLock{folder.path() / "messages.db"}, StoreError);
   EXPECT_FALSE(first.TakeBegunAgain());
 }
 

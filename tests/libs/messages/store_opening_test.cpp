@@ -38,7 +38,7 @@ class StoreOpening : public testing::Test {
   void ExpectPutAside(const std::string& why) {
     const std::string before = fs::is_regular_file(file()) ? FileContent(file()) : "";
     {
-      Store store(folder(), Quick());
+      Store store(folder(), "sms", Quick());
       EXPECT_THAT(LoadedFrom(store).waiting, IsEmpty());
       EXPECT_THAT(store.TakeNotices(), ElementsAre(AllOf(HasSubstr(file().string()), HasSubstr(why),
                                                          HasSubstr(".damaged-"))));
@@ -56,7 +56,7 @@ class StoreOpening : public testing::Test {
     const std::string before = FileContent(file());
     const std::string log_before = FileContent(log());
     {
-      Store store(folder(), Quick());
+      Store store(folder(), "sms", Quick());
       EXPECT_THAT(ProblemOf(store), AllOf(HasSubstr(file().filename().string()), HasSubstr(why)));
       store.Write({NewMessage(store, "110")});
       EXPECT_FALSE(store.Flush(std::chrono::milliseconds(50)));
@@ -71,7 +71,7 @@ class StoreOpening : public testing::Test {
 };
 
 TEST_F(StoreOpening, MakesTheFolderAndFilesForTheOwnerOnly) {
-  Store store(folder() / "new" / "one", Quick());
+  Store store(folder() / "new" / "one", "sms", Quick());
   WriteMessages(store, {"112"});
   EXPECT_EQ(fs::status(folder() / "new").permissions(), fs::perms::owner_all);
   EXPECT_EQ(fs::status(folder() / "new" / "one").permissions(), fs::perms::owner_all);
@@ -230,13 +230,13 @@ TEST_F(StoreOpening, LeavesOutMessagesWithImpossibleNumbers) {
 }
 
 TEST_F(StoreOpening, ReportsThatThereIsNoFolder) {
-  Store store("", Quick());
+  Store store("", "sms", Quick());
   EXPECT_THAT(ProblemOf(store), HasSubstr("there is no folder for the store of messages"));
 }
 
 TEST_F(StoreOpening, ReportsAFolderThatCannotBeMade) {
   SetFileContent(folder() / "file", "x");
-  Store store(folder() / "file" / "below", Quick());
+  Store store(folder() / "file" / "below", "sms", Quick());
   EXPECT_THAT(ProblemOf(store),
               AllOf(HasSubstr("cannot be written"), HasSubstr("Not a directory")));
 }
@@ -258,7 +258,7 @@ TEST_F(StoreOpening, ReportsAReadOnlyFolderAndGoesOnWhenItIsWritable) {
   std::optional<Store> store;
   {
     const WithoutRoot user;
-    store.emplace(folder(), Quick());
+    store.emplace(folder(), "sms", Quick());
   }
   EXPECT_THAT(ProblemOf(*store), AllOf(HasSubstr("cannot be written"),
                                        HasSubstr("Permission denied"), HasSubstr(file().string())));
@@ -272,7 +272,7 @@ TEST_F(StoreOpening, ReportsAReadOnlyFolderAndGoesOnWhenItIsWritable) {
 }
 
 TEST_F(StoreOpening, BeginsAgainWhenTheFileIsRemovedWhileItIsInUse) {
-  Store store(folder(), Quick());
+  Store store(folder(), "sms", Quick());
   WriteMessages(store, {"112"});
   EXPECT_FALSE(store.TakeBegunAgain());
   fs::remove(file());
@@ -283,7 +283,7 @@ TEST_F(StoreOpening, BeginsAgainWhenTheFileIsRemovedWhileItIsInUse) {
 }
 
 TEST_F(StoreOpening, BeginsAgainWhenTheFileIsDamagedWhileItIsInUse) {
-  Store store(folder(), Quick());
+  Store store(folder(), "sms", Quick());
   WriteMessages(store, std::vector<std::string>(20000, "112"));  // more than the cache keeps
   SQLite::Database(file().string(), kReadWrite).exec("PRAGMA wal_checkpoint");
   ASSERT_GT(fs::file_size(file()), 1000000U);

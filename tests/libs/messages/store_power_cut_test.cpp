@@ -90,7 +90,7 @@ class Recording {
   explicit Recording(int batches) {
     StoreOptions options = Quick();
     options.vfs = vfs_.name();
-    Store store(folder_.path(), options);
+    Store store(folder_.path(), "sms", options);
     WriteMessages(store, {});
     for (const char* const name : {"messages.db", "messages.db-wal"}) {
       first_[name] = SimulatedFile(FileContent(folder_.path() / name));

@@ -21,7 +21,7 @@ TEST(Store, GivesBackWhatWaitsAfterARestart) {
   const test_support::TemporaryFolder folder;
   Outgoing written;
   {
-    Store store(folder.path());
+    Store store(folder.path(), "sms");
     written = NewMessage(store, "+491711234567");
     written.progress = "half";
     written.key = "heartbeat";
@@ -35,7 +35,7 @@ TEST(Store, GivesBackWhatWaitsAfterARestart) {
     ASSERT_TRUE(WaitFor([&] { return store.IsOnDisk(sequence); })) << store.problem();
     EXPECT_EQ(store.Number(written.id), 1);
   }
-  Store store(folder.path());
+  Store store(folder.path(), "sms");
   const Content content = LoadedFrom(store);
   ASSERT_EQ(content.waiting.size(), 1U);
   const Outgoing& row = content.waiting.front();
@@ -61,7 +61,7 @@ TEST(Store, GivesBackWhatWaitsAfterARestart) {
 TEST(Store, NumbersNewMessagesAfterThoseOfEarlierRuns) {
   const test_support::TemporaryFolder folder;
   for (int run = 1; run <= 3; ++run) {
-    Store store(folder.path());
+    Store store(folder.path(), "sms");
     const Outgoing row = NewMessage(store, "1");
     store.Write({row});
     ASSERT_TRUE(store.Flush(kPatience)) << store.problem();
@@ -71,7 +71,7 @@ TEST(Store, NumbersNewMessagesAfterThoseOfEarlierRuns) {
 
 TEST(Store, KnowsNoNumberBeforeItIsLoaded) {
   const test_support::TemporaryFolder folder;
-  Store unloaded("", Quick());
+  Store unloaded("", "sms", Quick());
   const std::int64_t first = unloaded.NewId();
   EXPECT_GT(unloaded.NewId(), first);
   EXPECT_EQ(unloaded.Number(first), 0);
@@ -80,7 +80,7 @@ TEST(Store, KnowsNoNumberBeforeItIsLoaded) {
 
 TEST(Store, GivesItsContentOnce) {
   const test_support::TemporaryFolder folder;
-  Store store(folder.path(), Quick());
+  Store store(folder.path(), "sms", Quick());
   static_cast<void>(LoadedFrom(store));
   EXPECT_FALSE(store.TakeContent().has_value());
   EXPECT_TRUE(store.loaded());
@@ -89,7 +89,7 @@ TEST(Store, GivesItsContentOnce) {
 TEST(Store, LoadsOnlyWhatWaitsOrAwaitsAReport) {
   const test_support::TemporaryFolder folder;
   {
-    Store store(folder.path(), Quick());
+    Store store(folder.path(), "sms", Quick());
     std::vector<Change> changes;
     for (const OutgoingState state :
          {OutgoingState::kWaiting, OutgoingState::kSent, OutgoingState::kFailed,
@@ -112,7 +112,7 @@ TEST(Store, LoadsTheKeysOfThirtyDaysAndWhatWasSentInTheLastHour) {
   const test_support::TemporaryFolder folder;
   const WallTime now = TimeNow();
   {
-    Store store(folder.path(), Quick());
+    Store store(folder.path(), "sms", Quick());
     std::vector<Change> changes;
     for (const auto age : {hours(31 * 24), hours(29 * 24), hours(2), hours(0)}) {
       Outgoing row = NewMessage(store, "112");
@@ -140,7 +140,7 @@ TEST(Store, KeepsReceivedMessagesUntilTheyAreAccepted) {
   const test_support::TemporaryFolder folder;
   const WallTime now = TimeNow();
   {
-    Store store(folder.path(), Quick());
+    Store store(folder.path(), "sms", Quick());
     const std::int64_t first = store.NewId();
     const std::int64_t second = store.NewId();
     const std::string text("a\0b\n\xC3\xA4", 6);
@@ -165,7 +165,7 @@ TEST(Store, KeepsPartsUntilTheirGroupIsRemoved) {
   const test_support::TemporaryFolder folder;
   const WallTime now = TimeNow();
   {
-    Store store(folder.path(), Quick());
+    Store store(folder.path(), "sms", Quick());
     Part part{1, 2, "3", "+49171", 77, true, 5, "0791", now, true, now};
     store.Write({part});
     part.sequence = 4;
@@ -194,7 +194,7 @@ TEST(Store, KeepsPartsUntilTheirGroupIsRemoved) {
 TEST(Store, KeepsWhatTheModemHoldsAndTheLimit) {
   const test_support::TemporaryFolder folder;
   {
-    Store store(folder.path(), Quick());
+    Store store(folder.path(), "sms", Quick());
     store.Write({Held{"1", 3, "old"}, Held{"1", 4, "gone"}, SetLimit{10}});
     ASSERT_TRUE(store.Flush(kPatience));
     store.Write({Held{"1", 3, "new"}, RemoveHeld{"1", 4}, SetLimit{20}});
@@ -247,7 +247,7 @@ std::vector<Request> RequestsOf(Store& store, std::size_t count) {
 TEST(Store, HandsOverRequestsOfOtherProgramsOnceAndTheAnswersBack) {
   const test_support::TemporaryFolder folder;
   MakeStoreIn(folder.path());
-  Store store(folder.path(), Quick());
+  Store store(folder.path(), "sms", Quick());
   const Outgoing row = NewMessage(store, "110");
   store.Write({row});
   ASSERT_TRUE(store.Flush(kPatience));
@@ -279,7 +279,7 @@ TEST(Store, HandsOverRequestsOfOtherProgramsOnceAndTheAnswersBack) {
 
 TEST(Store, WaitsForAnotherProgramThatIsWriting) {
   const test_support::TemporaryFolder folder;
-  Store store(folder.path(), Quick());
+  Store store(folder.path(), "sms", Quick());
   WriteMessages(store, {"112"});
   // The store may still be looking for old messages to remove.
   constexpr int kBusyMilliseconds = 10'000;

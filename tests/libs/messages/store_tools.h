@@ -39,7 +39,7 @@ inline Content LoadedFrom(Store& store) {
 
 /// What the store in a folder has.
 inline Content ContentOf(const std::filesystem::path& folder) {
-  Store store(folder, Quick());
+  Store store(folder, "sms", Quick());
   return LoadedFrom(store);
 }
 
@@ -74,7 +74,7 @@ inline std::vector<std::string> Receivers(const Content& content) {
 /// A folder with the store of one message, closed in good order.
 inline void MakeStoreIn(const std::filesystem::path& folder,
                         const std::vector<std::string>& receivers = {"112"}) {
-  Store store(folder, Quick());
+  Store store(folder, "sms", Quick());
   WriteMessages(store, receivers);
 }
 

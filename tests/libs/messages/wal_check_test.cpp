@@ -96,7 +96,7 @@ TEST_F(WalCheck, GoesOnWithWhatIsIntactAndKeepsACopy) {
   const fs::path file = folder.path() / "messages.db";
   std::string damaged;
   {
-    Store store(folder.path(), Quick());
+    Store store(folder.path(), "sms", Quick());
     for (int i = 0; i < 20; ++i) WriteMessages(store, {std::to_string(i)});
     fs::copy_file(file, folder.path() / "copy");
     damaged = FileContent(file.string() + "-wal");
@@ -105,7 +105,7 @@ TEST_F(WalCheck, GoesOnWithWhatIsIntactAndKeepsACopy) {
   damaged.at(damaged.size() / 2) ^= 1;
   SetFileContent(file.string() + "-wal", damaged);
   {
-    Store store(folder.path(), Quick());
+    Store store(folder.path(), "sms", Quick());
     const auto receivers = Receivers(LoadedFrom(store));
     EXPECT_LT(receivers.size(), 20U);
     for (std::size_t i = 0; i < receivers.size(); ++i) EXPECT_EQ(receivers[i], std::to_string(i));
@@ -114,7 +114,7 @@ TEST_F(WalCheck, GoesOnWithWhatIsIntactAndKeepsACopy) {
   const auto kept = NamesThatBeginWith(folder.path(), "messages.db.damaged-");
   ASSERT_EQ(kept.size(), 1U);
   EXPECT_EQ(FileContent(folder.path() / kept.front()), damaged);
-  Store again(folder.path(), Quick());
+  Store again(folder.path(), "sms", Quick());
   static_cast<void>(LoadedFrom(again));
   EXPECT_THAT(again.TakeNotices(), testing::IsEmpty());
 }

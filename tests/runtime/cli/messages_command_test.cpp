@@ -45,7 +45,7 @@ class MessagesCommand : public testing::Test {
   }
   /// Messages 1 (waits), 2 (failed) and 3 (received).
   void MakeStore() {
-    Store store(folder(), messages::Quick());
+    Store store(folder(), "sms", messages::Quick());
     Outgoing row = messages::NewMessage(store, "+491711234567");
     row.created = kNoon;
     row.expires = kNoon + std::chrono::days(36500);
@@ -117,7 +117,7 @@ TEST_F(MessagesCommand, ListsAsJson) {
 
 TEST_F(MessagesCommand, ListsTheLastTwentyThatHaveEndedOrAll) {
   {
-    Store store(folder(), messages::Quick());
+    Store store(folder(), "sms", messages::Quick());
     for (int i = 0; i < 30; ++i) {
       Outgoing row = messages::NewMessage(store, "112");
       row.state = OutgoingState::kSent;
@@ -181,10 +181,10 @@ TEST_F(MessagesCommand, CancelsAndRetriesWhileNoProgramRuns) {
 
 TEST_F(MessagesCommand, ShowsAndSetsTheLimit) {
   MakeStore();
-  EXPECT_EQ(Messages({"limit"}).out, "limit: 60 messages per hour and port\n");
+  EXPECT_EQ(Messages({"limit"}).out, "limit: 60 messages per hour and port or mail account\n");
   const std::string list = Messages({}).out;
-  EXPECT_EQ(Messages({"limit", "5"}).out, "limit: 5 messages per hour and port\n");
-  EXPECT_EQ(Messages({"limit"}).out, "limit: 5 messages per hour and port\n");
+  EXPECT_EQ(Messages({"limit", "5"}).out, "limit: 5 messages per hour and port or mail account\n");
+  EXPECT_EQ(Messages({"limit"}).out, "limit: 5 messages per hour and port or mail account\n");
   EXPECT_EQ(Messages({"limit", "--json"}).out, "{\"limit\":5}\n");
   EXPECT_EQ(Messages({}).out, list) << "the messages are as before";
   EXPECT_EQ(messages::ContentOf(folder()).limit_per_hour, 5);
@@ -202,7 +202,7 @@ TEST_F(MessagesCommand, LeavesNothingButTheStoreBehind) {
 class RunningProgram {
  public:
   explicit RunningProgram(const fs::path& folder)
-      : store_(folder, messages::Quick()),
+      : store_(folder, "sms", messages::Quick()),
         outbox_("sms", {[this] { return store_.NewId(); },
                         [this](const auto& changes) { return store_.Write(changes); }}) {
     auto content = messages::LoadedFrom(store_);
@@ -243,14 +243,14 @@ TEST_F(MessagesCommand, HasTheRunningProgramMakeChanges) {
   EXPECT_EQ(result.out, "cancelled\n") << result.err;
   EXPECT_EQ(program.Waiting(), 1U);
   EXPECT_EQ(run({"cancel", "1"}).status, 1);
-  EXPECT_EQ(run({"limit", "7"}).out, "limit: 7 messages per hour and port\n");
-  EXPECT_EQ(run({"limit"}).out, "limit: 7 messages per hour and port\n");
+  EXPECT_EQ(run({"limit", "7"}).out, "limit: 7 messages per hour and port or mail account\n");
+  EXPECT_EQ(run({"limit"}).out, "limit: 7 messages per hour and port or mail account\n");
   EXPECT_THAT(run({}).out, HasSubstr("1   cancelled"));
 }
 
 TEST_F(MessagesCommand, TakesARequestBackThatNobodyAnswers) {
   MakeStore();
-  Store store(folder(), messages::Quick());  // of a program that calls no block
+  Store store(folder(), "sms", messages::Quick());  // of a program that calls no block
   static_cast<void>(messages::LoadedFrom(store));
   const auto result = Messages({"cancel", "1"});
   EXPECT_EQ(result.status, 1);
@@ -260,7 +260,7 @@ TEST_F(MessagesCommand, TakesARequestBackThatNobodyAnswers) {
 
 TEST_F(MessagesCommand, MakesAChangeItselfWhenTheProgramEndsMeanwhile) {
   MakeStore();
-  auto store = std::make_optional<Store>(folder(), messages::Quick());
+  auto store = std::make_optional<Store>(folder(), "sms", messages::Quick());
   static_cast<void>(messages::LoadedFrom(*store));
   Command command({CORVANE, "messages", "--store", file().string(), "cancel", "1"});
   ASSERT_TRUE(test_support::WaitFor([&] { return !store->TakeRequests().empty(); }));
