@@ -16,10 +16,6 @@
 namespace corvane_mail {
 namespace {
 
-struct FreeMulti {
-  void operator()(CURLM* multi) const { curl_multi_cleanup(multi); }
-};
-
 CURLM* NewMulti() {
   static const CURLcode ready = curl_global_init(CURL_GLOBAL_DEFAULT);
   CURLM* const multi = ready == CURLE_OK ? curl_multi_init() : nullptr;
@@ -124,6 +120,10 @@ class MailCarrier::Impl {
                     static_cast<int>(std::clamp<std::int64_t>(left.count(), 0, 3'600'000)),
                     nullptr);
   }
+
+  struct FreeMulti {
+    void operator()(CURLM* multi) const { curl_multi_cleanup(multi); }
+  };
 
   OpenSockets sockets_;
   std::unique_ptr<CURLM, FreeMulti> multi_;

@@ -17,6 +17,9 @@ constexpr int kTurns = 16;
 
 constexpr auto kQuitTime = 2s;
 
+constexpr const char* kWithoutWords =
+    "(its words are left out, since they contain the password or the token)";
+
 bool SameSecret(const std::shared_ptr<const Secret>& a, const std::shared_ptr<const Secret>& b) {
   return a == b || (a && b && a->text() == b->text());
 }
@@ -70,6 +73,7 @@ void SmtpSession::Open() {
   is_token_ = attempt.is_token;
   was_used_ = closes_ = false;
   try {
+    if (!account_.user.empty() && secret_) login_.emplace(account_.user, secret_);
     link_ = std::make_unique<CurlLink>(account_, house_.multi, *house_.sockets);
     stage_ = Stage::kOpening;
   } catch (const std::exception& error) {
@@ -80,7 +84,11 @@ void SmtpSession::Open() {
 void SmtpSession::WatchOpening(Clock::time_point now) {
   link_->Watch(now);
   if (link_->has_failed()) {
-    const Failure failure = link_->failure();
+    Failure failure = link_->failure();
+    // A server may repeat what an earlier connection has told it.
+    if (login_ && login_->IsIn({failure.reason})) {
+      failure.reason = "no connection to " + Server() + " " + kWithoutWords;
+    }
     FailAll(failure.end, failure.reason);
   } else if (link_->is_open() && account_.user.empty()) {
     stage_ = Stage::kIdle;
@@ -92,7 +100,7 @@ void SmtpSession::WatchOpening(Clock::time_point now) {
 
 void SmtpSession::BeginLogin() {
   const Mechanism mechanism = ChooseMechanism(link_->features(), is_token_);
-  if (mechanism == Mechanism::kNone || !secret_) {
+  if (mechanism == Mechanism::kNone || !login_) {
     FailAll(
         End::kNotOffered,
         Server() + (is_token_ ? " does not offer a login with a token (XOAUTH2); give Password "
@@ -101,7 +109,6 @@ void SmtpSession::BeginLogin() {
                                 "connection; check Security and Port, or leave User empty"));
     return;
   }
-  login_.emplace(account_.user, secret_);
   stage_ = Stage::kLogin;
   Say(login_->Begin(mechanism));
 }
@@ -190,7 +197,7 @@ Reply SmtpSession::TakeReply() {
   Reply reply = reader_.Take();
   if (has_secret) {
     Wipe(reply.text);
-    reply.text = "(its words are left out, since they contain the password or the token)";
+    reply.text = kWithoutWords;
   }
   return reply;
 }

@@ -18,7 +18,7 @@
 
 namespace corvane_mail {
 
-inline constexpr const char* kMail = "Subject: alarm\r\n\r\nLevel high\r\n.hidden\r\n";
+inline constexpr const char* kAlarm = "Subject: alarm\r\n\r\nLevel high\r\n.hidden\r\n";
 
 /// The server's side up to the reply to EHLO.
 inline void Greet(test_support::SmtpPeer& peer, const std::string& ehlo = "250 mail.example\r\n") {
@@ -94,7 +94,7 @@ inline Attempt MakeAttempt(std::int64_t id, Account account, const std::string& 
   attempt.account = std::move(account);
   attempt.from = "pump3@plant.example";
   attempt.recipients = {"anna@plant.example"};
-  Carry(kMail, attempt);
+  Carry(kAlarm, attempt);
   return attempt;
 }
 

@@ -19,13 +19,13 @@ std::string Wire(std::string_view mail, std::size_t step) {
   return wire;
 }
 
-struct Case {
+struct Encoding {
   const char* name;
   std::string_view mail;
   std::string_view wire;
 };
 
-class DataEncoderTest : public testing::TestWithParam<Case> {};
+class DataEncoderTest : public testing::TestWithParam<Encoding> {};
 
 TEST_P(DataEncoderTest, GivesTheSameHoweverTheMailIsCut) {
   const auto& [name, mail, wire] = GetParam();
@@ -36,16 +36,16 @@ TEST_P(DataEncoderTest, GivesTheSameHoweverTheMailIsCut) {
 
 INSTANTIATE_TEST_SUITE_P(
     Mails, DataEncoderTest,
-    testing::Values(Case{"Empty", "", ".\r\n"}, Case{"OneLine", "a\r\n", "a\r\n.\r\n"},
-                    Case{"LastLineWithoutEnd", "a", "a\r\n.\r\n"},
-                    Case{"DotFirst", ".", "..\r\n.\r\n"},
-                    Case{"LineOfOneDot", "a\r\n.\r\nb\r\n", "a\r\n..\r\nb\r\n.\r\n"},
-                    Case{"DotsWithinALine", "a.b..\r\n", "a.b..\r\n.\r\n"},
-                    Case{"BareLineFeedBeforeADot", "a\n.\nb", "a\r\n..\r\nb\r\n.\r\n"},
-                    Case{"BareReturnBeforeADot", "a\r.\rb", "a\r\n..\r\nb\r\n.\r\n"},
-                    Case{"ReturnAtTheEnd", "a\r", "a\r\n.\r\n"},
-                    Case{"TwoReturns", "a\r\r\nb", "a\r\n\r\nb\r\n.\r\n"},
-                    Case{"SmuggledEnd", "a\r\n.\nMAIL", "a\r\n..\r\nMAIL\r\n.\r\n"}),
+    testing::Values(Encoding{"Empty", "", ".\r\n"}, Encoding{"OneLine", "a\r\n", "a\r\n.\r\n"},
+                    Encoding{"LastLineWithoutEnd", "a", "a\r\n.\r\n"},
+                    Encoding{"DotFirst", ".", "..\r\n.\r\n"},
+                    Encoding{"LineOfOneDot", "a\r\n.\r\nb\r\n", "a\r\n..\r\nb\r\n.\r\n"},
+                    Encoding{"DotsWithinALine", "a.b..\r\n", "a.b..\r\n.\r\n"},
+                    Encoding{"BareLineFeedBeforeADot", "a\n.\nb", "a\r\n..\r\nb\r\n.\r\n"},
+                    Encoding{"BareReturnBeforeADot", "a\r.\rb", "a\r\n..\r\nb\r\n.\r\n"},
+                    Encoding{"ReturnAtTheEnd", "a\r", "a\r\n.\r\n"},
+                    Encoding{"TwoReturns", "a\r\r\nb", "a\r\n\r\nb\r\n.\r\n"},
+                    Encoding{"SmuggledEnd", "a\r\n.\nMAIL", "a\r\n..\r\nMAIL\r\n.\r\n"}),
     [](const auto& parameter) { return parameter.param.name; });
 
 }  // namespace

@@ -158,5 +158,14 @@ TEST_F(CarrierTest, AServerThatRepeatsThePasswordDoesNotGetItIntoTheReason) {
   }
 }
 
+TEST_F(CarrierTest, AServerThatRemembersThePasswordDoesNotGetItIntoTheReason) {
+  ScriptedSmtpServer server([](SmtpPeer& peer) { peer.Say("554 go away, s3cret\r\n"); });
+  Account account = LocalAccount(server.port());
+  account.user = "plc";
+  const Outcome outcome = Send(MakeAttempt(1, account, "s3cret"));
+  EXPECT_EQ(outcome.end, End::kForNow);
+  EXPECT_THAT(outcome.reason, AllOf(HasSubstr("left out"), Not(HasSubstr("s3cret"))));
+}
+
 }  // namespace
 }  // namespace corvane_mail

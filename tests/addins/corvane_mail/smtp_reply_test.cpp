@@ -12,7 +12,7 @@ namespace {
 
 using State = ReplyReader::State;
 
-struct Case {
+struct ReadReply {
   const char* name;
   std::string_view octets;
   State state;
@@ -20,10 +20,10 @@ struct Case {
   const char* words;
 };
 
-class ReplyReaderTest : public testing::TestWithParam<Case> {};
+class ReplyReaderTest : public testing::TestWithParam<ReadReply> {};
 
 TEST_P(ReplyReaderTest, ReadsTheSameHoweverTheReplyIsCut) {
-  const Case& wanted = GetParam();
+  const ReadReply& wanted = GetParam();
   for (std::size_t step = 1; step <= wanted.octets.size(); ++step) {
     ReplyReader reader;
     std::size_t used = 0;
@@ -40,19 +40,20 @@ TEST_P(ReplyReaderTest, ReadsTheSameHoweverTheReplyIsCut) {
 
 INSTANTIATE_TEST_SUITE_P(
     Replies, ReplyReaderTest,
-    testing::Values(Case{"OneLine", "250 ok\r\n", State::kComplete, 8, "250 ok"},
-                    Case{"TwoLines", "250-a\r\n250 b\r\nrest", State::kComplete, 14, "250 a b"},
-                    Case{"OnlyTheCode", "354\r\n", State::kComplete, 5, "354"},
-                    Case{"WithoutWords", "354 \r\n", State::kComplete, 6, "354"},
-                    Case{"LineFeedOnly", "250 ok\n", State::kComplete, 7, "250 ok"},
-                    Case{"OtherCodes", "250-a\r\n550 b\r\n", State::kComplete, 14, "550 a b"},
-                    Case{"NoEnd", "250-a\r\n250-b\r\n", State::kMore, 14, ""},
-                    Case{"NoLineEnd", "250 ok", State::kMore, 6, ""},
-                    Case{"NoCode", "hello\r\n", State::kInvalid, 7, ""},
-                    Case{"TwoDigits", "25 ok\r\n", State::kInvalid, 7, ""},
-                    Case{"FourDigits", "2500 ok\r\n", State::kInvalid, 9, ""},
-                    Case{"CodeOutOfRange", "199 ok\r\n", State::kInvalid, 8, ""},
-                    Case{"EmptyLine", "\r\n", State::kInvalid, 2, ""}),
+    testing::Values(ReadReply{"OneLine", "250 ok\r\n", State::kComplete, 8, "250 ok"},
+                    ReadReply{"TwoLines", "250-a\r\n250 b\r\nrest", State::kComplete, 14,
+                              "250 a b"},
+                    ReadReply{"OnlyTheCode", "354\r\n", State::kComplete, 5, "354"},
+                    ReadReply{"WithoutWords", "354 \r\n", State::kComplete, 6, "354"},
+                    ReadReply{"LineFeedOnly", "250 ok\n", State::kComplete, 7, "250 ok"},
+                    ReadReply{"OtherCodes", "250-a\r\n550 b\r\n", State::kComplete, 14, "550 a b"},
+                    ReadReply{"NoEnd", "250-a\r\n250-b\r\n", State::kMore, 14, ""},
+                    ReadReply{"NoLineEnd", "250 ok", State::kMore, 6, ""},
+                    ReadReply{"NoCode", "hello\r\n", State::kInvalid, 7, ""},
+                    ReadReply{"TwoDigits", "25 ok\r\n", State::kInvalid, 7, ""},
+                    ReadReply{"FourDigits", "2500 ok\r\n", State::kInvalid, 9, ""},
+                    ReadReply{"CodeOutOfRange", "199 ok\r\n", State::kInvalid, 8, ""},
+                    ReadReply{"EmptyLine", "\r\n", State::kInvalid, 2, ""}),
     [](const auto& parameter) { return parameter.param.name; });
 
 TEST(ReplyReader, KeepsTheBeginningOfALongReply) {
