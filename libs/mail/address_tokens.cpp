@@ -90,6 +90,8 @@ Token AddressTokens::Literal() {
     return Problem("a [ has no matching ]; add it, or put the name in quotation marks");
   }
   const std::string_view text = text_.substr(place_, end + 1 - place_);
+  const auto control = std::find_if(text.begin(), text.end(), IsControl);
+  if (control != text.end()) return ControlProblem(*control);
   place_ = end + 1;
   return {TokenKind::kLiteral, std::string(text)};
 }

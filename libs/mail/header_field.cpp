@@ -60,9 +60,9 @@ std::string PercentEncoded(std::string_view character) {
 /// Whether a mailbox can be written as it is. What ReadAddresses gives can, if UTF-8 may be used.
 bool IsWritableMailbox(std::string_view mailbox, bool utf8) {
   constexpr std::size_t kMost = 254;  // RFC 5321 clause 4.5.3.1.3
-  return mailbox.size() <= kMost && std::all_of(mailbox.begin(), mailbox.end(), [utf8](char c) {
-           return IsAscii(c) ? c >= ' ' && c <= '~' : utf8;
-         });
+  return !mailbox.empty() && mailbox.front() != ' ' && mailbox.size() <= kMost &&
+         std::all_of(mailbox.begin(), mailbox.end(),
+                     [utf8](char c) { return IsAscii(c) ? c >= ' ' && c <= '~' : utf8; });
 }
 
 }  // namespace
@@ -117,7 +117,8 @@ void HeaderField::OneAddress(const Address& address, bool utf8, std::string_view
   const std::string name = OneLine(address.name);
   std::string mailbox = OneLine(address.mailbox);
   if (!IsWritableMailbox(mailbox, utf8)) {
-    Encoded(name.empty() ? mailbox : name + " <" + mailbox + ">");
+    if (!name.empty()) mailbox = name + " <" + mailbox + ">";
+    Encoded(mailbox.empty() ? "unknown" : mailbox);
     return Token(":;" + std::string(separator));
   }
   if (!name.empty()) {

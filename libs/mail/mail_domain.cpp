@@ -19,6 +19,7 @@ constexpr std::size_t kLongestDomain = 255;  // RFC 5321 clause 4.5.3.1.2
 constexpr std::size_t kLongestLabel = 63;    // RFC 1035 clause 2.3.4
 
 bool IsInternetAddress(int family, const std::string& text) {
+  if (text.find('\0') != text.npos) return false;  // the system would see only what is before it
   std::array<unsigned char, sizeof(in6_addr)> address{};
   return inet_pton(family, text.c_str(), address.data()) == 1;
 }

@@ -168,6 +168,8 @@ const Bad kBad[] = {
      "in quotation marks"},
     {std::string("a\0b@c"sv),
      "address 1, 'a\\x00b@c': it contains the control character \\x00; remove it"},
+    {std::string("a@[192.0.2.1\0]"sv),
+     "address 1, 'a@[192.0.2.1\\x00]': it contains the control character \\x00; remove it"},
     {"\"a\x1B[0m\" <a@b>",
      "address 1, '\"a\\x1B[0m\" <a@b>': it contains the control character \\x1B; remove it"},
     {"a@b\x7F", "address 1, 'a@b\\x7F': it contains the control character \\x7F; remove it"},

@@ -171,6 +171,24 @@ TEST(Composer, AddsNoLineToTheHeader) {
   EXPECT_THAT(mail, HasSubstr("\r\nMessage-ID: <xBcc:spy@plant.exampleX-Evil:1body>\r\n"));
 }
 
+TEST(Composer, KeepsToShortLinesWithInputsOf1MB) {
+  for (const std::string_view unit : {"x", "\xC3\xBC", "\r"}) {
+    std::string large;
+    while (large.size() < (1 << 20)) large += unit;
+    Message message = Alarm();
+    message.from = {large, large};
+    message.to = {{large, "a@b"}};
+    message.subject = message.text = message.html = message.message_id = large;
+    message.attachments = {File(large, 1)};
+    const std::string mail = Composed(message);
+    for (std::size_t begin = 0; begin < mail.size();) {
+      const std::size_t end = mail.find("\r\n", begin);
+      ASSERT_LE(end - begin, 998U) << unit;
+      begin = end + 2;
+    }
+  }
+}
+
 TEST(Composer, NoTextIsABoundary) {
   Message message = Alarm();
   message.text = message.html = "--=_m0123abcdplantexample--\n--=_a0123abcdplantexample\n";

@@ -84,6 +84,12 @@ TEST(HeaderField, AnAddressInUtf8NeedsAServerThatTakesIt) {
             "To: =?utf-8?q?J=C3=B6rg_=3Cj=C3=B6rg=40b=3E?= :;, =?utf-8?b?w7xAYg==?= :;\r\n");
 }
 
+TEST(HeaderField, NoLineIsBlank) {
+  const std::string one(70, 'a');
+  EXPECT_EQ(To({{"", one}, {"", ""}}), "To: " + one + ",\r\n =?utf-8?q?unknown?= :;\r\n");
+  EXPECT_EQ(To({{"", one}, {"", "  "}}), "To: " + one + ",\r\n =?utf-8?q?__?= :;\r\n");
+}
+
 TEST(HeaderField, NoMailboxEndsTheLine) {
   EXPECT_EQ(To({{"", "a@b\r\nBcc: x@y"}}), "To: a@b Bcc: x@y\r\n");
   EXPECT_EQ(To({{"", "a\x01@b"}}), "To: =?utf-8?q?a=01=40b?= :;\r\n");

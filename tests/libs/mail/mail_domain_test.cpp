@@ -59,6 +59,7 @@ TEST(ReadAddressLiteral, TakesBothVersions) {
     EXPECT_EQ(ReadAddressLiteral(literal).ascii, literal);
     EXPECT_EQ(ReadAddressLiteral(literal).problem, "");
   }
+  EXPECT_NE(ReadAddressLiteral(std::string_view("[192.0.2.1\0]", 12)).problem, "");
   EXPECT_EQ(ReadAddressLiteral("[::1]").problem,
             "an IPv6 address must be marked; write @[IPv6:::1]");
   for (const char* literal :
