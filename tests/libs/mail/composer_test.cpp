@@ -171,10 +171,10 @@ TEST(Composer, AddsNoLineToTheHeader) {
   EXPECT_THAT(mail, HasSubstr("\r\nMessage-ID: <xBcc:spy@plant.exampleX-Evil:1body>\r\n"));
 }
 
-TEST(Composer, KeepsToShortLinesWithInputsOf1MB) {
+TEST(Composer, KeepsToShortLinesWithLargeInputs) {
   for (const std::string_view unit : {"x", "\xC3\xBC", "\r"}) {
     std::string large;
-    while (large.size() < (1 << 20)) large += unit;
+    while (large.size() < (1 << 18)) large += unit;
     Message message = Alarm();
     message.from = {large, large};
     message.to = {{large, "a@b"}};
