@@ -6,5 +6,5 @@
 
 /// Registers the block types with the runtime. Never fails. @return 0
 CORVANE_FB_EXPORT int InitAddin();
-/// Nothing is left to end.
+/// Ends the processes of PROCESS, with all that they have started, in at most a second.
 CORVANE_FB_EXPORT void DisposeAddin();

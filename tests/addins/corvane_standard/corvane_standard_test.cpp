@@ -23,6 +23,11 @@ constexpr test_support::TypeRow kTypes[] = {
     {"CTD", "CD:BOOL LD:BOOL PV:DINT Q:BOOL CV:DINT"},
     {"CTUD", "CU:BOOL CD:BOOL R:BOOL LD:BOOL PV:DINT QU:BOOL QD:BOOL CV:DINT"},
     {"HYSTERESIS", "IN:LREAL High:LREAL Low:LREAL Q:BOOL"},
+    {"PROCESS",
+     "Execute:BOOL Command:STRING Program:STRING Arguments:STRING Input:STRING Folder:STRING "
+     "Timeout:LREAL Abort:BOOL MaxOutput:DINT Busy:BOOL Done:BOOL Error:BOOL ErrorId:DINT "
+     "ErrorText:STRING Output:STRING ErrorOutput:STRING Truncated:BOOL ExitCode:DINT Signal:DINT "
+     "Pid:DINT Duration:LREAL"},
 };
 
 TEST_EVERY_TYPE(StandardAddin, corvane_standard::kBlockTypes, kTypes);

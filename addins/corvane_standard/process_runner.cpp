@@ -1,0 +1,188 @@
+// SPDX-License-Identifier: MIT
+#include "addins/corvane_standard/process_runner.h"
+
+#include <poll.h>
+#include <pthread.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <condition_variable>
+#include <csignal>
+#include <list>
+#include <mutex>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#include "addins/corvane_standard/running_process.h"
+#include "share/log.h"
+
+namespace corvane_standard {
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = RunningProcess::Clock;
+
+constexpr auto kGraceAtEnd = 700ms;  // between SIGTERM and SIGKILL
+constexpr auto kLongestEnd = 950ms;  // in which what was killed has disappeared
+
+/// A thread begins with all signals blocked: they are the host's, and SIGPIPE would end it.
+class AllSignalsBlocked {
+ public:
+  AllSignalsBlocked() {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before_);
+  }
+  AllSignalsBlocked(const AllSignalsBlocked&) = delete;
+  AllSignalsBlocked& operator=(const AllSignalsBlocked&) = delete;
+  ~AllSignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+
+ private:
+  sigset_t before_{};
+};
+
+}  // namespace
+
+struct ProcessRunner::Shared {
+  struct Queued {
+    ProcessOrder order;
+    std::shared_ptr<ProcessHandle> handle;
+    std::weak_ptr<const void> owner;
+  };
+
+  Shared() : wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    if (wake.get() < 0) throw std::system_error(errno, std::generic_category(), "PROCESS: eventfd");
+  }
+
+  void Wake() const {
+    const std::uint64_t one = 1;
+    [[maybe_unused]] const auto written = write(wake.get(), &one, sizeof one);
+  }
+  void Run();
+  void BeginQueued();
+  void Advance(Clock::time_point now);
+  void Wait();
+
+  const corvane::Descriptor wake;
+  std::mutex mutex;  // held for moments
+  std::vector<Queued> queue;
+  bool ending = false;
+  bool finished = false;
+  std::condition_variable has_finished;
+  // Of the thread.
+  std::list<RunningProcess> processes;
+  std::vector<pollfd> descriptors;
+  Clock::time_point give_up = Clock::time_point::max();
+};
+
+void ProcessRunner::Shared::Run() {
+  while (true) {
+    BeginQueued();
+    const auto now = Clock::now();
+    Advance(now);
+    if (give_up != Clock::time_point::max() && (processes.empty() || now >= give_up)) break;
+    Wait();
+  }
+  if (!processes.empty()) {
+    logMsg("PROCESS: %zu process groups have not ended although they were killed\n",
+           processes.size());
+  }
+  processes.clear();
+  const std::lock_guard<std::mutex> guard(mutex);
+  finished = true;
+  has_finished.notify_all();
+}
+
+void ProcessRunner::Shared::BeginQueued() {
+  std::vector<Queued> begun;
+  bool end = false;
+  {
+    const std::lock_guard<std::mutex> guard(mutex);
+    begun.swap(queue);
+    end = ending;
+  }
+  for (Queued& each : begun) {
+    if (end) each.handle->Abort();
+    processes.emplace_back(std::move(each.order), std::move(each.handle), std::move(each.owner));
+  }
+  if (end && give_up == Clock::time_point::max()) {
+    const auto now = Clock::now();
+    give_up = now + kLongestEnd;
+    for (RunningProcess& each : processes) each.Stop(ProcessEnd::Kind::kAborted, kGraceAtEnd, now);
+  }
+}
+
+void ProcessRunner::Shared::Advance(Clock::time_point now) {
+  for (RunningProcess& each : processes) {
+    if (!each.gone()) each.Advance(now);
+  }
+  std::erase_if(processes, [](const RunningProcess& each) { return each.gone(); });
+}
+
+void ProcessRunner::Shared::Wait() {
+  descriptors.assign(1, {wake.get(), POLLIN, 0});
+  auto due = give_up;
+  for (const RunningProcess& each : processes) {
+    each.AddTo(descriptors);
+    due = std::min(due, each.due());
+  }
+  int timeout = -1;
+  if (due != Clock::time_point::max()) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(due - Clock::now());
+    timeout = static_cast<int>(std::clamp<std::int64_t>(left.count(), 0, 60'000));
+  }
+  poll(descriptors.data(), descriptors.size(), timeout);
+  std::uint64_t count = 0;
+  [[maybe_unused]] const auto woken = read(wake.get(), &count, sizeof count);
+  for (RunningProcess& each : processes) each.Transfer();
+}
+
+std::unique_ptr<ProcessRunner>& ProcessRunner::Instance() {
+  static std::unique_ptr<ProcessRunner> instance;
+  return instance;
+}
+
+ProcessRunner& ProcessRunner::The() {
+  std::unique_ptr<ProcessRunner>& instance = Instance();
+  if (instance == nullptr) instance.reset(new ProcessRunner());
+  return *instance;
+}
+
+ProcessRunner::ProcessRunner() : shared_(std::make_shared<Shared>()) {
+  const AllSignalsBlocked blocked;
+  std::thread([shared = shared_] { shared->Run(); }).detach();
+}
+
+void ProcessRunner::End() {
+  const std::unique_ptr<ProcessRunner> ended = std::move(Instance());
+  if (ended == nullptr) return;
+  Shared& shared = *ended->shared_;
+  std::unique_lock<std::mutex> lock(shared.mutex);
+  shared.ending = true;
+  shared.Wake();
+  shared.has_finished.wait_for(lock, kLongestEnd + 50ms, [&shared] { return shared.finished; });
+}
+
+std::shared_ptr<ProcessHandle> ProcessRunner::Start(ProcessOrder order,
+                                                    std::weak_ptr<const void> owner) {
+  auto handle = std::make_shared<ProcessHandle>();
+  {
+    const std::lock_guard<std::mutex> guard(shared_->mutex);
+    shared_->queue.push_back({std::move(order), handle, std::move(owner)});
+  }
+  Wake();
+  return handle;
+}
+
+void ProcessRunner::Wake() {
+  shared_->Wake();
+}
+
+void ProcessRunner::WakeIfAny() {
+  if (Instance() != nullptr) Instance()->Wake();
+}
+
+}  // namespace corvane_standard
