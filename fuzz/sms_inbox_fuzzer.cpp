@@ -22,7 +22,8 @@ using messages::Inbox;
 class Fixture {
  public:
   explicit Fixture(std::string_view list) : list_(list) {
-    inbox_.Load({}, {}, {}, now_);
+    inbox_.Load({}, {}, {});
+    inbox_.Tick(now_);
     task_.SetEnabled(true, now_);
   }
 

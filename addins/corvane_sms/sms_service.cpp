@@ -74,7 +74,7 @@ messages::InboxHooks SmsService::HooksOfInbox() {
 }
 
 ListHooks SmsService::HooksOfList(const std::string& route) {
-  return {.can_store = [this] { return store_.loaded() && store_.problem().empty(); },
+  return {.can_store = [this] { return inbox_.loaded() && store_.problem().empty(); },
           .awaits_reports = [this, route] { return reports_.Awaits(route); },
           .on_report = [this, route](const gsm::StatusReportPdu& report,
                                      const Now& now) { (void)reports_.Take(route, report, now); },
@@ -100,7 +100,7 @@ void SmsService::Tick(const Now& now) {
   TakeRequests(now);
   if (store_.TakeBegunAgain()) {
     outbox_.WriteAgain();
-    inbox_.WriteAgain();
+    inbox_.WriteAgain(now);
   }
   outbox_.Tick(now);
   inbox_.Tick(now);
@@ -112,7 +112,7 @@ void SmsService::Tick(const Now& now) {
 void SmsService::TakeContent(const Now& now) {
   auto content = store_.TakeContent();
   if (!content) return;
-  inbox_.Load(std::move(content->inbox), std::move(content->parts), std::move(content->held), now);
+  inbox_.Load(std::move(content->inbox), std::move(content->parts), std::move(content->held));
   outbox_.Load(std::move(content->waiting), std::move(content->keys), std::move(content->recent),
                content->limit_per_hour, now);
 }

@@ -9,6 +9,7 @@ namespace {
 
 constexpr std::size_t kMostJoined = 500;
 constexpr int kMostTotal = 255;
+constexpr int kInboxRowsPerCall = 100;
 
 bool MakesSense(const Part& part) {
   return part.total >= 1 && part.total <= kMostTotal && part.sequence >= 1 &&
@@ -53,15 +54,35 @@ bool Inbox::IsOnDisk(std::uint64_t sequence) const {
   return sequence == 0 || hooks_.is_on_disk(sequence);
 }
 
-void Inbox::Load(std::vector<Incoming> inbox, std::vector<Part> parts, std::vector<Held> held,
-                 const Now& now) {
-  for (Incoming& message : inbox) {
-    Route& route = At(message.route);
-    route.text_octets += message.text.size();
-    route.waiting.push_back({std::move(message), 0});
+void Inbox::Load(std::deque<Incoming> inbox, std::deque<Part> parts, std::deque<Held> held) {
+  loading_ =
+      std::make_unique<Loading>(Loading{std::move(inbox), std::move(parts), std::move(held)});
+}
+
+void Inbox::LoadSome(const Now& now) {
+  for (int i = 0; i < kInboxRowsPerCall; ++i) {
+    if (!loading_->inbox.empty()) {
+      LoadMessage(std::move(loading_->inbox.front()));
+      loading_->inbox.pop_front();
+    } else if (!loading_->held.empty()) {
+      Held& row = loading_->held.front();
+      At(row.route).held[row.index] = {std::move(row.digest), 0};
+      loading_->held.pop_front();
+    } else if (!loading_->parts.empty()) {
+      LoadPart(std::move(loading_->parts.front()), now);
+      loading_->parts.pop_front();
+    } else {
+      loading_.reset();
+      loaded_ = true;
+      return;
+    }
   }
-  for (Held& row : held) At(row.route).held[row.index] = {std::move(row.digest), 0};
-  for (Part& part : parts) LoadPart(std::move(part), now);
+}
+
+void Inbox::LoadMessage(Incoming message) {
+  Route& route = At(message.route);
+  route.text_octets += message.text.size();
+  route.waiting.push_back({std::move(message), 0});
 }
 
 void Inbox::LoadPart(Part part, const Now& now) {
@@ -76,7 +97,8 @@ void Inbox::LoadPart(Part part, const Now& now) {
   Insert(group, std::move(part));
 }
 
-void Inbox::WriteAgain() {
+void Inbox::WriteAgain(const Now& now) {
+  while (loading_ != nullptr) LoadSome(now);  // what has not been taken over is gone from the disk
   std::vector<Change> changes;
   for (const auto& [name, route] : routes_) {
     for (const Waiter& waiter : route.waiting) changes.emplace_back(waiter.message);
@@ -94,6 +116,8 @@ void Inbox::WriteAgain() {
 }
 
 void Inbox::Tick(const Now& now) {
+  if (loading_ != nullptr) LoadSome(now);
+  if (loading_ != nullptr) return;  // a message whose parts are not all loaded seems to have gaps
   if (now.steady < next_look_) return;
   next_look_ = now.steady + std::chrono::seconds(1);
   for (auto group = groups_.begin(); group != groups_.end();) {

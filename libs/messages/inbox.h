@@ -10,6 +10,7 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <span>
@@ -69,13 +70,15 @@ class Inbox {
 
   explicit Inbox(InboxHooks hooks) : hooks_(std::move(hooks)) {}
 
-  /// What the store had. To be called once, before anything is taken. Quick, since a call of a
-  /// block does it.
-  void Load(std::vector<Incoming> inbox, std::vector<Part> parts, std::vector<Held> held,
-            const Now& now);
+  /// What the store had. To be called once. It is taken over in the following calls of Tick, so
+  /// that none takes long; nothing may be taken from the modem before that.
+  void Load(std::deque<Incoming> inbox, std::deque<Part> parts, std::deque<Held> held);
+  /// Whether all that was stored is known.
+  [[nodiscard]] bool loaded() const { return loaded_; }
   /// Writes every row again, after the file had to be created again.
-  void WriteAgain();
-  /// Hands over, with gaps, the messages that have waited too long for their parts.
+  void WriteAgain(const Now& now);
+  /// Goes on loading, and hands over, with gaps, the messages that have waited too long for their
+  /// parts.
   void Tick(const Now& now);
 
   // What comes from the modem.
@@ -136,11 +139,18 @@ class Inbox {
     std::chrono::steady_clock::time_point deadline;
   };
   using Groups = std::map<std::int64_t, Group>;  // the oldest first
+  struct Loading {
+    std::deque<Incoming> inbox;
+    std::deque<Part> parts;
+    std::deque<Held> held;
+  };
 
   [[nodiscard]] const Route* Find(std::string_view route) const;
   Route& At(std::string_view route);
   [[nodiscard]] bool IsOnDisk(std::uint64_t sequence) const;
   bool IsRepeated(const Part& part, const Route& route) const;
+  void LoadSome(const Now& now);
+  void LoadMessage(Incoming message);
   void LoadPart(Part part, const Now& now);
   Groups::iterator GroupOf(const Part& part, const Now& now, std::vector<Change>& changes);
   void Insert(Groups::iterator group, Part part);
@@ -152,6 +162,8 @@ class Inbox {
   [[nodiscard]] PartsText Text(const Group& group) const;
 
   InboxHooks hooks_;
+  bool loaded_ = false;
+  std::unique_ptr<Loading> loading_;
   std::map<std::string, Route, std::less<>> routes_;
   Groups groups_;
   std::map<Key, std::int64_t> group_of_;

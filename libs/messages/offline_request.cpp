@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "libs/messages/offline_request.h"
 
+#include <deque>
 #include <iterator>
 #include <string>
 #include <utility>
@@ -20,7 +21,7 @@ AnswerRequest CarryOut(StoreView& store, const Request& request, const Now& now)
                                             std::ranges::move(written, std::back_inserter(changes));
                                             return std::uint64_t{1};
                                           }});
-  std::vector<Outgoing> rows;
+  std::deque<Outgoing> rows;
   const bool is_live =
       request.message.state == OutgoingState::kWaiting || request.message.report_awaited;
   if (request.message.id != 0 && is_live) {

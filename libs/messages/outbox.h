@@ -48,7 +48,7 @@ class Outbox {
 
   /// What the store had for this channel, and for others, which are ignored. It is taken over in
   /// the following calls of Tick.
-  void Load(std::vector<Outgoing> rows, std::vector<SentKey> keys, std::vector<RecentSend> recent,
+  void Load(std::deque<Outgoing> rows, std::deque<SentKey> keys, std::vector<RecentSend> recent,
             std::optional<std::int64_t> limit_per_hour, const Now& now);
   /// The store cannot be read for now; what is in memory goes out all the same.
   void GoOnWithoutStore() { without_store_ = true; }
@@ -148,9 +148,8 @@ class Outbox {
     Now added;
   };
   struct Loading {
-    std::vector<Outgoing> rows;
-    std::vector<SentKey> keys;
-    std::size_t next_row = 0, next_key = 0;
+    std::deque<Outgoing> rows;
+    std::deque<SentKey> keys;
   };
 
   static RouteQueue::Message Queued(const Outgoing& row);

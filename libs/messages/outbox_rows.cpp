@@ -25,7 +25,7 @@ WallTime WallOf(SteadyTime when, const Now& now) {
 
 }  // namespace
 
-void Outbox::Load(std::vector<Outgoing> rows, std::vector<SentKey> keys,
+void Outbox::Load(std::deque<Outgoing> rows, std::deque<SentKey> keys,
                   std::vector<RecentSend> recent, std::optional<std::int64_t> limit_per_hour,
                   const Now& now) {
   limit_per_hour_ = limit_per_hour.value_or(limit_per_hour_);
@@ -43,14 +43,16 @@ void Outbox::Load(std::vector<Outgoing> rows, std::vector<SentKey> keys,
 
 void Outbox::LoadSome(const Now& now) {
   for (int i = 0; i < kLoadedPerCall; ++i) {
-    if (loading_->next_key < loading_->keys.size()) {
-      const SentKey& sent = loading_->keys[loading_->next_key++];
+    if (!loading_->keys.empty()) {
+      const SentKey& sent = loading_->keys.front();
       if (sent.channel == channel_) {
         sent_keys_.Add(sent.key, now.steady - Age(sent.finished, now));
       }
-    } else if (loading_->next_row < loading_->rows.size()) {
-      Outgoing& row = loading_->rows[loading_->next_row++];
+      loading_->keys.pop_front();
+    } else if (!loading_->rows.empty()) {
+      Outgoing& row = loading_->rows.front();
       if (row.channel == channel_) LoadRow(std::move(row), now);
+      loading_->rows.pop_front();
     } else {
       loading_.reset();
       loaded_ = true;

@@ -10,7 +10,6 @@
 #include <concepts>
 #include <cstdint>
 #include <string>
-#include <vector>
 
 #include "libs/messages/row.h"
 
@@ -101,9 +100,9 @@ ColumnReader& operator>>(ColumnReader& from, Held& row);
 }
 
 /// All rows of a result.
-template <class Row>
-std::vector<Row> ReadAll(SQLite::Statement& statement) {
-  std::vector<Row> rows;
+template <class Rows>
+Rows ReadAll(SQLite::Statement& statement) {
+  Rows rows;
   while (statement.executeStep()) {
     ColumnReader reader(statement);
     reader >> rows.emplace_back();

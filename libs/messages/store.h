@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <deque>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -53,15 +54,16 @@ struct AnswerRequest {
 using Change = std::variant<Outgoing, Incoming, AcceptIncoming, Part, RemoveParts, Held, RemoveHeld,
                             SetLimit, AnswerRequest>;
 
-/// What a store had when it was opened.
+/// What a store had when it was opened. What may be long can be taken over, and freed, piece by
+/// piece.
 struct Content {
-  std::vector<Outgoing> waiting;   ///< kWaiting, and ended ones with `report_awaited`; by id
-  std::vector<SentKey> keys;       ///< sent within the last 30 days
+  std::deque<Outgoing> waiting;    ///< kWaiting, and ended ones with `report_awaited`; by id
+  std::deque<SentKey> keys;        ///< sent within the last 30 days
   std::vector<RecentSend> recent;  ///< sent within the last hour
   std::optional<std::int64_t> limit_per_hour;  ///< empty: never set
-  std::vector<Incoming> inbox;                 ///< not accepted yet; by id
-  std::vector<Part> parts;
-  std::vector<Held> held;
+  std::deque<Incoming> inbox;                  ///< not accepted yet; by id
+  std::deque<Part> parts;
+  std::deque<Held> held;
 };
 
 /// The channel of received messages.

@@ -64,10 +64,10 @@ void CheckTables(const SQLite::Database& database) {
   }
 }
 
-template <class Row>
-std::vector<Row> RowsOf(const SQLite::Database& database, const std::string& query) {
+template <class Rows>
+void Read(Rows& rows, const SQLite::Database& database, const std::string& query) {
   SQLite::Statement statement(database, query);
-  return ReadAll<Row>(statement);
+  rows = ReadAll<Rows>(statement);
 }
 
 /// Writes changes through statements that are prepared once for all rows of a table.
@@ -178,19 +178,19 @@ Content StoreFile::Load(WallTime now) {
   const std::string offered = "incoming WHERE accepted IS NULL AND " + kPlausibleId;
   DateUndated(database_, now);
   Content content;
-  content.waiting = RowsOf<Outgoing>(
-      database_, outgoing + "WHERE (state = 0 OR report_awaited <> 0) AND " + kPlausibleId);
-  content.keys = RowsOf<SentKey>(database_,
-                                 "SELECT channel, key, finished FROM outgoing "
-                                 "WHERE state = 1 AND key <> '' AND finished >= " +
-                                     since(kHistory) + " ORDER BY finished");
-  content.recent = RowsOf<RecentSend>(database_,
-                                      "SELECT channel, route, finished FROM outgoing "
-                                      "WHERE state = 1 AND finished >= " +
-                                          since(hours(1)) + " ORDER BY finished");
-  content.inbox = RowsOf<Incoming>(database_, Select(kIncomingColumns) + offered);
-  content.parts = RowsOf<Part>(database_, Select(kPartColumns) + "part ORDER BY message, sequence");
-  content.held = RowsOf<Held>(database_, "SELECT route, place, digest FROM held");
+  Read(content.waiting, database_,
+       outgoing + "WHERE (state = 0 OR report_awaited <> 0) AND " + kPlausibleId);
+  Read(content.keys, database_,
+       "SELECT channel, key, finished FROM outgoing "
+       "WHERE state = 1 AND key <> '' AND finished >= " +
+           since(kHistory) + " ORDER BY finished");
+  Read(content.recent, database_,
+       "SELECT channel, route, finished FROM outgoing "
+       "WHERE state = 1 AND finished >= " +
+           since(hours(1)) + " ORDER BY finished");
+  Read(content.inbox, database_, Select(kIncomingColumns) + offered);
+  Read(content.parts, database_, Select(kPartColumns) + "part ORDER BY message, sequence");
+  Read(content.held, database_, "SELECT route, place, digest FROM held");
   content.limit_per_hour = LimitPerHour();
   return content;
 }

@@ -2,46 +2,21 @@
 #include "libs/messages/store_shared.h"
 
 #include <algorithm>
-#include <iterator>
-#include <set>
 #include <utility>
 
 namespace messages {
-namespace {
 
-/// Takes the rows of one channel out of those of all.
-template <class Row>
-std::vector<Row> TakeRows(const std::string& channel, std::vector<Row>& rows) {
-  const auto own = std::stable_partition(rows.begin(), rows.end(),
-                                         [&](const Row& row) { return row.channel != channel; });
-  std::vector<Row> taken(std::make_move_iterator(own), std::make_move_iterator(rows.end()));
-  rows.erase(own, rows.end());
-  return taken;
+std::map<std::string, Content> DivideByChannel(Content content) {
+  std::map<std::string, Content> parts;
+  for (Outgoing& row : content.waiting) parts[row.channel].waiting.push_back(std::move(row));
+  for (SentKey& row : content.keys) parts[row.channel].keys.push_back(std::move(row));
+  for (RecentSend& row : content.recent) parts[row.channel].recent.push_back(std::move(row));
+  Content& inbox = parts[kInboxChannel];
+  inbox.inbox = std::move(content.inbox);
+  inbox.parts = std::move(content.parts);
+  inbox.held = std::move(content.held);
+  return parts;
 }
-
-Content TakePart(const std::string& channel, Content& from) {
-  Content part;
-  part.waiting = TakeRows(channel, from.waiting);
-  part.keys = TakeRows(channel, from.keys);
-  part.recent = TakeRows(channel, from.recent);
-  part.limit_per_hour = from.limit_per_hour;
-  if (channel == kInboxChannel) {
-    part.inbox = std::move(from.inbox);
-    part.parts = std::move(from.parts);
-    part.held = std::move(from.held);
-  }
-  return part;
-}
-
-std::set<std::string> ChannelsOf(const Content& content) {
-  std::set<std::string> channels = {kInboxChannel};
-  for (const Outgoing& row : content.waiting) channels.insert(row.channel);
-  for (const SentKey& row : content.keys) channels.insert(row.channel);
-  for (const RecentSend& row : content.recent) channels.insert(row.channel);
-  return channels;
-}
-
-}  // namespace
 
 std::filesystem::path StoreFileIn(const std::filesystem::path& folder) {
   return (folder / "messages.db").lexically_normal();
@@ -69,13 +44,15 @@ bool StoreShared::Leave(const std::string& channel) {
   return stopping;
 }
 
-void StoreShared::GiveContent(Content content) {
+void StoreShared::GiveContent(std::map<std::string, Content>& parts,
+                              std::optional<std::int64_t> limit_per_hour) {
   content_wanted = false;
-  limit_per_hour_ = content.limit_per_hour;
-  for (const std::string& name : ChannelsOf(content)) channels_.try_emplace(name);
+  limit_per_hour_ = limit_per_hour;
+  for (const auto& [name, part] : parts) channels_.try_emplace(name);
   for (auto& [name, channel] : channels_) {
-    Content part = TakePart(name, content);
-    if (!channel.taken && !channel.content) channel.content = std::move(part);
+    if (channel.taken || channel.content) continue;
+    channel.content = std::move(parts[name]);
+    channel.content->limit_per_hour = limit_per_hour;
   }
 }
 

@@ -23,6 +23,9 @@ namespace messages {
 /// The file of the store in a folder.
 [[nodiscard]] std::filesystem::path StoreFileIn(const std::filesystem::path& folder);
 
+/// What belongs to each channel, without the limit. May take long: not for a lock.
+[[nodiscard]] std::map<std::string, Content> DivideByChannel(Content content);
+
 class StoreShared : public std::enable_shared_from_this<StoreShared> {
  public:
   /// @param store_file from StoreFileIn
@@ -48,8 +51,10 @@ class StoreShared : public std::enable_shared_from_this<StoreShared> {
 
   // With `mutex` held:
 
-  /// Divides what was loaded among the channels that have not had their content yet.
-  void GiveContent(Content content);
+  /// Gives what was loaded to the channels that have not had their content yet. The rest of `parts`
+  /// is to be freed without the lock.
+  void GiveContent(std::map<std::string, Content>& parts,
+                   std::optional<std::int64_t> limit_per_hour);
   /// Hands a request to the channel of its message. The limit concerns each channel; a message that
   /// does not exist, any.
   void GiveRequest(Request request);

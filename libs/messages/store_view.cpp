@@ -4,6 +4,7 @@
 #include <SQLiteCpp/Statement.h>
 
 #include <string>
+#include <vector>
 
 #include "libs/messages/row_columns.h"
 #include "libs/messages/store_error.h"
@@ -26,7 +27,7 @@ std::vector<Row> ReadRows(const SQLite::Database& database, const std::string& q
                           std::int64_t number) {
   SQLite::Statement statement(database, query);
   statement.bind(1, number);
-  return ReadAll<Row>(statement);
+  return ReadAll<std::vector<Row>>(statement);
 }
 
 template <class Row>

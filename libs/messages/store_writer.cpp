@@ -119,18 +119,21 @@ void StoreWriter::Open() {
 
 void StoreWriter::LoadContent() {
   Content content = file_->Load(shared_->options.now());
+  const auto limit_per_hour = content.limit_per_hour;
   if (!IsLoaded()) {
     const std::int64_t first = file_->FirstFreeNumber();
     SetProblem({});  // who gets the content must not see the problem of an earlier attempt
+    auto parts = DivideByChannel(std::move(content));
     const std::scoped_lock lock(shared_->mutex);
-    shared_->GiveContent(std::move(content));
+    shared_->GiveContent(parts, limit_per_hour);
     shared_->first_new_number = first;
     return;
   }
   for (Outgoing& row : content.waiting) UseNumbersOfRun(row);
   for (Incoming& row : content.inbox) row.id = NumberOfRun(row.id);
+  auto parts = DivideByChannel(std::move(content));
   const std::scoped_lock lock(shared_->mutex);
-  shared_->GiveContent(std::move(content));
+  shared_->GiveContent(parts, limit_per_hour);
 }
 
 bool StoreWriter::IsContentWanted() {

@@ -35,7 +35,8 @@ class ListTaskTest : public testing::Test {
   };
 
   ListTaskTest() {
-    inbox_.Load({}, {}, {}, now_);
+    inbox_.Load({}, {}, {});
+    inbox_.Tick(now_);
     task_.SetEnabled(true, now_);
   }
 

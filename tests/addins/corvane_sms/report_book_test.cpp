@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <deque>
 #include <map>
 #include <memory>
 #include <variant>
@@ -21,7 +22,7 @@ class ReportBookTest : public testing::Test {
 
   /// The program is killed, and begins again with what its store has.
   void Restart() {
-    std::vector<messages::Outgoing> rows;
+    std::deque<messages::Outgoing> rows;
     for (const auto& [id, row] : stored_) {
       if (row.state == messages::OutgoingState::kWaiting || row.report_awaited) rows.push_back(row);
     }

@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 
+#include <deque>
 #include <string>
 #include <utility>
 #include <vector>
@@ -18,7 +19,7 @@ class Batches {
   static constexpr int kSize = 3;
 
   /// `waiting`: the messages of the last batch that the store has, if any.
-  explicit Batches(Store& store, std::vector<Outgoing> waiting = {})
+  explicit Batches(Store& store, std::deque<Outgoing> waiting = {})
       : store_(store), last_(std::move(waiting)) {
     if (!last_.empty()) number_ = std::stoi(last_.front().receiver);
   }
@@ -49,12 +50,12 @@ class Batches {
 
  private:
   Store& store_;
-  std::vector<Outgoing> last_;
+  std::deque<Outgoing> last_;
   int number_ = 0;
 };
 
 /// The number of the batch whose messages wait; 0: none; -1: they are not those of one batch.
-inline int WholeBatch(const std::vector<Outgoing>& waiting) {
+inline int WholeBatch(const std::deque<Outgoing>& waiting) {
   if (waiting.empty()) return 0;
   for (const Outgoing& row : waiting) {
     if (row.receiver != waiting.front().receiver) return -1;

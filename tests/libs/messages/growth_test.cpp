@@ -9,9 +9,11 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdlib>
+#include <deque>
 #include <new>
 #include <string>
 
+#include "libs/messages/inbox.h"
 #include "libs/messages/outbox.h"
 #include "libs/messages/sent_keys.h"
 #include "libs/messages/store.h"
@@ -23,9 +25,12 @@ thread_local std::size_t the_largest_piece = 0;
 thread_local const char the_thread = 0;     // its address tells threads apart
 std::atomic<int> the_pieces_of_others = 0;  // freed by a thread that had not asked for them
 
+thread_local std::size_t the_largest_freed = 0;
+
 /// Before each piece of memory.
 struct alignas(std::max_align_t) Header {
   const char* thread;
+  std::size_t size;
 };
 
 constexpr int kMessages = 20'000;
@@ -36,7 +41,7 @@ constexpr std::size_t kSmall = 65'536;  // bytes
 void* operator new(std::size_t size) {
   the_largest_piece = std::max(the_largest_piece, size);
   if (void* const memory = std::malloc(sizeof(Header) + size)) {
-    return new (memory) Header{&the_thread} + 1;
+    return new (memory) Header{&the_thread, size} + 1;
   }
   throw std::bad_alloc();
 }
@@ -45,6 +50,7 @@ void operator delete(void* memory) noexcept {
   if (memory == nullptr) return;
   Header* const header = static_cast<Header*>(memory) - 1;
   if (header->thread != &the_thread) ++the_pieces_of_others;
+  the_largest_freed = std::max(the_largest_freed, header->size);
   std::free(header);
 }
 
@@ -104,6 +110,32 @@ TEST(Growth, OfFreeMemoryIsLeftToTheThreadThatUsedIt) {
   }
   ASSERT_TRUE(store.Flush(1min));
   EXPECT_LT(the_pieces_of_others, kMessages / 10);
+}
+
+TEST(Growth, WhatWasStoredIsTakenOverAndFreedPieceByPiece) {
+  std::deque<Outgoing> rows(kMessages);
+  std::deque<Incoming> messages(Inbox::kMostWaiting);
+  for (int i = 0; i < kMessages; ++i) {
+    Outgoing& row = rows.at(static_cast<std::size_t>(i));
+    row.id = i + 1;
+    row.channel = "sms";
+    row.route = "1";
+    row.content = std::string(200, 'x');
+  }
+  Outbox outbox("sms", {[] { return kFirstNewId; },
+                        [](const std::vector<Change>&) { return std::uint64_t{1}; }});
+  Inbox inbox({});
+  const Now now = Now::Get();
+  the_largest_piece = the_largest_freed = 0;
+  outbox.Load(std::move(rows), {}, {}, std::nullopt, now);
+  inbox.Load(std::move(messages), {}, {});
+  while (!outbox.loaded() || !inbox.loaded()) {
+    outbox.Tick(now);
+    inbox.Tick(now);
+  }
+  // The list of a deque's pieces is a tenth of what it holds, or less.
+  EXPECT_LT(the_largest_piece, sizeof(Outgoing) * kMessages / 10);
+  EXPECT_LT(the_largest_freed, sizeof(Outgoing) * kMessages / 10);
 }
 
 }  // namespace

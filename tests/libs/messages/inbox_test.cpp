@@ -87,14 +87,18 @@ class FakeDisk {
 
 class InboxTest : public testing::Test {
  protected:
-  InboxTest() { inbox_->Load({}, {}, {}, now_); }
+  InboxTest() { Load({}); }
+
+  void Load(const Content& content) {
+    inbox_->Load(content.inbox, content.parts, content.held);
+    while (!inbox_->loaded()) inbox_->Tick(now_);
+  }
 
   /// As after kill -9: only what is on the disk is left.
   void Restart() {
     disk_.Kill();
     inbox_.emplace(disk_.Hooks());
-    const Content content = disk_.content();
-    inbox_->Load(content.inbox, content.parts, content.held, now_);
+    Load(disk_.content());
   }
   void Pass(std::chrono::milliseconds time) {
     now_.steady += time;
@@ -458,7 +462,7 @@ TEST_F(InboxTest, WritesEverythingAgainWhenTheFileWasCreatedAgain) {
   Take(Of(1, 2));
   FakeDisk fresh;
   disk_ = fresh;
-  inbox_->WriteAgain();
+  inbox_->WriteAgain(now_);
   EXPECT_EQ(disk_.content().inbox.size(), 1u);
   EXPECT_EQ(disk_.content().parts.size(), 1u);
   EXPECT_EQ(disk_.content().held.size(), 1u);
@@ -467,9 +471,54 @@ TEST_F(InboxTest, WritesEverythingAgainWhenTheFileWasCreatedAgain) {
   EXPECT_THAT(All(), ElementsAre("a", "1.2."));
 }
 
+TEST_F(InboxTest, WhatWaitsIsLoadedInManyCallsInItsOrder) {
+  constexpr int kMany = 5'000;
+  std::vector<std::string> texts;
+  for (int i = 0; i < kMany; ++i) {
+    texts.push_back(std::to_string(i));
+    inbox_->Take(Whole(texts.back()), std::nullopt, now_);
+  }
+  const Content content = disk_.content();
+  inbox_.emplace(disk_.Hooks());
+  inbox_->Load(content.inbox, content.parts, content.held);
+  inbox_->Tick(now_);
+  EXPECT_LE(inbox_->Waiting("1"), 200u) << "one call would take too long";
+  EXPECT_FALSE(inbox_->loaded());
+  for (int i = 0; i < 100; ++i) inbox_->Tick(now_);
+  EXPECT_TRUE(inbox_->loaded());
+  EXPECT_EQ(All(), texts);
+}
+
+TEST_F(InboxTest, AMessageIsNotHandedOverWhileItsPartsAreBeingLoaded) {
+  constexpr int kTotal = 250;
+  for (int i = 1; i < kTotal; ++i) Take(Of(i, kTotal));
+  const Content content = disk_.content();
+  inbox_.emplace(disk_.Hooks());
+  inbox_->Load(content.inbox, content.parts, content.held);
+  now_.steady += hours(25);
+  now_.wall += hours(25);
+  inbox_->Tick(now_);
+  EXPECT_EQ(inbox_->Waiting("1"), 0u);
+  while (!inbox_->loaded()) inbox_->Tick(now_);
+  Pass(std::chrono::seconds(1));
+  ASSERT_EQ(inbox_->Waiting("1"), 1u);
+  EXPECT_THAT(All().front(), testing::HasSubstr("1.2.3."));
+}
+
+TEST_F(InboxTest, WritesAlsoWhatIsNotLoadedYetWhenTheFileWasCreatedAgain) {
+  for (int i = 0; i < 500; ++i) inbox_->Take(Whole("a"), std::nullopt, now_);
+  const Content content = disk_.content();
+  inbox_.emplace(disk_.Hooks());
+  inbox_->Load(content.inbox, content.parts, content.held);
+  FakeDisk fresh;
+  disk_ = fresh;
+  inbox_->WriteAgain(now_);
+  EXPECT_EQ(disk_.content().inbox.size(), 500u);
+}
+
 TEST_F(InboxTest, LeavesOutRowsThatMakeNoSense) {
   inbox_.emplace(disk_.Hooks());
-  inbox_->Load({}, {Of(0, 2), Of(3, 2), Of(1, 1000)}, {}, now_);
+  inbox_->Load({}, {Of(0, 2), Of(3, 2), Of(1, 1000)}, {});
   Pass(hours(25));
   EXPECT_THAT(All(), IsEmpty());
 }

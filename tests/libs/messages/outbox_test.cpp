@@ -43,8 +43,8 @@ class OutboxTest : public testing::Test {
   void Restart(std::chrono::milliseconds later = 0ms) {
     now_.wall += later;
     now_.steady = SteadyTime(1s);  // the machine, too
-    std::vector<Outgoing> waiting;
-    std::vector<SentKey> keys;
+    std::deque<Outgoing> waiting;
+    std::deque<SentKey> keys;
     std::vector<RecentSend> recent;
     for (const auto& [id, row] : rows_) {
       if (row.state == OutgoingState::kWaiting || row.report_awaited) waiting.push_back(row);
@@ -658,7 +658,7 @@ TEST_F(OutboxTest, ARequestThatAnotherOutboxAnswersIsCarriedOutInSilence) {
 TEST_F(OutboxTest, AStoreThatIsCreatedAgainDuringLoadingGetsEveryRow) {
   Open();
   for (int i = 0; i < 1000; ++i) Add({std::to_string(i)});
-  std::vector<Outgoing> waiting;
+  std::deque<Outgoing> waiting;
   for (const auto& [id, row] : rows_) waiting.push_back(row);
   outbox_.~Outbox();
   new (&outbox_) Outbox(Make());
@@ -894,7 +894,7 @@ TEST_F(OutboxTest, RefusesWhatMemoryCannotHold) {
 TEST_F(OutboxTest, TenThousandThatWaitAreLoadedInManyCalls) {
   Open();
   for (int i = 0; i < 10'000; ++i) Add({"a"});
-  std::vector<Outgoing> rows;
+  std::deque<Outgoing> rows;
   for (const auto& [id, row] : rows_) rows.push_back(row);
   outbox_.~Outbox();
   new (&outbox_) Outbox(Make());

@@ -151,7 +151,8 @@ TEST(StoreShared, HandsTheLimitToEachChannelAndAsksOneForTheAnswer) {
   StoreShared shared("", {});
   ASSERT_TRUE(shared.Join("sms"));
   ASSERT_TRUE(shared.Join("mail"));
-  shared.GiveContent({});
+  std::map<std::string, Content> nothing;
+  shared.GiveContent(nothing, std::nullopt);
   shared.GiveRequest(About(1, RequestKind::kLimit, ""));
   const auto own = shared.TakeRequests("mail");
   EXPECT_THAT(own, ElementsAre(testing::Field(&Request::answered_elsewhere, false)));
