@@ -8,6 +8,7 @@
 #include "addins/corvane_standard/edges.h"
 #include "addins/corvane_standard/hysteresis_fb.h"
 #include "addins/corvane_standard/process_fb.h"
+#include "addins/corvane_standard/schedule_fb.h"
 #include "addins/corvane_standard/timers.h"
 #include "block/block_types.h"
 
@@ -26,6 +27,7 @@ inline constexpr FBTypeEntry kBlockTypes[] = {
     BLOCK_TYPE(CtdFB),         // CTD
     BLOCK_TYPE(CtudFB),        // CTUD
     BLOCK_TYPE(HysteresisFB),  // HYSTERESIS
+    BLOCK_TYPE(ScheduleFB),    // SCHEDULE
     BLOCK_TYPE(ProcessFB),     // PROCESS
 };
 

@@ -23,6 +23,7 @@ constexpr test_support::TypeRow kTypes[] = {
     {"CTD", "CD:BOOL LD:BOOL PV:DINT Q:BOOL CV:DINT"},
     {"CTUD", "CU:BOOL CD:BOOL R:BOOL LD:BOOL PV:DINT QU:BOOL QD:BOOL CV:DINT"},
     {"HYSTERESIS", "IN:LREAL High:LREAL Low:LREAL Q:BOOL"},
+    {"SCHEDULE", "At:STRING Enable:BOOL Q:BOOL Next:DATE_AND_TIME"},
     {"PROCESS",
      "Execute:BOOL Command:STRING Program:STRING Arguments:STRING Input:STRING Folder:STRING "
      "Timeout:LREAL Abort:BOOL MaxOutput:DINT Busy:BOOL Done:BOOL Error:BOOL ErrorId:DINT "
