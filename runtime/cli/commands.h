@@ -16,6 +16,7 @@ enum ExitStatus : int {
   kSuccess = 0,
   kProgramFailed = 1,  ///< the control program ended with an error
   kUsage = 2,          ///< it could not start: wrong options, or a file that cannot be used
+  kCycleTooLong = 3,   ///< a cycle lasted longer than the watchdog allows
 };
 
 /// What a chosen subcommand does; returns the exit status.

@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <limits>
 #include <memory>
@@ -25,6 +26,8 @@
 #include "runtime/cli/log_setup.h"
 #include "runtime/cli/messages.h"
 #include "runtime/cli/process_setup.h"
+#include "runtime/cli/service_manager.h"
+#include "runtime/cli/terminal_guard.h"
 #include "runtime/cli/watch_view.h"
 #include "runtime/corvane/control_program.h"
 #include "runtime/corvane/cycle_watchdog.h"
@@ -43,6 +46,7 @@ struct RunOptions {
   std::uint64_t cycles = 0;
   std::vector<std::string> modems;
   std::vector<std::string> addins;
+  std::string watchdog;  ///< empty: what the service manager wants
   std::string log_level = "info";
   bool check = false;
   bool watch = false;
@@ -104,14 +108,44 @@ void Load(ControlProgram& program, CycleWatchdog& watchdog) {
   program.Load();
 }
 
+/// Ends the process at once, from the watchdog's thread: the program cannot be stopped.
+[[noreturn]] void EndHangingProgram(const std::string& what, RetainStore& retained,
+                                    ServiceManager& service) {
+  const std::string message = what + "; the program ends";
+  spdlog::error("{}", message);
+  service.TellStatus(message);
+  service.TellStopping();
+  retained.WriteNow(kLongestDrain);
+  DrainErrors(kLongestDrain);
+  LeaveTerminalNow(Printable("corvane: " + message) + "\n");
+  std::_Exit(kCycleTooLong);
+}
+
+CycleWatchdog::Options WatchdogOptions(const RunOptions& options, RetainStore& retained,
+                                       ServiceManager& service) {
+  CycleWatchdog::Options watchdog;
+  watchdog.longest =
+      options.watchdog.empty() ? service.watchdog() : *ParseDuration(options.watchdog);
+  watchdog.end = [&retained, &service](const std::string& what) {
+    EndHangingProgram(what, retained, service);
+  };
+  watchdog.alive = [&service](std::uint64_t number) {
+    service.TellAlive();
+    service.TellCycle(number);
+  };
+  return watchdog;
+}
+
 /// Loads and runs the program; returns its exit status. Throws LuaError.
-int RunProgram(const RunOptions& options, Scan& scan, RetainStore& retained, WatchView* view) {
+int RunProgram(const RunOptions& options, Scan& scan, RetainStore& retained,
+               ServiceManager& service, WatchView* view) {
   std::unique_lock lock(TheScanLock());  // the program is created, loaded and closed under it, too
   ControlProgram program(options.program, options.arguments, &retained);
   if (view != nullptr) view->Follow(program.lua());
-  CycleWatchdog watchdog(program.lua());
+  CycleWatchdog watchdog(program.lua(), WatchdogOptions(options, retained, service));
   Load(program, watchdog);
   if (view != nullptr) view->Update(scan.statistics());
+  service.TellReady();
   if (!program.stop_status()) {
     const Unlocked unlocked(lock);
     scan.Run(
@@ -152,6 +186,7 @@ int Run(const RunOptions& options) {
   using Hangup = SystemScanClock::Hangup;
   const Hangup hangup = IsIgnored(SIGHUP) ? Hangup::kNothing : Hangup::kStop;  // by nohup
   SetUpProcess();
+  ServiceManager service;
   std::unique_ptr<WatchView> view;
   if (options.watch) {
     if (const std::string problem = WatchProblem(); !problem.empty()) {
@@ -173,11 +208,12 @@ int Run(const RunOptions& options) {
   RetainStore retained(StateFolder(options.program));
   int status = kProgramFailed;
   try {
-    status = RunProgram(options, scan, retained, view.get());
+    status = RunProgram(options, scan, retained, service, view.get());
   } catch (const LuaError& error) {
     view.reset();  // the message belongs on the restored terminal
     status = Fail(error);
   }
+  service.TellStopping();
   view.reset();
   if (scan.statistics().cycles() != 0) spdlog::info("{}", scan.statistics().Summary());
   return status;
@@ -212,6 +248,11 @@ void AddRunCommand(CLI::App& app, const std::vector<std::string>& words, Action&
       ->expected(1)
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
   AddAddinOption(*command, options->addins);
+  command
+      ->add_option("--watchdog", options->watchdog,
+                   "End the program with status 3 when a cycle lasts longer than this; 0: never.\n"
+                   "Default: WatchdogSec= of the systemd service")
+      ->check(CheckDuration);
   AddLogLevelOption(*command, options->log_level);
   command
       ->add_flag("--check", options->check,
@@ -229,7 +270,8 @@ void AddRunCommand(CLI::App& app, const std::vector<std::string>& words, Action&
       "logs\n"
       "the cycle statistics. Exit status: 0, or what the program passes to plc.stop; 1 after an "
       "error\n"
-      "in the program or in writing its output; 2 for wrong usage or a syntax error.");
+      "in the program or in writing its output; 2 for wrong usage or a syntax error; 3 when\n"
+      "the watchdog has ended the program.");
   command->callback([options, &words, &action] {
     if (!words.empty()) options->arguments = words;
     action = [options] { return options->check ? Check(*options) : Run(*options); };

@@ -44,10 +44,14 @@ void SayFarewellInPlaceOfTheRest() {
   [[maybe_unused]] const auto written = write(guarded_terminal, farewell.data(), farewell_length);
 }
 
-extern "C" void RestoreTerminal(int signal) {
+void LeaveAtOnce() {
   const ssize_t written = write(guarded_terminal, farewell.data(), farewell_length);
   if (written != static_cast<ssize_t>(farewell_length)) SayFarewellInPlaceOfTheRest();
   GiveSettingsBack();
+}
+
+extern "C" void RestoreTerminal(int signal) {
+  LeaveAtOnce();
   std::signal(signal, SIG_DFL);
   raise(signal);
 }
@@ -128,6 +132,12 @@ bool TerminalGuard::Leave() {
   }
   GiveSettingsBack();
   return takes;
+}
+
+void LeaveTerminalNow(std::string_view message) {
+  if (guarded_terminal < 0) return;
+  LeaveAtOnce();
+  [[maybe_unused]] const auto written = write(guarded_terminal, message.data(), message.size());
 }
 
 }  // namespace corvane::cli

@@ -34,4 +34,9 @@ class TerminalGuard {
   bool taken_ = true;
 };
 
+/// For a process that is about to end from any thread: restores the terminal if a guard has taken
+/// it, and writes the message there as far as it accepts that. Nobody else can use the terminal
+/// afterwards.
+void LeaveTerminalNow(std::string_view message);
+
 }  // namespace corvane::cli

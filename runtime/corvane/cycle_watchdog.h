@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Warnings while a cycle takes much too long. Threads: the PLC task creates it and calls it; a
-// thread of its own checks the time.
+// Warnings while a cycle takes much too long, and the end of one that takes longer than it may.
+// Threads: the PLC task creates it and calls it; a thread of its own checks the time.
 #pragma once
 
 #include <pthread.h>
@@ -8,6 +8,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <lua.hpp>
 #include <mutex>
 #include <optional>
@@ -25,9 +26,20 @@ namespace corvane {
 /// a hook at the next instruction. One at a time; the state must outlive it.
 class CycleWatchdog {
  public:
-  explicit CycleWatchdog(lua_State* L, std::vector<Nanoseconds> limits = {std::chrono::seconds(1),
-                                                                          std::chrono::seconds(10),
-                                                                          std::chrono::minutes(1)});
+  struct Options {
+    std::vector<Nanoseconds> limits{std::chrono::seconds(1), std::chrono::seconds(10),
+                                    std::chrono::minutes(1)};
+    Nanoseconds longest{0};  ///< how long a cycle may last; 0: as long as it likes
+    /// Called by the thread when a cycle has lasted for longer than that, in place of a warning,
+    /// with what happened and the Lua traceback in one line. It ends the process.
+    std::function<void(const std::string& what)> end = {};
+    /// Called by the thread at least four times a second while no cycle has lasted too long, with
+    /// the number of the last cycle that has begun.
+    std::function<void(std::uint64_t number)> alive = {};
+  };
+
+  explicit CycleWatchdog(lua_State* L) : CycleWatchdog(L, Options()) {}
+  CycleWatchdog(lua_State* L, Options options);
   CycleWatchdog(const CycleWatchdog&) = delete;
   CycleWatchdog& operator=(const CycleWatchdog&) = delete;
   ~CycleWatchdog();
@@ -56,16 +68,21 @@ class CycleWatchdog {
   void Begin(std::uint64_t number);
   void End();
   void Watch();
+  [[nodiscard]] Nanoseconds Tick() const;
   void Look(const Running& cycle);
+  void Warn(const Running& cycle, Nanoseconds lasted);
+  void EndProgram(const Running& cycle, Nanoseconds lasted);
   [[nodiscard]] std::string WhereItIs() const;
   [[nodiscard]] bool IsRunning(const Running& cycle);
 
-  std::vector<Nanoseconds> limits_;
+  Options options_;
   pthread_t plc_task_;
   std::mutex mutex_;
   std::condition_variable ending_changed_;
   bool ending_ = false;
   std::optional<Running> running_;
+  std::uint64_t last_ = 0;    // number of the last cycle that has begun
+  bool is_over_ = false;      // the thread's: the program was ended
   TimePoint reported_cycle_;  // the thread's: when the cycle that it has reported began,
   std::size_t reported_ = 0;  // and for how many limits
   std::thread thread_;        // last: it uses all of the above

@@ -75,12 +75,17 @@ class RetainStore::Writer {
     }
     changed_.notify_all();
   }
-  /// @return whether the thread has ended, or will without a wait
-  bool End() {
+  /// From now on, there is a thread.
+  void Start() {
+    const std::lock_guard guard(mutex_);
+    ended_ = false;
+  }
+  /// From any thread. @return whether the thread has ended, or will without a wait
+  bool End(std::chrono::milliseconds longest) {
     std::unique_lock lock(mutex_);
     ending_ = true;
     changed_.notify_all();
-    const bool ended = changed_.wait_for(lock, options_.longest_end, [this] { return ended_; });
+    const bool ended = changed_.wait_for(lock, longest, [this] { return ended_; });
     if (!ended) is_abandoned_ = true;
     return ended;
   }
@@ -144,15 +149,17 @@ class RetainStore::Writer {
   std::condition_variable changed_;
   std::shared_ptr<const std::string> waiting_;
   bool ending_ = false;
-  bool ended_ = false;
+  bool ended_ = true;
 };
 
 RetainStore::RetainStore(std::filesystem::path folder, const Options& options)
-    : folder_(std::move(folder)), options_(options) {}
+    : folder_(std::move(folder)),
+      options_(options),
+      writer_(std::make_shared<Writer>(folder_, options_)) {}
 
 RetainStore::~RetainStore() {
   if (!thread_.joinable()) return;
-  if (writer_->End()) {
+  if (writer_->End(options_.longest_end)) {
     thread_.join();
     return;
   }
@@ -174,9 +181,9 @@ void RetainStore::Open() {
     keeps_ = false;
     return;
   }
-  writer_ = std::make_shared<Writer>(folder_, options_);
   keeps_ = writer_->Open(kept_);
   if (!keeps_) return;
+  writer_->Start();
   // Now, and not when there is something to write: that is in a cycle.
   thread_ = std::thread([writer = writer_] {
     sigset_t all;
@@ -187,7 +194,11 @@ void RetainStore::Open() {
 }
 
 void RetainStore::Write(std::shared_ptr<const std::string> snapshot) {
-  if (keeps_ && writer_ != nullptr) writer_->Give(std::move(snapshot));
+  if (keeps_) writer_->Give(std::move(snapshot));
+}
+
+bool RetainStore::WriteNow(std::chrono::milliseconds longest) {
+  return writer_->End(longest);
 }
 
 }  // namespace corvane

@@ -43,6 +43,9 @@ class RetainStore {
   /// type of a block as a string before it). What the file has under other names stays there. A
   /// snapshot that waits is replaced.
   void Write(std::shared_ptr<const std::string> snapshot);
+  /// Writes what waits, as the destructor does, when the process is about to end without it.
+  /// From any thread. @return false when the disk does not let it
+  bool WriteNow(std::chrono::milliseconds longest);
   /// Whether values are kept at all.
   [[nodiscard]] bool keeps() const { return keeps_; }
 
