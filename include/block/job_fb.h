@@ -75,8 +75,8 @@ class JobFB : public StrictFB<T> {
     } else if (busy()) {
       Show(Poll());
     } else {
-      if (!execute) Show(std::nullopt);
       AfterEnd();
+      if (!execute || standing_.has_value()) Show(standing_);
     }
   }
 
@@ -98,6 +98,15 @@ class JobFB : public StrictFB<T> {
   /// Called instead in each call in which no job is under way, even before the first job.
   virtual void AfterEnd() {}
 
+  /// For AfterEnd of a class that also works without an edge: the error that the outputs show from
+  /// now on while there is no job to show. It ends a `Done` that `Execute` holds. Nothing: it is
+  /// over.
+  void SetStanding(std::optional<JobFailure> failure) {
+    if (standing_.has_value() && !failure.has_value()) Show(std::nullopt);
+    standing_.reset();
+    if (failure.has_value()) standing_ = JobProgress::Failed(std::move(*failure));
+  }
+
   /// Whether a job is under way.
   [[nodiscard]] bool busy() const {
     return shown_.has_value() && shown_->state == JobProgress::State::kBusy;
@@ -105,6 +114,7 @@ class JobFB : public StrictFB<T> {
 
  private:
   void Begin() {
+    standing_.reset();
     shown_.reset();  // first, so that an exception of Start leaves no job under way
     this->ClearOutputs();
     std::optional<JobFailure> failure = Start();
@@ -138,5 +148,6 @@ class JobFB : public StrictFB<T> {
   }
 
   RisingEdge execute_;
-  std::optional<JobProgress> shown_;  // what the outputs say
+  std::optional<JobProgress> shown_;     // what the outputs say
+  std::optional<JobProgress> standing_;  // what they say without a job
 };

@@ -14,6 +14,7 @@
 struct JobScript {
   std::optional<JobFailure> refusal;         ///< what Start returns
   std::deque<JobProgress> progress;          ///< what each Poll returns; Busy when there is no more
+  std::optional<JobFailure> standing;        ///< what AfterEnd shows
   std::string thrown;                        ///< Start and Poll throw it, unless it is empty
   int starts = 0, polls = 0, after_end = 0;  ///< calls of each function
 };
@@ -42,7 +43,10 @@ class FakeJob : public JobFB<T> {
     script.progress.pop_front();
     return next;
   }
-  void AfterEnd() override { ++script.after_end; }
+  void AfterEnd() override {
+    ++script.after_end;
+    this->SetStanding(script.standing);
+  }
 
   using JobFB<T>::GetReal;
   using JobFB<T>::GetTime;

@@ -253,4 +253,36 @@ TEST_F(JobFb, ABlockWithAJobUnderWayIsCollected) {
   EXPECT_EQ(QueueingJobFB::alive, before - 1);
 }
 
+TEST_F(JobFb, AStandingErrorShowsWhileThereIsNoJob) {
+  EXPECT_EQ(Call(false), "");
+  script().standing = JobFailure{ErrorId::kModem, "gone"};
+  EXPECT_EQ(Call(false), "E24gone");
+  EXPECT_EQ(Call(false), "E24gone");
+  script().standing = JobFailure{ErrorId::kSim, "locked"};
+  EXPECT_EQ(Call(false), "E25locked");
+  script().standing.reset();
+  EXPECT_EQ(Call(false), "");
+}
+
+TEST_F(JobFb, AJobHidesAStandingErrorUntilItsEndHasBeenShown) {
+  script().standing = JobFailure{ErrorId::kModem, "gone"};
+  script().progress = {Progress::Busy(), Progress::Done("well")};
+  EXPECT_EQ(Call(false), "E24gone");
+  EXPECT_EQ(Call(true), "B");
+  EXPECT_EQ(Call(false), "B");
+  EXPECT_EQ(Call(false), "D0well");
+  EXPECT_EQ(Call(false), "E24gone");
+}
+
+TEST_F(JobFb, AStandingErrorEndsADoneThatExecuteHolds) {
+  script().progress = {Progress::Done()};
+  Call(true);
+  EXPECT_EQ(Call(true), "D");
+  EXPECT_EQ(Call(true), "D");
+  script().standing = JobFailure{ErrorId::kModem, "gone"};
+  EXPECT_EQ(Call(true), "E24gone");
+  script().standing.reset();
+  EXPECT_EQ(Call(true), "");
+}
+
 }  // namespace
