@@ -11,7 +11,8 @@ declare -A packages=(
              libboost-dev libcli11-dev libcrypt-dev libcurl4-openssl-dev libidn2-dev liblua5.2-dev
              libmodbus-dev libncurses-dev libspdlog-dev libsqlite3-dev libsqlitecpp-dev libssl-dev
              libutfcpp-dev nlohmann-json3-dev"
-    [test]="clang-format clang-tidy cppcheck groff-base shellcheck python3 python3-pyte libgtest-dev libgmock-dev
+    [test]="clang-format clang-tidy cppcheck groff-base shellcheck python3 python3-pymodbus
+            python3-pyte python3-serial python3-serial-asyncio libgtest-dev libgmock-dev
             gammu gammu-smsd gnokii-cli libgammu-dev
             exim4-daemon-light mpack mutt openssl python3-aiosmtpd spamassassin swaks"
     [arm]="g++-aarch64-linux-gnu g++-arm-linux-gnueabihf qemu-user"

@@ -96,7 +96,8 @@ std::vector<std::filesystem::path> FindOwnAddins() {
       continue;
     }
     std::vector<std::filesystem::path> found{first};
-    for (const char* name : {"corvane_standard.so", "corvane_sms.so", "corvane_mail.so"}) {
+    for (const char* name :
+         {"corvane_standard.so", "corvane_sms.so", "corvane_mail.so", "corvane_modbus.so"}) {
       const auto file = first.parent_path() / name;
       if (Exists(file)) found.push_back(file);
     }

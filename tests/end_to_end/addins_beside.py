@@ -47,7 +47,7 @@ with tempfile.TemporaryDirectory() as folder:
     assert five[0] == "SEND_SMS" and "COUNTDOWN" not in five and warnings == "", (five, warnings)
 
     # Every one that is there is loaded, and each name that is ours.
-    for name in "corvane_standard.so", "corvane_sms.so", "corvane_mail.so":
+    for name in "corvane_standard.so", "corvane_sms.so", "corvane_mail.so", "corvane_modbus.so":
         link(countdown, name)
         assert types() == ([*five, "COUNTDOWN"], ""), (name, types())
         os.unlink(f"{folder}/lib/{name}")

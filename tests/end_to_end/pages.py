@@ -13,11 +13,12 @@ Fenced blocks, from the first to the last:
 Every other block with a name is a file.
 
 "..." stands for any number of lines. Times, durations, cycle counts and terminal numbers may differ.
-A modem at /dev/serial/by-id/ is a simulated one, to which somebody has sent "Hello".
+A Modbus server at port 5020 is at one that is free. A modem at /dev/serial/by-id/ is a simulated one, to which somebody has sent "Hello".
 """
 import os
 import re
 import signal
+import socket
 import subprocess
 import sys
 import tempfile
@@ -89,11 +90,14 @@ class Page:
         binaries = folder + "/build/release/bin"
         os.makedirs(binaries)
         os.symlink(corvane, binaries + "/corvane")
+        with socket.create_server(("127.0.0.1", 0)) as free:
+            self.modbus_port = str(free.getsockname()[1])
         self.environment = {**os.environ, "HOME": folder, "PATH": binaries + ":" + os.environ["PATH"]}
 
     def real(self, text):
         """The page's text with this test's folder instead of the page's."""
-        return text.replace("/tmp/", self.folder + "/").replace(BY_ID, self.folder + "/by-id/")
+        text = text.replace("/tmp/", self.folder + "/").replace(BY_ID, self.folder + "/by-id/")
+        return re.sub(r"\b5020\b", self.modbus_port, text)
 
     def shown(self, text):
         return text.replace(self.folder + "/by-id/", BY_ID).replace(self.folder + "/", "/tmp/")
@@ -114,7 +118,7 @@ class Page:
     def run_program(self, program):
         path = self.folder + "/program.lua"
         with open(path, "w", encoding="utf-8") as file:
-            file.write(program)
+            file.write(self.real(program))
         command = [corvane, "run", path, "--cycle", "5ms", "--cycles", "50"]
         result = subprocess.run(command, capture_output=True, text=True, timeout=PATIENCE, check=False)
         self.printed = result.stdout
