@@ -60,6 +60,12 @@ SendResult ReadRefusal(std::string_view answer, int status) {
 
 SendResult ReadPromptAnswer(std::string_view answer, int status) {
   if (status >= 0 && answer.find('>') != answer.npos) return {SendOutcome::kPrompt, 0, {}};
+  if (status == kPortDriverNoAnswer) {
+    return {
+        SendOutcome::kPort, 0,
+        "the modem shows no prompt (>) after AT+CMGS, so it gets no text; restart it, and if it "
+        "never shows one, replace it or its firmware"};
+  }
   return ReadRefusal(answer, status);
 }
 

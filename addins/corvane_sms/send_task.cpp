@@ -6,6 +6,7 @@
 
 #include "addins/corvane_sms/port_client.h"
 #include "libs/gsm/hexadecimal.h"
+#include "share/log.h"
 
 namespace corvane_sms {
 namespace {
@@ -94,10 +95,12 @@ void SendTask::OnNotReady(std::string_view answer, int status, const Now& now) {
 bool SendTask::Handle(const SendResult& result, const Now& now) {
   if (result.outcome == SendOutcome::kPrompt) {
     state_ = State::kPrompt;
+    warned_ = false;
     return true;
   }
   if (result.outcome == SendOutcome::kTaken) return PartTaken(result.reference, now);
-  state_ = State::kIdle;
+  const bool awaited_prompt = std::exchange(state_, State::kIdle) == State::kAnnounced;
+  if (awaited_prompt && result.outcome == SendOutcome::kPort) Warn(result.reason);
   switch (result.outcome) {
     case SendOutcome::kPrompt:
     case SendOutcome::kTaken: break;
@@ -113,6 +116,11 @@ bool SendTask::Handle(const SendResult& result, const Now& now) {
       break;
   }
   return false;
+}
+
+void SendTask::Warn(const std::string& reason) {
+  if (std::exchange(warned_, true)) return;
+  logMsgLn(("SMS: modem port " + route_ + ": " + reason).c_str());
 }
 
 bool SendTask::PartTaken(std::uint8_t reference, const Now& now) {

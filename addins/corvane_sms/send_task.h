@@ -48,6 +48,8 @@ class SendTask : public ModemTask {
   bool Handle(const SendResult& result, const Now& now);
   /// Takes over the reports about earlier parts that have come meanwhile.
   void KeepReports();
+  /// Once, until the modem shows a prompt.
+  void Warn(const std::string& reason);
   bool PartTaken(std::uint8_t reference, const Now& now);
 
   const std::string route_;
@@ -55,6 +57,7 @@ class SendTask : public ModemTask {
   messages::Store& store_;
   ReportBook& reports_;
   State state_ = State::kIdle;
+  bool warned_ = false;
   bool begun_ = false;  // PDU mode is being set for this part
   std::int64_t id_ = 0;
   std::uint64_t marked_ = 0;

@@ -31,8 +31,9 @@ ErrorId IdOf(gsm::TextProblem problem) {
 }
 
 /// What to do about the error of a job whose inputs were right.
-std::string Remedy(int error_id) {
-  switch (static_cast<ErrorId>(error_id)) {
+std::string Remedy(const messages::OutboxJob& job) {
+  if (job.cancelled == job.failed) return {};  // somebody wanted it
+  switch (static_cast<ErrorId>(job.error_id)) {
     case ErrorId::kExpired: return "; check modem and network, or allow more time with ValidFor";
     case ErrorId::kRefused: return "; correct the number, or ask the operator of the network";
     case ErrorId::kUnknownEnd: return "; ask the receiver before you send it again";
@@ -144,8 +145,7 @@ JobProgress SmsOutboxFB::Poll() {
   if (job.sequence != 0 && service.store().IsOnDisk(job.sequence)) SetBool("Stored", true);
   if (job.ended()) {
     if (job.failed == 0) return JobProgress::Done(AboutRepeats(job.repeats));
-    return JobProgress::Failed(
-        {static_cast<ErrorId>(job.error_id), job.errors + Remedy(job.error_id)});
+    return JobProgress::Failed({static_cast<ErrorId>(job.error_id), job.errors + Remedy(job)});
   }
   std::string problem = service.store().problem();
   if (problem.empty() || GetBool("Stored")) return JobProgress::Busy();

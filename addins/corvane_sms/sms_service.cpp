@@ -152,7 +152,13 @@ void SmsService::UsePort(int port, const Now& now) {
 }
 
 void SmsService::RegisterPorts(const Now& now) {
-  for (const auto& [number, port] : ports_) port->client.TryToRegister(now);
+  for (const auto& [number, port] : ports_) {
+    port->client.TryToRegister(now);
+    const bool had_time_to_open = now.steady - port->first_used > kOpening;
+    if (port->client.device_is_there() || !had_time_to_open) continue;
+    const std::string route = std::to_string(number);
+    outbox_.NoteWhyItWaits(route, "the device of port " + route + " is not there", now);
+  }
 }
 
 bool SmsService::AddInboxUser(int port, const Now& now) {

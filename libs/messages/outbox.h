@@ -113,6 +113,9 @@ class Outbox {
   /// It was handed over, and what became of it is not known. The first time it is tried again, the
   /// second time it fails.
   void EndUnknown(std::int64_t id, const std::string& reason, const Now& now);
+  /// Nothing can be tried on this route: the message whose turn it is says so, for people, as long
+  /// as it has not been tried.
+  void NoteWhyItWaits(const std::string& route, const std::string& reason, const Now& now);
   /// The route is tried at once, whatever happened before, with what EndJobsOnRoute has kept.
   void ReleaseRoute(const std::string& route, const Now& now);
 

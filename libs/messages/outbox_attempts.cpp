@@ -57,6 +57,7 @@ void Outbox::Take(std::int64_t id) {
   in_attempt_[entry.row.route] = id;
   entry.in_attempt = true;
   entry.row.error_id = 0;
+  if (entry.row.attempts == 0) entry.row.reason.clear();  // why it waited until now
   ++entry.row.attempts;
   if (const auto kept = kept_.find(entry.row.route); kept != kept_.end()) kept->second.erase(id);
 }
@@ -65,6 +66,15 @@ std::uint64_t Outbox::HandOver(std::int64_t id, const Now& now) {
   Entry& entry = *FindEntry(id);
   entry.row.in_transfer = true;
   return Save(entry, now);
+}
+
+void Outbox::NoteWhyItWaits(const std::string& route, const std::string& reason, const Now& now) {
+  if (Waiting(route) == 0) return;
+  const auto id = Next(route, now);
+  Entry* const entry = id ? FindEntry(*id) : nullptr;
+  if (entry == nullptr || entry->row.attempts > 0 || entry->row.reason == reason) return;
+  entry->row.reason = reason;
+  Save(*entry, now);
 }
 
 std::uint64_t Outbox::Begin(std::int64_t id, const Now& now) {
@@ -207,6 +217,7 @@ void Outbox::End(std::int64_t id, OutgoingState state, int error_id, const std::
       if (entry.row.unknown_ends > 0) job->NoteRepeat(entry.row.receiver, entry.row.reason);
     } else {
       ++job->failed;
+      if (state == OutgoingState::kCancelled) ++job->cancelled;
       job->NoteError(error_id, entry.row.receiver, reason);
     }
   }

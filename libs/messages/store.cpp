@@ -2,6 +2,7 @@
 #include "libs/messages/store.h"
 
 #include <pthread.h>
+#include <sched.h>
 
 #include <csignal>
 #include <thread>
@@ -35,6 +36,10 @@ Store::Store(const std::filesystem::path& folder, std::string channel, StoreOpti
     sigfillset(&all);
     pthread_sigmask(SIG_BLOCK, &all, nullptr);  // signals are for the host's own threads
     pthread_setname_np(pthread_self(), "messages");
+    // Not the PLC task's real-time priority; and a call that wakes the writer up is not preempted
+    // by it, which on a single processor would make the call as long as a piece of SQLite's work.
+    const sched_param none{};
+    pthread_setschedparam(pthread_self(), SCHED_BATCH, &none);
     StoreWriter(shared).Run();
     const std::scoped_lock lock(shared->mutex);
     shared->ended = true;

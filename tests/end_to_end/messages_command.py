@@ -8,6 +8,7 @@ import signal
 import subprocess
 import sys
 import tempfile
+import time
 
 sys.dont_write_bytecode = True
 from simulated_modem import SimulatedModem
@@ -80,6 +81,9 @@ with tempfile.TemporaryDirectory() as folder:
     first = Program(folder, QUEUE_TWO, folder + "/missing")
     first.await_line("true")
     assert states(folder) == ["waiting", "waiting"], messages(folder).stdout
+    end = time.monotonic() + LIMIT
+    while "the device of port 1 is not there" not in messages(folder).stdout:
+        assert time.monotonic() < end, messages(folder).stdout
 
     second = Program(folder, QUEUE_TWO, folder + "/missing")
     second.await_line(f"in use by process {first.process.pid}:")

@@ -1,6 +1,9 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
 """sms_outbox.py CORVANE ADDIN: SMS_OUTBOX through the simulated modem, as it should be."""
+import pathlib
+import re
+import subprocess
 import sys
 import tempfile
 
@@ -83,7 +86,37 @@ def many_messages_go_out_once_each(programs):
     assert len(sent) == len(set(sent)) == 60, modem.output
 
 
-for test in (a_message_goes_out_to_each_receiver, long_texts_arrive_as_they_were,
+def modems_of_every_kind_send(programs):
+    """Each quirk of the simulator but one; what is received with them is in sms_inbox.py."""
+    text = "Q Grüße € " + "x" * 160
+    help_text = subprocess.run([corvane, "modem", "--help"], capture_output=True, text=True, check=True).stdout
+    with open(pathlib.Path(__file__).parents[2] / "runtime/modem_simulator/quirks.cpp", encoding="utf-8") as table:
+        quirks = re.findall(r'QuirkRow\{Quirk::\w+, "([a-z-]+)"', table.read())
+    assert len(quirks) >= 16 and all(quirk in help_text for quirk in quirks), (quirks, help_text)
+    for quirk in quirks:
+        if quirk == "no-prompt":
+            continue
+        own = Programs(corvane, addin, tempfile.mkdtemp(dir=programs.folder))
+        with SimulatedModem(corvane, "--quirk", quirk) as modem:
+            output, _ = own.run(job(f'Receiver = "+15550101234", Text = "{text}"'), "--modem", "1=" + modem.device)
+            modem.end()
+        assert output[-2:] == ["false true false 0 true 1 0 0", "text: "], (quirk, output)
+        assert modem.output.count(f"sent to +15550101234 in 2 parts: {text}\n") == 1, (quirk, modem.output)
+
+
+def a_modem_without_a_prompt_gets_no_text_and_that_is_said(programs):
+    """It cannot be told from one whose prompt is late, and a text in place of a command does harm."""
+    with SimulatedModem(corvane, "--quirk", "no-prompt") as modem:
+        output, log = programs.run(job('Receiver = "+15550101234", Text = "hello", ValidFor = 12'),
+                                   "--modem", "1=" + modem.device)
+        modem.end()
+    assert "20" == output[-2].split()[3], output
+    assert "the modem shows no prompt (>) after AT+CMGS" in output[-1], output
+    assert log.count("the modem shows no prompt (>) after AT+CMGS, so it gets no text; restart it") >= 1, log
+    assert "sent to" not in modem.output, modem.output
+
+
+for test in (modems_of_every_kind_send, a_modem_without_a_prompt_gets_no_text_and_that_is_said, a_message_goes_out_to_each_receiver, long_texts_arrive_as_they_were,
              delivery_is_reported_after_done, many_messages_go_out_once_each):
     with tempfile.TemporaryDirectory() as folder:
         test(Programs(corvane, addin, folder))

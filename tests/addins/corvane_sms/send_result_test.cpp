@@ -56,7 +56,9 @@ TEST(SendResult, OnlyATextThatTheModemHasHasAnUnknownEnd) {
   EXPECT_EQ(ReadTextAnswer("", kPortDriverNoAnswer).outcome, SendOutcome::kUnknown);
   EXPECT_EQ(ReadTextAnswer("", -77).outcome, SendOutcome::kUnknown) << "another runtime's driver";
   EXPECT_EQ(ReadTextAnswer("", kPortDriverNotWritten).outcome, SendOutcome::kPort);
-  EXPECT_EQ(ReadPromptAnswer("", kPortDriverNoAnswer).outcome, SendOutcome::kPort);
+  const SendResult no_prompt = ReadPromptAnswer("", kPortDriverNoAnswer);
+  EXPECT_EQ(no_prompt.outcome, SendOutcome::kPort);
+  EXPECT_NE(no_prompt.reason.find("no prompt"), std::string::npos);
   EXPECT_EQ(ReadRefusal("", kPortDriverNoAnswer).outcome, SendOutcome::kPort);
 }
 

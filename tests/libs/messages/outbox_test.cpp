@@ -801,6 +801,18 @@ TEST_F(OutboxTest, ARetryTimeOutlivesARestart) {
   EXPECT_EQ(Next(), "a");
 }
 
+TEST_F(OutboxTest, AMessageSaysWhyItWaitsUntilItIsTried) {
+  Open();
+  const auto job = Add({"a"});
+  outbox_.NoteWhyItWaits("1", "the device of port 1 is not there", now_);
+  EXPECT_EQ(OnDisk(job->id).reason, "the device of port 1 is not there");
+  const std::uint64_t written = sequence_;
+  outbox_.NoteWhyItWaits("1", "the device of port 1 is not there", now_);
+  EXPECT_EQ(sequence_, written) << "it is written once";
+  Send();
+  EXPECT_EQ(OnDisk(job->id).reason, "");
+}
+
 // Requests
 
 TEST_F(OutboxTest, ACancelledMessageEndsItsJob) {
@@ -810,6 +822,7 @@ TEST_F(OutboxTest, ACancelledMessageEndsItsJob) {
   EXPECT_TRUE(answer_->done);
   EXPECT_EQ(answer_->id, 7);
   EXPECT_EQ(job->failed, 1);
+  EXPECT_EQ(job->cancelled, 1);
   EXPECT_THAT(job->errors, HasSubstr("cancelled"));
   EXPECT_EQ(OnDisk(job->id).state, OutgoingState::kCancelled);
   EXPECT_EQ(Next(), "");
