@@ -13,11 +13,11 @@ using testing::ElementsAre;
 using testing::Pair;
 using testing::SizeIs;
 
-WallTime At(int number) {
+WallTime TimeOf(int number) {
   return kClockIsSet + std::chrono::milliseconds(number);
 }
 
-PendingChanges AllOf(ChangeQueue& queue) {
+PendingChanges ChangesOf(ChangeQueue& queue) {
   PendingChanges changes;
   queue.MoveTo(changes);
   return changes;
@@ -34,10 +34,10 @@ TEST(ChangeQueue, KeepsEveryFieldOfAnOutgoingMessage) {
   row.progress = "half";
   row.key = "heartbeat";
   row.urgent = true;
-  row.created = At(1);
-  row.expires = At(2);
-  row.next_try = At(3);
-  row.finished = At(4);
+  row.created = TimeOf(1);
+  row.expires = TimeOf(2);
+  row.next_try = TimeOf(3);
+  row.finished = TimeOf(4);
   row.state = OutgoingState::kExpired;
   row.attempts = 5;
   row.unknown_ends = 1;
@@ -47,7 +47,7 @@ TEST(ChangeQueue, KeepsEveryFieldOfAnOutgoingMessage) {
   row.reason = "no coverage";
   ChangeQueue queue;
   queue.Push(row);
-  const PendingChanges changes = AllOf(queue);
+  const PendingChanges changes = ChangesOf(queue);
   ASSERT_THAT(changes.outgoing, SizeIs(1));
   const Outgoing& got = changes.outgoing.at(row.id);
   EXPECT_EQ(got.id, row.id);
@@ -78,13 +78,13 @@ TEST(ChangeQueue, KeepsEveryFieldOfAnIncomingMessage) {
   row.route = "1";
   row.sender = "Wetter";
   row.text = "Sturm";
-  row.time = At(1);
+  row.time = TimeOf(1);
   row.has_time = true;
   row.kind = 2;
-  row.received = At(2);
+  row.received = TimeOf(2);
   ChangeQueue queue;
   queue.Push(row);
-  const PendingChanges changes = AllOf(queue);
+  const PendingChanges changes = ChangesOf(queue);
   ASSERT_THAT(changes.incoming, SizeIs(1));
   const Incoming& got = changes.incoming.at(row.id);
   EXPECT_EQ(got.route, row.route);
@@ -106,12 +106,12 @@ TEST(ChangeQueue, KeepsEveryFieldOfAPart) {
   row.wide = true;
   row.total = 3;
   row.pdu = "07911326040000F0";
-  row.time = At(1);
+  row.time = TimeOf(1);
   row.has_time = true;
-  row.first_seen = At(2);
+  row.first_seen = TimeOf(2);
   ChangeQueue queue;
   queue.Push(row);
-  const PendingChanges changes = AllOf(queue);
+  const PendingChanges changes = ChangesOf(queue);
   ASSERT_THAT(changes.parts, SizeIs(1));
   const Part& got = changes.parts.at({4, 2});
   EXPECT_EQ(got.route, row.route);
@@ -129,15 +129,15 @@ TEST(ChangeQueue, KeepsEveryOtherChange) {
   ChangeQueue queue;
   queue.Push(Held{"1", 3, "digest"});
   queue.Push(RemoveHeld{"1", 4});
-  queue.Push(AcceptIncoming{9, At(5)});
+  queue.Push(AcceptIncoming{9, TimeOf(5)});
   queue.Push(RemoveParts{6});
   queue.Push(SetLimit{12});
   queue.Push(AnswerRequest{7, true, "cancelled"});
-  const PendingChanges changes = AllOf(queue);
+  const PendingChanges changes = ChangesOf(queue);
   ASSERT_THAT(changes.held, SizeIs(2));
   EXPECT_EQ(changes.held.at({"1", 3})->digest, "digest");
   EXPECT_FALSE(changes.held.at({"1", 4}).has_value());
-  EXPECT_THAT(changes.accepted, ElementsAre(Pair(9, At(5))));
+  EXPECT_THAT(changes.accepted, ElementsAre(Pair(9, TimeOf(5))));
   EXPECT_THAT(changes.removed_groups, ElementsAre(6));
   EXPECT_EQ(changes.limit_per_hour, 12);
   ASSERT_THAT(changes.answers, SizeIs(1));
@@ -154,7 +154,7 @@ TEST(ChangeQueue, KeepsTheOrderOverManyBlocksAndLargeChanges) {
     row.content = std::string(i % 100 == 0 ? 100'000 : 300, 'x');
     queue.Push(row);
   }
-  const PendingChanges changes = AllOf(queue);
+  const PendingChanges changes = ChangesOf(queue);
   ASSERT_THAT(changes.outgoing, SizeIs(1000));
   for (const auto& [id, got] : changes.outgoing) EXPECT_EQ(got.attempts, 2000 + id);
   EXPECT_EQ(changes.outgoing.at(500).content.size(), 100'000U);
@@ -168,7 +168,7 @@ TEST(ChangeQueue, IsEmptyAfterASwapWithAnEmptyOne) {
   ChangeQueue taken;
   taken.Swap(queue);
   EXPECT_TRUE(queue.empty());
-  EXPECT_EQ(AllOf(taken).limit_per_hour, 1);
+  EXPECT_EQ(ChangesOf(taken).limit_per_hour, 1);
 }
 
 }  // namespace
