@@ -8,8 +8,8 @@
 #include "addins/corvane_sms/sms_service.h"
 #include "addins/corvane_sms/sms_text.h"
 #include "block/duration_input.h"
-#include "libs/base/printable.h"
 #include "libs/gsm/receivers.h"
+#include "libs/messages/message_key.h"
 
 DEFINE_FUNCTION_BLOCK(SmsOutboxFB, "SMS_OUTBOX")
 
@@ -44,12 +44,6 @@ std::string Remedy(const messages::OutboxJob& job) {
 std::string AboutRepeats(const std::string& repeats) {
   if (repeats.empty()) return {};
   return "sent again after an attempt whose end is not known, so it may arrive twice: " + repeats;
-}
-
-/// Whether a key can be kept, and shown in one line.
-bool IsKey(const std::string& key) {
-  constexpr std::size_t kLongest = 200;
-  return key.size() <= kLongest && corvane::Printable(key) == key;
 }
 
 }  // namespace
@@ -97,10 +91,7 @@ std::optional<JobFailure> SmsOutboxFB::Queue() {
                       "ValidFor must be a number of seconds from 0 on; 0 means a day"};
   }
   const std::string key = GetString("Key");
-  if (!IsKey(key)) {
-    return JobFailure{ErrorId::kBadValue,
-                      "Key must be one line of UTF-8 with at most 200 octets; shorten it"};
-  }
+  if (!messages::IsKey(key)) return JobFailure{ErrorId::kBadValue, messages::kKeyProblem};
   const std::string text = GetString("Text");
   gsm::Receivers receivers = gsm::ReadReceivers(GetString("Receiver"));
   if (!receivers.problem.empty()) return JobFailure{ErrorId::kReceiver, receivers.problem};

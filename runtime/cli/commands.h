@@ -37,5 +37,6 @@ void AddBlocksCommand(CLI::App& app, Action& action);
 void AddMessagesCommand(CLI::App& app, Action& action);
 void AddModemCommand(CLI::App& app, Action& action);
 void AddPduCommand(CLI::App& app, Action& action);
+void AddTestCommand(CLI::App& app, Action& action);
 
 }  // namespace corvane::cli

@@ -50,6 +50,7 @@ int Main(int argc, char** argv) {
   corvane::cli::AddMessagesCommand(app, action);
   corvane::cli::AddModemCommand(app, action);
   corvane::cli::AddPduCommand(app, action);
+  corvane::cli::AddTestCommand(app, action);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
@@ -83,6 +84,7 @@ int MainWithMessages(int argc, char** argv) {
   try {
     return CheckOutput(Main(argc, argv));
   } catch (const std::exception& error) {
+    if (std::ferror(stdout) != 0) return CheckOutput(corvane::cli::kSuccess);  // fmt throws it
     corvane::cli::PrintError(error.what());
     return corvane::cli::kProgramFailed;
   }

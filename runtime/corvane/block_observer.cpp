@@ -8,6 +8,7 @@
 #include <set>
 #include <string_view>
 
+#include "runtime/corvane/declared_variables.h"
 #include "runtime/corvane/lua_environment.h"
 #include "runtime/corvane/st_library.h"
 #include "runtime/corvaneshare/live_blocks.h"
@@ -80,54 +81,6 @@ class NameSearch {
   std::set<const void*> seen_;
 };
 
-struct Declaration {
-  int position = 0;
-  std::string name;
-  std::string type;
-};
-
-std::string TextField(lua_State* L, const char* key) {
-  lua_getfield(L, -1, key);
-  const char* text = lua_tostring(L, -1);
-  std::string result = text == nullptr ? "" : text;
-  lua_pop(L, 1);
-  return result;
-}
-
-/// Replaces the table on top with its field `key`, or with an empty table.
-void Descend(lua_State* L, const char* key) {
-  lua_getfield(L, -1, key);
-  if (!lua_istable(L, -1)) {
-    lua_pop(L, 1);
-    lua_newtable(L);
-  }
-  lua_remove(L, -2);
-}
-
-/// What TYPES.StandardFB says about a type; nothing if the program has overwritten it.
-std::vector<Declaration> Declarations(lua_State* L, const std::string& type) {
-  std::vector<Declaration> declarations;
-  lua_pushglobaltable(L);
-  for (const char* key : {"TYPES", "StandardFB", type.c_str(), "Vars"}) Descend(L, key);
-  const int variables = lua_gettop(L);
-  for (lua_pushnil(L); lua_next(L, variables) != 0; lua_pop(L, 1)) {
-    if (lua_type(L, -2) != LUA_TSTRING || !lua_istable(L, -1)) continue;
-    Declaration declaration{0, lua_tostring(L, -2), ""};
-    lua_getfield(L, -1, "Hash");
-    declaration.position = static_cast<int>(lua_tointeger(L, -1));
-    lua_pop(L, 1);
-    lua_pushvalue(L, -1);
-    Descend(L, "Type");
-    declaration.type = TextField(L, "Name");
-    lua_pop(L, 1);
-    declarations.push_back(std::move(declaration));
-  }
-  lua_pop(L, 1);
-  std::sort(declarations.begin(), declarations.end(),
-            [](const auto& a, const auto& b) { return a.position < b.position; });
-  return declarations;
-}
-
 /// A text in quotation marks, cut if nobody would read it to its end: copying a program's longest
 /// texts would take time from its cycle.
 std::string Quoted(std::string_view text) {
@@ -142,7 +95,7 @@ std::string NumberText(const std::string& type, const std::string& variable, lua
 }
 
 /// The value on top, a variable of a block of type `type`, as people read it.
-std::string ValueText(lua_State* L, const std::string& type, const Declaration& declaration) {
+std::string ValueText(lua_State* L, const std::string& type, const DeclaredVariable& declaration) {
   if (declaration.name == "Password") return lua_rawlen(L, -1) == 0 ? "''" : "......";
   if (lua_isnil(L, -1)) return "-";
   if (lua_isboolean(L, -1)) return lua_toboolean(L, -1) != 0 ? "TRUE" : "FALSE";
@@ -173,9 +126,9 @@ std::string TypeOf(lua_State* L) {
 
 /// The block on top.
 BlockState ReadBlock(lua_State* L, const std::string& type,
-                     const std::vector<Declaration>& declarations) {
+                     const std::vector<DeclaredVariable>& declarations) {
   BlockState block{0, "", type, {}};
-  for (const Declaration& declaration : declarations) {
+  for (const DeclaredVariable& declaration : declarations) {
     lua_getfield(L, -1, declaration.name.c_str());
     block.variables.push_back({declaration.name, ValueText(L, type, declaration)});
     lua_pop(L, 1);
@@ -211,14 +164,14 @@ int ReadAll(lua_State* L) {
     NameSearch(L, reading.names).Run();
     reading.named = count;
   }
-  std::map<std::string, std::vector<Declaration>> declarations;
+  std::map<std::string, std::vector<DeclaredVariable>> declarations;
   for (const int number : Numbers(L)) {
     lua_settop(L, 2);
     lua_rawgeti(L, 2, number);
     const std::string type = TypeOf(L);
     if (type.empty()) continue;
     const auto [of_type, is_new] = declarations.try_emplace(type);
-    if (is_new) of_type->second = Declarations(L, type);
+    if (is_new) of_type->second = DeclaredVariables(L, type);
     BlockState block = ReadBlock(L, type, of_type->second);
     block.number = number;
     const auto name = reading.names.find(lua_topointer(L, -1));

@@ -108,7 +108,10 @@ void ControlProgram::Cycle(std::uint64_t number, const CycleTime& time) {
   lua_pushnumber(L, static_cast<lua_Number>(number));
   lua_pushnumber(L, time.now);
   Call(2);
-  retained_.AfterCycle(L, std::chrono::steady_clock::now());
+  const std::chrono::duration<double> clock(time.clock);
+  retained_.AfterCycle(L,
+                       RetainedValues::TimePoint(
+                           std::chrono::duration_cast<RetainedValues::TimePoint::duration>(clock)));
 }
 
 void ControlProgram::Call(int arguments) {

@@ -42,6 +42,8 @@ class ControlProgram {
   /// Calls `cycle()` with plc.cycle = `number`, at this time, and then hands over what is retained
   /// if it is time. Throws LuaError.
   void Cycle(std::uint64_t number, const CycleTime& time = CycleTime::Read());
+  /// What is retained and was not handed over yet is lost, as in a power cut.
+  void ForgetUnwritten() { retained_.Forget(); }
   [[nodiscard]] lua_State* lua() const { return lua_.state(); }
   /// The exit status that the program has asked to end with, if it has.
   [[nodiscard]] std::optional<int> stop_status() const { return plc_.stop_status; }

@@ -142,8 +142,9 @@ void RetainedValues::HandOver(lua_State* L) {
 void RetainedValues::AfterCycle(lua_State* L, TimePoint now) {
   if (store_ == nullptr || entries_.empty() || now < next_) return;
   next_ = now + kInterval;
+  const auto begin = std::chrono::steady_clock::now();
   HandOver(L);
-  const auto took = std::chrono::steady_clock::now() - now;
+  const auto took = std::chrono::steady_clock::now() - begin;
   if (took > kSlow && !std::exchange(slow_reported_, true)) {
     spdlog::warn("copying the retained values ({} KB) took {} of a cycle; it is done once a second",
                  fresh_.size() / 1024, FormatDuration(took));

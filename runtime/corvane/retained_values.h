@@ -34,6 +34,8 @@ class RetainedValues {
   void AfterCycle(lua_State* L, TimePoint now);
   /// The same at the end of the program, whatever the time; a failure is logged.
   void AtEnd(lua_State* L) noexcept;
+  /// From now on nothing more is handed over, as after a power cut.
+  void Forget() { store_ = nullptr; }
 
  private:
   struct Entry {

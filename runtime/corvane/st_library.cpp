@@ -34,6 +34,15 @@ const std::vector<StLibrary>& RegisteredStLibraries() {
   return Registry();
 }
 
+bool ReplaceStLibrary(const std::string& name, lua_CFunction opener) {
+  for (StLibrary& library : Registry()) {
+    if (library.name != name) continue;
+    library.opener = opener;
+    return true;
+  }
+  return false;
+}
+
 std::string ValueMeaning(const std::string& type, const std::string& variable, double value) {
   const auto found = Meanings().find({type, variable, value});
   return found == Meanings().end() ? std::string() : found->second;

@@ -18,6 +18,10 @@ struct StLibrary {
 /// The types, in the order of their registration.
 [[nodiscard]] const std::vector<StLibrary>& RegisteredStLibraries();
 
+/// Makes `opener` the one that new Lua states use for this type. @return false if no add-in has
+/// registered the type
+[[nodiscard]] bool ReplaceStLibrary(const std::string& name, lua_CFunction opener);
+
 /// What this value of a block's variable means, from the add-in; empty if it does not say.
 [[nodiscard]] std::string ValueMeaning(const std::string& type, const std::string& variable,
                                        double value);

@@ -37,6 +37,9 @@ expect "--config" run pump.lua --con
 expect "--check" run --che
 expect "--json" blocks --j
 expect "" blocks --cyc
+expect "test" t
+expect "--tap|--timeout" test --t
+expect "programs|pump.lua" test p
 expect "SEND_EMAIL|SEND_SMS" blocks SEND_
 expect "debug" run --log-level d
 expect "debug|error|info|off|trace|warning" run --log-level ""
