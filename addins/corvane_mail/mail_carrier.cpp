@@ -2,9 +2,13 @@
 #include "addins/corvane_mail/mail_carrier.h"
 
 #include <curl/curl.h>
+#include <fcntl.h>
 #include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <map>
 #include <stdexcept>
@@ -12,13 +16,35 @@
 
 #include "addins/corvane_mail/open_sockets.h"
 #include "addins/corvane_mail/smtp_session.h"
+#include "libs/base/descriptor.h"
 
 namespace corvane_mail {
 namespace {
 
+/// The two lowest free numbers of descriptors.
+std::array<int, 2> FreeDescriptors() {
+  const corvane::Descriptor first(eventfd(0, EFD_CLOEXEC));
+  const corvane::Descriptor second(eventfd(0, EFD_CLOEXEC));
+  return {first.get(), second.get()};
+}
+
+/// The blocks of other add-ins start commands, which would inherit the pair of sockets that
+/// curl_multi_wakeup uses: libcurl 7.88 does not close them on exec, and does not tell them.
+CURLM* NewMultiClosedOnExec() {
+  const std::array<int, 2> expected = FreeDescriptors();
+  CURLM* const multi = curl_multi_init();
+  for (const int descriptor : expected) {
+    int family = 0;
+    socklen_t size = sizeof family;
+    getsockopt(descriptor, SOL_SOCKET, SO_DOMAIN, &family, &size);
+    if (family == AF_UNIX) fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+  }
+  return multi;
+}
+
 CURLM* NewMulti() {
   static const CURLcode ready = curl_global_init(CURL_GLOBAL_DEFAULT);
-  CURLM* const multi = ready == CURLE_OK ? curl_multi_init() : nullptr;
+  CURLM* const multi = ready == CURLE_OK ? NewMultiClosedOnExec() : nullptr;
   if (multi == nullptr) throw std::runtime_error("libcurl cannot be initialised");
   return multi;
 }

@@ -45,11 +45,12 @@ Transaction::Next Transaction::Begin(const SmtpFeatures& features) {
 }
 
 Transaction::Next Transaction::SayMail() {
-  const std::uint64_t size = attempt_.open(is_utf8_);
+  size_ = attempt_.open(is_utf8_);
   const std::string server = ServerOf(attempt_.account);
-  if (features_.max_size > 0 && size > features_.max_size) {
-    return Finish(End::kRefused, "the mail has " + std::to_string(size) + " octets, but " + server +
-                                     " takes at most " + std::to_string(features_.max_size) +
+  if (features_.max_size > 0 && size_ > features_.max_size) {
+    return Finish(End::kRefused, "the mail has " + std::to_string(size_) + " octets, but " +
+                                     server + " takes at most " +
+                                     std::to_string(features_.max_size) +
                                      "; send smaller attachments");
   }
   if (HasControls(attempt_.from) || (!is_utf8_ && !IsAscii(attempt_.from))) {
@@ -58,7 +59,7 @@ Transaction::Next Transaction::SayMail() {
                                      ">; use an address of plain ASCII as From");
   }
   std::string line = "MAIL FROM:<" + attempt_.from + ">";
-  if (features_.size) line += " SIZE=" + std::to_string(size);
+  if (features_.size) line += " SIZE=" + std::to_string(size_);
   if (is_utf8_) line += features_.eight_bit ? " BODY=8BITMIME SMTPUTF8" : " SMTPUTF8";
   return Say(Stage::kMail, std::move(line));
 }
@@ -127,7 +128,15 @@ Transaction::Next Transaction::SayNextRecipient() {
   const auto& replies = outcome_.recipients;
   const bool some = std::any_of(replies.begin(), replies.end(),
                                 [](const Reply& reply) { return reply.code / 100 == 2; });
-  return some ? Say(Stage::kData, "DATA") : EndWithoutRecipients();
+  return some ? SayData() : EndWithoutRecipients();
+}
+
+Transaction::Next Transaction::SayData() {
+  // Permission to finish takes a while, such as that of a write to the disk. If the mail goes out
+  // in one piece, it comes while the server answers. For a larger one it is too early: the program
+  // may end long before the server has that.
+  if (size_ < kPiece && attempt_.may_finish) attempt_.may_finish();
+  return Say(Stage::kData, "DATA");
 }
 
 Transaction::Next Transaction::OnRecipient(const Reply& reply) {

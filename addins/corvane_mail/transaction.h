@@ -73,6 +73,7 @@ class Transaction {
   Next Finish(End end, std::string reason);
   Next SayMail();
   Next SayNextRecipient();
+  Next SayData();
   Next OnMail(const Reply& reply);
   Next OnRecipient(const Reply& reply);
   Next EndWithoutRecipients();
@@ -86,6 +87,7 @@ class Transaction {
   bool has_envelope_ = false;
   bool was_cut_ = false;
   bool is_utf8_ = false;
+  std::uint64_t size_ = 0;     // of the mail
   std::size_t recipient_ = 0;  // the one under way
   std::string line_;
   std::vector<char> piece_;

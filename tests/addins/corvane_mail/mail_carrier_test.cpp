@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "addins/corvane_mail/mail_carrier.h"
 
+#include <fcntl.h>
+
 #include <atomic>
 #include <thread>
 
@@ -100,6 +102,27 @@ TEST_F(CarrierTest, TheFinalDotWaitsForPermission) {
   EXPECT_EQ(Ends(1).front().end, End::kTaken);
 }
 
+TEST_F(CarrierTest, PermissionForASmallMailIsAskedForBeforeTheServerHasAnsweredData) {
+  for (const std::size_t size : {100U, 100'000U}) {
+    std::atomic<int> asked = 0;
+    std::atomic<int> asked_at_data = -1;
+    ScriptedSmtpServer server([&](SmtpPeer& peer) {
+      Greet(peer);
+      TakeEnvelope(peer);
+      asked_at_data = asked.load();
+      peer.Say("354 go ahead\r\n");
+      peer.HearUntil("\r\n.\r\n");
+      peer.Say("250 queued\r\n");
+      peer.Idle();
+    });
+    Attempt attempt = MakeAttempt(1, LocalAccount(server.port()));
+    Carry(std::string(size, 'x'), attempt);
+    attempt.may_finish = [&] { return ++asked > 0; };
+    EXPECT_EQ(Send(std::move(attempt)).end, End::kTaken);
+    EXPECT_EQ(asked_at_data, size < 1000 ? 1 : 0);
+  }
+}
+
 TEST_F(CarrierTest, AMailWhoseConnectionIsLostAfterTheFinalDotHasAnUnknownEnd) {
   ScriptedSmtpServer server(test_support::SmtpReplies{.ehlo = "250 mail.example\r\n",
                                                       .auth = "250 ok\r\n",
@@ -156,6 +179,25 @@ TEST_F(CarrierTest, AServerThatRepeatsThePasswordDoesNotGetItIntoTheReason) {
                 AllOf(HasSubstr("535"), HasSubstr("left out"), Not(HasSubstr(echo))));
     EXPECT_THAT(WordsOf(outcome.last), Not(HasSubstr(echo)));
   }
+}
+
+/// How many descriptors a command that is started would inherit.
+int InheritedDescriptors() {
+  int inherited = 0;
+  for (int descriptor = 0; descriptor < 1024; ++descriptor) {
+    const int flags = fcntl(descriptor, F_GETFD);
+    if (flags >= 0 && (flags & FD_CLOEXEC) == 0) ++inherited;
+  }
+  return inherited;
+}
+
+TEST(MailCarrier, LeavesNoDescriptorToCommandsThatAreStarted) {
+  ScriptedSmtpServer server([](SmtpPeer& peer) { ServeMails(peer); });
+  const int before = InheritedDescriptors();
+  MailCarrier carrier;
+  carrier.Begin(MakeAttempt(1, LocalAccount(server.port())));
+  EXPECT_EQ(carrier.Poll(test_support::kPatience).size(), 1U);
+  EXPECT_EQ(InheritedDescriptors(), before);
 }
 
 TEST_F(CarrierTest, AServerThatRemembersThePasswordDoesNotGetItIntoTheReason) {
