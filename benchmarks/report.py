@@ -73,6 +73,24 @@ def blocks():
                          "flat: below 64 KiB", abs(growth) < 65536))
 
 
+def standard_blocks():
+    results = run("standard_blocks_benchmark", f"--benchmark_repetitions={REPETITIONS}",
+                  "--benchmark_enable_random_interleaving=true", "--benchmark_filter=BlockCall|Thousand")
+    for what, name in (("an idle TON", "ton_idle"), ("a running TON", "ton_running"), ("a running TOF", "tof_running"),
+                       ("a running TP", "tp_running")):
+        compare(results, f"call of {what}, compared with an empty block", f"BlockCall/{name}", "BlockCall/empty", 1.5)
+    times = [entry["real_time"] / 1e9 for entry in results["ThousandTimers"]]
+    rows.append(("a cycle with 1,000 timers", time_text(median(times)),
+                 f"{time_text(min(times))} to {time_text(max(times))}", "below 2 ms", median(times) < 2e-3))
+    [start] = run("standard_blocks_benchmark", "--benchmark_filter=ProcessStart")["ProcessStart/iterations:500"]
+    rows.append(("call of PROCESS with the rising edge", f"at most {time_text(start['call_worst_undisturbed'])}",
+                 f"median {time_text(start['call_median'])}; of {start['calls']:.0f} calls "
+                 f"{start['calls'] - start['undisturbed']:.0f} were preempted: at most "
+                 f"{time_text(start['call_worst'])}", "at most 0.1 ms", start["call_worst_undisturbed"] <= 1e-4))
+    rows.append(("from the rising edge until the process runs", time_text(start["start_median"]),
+                 f"at most {time_text(start['start_worst'])}", "below 2 ms", start["start_median"] < 2e-3))
+
+
 def sms_codec():
     results = run("sms_codec_benchmark", f"--benchmark_repetitions={REPETITIONS}",
                   "--benchmark_enable_random_interleaving=true")
@@ -388,6 +406,7 @@ def write_page(table):
 
 load_before = os.getloadavg()[0]
 blocks()
+standard_blocks()
 sms_codec()
 modem_driver()
 sending()

@@ -104,8 +104,11 @@ class ChildSetup {
     posix_spawnattr_setsigdefault(&attributes_, &all);
     posix_spawnattr_setsigmask(&attributes_, &none);
     posix_spawnattr_setpgroup(&attributes_, 0);
-    posix_spawnattr_setflags(
-        &attributes_, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETPGROUP);
+    const sched_param ordinary{};
+    posix_spawnattr_setschedpolicy(&attributes_, SCHED_OTHER);
+    posix_spawnattr_setschedparam(&attributes_, &ordinary);
+    posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK |
+                                               POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSCHEDULER);
   }
   ChildSetup(const ChildSetup&) = delete;
   ChildSetup& operator=(const ChildSetup&) = delete;

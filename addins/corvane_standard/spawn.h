@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Starts a process with pipes to its standard streams, in a process group of its own, with ordinary
-// signals and no other descriptor of ours. Threads: any; the start waits for the disk.
+// signals and scheduling, and no other descriptor of ours. Threads: any; the start waits for the
+// disk.
 #pragma once
 
 #include <sys/types.h>

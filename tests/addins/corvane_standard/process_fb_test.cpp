@@ -365,6 +365,11 @@ TEST_F(Process, HasItsOwnGroupOrdinarySignalsAndNoDescriptorOfOurs) {
   EXPECT_EQ(group, pid);
 }
 
+TEST_F(Process, IsScheduledAsOthersAre) {
+  Complete("Command = 'cut -d \" \" -f 41 /proc/self/stat'");  // proc(5): policy
+  EXPECT_EQ(Eval("fb.Output"), std::to_string(SCHED_OTHER) + "\n");
+}
+
 TEST_F(Process, WorksInAHostThatIgnoresSigchld) {
   const auto before = std::signal(SIGCHLD, SIG_IGN);
   Complete("Command = 'echo out; exit 3'");
