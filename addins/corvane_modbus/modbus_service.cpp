@@ -13,7 +13,7 @@
 namespace corvane_modbus {
 
 ModbusService& ModbusService::The() {
-  static ModbusService* const service = new ModbusService;
+  static auto* const service = new ModbusService;
   return *service;
 }
 

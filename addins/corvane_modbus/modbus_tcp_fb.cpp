@@ -70,7 +70,7 @@ std::optional<JobFailure> ModbusTcpFB::Begin() {
   if (!plan.problem.empty()) return JobFailure{ErrorId::kBadValue, std::move(plan.problem)};
   format_ = plan.format;
   order_ = plan.order;
-  transfer_ = std::make_unique<corvane_modbus::Transfer>(std::move(plan));
+  transfer_ = std::make_unique<corvane_modbus::Transfer>(plan);
   return std::nullopt;
 }
 

@@ -34,13 +34,6 @@ constexpr std::pair<const char*, NumberOrder> kOrders[] = {
 /// Octets of a number that a problem shows.
 constexpr std::size_t kShownOctets = 40;
 
-bool IsSameName(std::string_view a, std::string_view b) {
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) {
-    return std::toupper(static_cast<unsigned char>(x)) ==
-           std::toupper(static_cast<unsigned char>(y));
-  });
-}
-
 template <class T>
 void Append(std::string& text, T number) {
   std::array<char, 32> digits{};
@@ -180,6 +173,13 @@ FromText<T> ReadWords(std::string_view text, std::size_t limit, const ReadWord& 
 }
 
 }  // namespace
+
+bool IsSameName(std::string_view a, std::string_view b) {
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) {
+    return std::toupper(static_cast<unsigned char>(x)) ==
+           std::toupper(static_cast<unsigned char>(y));
+  });
+}
 
 const NumberFormat* FindNumberFormat(std::string_view name) {
   if (name.empty()) return &kFormats[0];

@@ -15,6 +15,9 @@
 
 namespace corvane_modbus {
 
+/// Whether two names are the same but for upper and lower case (ASCII).
+[[nodiscard]] bool IsSameName(std::string_view a, std::string_view b);
+
 /// What registers hold.
 struct NumberFormat {
   enum class Kind : std::uint8_t { kUnsigned, kSigned, kReal };

@@ -2,7 +2,6 @@
 #include "addins/corvane_modbus/request.h"
 
 #include <algorithm>
-#include <cctype>
 #include <utility>
 
 #include "block/duration_input.h"
@@ -22,13 +21,6 @@ constexpr Table kTables[] = {
     {"coils", "coils", "coil", true, true, 2000, 1968},
     {"discrete inputs", "inputs", "discrete input", true, false, 2000, 0},
 };
-
-bool EqualsWithoutCase(std::string_view a, std::string_view b) {
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) {
-    return std::tolower(static_cast<unsigned char>(x)) ==
-           std::tolower(static_cast<unsigned char>(y));
-  });
-}
 
 std::string QuotedText(std::string_view text) {
   return "'" + corvane::PrintableBeginning(text, kShownOctetsOfText) + "'";
@@ -86,7 +78,7 @@ std::string TakeFormat(const Inputs& inputs, Plan& plan) {
   if (!order) return "Order is " + QuotedText(inputs.order) + "; give ABCD, CDAB, BADC or DCBA";
   plan.order = *order;
   if (plan.request.table->has_bits) {
-    if (inputs.format.empty() || EqualsWithoutCase(inputs.format, "BOOL")) return {};
+    if (inputs.format.empty() || IsSameName(inputs.format, "BOOL")) return {};
     return "Format is " + QuotedText(inputs.format) + ", but " + plan.request.table->name +
            " are BOOL; leave Format empty, or correct Table";
   }
@@ -158,7 +150,7 @@ std::string Endpoint::Text() const {
 const Table* FindTable(std::string_view name) {
   if (name.empty()) return &kTables[0];
   for (const Table& table : kTables) {
-    if (EqualsWithoutCase(name, table.name) || EqualsWithoutCase(name, table.short_name)) {
+    if (IsSameName(name, table.name) || IsSameName(name, table.short_name)) {
       return &table;
     }
   }

@@ -4,10 +4,11 @@
 #pragma once
 
 #include <chrono>
-#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
+#include <tuple>
 #include <vector>
 
 #include "addins/corvane_modbus/number_format.h"
@@ -19,7 +20,9 @@ struct Endpoint {
   std::string server;  ///< name or address
   int port = 0;
 
-  auto operator<=>(const Endpoint&) const = default;
+  bool operator<(const Endpoint& other) const {
+    return std::tie(server, port) < std::tie(other.server, other.port);
+  }
   /// As messages show it: `plc1:502`, `[::1]:502`.
   [[nodiscard]] std::string Text() const;
 };

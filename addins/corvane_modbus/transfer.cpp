@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "addins/corvane_modbus/transfer.h"
 
-#include <utility>
-
 #include "addins/corvane_modbus/outcome_text.h"
 
 namespace corvane_modbus {
@@ -26,9 +24,8 @@ Outcome NotHandedOver(Submitted why) {
 
 }  // namespace
 
-Transfer::Transfer(Plan plan)
-    : endpoint_(std::move(plan.endpoint)),
-      exchange_(std::make_shared<Exchange>(std::move(plan.request), plan.timeout)) {
+Transfer::Transfer(const Plan& plan)
+    : endpoint_(plan.endpoint), exchange_(std::make_shared<Exchange>(plan.request, plan.timeout)) {
   (void)HandOver();  // Poll tries again, and tells
 }
 

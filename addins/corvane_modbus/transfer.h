@@ -13,7 +13,7 @@ namespace corvane_modbus {
 class Transfer {
  public:
   /// Hands over the request of a plan without a problem.
-  explicit Transfer(Plan plan);
+  explicit Transfer(const Plan& plan);
   Transfer(const Transfer&) = delete;
   Transfer& operator=(const Transfer&) = delete;
   /// What has not been sent is not sent any more.

@@ -45,9 +45,9 @@ class ModbusTransfer : public testing::Test {
     return inputs;
   }
   static std::unique_ptr<Transfer> Begin(const Inputs& inputs) {
-    Plan plan = PlanFrom(inputs);
+    const Plan plan = PlanFrom(inputs);
     EXPECT_EQ(plan.problem, "");
-    return std::make_unique<Transfer>(std::move(plan));
+    return std::make_unique<Transfer>(plan);
   }
   static Outcome End(Transfer& transfer) {
     std::optional<Outcome> outcome;
