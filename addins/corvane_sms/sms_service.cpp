@@ -5,8 +5,8 @@
 #include <utility>
 
 #include "addins/corvane_sms/incoming_pdu.h"
-#include "addins/corvane_sms/program_folder.h"
 #include "block/error_ids.h"
+#include "block/program_folder.h"
 #include "share/log.h"
 
 namespace corvane_sms {
@@ -119,7 +119,7 @@ void SmsService::TakeContent(const Now& now) {
 
 void SmsService::LogPlace() {
   if (logInfoLn == nullptr || !store_.TakeLoaded()) return;
-  logInfoLn(("SMS: messages are kept in " + store_.file().string()).c_str());
+  logInfoLn(("messages are kept in " + store_.file().string()).c_str());
 }
 
 void SmsService::LogNotices() {

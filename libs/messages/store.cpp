@@ -122,6 +122,11 @@ std::vector<Request> Store::TakeRequests() {
   return shared_->TakeRequests(channel_);
 }
 
+void Store::OnNews(std::function<void()> wake) {
+  const std::scoped_lock lock(shared_->mutex);
+  shared_->SetWake(channel_, std::move(wake));
+}
+
 bool Store::Flush(std::chrono::milliseconds limit) {
   std::unique_lock lock(shared_->mutex);
   const std::uint64_t wanted = shared_->queued;

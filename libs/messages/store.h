@@ -147,6 +147,11 @@ class Store {
   /// given to each channel, and one of them answers.
   [[nodiscard]] std::vector<Request> TakeRequests();
 
+  /// `wake` is called, until the handle ends, whenever one of the functions above may give
+  /// something else than before. It runs in the store's thread under its lock, so it only wakes
+  /// another thread.
+  void OnNews(std::function<void()> wake);
+
   /// Waits until all that was queued is on the disk, or for `limit`. @return whether it is.
   bool Flush(std::chrono::milliseconds limit);
 

@@ -39,6 +39,7 @@ bool StoreShared::Join(const std::string& channel) {
 bool StoreShared::Leave(const std::string& channel) {
   const std::scoped_lock lock(mutex);
   channels_[channel].joined = false;
+  channels_[channel].wake = nullptr;
   stopping = std::ranges::none_of(channels_, [](const auto& one) { return one.second.joined; });
   if (stopping) changed.notify_all();
   return stopping;
@@ -86,6 +87,16 @@ std::vector<Request> StoreShared::TakeRequests(const std::string& channel) {
     }
   }
   return taken;
+}
+
+void StoreShared::WakeHandles() const {
+  for (const auto& [name, channel] : channels_) {
+    if (channel.wake) channel.wake();
+  }
+}
+
+void StoreShared::SetWake(const std::string& channel, std::function<void()> wake) {
+  channels_[channel].wake = std::move(wake);
 }
 
 }  // namespace messages

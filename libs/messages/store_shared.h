@@ -8,6 +8,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -60,6 +61,9 @@ class StoreShared : public std::enable_shared_from_this<StoreShared> {
   void GiveRequest(Request request);
   [[nodiscard]] std::optional<Content> TakeContent(const std::string& channel);
   [[nodiscard]] std::vector<Request> TakeRequests(const std::string& channel);
+  /// Something has come back: on_disk, content, requests, or the problem has changed.
+  void WakeHandles() const;
+  void SetWake(const std::string& channel, std::function<void()> wake);
 
   StoreShared* next_open = nullptr;  ///< of the registry, guarded by its mutex
 
@@ -80,6 +84,7 @@ class StoreShared : public std::enable_shared_from_this<StoreShared> {
     bool taken = false;  ///< the content
     std::optional<Content> content;
     std::vector<Request> requests;
+    std::function<void()> wake;  ///< of the handle; may be empty
   };
 
   std::map<std::string, Channel> channels_;

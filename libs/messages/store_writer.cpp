@@ -127,6 +127,7 @@ void StoreWriter::LoadContent() {
     const std::scoped_lock lock(shared_->mutex);
     shared_->GiveContent(parts, limit_per_hour);
     shared_->first_new_number = first;
+    shared_->WakeHandles();
     return;
   }
   for (Outgoing& row : content.waiting) UseNumbersOfRun(row);
@@ -134,6 +135,7 @@ void StoreWriter::LoadContent() {
   auto parts = DivideByChannel(std::move(content));
   const std::scoped_lock lock(shared_->mutex);
   shared_->GiveContent(parts, limit_per_hour);
+  shared_->WakeHandles();
 }
 
 bool StoreWriter::IsContentWanted() {
@@ -163,6 +165,7 @@ void StoreWriter::WritePending() {
   const std::scoped_lock lock(shared_->mutex);
   shared_->on_disk = pending_sequence_;
   shared_->changed.notify_all();
+  shared_->WakeHandles();
 }
 
 void StoreWriter::PollRequests() {
@@ -178,6 +181,7 @@ void StoreWriter::PollRequests() {
     UseNumbersOfRun(request.message);
     shared_->GiveRequest(std::move(request));
   }
+  shared_->WakeHandles();
 }
 
 void StoreWriter::CleanUp() {
@@ -187,8 +191,10 @@ void StoreWriter::CleanUp() {
 
 void StoreWriter::SetProblem(std::string sentence) {
   const std::scoped_lock lock(shared_->mutex);
+  const bool has_changed = shared_->problem != sentence;
   shared_->has_problem = !sentence.empty();
   shared_->problem = std::move(sentence);
+  if (has_changed) shared_->WakeHandles();
 }
 
 }  // namespace messages

@@ -169,8 +169,8 @@ int Fail(const LuaError& error) {
 /// Loads the program and prints whether it could run, without a cycle and without modem ports.
 int Check(const RunOptions& options) {
   SetUpLog(options.log_level);
-  SetStateFolder(StateFolder(options.program));
   const auto addins = LoadAddins(options.addins);
+  SetStateFolder(StateFolder(options.program));  // so late that no add-in begins to work in it
   try {
     const std::lock_guard guard(TheScanLock());
     ControlProgram(options.program, options.arguments).Load();

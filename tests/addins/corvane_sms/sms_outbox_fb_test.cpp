@@ -231,7 +231,7 @@ TEST_F(SmsOutbox, TheLogSaysOnceWhereMessagesAreKept) {
     return !log.empty();
   }));
   Run("for i = 1, 10 do fb() end");
-  EXPECT_THAT(log, testing::ElementsAre("info SMS: messages are kept in " +
+  EXPECT_THAT(log, testing::ElementsAre("info messages are kept in " +
                                         (folder_.path() / "messages.db").string()));
   EXPECT_THAT(test_support::TakeLog(), IsEmpty());
 }
