@@ -366,7 +366,7 @@ void MailWorker::AssignFiles() {
   });
 }
 
-void MailWorker::RemoveFilesOfEnded() {
+void MailWorker::NoteFilesOfEnded() {
   if (!copies_.empty() && outbox_.ready()) {
     std::erase_if(copies_, [this](const auto& entry) {
       const bool is_loading = entry.first < messages::kFirstNewId && !outbox_.loaded();
@@ -376,6 +376,10 @@ void MailWorker::RemoveFilesOfEnded() {
       return true;
     });
   }
+}
+
+void MailWorker::RemoveFilesOfEnded() {
+  NoteFilesOfEnded();
   std::erase_if(to_remove_, [this](const auto& entry) {
     if (!store_.IsOnDisk(entry.first)) return false;
     files_.Post([folder = attachments_, name = entry.second] { folder->Remove(name); });
@@ -406,6 +410,10 @@ void MailWorker::Finish() {
   desk_->SetCarrier(nullptr);
   carrier_.reset();
   LogNews();
+  NoteFilesOfEnded();
+  if (!to_remove_.empty() && store_.Flush(kLongestWithdrawal)) {  // so the disk answers
+    for (const auto& [sequence, folder] : to_remove_) attachments_->Remove(folder);
+  }
   const std::size_t waiting = outbox_.waiting();
   if (waiting == 0) return;
   const std::string problem = store_.problem();

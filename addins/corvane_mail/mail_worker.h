@@ -84,6 +84,7 @@ class MailWorker {
   [[nodiscard]] MailState StateOf(const Live& live) const;
   void LogNews();
   void AssignFiles();
+  void NoteFilesOfEnded();
   void RemoveFilesOfEnded();
   void RemoveOrphans();
   void Finish();
