@@ -17,16 +17,20 @@ namespace {
 constexpr int kTimeout = 2000;  // ms
 
 int GetRequestPriority(void* context) {
-  return static_cast<ReadSMSFB*>(context)->getPriority();
+  const ReadSMSFB* const block = DriverClient<ReadSMSFB>::Of(context);
+  return block == nullptr ? 0 : block->getPriority();
 }
 
 int GetRequest(void* context, char* buffer, PortDriverRequestData* request,
                PortDriverReplyFunction* onReply) {
-  return static_cast<ReadSMSFB*>(context)->GetRequestImpl(buffer, request, onReply);
+  *onReply = nullptr;
+  const ReadSMSFB* const block = DriverClient<ReadSMSFB>::Of(context);
+  return block == nullptr ? 0 : block->GetRequestImpl(buffer, request, onReply);
 }
 
 int FbReadSmsOnReply(void* context, char* reply, int length, int replyStatus) {
-  return static_cast<ReadSMSFB*>(context)->OnReplyImpl(reply, length, replyStatus);
+  ReadSMSFB* const block = DriverClient<ReadSMSFB>::Of(context);
+  return block == nullptr ? 0 : block->OnReplyImpl(reply, length, replyStatus);
 }
 
 }  // namespace
@@ -51,10 +55,6 @@ const STValueMeaning* ReadSMSFB::GetMeaningTable() {
                                             {"Error", kNoAnswer, "no answer in time"},
                                             {nullptr, 0, nullptr}};
   return meanings;
-}
-
-ReadSMSFB::~ReadSMSFB() {
-  if (ModemPortDriverUnregister != nullptr) ModemPortDriverUnregister(this);
 }
 
 void ReadSMSFB::Execute() {

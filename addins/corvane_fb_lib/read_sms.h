@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "addins/corvane_fb_lib/driver_client.h"
 #include "addins/corvane_fb_lib/sms_delivered.h"
 #include "block/base_fb.h"
 #include "block/lua_glue.h"
@@ -19,8 +20,6 @@
 class ReadSMSFB : public BaseFB<ReadSMSFB> {
  public:
   using BaseFB::BaseFB;
-  /// Withdraws the block from the modem port driver, if the runtime can do that.
-  ~ReadSMSFB() override;
   static const FBMetaEntry* GetMetaTable();
   static const STValueMeaning* GetMeaningTable();
 
@@ -67,6 +66,7 @@ class ReadSMSFB : public BaseFB<ReadSMSFB> {
   std::map<unsigned char, Message> partsMap;  // unfinished ones, by their reference alone
   std::deque<unsigned char> deleteQueue;      // indices in listing order
   std::int32_t state = kUnregistered;
+  DriverClient<ReadSMSFB> client{this};
 };
 
 DECLARE_FUNCTION_BLOCK(ReadSMSFB)

@@ -20,16 +20,20 @@ constexpr int kMaxRetries = 3;
 constexpr char kCtrlZ = 0x1A;  // ends the PDU
 
 int GetRequestPriority(void* context) {
-  return static_cast<SendSMSFB*>(context)->getPriority();
+  SendSMSFB* const block = DriverClient<SendSMSFB>::Of(context);
+  return block == nullptr ? 0 : block->getPriority();
 }
 
 int GetRequest(void* context, char* buffer, PortDriverRequestData* request,
                PortDriverReplyFunction* onReply) {
-  return static_cast<SendSMSFB*>(context)->GetRequestImpl(buffer, request, onReply);
+  *onReply = nullptr;
+  SendSMSFB* const block = DriverClient<SendSMSFB>::Of(context);
+  return block == nullptr ? 0 : block->GetRequestImpl(buffer, request, onReply);
 }
 
 int FbSendSmsOnReply(void* context, char* reply, int length, int replyStatus) {
-  return static_cast<SendSMSFB*>(context)->OnReplyImpl(reply, length, replyStatus);
+  SendSMSFB* const block = DriverClient<SendSMSFB>::Of(context);
+  return block == nullptr ? 0 : block->OnReplyImpl(reply, length, replyStatus);
 }
 
 bool Contains(std::string_view text, std::string_view piece) {
@@ -59,10 +63,6 @@ const STValueMeaning* SendSMSFB::GetMeaningTable() {
       {"Error", kNoReceiver, "cannot be sent to this receiver"},
       {nullptr, 0, nullptr}};
   return meanings;
-}
-
-SendSMSFB::~SendSMSFB() {
-  if (ModemPortDriverUnregister != nullptr) ModemPortDriverUnregister(this);
 }
 
 void SendSMSFB::Execute() {

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
-// SEND_SMS: sends a text to one or more phone numbers through a GSM modem.
-// Threads: the one that runs the Lua state and the modem port driver's, kept apart by the runtime's
-// scan lock. The block takes no lock: its state hands each exchange over.
+// SEND_SMS: sends a text to one or more phone numbers through a GSM modem. What a block has not
+// sent when it is collected is lost. Threads: the one that runs the Lua state and the modem port
+// driver's, kept apart by the runtime's scan lock. The block takes no lock: its state hands each
+// exchange over.
 #pragma once
 
 #include <boost/shared_ptr.hpp>
@@ -10,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "addins/corvane_fb_lib/driver_client.h"
 #include "addins/corvane_fb_lib/sms_submit.h"
 #include "block/base_fb.h"
 #include "block/lua_glue.h"
@@ -18,9 +20,6 @@
 class SendSMSFB : public BaseFB<SendSMSFB> {
  public:
   using BaseFB::BaseFB;
-  /// Withdraws the block from the modem port driver, if the runtime can do that. What is still
-  /// queued is not sent.
-  ~SendSMSFB() override;
   static const FBMetaEntry* GetMetaTable();
   static const STValueMeaning* GetMeaningTable();
 
@@ -66,6 +65,7 @@ class SendSMSFB : public BaseFB<SendSMSFB> {
   bool last_send_ = false;    // `Send` at the last call
   std::string advised_receiver_;
   std::int32_t state_ = kUnregistered;
+  DriverClient<SendSMSFB> client_{this};
 };
 
 DECLARE_FUNCTION_BLOCK(SendSMSFB)

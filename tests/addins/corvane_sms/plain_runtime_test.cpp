@@ -9,27 +9,20 @@
 #include <filesystem>
 #include <map>
 #include <string>
-#include <vector>
 
 #include "addins/corvane_sms/corvane_sms.h"
 #include "corvane/program.h"
-#include "corvane/st_library.h"
 #include "tests/support/deliver_pdu.h"
 #include "tests/support/fake_modem_port.h"
+#include "tests/support/plain_runtime.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/support/wait_for.h"
 
 namespace {
 
 std::atomic<int> clock_is_ahead;  // s
-std::vector<lua_CFunction> openers;
 
 }  // namespace
-
-int RegisterExternalSTLib(const char* /*name*/, lua_CFunction opener) {
-  openers.push_back(opener);
-  return 0;
-}
 
 extern "C" {
 
@@ -43,41 +36,19 @@ std::chrono::steady_clock::time_point __wrap__ZNSt6chrono3_V212steady_clock3nowE
 
 namespace {
 
-constexpr const char* kTypes = R"(
-  TYPES = { StandardFB = {}, Elementary = {} }
-  for _, name in ipairs { "BOOL", "DINT", "LREAL", "STRING", "DATE_AND_TIME" } do
-    TYPES.Elementary[name] = { Name = name }
-  end
-  function FBMetadata(type) return type end
-)";
-
-class PlainRuntime : public testing::Test {
+class PlainRuntimeTest : public testing::Test {
  protected:
-  PlainRuntime() {
+  PlainRuntimeTest() {
     setenv("STATE_DIRECTORY", folder_.path().c_str(), 1);  // NOLINT(concurrency-mt-unsafe)
-    [[maybe_unused]] static const int once = InitAddin();
-    luaL_openlibs(lua_);
-    Run(kTypes);
-    for (const lua_CFunction opener : openers) {
-      EXPECT_GE(opener(lua_), 0);
-      lua_settop(lua_, 0);
-    }
+    runtime_.Load(InitAddin);
   }
-  ~PlainRuntime() override {
-    lua_close(lua_);
+  ~PlainRuntimeTest() override {
+    runtime_.Close();
     DisposeAddin();
   }
 
-  void Run(const std::string& chunk) {
-    ASSERT_EQ(luaL_dostring(lua_, chunk.c_str()), 0) << lua_tostring(lua_, -1);
-  }
-  std::string Eval(const std::string& expression) {
-    Run("result = tostring(" + expression + ")");
-    lua_getglobal(lua_, "result");
-    std::string result = lua_tostring(lua_, -1);
-    lua_settop(lua_, 0);
-    return result;
-  }
+  void Run(const std::string& chunk) { runtime_.Run(chunk); }
+  std::string Eval(const std::string& expression) { return runtime_.Eval(expression); }
   /// Calls the block `fb`, and answers as a modem does, until a condition holds.
   bool CallUntil(const std::string& condition) {
     return test_support::WaitFor([&] {
@@ -110,17 +81,17 @@ class PlainRuntime : public testing::Test {
   test_support::FakeModemPort port_{1};
   std::map<int, std::string> stored_;
   int sent_ = 0;
-  lua_State* lua_ = luaL_newstate();
+  test_support::PlainRuntime runtime_;
 };
 
-TEST_F(PlainRuntime, HasNoAdditions) {
+TEST_F(PlainRuntimeTest, HasNoAdditions) {
   EXPECT_TRUE(ModemPortDriverHasPort == nullptr);
   EXPECT_TRUE(ModemPortDriverListen == nullptr);
   EXPECT_TRUE(ModemPortDriverUnregister == nullptr);
   EXPECT_TRUE(CorvaneStateFolder == nullptr);
 }
 
-TEST_F(PlainRuntime, AMessageGoesOut) {
+TEST_F(PlainRuntimeTest, AMessageGoesOut) {
   Run("fb = SMS_OUTBOX.new { Port = 1, Receiver = '110', Text = 'fire', Execute = true }");
   ASSERT_TRUE(CallUntil("fb.Done"));
   EXPECT_EQ(Eval("fb.Sent"), "1");
@@ -129,7 +100,7 @@ TEST_F(PlainRuntime, AMessageGoesOut) {
   EXPECT_TRUE(std::filesystem::exists(folder_.path() / "messages.db"));
 }
 
-TEST_F(PlainRuntime, AnInboxReceivesByTheListThatItAsksForEveryThirtySeconds) {
+TEST_F(PlainRuntimeTest, AnInboxReceivesByTheListThatItAsksForEveryThirtySeconds) {
   Run("fb = SMS_INBOX.new { Port = 1, Enable = true }");
   ASSERT_TRUE(CallUntil("fb.Valid"));
   stored_[1] = test_support::TextMessage("hello").ToHex();
@@ -146,7 +117,7 @@ TEST_F(PlainRuntime, AnInboxReceivesByTheListThatItAsksForEveryThirtySeconds) {
   EXPECT_TRUE(stored_.empty());
 }
 
-TEST_F(PlainRuntime, TheDriverMayAskAfterTheEnd) {
+TEST_F(PlainRuntimeTest, TheDriverMayAskAfterTheEnd) {
   Run("fb = SMS_INBOX.new { Port = 1, Enable = true }");
   ASSERT_TRUE(CallUntil("fb.Valid"));
   clock_is_ahead += 31;

@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: MIT
+// The blocks that the modem port driver may call. A driver keeps the address of a block for ever if
+// it has no ModemPortDriverUnregister, so its calls for a block that Lua has collected lead
+// nowhere.
+#pragma once
+
+#include <mutex>
+#include <unordered_set>
+
+#include "corvane/modem_port_driver.h"
+
+/// A member of a block, by which its class knows that it exists. When it is destroyed, it withdraws
+/// the block from the driver, if the runtime can do that.
+template <class Block>
+class DriverClient {
+ public:
+  explicit DriverClient(Block* block) : block_(block) {
+    const std::lock_guard lock(Blocks().mutex);
+    Blocks().existing.insert(block_);
+  }
+  DriverClient(const DriverClient&) = delete;
+  DriverClient& operator=(const DriverClient&) = delete;
+  ~DriverClient() {
+    if (ModemPortDriverUnregister != nullptr) ModemPortDriverUnregister(block_);
+    const std::lock_guard lock(Blocks().mutex);
+    Blocks().existing.erase(block_);
+  }
+
+  /// The block that a driver calls; null: it does not exist any more.
+  static Block* Of(void* context) {
+    const std::lock_guard lock(Blocks().mutex);
+    return Blocks().existing.contains(context) ? static_cast<Block*>(context) : nullptr;
+  }
+
+ private:
+  struct Existing {
+    std::mutex mutex;  // Lua states, each with blocks of its own, may run at the same time
+    std::unordered_set<const void*> existing;
+  };
+  static Existing& Blocks() {
+    static auto& blocks = *new Existing;  // never destroyed: the driver may still call then
+    return blocks;
+  }
+
+  Block* const block_;
+};
