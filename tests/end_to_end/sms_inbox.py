@@ -439,7 +439,7 @@ def a_full_modem_is_emptied(place, size=255, *options):
 
 
 def a_full_modem_is_emptied_at_9600_baud(place):
-    a_full_modem_is_emptied(place, 100, "--baud", "9600")
+    a_full_modem_is_emptied(place, 255, "--baud", "9600")
 
 
 REPORTED = """
