@@ -7,6 +7,7 @@ import glob
 import json
 import os
 import pwd
+import re
 import shutil
 import signal
 import socket
@@ -131,7 +132,8 @@ class Finicky:
 
 
 class Exim(Server):
-    """exim4 with the configuration `text`, in which @FOLDER@, @PORT@ and @USER@ are filled in."""
+    """exim4 with the configuration `text`, in which @FOLDER@, @PORT@ and @USER@ are filled in, and further
+    ports, such as @PORT_TLS@, which are then in `ports`."""
 
     def __init__(self, text):
         self.text = text
@@ -146,7 +148,9 @@ class Exim(Server):
                 os.chown(f"{self.folder}/{name}", pwd.getpwnam(user).pw_uid, -1)
         for _ in range(5):  # somebody else may take the port before exim does
             self.port = free_port()
-            filled = {"@FOLDER@": self.folder, "@PORT@": str(self.port), "@USER@": user}
+            self.ports = {name: free_port() for name in set(re.findall("@(PORT_[A-Z]+)@", self.text))}
+            filled = {"@FOLDER@": self.folder, "@PORT@": str(self.port), "@USER@": user,
+                      **{f"@{name}@": str(port) for name, port in self.ports.items()}}
             text = self.text
             for name, value in filled.items():
                 text = text.replace(name, value)
