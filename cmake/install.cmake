@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
 # What `cmake --install` installs, and where. Components: runtime (programs, libraries, add-ins,
-# examples, pages, completion), dev (contract headers for add-ins), package (what only a Debian
-# package needs).
+# examples, pages, completion), mail (the add-in that needs libcurl), dev (contract headers for add-ins),
+# package, package-mail and package-dev (what only a Debian package needs).
 include(CMakePackageConfigHelpers)
 
 # The libraries are parts of one program and not for development, so they are in a folder of their own,
@@ -11,8 +11,15 @@ get_property(addins GLOBAL PROPERTY CORVANE_ADDINS)
 set_target_properties(opcua corvaneshare corvane_runtime ${addins} PROPERTIES
   INSTALL_RPATH "$ORIGIN")
 install(TARGETS corvane_cli RUNTIME COMPONENT runtime)
-install(TARGETS opcua corvaneshare corvane_runtime ${addins}
-  LIBRARY DESTINATION ${library_dir} COMPONENT runtime)
+install(TARGETS opcua corvaneshare corvane_runtime LIBRARY DESTINATION ${library_dir} COMPONENT runtime)
+foreach(addin IN LISTS addins)
+  # libcurl and what it needs take several times the space of all the rest.
+  set(component runtime)
+  if(addin STREQUAL corvane_mail)
+    set(component mail)
+  endif()
+  install(TARGETS ${addin} LIBRARY DESTINATION ${library_dir} COMPONENT ${component})
+endforeach()
 
 install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DATADIR}/corvane
   USE_SOURCE_PERMISSIONS COMPONENT runtime PATTERN "*_addin" EXCLUDE

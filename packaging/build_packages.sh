@@ -1,7 +1,7 @@
 #!/bin/bash
 # SPDX-License-Identifier: MIT
-# build_packages.sh: builds corvane_*.deb and corvane-dev_*.deb in build/release/packages, and checks
-# them with lintian. It installs missing packages.
+# build_packages.sh: builds corvane_*.deb, corvane-mail_*.deb and corvane-dev_*.deb in
+# build/release/packages, and checks them with lintian. It installs missing packages.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
-# The Debian packages: corvane (the runtime and its service) and corvane-dev (for add-ins).
+# The Debian packages: corvane (the runtime and its service), corvane-mail (the add-in that needs libcurl)
+# and corvane-dev (for add-ins of others).
 # packaging/build_packages.sh builds them.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME corvane)
@@ -19,9 +20,11 @@ set(CPACK_DEBIAN_PACKAGE_RELEASE ${CMAKE_MATCH_1})
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 
 set(CPACK_DEB_COMPONENT_INSTALL ON)
-set(CPACK_COMPONENTS_ALL runtime dev package package-dev)
+set(CPACK_COMPONENTS_ALL runtime mail dev package package-mail package-dev)
 set(CPACK_COMPONENT_RUNTIME_GROUP corvane)
 set(CPACK_COMPONENT_PACKAGE_GROUP corvane)
+set(CPACK_COMPONENT_MAIL_GROUP mail)
+set(CPACK_COMPONENT_PACKAGE-MAIL_GROUP mail)
 set(CPACK_COMPONENT_DEV_GROUP dev)
 set(CPACK_COMPONENT_PACKAGE-DEV_GROUP dev)
 
@@ -43,6 +46,16 @@ set(CPACK_DEBIAN_CORVANE_PACKAGE_CONTROL_EXTRA
   ${CMAKE_CURRENT_LIST_DIR}/debian/postrm)
 set(CPACK_DEBIAN_CORVANE_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
+set(CPACK_DEBIAN_MAIL_PACKAGE_NAME corvane-mail)
+set(CPACK_DEBIAN_MAIL_PACKAGE_SECTION electronics)
+set(CPACK_DEBIAN_MAIL_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_MAIL_PACKAGE_DEPENDS
+  "corvane (= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}), ca-certificates")
+set(CPACK_DEBIAN_MAIL_DESCRIPTION
+"Function block MAIL_OUTBOX for Corvane's control programs.
+It keeps e-mail on the disk until a mail server has taken it, over TLS with
+certificates checked.")
+
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME corvane-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_ARCHITECTURE all)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION devel)
@@ -58,8 +71,8 @@ install(PROGRAMS packaging/service.sh DESTINATION lib/corvane RENAME service
   COMPONENT package EXCLUDE_FROM_ALL)
 install(DIRECTORY DESTINATION /etc/corvane COMPONENT package EXCLUDE_FROM_ALL)
 compress_text(${CMAKE_CURRENT_LIST_DIR}/debian/changelog changelog.Debian.gz)
-foreach(package IN ITEMS corvane corvane-dev)
-  string(REPLACE corvane package component ${package})  # package, package-dev
+foreach(package IN ITEMS corvane corvane-mail corvane-dev)
+  string(REPLACE corvane package component ${package})  # package, package-mail, package-dev
   install(FILES packaging/debian/copyright ${CMAKE_BINARY_DIR}/doc/changelog.Debian.gz
     DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package} COMPONENT ${component} EXCLUDE_FROM_ALL)
 endforeach()

@@ -114,7 +114,8 @@ def check_hardening():
     """The installed binaries are compiled for parsers that read what strangers send."""
     files = ["/usr/bin/corvane", *map(str, pathlib.Path("/usr/lib").rglob("corvane/*.so"))]
     names = {os.path.basename(file) for file in files}
-    assert names >= {"corvane", "opcua.so", "corvaneshare.so", "corvane.so", "corvane_fb_lib.so"}, files
+    assert names >= {"corvane", "opcua.so", "corvaneshare.so", "corvane.so", "corvane_fb_lib.so",
+                     "corvane_mail.so"}, files
     for file in files:
         headers = run("readelf", "--wide", "--file-header", "--program-headers", "--dynamic", file)
         assert "DYN (" in headers and "NOW" in headers and "GNU_RELRO" in headers, file
@@ -124,6 +125,32 @@ def check_hardening():
     [addin] = [file for file in files if "corvane_fb_lib" in file]
     assert "__assert_fail@" in run("readelf", "--wide", "--dyn-syms", addin), "its assertions are left out"
     assert "_chk@" in run("readelf", "--wide", "--dyn-syms", "/usr/bin/corvane"), "not fortified"
+
+
+def blocks():
+    """The types of blocks, and the warnings."""
+    result = subprocess.run(["corvane", "blocks"], capture_output=True, text=True, check=True)
+    return re.findall(r"^\w+$", result.stdout, re.MULTILINE), result.stderr
+
+
+def check_without_mail():
+    """The runtime needs no libcurl, and has no MAIL_OUTBOX."""
+    assert "libcurl" not in run("dpkg-query", "-W", "-f", "${Depends}", "corvane")
+    types, warnings = blocks()
+    assert "SMS_OUTBOX" in types and "MAIL_OUTBOX" not in types and warnings == "", (types, warnings)
+
+
+def check_mail():
+    """corvane-mail brings MAIL_OUTBOX; without libcurl one line says what is missing, and the rest works."""
+    types, warnings = blocks()
+    assert "MAIL_OUTBOX" in types and warnings == "", (types, warnings)
+    [library] = pathlib.Path("/usr/lib").rglob("libcurl.so.4")
+    absent = library.rename(library.with_name("absent"))
+    types, warnings = blocks()
+    wanted = (r"\S+ \S+ warning cannot load add-in /usr/lib/\S*corvane_mail\.so: it needs libcurl\.so\.4, which "
+              r"is not installed \(on Debian: apt install libcurl4\); its blocks are left out\n")
+    assert "SMS_OUTBOX" in types and "MAIL_OUTBOX" not in types and re.fullmatch(wanted, warnings), (types, warnings)
+    absent.rename(library)
 
 
 def check_group(pages):
@@ -206,8 +233,10 @@ def use_packages(project, folder, packages):
     shell(pages.command("apt-get install ./") + " -o Dpkg::Options::=--path-include=/usr/share/*")
     install = ("dpkg", "--path-include=/usr/share/*", "-i")
     names = [str(path) for path in pathlib.Path("build/release/packages").iterdir()]
+    check_without_mail()
     run(*install, *names)
     check_use(pages)
+    check_mail()
     check_hardening()
     check_group(pages)
     check_service(pages)
@@ -218,7 +247,7 @@ def use_packages(project, folder, packages):
     check_use(pages)
     shell("mkdir -p /etc/systemd/system/multi-user.target.wants; cd /etc/systemd/system/multi-user.target.wants;"
           "ln -s /usr/lib/systemd/system/corvane@.service corvane@pump.service")  # as systemctl enable does
-    run("dpkg", "--purge", "corvane", "corvane-dev")
+    run("dpkg", "--purge", "corvane", "corvane-mail", "corvane-dev")
     # Somebody's program stays, and nothing else.
     assert leftovers("/tmp/upper") == ["etc/corvane"], leftovers("/tmp/upper")
     assert os.listdir("/etc/corvane") == ["pump.lua"]
@@ -246,7 +275,7 @@ def main():
             sys.exit(77)
     check_build(project, Pages(project))
     packages = sorted(str(path) for path in pathlib.Path(project, "build/release/packages").glob("*.deb"))
-    assert len(packages) == 2, packages
+    assert len(packages) == 3, packages
     folder = tempfile.mkdtemp()
     try:
         namespace = (*as_root, "unshare", "--mount", "--propagation", "private")
