@@ -3,93 +3,33 @@
 // store stalls, and when many messages wait. Blocks, store and modem port driver are the real ones;
 // the modem is a TCP port that accepts and says nothing, the disk an SQLite VFS that blocks.
 #include <benchmark/benchmark.h>
-#include <netinet/in.h>
-#include <sys/resource.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <atomic>
 #include <chrono>
-#include <ctime>
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "addins/corvane_sms/corvane_sms.h"
 #include "addins/corvane_sms/sms_service.h"
+#include "benchmarks/block_calls.h"
 #include "runtime/corvane/lua_environment.h"
 #include "runtime/modem_driver/modem_port_driver.h"
-#include "tests/support/shim_vfs.h"
 #include "tests/support/temporary_folder.h"
 
 namespace {
 
+using benchmarks::Disk;
+using benchmarks::Measure;
+using benchmarks::Resident;
+using benchmarks::Sample;
+using benchmarks::SilentPort;
 using corvane::TheScanLock;
 using corvane_sms::SmsService;
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 std::string the_folder;
-
-/// Connections are accepted by the kernel, and nobody reads or writes.
-class DeadModem {
- public:
-  DeadModem() : listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    auto* const any = reinterpret_cast<sockaddr*>(&address);
-    if (bind(listener_, any, size) != 0 || listen(listener_, 8) != 0 ||
-        getsockname(listener_, any, &size) != 0) {
-      std::abort();
-    }
-    port_ = ntohs(address.sin_port);
-  }
-  DeadModem(const DeadModem&) = delete;
-  DeadModem& operator=(const DeadModem&) = delete;
-  ~DeadModem() { close(listener_); }
-  [[nodiscard]] std::string Target() const { return "tcp:127.0.0.1:" + std::to_string(port_); }
-
- private:
-  int listener_;
-  int port_ = 0;
-};
-
-/// The disk of every SQLite database in this process.
-class Disk {
- public:
-  static Disk& The() {
-    static Disk disk;
-    return disk;
-  }
-  /// Writing does not go on before this time has passed.
-  void StallFor(milliseconds time) {
-    held_ = Clock::duration{0};
-    until_ = (Clock::now() + time).time_since_epoch();
-  }
-  /// How long a thread that wanted to write was held since StallFor, in seconds.
-  [[nodiscard]] double held() const { return std::chrono::duration<double>(held_.load()).count(); }
-
- private:
-  Disk() { sqlite3_vfs_register(sqlite3_vfs_find(shim_.name().c_str()), /*makeDflt=*/1); }
-
-  int Hold() {
-    const auto begin = Clock::now();
-    const Clock::time_point until(until_.load());
-    if (begin >= until) return SQLITE_OK;
-    std::this_thread::sleep_until(until);
-    held_ = Clock::now() - begin;
-    return SQLITE_OK;
-  }
-
-  std::atomic<Clock::duration> until_{Clock::duration{0}};
-  std::atomic<Clock::duration> held_{Clock::duration{0}};
-  test_support::ShimVfs shim_{[this](const test_support::DiskCall& /*call*/) { return Hold(); }};
-};
 
 // 100 characters, as an alarm has.
 constexpr const char* kProgram = R"(
@@ -159,54 +99,12 @@ class Host {
   }
 
  private:
-  DeadModem modem_;
-  corvane::ModemPortDriver driver_{corvane::ParseModemTargets({"1=" + modem_.Target()}),
-                                   TheScanLock()};
+  SilentPort modem_;
+  corvane::ModemPortDriver driver_{
+      corvane::ParseModemTargets({"1=tcp:127.0.0.1:" + std::to_string(modem_.port())}),
+      TheScanLock()};
   std::unique_ptr<corvane::LuaEnvironment> environment_;
 };
-
-double Seconds(clockid_t clock) {
-  timespec time{};
-  clock_gettime(clock, &time);
-  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
-}
-
-/// How often the kernel gave this thread's processor to another that wanted it, too. A thread that
-/// waits of its own accord, for a lock or a disk, does not count.
-long Preemptions() {
-  rusage usage{};
-  getrusage(RUSAGE_THREAD, &usage);
-  return usage.ru_nivcsw;
-}
-
-struct Sample {
-  double wall = 0, cpu = 0;  // seconds
-  bool preempted = false;
-};
-
-Sample Measure(const Host& host, const char* function) {
-  const long preemptions = Preemptions();
-  const double cpu = Seconds(CLOCK_THREAD_CPUTIME_ID);
-  const double wall = Seconds(CLOCK_MONOTONIC);
-  host.Call(function);
-  const double wall_after = Seconds(CLOCK_MONOTONIC);
-  const double cpu_after = Seconds(CLOCK_THREAD_CPUTIME_ID);
-  return {wall_after - wall, cpu_after - cpu, Preemptions() != preemptions};
-}
-
-void Report(benchmark::State& state, const std::string& name, std::vector<Sample> samples) {
-  std::ranges::sort(samples, {}, &Sample::wall);
-  auto& counters = state.counters;
-  counters[name + "_calls"] = static_cast<double>(samples.size());
-  counters[name + "_worst"] = samples.back().wall;
-  counters[name + "_median"] = samples[samples.size() / 2].wall;
-  counters[name + "_p99"] = samples[samples.size() * 99 / 100].wall;
-  counters[name + "_worst_cpu"] = std::ranges::max(samples, {}, &Sample::cpu).cpu;
-  counters[name + "_preempted"] =
-      static_cast<double>(std::ranges::count(samples, true, &Sample::preempted));
-  std::erase_if(samples, &Sample::preempted);
-  counters[name + "_worst_undisturbed"] = samples.empty() ? 0 : samples.back().wall;
-}
 
 /// 6000 cycles, a minute of a program with 10 ms, in 6 s. Every tenth queues a message. The disk
 /// stalls for 5 s: from the very first cycle, or when the store is open and messages wait.
@@ -300,14 +198,6 @@ void Restart(benchmark::State& state) {
   Report(state, "inbox", std::move(inbox));
 }
 BENCHMARK(Restart)->Arg(10'000)->Iterations(1);
-
-/// Resident memory of the process, in bytes.
-double Resident() {
-  std::ifstream file("/proc/self/statm");
-  std::size_t size = 0, resident = 0;
-  file >> size >> resident;
-  return static_cast<double>(resident * static_cast<std::size_t>(sysconf(_SC_PAGESIZE)));
-}
 
 /// What 10,000 messages that wait add to one. To be run alone: memory once used is used again.
 void Memory(benchmark::State& state, const std::string& block) {

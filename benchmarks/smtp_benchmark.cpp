@@ -3,7 +3,6 @@
 // server in this process, and the Base64 encoder compared with OpenSSL's.
 #include <arpa/inet.h>
 #include <benchmark/benchmark.h>
-#include <curl/curl.h>
 #include <malloc.h>
 #include <openssl/evp.h>
 #include <sys/socket.h>
@@ -22,6 +21,7 @@
 
 #include "addins/corvane_fb_lib/base64.h"
 #include "addins/corvane_fb_lib/csmtp_v1_8a/csmtp.h"
+#include "benchmarks/curl_peer.h"
 
 namespace {
 
@@ -213,36 +213,6 @@ void RealMailOurs(benchmark::State& state) {
 }
 BENCHMARK(RealMailOurs)->Name("RealMail/ours")->Arg(0)->Arg(5 << 20)->UseRealTime();
 
-/// What is left of a message that curl reads from memory.
-struct Upload {
-  std::string_view rest;
-  static std::size_t Read(char* to, std::size_t size, std::size_t count, void* self) {
-    auto& rest = static_cast<Upload*>(self)->rest;
-    const std::size_t length = rest.copy(to, size * count);
-    rest.remove_prefix(length);
-    return length;
-  }
-};
-
-void SendByCurl(unsigned short port, const std::string& message) {
-  CURL* curl = curl_easy_init();
-  Upload upload{message};
-  curl_slist* recipients = curl_slist_append(nullptr, "operator@plant.example");
-  curl_easy_setopt(curl, CURLOPT_URL,
-                   ("smtp://127.0.0.1:" + std::to_string(port) + "/plc.example").c_str());
-  curl_easy_setopt(curl, CURLOPT_USERNAME, "plc");
-  curl_easy_setopt(curl, CURLOPT_PASSWORD, "s3cret");
-  curl_easy_setopt(curl, CURLOPT_LOGIN_OPTIONS, "AUTH=LOGIN");
-  curl_easy_setopt(curl, CURLOPT_MAIL_FROM, "<pump3@plant.example>");
-  curl_easy_setopt(curl, CURLOPT_MAIL_RCPT, recipients);
-  curl_easy_setopt(curl, CURLOPT_READFUNCTION, Upload::Read);
-  curl_easy_setopt(curl, CURLOPT_READDATA, &upload);
-  curl_easy_setopt(curl, CURLOPT_UPLOAD, 1L);
-  if (curl_easy_perform(curl) != CURLE_OK) std::abort();
-  curl_slist_free_all(recipients);
-  curl_easy_cleanup(curl);
-}
-
 /// The message that Send sends. Curl finds it in memory: it neither reads the file nor encodes it.
 std::string ReadyMessage(const Server& server, std::size_t attachment_size) {
   Send(server.port(), Attachment(attachment_size));
@@ -252,7 +222,7 @@ std::string ReadyMessage(const Server& server, std::size_t attachment_size) {
 void MailPeer(benchmark::State& state) {
   const Server server;
   const std::string message = ReadyMessage(server, static_cast<std::size_t>(state.range(0)));
-  for (auto _ : state) SendByCurl(server.port(), message);
+  for (auto _ : state) benchmarks::CurlPeer(server.port()).Send(message);
   state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(MailPeer)->Name("Mail/peer")->Arg(0)->Arg(5 << 20)->UseRealTime();
@@ -260,7 +230,7 @@ BENCHMARK(MailPeer)->Name("Mail/peer")->Arg(0)->Arg(5 << 20)->UseRealTime();
 void RealMailPeer(benchmark::State& state) {
   const std::string message = ReadyMessage(Server(), static_cast<std::size_t>(state.range(0)));
   const unsigned short port = RealServerPort();
-  for (auto _ : state) SendByCurl(port, message);
+  for (auto _ : state) benchmarks::CurlPeer(port).Send(message);
   state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(RealMailPeer)->Name("RealMail/peer")->Arg(0)->Arg(5 << 20)->UseRealTime();
