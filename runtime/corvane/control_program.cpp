@@ -3,6 +3,8 @@
 
 #include <chrono>
 
+#include "runtime/corvane/plc_file.h"
+
 namespace corvane {
 namespace {
 
@@ -15,10 +17,12 @@ int AddModuleFolder(lua_State* L) {
   return 0;
 }
 
-/// Adds `retain` of the RetainedValues at argument 1 to the global table `plc`.
-int OpenRetain(lua_State* L) {
+/// Adds `retain` of the RetainedValues at argument 1, and `file` of the FileWatches at argument 2,
+/// to the global table `plc`.
+int OpenRest(lua_State* L) {
   lua_getglobal(L, "plc");
   static_cast<RetainedValues*>(lua_touserdata(L, 1))->Open(L);
+  OpenPlcFile(L, *static_cast<FileWatches*>(lua_touserdata(L, 2)));
   return 0;
 }
 
@@ -63,9 +67,10 @@ ControlProgram::ControlProgram(const std::filesystem::path& file,
     : file_(file), plc_{std::move(arguments), std::nullopt}, retained_(retained) {
   lua_State* L = lua_.state();
   OpenPlc(L, plc_);
-  lua_pushcfunction(L, OpenRetain);
+  lua_pushcfunction(L, OpenRest);
   lua_pushlightuserdata(L, &retained_);
-  ProtectedCall(L, 1, 0);
+  lua_pushlightuserdata(L, &files_);
+  ProtectedCall(L, 2, 0);
   const auto folder = file.has_parent_path() ? file.parent_path() : std::filesystem::path(".");
   lua_pushcfunction(L, AddModuleFolder);
   lua_pushstring(L, folder.c_str());

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "runtime/corvane/cycle_time.h"
+#include "runtime/corvane/file_watches.h"
 #include "runtime/corvane/lua_environment.h"
 #include "runtime/corvane/plc_library.h"
 #include "runtime/corvane/retained_values.h"
@@ -56,6 +57,7 @@ class ControlProgram {
   std::filesystem::path file_;
   PlcContext plc_;
   RetainedValues retained_;
+  FileWatches files_;
   LuaEnvironment lua_;  // last: blocks may still use the members above when they are collected
 };
 
