@@ -19,6 +19,10 @@ void Look(lua_State* L, lua_Debug* record) {
   if (std::chrono::steady_clock::now() < deadline) return;
   lua_sethook(L, Look, LUA_MASKCOUNT, kOnceOver);
   lua_getinfo(L, "Sl", record);
+  // In a function of ours, the place is where a file called it.
+  for (int level = 1; record->source[0] != '@' && lua_getstack(L, level, record) != 0; ++level) {
+    lua_getinfo(L, "Sl", record);
+  }
   lua_rawgetp(L, LUA_REGISTRYINDEX, &kWhat);
   luaL_error(L, "%s:%d: %s does not end: the test has taken %s (--timeout)", record->short_src,
              record->currentline, lua_tostring(L, -1), FormatDuration(allowed).c_str());

@@ -228,6 +228,8 @@ TEST_F(TestCommand, EndsAProgramOrATestThatDoesNotEnd) {
   Fails("while true do end", ":3: the test does not end: the test has taken 300ms (--timeout)",
         {"--timeout", "300ms"});
   Fails("while true do pcall(error, 'x') end", "the test does not end", {"--timeout", "300ms"});
+  Fails("while true do program:run(9) end", "does not end: the test has taken 300ms",
+        {"--timeout", "300ms"});
 }
 
 TEST_F(TestCommand, NamesTheLineOfTheTestAndOfTheFunctionItCalls) {
