@@ -11,6 +11,7 @@
 #include <cctype>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -207,8 +208,13 @@ std::vector<StoredAttachment> AttachmentFolder::Remember(std::vector<Source>& so
 
 std::unique_ptr<mail::Octets> AttachmentFolder::Open(const StoredAttachment& attachment) const {
   if (attachment.memory != nullptr) return std::make_unique<FileOctets>(attachment.memory);
-  if (attachment.file.empty() || folder_.empty()) return nullptr;
-  const fs::path path = folder_ / attachment.file;
+  if (folder_.empty()) return nullptr;
+  // The name comes from the store, which may be damaged: nothing else may be sent.
+  const fs::path name(attachment.file);
+  const bool is_ours = std::ranges::distance(name) == 2 && name.is_relative() &&
+                       attachment.file.find("..") == std::string::npos;
+  if (!is_ours) return nullptr;
+  const fs::path path = folder_ / name;
   auto file = std::make_shared<Descriptor>(
       open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
   struct stat found {};
