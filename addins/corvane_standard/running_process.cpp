@@ -21,7 +21,7 @@ constexpr auto kGrace = 2s;                             // between SIGTERM and S
 constexpr std::chrono::milliseconds kLookAtGroup = 1s;  // how often
 constexpr std::chrono::milliseconds kLookAtEnd = 20ms;  // the same, while it is ended
 constexpr auto kLookAtProcess = 10ms;  // how often, where the system does not tell us
-constexpr std::size_t kChunk = 64 * 1024;
+constexpr std::size_t kChunk = 65536;
 constexpr int kMostChunks = 16;  // the most that a pipe holds without privileges is 1 MiB
 
 }  // namespace
@@ -51,9 +51,7 @@ void RunningProcess::Advance(Clock::time_point now) {
   ProcessEnd end;
   if (handle_ != nullptr && Reap(end)) Finish(std::move(end), now);
   if (gone_) return;
-  if (owner_.expired()) {
-    Stop(ProcessEnd::Kind::kAborted, kGrace, now);
-  } else if (handle_ != nullptr && handle_->aborted()) {
+  if (owner_.expired() || (handle_ != nullptr && handle_->aborted())) {
     Stop(ProcessEnd::Kind::kAborted, kGrace, now);
   } else if (handle_ != nullptr && order_.timeout > 0ms && now - started_ >= order_.timeout) {
     Stop(ProcessEnd::Kind::kTimedOut, kGrace, now);
