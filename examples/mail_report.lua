@@ -7,22 +7,26 @@
 -- Every user of a machine can see a command line. Keep a real password in a file that only the program's
 -- user may read: `corvane run --config FILE`, with a line `args = WORD` for each word.
 --
--- It ends when the mail server has accepted the message, or with status 1 if sending failed.
+-- It ends when the mail server has the message, or with status 1 if that cannot work. While the network is down
+-- it waits: the message is on the disk, and goes out by itself, after a restart, too.
 
 local server, port, login, password, sender, recipient, report = table.unpack(plc.args)
 if not report then
     error("required: SERVER PORT LOGIN PASSWORD SENDER RECIPIENT REPORT_FILE", 0)
 end
 
-local mail = SEND_EMAIL.new({
+-- A server on this machine needs no TLS.
+local is_local = server == "127.0.0.1" or server == "localhost"
+
+local mail = MAIL_OUTBOX.new({
     Server = server,
     Port = tonumber(port),
-    Login = login,
+    Security = is_local and "none" or "starttls",
+    User = login,
     Password = password,
-    SenderName = "Pump station 3",      -- without it the receiver sees a placeholder as the sender
-    SenderMail = sender,
-    Recipient = recipient,              -- several: "one@plant.example; two@plant.example"
-    Attachment = report,
+    From = "Pump station 3 <" .. sender .. ">",
+    To = recipient,                     -- several: "one@plant.example; two@plant.example"
+    Attachments = report,
 })
 
 -- Ten cycles of measuring; a real station would read its inputs here.
@@ -43,7 +47,7 @@ end
 
 local function summary()
     local highest = math.max(table.unpack(levels))
-    return string.format("%d values, the highest %.3f m.\r\nThe table is attached.",
+    return string.format("%d values, the highest %.3f m.\nThe table is attached.",
                          #levels, highest)
 end
 
@@ -53,18 +57,18 @@ function cycle()
         if #levels == 10 then
             write_report()
             mail.Subject = "Daily report of pump station 3"
-            mail.Message = summary()
-            mail.Send = true            -- the rising edge queues the message
+            mail.Text = summary()
+            mail.Execute = true         -- the rising edge queues the message
         end
     end
 
-    mail()                              -- waits while the message is being sent to the server
+    mail()                              -- never waits
 
-    if mail.ErrStr ~= "" then           -- the message could not even be composed
-        plc.log("report not sent: " .. mail.ErrStr)
+    if mail.Done then
+        print("report sent")
+        plc.stop()
+    elseif mail.Error then              -- it cannot be sent as it is, or somebody must correct the login
+        print(mail.ErrorText)
         plc.stop(1)
-    elseif mail.Sent then               -- TRUE for one call, when the outcome is known
-        print("report sent, code " .. mail.Code)
-        plc.stop(mail.Code == 0 and 0 or 1)
     end
 end

@@ -44,6 +44,7 @@ fi
 cat <&3 & # shows the messages that arrive
 
 echo "The mail server is listening on port $port."
-cd "$folder" # the name of an attachment is its whole path; this keeps it short
+cd "$folder" # where the report is written
+export STATE_DIRECTORY=$folder/state # the store of messages: each run of the example begins with an empty one
 "$corvane" run "$here/mail_report.lua" "$@" -- 127.0.0.1 "$port" plc s3cret \
     pump3@plant.example operator@plant.example report.csv

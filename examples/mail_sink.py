@@ -1,6 +1,6 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""A mail server for trying out SEND_EMAIL: prints each message and keeps it as a file.
+"""A mail server for trying out MAIL_OUTBOX and SEND_EMAIL: prints each message and keeps it as a file.
 
 It listens on this machine only, requires AUTH LOGIN, and delivers nothing to anybody. The first line
 that it prints is "READY" and its port. Ctrl-C or SIGTERM ends it.
@@ -19,7 +19,7 @@ import warnings
 
 from aiosmtpd.smtp import SMTP, AuthResult, LoginPassword
 
-# The block sends a message body as one line, however long.
+# SEND_EMAIL sends a message body as one line, however long.
 SMTP.line_length_limit = 1 << 30
 MAX_MESSAGE = 64 << 20  # bytes
 

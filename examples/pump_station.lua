@@ -43,14 +43,20 @@ local inbox = SMS_INBOX.new { Port = 1, Enable = true }
 -- does not send it again within the hour.
 local alarm_sms = SMS_OUTBOX.new { Port = 1, Receiver = alarm_numbers, Urgent = true, Key = "level", ValidFor = 3600 }
 local answer_sms = SMS_OUTBOX.new { Port = 1, ValidFor = 600 } -- after ten minutes nobody wants the answer
-local send_email = SEND_EMAIL.new {
+-- A mail server on this machine needs no TLS.
+local is_local = plc.args[1] == "127.0.0.1" or plc.args[1] == "localhost"
+local alarm_mail = MAIL_OUTBOX.new {
   Server = plc.args[1],
-  Port = plc.args[2],
-  Login = plc.args[3],
+  Port = tonumber(plc.args[2]),
+  Security = is_local and "none" or "starttls",
+  User = plc.args[3],
   Password = plc.args[4],
-  SenderName = "Pump station 3",
-  SenderMail = plc.args[5],
-  Recipient = plc.args[6],
+  From = "Pump station 3 <" .. plc.args[5] .. ">",
+  To = plc.args[6],
+  Subject = "Pump station 3: alarm",
+  Attachments = "levels.csv",
+  Key = "level",
+  ValidFor = 3600,
 }
 -- The state of the machine itself. The command contains only our own text, nothing from an SMS.
 -- The cycle waits for it; if a disk hangs, `timeout` ends it.
@@ -131,9 +137,6 @@ end
 ---------------------------------------------------------------------------------------------------
 -- Sending e-mail
 
-local mail -- the text to send; nil: none
-local mail_state = "idle" -- idle, sending
-local mail_again = 0
 local mails_sent = 0
 
 local function write_report()
@@ -142,31 +145,24 @@ local function write_report()
   file:close()
 end
 
+local function mail_alarm(text)
+  write_report()
+  alarm_mail.Text = text
+  alarm_mail.Execute = true
+end
+
+-- As with SMS. Without a network the mail waits on the disk, and nothing else waits for it.
 local function send_mail()
-  send_email.Send = false
-  if mail and mail_state == "idle" and plc.clock() >= mail_again then
-    write_report()
-    send_email.Subject = "Pump station 3: alarm"
-    send_email.Message = mail
-    send_email.Attachment = "levels.csv"
-    send_email.Send = true
-    mail_state = "sending"
+  alarm_mail()
+  if not alarm_mail.Execute or not (alarm_mail.Done or alarm_mail.Error) then
+    return
   end
-  send_email()
-  if send_email.ErrStr ~= "" then
-    say("e-mail not queued: %s", send_email.ErrStr)
-    send_email.ErrStr = ""
-    mail_state, mail_again = "idle", plc.clock() + 5
+  alarm_mail.Execute = false
+  if alarm_mail.Done then
+    mails_sent = mails_sent + 1
   end
-  if send_email.Sent then -- TRUE for one call: the block has finished with this message
-    mail_state = "idle"
-    if send_email.Code == 0 then
-      mails_sent = mails_sent + 1
-      mail = nil
-    else
-      say("e-mail failed (code %d), again in 5 s", send_email.Code)
-      mail_again = plc.clock() + 5
-    end
+  if alarm_mail.ErrorText ~= "" then
+    say("e-mail: %s", alarm_mail.ErrorText)
   end
 end
 
@@ -245,7 +241,7 @@ local function watch_level()
     station.alarm = "active"
     say("ALARM: %d cm, the limit is %d cm", station.level, limit)
     send_alarm(alarm_text:format(station.level, limit))
-    mail = string.format("The water level is %d cm, the limit is %d cm. Pump 2 is not running.", station.level, limit)
+    mail_alarm(string.format("The water level is %d cm, the limit is %d cm. Pump 2 is not running.", station.level, limit))
   elseif station.level < limit - 10 and station.alarm == "acknowledged" then
     station.alarm = "over"
     say("the alarm is over: %d cm", station.level)
@@ -263,7 +259,7 @@ function cycle()
   send_mail()
   start_pump()
 
-  if station.alarm == "over" and not alarm_sms.Execute and #answers == 0 and not mail then
+  if station.alarm == "over" and not alarm_sms.Execute and #answers == 0 and not alarm_mail.Execute then
     say("%d SMS and %d e-mail sent, %d message refused, nothing lost", sms_sent, mails_sent, refused)
     plc.stop()
   end

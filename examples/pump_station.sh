@@ -54,7 +54,7 @@ read -r word _ <&4 || word=
 [ "$word" = ready ] || { echo "pump_station: the modem did not start" >&2; exit 1; }
 spoken_by phone <&4 &
 
-cd "$folder" # the report is written here, since the name of an attachment is its whole path
+cd "$folder" # where the report is written
 export STATE_DIRECTORY=$folder/state # the store of messages: each run of the example begins with an empty one
 status=0
 {

@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""mail_pages.py PROJECT CORVANE: what docs/mail.md, docs/blocks/send_email.md and the mail part of docs/security.md
-show. Their programs and commands run with the guide's own relay, exim4 with the configuration shown, which
+"""mail_pages.py PROJECT CORVANE: what docs/mail.md says about SEND_EMAIL, docs/blocks/send_email.md and the mail part
+of docs/security.md show. Their programs and commands run with the guide's own relay, exim4 with the configuration shown, which
 passes the messages on to a provider: a mail server that insists on TLS and on its own password. Only names,
 ports and folders are replaced. What the guide says about failures is checked as well."""
 import os
@@ -29,7 +29,7 @@ def programs_of(page):
 
 
 programs = programs_of("docs/blocks/send_email.md")
-[guide_program] = programs_of("docs/mail.md")
+[guide_program] = [pair for pair in programs_of("docs/mail.md") if "SEND_EMAIL" in pair[0]]
 guide_blocks = read_blocks(project, "docs/mail.md")
 [relay_configuration] = [block.text for block in guide_blocks if block.language == "exim"]
 with open(project + "/docs/mail.md", encoding="utf-8") as file:

@@ -31,7 +31,7 @@ with tempfile.TemporaryDirectory() as folder:
     output, log = example.communicate(timeout=60)
     assert example.returncode == 0 and " warning " not in log, (output, log)
     for expected in ("From: Pump station 3 <pump3@plant.example>", "To: operator@plant.example",
-                     "Subject: Daily report of pump station 3", "The table is attached.", "report sent, code 0"):
+                     "Subject: Daily report of pump station 3", "The table is attached.", "report sent\n"):
         assert expected in output, (expected, output)
     assert re.search(r"^10 values, the highest 2\.\d{3} m\.$", output, re.MULTILINE), output
     assert re.search(r"^\[report\.csv: \d+ bytes\]$", output, re.MULTILINE), output
