@@ -7,12 +7,12 @@
 namespace mail {
 
 std::string NewMessageId(std::string_view domain) {
-  constexpr std::string_view kDigits = "0123456789abcdef";
+  constexpr std::string_view kHexadecimal = "0123456789abcdef";
   std::random_device source("/dev/urandom");  // 32 bits each
   std::string id = "<";
   for (int word = 0; word < 4; ++word) {
     std::uint32_t bits = source();
-    for (int digit = 0; digit < 8; ++digit, bits >>= 4) id += kDigits[bits & 0xF];
+    for (int digit = 0; digit < 8; ++digit, bits >>= 4) id += kHexadecimal[bits & 0xF];
   }
   return id.append("@").append(domain).append(">");
 }

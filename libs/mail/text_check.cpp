@@ -6,13 +6,13 @@
 namespace mail {
 namespace {
 
-std::string Check(std::string_view text, std::string variable, std::size_t longest,
+std::string Check(std::string_view text, const std::string& variable, std::size_t longest,
                   std::string_view remedy) {
   if (text.size() > longest) {
     return variable + " is too long: it has " + std::to_string(text.size()) + " octets, but " +
            std::to_string(longest) + " is the limit; " + std::string(remedy);
   }
-  const std::size_t wrong =
+  const auto wrong =
       static_cast<std::size_t>(utf8::find_invalid(text.begin(), text.end()) - text.begin());
   if (wrong < text.size()) {
     return variable + " is not valid UTF-8: octet " + std::to_string(wrong + 1) +

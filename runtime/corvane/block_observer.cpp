@@ -96,7 +96,8 @@ std::string NumberText(const std::string& type, const std::string& variable, lua
 
 /// The value on top, a variable of a block of type `type`, as people read it.
 std::string ValueText(lua_State* L, const std::string& type, const DeclaredVariable& declaration) {
-  if (declaration.name == "Password") return lua_rawlen(L, -1) == 0 ? "''" : "......";
+  if (declaration.name == "Password" || declaration.name == "Token")
+    return lua_rawlen(L, -1) == 0 ? "''" : "......";
   if (lua_isnil(L, -1)) return "-";
   if (lua_isboolean(L, -1)) return lua_toboolean(L, -1) != 0 ? "TRUE" : "FALSE";
   if (declaration.type == "DATE_AND_TIME" && lua_type(L, -1) == LUA_TNUMBER) {
