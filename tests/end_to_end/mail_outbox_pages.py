@@ -7,6 +7,7 @@ import asyncio
 import base64
 import http.server
 import json
+import logging
 import os
 import re
 import shlex
@@ -29,6 +30,7 @@ project, corvane = sys.argv[1:]
 PROVIDER = ("--user", "plant@provider.example", "--password", "provider-password")
 guide = read_blocks(project, "docs/mail.md")
 warnings.filterwarnings("ignore", module="aiosmtpd")
+logging.getLogger("mail.log").setLevel(logging.ERROR)
 
 
 def programs_of(blocks):

@@ -29,7 +29,9 @@ def nothing_is_left(folder, group):
 with tempfile.TemporaryDirectory() as folder:
     example = start(folder, "--cycle", "10ms")
     output, log = example.communicate(timeout=60)
-    assert example.returncode == 0 and " warning " not in log, (output, log)
+    # On a busy machine a cycle may be late.
+    warnings = [line for line in log.splitlines() if " warning " in line and not re.search(r" warning overrun: ", line)]
+    assert example.returncode == 0 and not warnings, (output, log)
     for expected in ("From: Pump station 3 <pump3@plant.example>", "To: operator@plant.example",
                      "Subject: Daily report of pump station 3", "The table is attached.", "report sent\n"):
         assert expected in output, (expected, output)

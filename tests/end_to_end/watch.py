@@ -175,6 +175,15 @@ def test_shows_blocks_and_statistics():
     assert b"from the shell" in after and b"cycle time min" in after, after
 
 
+def test_hides_the_token_of_a_mail_account():
+    terminal = Terminal("""local mail = MAIL_OUTBOX.new { Server = "localhost", User = "plc", Token = "t0ken" }
+                           function cycle() end""", lines=40)
+    terminal.wait_for("User         'plc'", "Token        ......", "Password     ''")
+    terminal.press(b"q")
+    assert terminal.wait_for_end() == 0
+    assert b"t0ken" not in terminal.raw
+
+
 def test_shows_what_the_modems_do():
     reader = "local read = READ_SMS.new { Port = 1, Read = true } function cycle() read() end"
     with SimulatedModem(corvane) as modem:
