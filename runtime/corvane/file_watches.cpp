@@ -20,13 +20,6 @@ using WatchTime = FileValue::Time;
 constexpr std::chrono::milliseconds kLongRead(200);
 constexpr std::chrono::milliseconds kLongestEnd(200);
 
-/// When a file is to be read next.
-struct DueFile {
-  WatchTime when;
-  std::weak_ptr<FileWatch> watch;
-  bool operator>(const DueFile& other) const { return when > other.when; }
-};
-
 }  // namespace
 
 void FileWatch::Take(FileContent content, WatchTime now) {
@@ -124,6 +117,13 @@ class FileWatches::Readers : public std::enable_shared_from_this<Readers> {
     --threads_;
     changed_.notify_all();
   }
+
+  /// When a file is to be read next.
+  struct DueFile {
+    WatchTime when;
+    std::weak_ptr<FileWatch> watch;
+    bool operator>(const DueFile& other) const { return when > other.when; }
+  };
 
   const Reader reader_;
   std::mutex mutex_;
