@@ -64,6 +64,11 @@ Descriptor OpenFile(const std::string& path, std::uint64_t& size) {
     Refuse(path, "was replaced while it was opened; send the mail again");
   }
   size = static_cast<std::uint64_t>(found.st_size);
+  char octet = 0;
+  // As under /proc and /sys: it would be sent as an empty file.
+  if (size == 0 && read(file.get(), &octet, 1) != 0) {
+    Refuse(path, "does not tell its size; copy it into a file of its own, and attach that");
+  }
   return file;
 }
 

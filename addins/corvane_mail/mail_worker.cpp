@@ -91,9 +91,10 @@ void MailWorker::Step() {
   outbox_.Tick(now);
   AssignFiles();
   BeginAttempts(now);
+  WithdrawExpired(now);
   LogNews();
+  PublishCounts();  // before the states, so that a block never shows an end beside an old count
   PublishStates();
-  PublishCounts();
   RemoveFilesOfEnded();
   RemoveOrphans();
   Poll();
@@ -192,7 +193,9 @@ void MailWorker::Queue(Submission submission, std::vector<StoredAttachment> atta
 }
 
 void MailWorker::Reject(const Submission& submission, ErrorId error, std::string text) {
-  ++counts_[RouteOf(submission.order.content.account)].taken;
+  const std::string route = RouteOf(submission.order.content.account);
+  ++counts_[route].taken;
+  PublishCount(route);  // the outbox may never hear of this route
   MailState state;
   state.progress = JobProgress::Failed({error, std::move(text)});
   desk_->Publish(*submission.ticket, std::move(state));
@@ -249,6 +252,15 @@ void MailWorker::Begin(std::int64_t id, const Now& now) {
   transfers_[id] = std::move(transfer);
 }
 
+void MailWorker::WithdrawExpired(const Now& now) {
+  for (const auto& [id, transfer] : transfers_) {
+    const bool is_handed_over = transfer->marked != 0;  // then its end decides
+    if (is_handed_over || transfer->expired || outbox_.ValidFor(id, now).count() > 0) continue;
+    transfer->expired = true;
+    carrier_->Abort(id);
+  }
+}
+
 bool MailWorker::MayFinish(MailTransfer& transfer) {
   if (transfer.marked == 0) transfer.marked = outbox_.HandOver(transfer.id(), Now::Get());
   return store_.IsOnDisk(transfer.marked) || !store_.problem().empty();
@@ -293,7 +305,10 @@ void MailWorker::Carry(const Verdict& verdict, MailTransfer& transfer, const Now
       LogFailure(route, verdict.reason);
       outbox_.SetProgress(id, progress, now);
       return outbox_.EndUnknown(id, verdict.reason, now);
-    case Verdict::Kind::kWithdrawn: return outbox_.Withdraw(id, now);
+    case Verdict::Kind::kWithdrawn:
+      if (!transfer.expired) return outbox_.Withdraw(id, now);
+      return outbox_.FailForNow(
+          id, "the server had not taken it when the time of ValidFor was over", now);
   }
 }
 
@@ -334,13 +349,15 @@ void MailWorker::PublishStates() {
 }
 
 void MailWorker::PublishCounts() {
-  for (const std::string& route : outbox_.Routes()) {
-    const std::size_t waiting = outbox_.Waiting(route);
-    CountsOfRoute& counts = counts_[route];
-    if (waiting == counts.shown && counts.taken == 0) continue;
-    counts.shown = waiting;
-    desk_->SetWaiting(route, static_cast<int>(waiting), std::exchange(counts.taken, 0));
-  }
+  for (const std::string& route : outbox_.Routes()) PublishCount(route);
+}
+
+void MailWorker::PublishCount(const std::string& route) {
+  const std::size_t waiting = outbox_.Waiting(route);
+  CountsOfRoute& counts = counts_[route];
+  if (waiting == counts.shown && counts.taken == 0) return;
+  counts.shown = waiting;
+  desk_->SetWaiting(route, static_cast<int>(waiting), std::exchange(counts.taken, 0));
 }
 
 void MailWorker::LogNews() {

@@ -73,6 +73,8 @@ class MailWorker {
   /// @return whether the route has what its server may ask for
   [[nodiscard]] bool IsKnown(const std::string& route) const;
   void Begin(std::int64_t id, const Now& now);
+  /// Ends attempts of which the server has not got the whole mail in time.
+  void WithdrawExpired(const Now& now);
   [[nodiscard]] bool MayFinish(MailTransfer& transfer);
   void Poll();
   void HandleOutcome(const Outcome& outcome, const Now& now);
@@ -81,6 +83,7 @@ class MailWorker {
 
   void PublishStates();
   void PublishCounts();
+  void PublishCount(const std::string& route);
   [[nodiscard]] MailState StateOf(const Live& live) const;
   void LogNews();
   void AssignFiles();

@@ -153,6 +153,25 @@ def after_a_restart_any_call_brings_the_password(programs):
         assert peer.logins == [("plc", PASSWORD)]
 
 
+def a_mail_that_a_silent_server_holds_expires_all_the_same(programs):
+    with SmtpPeer(silent=True) as peer:
+        output, _ = programs.run(one_mail(peer, "ValidFor = 0.5"))
+        assert output[-3] == "false false true 20 true 0", output
+        assert "ValidFor" in output[-2], output
+        assert programs.rows("state, in_transfer") == [(3, 0)], programs.rows("state, in_transfer")
+
+
+def an_attachment_that_cannot_be_taken_over_is_an_error(programs):
+    fifo = programs.folder + "/fifo"
+    os.mkfifo(fifo)
+    with SmtpPeer() as peer:
+        for path in fifo, "/dev/zero", programs.folder, "/proc/self/status", programs.folder + "/nothing":
+            output, _ = programs.run(one_mail(peer, f'Attachments = "{path}"'))
+            assert output[-3] == "false false true 15 false 0", output
+            assert path in output[-2], output
+        assert peer.connections == 0 and programs.rows("id") == []
+
+
 def a_key_is_sent_once(programs):
     with SmtpPeer() as peer:
         for _ in range(2):
@@ -233,6 +252,7 @@ for test in (
         one_refused_recipient_does_not_stop_the_others, a_recipient_refused_for_now_is_tried_again_alone,
         a_mail_refused_for_good_has_the_servers_words, other_credentials_are_tried_at_once,
         after_a_restart_a_mail_without_a_user_needs_no_block, after_a_restart_any_call_brings_the_password,
+        a_mail_that_a_silent_server_holds_expires_all_the_same, an_attachment_that_cannot_be_taken_over_is_an_error,
         a_key_is_sent_once, inputs_that_cannot_work_are_errors_at_once, texts_with_line_breaks_inject_nothing,
         a_mail_can_be_listed_shown_and_cancelled):
     with tempfile.TemporaryDirectory(prefix="corvane_") as folder:
