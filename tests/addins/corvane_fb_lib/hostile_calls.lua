@@ -78,6 +78,7 @@ local plain = {} -- those of the blocks
 for _, type_name in ipairs(TYPE_NAMES) do
   local results = {
     new = 1, get = 1, set = 0, call = 1, __index = 1, __newindex = 0, __call = 1, __gc = 1,
+    __retained = 1, __restore = 1,
   }
   local metatable = getmetatable(alive[type_name])
   for _, source in ipairs { _G[type_name], metatable } do
