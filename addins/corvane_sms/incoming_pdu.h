@@ -20,7 +20,7 @@ using messages::IncomingKind;
 struct IncomingPdu {
   enum class Type : std::uint8_t {
     kMessage,
-    kPart,    ///< of a message of several; `text` is not set, since a character may lie across two
+    kPart,    ///< of a message of several; `text` is not set, since a character may be split
     kReport,  ///< a status report
   };
   Type type = Type::kMessage;

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Takes what a modem has received out of it (3GPP TS 27.005 clauses 3.4.2, 3.5.4): lists all
-// messages when the port opens, every 30 s and when the modem announces one, hands them to the
-// inbox and reports to the outbox, and deletes what is on the disk. Threads: under the runtime's
-// scan lock.
+// messages when the port opens, every 30 s and when the modem announces one, gives the
+// inbox its messages and the outbox its reports, and deletes what is on the disk. Threads: under
+// the runtime's scan lock.
 #pragma once
 
 #include <chrono>

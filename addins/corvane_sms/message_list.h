@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The list of messages that a modem in PDU mode answers to AT+CMGL (3GPP TS 27.005 clause 3.4.2),
-// as the modem port driver hands it over. Borrows the answer.
+// The list of messages with which a modem in PDU mode answers AT+CMGL (3GPP TS 27.005 clause
+// 3.4.2), as the modem port driver hands it over. Borrows the answer.
 #pragma once
 
 #include <cstddef>

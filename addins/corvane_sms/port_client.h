@@ -48,7 +48,7 @@ class PortClient {
   /// What the driver knows of the client. A driver that cannot forget it asks it for ever, so it
   /// may outlive the client.
   struct Registration {
-    PortClient* client;                 // null: it has gone
+    PortClient* client;                 // null: it is gone
     Registration* next_kept = nullptr;  // of those that a driver still knows after the end
   };
 

@@ -16,7 +16,7 @@ enum class SendOutcome : std::uint8_t {
   kNever,    ///< it will never take it
   kNotNow,   ///< try this message again later
   kPort,     ///< the modem, SIM or network cannot send anything now
-  kUnknown,  ///< the modem had the text, and what became of it is not known
+  kUnknown,  ///< the modem has had the text; what became of it is not known
 };
 
 struct SendResult {

@@ -30,7 +30,7 @@ Incoming MessageOf(const Part& first, const PartsText& content, bool complete) {
   return message;
 }
 
-/// What is left of the time to wait for other parts. Where one of the clocks was not set, or has
+/// What is left of the time to wait for other parts. If one of the clocks was not set, or has
 /// been set back, nothing is known, and all of it is left.
 std::chrono::milliseconds Remaining(WallTime first_seen, WallTime now) {
   if (first_seen < kClockIsSet || now < first_seen) return Inbox::kPatience;

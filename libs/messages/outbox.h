@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The messages of one channel that wait to go out: order, retries, expiry, keys, hourly limits, and
-// ends that are not known. The model in memory is the truth; changes go to the store as whole rows.
+// unknown ends. The model in memory is the truth; changes go to the store as whole rows.
 // It does not know what the messages are or how they are sent. Every function costs the same,
 // however many messages wait, unless it says otherwise. Threads: one at a time.
 #pragma once
@@ -144,7 +144,7 @@ class Outbox {
     bool counted = false;          // for the hourly limit
     bool clock_was_wrong = false;  // at loading, so `expires` is longer than it should be
   };
-  /// A job whose key has not been looked at.
+  /// A job whose key has not been looked up.
   struct Undecided {
     NewJob job;
     std::shared_ptr<OutboxJob> progress;

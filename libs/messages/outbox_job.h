@@ -31,7 +31,7 @@ struct OutboxJob {
   int failed = 0;          ///< for good, expired and cancelled ones
   int delivered = 0;       ///< receivers whose report says so
   int cancelled = 0;       ///< of those
-  bool decided = false;    ///< the keys have been looked at
+  bool decided = false;    ///< the keys have been looked up
   bool duplicate = false;  ///< its key waits or was sent: nothing was queued
   int error_id = 0;        ///< of the first receiver that failed
   std::string errors;      ///< a sentence for each receiver that failed

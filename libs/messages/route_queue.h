@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // What waits for one route of an outbox, in the order in which it goes out: urgent messages first,
-// then by number. Nothing here goes through all that waits.
+// then by number. No function goes through all that waits.
 #pragma once
 
 #include <chrono>
@@ -35,7 +35,7 @@ class RouteQueue {
   /// The route itself has failed: nothing is tried on it for a while, longer each time.
   /// @return when it may be tried again
   SteadyTime Hold(SteadyTime now);
-  /// Nothing is tried for this time, also if a new message comes.
+  /// Nothing is tried for this time, even if a new message comes.
   void HoldFor(std::chrono::milliseconds pause, SteadyTime now);
   /// One message has failed. If several have in a row, the route is taken to be at fault.
   /// @return when that message may be tried again, at least `not_before`

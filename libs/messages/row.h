@@ -15,7 +15,7 @@ using WallTime = std::chrono::sys_time<std::chrono::milliseconds>;
 /// A clock that shows less has not been set yet: controllers often start in 1970.
 inline constexpr WallTime kClockIsSet = std::chrono::sys_days(std::chrono::year(2026) / 1 / 1);
 
-/// All but the first are ends. Stored as these numbers.
+/// All but the first are final. Stored as these numbers.
 enum class OutgoingState : std::uint8_t {
   kWaiting = 0,    ///< has not been sent; an attempt may be in progress
   kSent = 1,       ///< the other side took all of it

@@ -57,7 +57,7 @@ class ColumnReader {
     text = statement_.getColumn(index_++).getString();
     return *this;
   }
-  /// Limited to what can be calculated with, whatever is in the file.
+  /// Limited to times that can be calculated with, whatever is in the file.
   ColumnReader& operator>>(WallTime& time) {
     const std::int64_t count = statement_.getColumn(index_++).getInt64();
     time = WallTime(std::chrono::milliseconds(std::clamp<std::int64_t>(count, 0, kLatest)));

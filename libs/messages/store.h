@@ -26,7 +26,7 @@ struct AcceptIncoming {
   WallTime when{};
 };
 
-/// All parts of a group go: their message is complete, or given up.
+/// Removes all parts of a group: their message is complete, or given up.
 struct RemoveParts {
   std::int64_t group = 0;
 };
@@ -111,8 +111,8 @@ class Store {
   /// Number of a new message, outgoing or incoming; usable before the store is loaded. They rise;
   /// those of loaded messages are lower than all new ones.
   [[nodiscard]] std::int64_t NewId() noexcept;
-  /// The number as people see it and as the file has it: positive, rising over all runs, never used
-  /// twice. 0: not known before the store is loaded.
+  /// The number as people see it and as the file has it: positive, rising across all runs, never
+  /// used twice. 0: not known before the store is loaded.
   [[nodiscard]] std::int64_t Number(std::int64_t id) const noexcept;
 
   /// Queues changes. They reach the disk together or not at all, after all earlier ones. Never
@@ -129,7 +129,7 @@ class Store {
   /// Whether the file has been loaded (TakeContent has, or had, something to give).
   [[nodiscard]] bool loaded() const noexcept;
 
-  /// Empty while all is well, also before the first attempt has ended. Otherwise a sentence, all of
+  /// Empty while all is well, and before the first attempt has ended. Otherwise a sentence, all of
   /// error 22: what is wrong with which file, what happens meanwhile, what to do. Cheap when empty.
   [[nodiscard]] std::string problem() const;
   /// Sentences, for the log, about what was wrong and has been dealt with: a damaged file that was
@@ -148,7 +148,7 @@ class Store {
   [[nodiscard]] std::vector<Request> TakeRequests();
 
   /// `wake` is called, until the handle ends, whenever one of the functions above may give
-  /// something else than before. It runs in the store's thread under its lock, so it only wakes
+  /// something different. It runs in the store's thread under its lock, so it only wakes
   /// another thread.
   void OnNews(std::function<void()> wake);
 
@@ -161,7 +161,7 @@ class Store {
  private:
   std::string channel_;
   std::shared_ptr<StoreShared> shared_;
-  int times_begun_again_ = 0;  // of which the models have been told
+  int times_begun_again_ = 0;  // that the models know of
 };
 
 }  // namespace messages

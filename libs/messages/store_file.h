@@ -28,10 +28,10 @@ class StoreFile {
 
   /// Version of the tables, at most kSchemaVersion.
   [[nodiscard]] int version() const { return version_; }
-  /// Looks for damage, and brings the tables to kSchemaVersion. For the writer, once, at first.
+  /// Looks for damage, and brings the tables to kSchemaVersion. For the writer, once, at the start.
   /// @throws StoreDamaged
   void Prepare();
-  /// Lets the log go into the file when it is closed. Without it, closing changes nothing on the
+  /// Merges the log into the file when that is closed. Without it, closing changes nothing on the
   /// disk.
   void Finish();
 

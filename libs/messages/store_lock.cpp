@@ -64,7 +64,7 @@ StoreLock::StoreLock(const fs::path& store)
     FailToLock(file_, errno);
   }
   const std::string id = std::to_string(getpid()) + "\n";
-  // Only a text for people: without it the lock holds as well, even on a full disk.
+  // Only a text for people: the lock works without it, too, as on a full disk.
   if (ftruncate(lock, 0) == 0) static_cast<void>(!pwrite(lock, id.data(), id.size(), 0));
   if (!IsInPlace()) FailToLock(file_, EAGAIN);  // replaced meanwhile
 }

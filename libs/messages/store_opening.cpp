@@ -68,7 +68,7 @@ class Opening {
     const fs::path name = PutAside(file_, now_);
     opened_.notices.push_back("the store " + file_.string() + " was damaged (" + what +
                               "): it is kept as " + name.string() +
-                              ", and a new one has been begun");
+                              ", and a new one has been started");
   }
   void OpenOrMake() {
     if (!Exists(file_)) {

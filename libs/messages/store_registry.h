@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The stores that are open in this process, so that add-ins which each have their own copy of this
-// library share one store for each folder: one lock, one writer thread, one row of numbers.
+// library share one store for each folder: one lock, one writer thread, one sequence of numbers.
 // Threads: any.
 #pragma once
 

@@ -68,13 +68,14 @@ void Migrate(SQLite::Database& database) {
 int VersionOf(SQLite::Database& database) {
   const int version = Pragma(database, "user_version");
   if (Pragma(database, "application_id") != kApplicationId || version < 0) {
-    throw StoreError("the file " + database.getFilename() +
-                     " is another program's: it is left as it is, and messages are kept in memory "
-                     "only. Move it to another folder");
+    throw StoreError(
+        "the file " + database.getFilename() +
+        " belongs to another program: it is left as it is, and messages are kept in memory "
+        "only. Move it to another folder");
   }
   if (version > kSchemaVersion) {
-    throw StoreError("the store " + database.getFilename() + " is of a newer version (" +
-                     std::to_string(version) + "; this program knows those up to " +
+    throw StoreError("the store " + database.getFilename() + " has a newer version (" +
+                     std::to_string(version) + "; this program knows versions up to " +
                      std::to_string(kSchemaVersion) +
                      "): it is left as it is, and messages are kept in memory only. Install the "
                      "newer version again, or move the file to another folder");

@@ -158,7 +158,7 @@ void StoreWriter::WritePending() {
     file_->Write(pending_, shared_->first_new_number);
     if (!file_->IsInPlace())
       throw StoreError(shared_->file.string() +
-                       " was moved or removed while it was in use: a new store is begun");
+                       " was moved or removed while it was in use: a new store is started");
   }
   pending_.Clear();
   if (shared_->on_disk == pending_sequence_) return;

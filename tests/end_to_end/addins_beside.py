@@ -46,7 +46,7 @@ with tempfile.TemporaryDirectory() as folder:
     five, warnings = types()
     assert five[0] == "SEND_SMS" and "COUNTDOWN" not in five and warnings == "", (five, warnings)
 
-    # Every one that is there is loaded, and each name that is ours.
+    # Add-ins with our names are loaded if they are there, and no others.
     for name in "corvane_standard.so", "corvane_sms.so", "corvane_mail.so", "corvane_modbus.so":
         link(countdown, name)
         assert types() == ([*five, "COUNTDOWN"], ""), (name, types())
@@ -54,7 +54,7 @@ with tempfile.TemporaryDirectory() as folder:
     link(countdown, "somebody_elses.so")
     assert types() == (five, ""), types()
 
-    # One that needs a missing library: one line, which says what to install, and the others work.
+    # An add-in that needs a missing library: one line says what to install, and the others work.
     link(countdown, "corvane_standard.so")
     link(lacking, "corvane_mail.so")
     line = (rf"\S+ \S+ warning cannot load add-in {folder}/lib/corvane_mail.so: it needs libcorvane_absent.so.7, which "

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""The line between a runtime and a modem, in the hands of a test: TCP to the one, a terminal to the other."""
+"""The line between a runtime and a modem, which a test controls: TCP to the one, a terminal to the other."""
 import os
 import select
 import socket
@@ -48,7 +48,7 @@ class LineProxy:
             try:
                 self.carry(client.fileno(), modem)
             except OSError:
-                pass  # an end that has gone
+                pass  # one end is gone
             os.close(modem)
             client.close()
 

@@ -14,7 +14,7 @@ sys.dont_write_bytecode = True
 from simulated_modem import SimulatedModem
 
 [corvane] = sys.argv[1:]
-LIMIT = 60  # seconds; only a failing test takes so long
+LIMIT = 60  # seconds; only a failing test takes that long
 
 QUEUE_TWO = """
 io.stdout:setvbuf("line")
@@ -30,7 +30,7 @@ function cycle()
 end
 """
 
-# Only so that the outbox is there.
+# Calling the block is enough: the outbox sends what waits.
 SEND_WHAT_WAITS = """
 local outbox = SMS_OUTBOX.new { Port = 1 }
 function cycle()

@@ -2,8 +2,8 @@
 # SPDX-License-Identifier: MIT
 """sms_inbox.py CORVANE ADDIN: SMS_INBOX with a simulated modem, on good and on bad days.
 
-Programs are killed at random moments; modems restart, are silent, cannot delete, list strangely;
-disks are full, stores locked and damaged. No message may be lost, and none be accepted twice.
+Programs are killed at random moments; modems restart, are silent, cannot delete, list in strange ways;
+disks are full, stores locked and damaged. No message may be lost, and none may be accepted twice.
 """
 import concurrent.futures
 import os
@@ -95,7 +95,7 @@ class Program:
                 return line
 
     def kill(self):
-        """As a power cut does it. Returns all lines of the output."""
+        """As a power cut would. Returns all lines of the output."""
         self.process.kill()
         return self._rest(-signal.SIGKILL)
 
@@ -186,7 +186,7 @@ def what_cannot_be_decoded_is_handed_over(place):
             await_empty_store(modem)
 
 
-def parts_come_in_any_order_over_restarts(place):
+def parts_come_in_any_order_across_restarts(place):
     with SimulatedModem(corvane) as modem:
         pieces = ["Erstens, ", "zweitens, ", "drittens."]
         for order in ((3, 1, 2), (2, 3, 1)):
@@ -539,7 +539,7 @@ def two_blocks_share_a_port(place):
 TESTS = [a_full_modem_is_emptied_at_9600_baud, killed_at_any_moment_nothing_is_lost_or_taken_twice,
          a_silent_modem_and_its_return_are_reported, modems_of_every_kind_are_understood,
          a_message_is_offered_again_until_it_is_accepted, what_cannot_be_decoded_is_handed_over,
-         parts_come_in_any_order_over_restarts, a_modem_that_restarts_in_a_list_loses_nothing,
+         parts_come_in_any_order_across_restarts, a_modem_that_restarts_in_a_list_loses_nothing,
          an_announcement_during_a_list_is_followed, a_missing_sim_card_is_reported,
          a_sim_card_that_is_taken_out_is_reported,
          a_modem_that_cannot_delete_offers_each_message_once, what_is_to_be_sent_stays_in_the_modem,

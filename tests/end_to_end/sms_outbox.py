@@ -1,6 +1,6 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""sms_outbox.py CORVANE ADDIN: SMS_OUTBOX through the simulated modem, as it should be."""
+"""sms_outbox.py CORVANE ADDIN: SMS_OUTBOX with simulated modems of every kind."""
 import pathlib
 import re
 import subprocess
@@ -104,7 +104,7 @@ def modems_of_every_kind_send(programs):
         assert modem.output.count(f"sent to +15550101234 in 2 parts: {text}\n") == 1, (quirk, modem.output)
 
 
-def a_modem_without_a_prompt_gets_no_text_and_that_is_said(programs):
+def a_modem_without_a_prompt_gets_no_text_and_the_log_says_so(programs):
     """It cannot be told from one whose prompt is late, and a text in place of a command does harm."""
     with SimulatedModem(corvane, "--quirk", "no-prompt") as modem:
         output, log = programs.run(job('Receiver = "+15550101234", Text = "hello", ValidFor = 12'),
@@ -116,7 +116,7 @@ def a_modem_without_a_prompt_gets_no_text_and_that_is_said(programs):
     assert "sent to" not in modem.output, modem.output
 
 
-for test in (modems_of_every_kind_send, a_modem_without_a_prompt_gets_no_text_and_that_is_said, a_message_goes_out_to_each_receiver, long_texts_arrive_as_they_were,
+for test in (modems_of_every_kind_send, a_modem_without_a_prompt_gets_no_text_and_the_log_says_so, a_message_goes_out_to_each_receiver, long_texts_arrive_as_they_were,
              delivery_is_reported_after_done, many_messages_go_out_once_each):
     with tempfile.TemporaryDirectory() as folder:
         test(Programs(corvane, addin, folder))

@@ -28,7 +28,7 @@ def job(inputs=""):
 
 
 def read_until(process, wanted):
-    """The lines up to the one that begins so."""
+    """The lines up to the one that begins with `wanted`."""
     lines = []
     while not lines or not lines[-1].startswith(wanted):
         line = process.stdout.readline()
@@ -187,7 +187,7 @@ def the_modem_restarts_before_it_confirms(programs):
     assert programs.rows("unknown_ends, attempts") == [(1, 2)]
 
 
-def the_end_of_the_program_takes_no_second(programs):
+def the_program_ends_at_once(programs):
     with SimulatedModem(corvane) as modem:
         modem.do("mute 10min")
         process = programs.start(job(), "--modem", "1=" + modem.device)
@@ -198,13 +198,13 @@ def the_end_of_the_program_takes_no_second(programs):
         took = time.monotonic() - begin
     assert took < 2, f"{took} s"  # with a sanitizer, on a busy machine
     assert "1 message waits" in log and programs.folder in log, log
-    assert programs.rows("state, in_transfer") == [(0, 0)], "an attempt that never was is marked"
+    assert programs.rows("state, in_transfer") == [(0, 0)], "an attempt that never happened is marked"
 
 
 SCENARIOS = [*(killed_at(time) for time in (0, 30, 60, 100, 150, 200, 250, 300, 350, 400, 500, 700)),
              without_coverage, a_dead_modem, plugged_in_later, a_missing_modem, a_port_that_nobody_configured,
              a_second_program_with_one_store, a_full_disk, a_check_of_a_program_makes_no_file, the_modem_restarts_before_it_confirms,
-             the_end_of_the_program_takes_no_second]
+             the_program_ends_at_once]
 failed = []
 at_once = threading.Semaphore(5)
 

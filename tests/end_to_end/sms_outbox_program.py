@@ -4,7 +4,7 @@ import os
 import sqlite3
 import subprocess
 
-LIMIT = 90  # seconds; only a failing test takes so long
+LIMIT = 90  # seconds; only a failing test takes that long
 
 # One job, with the inputs that the test gives; prints what happens, and ends with it.
 ONE_JOB = """

@@ -1,8 +1,8 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""unplugged.py CORVANE ADDIN [STEP [INBOX_STEP]]: SMS_OUTBOX, SMS_INBOX, and a line that is cut, stalls or loses
-its modem after every STEPth octet of the dialogue (default 16, of SMS_INBOX 60; 1 takes many minutes), and a line
-of 9600 baud."""
+"""unplugged.py CORVANE ADDIN [STEP [INBOX_STEP]]: SMS_OUTBOX and SMS_INBOX on a line that is cut, stalls or loses
+its modem after every STEPth octet of the dialogue (default 16, of SMS_INBOX 60; 1 takes many minutes), and on a
+line of 9600 baud."""
 import concurrent.futures
 import os
 import subprocess
@@ -29,7 +29,7 @@ function cycle()
   end
 end
 """
-# Accepts the messages, and ends when the file that it is given is there, which is when the modem's store is empty.
+# Accepts the messages, and ends when the file in its argument exists: the test makes it once the modem's store is empty.
 RECEIVING = """
 local inbox = SMS_INBOX.new { Port = 1, Enable = true }
 function cycle()
@@ -80,7 +80,7 @@ def finish(process):
 
 
 def send(*fault, **line):
-    """The outbox's words, how often the network got the message, and the octets that passed."""
+    """The outbox's outputs, how often the network got the message, and how many octets passed."""
     with Line(SENDING, *fault, **line) as line:
         output = finish(line.start())
         line.modem.end()
@@ -89,13 +89,13 @@ def send(*fault, **line):
 
 def check_sending(fault, after):
     (done, error, text), sent, _ = send(fault, after)
-    told = f"{fault} after octet {after}: {done} {error} {text!r}, sent {sent} times"
-    assert (done, error) == ("true", "0"), told
-    assert sent == 1 or (sent == 2 and text), told
+    outcome = f"{fault} after octet {after}: {done} {error} {text!r}, sent {sent} times"
+    assert (done, error) == ("true", "0"), outcome
+    assert sent == 1 or (sent == 2 and text), outcome
 
 
 def receive(*fault, **line):
-    """The texts that the program has accepted, and the octets that passed. The modem's store is empty then."""
+    """The texts that the program has accepted, and how many octets passed. The modem's store is empty then."""
     with Line(RECEIVING, *fault, **line) as line:
         for text in RECEIVED:
             line.modem.do("receive +15550101234 " + text)

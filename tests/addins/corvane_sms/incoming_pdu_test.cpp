@@ -31,13 +31,13 @@ TEST(IncomingPdu, IsAMessageWithSenderTimeAndText) {
 
 TEST(IncomingPdu, HasItsTimeInUtc) {
   DeliverPdu pdu;
-  pdu.time_stamp[6] = 0x80;  // 8 quarters of an hour ahead
+  pdu.time_stamp[6] = 0x80;  // 8 quarters of an hour ahead of UTC
   EXPECT_EQ(ReadIncoming(pdu.ToHex()).time, At(7, 7, 3));
-  pdu.time_stamp[6] = 0x8A;  // 28 quarters back
+  pdu.time_stamp[6] = 0x8A;  // 28 quarters behind UTC
   EXPECT_EQ(ReadIncoming(pdu.ToHex()).time, At(16, 7, 3));
 }
 
-TEST(IncomingPdu, HasNoTimeWhereTheStampIsNone) {
+TEST(IncomingPdu, HasNoTimeIfTheStampIsInvalid) {
   DeliverPdu pdu;
   for (const auto& stamp : {test_support::Octets(7, 0x00), test_support::Octets(7, 0x99),
                             test_support::Octets(7, 0xFF)}) {
@@ -48,7 +48,7 @@ TEST(IncomingPdu, HasNoTimeWhereTheStampIsNone) {
   }
 }
 
-TEST(IncomingPdu, IsFromEverySortOfSender) {
+TEST(IncomingPdu, IsReadFromEveryKindOfSender) {
   struct Case {
     unsigned char length, type;
     test_support::Octets value;
@@ -101,7 +101,7 @@ TEST(IncomingPdu, IsBinaryData) {
   EXPECT_EQ(read.sender, "+15550101234");
 }
 
-TEST(IncomingPdu, IsReadWithFillingBehindIt) {
+TEST(IncomingPdu, IsReadWithPaddingAfterIt) {
   EXPECT_EQ(ReadIncoming(DeliverPdu().ToHex() + "FFFFFF").text, "Hello");
 }
 
@@ -143,7 +143,7 @@ TEST(IncomingPdu, IsAPartWithItsPlace) {
   EXPECT_EQ(read.time, At(9, 7, 3));
 }
 
-TEST(IncomingPdu, WithASenselessPlaceIsAMessage) {
+TEST(IncomingPdu, WithAnImpossiblePlaceIsAMessage) {
   for (const auto& [total, sequence] : {std::pair(0, 0), std::pair(2, 0), std::pair(2, 3)}) {
     const auto pdu = test_support::Part(1, static_cast<unsigned char>(total),
                                         static_cast<unsigned char>(sequence), "level");
@@ -176,7 +176,7 @@ messages::Part PartOf(const DeliverPdu& pdu) {
   return part;
 }
 
-TEST(Parts, HaveOneTextAlsoWhereACharacterLiesAcrossTwo) {
+TEST(Parts, HaveOneTextEvenIfACharacterIsSplitBetweenTwo) {
   DeliverPdu first = test_support::Part(1, 2, 1, "level ");
   first.user_data.insert(first.user_data.end(), {0xD8, 0x3C});  // half of U+1F30A
   first.user_data_length += 2;

@@ -173,11 +173,11 @@ TEST_F(ListTaskTest, DeletesOnlyWhatIsOnTheDisk) {
   EXPECT_THAT(store_, IsEmpty());
 }
 
-TEST_F(ListTaskTest, DeletesByAFreshListOnly) {
+TEST_F(ListTaskTest, DeletesOnlyByAFreshList) {
   prompt_disk_ = false;
   store_ = {{1, {PduOf("first")}}};
   Run();
-  now_.steady += minutes(5);  // the disk was silent; meanwhile somebody has put another SIM card in
+  now_.steady += minutes(5);  // the disk did not answer; the SIM card may have been exchanged
   synced_ = written_;
   store_ = {{1, {PduOf("another")}}};
   prompt_disk_ = true;
@@ -296,7 +296,7 @@ TEST_F(ListTaskTest, TakesAPlaceThatIsListedTwiceOnce) {
   EXPECT_THAT(All(), ElementsAre("a"));
 }
 
-TEST_F(ListTaskTest, TakesAnEmptyPlaceForDeleted) {
+TEST_F(ListTaskTest, CountsAnEmptyPlaceAsCleared) {
   store_ = {{1, {PduOf("x")}}};
   delete_answer_ = "+CMS ERROR: 321\r\n";
   Run();
@@ -365,14 +365,14 @@ TEST_F(ListTaskTest, SaysThatTheModemDoesNotAnswerAndTriesEveryFiveSeconds) {
   EXPECT_EQ(task_.state().error_text, "");
 }
 
-TEST_F(ListTaskTest, SaysThatTheModemDoesNotAnswerWhereItsClientCannotBegin) {
+TEST_F(ListTaskTest, SaysThatTheModemDoesNotAnswerWhenItsClientCannotBegin) {
   task_.OnNotReady("", -1, now_);
   EXPECT_EQ(task_.state().error_id, 24);
   task_.OnNotReady("+CME ERROR: 10\r\n", 0, now_);
   EXPECT_EQ(task_.state().error_id, 25);
 }
 
-TEST_F(ListTaskTest, TellsTheSimCardFromTheModem) {
+TEST_F(ListTaskTest, TellsFaultsOfTheSimCardFromThoseOfTheModem) {
   for (const auto& [answer, error] :
        {std::pair("+CMS ERROR: 310\r\n", 25), std::pair("+CMS ERROR: 316\r\n", 25),
         std::pair("+CME ERROR: 11\r\n", 25), std::pair("+CME ERROR: SIM not inserted\r\n", 25),
@@ -441,7 +441,7 @@ TEST_F(ListTaskTest, GivesReportsToTheOutboxOnceAndDeletesThem) {
   EXPECT_THAT(All(), ElementsAre("x"));
 }
 
-TEST_F(ListTaskTest, LooksForReportsOnlyWhereNoInboxTakesMessages) {
+TEST_F(ListTaskTest, WithoutAnInboxTakesOnlyReportsThatAreAwaited) {
   task_.SetEnabled(false, now_);
   store_ = {{1, {kReport}}, {2, {PduOf("x")}}};
   Run();

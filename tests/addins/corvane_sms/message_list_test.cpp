@@ -38,7 +38,7 @@ TEST(MessageList, IsReadInTheOrderOfTheModem) {
   EXPECT_EQ(list.unreadable, 0u);
 }
 
-TEST(MessageList, IsReadInTheFormsOfAllMakers) {
+TEST(MessageList, IsReadAsEveryMakerWritesIt) {
   for (const char* header :
        {"+CMGL: 5,1,,39", "+CMGL:5,1,,39", "+CMGL: 5,1,\"\",18", "+CMGL: 5,1,\"616E64726577\",23",
         "+CMGL: 5,1,\"Huber, Anna, 2\",23", "+CMGL: 5,1,35", "+CMGL:  5 , 1 ,, 39"}) {
@@ -48,7 +48,7 @@ TEST(MessageList, IsReadInTheFormsOfAllMakers) {
   }
 }
 
-TEST(MessageList, LeavesTheStatusOpenWhereTheHeaderLacksIt) {
+TEST(MessageList, HasNoStatusIfTheHeaderLacksIt) {
   for (const char* header : {"+CMGL: 5", "+CMGL: 5,39", "+CMGL: 5,,,39", "+CMGL: 5,7,,39",
                              "+CMGL: 5,\"REC READ\",,39", "+CMGL: 5,-1,,39"}) {
     EXPECT_EQ(Only(header).stored_as, StoredAs::kUnknown) << header;
@@ -72,7 +72,7 @@ TEST(MessageList, CountsHeadersWithoutAPlaceAndReadsOn) {
   }
 }
 
-TEST(MessageList, HasAnEmptyPduWhereThePlaceIsEmpty) {
+TEST(MessageList, HasAnEmptyPduIfThePlaceIsEmpty) {
   const MessageList list = ReadMessageList("+CMGL: 1,1,,0\r\n\r\n+CMGL: 2,1,,39\r\nBB\r\nOK\r\n");
   ASSERT_EQ(list.entries.size(), 2u);
   EXPECT_EQ(list.entries[0].pdu, "");

@@ -20,7 +20,7 @@ class ReportBookTest : public testing::Test {
  protected:
   ReportBookTest() { Restart(); }
 
-  /// The program is killed, and begins again with what its store has.
+  /// The program is killed, and starts again with what its store has.
   void Restart() {
     std::deque<messages::Outgoing> rows;
     for (const auto& [id, row] : stored_) {
@@ -43,7 +43,7 @@ class ReportBookTest : public testing::Test {
     return ++sequence_;
   }
 
-  /// A message to this receiver whose parts have got these references.
+  /// A message to this receiver whose parts have these references.
   std::shared_ptr<const messages::OutboxJob> Send(const std::string& receiver,
                                                   const std::vector<std::uint8_t>& references) {
     messages::NewJob job{.route = "1", .key = {}, .urgent = true, .valid_for = 1h, .messages = {}};
@@ -111,21 +111,21 @@ TEST_F(ReportBookTest, ALongMessageIsDeliveredWithItsLastPart) {
   EXPECT_EQ(job->delivered, 1);
 }
 
-TEST_F(ReportBookTest, AFailedReportEndsTheWaitingWithoutADelivery) {
+TEST_F(ReportBookTest, AReportOfAFailureEndsTheWaitWithoutADelivery) {
   const auto job = Send("+4915112345678", {7});
   EXPECT_TRUE(Report(7, "+4915112345678", 0x46));
   EXPECT_EQ(job->delivered, 0);
   EXPECT_FALSE(outbox_->AwaitsReport("1"));
 }
 
-TEST_F(ReportBookTest, AReportOnTheWayIsFollowedByAnother) {
+TEST_F(ReportBookTest, AnInterimReportIsFollowedByAnother) {
   const auto job = Send("+4915112345678", {7});
   EXPECT_TRUE(Report(7, "+4915112345678", 0x30));
   EXPECT_TRUE(Report(7, "+4915112345678", 0x00));
   EXPECT_EQ(job->delivered, 1);
 }
 
-TEST_F(ReportBookTest, ARepeatedReferenceMeansTheYoungestMessage) {
+TEST_F(ReportBookTest, ARepeatedReferenceMeansTheLatestMessage) {
   const auto old = Send("+4915112345678", {7});
   const auto young = Send("+4915112345678", {7});
   EXPECT_TRUE(Report(7, "+4915112345678"));

@@ -23,13 +23,14 @@ TEST(SendResult, AConfirmationHasItsReference) {
   EXPECT_EQ(ReadTextAnswer("+CMGS: 0\r\nOK\r\n", 0).reference, 0);
 }
 
-TEST(SendResult, AConfirmationThatWasCutBeforeItsReferenceIsOne) {
+TEST(SendResult, AConfirmationThatWasCutBeforeItsReferenceCounts) {
   for (const char* const answer : {"+CMGS: \r\nOK\r\n", "+CMGS:\r\nOK\r\n"}) {
-    EXPECT_EQ(ReadTextAnswer(answer, 0).outcome, SendOutcome::kTaken) << "or it goes out twice";
+    EXPECT_EQ(ReadTextAnswer(answer, 0).outcome, SendOutcome::kTaken)
+        << "otherwise it goes out twice";
   }
 }
 
-TEST(SendResult, AnOkWithoutAReferenceIsNoConfirmation) {
+TEST(SendResult, AnOkWithoutAReferenceIsNotAConfirmation) {
   const SendResult result = ReadTextAnswer("OK\r\n", 0);  // some modems say so after a failure
   EXPECT_EQ(result.outcome, SendOutcome::kNotNow);
   EXPECT_THAT(result.reason, HasSubstr("OK"));

@@ -144,13 +144,14 @@ TEST_F(SendTaskTest, ARefusalForGoodIsTheEnd) {
   EXPECT_THAT(job->errors, HasSubstr("+15550101234: refused with +CMS ERROR: 1"));
 }
 
-TEST_F(SendTaskTest, ATextWithoutAConfirmationIsRepeatedOnceAndTheVerySame) {
+TEST_F(SendTaskTest, ATextWithoutAConfirmationIsRepeatedOnceUnchanged) {
   const auto job = Add("Hello");
   EXPECT_EQ(AskForText().validity_period, gsm::Octets{167});
   EXPECT_FALSE(task_.OnAnswer("", kPortDriverNoAnswer, now_));
   EXPECT_FALSE(job->ended());
   Pass(6h);  // a new text would be valid for less
-  EXPECT_EQ(AskForText().validity_period, gsm::Octets{167}) << "the driver could not know it again";
+  EXPECT_EQ(AskForText().validity_period, gsm::Octets{167})
+      << "otherwise the driver would not recognise it";
   task_.OnAnswer("+CMGS: 3\r\nOK\r\n", 0, now_);
   EXPECT_EQ(job->sent, 1);
   EXPECT_THAT(job->repeats, HasSubstr("did not confirm"));
@@ -166,7 +167,7 @@ TEST_F(SendTaskTest, ASecondTextWithoutAConfirmationIsTheEnd) {
   EXPECT_EQ(job->error_id, 23);
 }
 
-TEST_F(SendTaskTest, ATextThatTheModemNeverSawIsNoUnknownEnd) {
+TEST_F(SendTaskTest, ATextThatTheModemNeverSawIsNotAnUnknownEnd) {
   const auto job = Add("Hello");
   AskForText();
   task_.OnAnswer("", kPortDriverNotWritten, now_);

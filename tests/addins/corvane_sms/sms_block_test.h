@@ -22,9 +22,9 @@ class SmsBlockTest : private RegisteredSmsAddin, public test_support::LuaHost {
   SmsBlockTest();
   ~SmsBlockTest() override;
 
-  /// As at the end of a program, and the beginning of the next one.
+  /// As at the end of a program and the start of the next one.
   static void Restart() { DisposeAddin(); }
-  /// Where the blocks keep their messages from the next first call on.
+  /// Where the blocks keep their messages after the next Restart.
   static void UseFolder(const std::string& folder);
   /// Calls the block `fb` until a condition in Lua holds. @return whether it does
   bool CallUntil(const std::string& condition);

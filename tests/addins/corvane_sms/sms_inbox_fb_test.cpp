@@ -16,7 +16,7 @@ class SmsInboxTest : public SmsBlockTest {
  protected:
   SmsInboxTest() { Run("inbox = SMS_INBOX.new { Port = 1, Enable = true }"); }
 
-  /// Calls the block, and answers the modem's part, until a condition holds.
+  /// Calls the block, and answers for the modem, until a condition holds.
   bool CallUntil(const std::string& condition) {
     return test_support::WaitFor([&] {
       Run("inbox()");
@@ -89,7 +89,7 @@ TEST_F(SmsInboxTest, IgnoresAnEdgeOfAcceptWhileNothingIsOffered) {
   EXPECT_EQ(Eval("inbox.Ready"), "true");
 }
 
-TEST_F(SmsInboxTest, NumbersMessagesOverRestarts) {
+TEST_F(SmsInboxTest, NumbersMessagesAcrossRestarts) {
   Receive(1, "first");
   ASSERT_TRUE(CallUntil("inbox.Ready"));
   EXPECT_EQ(Eval("inbox.Id"), "1");

@@ -25,7 +25,7 @@ class SmsOutbox : public SmsBlockTest {
   std::string Outputs() {
     return Get("Busy") + " " + Get("Done") + " " + Get("Error") + " " + Get("ErrorId");
   }
-  /// Answers the modem's side until something has been asked for that begins so.
+  /// Answers for the modem until a request begins with `beginning`.
   bool AnswerUntil(const std::string& beginning) {
     return test_support::WaitFor([&] {
       Run("fb()");
@@ -112,7 +112,7 @@ TEST_F(SmsOutbox, AnErrorOfATextNamesTheOctet) {
   EXPECT_THAT(Get("ErrorText"), HasSubstr("octet 2 "));
 }
 
-TEST_F(SmsOutbox, OutputsHoldForOneCallWhenExecuteFellEarlier) {
+TEST_F(SmsOutbox, OutputsHoldForOneCallIfExecuteFellEarlier) {
   Start();
   Run("fb.Execute = false");
   ASSERT_TRUE(Text());

@@ -22,7 +22,7 @@ TEST(SmsContent, OutlivesAStore) {
   EXPECT_EQ(ReadContent(ToJson(SmsContent{.text = "x"})), SmsContent{.text = "x"});
 }
 
-TEST(SmsContent, IsNothingWhereTheStoreHasSomethingElse) {
+TEST(SmsContent, IsNothingIfTheStoreHasSomethingElse) {
   for (const char* text : {"", "{", "[]", "{}", "{\"text\": 7}", "null"}) {
     EXPECT_EQ(ReadContent(text), std::nullopt) << text;
   }
@@ -35,7 +35,7 @@ TEST(SmsProgress, OutlivesAStore) {
   EXPECT_EQ(ReadProgress(ToJson(progress)), progress);
 }
 
-TEST(SmsProgress, IsEmptyWhereTheStoreHasSomethingElse) {
+TEST(SmsProgress, IsEmptyIfTheStoreHasSomethingElse) {
   for (const char* text : {"", "{", "[]", "{\"parts\": 7}", "{\"parts\": [7]}"}) {
     EXPECT_EQ(ReadProgress(text), SmsProgress{}) << text;
   }

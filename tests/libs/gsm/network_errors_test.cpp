@@ -40,7 +40,7 @@ TEST(NetworkErrors, AreFoundByNumber) {
   }
 }
 
-TEST(NetworkErrors, WhatTheNetworkSaysOfReceiverSubscriptionOrMessageIsForGood) {
+TEST(NetworkErrors, ARefusalOfReceiverSubscriptionOrMessageIsForGood) {
   for (const int number : {1, 8, 10, 28, 29, 30, 50, 69, 95, 96, 97, 99, 144, 195, 196, 304, 305}) {
     EXPECT_EQ(ClassOfCmsError(number), ErrorClass::kForGood) << number;
   }
@@ -52,7 +52,7 @@ TEST(NetworkErrors, WhatPassesIsForNow) {
   }
 }
 
-TEST(NetworkErrors, NumbersWithoutAMeaningCondemnNoMessage) {
+TEST(NetworkErrors, UnknownNumbersAreForNow) {
   for (const int number : {-1, 0, 224, 254, 512, 515, 65'535}) {
     EXPECT_EQ(ClassOfCmsError(number), ErrorClass::kForNow) << number;
     EXPECT_EQ(ClassOfCmeError(number), number == 0 ? ErrorClass::kPort : ErrorClass::kForNow);

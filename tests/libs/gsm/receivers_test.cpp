@@ -39,7 +39,8 @@ TEST(Receivers, AreRefusedTogetherWhenOneIsWrong) {
     const auto receivers = ReadReceivers("+491;" + wrong);
     EXPECT_THAT(receivers.problem, HasSubstr("nothing was queued for anybody")) << wrong;
   }
-  EXPECT_THAT(ReadReceivers("+491; Pump 3").problem, HasSubstr("'Pump 3'")) << "not told which";
+  EXPECT_THAT(ReadReceivers("+491; Pump 3").problem, HasSubstr("'Pump 3'"))
+      << "it must say which one";
 }
 
 TEST(Receivers, MustBeAtLeastOne) {

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // No call moves everything that waits: a container that does so when it grows asks for one piece of
-// memory for all of it. Nor does a call clean up behind another thread that frees many small pieces
-// of the call's memory. This program notes the largest piece that a thread asks for, and which
-// thread asked for what is freed.
+// memory for all of it. Nor does a call clean up after another thread that has freed many small
+// pieces of memory that calls had asked for. This program notes the largest piece that a thread
+// asks for, and which thread asked for what is freed.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -142,7 +142,7 @@ class InboxTest : public testing::Test {
   std::optional<Inbox> inbox_{disk_.Hooks()};
 };
 
-TEST_F(InboxTest, OffersMessagesInTheOrderInWhichTheyWereComplete) {
+TEST_F(InboxTest, OffersMessagesInTheOrderInWhichTheyWereCompleted) {
   inbox_->Take(Whole("first"), std::nullopt, now_);
   Take(Of(1, 2));
   inbox_->Take(Whole("second"), std::nullopt, now_);

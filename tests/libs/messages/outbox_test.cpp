@@ -380,7 +380,7 @@ TEST_F(OutboxTest, TheLimitIsReportedOnceWhileItHolds) {
   EXPECT_EQ(outbox_.TakeNotices().size(), 1u) << "the next time, too";
 }
 
-TEST_F(OutboxTest, WhatIsGivenUpIsNoticed) {
+TEST_F(OutboxTest, WhatIsGivenUpIsReported) {
   Open();
   Add({"+491"});
   outbox_.FailForGood(Begin(), kRefusedError, "the number is unassigned", now_);
@@ -454,7 +454,7 @@ TEST_F(OutboxTest, AKeyWhoseMessageFailedIsFreeAgain) {
   EXPECT_FALSE(Add({"a"}, false, "alarm")->duplicate);
 }
 
-TEST_F(OutboxTest, AKeyIsLookedAtOnlyWhenTheStoreIsLoaded) {
+TEST_F(OutboxTest, AKeyIsLookedUpOnlyOnceTheStoreIsLoaded) {
   Open();
   Add({"a"}, false, "heartbeat");
   Send();
@@ -646,7 +646,7 @@ TEST_F(OutboxTest, NamesItsRoutesForPeople) {
               testing::ElementsAre(testing::StartsWith("mail server mx.example:25: ")));
 }
 
-TEST_F(OutboxTest, ARequestThatAnotherOutboxAnswersIsCarriedOutInSilence) {
+TEST_F(OutboxTest, ARequestThatAnotherOutboxAnswersIsCarriedOutWithoutAnAnswer) {
   Open();
   Request request{.id = 1, .kind = RequestKind::kLimit, .value = 9, .message = {}};
   request.answered_elsewhere = true;
@@ -738,7 +738,7 @@ TEST_F(OutboxTest, WhatIsWrittenAfterTheClockWasSetHasTheRightTimes) {
   EXPECT_EQ(OnDisk(job->id).expires, kNoon + 50min);
 }
 
-TEST_F(OutboxTest, ARowOfAClockThatWasNotSetKeepsItsWholeValidity) {
+TEST_F(OutboxTest, ARowFromAClockThatWasNotSetKeepsItsWholeValidity) {
   now_.wall = WallTime(1min);
   Open();
   Add({"a"}, false, "", 1h);
@@ -770,7 +770,7 @@ TEST_F(OutboxTest, AMessageThatExpiredLongAgoDoesNotGoOutOnceTheClockIsSet) {
   EXPECT_EQ(OnDisk(job->id).state, OutgoingState::kExpired);
 }
 
-TEST_F(OutboxTest, AMessageOfAClockAheadIsNotKeptLongerThanItsValidity) {
+TEST_F(OutboxTest, AMessageFromAClockThatWasAheadIsNotKeptLongerThanItsValidity) {
   now_.wall = kNoon + std::chrono::days(3650);
   Open();
   Add({"a"}, false, "", 1h);

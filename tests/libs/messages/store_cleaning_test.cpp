@@ -100,7 +100,7 @@ TEST_F(StoreCleaning, KeepsTheLatestHundredThousand) {
       0);
 }
 
-TEST_F(StoreCleaning, TakesNothingForOldWhileTheClockIsNotSet) {
+TEST_F(StoreCleaning, CountsNothingAsOldWhileTheClockIsNotSet) {
   AddSent(3, WallTime(hours(1)));
   CleanUp(WallTime(days(200)));
   EXPECT_EQ(CountOf("outgoing"), 3);

@@ -30,7 +30,7 @@ StoreOptions Through(const ShimVfs& vfs) {
   return options;
 }
 
-/// A disk that takes so many writes, and then none.
+/// A disk that takes `room` writes, and then no more.
 class FullDisk {
  public:
   explicit FullDisk(int room) : room_(room) {}
@@ -118,7 +118,7 @@ TEST(StoreOnAFullDisk, LosesNothingWhereverTheRoomEnds) {
   }
 }
 
-/// The process may not write beyond this size of a file, as with a quota.
+/// Limits the size of the files that the process may write, as a quota does.
 class FileSizeLimit {
  public:
   explicit FileSizeLimit(rlim_t octets) {
@@ -180,7 +180,7 @@ class StalledDisk {
   }};
 };
 
-TEST(StoreOnAStalledDisk, LetsNobodyWaitButTheWriter) {
+TEST(StoreOnAStalledDisk, MakesOnlyTheWriterWait) {
   const test_support::TemporaryFolder folder;
   StalledDisk disk;
   Store store(folder.path(), "sms", disk.options());

@@ -143,13 +143,13 @@ TEST_F(StoreOpening, PutsAsideALogWhoseFileIsGone) {
             "what was not in the file yet");
 }
 
-TEST_F(StoreOpening, PutsAsideAStoreWhoseTablesAreNotThose) {
+TEST_F(StoreOpening, PutsAsideAStoreWithOtherTables) {
   MakeStoreIn(folder());
   SQLite::Database(file().string(), kReadWrite).exec("ALTER TABLE outgoing DROP COLUMN reason");
   ExpectPutAside("reason");
 }
 
-TEST_F(StoreOpening, PutsAsideAStoreWithoutNumbersLeft) {
+TEST_F(StoreOpening, PutsAsideAStoreThatHasNoNumbersLeft) {
   MakeStoreIn(folder());
   SQLite::Database(file().string(), kReadWrite)
       .exec("UPDATE sqlite_sequence SET seq = 9223372036854775807");
@@ -177,12 +177,12 @@ TEST_F(StoreOpening, RefusesANewerVersionAndLeavesItAlone) {
   SQLite::Database newer(file().string(), kReadWrite);
   newer.exec("PRAGMA user_version=" + std::to_string(kSchemaVersion + 1));
   ASSERT_GT(fs::file_size(log()), 0U);
-  ExpectRefused("is of a newer version (" + std::to_string(kSchemaVersion + 1) + ";");
+  ExpectRefused("has a newer version (" + std::to_string(kSchemaVersion + 1) + ";");
 }
 
 TEST_F(StoreOpening, RefusesAnotherProgramsDatabaseAndLeavesItAlone) {
   SQLite::Database(file().string(), kReadWrite).exec("CREATE TABLE recipes (name TEXT)");
-  ExpectRefused("is another program's");
+  ExpectRefused("belongs to another program");
 }
 
 TEST_F(StoreOpening, BringsAnOlderVersionUpToDate) {
@@ -194,7 +194,7 @@ TEST_F(StoreOpening, BringsAnOlderVersionUpToDate) {
   EXPECT_THAT(NamesThatBeginWith(folder(), "messages.db.damaged-"), IsEmpty());
 }
 
-TEST_F(StoreOpening, StartsAgainAfterAnInterruptedBegin) {
+TEST_F(StoreOpening, StartsAgainAfterAnInterruptedStart) {
   SetFileContent(folder() / "messages.db.new", "half a file");
   SetFileContent(folder() / "messages.db.new-journal", "half a journal");
   MakeStoreIn(folder());
@@ -241,7 +241,8 @@ TEST_F(StoreOpening, ReportsAFolderThatCannotBeMade) {
               AllOf(HasSubstr("cannot be written"), HasSubstr("Not a directory")));
 }
 
-/// Gives up the rights of root, for threads started meanwhile: they do not apply to its files.
+/// Gives up root's rights to files, also for threads that are started meanwhile: permissions do not
+/// bind root.
 class WithoutRoot {
  public:
   WithoutRoot() {

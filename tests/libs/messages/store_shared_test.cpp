@@ -71,7 +71,7 @@ TEST(StoreShared, AChannelWithoutMessagesGetsEmptyContentAndTheLimit) {
   EXPECT_EQ(content.limit_per_hour, 5);
 }
 
-TEST(StoreShared, HasOneRowOfNumbersAndOneOrderOfChanges) {
+TEST(StoreShared, HasOneSequenceOfNumbersAndOneOrderOfChanges) {
   const test_support::TemporaryFolder folder;
   Store sms(folder.path(), "sms", Quick());
   Store mail(folder.path(), "mail", Quick());
@@ -121,7 +121,7 @@ TEST(StoreShared, ASecondHandleOfAChannelFindsTheStoreInUse) {
   EXPECT_EQ(first.problem(), "");
 }
 
-TEST(StoreShared, TellsWhereItIsThroughOneHandle) {
+TEST(StoreShared, SaysWhereItIsThroughOneHandle) {
   const test_support::TemporaryFolder folder;
   Store sms(folder.path(), "sms", Quick());
   Store mail(folder.path(), "mail", Quick());
@@ -162,7 +162,7 @@ TEST(StoreShared, HandsTheLimitToEachChannelAndAsksOneForTheAnswer) {
   EXPECT_EQ(shared.TakeContent("sms")->limit_per_hour, 7) << "loaded before, taken after";
 }
 
-/// A library that was loaded as an add-in is: nothing of it is visible to others.
+/// A library loaded in the way of an add-in: others see nothing of it.
 class Library {
  public:
   explicit Library(const char* file) : handle_(dlopen(file, RTLD_NOW | RTLD_LOCAL)) {

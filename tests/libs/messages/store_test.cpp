@@ -256,7 +256,7 @@ TEST(Store, HandsOverRequestsOfOtherProgramsOnceAndTheAnswersBack) {
   other.Ask(1, 2, 0);
   other.Ask(1, 99, 0);
   other.Ask(2, 0, 5);
-  other.Ask(77, 0, 5);  // of no known kind
+  other.Ask(77, 0, 5);  // of an unknown kind
   const auto requests = RequestsOf(store, 4);
   ASSERT_THAT(requests, SizeIs(4));
   EXPECT_EQ(requests[0].kind, RequestKind::kCancel);
@@ -274,7 +274,7 @@ TEST(Store, HandsOverRequestsOfOtherProgramsOnceAndTheAnswersBack) {
   EXPECT_EQ(other.AnswerTo(1), "1 it is cancelled");
   EXPECT_EQ(other.AnswerTo(2), "0 it is sent");
   other.Ask(2, 0, 6);
-  EXPECT_THAT(RequestsOf(store, 1), SizeIs(1)) << "not the unanswered ones once more";
+  EXPECT_THAT(RequestsOf(store, 1), SizeIs(1)) << "unanswered ones are not given again";
 }
 
 TEST(Store, WaitsForAnotherProgramThatIsWriting) {

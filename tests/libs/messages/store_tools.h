@@ -71,7 +71,7 @@ inline std::vector<std::string> Receivers(const Content& content) {
   return receivers;
 }
 
-/// A folder with the store of one message, closed in good order.
+/// A folder with the store of one message, closed in an orderly way.
 inline void MakeStoreIn(const std::filesystem::path& folder,
                         const std::vector<std::string>& receivers = {"112"}) {
   Store store(folder, "sms", Quick());
@@ -92,7 +92,7 @@ inline void SetFileContent(const std::filesystem::path& file, const std::string&
   std::ofstream(file, std::ios::binary) << content;
 }
 
-/// The names in a folder that begin so.
+/// The names in a folder that begin with `beginning`.
 inline std::vector<std::string> NamesThatBeginWith(const std::filesystem::path& folder,
                                                    const std::string& beginning) {
   std::vector<std::string> names;

@@ -59,7 +59,7 @@ TEST_F(WalCheck, FindsNothingInAMissingOrEmptyLog) {
   EXPECT_FALSE(LostTransactions(log()));
 }
 
-TEST_F(WalCheck, TakesACutLogForAnInterruptedTransaction) {
+TEST_F(WalCheck, TakesALogThatWasCutForAnInterruptedTransaction) {
   for (std::size_t size = 1; size < content_.size(); size += 997) {
     SetFileContent(log(), content_.substr(0, size));
     EXPECT_FALSE(LostTransactions(log())) << size;
