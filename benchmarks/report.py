@@ -468,6 +468,28 @@ def idle_e_mail():
                  "below 0.5 %", share < 0.005))
 
 
+def program_tests():
+    """100 tests of the pump station: its own, each ten times."""
+    tests = (project / "examples/pump_station_test.lua").read_text(encoding="utf-8")
+    times = []
+    with tempfile.TemporaryDirectory() as folder:
+        for name in ("pump_station.lua", "start_pump.sh"):
+            os.symlink(project / "examples" / name, f"{folder}/{name}")
+        with open(f"{folder}/hundred_test.lua", "w", encoding="utf-8") as file:
+            file.write("local real = test\nfor round = 1, 10 do\n"
+                       "local function case(name, run) real(name .. round, run) end\n"
+                       + tests.replace('test("', 'case("') + "\nend\n")
+        for _ in range(REPETITIONS):
+            begin = time.monotonic()
+            result = subprocess.run([f"{build}/bin/corvane", "test", f"{folder}/hundred_test.lua"], check=True,
+                                    capture_output=True, text=True)
+            times.append(time.monotonic() - begin)
+            assert result.stdout.endswith("\n100 tests, 0 failed\n"), result.stdout[-200:]
+    rows.append(("corvane test: 100 tests of the pump station", time_text(median(times)),
+                 f"{time_text(min(times))} to {time_text(max(times))}, start and end included", "below 2 s",
+                 median(times) < 2))
+
+
 def write_page(table):
     """Writes the table between the two marks of the page."""
     page = project / "docs/performance.md"
@@ -495,6 +517,7 @@ e_mail()
 idle_e_mail()
 empty_cycle()
 retained_values()
+program_tests()
 table = "| What | Ours | Compared | Goal | |\n|---|---|---|---|---|\n"
 for what, ours, beside, goal, met in rows:
     table += f"| {what} | {ours} | {beside} | {goal} | {'' if met is None else 'met' if met else 'MISSED'} |\n"
