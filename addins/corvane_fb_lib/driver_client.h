@@ -6,6 +6,7 @@
 
 #include <mutex>
 #include <unordered_set>
+#include <utility>
 
 #include "corvane/modem_port_driver.h"
 
@@ -15,32 +16,30 @@ template <class Block>
 class DriverClient {
  public:
   explicit DriverClient(Block* block) : block_(block) {
-    const std::lock_guard lock(Blocks().mutex);
-    Blocks().existing.insert(block_);
+    const std::lock_guard lock(mutex);
+    if (existing == nullptr) existing = new std::unordered_set<const void*>;
+    existing->insert(block_);
   }
   DriverClient(const DriverClient&) = delete;
   DriverClient& operator=(const DriverClient&) = delete;
   ~DriverClient() {
     if (ModemPortDriverUnregister != nullptr) ModemPortDriverUnregister(block_);
-    const std::lock_guard lock(Blocks().mutex);
-    Blocks().existing.erase(block_);
+    const std::lock_guard lock(mutex);
+    existing->erase(block_);
+    if (existing->empty()) delete std::exchange(existing, nullptr);
   }
 
   /// The block that a driver calls; null: it does not exist any more.
   static Block* Of(void* context) {
-    const std::lock_guard lock(Blocks().mutex);
-    return Blocks().existing.contains(context) ? static_cast<Block*>(context) : nullptr;
+    const std::lock_guard lock(mutex);
+    const bool exists = existing != nullptr && existing->contains(context);
+    return exists ? static_cast<Block*>(context) : nullptr;
   }
 
  private:
-  struct Existing {
-    std::mutex mutex;  // Lua states, each with blocks of its own, may run at the same time
-    std::unordered_set<const void*> existing;
-  };
-  static Existing& Blocks() {
-    static auto& blocks = *new Existing;  // never destroyed: the driver may still call then
-    return blocks;
-  }
+  // Both are usable to the very end of the process, when the driver may still call.
+  inline static std::mutex mutex;  // Lua states, each with blocks of its own, may run at once
+  inline static std::unordered_set<const void*>* existing = nullptr;  // null: no block exists
 
   Block* const block_;
 };
