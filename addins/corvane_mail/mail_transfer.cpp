@@ -56,7 +56,7 @@ Attempt MailTransfer::MakeAttempt(const Credentials* credentials,
   attempt.id = id_;
   attempt.account = content_.account;
   if (credentials != nullptr) {
-    attempt.secret = credentials->secret;
+    attempt.secret = secret = credentials->secret;
     attempt.is_token = credentials->is_token;
   }
   attempt.from = message_.from.mailbox;

@@ -299,6 +299,7 @@ void MailWorker::Carry(const Verdict& verdict, MailTransfer& transfer, const Now
       LogFailure(route, verdict.reason);
       return outbox_.FailOnRoute(id, verdict.reason, now);
     case Verdict::Kind::kAccount:
+      if (HasOtherCredentials(transfer)) return outbox_.Withdraw(id, now);
       LogFailure(route, verdict.reason);
       return outbox_.EndJobsOnRoute(id, error, verdict.reason, kAccountPause, now);
     case Verdict::Kind::kUnknown:
@@ -310,6 +311,11 @@ void MailWorker::Carry(const Verdict& verdict, MailTransfer& transfer, const Now
       return outbox_.FailForNow(
           id, "the server had not taken it when the time of ValidFor was over", now);
   }
+}
+
+bool MailWorker::HasOtherCredentials(const MailTransfer& transfer) const {
+  const auto place = credentials_.find(transfer.route());
+  return place != credentials_.end() && place->second.secret != transfer.secret;
 }
 
 void MailWorker::LogFailure(const std::string& route, const std::string& reason) {

@@ -79,6 +79,8 @@ class MailWorker {
   void Poll();
   void HandleOutcome(const Outcome& outcome, const Now& now);
   void Carry(const Verdict& verdict, MailTransfer& transfer, const Now& now);
+  /// Whether a call has brought other credentials than those of the attempt.
+  [[nodiscard]] bool HasOtherCredentials(const MailTransfer& transfer) const;
   void LogFailure(const std::string& route, const std::string& reason);
 
   void PublishStates();

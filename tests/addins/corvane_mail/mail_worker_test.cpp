@@ -241,12 +241,14 @@ TEST_F(Worker, ACertificateThatNobodyKnowsIsError32) {
   EXPECT_THAT(state.progress.text, HasSubstr("CaFile"));
 }
 
-/// A server that lets nobody in but the password "good" (the octets of AUTH PLAIN: NUL, user, NUL,
-/// password).
+/// NUL, the user "pump", NUL, the password "good".
+constexpr const char* kGoodLogin = "AUTH PLAIN AHB1bXAAZ29vZA==\r\n";
+
+/// A server that wants the password "good".
 void WantGoodPassword(SmtpPeer& peer) {
   Greet(peer, kAsksForLogin);
   for (std::string line = peer.HearLine(); line.starts_with("AUTH"); line = peer.HearLine()) {
-    if (line == "AUTH PLAIN AHB1bXAAZ29vZA==\r\n") {
+    if (line == kGoodLogin) {
       peer.Say("235 welcome\r\n");
       return ServeCommands(peer);
     }
@@ -283,6 +285,30 @@ TEST_F(Worker, OtherCredentialsLetOutWhatWasKept) {
   EXPECT_TRUE(WaitForRow(
       [](const messages::Outgoing& row) { return row.state == messages::OutgoingState::kSent; }));
   EXPECT_THAT(server.heard(), HasSubstr("Subject: Level high"));
+}
+
+TEST_F(Worker, CredentialsThatComeWhileOthersAreTriedAreTriedNext) {
+  std::atomic<bool> answers = false;
+  const ScriptedSmtpServer server([&answers](SmtpPeer& peer) {
+    Greet(peer, kAsksForLogin);
+    for (std::string line = peer.HearLine(); line.starts_with("AUTH"); line = peer.HearLine()) {
+      while (!answers) peer.Pause(1);
+      if (line == kGoodLogin) {
+        peer.Say("235 welcome\r\n");
+        return ServeCommands(peer);
+      }
+      peer.Say("535 5.7.8 wrong password\r\n");
+    }
+  });
+  const MailOrder order = OrderOfUser(server.port());
+  RunningWorker worker(folder_.path());
+  const auto ticket = Submit(worker, order);
+  Bring(worker, order, "bad");
+  ASSERT_THAT(server.HeardUpTo("AHB1bXAAYmFk\r\n"), HasSubstr("AUTH PLAIN AHB1bXAAYmFk\r\n"));
+  Bring(worker, order, "good");
+  ASSERT_TRUE(worker.WaitForStored(Submit(worker, order))) << "so the password was taken before";
+  answers = true;
+  EXPECT_EQ(worker.EndOf(ticket).progress, JobProgress::Done());
 }
 
 TEST_F(Worker, NoSecretIsInTheStoreOrTheLog) {
