@@ -6,7 +6,7 @@
 namespace corvane_mail {
 
 std::shared_ptr<MailTicket> MailDesk::Submit(MailOrder order) {
-  auto ticket = std::make_shared<MailTicket>(std::make_shared<const MailState>());
+  auto ticket = std::make_shared<MailTicket>();
   const std::string route = RouteOf(order.content.account);
   MailCommand command = Submission{std::move(order), ticket};
   const std::scoped_lock lock(mutex_);

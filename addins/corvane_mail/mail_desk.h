@@ -50,7 +50,8 @@ struct MailState {
 
 /// A block's view of its mail; the thread of mails replaces the state.
 struct MailTicket {
-  std::shared_ptr<const MailState> state;  ///< under the desk's lock; never null
+  /// Under the desk's lock; never null.
+  std::shared_ptr<const MailState> state = std::make_shared<const MailState>();
 };
 
 struct Submission {

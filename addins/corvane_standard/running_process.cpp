@@ -28,8 +28,10 @@ constexpr int kMostChunks = 16;  // the most that a pipe holds without privilege
 
 RunningProcess::RunningProcess(ProcessOrder order, std::shared_ptr<ProcessHandle> handle,
                                std::weak_ptr<const void> owner)
-    : order_(std::move(order)), handle_(std::move(handle)), owner_(std::move(owner)) {
-  started_ = Clock::now();
+    : order_(std::move(order)),
+      handle_(std::move(handle)),
+      owner_(std::move(owner)),
+      started_(Clock::now()) {
   if (handle_->aborted() || owner_.expired()) {
     ProcessEnd end;
     end.kind = ProcessEnd::Kind::kAborted;
@@ -53,7 +55,7 @@ void RunningProcess::Advance(Clock::time_point now) {
   if (gone_) return;
   if (owner_.expired() || (handle_ != nullptr && handle_->aborted())) {
     Stop(ProcessEnd::Kind::kAborted, kGrace, now);
-  } else if (handle_ != nullptr && order_.timeout > 0ms && now - started_ >= order_.timeout) {
+  } else if (handle_ != nullptr && order_.timeout.count() > 0 && now - started_ >= order_.timeout) {
     Stop(ProcessEnd::Kind::kTimedOut, kGrace, now);
   }
   if (now >= kill_at_ && !killed_) {
@@ -82,7 +84,7 @@ void RunningProcess::Stop(ProcessEnd::Kind why, std::chrono::milliseconds grace,
 RunningProcess::Clock::time_point RunningProcess::due() const {
   if (handle_ == nullptr) return killed_ ? look_at_ : std::min(kill_at_, look_at_);
   Clock::time_point at = killed_ ? Clock::time_point::max() : kill_at_;
-  if (!stopping_ && order_.timeout > 0ms) at = std::min(at, started_ + order_.timeout);
+  if (!stopping_ && order_.timeout.count() > 0) at = std::min(at, started_ + order_.timeout);
   if (process_.ended.get() < 0) at = std::min(at, Clock::now() + kLookAtProcess);
   return at;
 }

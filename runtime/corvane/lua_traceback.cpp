@@ -3,10 +3,10 @@
 
 #include <pthread.h>
 
-#include <setjmp.h>
 #include <algorithm>
 #include <atomic>
 #include <charconv>
+#include <csetjmp>
 #include <csignal>
 #include <cstring>
 

@@ -54,7 +54,7 @@ bool IsThere(const fs::path& path) {
 
 }  // namespace
 
-RetainFile::RetainFile(fs::path folder) : file_(std::move(folder) / "retain.json") {}
+RetainFile::RetainFile(const fs::path& folder) : file_(folder / "retain.json") {}
 
 void RetainFile::Lock() {
   const fs::path folder = file_.parent_path();

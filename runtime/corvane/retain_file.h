@@ -21,7 +21,7 @@ class FolderInUse : public std::runtime_error {
 /// One folder, and the right to use it.
 class RetainFile {
  public:
-  explicit RetainFile(std::filesystem::path folder);
+  explicit RetainFile(const std::filesystem::path& folder);
 
   /// Creates the folder if it is missing, and locks it until this object ends.
   /// Throws FolderInUse, or std::filesystem::filesystem_error.

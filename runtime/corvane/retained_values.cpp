@@ -114,6 +114,7 @@ int RetainedValues::TakeSnapshot(lua_State* L) {
   self.fresh_.clear();
   SnapshotWriter writer(L, self.fresh_);
   // By number: a finalizer that runs meanwhile may add an entry.
+  // NOLINTNEXTLINE(modernize-loop-convert)
   for (std::size_t i = 0; i < self.entries_.size(); ++i) {
     const Entry& entry = self.entries_[i];
     lua_settop(L, 1);

@@ -72,10 +72,10 @@ void ProgramVariables::Protected(Access& access) {
 /// Notes the local variables that the function on top uses, and searches what they hold; also the
 /// functions in a table.
 void ProgramVariables::SearchValue(std::vector<const void*>& seen, int depth) {
-  constexpr int kDeepest = 20;
+  constexpr int kMostLevels = 20;
   constexpr std::size_t kMost = 10'000;
   const void* const value = lua_topointer(L_, -1);
-  if (depth > kDeepest || seen.size() > kMost || lua_checkstack(L_, 8) == 0) return;
+  if (depth > kMostLevels || seen.size() > kMost || lua_checkstack(L_, 8) == 0) return;
   if (std::find(seen.begin(), seen.end(), value) != seen.end()) return;
   if (lua_istable(L_, -1)) {
     seen.push_back(value);

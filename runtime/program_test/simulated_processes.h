@@ -2,6 +2,7 @@
 // The commands that a program under test starts: none of them runs. Threads: one.
 #pragma once
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <utility>
@@ -30,10 +31,10 @@ class SimulatedProcesses {
   ProcessAnswer Start(nlohmann::json record) {
     const std::string command = record["command"];
     started_.push_back(std::move(record));
-    for (auto it = answers_.rbegin(); it != answers_.rend(); ++it) {
-      if (command.find(it->first) != command.npos) return it->second;
-    }
-    return {};
+    const auto answer = std::find_if(answers_.rbegin(), answers_.rend(), [&](const auto& one) {
+      return command.find(one.first) != command.npos;
+    });
+    return answer == answers_.rend() ? ProcessAnswer() : answer->second;
   }
   /// All commands in the order of their start: an array of objects.
   [[nodiscard]] const nlohmann::json& started() const { return started_; }

@@ -275,7 +275,7 @@ double NumberField(lua_State* L, const char* name) {
 
 std::string TextField(lua_State* L, const char* name) {
   lua_getfield(L, 2, name);
-  const std::string text = lua_isnil(L, -1) ? "" : Text(L, -1);
+  std::string text = lua_isnil(L, -1) ? "" : Text(L, -1);
   lua_pop(L, 1);
   return text;
 }

@@ -41,7 +41,8 @@ constexpr std::size_t kSmall = 65'536;  // bytes
 void* operator new(std::size_t size) {
   the_largest_piece = std::max(the_largest_piece, size);
   if (void* const memory = std::malloc(sizeof(Header) + size)) {
-    return new (memory) Header{&the_thread, size} + 1;
+    auto* const header = new (memory) Header{&the_thread, size};
+    return header + 1;
   }
   throw std::bad_alloc();
 }
