@@ -95,10 +95,10 @@ std::string Store::problem() const {
   }
   const std::chrono::milliseconds::rep since = shared_->busy_since;
   const auto now = std::chrono::steady_clock::now().time_since_epoch();
-  if (since == 0 || now - std::chrono::milliseconds(since) < shared_->options.stall) return {};
-  const auto seconds = std::chrono::floor<std::chrono::seconds>(now).count() - since / 1000;
+  const auto stalled = now - std::chrono::milliseconds(since);
+  if (since == 0 || stalled < shared_->options.stall) return {};
   return "the disk of the store " + shared_->file.string() + " has not answered for " +
-         std::to_string(seconds) +
+         std::to_string(std::chrono::floor<std::chrono::seconds>(stalled).count()) +
          " s: messages are kept in memory, and written when it does. "
          "Check the disk";
 }
