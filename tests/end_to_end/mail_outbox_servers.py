@@ -288,7 +288,8 @@ def one_recipient_refused_for_now_is_tried_again_alone(folder, _paths):
         [first, second] = peer.mails
     assert first[0] == [f"{name}@plant.example" for name in "acd"] and second[0] == ["b@plant.example"], peer.mails
     assert first[1] == second[1], "not the same mail"
-    assert b"d@plant.example" not in first[1], "a blind copy is in the header"
+    # A Message-ID may end with d@plant.example, too.
+    assert not re.search(rb"\bd@plant", first[1]), "a blind copy is in the header"
 
 
 def certificates_that_cannot_be_trusted_have_their_own_texts(folder, paths):
