@@ -189,6 +189,7 @@ void MailWorker::Queue(Submission submission, std::vector<StoredAttachment> atta
     if (in_memory) files.in_memory = std::move(order.content.attachments);
     undecided_.push_back({progress, std::move(files)});
   }
+  newest_ = {progress, std::move(order.content)};
   live_.push_back({std::move(submission.ticket), std::move(progress), "", {}});
 }
 
@@ -216,10 +217,18 @@ void MailWorker::BeginAttempts(const Now& now) {
   }
 }
 
+std::optional<MailContent> MailWorker::ContentOf(const messages::Outgoing& row) {
+  const bool is_newest = newest_.job != nullptr && newest_.job->decided &&
+                         !newest_.job->duplicate && newest_.job->id == row.id;
+  if (!is_newest) return ReadMailContent(row.content);
+  newest_.job.reset();
+  return std::move(newest_.content);
+}
+
 void MailWorker::Begin(std::int64_t id, const Now& now) {
   const messages::Outgoing& row = *outbox_.Find(id);
   const std::string route = row.route;
-  auto content = ReadMailContent(row.content);
+  auto content = ContentOf(row);
   outbox_.Take(id);
   if (!content || RouteOf(content->account) != route || RecipientsOf(*content).empty()) {
     return outbox_.FailForGood(id, messages::kRefusedError,

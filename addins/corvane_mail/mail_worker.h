@@ -45,6 +45,11 @@ class MailWorker {
     std::string refused;
     MailState shown;
   };
+  /// The mail that was queued last. Most begin at once, and need not be read from their JSON.
+  struct Newest {
+    std::shared_ptr<const messages::OutboxJob> job;
+    MailContent content;
+  };
   struct CountsOfRoute {
     std::size_t shown = 0;
     int taken = 0;  // submissions since then
@@ -73,6 +78,7 @@ class MailWorker {
   /// @return whether the route has what its server may ask for
   [[nodiscard]] bool IsKnown(const std::string& route) const;
   void Begin(std::int64_t id, const Now& now);
+  [[nodiscard]] std::optional<MailContent> ContentOf(const messages::Outgoing& row);
   /// Ends attempts of which the server has not got the whole mail in time.
   void WithdrawExpired(const Now& now);
   [[nodiscard]] bool MayFinish(MailTransfer& transfer);
@@ -105,6 +111,7 @@ class MailWorker {
   std::map<std::int64_t, Files> copies_;  // by mail
   std::vector<Undecided> undecided_;
   std::vector<Live> live_;
+  Newest newest_;
   std::map<std::string, CountsOfRoute> counts_;
   std::set<std::string> being_taken_;  // folders of attachments that are not in the outbox yet
   /// Folders of mails that have ended, to be removed once that is on the disk.

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "addins/corvane_mail/smtp_login.h"
 
-#include <strings.h>
-
 #include <algorithm>
 #include <cstddef>
 #include <initializer_list>
@@ -30,7 +28,8 @@ void EncodeBase64(std::string_view octets, std::span<char> base64) {
 }
 
 bool Contains(std::string_view text, std::string_view piece) {
-  const auto same = [](char a, char b) { return strncasecmp(&a, &b, 1) == 0; };
+  const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; };
+  const auto same = [lower](char a, char b) { return lower(a) == lower(b); };
   return !piece.empty() &&
          std::search(text.begin(), text.end(), piece.begin(), piece.end(), same) != text.end();
 }

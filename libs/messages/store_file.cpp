@@ -70,22 +70,23 @@ void Read(Rows& rows, const SQLite::Database& database, const std::string& query
   rows = ReadAll<Rows>(statement);
 }
 
-/// Writes changes through statements that are prepared once for all rows of a table.
+/// Writes changes through statements that are prepared once for all transactions.
 class Writing {
  public:
-  Writing(const SQLite::Database& database, std::int64_t first_new_number)
-      : database_(database), first_new_number_(first_new_number) {}
+  Writing(StatementCache& statements, std::int64_t first_new_number)
+      : statements_(statements), first_new_number_(first_new_number) {}
 
   /// `bind` binds one element of `rows` to the statement, which is then executed.
   template <class Rows, class Bind>
   void ForEach(const Rows& rows, const std::string& sql, const Bind& bind) const {
     if (rows.empty()) return;
-    SQLite::Statement statement(database_, sql);
+    SQLite::Statement& statement = statements_.Get(sql);
     for (const auto& row : rows) {
       bind(statement, row);
       statement.exec();
       statement.reset();
     }
+    statement.clearBindings();  // a mail may have a megabyte
   }
 
   [[nodiscard]] std::int64_t Number(std::int64_t id) const {
@@ -93,7 +94,7 @@ class Writing {
   }
 
  private:
-  const SQLite::Database& database_;
+  StatementCache& statements_;
   std::int64_t first_new_number_;
 };
 
@@ -213,7 +214,7 @@ std::int64_t StoreFile::FirstFreeNumber() {
 
 void StoreFile::Write(const PendingChanges& changes, std::int64_t first_new_number) {
   SQLite::Transaction transaction(database_, SQLite::TransactionBehavior::IMMEDIATE);
-  const Writing writing(database_, first_new_number);
+  const Writing writing(statements_, first_new_number);
   WriteMessages(writing, changes);
   WriteParts(writing, changes);
   WriteHeld(writing, changes);

@@ -14,6 +14,7 @@
 #include "libs/messages/file_identity.h"
 #include "libs/messages/pending_changes.h"
 #include "libs/messages/row.h"
+#include "libs/messages/statement_cache.h"
 #include "libs/messages/store.h"
 
 namespace messages {
@@ -65,6 +66,7 @@ class StoreFile {
   FileIdentity identity_;
   int version_ = 0;
   SQLite::Database database_;
+  StatementCache statements_{database_};
 };
 
 }  // namespace messages
