@@ -31,9 +31,11 @@ _corvane() {
     if [[ $word == -* ]]; then
         mapfile -t COMPREPLY < <(compgen -W "$(sed -nE 's/^ *(-.,)?(--[a-z-]+).*/\2/p' <<<"$help")" -- "$word")
     elif [[ -z $subcommand ]]; then
-        mapfile -t COMPREPLY < <(compgen -W "$(sed -nE '/^Subcommands:/,$ s/^  ([a-z]+) .*/\1/p' <<<"$help")" -- "$word")
+        mapfile -t COMPREPLY < <(compgen -W "$(sed -nE '/^Subcommands:/,$ s/^  ([a-z-]+) .*/\1/p' <<<"$help")" -- "$word")
     elif [[ $subcommand == run || $subcommand == test ]]; then
         _corvane_files '*.lua'
+    elif [[ $subcommand == check-modem ]]; then
+        _corvane_files '/dev/*'
     elif [[ $subcommand == blocks ]]; then
         mapfile -t COMPREPLY < <(compgen -W "$("${COMP_WORDS[0]}" blocks 2>/dev/null | sed '/^ /d')" -- "$word")
     fi

@@ -34,6 +34,7 @@ using Action = std::function<int()>;
 /// @param words the words for the program, after `--`; filled before the command line is parsed
 void AddRunCommand(CLI::App& app, const std::vector<std::string>& words, Action& action);
 void AddBlocksCommand(CLI::App& app, Action& action);
+void AddCheckModemCommand(CLI::App& app, Action& action);
 void AddMessagesCommand(CLI::App& app, Action& action);
 void AddModemCommand(CLI::App& app, Action& action);
 void AddPduCommand(CLI::App& app, Action& action);

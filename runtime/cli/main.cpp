@@ -47,6 +47,7 @@ int Main(int argc, char** argv) {
   const std::vector<std::string> words = TakeProgramWords(argc, argv);
   corvane::cli::AddRunCommand(app, words, action);
   corvane::cli::AddBlocksCommand(app, action);
+  corvane::cli::AddCheckModemCommand(app, action);
   corvane::cli::AddMessagesCommand(app, action);
   corvane::cli::AddModemCommand(app, action);
   corvane::cli::AddPduCommand(app, action);

@@ -38,6 +38,9 @@ expect "--check" run --che
 expect "--json" blocks --j
 expect "" blocks --cyc
 expect "test" t
+expect "check-modem" c
+expect "/dev/null" check-modem /dev/nul
+expect "--send" check-modem /dev/null --se
 expect "--tap|--timeout" test --t
 expect "programs|pump.lua" test p
 expect "SEND_EMAIL|SEND_SMS" blocks SEND_

@@ -19,7 +19,7 @@ def options_of_help(*subcommand):
 def subcommands(prefix=()):
     """Every subcommand, as words."""
     found = re.search(r"^Subcommands:\n(.*)", run(corvane, *prefix, "--help"), re.MULTILINE | re.DOTALL)
-    names = re.findall(r"^  ([a-z]+) ", found[1], re.MULTILINE) if found else []
+    names = re.findall(r"^  ([a-z-]+) ", found[1], re.MULTILINE) if found else []
     return [words for name in names for words in ((*prefix, name), *subcommands((*prefix, name)))]
 
 
