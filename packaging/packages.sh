@@ -18,7 +18,7 @@ declare -A packages=(
     [arm]="g++-aarch64-linux-gnu g++-arm-linux-gnueabihf qemu-user"
     [coverage]="gcovr"
     [example]="python3 python3-aiosmtpd"
-    [bench]="gammu libbenchmark-dev libgammu-dev"
+    [bench]="exim4-daemon-light gammu libbenchmark-dev libgammu-dev"
     [package]="dpkg-dev file lintian python3"
     [fuzz]="clang libclang-rt-14-dev libgammu-dev"
 )
