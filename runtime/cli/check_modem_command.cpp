@@ -11,6 +11,7 @@
 
 #include "libs/base/printable.h"
 #include "libs/gsm/receivers.h"
+#include "runtime/cli/at_console.h"
 #include "runtime/cli/commands.h"
 #include "runtime/cli/log_setup.h"
 #include "runtime/modem_check/modem_check.h"
@@ -25,6 +26,7 @@ struct CheckModemOptions {
   ModemTarget target;
   std::string receiver;
   bool json = false;
+  bool console = false;
 };
 
 /// Throws CLI::ValidationError for a target that cannot be a modem.
@@ -94,8 +96,26 @@ int CheckAsJson(const CheckModemOptions& options, const modem_check::CheckOption
   return can_send ? kSuccess : kProgramFailed;
 }
 
+int Console(const CheckModemOptions& options) {
+  WaitLoop loop;
+  modem_check::ModemTalk talk(options.target, loop);
+  if (!FindModem(talk, PrintFinding)) return kProgramFailed;
+  try {
+    static_cast<void>(talk.Ask("ATE0"));
+  } catch (const modem_check::TalkEnded& ended) {
+    PrintFinding({Grade::kError, "line", ended.what()});
+    return kProgramFailed;
+  }
+  fmt::print("Type AT commands; quit or Ctrl-D leaves. PINs are neither shown nor kept.\n");
+  const std::string loss = RunAtConsole(talk.Borrow());
+  if (loss.empty()) return kSuccess;
+  PrintFinding({Grade::kError, "line", options.target.Name() + " was lost: " + loss});
+  return kProgramFailed;
+}
+
 int Check(const CheckModemOptions& options) {
   SetUpLog("error");
+  if (options.console) return Console(options);
   modem_check::CheckOptions check;
   check.receiver = options.receiver;
   return options.json ? CheckAsJson(options, check) : CheckAndPrint(options, check);
@@ -116,14 +136,17 @@ void AddCheckModemCommand(CLI::App& app, Action& action) {
           },
           "Device or tcp:HOST:PORT, with the settings that corvane run --modem gets")
       ->required();
-  command->add_option(
+  CLI::Option* const send = command->add_option(
       "--send",
       [options](const std::vector<std::string>& words) {
         options->receiver = ReadReceiver(words.back());
         return true;
       },
       "Also send a test message to this number");
-  command->add_flag("--json", options->json, "Machine-readable");
+  CLI::Option* const json = command->add_flag("--json", options->json, "Machine-readable");
+  command->add_flag("--console", options->console, "Talk to the modem instead of checking it")
+      ->excludes(send)
+      ->excludes(json);
   command->footer(
       "Example: corvane check-modem /dev/ttyUSB2,baud=115200 --send +15550101234\n\n"
       "One line for each thing that sending needs: ok, warning or error, and what to do.\n"

@@ -6,6 +6,7 @@ import json
 import os
 import pty
 import re
+import select
 import socket
 import subprocess
 import sys
@@ -283,9 +284,62 @@ def output_for_programs():
         assert {f["status"] for f in report["findings"]} == {"ok"}, report
 
 
+def console_from_a_pipe():
+    given = 'AT+CPIN?\nAT+CPIN=1234\nAT+CMGF=1\nAT+CMGS="+15550101234"\nHello\nAT+FOO\nAT+CMGS="1"\n\nATI'
+    with SimulatedModem(corvane, "--pin", "1234", "--quirk", "echo-always") as modem:
+        result = subprocess.run([corvane, "check-modem", modem.device, "--console"], capture_output=True, text=True,
+                                timeout=PATIENCE, input=given)
+        assert result.returncode == 0 and result.stderr == "", result
+        assert result.stdout.split("kept.\n")[1] == (
+            "at> AT+CPIN?\n+CPIN: SIM PIN\nOK\nat> AT+CPIN=****\nOK\nat> AT+CMGF=1\nOK\n"
+            'at> AT+CMGS="+15550101234"\ntext> Hello\n+CMGS: 1\nOK\nat> AT+FOO\nERROR\n'
+            'at> AT+CMGS="1"\ntext> \nOK\nat> ATI\nCorvane Simulator\nOK\n'), result.stdout
+        modem.await_output("sent to +15550101234: Hello\n")
+    peer = Peer(lambda command, _: None if command == "ATI" else good(command))
+    result = subprocess.run([corvane, "check-modem", peer.device, "--console"], capture_output=True, text=True,
+                            timeout=PATIENCE, input="AT\nATI\nAT\n")
+    assert result.returncode == 1, result
+    assert re.search(r"at> ATI\nerror +line +\S+ was lost: ", result.stdout), result
+
+
+def console_on_a_terminal():
+    with SimulatedModem(corvane, "--pin", "1234") as modem:
+        master, slave = pty.openpty()
+        before = termios.tcgetattr(slave)
+        process = subprocess.Popen([corvane, "check-modem", modem.device, "--console"], stdin=slave, stdout=slave,
+                                   env={**os.environ, "TERM": "xterm"})
+        shown, seen = "", 0
+
+        def await_shown(wanted):
+            """Waits until this is shown after what was awaited before."""
+            nonlocal shown, seen
+            while wanted not in shown[seen:]:
+                assert select.select([master], [], [], PATIENCE)[0], f"no {wanted!r} in {shown[seen:]!r}"
+                shown += os.read(master, 4096).decode()
+            seen = shown.index(wanted, seen) + len(wanted)
+
+        await_shown("at> ")
+        os.write(master, b"AT+CPIN=1234\r")
+        await_shown("OK\r\n\rat> ")
+        os.write(master, b"AT+CSQ\r")
+        await_shown("+CSQ: 20,0\r\n")
+        await_shown("OK\r\n\rat> ")
+        os.write(master, b"\x1b[A\x1b[A")
+        await_shown("\rat> AT+CPIN=\x1b")  # the PIN is not recalled
+        modem.do("unsolicited RING")
+        await_shown("RING\r\n\rat> AT+CPIN=\x1b")  # what is typed stays
+        os.write(master, b"\x7f" * 8 + b"\x04")
+        assert process.wait(PATIENCE) == 0
+        assert "1234" not in shown, shown
+        assert termios.tcgetattr(slave) == before, "the terminal is not as it was"
+        os.close(master)
+        os.close(slave)
+
+
 def wrong_usage():
     for words, message in ((["/dev/x,speed=1"], "'speed' is not a setting"), ([], "DEVICE is missing"),
-                           (["/dev/x", "--send", "abc"], "'abc' is not a telephone number")):
+                           (["/dev/x", "--send", "abc"], "'abc' is not a telephone number"),
+                           (["/dev/x", "--console", "--json"], "excludes")):
         result = subprocess.run([corvane, "check-modem", *words], capture_output=True, text=True, timeout=PATIENCE)
         assert result.returncode == 2 and message in result.stderr, result
 
@@ -297,7 +351,7 @@ with concurrent.futures.ThreadPoolExecutor(max_workers=12) as pool:
     tests = [pool.submit(test) for test in (
         a_silent_line, pins, what_is_not_a_modem, a_wrong_baud_rate, a_good_modem, a_refused_message, a_slow_line,
         a_locked_card, trouble_in_the_middle, results_switched_off, over_tcp, a_port_in_use, output_for_programs,
-        wrong_usage)]
+        wrong_usage, console_from_a_pipe, console_on_a_terminal)]
     tests += [pool.submit(every_quirk, name) for name in quirks]
     for test in tests:
         test.result()
