@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <condition_variable>
 #include <csignal>
+#include <cstdlib>
 #include <list>
 #include <mutex>
 #include <system_error>
@@ -70,6 +71,8 @@ struct ProcessRunner::Shared {
     timerfd_settime(wake.get(), 0, &moment, nullptr);
   }
   void Run();
+  /// Ends all groups and the thread, and waits for that.
+  void End();
   void BeginQueued();
   void Advance(Clock::time_point now);
   void Wait();
@@ -149,6 +152,24 @@ void ProcessRunner::Shared::Wait() {
   for (RunningProcess& each : processes) each.Transfer();
 }
 
+void ProcessRunner::Shared::End() {
+  std::unique_lock<std::mutex> lock(mutex);
+  ending = true;
+  Wake();
+  has_finished.wait_for(lock, kLongestEnd + 50ms, [this] { return finished; });
+}
+
+/// What other threads than that of Lua may use.
+struct ProcessRunner::Latest {
+  std::mutex mutex;
+  std::weak_ptr<Shared> shared;
+};
+
+ProcessRunner::Latest& ProcessRunner::TheLatest() {
+  static Latest latest;
+  return latest;
+}
+
 std::unique_ptr<ProcessRunner>& ProcessRunner::Instance() {
   static std::unique_ptr<ProcessRunner> instance;
   return instance;
@@ -161,18 +182,30 @@ ProcessRunner& ProcessRunner::The() {
 }
 
 ProcessRunner::ProcessRunner() : shared_(std::make_shared<Shared>()) {
+  static const int registered = std::at_quick_exit([] { EndBesideLua(); });
+  static_cast<void>(registered);  // without memory for it, groups outlive such an end
+  {
+    Latest& latest = TheLatest();
+    const std::lock_guard<std::mutex> guard(latest.mutex);
+    latest.shared = shared_;
+  }
   const AllSignalsBlocked blocked;
   std::thread([shared = shared_] { shared->Run(); }).detach();
 }
 
 void ProcessRunner::End() {
   const std::unique_ptr<ProcessRunner> ended = std::move(Instance());
-  if (ended == nullptr) return;
-  Shared& shared = *ended->shared_;
-  std::unique_lock<std::mutex> lock(shared.mutex);
-  shared.ending = true;
-  shared.Wake();
-  shared.has_finished.wait_for(lock, kLongestEnd + 50ms, [&shared] { return shared.finished; });
+  if (ended != nullptr) ended->shared_->End();
+}
+
+void ProcessRunner::EndBesideLua() noexcept {
+  Latest& latest = TheLatest();
+  std::shared_ptr<Shared> shared;
+  {
+    const std::lock_guard<std::mutex> guard(latest.mutex);
+    shared = latest.shared.lock();
+  }
+  if (shared != nullptr) shared->End();
 }
 
 std::shared_ptr<ProcessHandle> ProcessRunner::Start(ProcessOrder order,

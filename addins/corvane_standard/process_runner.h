@@ -18,6 +18,9 @@ class ProcessRunner {
   /// Ends all process groups, SIGKILL after 0.7 s, and the thread; in at most a second. Nothing
   /// happens if The() was not used.
   static void End();
+  /// The same, from any thread, while that of Lua may be in a call of this class: for a host that
+  /// ends the process with std::quick_exit, because its program hangs. No process starts any more.
+  static void EndBesideLua() noexcept;
 
   /// Has the thread start a process. Its group is ended when nobody owns `owner` any more; whoever
   /// gives that up calls Wake.
@@ -29,10 +32,12 @@ class ProcessRunner {
 
  private:
   struct Shared;
+  struct Latest;
 
   ProcessRunner();
 
   static std::unique_ptr<ProcessRunner>& Instance();
+  static Latest& TheLatest();
 
   std::shared_ptr<Shared> shared_;  // also the thread's, which may be left behind in a dead disk
 };

@@ -108,7 +108,8 @@ void Load(ControlProgram& program, CycleWatchdog& watchdog) {
   program.Load();
 }
 
-/// Ends the process at once, from the watchdog's thread: the program cannot be stopped.
+/// Ends the process from the watchdog's thread: the program cannot be stopped. Add-ins that must
+/// not leave anything behind, such as running processes, use std::at_quick_exit.
 [[noreturn]] void EndHangingProgram(const std::string& what, RetainStore& retained,
                                     ServiceManager& service) {
   const std::string message = what + "; the program ends";
@@ -118,7 +119,7 @@ void Load(ControlProgram& program, CycleWatchdog& watchdog) {
   retained.WriteNow(kLongestDrain);
   DrainErrors(kLongestDrain);
   LeaveTerminalNow(Printable("corvane: " + message) + "\n");
-  std::_Exit(kCycleTooLong);
+  std::quick_exit(kCycleTooLong);
 }
 
 CycleWatchdog::Options WatchdogOptions(const RunOptions& options, RetainStore& retained,

@@ -74,6 +74,49 @@ def every_hang_ends_with_status_3():
         os.remove("state/retain.json")
 
 
+def processes_with(variable):
+    """Those that have it in their environment; zombies have none."""
+    found = []
+    for process in filter(str.isdigit, os.listdir("/proc")):
+        try:
+            with open(f"/proc/{process}/environ", "rb") as file:
+                if variable.encode() in file.read().split(b"\0"):
+                    found.append(int(process))
+        except (FileNotFoundError, ProcessLookupError, PermissionError):
+            continue
+    return found
+
+
+def nothing_of_process_is_left():
+    # One obeys SIGTERM, and one must be killed; the program hangs in calls of their blocks.
+    process = start("""
+local obeys = PROCESS.new { Command = "sleep 1000 & wait" }
+local ignores = PROCESS.new { Command = "trap '' TERM; touch ignores; sleep 1000; sleep 1000" }
+local fresh
+function cycle()
+  obeys.Execute, ignores.Execute = true, true
+  obeys() ignores()
+  local file = io.open("ignores")
+  if obeys.Pid == 0 or not file then return end
+  file:close()
+  print("ready")
+  while true do
+    fresh = PROCESS.new { Command = "sleep 1000", Execute = true }
+    fresh()
+    collectgarbage()
+  end
+end""", "--watchdog", "300ms", "--cycle", "1ms", CORVANE_TEST_OF=folder)
+    process.stdout.readline()
+    running = processes_with("CORVANE_TEST_OF=" + folder)
+    assert len(running) >= 4, running  # corvane, two shells, and what they have started
+    status, _, err = end(process)
+    assert status == 3 and "longer than the watchdog allows" in err, (status, err)
+    left = processes_with("CORVANE_TEST_OF=" + folder)
+    for one in left:
+        os.kill(one, signal.SIGKILL)
+    assert not left, (left, err)
+
+
 def a_short_cycle_goes_on():
     status, out, err = end(start("function cycle() if plc.cycle == 3 then print('ok') plc.stop(5) end end",
                                  "--watchdog", "5s", "--cycle", "1ms"))
@@ -131,6 +174,7 @@ corvane = os.path.abspath(corvane)
 with tempfile.TemporaryDirectory() as folder:
     os.chdir(folder)
     every_hang_ends_with_status_3()
+    nothing_of_process_is_left()
     a_short_cycle_goes_on()
     the_configuration_file_sets_it()
     a_service_tells_systemd()
