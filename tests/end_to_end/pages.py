@@ -6,8 +6,8 @@ Fenced blocks, from the first to the last:
 ```lua      A whole program. With a name above it (see page.py), it is the file of that name. Otherwise it runs
             for 50 cycles of 5 ms, or until it stops, and must end without an error or a warning.
 ```console  A terminal. Commands follow "$ " and must succeed; the rest is all that they print; at "^C" the
-            user presses Ctrl-C. If the last line is "...", the program keeps running; at the end of the page
-            Ctrl-C must end it with status 0.
+            user presses Ctrl-C. If the last line is "...", the program keeps running, unless --cycles ends it; at
+            the end of the page Ctrl-C must end it with status 0.
 ```input    What the user types where the first program that keeps running is.
 ```output   After a program that ran: all that it prints. Elsewhere: what a running program prints next.
 Every other block with a name is a file.
@@ -120,7 +120,8 @@ class Page:
         with open(path, "w", encoding="utf-8") as file:
             file.write(self.real(program))
         command = [corvane, "run", path, "--cycle", "5ms", "--cycles", "50"]
-        result = subprocess.run(command, capture_output=True, text=True, timeout=PATIENCE, check=False)
+        result = subprocess.run(command, capture_output=True, text=True, timeout=PATIENCE, check=False,
+                                env=self.environment)
         self.printed = result.stdout
         # Programs that read messages run without a modem here, and cycles take long on a busy machine.
         log = re.sub(r".* warning (modem port 1: a block needs it, but it is not configured; |.*\boverrun|"
@@ -134,8 +135,11 @@ class Page:
             self.left_out += typed
             return
         expected = re.sub(r"^\$ .*\n", "", text, flags=re.MULTILINE)
-        goes_on = expected.endswith("...\n")
-        until_ctrl_c, ctrl_c, rest = expected.removesuffix("...\n").partition("^C\n")
+        # A Ctrl-C while a program ends by itself would kill it, when it has given up its signal handlers.
+        goes_on = expected.endswith("...\n") and "--cycles" not in typed[-1]
+        if goes_on:
+            expected = expected.removesuffix("...\n")
+        until_ctrl_c, ctrl_c, rest = expected.partition("^C\n")
         terminal = Terminal("\n".join(typed), self)
         if goes_on:
             self.running.append(terminal)
