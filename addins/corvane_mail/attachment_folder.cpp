@@ -133,7 +133,7 @@ AttachmentFolder::AttachmentFolder(const fs::path& state_folder)
     : folder_(state_folder.empty() ? fs::path() : state_folder / "attachments") {}
 
 AttachmentFolder::Taken AttachmentFolder::Take(const std::string& mail,
-                                               const std::vector<std::string>& paths) {
+                                               const std::vector<std::string>& paths, Keep keep) {
   try {
     std::vector<Source> sources;
     std::uint64_t total = 0;
@@ -146,6 +146,7 @@ AttachmentFolder::Taken AttachmentFolder::Take(const std::string& mail,
       }
       sources.push_back(std::move(source));
     }
+    if (keep == Keep::kInMemory) return {Remember(sources), ""};
     try {
       return {Write(mail, sources), ""};
     } catch (const fs::filesystem_error&) {
@@ -153,7 +154,7 @@ AttachmentFolder::Taken AttachmentFolder::Take(const std::string& mail,
       return {Remember(sources), ""};
     }
   } catch (const AttachmentProblem& problem) {
-    Remove(mail);
+    if (keep == Keep::kOnDisk) Remove(mail);
     return {{}, problem.what()};
   }
 }

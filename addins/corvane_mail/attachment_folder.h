@@ -31,10 +31,15 @@ class AttachmentFolder {
     std::vector<StoredAttachment> attachments;
     std::string problem;  ///< a sentence: what is wrong with which file, what to do; empty: none
   };
+  enum class Keep : std::uint8_t {
+    kOnDisk,    ///< if they cannot be written, in memory
+    kInMemory,  ///< the folder may belong to another program
+  };
   /// Copies the files, as long as they are now, and returns when the copies would survive a power
-  /// cut. If they cannot be written, they are kept in memory.
+  /// cut, or are in memory.
   /// @param mail a name for the mail: letters and digits
-  [[nodiscard]] Taken Take(const std::string& mail, const std::vector<std::string>& paths);
+  [[nodiscard]] Taken Take(const std::string& mail, const std::vector<std::string>& paths,
+                           Keep keep = Keep::kOnDisk);
   /// From the beginning; null: it is no longer there, or not as long as it was.
   [[nodiscard]] std::unique_ptr<mail::Octets> Open(const StoredAttachment& attachment) const;
   /// Removes the copies of a mail, if there are any.

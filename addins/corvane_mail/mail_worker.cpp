@@ -20,6 +20,9 @@ constexpr milliseconds kLongestWithdrawal(250);
 constexpr milliseconds kLongestEndOfStore(600);
 constexpr std::chrono::minutes kAccountPause(15);  // so that the provider does not lock it
 constexpr std::size_t kMostConnections = 32;
+constexpr const char* kOnlyInMemory =
+    "its attachments are in memory only, since the folder for their copies could not be written "
+    "when they came: they are lost if the program ends before the mail is sent. Check the disk";
 
 messages::StoreOptions OptionsOfStore() {
   messages::StoreOptions options;
@@ -84,6 +87,7 @@ void MailWorker::Step() {
   TakeContent(now);
   if (!store_.problem().empty()) outbox_.GoOnWithoutStore();
   TakeCommands(now);
+  TakeAttachments();
   if (outbox_.loaded()) {
     for (const messages::Request& request : store_.TakeRequests()) outbox_.Apply(request, now);
   }
@@ -102,7 +106,8 @@ void MailWorker::Step() {
 
 void MailWorker::Poll() {
   const bool is_loading = store_.loaded() && !outbox_.loaded();
-  const bool at_work = outbox_.waiting() > 0 || !transfers_.empty() || !to_remove_.empty();
+  const bool at_work = outbox_.waiting() > 0 || !transfers_.empty() || !to_remove_.empty() ||
+                       !with_attachments_.empty();
   const milliseconds pause = is_loading ? milliseconds(0) : at_work ? kPauseAtWork : kPauseIdle;
   if (carrier_ == nullptr) return desk_->Wait(pause);
   for (const Outcome& outcome : carrier_->Poll(pause)) HandleOutcome(outcome, Now::Get());
@@ -139,13 +144,22 @@ void MailWorker::Handle(Submission submission, const Now& /*now*/) {
   message.message_id = mail::NewMessageId(mail::DomainOf(message.from));
   message.zone_minutes = ZoneAt(message.date);
   if (submission.order.attachments.empty()) return Queue(std::move(submission), {});
-  const std::string name = FolderOf(message.message_id);
-  being_taken_.insert(name);
-  files_.Post([desk = desk_, folder = attachments_, name,
-               shared = std::make_shared<Submission>(std::move(submission))] {
-    auto taken = folder->Take(name, shared->order.attachments);
-    desk->Give({std::move(*shared), std::move(taken)});
-  });
+  with_attachments_.push_back(std::move(submission));
+}
+
+void MailWorker::TakeAttachments() {
+  if (!store_.loaded() && store_.problem().empty()) return;
+  using enum AttachmentFolder::Keep;
+  const AttachmentFolder::Keep keep = store_.loaded() ? kOnDisk : kInMemory;
+  for (Submission& submission : std::exchange(with_attachments_, {})) {
+    const std::string name = FolderOf(submission.order.content.message.message_id);
+    being_taken_.insert(name);
+    files_.Post([desk = desk_, folder = attachments_, name, keep,
+                 shared = std::make_shared<Submission>(std::move(submission))] {
+      auto taken = folder->Take(name, shared->order.attachments, keep);
+      desk->Give({std::move(*shared), std::move(taken)});
+    });
+  }
 }
 
 void MailWorker::Handle(AttachmentsTaken taken, const Now& /*now*/) {
@@ -183,14 +197,15 @@ void MailWorker::Queue(Submission submission, std::vector<StoredAttachment> atta
                   "messages' what holds them");
   }
   ++counts_[route].taken;
-  if (!order.content.attachments.empty()) {
+  const bool has_attachments = !order.content.attachments.empty();
+  const bool in_memory = has_attachments && order.content.attachments.front().memory != nullptr;
+  if (has_attachments) {
     Files files{FolderOf(order.content.message.message_id), {}};
-    const bool in_memory = order.content.attachments.front().memory != nullptr;
     if (in_memory) files.in_memory = std::move(order.content.attachments);
     undecided_.push_back({progress, std::move(files)});
   }
   newest_ = {progress, std::move(order.content)};
-  live_.push_back({std::move(submission.ticket), std::move(progress), "", {}});
+  live_.push_back({std::move(submission.ticket), std::move(progress), "", {}, in_memory});
 }
 
 void MailWorker::Reject(const Submission& submission, ErrorId error, std::string text) {
@@ -339,13 +354,16 @@ MailState MailWorker::StateOf(const Live& live) const {
   const messages::OutboxJob& job = *live.job;
   MailState state;
   state.refused = live.refused;
-  state.stored = job.sequence != 0 && store_.IsOnDisk(job.sequence);
+  const bool row_is_stored = job.sequence != 0 && store_.IsOnDisk(job.sequence);
+  state.stored = row_is_stored && !live.in_memory;
   if (job.ended()) {
     state.progress = job.failed == 0 ? JobProgress::Done(AboutRepeats(job.repeats))
                                      : JobProgress::Failed({static_cast<ErrorId>(job.error_id),
                                                             job.errors + Remedy(job.error_id)});
   } else if (std::string problem = store_.problem(); !problem.empty() && !state.stored) {
     state.progress = JobProgress::Busy({ErrorId::kStore, std::move(problem)});
+  } else if (row_is_stored && live.in_memory) {
+    state.progress = JobProgress::Busy({ErrorId::kStore, kOnlyInMemory});
   }
   return state;
 }
@@ -359,7 +377,8 @@ void MailWorker::PublishStates() {
   }
   std::erase_if(live_, [](const Live& live) {
     const bool nobody_looks = live.ticket.use_count() == 1;
-    return nobody_looks || (live.job->ended() && (live.shown.stored || live.job->sequence == 0));
+    return nobody_looks ||
+           (live.job->ended() && (live.shown.stored || live.in_memory || live.job->sequence == 0));
   });
 }
 

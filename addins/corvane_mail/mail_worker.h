@@ -44,6 +44,7 @@ class MailWorker {
     std::shared_ptr<const messages::OutboxJob> job;
     std::string refused;
     MailState shown;
+    bool in_memory = false;  // its attachments are on no disk, so it is not stored
   };
   /// The mail that was queued last. Most begin at once, and need not be read from their JSON.
   struct Newest {
@@ -69,6 +70,9 @@ class MailWorker {
   void TakeContent(const Now& now);
   void TakeCommands(const Now& now);
   void Handle(Submission submission, const Now& now);
+  /// Has the attachments of what has come taken over, as soon as it is known whether the folder is
+  /// this program's: whoever has the store has the folder.
+  void TakeAttachments();
   void Handle(const Credentials& credentials, const Now& now);
   void Handle(AttachmentsTaken taken, const Now& now);
   void Queue(Submission submission, std::vector<StoredAttachment> attachments);
@@ -113,6 +117,7 @@ class MailWorker {
   std::vector<Live> live_;
   Newest newest_;
   std::map<std::string, CountsOfRoute> counts_;
+  std::vector<Submission> with_attachments_;  // that are still to be taken over
   std::set<std::string> being_taken_;  // folders of attachments that are not in the outbox yet
   /// Folders of mails that have ended, to be removed once that is on the disk.
   std::vector<std::pair<std::uint64_t, std::string>> to_remove_;

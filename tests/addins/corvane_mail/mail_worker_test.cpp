@@ -9,6 +9,7 @@
 #include <fstream>
 #include <functional>
 #include <regex>
+#include <set>
 #include <thread>
 
 #include "libs/messages/store_view.h"
@@ -546,6 +547,48 @@ TEST_F(Worker, WithoutAStoreAMailGoesOutFromMemoryWithItsAttachment) {
   EXPECT_EQ(worker.EndOf(ticket).progress, JobProgress::Done());
   EXPECT_FALSE(worker.StateOf(ticket).stored);
   EXPECT_THAT(server.heard(), HasSubstr("report.csv"));
+}
+
+TEST_F(Worker, IsNotStoredWhileItsAttachmentIsInMemoryOnly) {
+  const ScriptedSmtpServer server(TakeAll);
+  MailOrder order = OrderOfUser(server.port());
+  const test_support::TemporaryFolder files;
+  order.attachments = {files.Write("report.csv", "x")};
+  folder_.Write("attachments", "not a folder");
+  RunningWorker worker(folder_.path());
+  const auto ticket = Submit(worker, order);
+  ASSERT_TRUE(WaitForRow([](const messages::Outgoing&) { return true; }));
+  ASSERT_TRUE(WaitFor([&] { return worker.StateOf(ticket).progress.id == ErrorId::kStore; }));
+  EXPECT_FALSE(worker.StateOf(ticket).stored);
+  EXPECT_THAT(worker.StateOf(ticket).progress.text, HasSubstr("attachments are in memory only"));
+  Bring(worker, order, "pw");
+  EXPECT_EQ(worker.EndOf(ticket).progress, JobProgress::Done());
+  EXPECT_THAT(server.heard(), HasSubstr("report.csv"));
+}
+
+TEST_F(Worker, ASecondProgramLeavesTheCopiesOfTheFirstAloneAndWritesNone) {
+  MailOrder order = OrderOfUser(25);
+  const test_support::TemporaryFolder files;
+  order.attachments = {files.Write("report.csv", "x")};
+  RunningWorker first(folder_.path());
+  ASSERT_TRUE(first.WaitForStored(Submit(first, order)));
+  const auto copies = [this] {
+    std::set<fs::path> found;
+    for (const auto& entry : fs::recursive_directory_iterator(Copies())) found.insert(entry.path());
+    return found;
+  };
+  const std::set<fs::path> of_first = copies();
+  const ScriptedSmtpServer server(TakeAll);
+  MailOrder other = OrderOfUser(server.port());
+  other.attachments = {files.Write("alarms.csv", "y")};
+  RunningWorker second(folder_.path());
+  const auto ticket = Submit(second, other);
+  ASSERT_TRUE(WaitFor([&] { return second.StateOf(ticket).progress.id == ErrorId::kStore; }));
+  EXPECT_EQ(copies(), of_first) << "while the mail of the second program waits";
+  Bring(second, other, "pw");
+  EXPECT_EQ(second.EndOf(ticket).progress, JobProgress::Done());
+  EXPECT_THAT(server.heard(), HasSubstr("alarms.csv"));
+  EXPECT_EQ(copies(), of_first);
 }
 
 TEST_F(Worker, AFailureThatLastsIsLoggedOnce) {
