@@ -6,29 +6,18 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <string>
 #include <utility>
-#include <vector>
 
-#include "addins/corvane_modbus/request.h"
-#include "block/error_ids.h"
+#include "libs/modbus/outcome.h"
+#include "libs/modbus/request.h"
 
 namespace corvane_modbus {
 
+using modbus::Endpoint;
+using modbus::Outcome;
+using modbus::Plan;
+using modbus::Request;
 using SteadyTime = std::chrono::steady_clock::time_point;
-
-/// How a request ended.
-struct Outcome {
-  ErrorId error = ErrorId::kNone;
-  std::string text;   ///< of an error: what, where, what to do
-  int exception = 0;  ///< the server's (clause 7 of the protocol), with ErrorId::kModbusException
-  std::vector<std::uint8_t> bits;        ///< read
-  std::vector<std::uint16_t> registers;  ///< read
-
-  static Outcome Failed(ErrorId error, std::string text) {
-    return {error, std::move(text), 0, {}, {}};
-  }
-};
 
 class Exchange {
  public:

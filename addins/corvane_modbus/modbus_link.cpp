@@ -8,7 +8,7 @@
 #include <new>
 #include <utility>
 
-#include "addins/corvane_modbus/outcome_text.h"
+#include "libs/modbus/outcome_text.h"
 
 namespace corvane_modbus {
 namespace {
@@ -80,7 +80,7 @@ Outcome FailedOutcome(const Endpoint& endpoint, const Exchange& exchange, int er
     const int code = error == EMBBADEXC ? 0 : error - MODBUS_ENOBASE;
     return {ErrorId::kModbusException, ExceptionText(endpoint, request, code), code, {}, {}};
   }
-  std::string text = error == ETIMEDOUT ? TimedOutText(endpoint, exchange)
+  std::string text = error == ETIMEDOUT ? TimedOutText(endpoint, request, exchange.timeout())
                      : IsGarbage(error) ? GarbageText(endpoint, request)
                                         : ClosedText(endpoint, request);
   return Outcome::Failed(ErrorId::kNoAnswer, std::move(text));

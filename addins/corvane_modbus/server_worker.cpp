@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "addins/corvane_modbus/connecting.h"
-#include "addins/corvane_modbus/outcome_text.h"
+#include "libs/modbus/outcome_text.h"
 #include "share/log.h"
 
 namespace corvane_modbus {
@@ -42,7 +42,8 @@ Outcome ServerWorker::Serve(Exchange& exchange) {
 }
 
 Outcome ServerWorker::NotSent(const Exchange& exchange) const {
-  return Outcome::Failed(ErrorId::kNoConnection, NotSentText(queue_.endpoint, exchange));
+  return Outcome::Failed(ErrorId::kNoConnection,
+                         NotSentText(queue_.endpoint, exchange.request(), exchange.timeout()));
 }
 
 Outcome ServerWorker::Ask(Exchange& exchange, bool kept) {

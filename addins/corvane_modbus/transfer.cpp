@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "addins/corvane_modbus/transfer.h"
 
-#include "addins/corvane_modbus/outcome_text.h"
+#include "libs/modbus/outcome_text.h"
 
 namespace corvane_modbus {
 namespace {
@@ -49,13 +49,15 @@ Outcome Transfer::GiveUp() {
   switch (exchange_->Abandon()) {
     case Phase::kEnded: return exchange_->outcome();
     case Phase::kAsking:
-      return Outcome::Failed(ErrorId::kNoAnswer, TimedOutText(endpoint_, *exchange_));
+      return Outcome::Failed(ErrorId::kNoAnswer,
+                             TimedOutText(endpoint_, exchange_->request(), exchange_->timeout()));
     case Phase::kNaming:
-      return Outcome::Failed(ErrorId::kNoConnection, NotNamedText(endpoint_, *exchange_));
+      return Outcome::Failed(ErrorId::kNoConnection, NotNamedText(endpoint_, exchange_->timeout()));
     case Phase::kQueued:
     case Phase::kConnecting: break;
   }
-  return Outcome::Failed(ErrorId::kNoConnection, NotSentText(endpoint_, *exchange_));
+  return Outcome::Failed(ErrorId::kNoConnection,
+                         NotSentText(endpoint_, exchange_->request(), exchange_->timeout()));
 }
 
 }  // namespace corvane_modbus

@@ -5,6 +5,7 @@
 #include "runtime/corvane/st_library.h"
 #include "runtime/program_test/earlier_sms_doubles.h"
 #include "runtime/program_test/mail_doubles.h"
+#include "runtime/program_test/modbus_double.h"
 #include "runtime/program_test/process_doubles.h"
 #include "runtime/program_test/sms_doubles.h"
 
@@ -35,6 +36,7 @@ void InstallDoubles() {
       DoubleOf<SmsOutboxDouble>(luaopen_SmsOutboxDouble),
       DoubleOf<SmsInboxDouble>(luaopen_SmsInboxDouble),
       DoubleOf<MailOutboxDouble>(luaopen_MailOutboxDouble),
+      DoubleOf<ModbusDouble>(luaopen_ModbusDouble),
   };
   const LuaEnvironment real;
   for (const Double& one : doubles) one.rows().Read(real.state(), one.util().typeName);

@@ -309,6 +309,39 @@ local function new_processes()
   return processes
 end
 
+-- Where a value is, as the inputs of MODBUS_TCP have it, but with names in lower case.
+local function new_modbus()
+  local modbus
+  local methods, readers, writers = {}, {}, {}
+  readers.written = function() return core.sent("modbus") end
+  for name, kind in pairs { away = "boolean", silent = "boolean", delay = "number" } do
+    readers[name], writers[name] = setting("modbus", name, kind)
+  end
+  local known = { server = "string", port = "number", unit = "number", table = "string", address = "number",
+    count = "number", format = "string", order = "string" }
+  function methods.get(self, place)
+    want_self(self, modbus, "get")
+    local values = try(core.modbus_get, nil, take_options(place, known, "modbus:get"))
+    return tonumber(values) or values
+  end
+  function methods.set(self, place, values)
+    want_self(self, modbus, "set")
+    local full = {}
+    for name, value in pairs(take_options(place, known, "modbus:set")) do
+      full[name] = value
+    end
+    full.values = tostring(values)
+    try(core.modbus_set, nil, full)
+  end
+  function methods.refuse(self, table_name, address, exception)
+    want_self(self, modbus, "refuse")
+    try(core.modbus_refuse, want(table_name, "string", "modbus:refuse: the table"),
+      want(address, "number", "modbus:refuse: the address"), exception or 2)
+  end
+  modbus = object("modbus", methods, readers, writers)
+  return modbus
+end
+
 ---------------------------------------------------------------------------------------------------
 -- The program
 
@@ -320,7 +353,8 @@ local function new_program(name, period)
     __newindex = function(_, key, value) try(core.write, { key }, plain(value)) end,
     __tostring = function() return "the variables of " .. name end,
   })
-  local parts = { vars = vars, modem = new_modem(), mail = new_mail(), processes = new_processes() }
+  local parts = { vars = vars, modem = new_modem(), mail = new_mail(), modbus = new_modbus(),
+    processes = new_processes() }
   for part, value in pairs(parts) do
     readers[part] = function() return value end
   end

@@ -216,9 +216,10 @@ int RefuseAddress(lua_State* L, TestSession& session) {
 int Sent(lua_State* L, TestSession& session) {
   const std::string what = Text(L, 1);
   const World& world = session.world;
-  PushJson(L, what == "sms"    ? world.modem.sent()
-              : what == "mail" ? world.mail.sent()
-                               : world.processes.started());
+  PushJson(L, what == "sms"      ? world.modem.sent()
+              : what == "mail"   ? world.mail.sent()
+              : what == "modbus" ? world.modbus.written()
+                                 : world.processes.started());
   return 1;
 }
 
@@ -234,6 +235,7 @@ struct Setting {
 Setting FindSetting(lua_State* L, TestSession& session) {
   SimulatedModem& modem = session.world.modem;
   SimulatedMail& mail = session.world.mail;
+  SimulatedModbus& modbus = session.world.modbus;
   const Setting settings[] = {
       {.owner = "modem", .name = "connected", .is_on = &modem.connected},
       {.owner = "modem", .name = "network", .is_on = &modem.network},
@@ -241,7 +243,10 @@ Setting FindSetting(lua_State* L, TestSession& session) {
       {.owner = "mail", .name = "away", .is_on = &mail.away},
       {.owner = "mail", .name = "login_refused", .is_on = &mail.login_refused},
       {.owner = "mail", .name = "refusal", .text = &mail.refusal},
-      {.owner = "mail", .name = "delay", .number = &mail.delay}};
+      {.owner = "mail", .name = "delay", .number = &mail.delay},
+      {.owner = "modbus", .name = "away", .is_on = &modbus.away},
+      {.owner = "modbus", .name = "silent", .is_on = &modbus.silent},
+      {.owner = "modbus", .name = "delay", .number = &modbus.delay}};
   const std::string owner = Text(L, 1);
   const std::string name = Text(L, 2);
   for (const Setting& setting : settings) {
@@ -292,6 +297,41 @@ int Answer(lua_State* L, TestSession& session) {
   return 0;
 }
 
+/// The inputs of a block, as the fields of the second argument.
+modbus::Inputs ModbusInputs(lua_State* L) {
+  return {.server = TextField(L, "server"),
+          .port = static_cast<int>(NumberField(L, "port")),
+          .unit = static_cast<int>(NumberField(L, "unit")),
+          .table = TextField(L, "table"),
+          .address = static_cast<int>(NumberField(L, "address")),
+          .count = static_cast<int>(NumberField(L, "count")),
+          .format = TextField(L, "format"),
+          .order = TextField(L, "order"),
+          .values = TextField(L, "values")};
+}
+
+/// modbus_get(nil, place): the values as a text
+int ModbusGet(lua_State* L, TestSession& session) {
+  const std::string values = session.world.modbus.Read(ModbusInputs(L));
+  lua_pushlstring(L, values.data(), values.size());
+  return 1;
+}
+
+/// modbus_set(nil, place)
+int ModbusSet(lua_State* L, TestSession& session) {
+  modbus::Inputs inputs = ModbusInputs(L);
+  inputs.write = true;
+  session.world.modbus.Write(inputs);
+  return 0;
+}
+
+/// modbus_refuse(table, address, exception)
+int ModbusRefuse(lua_State* L, TestSession& session) {
+  session.world.modbus.Refuse(Text(L, 1), static_cast<int>(luaL_checknumber(L, 2)),
+                              static_cast<int>(luaL_checknumber(L, 3)));
+  return 0;
+}
+
 /// nearest(name, names): needs no session.
 int Nearest(lua_State* L) {
   const std::string nearest = NearestOf(Texts(L, 2), Text(L, 1));
@@ -302,20 +342,35 @@ int Nearest(lua_State* L) {
 }  // namespace
 
 void PushTestLibrary(lua_State* L, TestSession* session) {
-  const luaL_Reg functions[] = {
-      {"load", Guard<Load>},       {"set_zone", Guard<SetZone>},
-      {"step", Guard<Step>},       {"restart", Guard<Restart>},
-      {"advance", Guard<Advance>}, {"set_now", Guard<SetNow>},
-      {"now", Guard<GetNow>},      {"clock", Guard<GetClock>},
-      {"cycle", Guard<GetCycle>},  {"status", Guard<GetStatus>},
-      {"log", Guard<GetLog>},      {"output", Guard<GetOutput>},
-      {"read", Guard<Read>},       {"copy", Guard<Copy>},
-      {"write", Guard<Write>},     {"call", Guard<Call>},
-      {"receive", Guard<Receive>}, {"refuse_number", Guard<RefuseNumber>},
-      {"report", Guard<Report>},   {"refuse_address", Guard<RefuseAddress>},
-      {"sent", Guard<Sent>},       {"setting", Guard<GetSetting>},
-      {"set", Guard<SetSetting>},  {"answer", Guard<Answer>},
-      {"nearest", Nearest},        {nullptr, nullptr}};
+  const luaL_Reg functions[] = {{"load", Guard<Load>},
+                                {"set_zone", Guard<SetZone>},
+                                {"step", Guard<Step>},
+                                {"restart", Guard<Restart>},
+                                {"advance", Guard<Advance>},
+                                {"set_now", Guard<SetNow>},
+                                {"now", Guard<GetNow>},
+                                {"clock", Guard<GetClock>},
+                                {"cycle", Guard<GetCycle>},
+                                {"status", Guard<GetStatus>},
+                                {"log", Guard<GetLog>},
+                                {"output", Guard<GetOutput>},
+                                {"read", Guard<Read>},
+                                {"copy", Guard<Copy>},
+                                {"write", Guard<Write>},
+                                {"call", Guard<Call>},
+                                {"receive", Guard<Receive>},
+                                {"refuse_number", Guard<RefuseNumber>},
+                                {"report", Guard<Report>},
+                                {"refuse_address", Guard<RefuseAddress>},
+                                {"sent", Guard<Sent>},
+                                {"setting", Guard<GetSetting>},
+                                {"set", Guard<SetSetting>},
+                                {"answer", Guard<Answer>},
+                                {"modbus_get", Guard<ModbusGet>},
+                                {"modbus_set", Guard<ModbusSet>},
+                                {"modbus_refuse", Guard<ModbusRefuse>},
+                                {"nearest", Nearest},
+                                {nullptr, nullptr}};
   lua_newtable(L);
   lua_pushlightuserdata(L, session);
   luaL_setfuncs(L, functions, 1);

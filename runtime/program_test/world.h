@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: MIT
-// Everything outside of a program under test: time, modems, mail servers, commands. Nothing of it
-// is real. Threads: one.
+// Everything outside of a program under test: time, modems, mail servers, Modbus servers,
+// commands. Nothing of it is real. Threads: one.
 #pragma once
 
 #include <vector>
 
 #include "runtime/corvane/cycle_time.h"
 #include "runtime/program_test/simulated_mail.h"
+#include "runtime/program_test/simulated_modbus.h"
 #include "runtime/program_test/simulated_modem.h"
 #include "runtime/program_test/simulated_processes.h"
 
@@ -41,6 +42,7 @@ class World {
 
   SimulatedModem modem;
   SimulatedMail mail;
+  SimulatedModbus modbus;
   SimulatedProcesses processes;
 
  private:

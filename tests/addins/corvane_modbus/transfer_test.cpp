@@ -17,6 +17,8 @@
 namespace {
 
 using namespace corvane_modbus;
+using modbus::Inputs;
+using modbus::PlanFrom;
 using test_support::ModbusServer;
 using test_support::WaitFor;
 using testing::AllOf;

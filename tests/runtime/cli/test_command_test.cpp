@@ -512,4 +512,88 @@ TEST_F(TestCommand, DoublesHaveTheVariablesOfTheBlocks) {
   EXPECT_EQ(result.status, 0) << result.out << result.err;
 }
 
+/// A temperature that is read, and a fan that follows it.
+constexpr char kFan[] = R"lua(
+local temperature = MODBUS_TCP.new { Server = "10.0.0.5", Unit = 1, Address = 10, Format = "REAL", Period = 0.5 }
+local fan = MODBUS_TCP.new { Server = "10.0.0.5", Table = "coils", Address = 3, Write = true }
+function cycle()
+  temperature.Enable = true
+  temperature()
+  fan.Execute = temperature.Valid and temperature.First > 20
+  fan.Values = true
+  fan()
+end
+)lua";
+
+TEST_F(TestCommand, ModbusServersAreTheTests) {
+  folder_.Write("fan.lua", kFan);
+  const CommandResult result = Run(R"lua(
+local place = { server = "10.0.0.5", unit = 1, address = 10, format = "REAL" }
+local coil = { server = "10.0.0.5", table = "coils", address = 3 }
+test("the fan follows the temperature", function()
+  local program = test.load("fan.lua")
+  program:step()
+  test.equal(program.vars.temperature.Valid, false, "no answer in the cycle of the request")
+  program:run(2)
+  test.equal(program.vars.temperature.Valid, true)
+  test.equal(program.vars.temperature.First, 0)
+  program.modbus:set(place, 21.5)
+  test.equal(program.modbus:get(place), 21.5)
+  local took = program:run_until(function() return program.vars.fan.Done end)
+  test.check(took <= 0.9, "within the period, a cycle for the answer and two for the coil")
+  test.equal(program.modbus:get(coil), 1)
+  local written = program.modbus.written
+  test.equal(#written, 1)
+  written[1].clock = nil
+  test.equal(written[1], { server = "10.0.0.5", port = 502, unit = 0, table = "coils", address = 3, values = "1" })
+end)
+test("no server", function()
+  local program = test.load("fan.lua")
+  program.modbus.away = true
+  program:run(1)
+  test.equal(program.vars.temperature.ErrorId, 50)
+  program.modbus.away, program.modbus.silent = false, true
+  program:run(2.8)
+  test.equal(program.vars.temperature.ErrorId, 50, "the time of the next request is not over")
+  program:run(1)
+  test.equal(program.vars.temperature.ErrorId, 51)
+  test.contains(program.vars.temperature.ErrorText, "within 3 s")
+  program.modbus.silent = false
+  program:run(4)
+  test.equal(program.vars.temperature.Error, false)
+  program.modbus.delay = 5
+  program:run(4)
+  test.equal(program.vars.temperature.ErrorId, 51, "slower than Timeout")
+end)
+test("exceptions, and several values", function()
+  local program = test.load("fan.lua")
+  program.modbus:refuse("holding", 11)
+  program:run(1)
+  test.equal(program.vars.temperature.ErrorId, 52)
+  test.equal(program.vars.temperature.Exception, 2)
+  program.modbus:refuse("holding", 11, 0)
+  program:run(1)
+  test.equal(program.vars.temperature.ErrorId, 0)
+  program.modbus:set({ server = "a", table = "inputs" , address = 7 }, "1 0 1")
+  test.equal(program.modbus:get { server = "a", table = "inputs", address = 6, count = 4 }, "0 1 0 1")
+end)
+test("mistakes", function()
+  local program = test.load("fan.lua")
+  test.fails(function() program.modbus:set({ sever = "a" }, 1) end, "did you mean 'server'?")
+  test.fails(function() program.modbus:set({ server = "a" }, 65536) end, "Values cannot be written")
+  test.fails(function() program.modbus:get { server = "a", table = "coil" } end, "Table is 'coil'")
+  test.fails(function() program.modbus:refuse("coil", 1) end, "there is no table 'coil'")
+  test.fails(function() program.modbus.slient = true end, "did you mean 'silent'?")
+  program.vars.fan.Address = 70000
+  program.modbus:set(place, 30)
+  program:run_until(function() return program.vars.fan.Error end)
+  test.equal(program.vars.fan.ErrorId, 10)
+  program.vars.temperature.Enable = false
+  test.equal(#program.modbus.written, 0)
+end)
+)lua");
+  EXPECT_EQ(result.status, 0) << result.out << result.err;
+  EXPECT_THAT(result.out, HasSubstr("4 tests, 0 failed\n"));
+}
+
 }  // namespace

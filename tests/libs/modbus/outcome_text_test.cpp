@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "addins/corvane_modbus/outcome_text.h"
+#include "libs/modbus/outcome_text.h"
 
 #include <gmock/gmock.h>
 
 namespace {
 
-using namespace corvane_modbus;
+using namespace modbus;
 using testing::HasSubstr;
 
 const Endpoint kPlc{"plc1", 502};
@@ -51,14 +51,10 @@ TEST(ModbusOutcomeText, OnlyWritingLeavesADoubt) {
 
 TEST(ModbusOutcomeText, TimesAreSeconds) {
   using std::chrono::milliseconds;
-  EXPECT_THAT(TimedOutText(kPlc, Exchange(Reading(), milliseconds(3000))),
-              HasSubstr("within 3 s to"));
-  EXPECT_THAT(TimedOutText(kPlc, Exchange(Reading(), milliseconds(250))),
-              HasSubstr("within 0.25 s"));
-  EXPECT_THAT(NotSentText(kPlc, Exchange(Reading(), milliseconds(10000))),
-              HasSubstr("within 10 s;"));
-  EXPECT_THAT(NotNamedText(kPlc, Exchange(Reading(), milliseconds(1500))),
-              HasSubstr("within 1.5 s;"));
+  EXPECT_THAT(TimedOutText(kPlc, Reading(), milliseconds(3000)), HasSubstr("within 3 s to"));
+  EXPECT_THAT(TimedOutText(kPlc, Reading(), milliseconds(250)), HasSubstr("within 0.25 s"));
+  EXPECT_THAT(NotSentText(kPlc, Reading(), milliseconds(10000)), HasSubstr("within 10 s;"));
+  EXPECT_THAT(NotNamedText(kPlc, milliseconds(1500)), HasSubstr("within 1.5 s;"));
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "addins/corvane_modbus/number_format.h"
+#include "libs/modbus/number_format.h"
 
 #include <algorithm>
 #include <array>
@@ -12,7 +12,7 @@
 
 #include "libs/base/printable.h"
 
-namespace corvane_modbus {
+namespace modbus {
 namespace {
 
 using Kind = NumberFormat::Kind;
@@ -236,4 +236,4 @@ FromText<std::uint8_t> BitsFromText(std::string_view text, std::size_t limit) {
   });
 }
 
-}  // namespace corvane_modbus
+}  // namespace modbus

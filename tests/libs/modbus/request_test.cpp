@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "addins/corvane_modbus/request.h"
+#include "libs/modbus/request.h"
 
 #include <gmock/gmock.h>
 
@@ -7,7 +7,7 @@
 
 namespace {
 
-using namespace corvane_modbus;
+using namespace modbus;
 using testing::ElementsAre;
 using testing::HasSubstr;
 

@@ -11,9 +11,9 @@
 #include <tuple>
 #include <vector>
 
-#include "addins/corvane_modbus/number_format.h"
+#include "libs/modbus/number_format.h"
 
-namespace corvane_modbus {
+namespace modbus {
 
 /// A server; its blocks share one connection.
 struct Endpoint {
@@ -88,4 +88,4 @@ inline constexpr std::chrono::hours kLongestTimeout(1);
 /// Checks the inputs against the limits of the protocol.
 [[nodiscard]] Plan PlanFrom(const Inputs& inputs);
 
-}  // namespace corvane_modbus
+}  // namespace modbus

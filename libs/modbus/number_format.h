@@ -13,7 +13,7 @@
 #include <string_view>
 #include <vector>
 
-namespace corvane_modbus {
+namespace modbus {
 
 /// Whether two names are the same but for upper and lower case (ASCII).
 [[nodiscard]] bool IsSameName(std::string_view a, std::string_view b);
@@ -67,4 +67,4 @@ struct FromText {
 /// The same for bits: 0, 1, true, false.
 [[nodiscard]] FromText<std::uint8_t> BitsFromText(std::string_view text, std::size_t limit);
 
-}  // namespace corvane_modbus
+}  // namespace modbus

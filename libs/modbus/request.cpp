@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "addins/corvane_modbus/request.h"
+#include "libs/modbus/request.h"
 
 #include <algorithm>
 #include <utility>
@@ -7,7 +7,7 @@
 #include "block/duration_input.h"
 #include "libs/base/printable.h"
 
-namespace corvane_modbus {
+namespace modbus {
 namespace {
 
 constexpr int kModbusPort = 502;
@@ -174,4 +174,4 @@ Plan PlanFrom(const Inputs& inputs) {
   return plan;
 }
 
-}  // namespace corvane_modbus
+}  // namespace modbus

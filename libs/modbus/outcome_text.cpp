@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "addins/corvane_modbus/outcome_text.h"
+#include "libs/modbus/outcome_text.h"
 
-namespace corvane_modbus {
+namespace modbus {
 namespace {
 
 struct Exception {
@@ -60,10 +60,10 @@ std::string ExceptionText(const Endpoint& endpoint, const Request& request, int 
   return Unit(endpoint, request) + " refuses " + request.Text() + ": " + NameAndRemedy(code);
 }
 
-std::string TimedOutText(const Endpoint& endpoint, const Exchange& exchange) {
-  return Unit(endpoint, exchange.request()) + " does not answer within " +
-         InSeconds(exchange.timeout()) + ToRequest(exchange.request()) +
-         "check Unit and the device, or allow more time with Timeout";
+std::string TimedOutText(const Endpoint& endpoint, const Request& request,
+                         std::chrono::milliseconds timeout) {
+  return Unit(endpoint, request) + " does not answer within " + InSeconds(timeout) +
+         ToRequest(request) + "check Unit and the device, or allow more time with Timeout";
 }
 
 std::string GarbageText(const Endpoint& endpoint, const Request& request) {
@@ -76,15 +76,16 @@ std::string ClosedText(const Endpoint& endpoint, const Request& request) {
          ToRequest(request) + "check Unit, and how many connections the device allows";
 }
 
-std::string NotSentText(const Endpoint& endpoint, const Exchange& exchange) {
-  return Server(endpoint) + " has kept other requests waiting, so " + exchange.request().Text() +
-         " was not sent within " + InSeconds(exchange.timeout()) +
+std::string NotSentText(const Endpoint& endpoint, const Request& request,
+                        std::chrono::milliseconds timeout) {
+  return Server(endpoint) + " has kept other requests waiting, so " + request.Text() +
+         " was not sent within " + InSeconds(timeout) +
          "; check the device, ask less often, or allow more time with Timeout";
 }
 
-std::string NotNamedText(const Endpoint& endpoint, const Exchange& exchange) {
-  return Server(endpoint) + ": the name was not resolved within " + InSeconds(exchange.timeout()) +
+std::string NotNamedText(const Endpoint& endpoint, std::chrono::milliseconds timeout) {
+  return Server(endpoint) + ": the name was not resolved within " + InSeconds(timeout) +
          "; check the name service, or give an address as Server";
 }
 
-}  // namespace corvane_modbus
+}  // namespace modbus
