@@ -5,22 +5,23 @@
 
 local level = 240 -- cm; stands for a measurement
 
-local mail = SEND_EMAIL.new {
+local mail = MAIL_OUTBOX.new {
   Server = "127.0.0.1",
-  Port = 25,
-  Login = plc.args[1],
+  Security = "none",
+  User = plc.args[1],
   Password = plc.args[2],
-  SenderName = "Pump station 3",
-  SenderMail = "pump3@plant.example",
-  Recipient = "operator@plant.example",
+  From = "Pump station 3 <pump3@plant.example>",
+  To = "operator@plant.example",
+  Subject = "Pump station 3: daily report",
 }
 -- Retained, it remembers what it has fired: a restart at 06:31 sends no second report, and one that was due
 -- while the program was not running is made up for within an hour.
 local morning = plc.retain("morning", SCHEDULE.new { At = "06:30", Enable = true })
 
 local day = plc.retain("day", { count = 0, lowest = 0, highest = 0 })
-local report = plc.retain("report", { text = "" }) -- what is still to be sent
-local next_try = 0
+-- What the outbox has not stored yet. From then on it is its own; the key keeps a report that was stored just
+-- before a power cut from going out twice.
+local report = plc.retain("report", { text = "", day = "" })
 
 local function measure()
   if day.count == 0 then
@@ -31,19 +32,14 @@ local function measure()
 end
 
 local function send()
-  mail.Send = false
-  if report.text ~= "" and plc.clock() >= next_try then
-    mail.Subject, mail.Message = "Pump station 3: daily report", report.text
-    mail.Send = true
-    next_try = math.huge
-  end
+  mail.Execute = report.text ~= ""
+  mail.Text, mail.Key = report.text, report.day
   mail()
-  if mail.Sent and mail.Code == 0 then
+  if mail.Error then
+    plc.log("the report: " .. mail.ErrorText)
+  end
+  if mail.Stored or mail.Done or mail.Error then
     report.text = ""
-    next_try = 0
-  elseif mail.Sent then
-    plc.log("the report was not sent, code " .. mail.Code .. "; again in 15 minutes")
-    next_try = plc.clock() + 900
   end
 end
 
@@ -52,6 +48,7 @@ function cycle()
   morning()
   if morning.Q then
     report.text = string.format("%d values, from %d to %d cm", day.count, day.lowest, day.highest)
+    report.day = os.date("%Y-%m-%d", plc.now)
     day.count = 0
   end
   send()

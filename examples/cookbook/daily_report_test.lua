@@ -47,8 +47,33 @@ test("tries again while the mail server is away", function()
   local program = start("2026-01-15 06:29:50")
   program.mail.away = true
   program:run(120)
-  test.contains(program.log, "again in 15 minutes")
+  test.equal(program.mail.sent, {})
   program.mail.away = false
   program:run(900)
   test.equal(#program.mail.sent, 1)
+  test.equal(program.mail.sent[1].recipients, { "operator@plant.example" })
+end)
+
+test("a power cut neither loses the report nor doubles it", function()
+  local program = start("2026-01-15 06:29:50")
+  program.mail.away = true
+  program:run(30)
+  program:restart { power_cut = true }
+  program.mail.away = false
+  program:run(900)
+  test.equal(#program.mail.sent, 1)
+  program:restart { power_cut = true }
+  program:run(900)
+  test.equal(#program.mail.sent, 1)
+end)
+
+test("says why the report was not sent", function()
+  local program = start("2026-01-15 06:29:50")
+  program.mail.login_refused = true
+  program:run(120)
+  local told = 0
+  for _, line in ipairs(program.log) do
+    if line.text:find("the report: ", 1, true) then told = told + 1 end
+  end
+  test.equal(told, 1)
 end)
