@@ -440,7 +440,7 @@ for i = 1, 40 do
   for j = 1, 70 do t[i][j] = i * j + 0.5 end
 end
 t.names = {}
-for i = 1, 250 do t.names[i] = string.rep("x", 90) .. i end
+for i = 1, 505 do t.names[i] = string.rep("x", 90) .. i end
 function cycle() t[1][1] = plc.cycle end
 """
 
