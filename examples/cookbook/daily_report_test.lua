@@ -39,7 +39,7 @@ test("makes up for a report that was due while the program was not running", fun
   local program = start("2026-01-15 06:20")
   program:run(10)
   program:restart { off = 1800 }
-  program:run(10)
+  program:run(60)
   test.equal(#program.mail.sent, 1)
 end)
 
