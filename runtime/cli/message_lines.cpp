@@ -130,7 +130,7 @@ ordered_json JsonOfIncoming(const ListedIncoming& row, bool with_content) {
 
 std::string DetailLine(const std::string& name, const ordered_json& value) {
   const std::string text = value.is_string() ? value.get<std::string>() : value.dump();
-  return fmt::format("{:<15}{}\n", name, Printable(text));
+  return fmt::format("{:<14} {}\n", name, Printable(text));
 }
 
 }  // namespace

@@ -288,6 +288,28 @@ TEST_F(Worker, OtherCredentialsLetOutWhatWasKept) {
   EXPECT_THAT(server.heard(), HasSubstr("Subject: Level high"));
 }
 
+TEST_F(Worker, ARestartDoesNotShortenThePauseOfAnAccount) {
+  const ScriptedSmtpServer server(WantGoodPassword);
+  const MailOrder order = OrderOfUser(server.port());
+  {
+    RunningWorker worker(folder_.path());
+    const auto ticket = Submit(worker, order);
+    Bring(worker, order, "bad");
+    ASSERT_EQ(worker.EndOf(ticket).progress.id, ErrorId::kLoginRefused);
+  }
+  const auto next_try = Rows().at(0).next_try;
+  EXPECT_GT(next_try, order.added.wall + std::chrono::minutes(14));
+  RunningWorker worker(folder_.path());
+  Bring(worker, order, "good");
+  // A mail of another account shows that the worker has looked at all that waits.
+  EXPECT_TRUE(worker.WaitForStored(Submit(worker, OrderOfUser(25))));
+  EXPECT_EQ(server.connections(), 1) << "the program cannot know that the password is another one";
+  EXPECT_EQ(Rows().at(0).next_try, next_try);
+  messages::StoreView(folder_.path() / "messages.db")
+      .AddRequest(messages::RequestKind::kRetry, Rows().at(0).id, 0);
+  EXPECT_TRUE(WaitFor([&] { return server.connections() == 2; }));
+}
+
 TEST_F(Worker, CredentialsThatComeWhileOthersAreTriedAreTriedNext) {
   std::atomic<bool> answers = false;
   const ScriptedSmtpServer server([&answers](SmtpPeer& peer) {

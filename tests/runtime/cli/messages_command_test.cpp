@@ -151,6 +151,19 @@ TEST_F(MessagesCommand, ShowsAMessage) {
   EXPECT_EQ(json::parse(Messages({"--json", "show", "3"}).out)["text"], "Hello\nyou");
 }
 
+TEST_F(MessagesCommand, ABlankFollowsEvenTheLongestName) {
+  {
+    Store store(folder(), "mail", messages::Quick());
+    Outgoing row = messages::NewMessage(store, "anna@plant.example");
+    row.channel = "mail";
+    row.content = R"({"timeout_ms":60000,"final_timeout_ms":600000})";
+    store.Write({row});
+    ASSERT_TRUE(store.Flush(test_support::kPatience));
+  }
+  EXPECT_THAT(Messages({"show", "1"}).out, AllOf(HasSubstr("\ntimeout_ms     60000\n"),
+                                                 HasSubstr("\nfinal_timeout_ms 600000\n")));
+}
+
 TEST_F(MessagesCommand, EndsWithOneIfThereIsNoSuchMessage) {
   MakeStore();
   for (const std::string name : {"show", "cancel", "retry"}) {
