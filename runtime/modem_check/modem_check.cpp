@@ -14,8 +14,8 @@ namespace {
 /// The usual ones, the likeliest first.
 constexpr std::array<unsigned, 8> kUsualRates{115200, 9600,   57600,  38400,
                                               19200,  230400, 460800, 921600};
-constexpr int kTries = 3;  // a modem that finds the baud rate itself may miss the first AT
-constexpr int kTriesOthers = 2;
+constexpr std::chrono::milliseconds kFirstTime(1000);  // a modem may be busy
+constexpr std::chrono::milliseconds kOtherTime(300);
 
 bool IsSerial(const ModemTalk& talk) {
   return !talk.target().device.empty();
@@ -81,16 +81,16 @@ void ReportAnswer(const ModemTalk& talk, const ModemTarget& wanted, const Report
 /// Tries one setting after another until something answers.
 FirstContact Search(ModemTalk& talk) {
   const ModemTarget wanted = talk.target();
-  const FirstContact first = talk.Open(wanted.baud, wanted.flow, kTries);
+  const FirstContact first = talk.Open(wanted.baud, wanted.flow, kFirstTime);
   const bool certain = first == FirstContact::kAnswers || first == FirstContact::kEchoes;
   if (certain || !IsSerial(talk)) return first;
   if (wanted.flow == FlowControl::kRtsCts &&
-      talk.Open(wanted.baud, FlowControl::kNone, kTriesOthers) == FirstContact::kAnswers) {
+      talk.Open(wanted.baud, FlowControl::kNone, kOtherTime) == FirstContact::kAnswers) {
     return FirstContact::kAnswers;
   }
   for (const unsigned rate : kUsualRates) {
     if (rate == wanted.baud) continue;
-    const FirstContact contact = talk.Open(rate, FlowControl::kNone, kTriesOthers);
+    const FirstContact contact = talk.Open(rate, FlowControl::kNone, kOtherTime);
     if (contact == FirstContact::kAnswers) return contact;
   }
   return first;
@@ -101,7 +101,7 @@ void CheckFound(ModemTalk& talk, WaitLoop& loop, const CheckOptions& options, bo
   CheckMaker(talk, report);
   CheckLineSettings(talk, report);
   ready = CheckCard(talk, loop, report);
-  CheckMessageMode(talk, report);
+  if (ready) CheckMessageMode(talk, report);  // without a card some modems refuse PDU mode
   CheckNetwork(talk, ready, options.registration, report);
   if (ready) CheckServiceCentreAndStore(talk, report);
 }

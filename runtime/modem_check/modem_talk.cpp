@@ -17,9 +17,10 @@ using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
 constexpr milliseconds kQuiet(100);
-constexpr milliseconds kProbeTime(300);
+constexpr milliseconds kResyncTime(1000);
 constexpr milliseconds kWriteTime(2000);
 constexpr milliseconds kStraggler(1000);
+constexpr int kTries = 2;          // a modem that finds the baud rate itself may miss the first one
 constexpr int kSimBusyTries = 30;  // one per second
 constexpr std::size_t kMostForeign = 64;
 constexpr std::size_t kShownNoise = 40;
@@ -62,8 +63,8 @@ std::string Reply::Refusal() const {
   return fmt::format("answered with {}", refusal.empty() ? "OK alone" : refusal);
 }
 
-ModemTalk::ModemTalk(const ModemTarget& target, WaitLoop& loop)
-    : target_(target),
+ModemTalk::ModemTalk(ModemTarget target, WaitLoop& loop)
+    : target_(std::move(target)),
       loop_(loop),
       line_(target_, [this](std::string_view line, LineKind kind) { OnForeignLine(line, kind); }) {}
 
@@ -71,26 +72,26 @@ std::unique_ptr<SerialLine> ModemTalk::Borrow() {
   return std::make_unique<SharedLine>(serial_);
 }
 
-FirstContact ModemTalk::Open(unsigned baud, FlowControl flow, int tries) {
+FirstContact ModemTalk::Open(unsigned baud, FlowControl flow, milliseconds time) {
   line_.Close();
   serial_.reset();
   target_.baud = baud;
   target_.flow = flow;
   serial_ = OpenLine(target_, loop_);
   line_.Open(Borrow());
-  return Contact(tries);
+  return Contact(time);
 }
 
-FirstContact ModemTalk::Contact(int tries) {
+FirstContact ModemTalk::Contact(milliseconds time) {
   bool echoed = false;
-  for (int i = 0; i < tries; ++i) {
+  for (int i = 0; i < kTries; ++i) {
     // An earlier program may have left a prompt open, where a command would become a text.
     if (!line_.Write(kLeavePrompt, kWriteTime)) break;
     line_.DropUntilQuiet(kQuiet);
-    Reply reply = Probe("ATV1");
+    Reply reply = Probe("ATV1", time);
     echoed_at_first_ = reply.echoed;
     if (!reply.answered && reply.echoed) {  // results may be switched off
-      reply = Probe("ATQ0V1");
+      reply = Probe("ATQ0V1", time);
       was_quiet_ = reply.answered;
     }
     if (reply.answered) {
@@ -108,19 +109,20 @@ FirstContact ModemTalk::Contact(int tries) {
   return echoed ? FirstContact::kEchoes : FirstContact::kSilent;
 }
 
-Reply ModemTalk::Probe(const char* command) {
+Reply ModemTalk::Probe(const char* command, milliseconds time) {
   const ModemRequest request(std::string(command) + "\r");
   foreign_.clear();
   AtAnswer answer(request,
                   [this](std::string_view line, LineKind kind) { OnForeignLine(line, kind); });
   Reply reply;
   if (!line_.Write(request.octets, kWriteTime)) return reply;
-  line_.Collect(answer, request.octets.size(), kProbeTime);
+  line_.Collect(answer, request.octets.size(), time);
   answer.End();
   reply.answered = answer.state() == AtAnswer::State::kFinal;
   reply.result = answer.final_kind();
   reply.echoed = answer.echoed();
-  const std::string& text = answer.text();
+  const bool endless = answer.state() == AtAnswer::State::kTooLong;
+  const std::string& text = endless ? answer.line() : answer.text();
   if (!reply.answered && !text.empty()) reply.lines.push_back(text.substr(0, text.find('\r')));
   return reply;
 }
@@ -178,7 +180,7 @@ void ModemTalk::Resynchronise(const std::string& command) {
   line_.DropUntilQuiet(kStraggler);
   for (int i = 0; i < 3; ++i) {
     CheckLine();
-    const bool answered = Probe("AT").answered;
+    const bool answered = Probe("AT", kResyncTime).answered;
     line_.DropUntilQuiet(kQuiet);
     if (answered) return CheckLine();
   }

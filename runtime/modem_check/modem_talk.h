@@ -50,13 +50,12 @@ enum class FirstContact : std::uint8_t {
 
 class ModemTalk {
  public:
-  /// @param target where the modem is; borrowed
-  ModemTalk(const ModemTarget& target, WaitLoop& loop);
+  ModemTalk(ModemTarget target, WaitLoop& loop);
 
   /// Opens the line again with these settings and finds out what answers.
-  /// @param tries how often to ask before the line counts as silent
+  /// @param time how long to wait for each of two answers before the line counts as silent
   /// @throws LineError: the line cannot be opened
-  [[nodiscard]] FirstContact Open(unsigned baud, FlowControl flow, int tries);
+  [[nodiscard]] FirstContact Open(unsigned baud, FlowControl flow, std::chrono::milliseconds time);
   /// What came first instead of an answer: the beginning, printable.
   [[nodiscard]] const std::string& noise() const { return noise_; }
   /// The modem answers only since results were switched on: it was set to ATQ1.
@@ -87,8 +86,8 @@ class ModemTalk {
 
  private:
   [[nodiscard]] Reply Exchange(const ModemRequest& request, std::chrono::milliseconds timeout);
-  [[nodiscard]] Reply Probe(const char* command);
-  [[nodiscard]] FirstContact Contact(int tries);
+  [[nodiscard]] Reply Probe(const char* command, std::chrono::milliseconds time);
+  [[nodiscard]] FirstContact Contact(std::chrono::milliseconds time);
   void OnForeignLine(std::string_view line, LineKind kind);
   void CheckLine() const;
   /// After a missing answer: makes sure that the next answer is not a late one.

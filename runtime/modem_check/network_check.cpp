@@ -72,6 +72,14 @@ Finding NotRegistered(std::optional<int> state) {
   }
 }
 
+/// AT+CFUN (3GPP TS 27.007 clause 8.2): 0 and 4 switch the radio off.
+std::optional<Finding> RadioOff(ModemTalk& talk) {
+  const auto level = NumberAt(SplitFields(talk.Ask("AT+CFUN?").line()), 0);
+  if (level != 0 && level != 4) return std::nullopt;
+  return Finding{Grade::kError, "network", fmt::format("the radio is off (AT+CFUN={})", *level),
+                 "write init=AT+CFUN=1"};
+}
+
 std::string RegistrationName(int state) {
   const bool abroad = state == kRoaming || state == kSmsOnlyRoaming || state == kCsfbRoaming;
   const bool messages_only = state == kSmsOnlyHome || state == kSmsOnlyRoaming;
@@ -89,7 +97,7 @@ bool CheckRegistration(ModemTalk& talk, std::chrono::seconds patience, const Rep
     finding = {Grade::kWarning, "network", "registered for data only",
                "most networks carry messages there, too: find out with --send NUMBER"};
   } else {
-    finding = NotRegistered(state);
+    finding = RadioOff(talk).value_or(NotRegistered(state));
   }
   if (state) finding.values["registration"] = *state;
   report(finding);

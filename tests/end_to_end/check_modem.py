@@ -199,11 +199,14 @@ def a_wrong_baud_rate():
     assert status == 0, report
 
 
+def a_login_prompt():
+    _, report = check(Peer(lambda command, _: b"\r\nbox login: \x1b[2J").device)
+    expect(report, "line", r"^error: .* answers, but not as a modem does: 'box login: .*x1B.*baud=")
+
+
 def what_is_not_a_modem():
     _, report = check(Peer(lambda command, _: command.encode() + b"\r").device)
     expect(report, "line", "^error: .* sends back what it gets, and nothing else; it is not")
-    _, report = check(Peer(lambda command, _: b"\r\nbox login: \x1b[2J").device)
-    expect(report, "line", r"^error: .* answers, but not as a modem does: 'box login: .*x1B.*baud=")
     _, report = check("/dev/null")
     expect(report, "line", "^error: /dev/null is not a serial device")
 
@@ -244,6 +247,21 @@ def over_tcp():
         threading.Thread(target=lambda: server.accept()[0].close(), daemon=True).start()
         _, report = check(f"tcp:127.0.0.1:{port}")
         expect(report, "line", "^error: .* was lost .*another program connected")
+
+
+def a_line_that_is_never_quiet():
+    def flood(server):
+        try:
+            with server.accept()[0] as connection:
+                while True:
+                    connection.sendall(b"\xffnoise \x1b[31m" * 500)
+        except OSError:
+            pass  # the check has left
+
+    with socket.create_server(("127.0.0.1", 0)) as server:
+        threading.Thread(target=flood, args=[server], daemon=True).start()
+        _, report = check(f"tcp:127.0.0.1:{server.getsockname()[1]}")
+        expect(report, "line", r"^error: .* answers, but not as a modem does: '.*noise .x1B.*; set the serial device server")
 
 
 def a_port_in_use():
@@ -347,11 +365,14 @@ def wrong_usage():
 quirks = re.findall(r"^  ([a-z-]+) ", subprocess.run(
     [corvane, "modem", "--help"], capture_output=True, text=True, check=True).stdout.split("Quirks:")[1], re.MULTILINE)
 assert len(quirks) > 10, quirks
-with concurrent.futures.ThreadPoolExecutor(max_workers=12) as pool:
-    tests = [pool.submit(test) for test in (
-        a_silent_line, pins, what_is_not_a_modem, a_wrong_baud_rate, a_good_modem, a_refused_message, a_slow_line,
-        a_locked_card, trouble_in_the_middle, results_switched_off, over_tcp, a_port_in_use, output_for_programs,
-        wrong_usage, console_from_a_pipe, console_on_a_terminal)]
-    tests += [pool.submit(every_quirk, name) for name in quirks]
+with concurrent.futures.ThreadPoolExecutor(max_workers=32) as pool:
+    # The longest come first.
+    tests = [pool.submit(test) for test in (a_silent_line, a_login_prompt, a_wrong_baud_rate, pins)]
+    tests += [pool.submit(every_quirk, name) for name in sorted(quirks, key=lambda name: name != "no-prompt")]
+    tests += [pool.submit(test) for test in (
+        what_is_not_a_modem, a_good_modem, a_refused_message, a_slow_line, a_locked_card, trouble_in_the_middle,
+        results_switched_off, over_tcp, a_line_that_is_never_quiet,
+        a_port_in_use, output_for_programs, wrong_usage, console_from_a_pipe,
+        console_on_a_terminal)]
     for test in tests:
         test.result()

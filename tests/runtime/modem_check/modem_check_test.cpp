@@ -107,7 +107,20 @@ TEST_F(ModemCheck, WithoutItsCardOnlyTheSignalIsAskedFor) {
   EXPECT_EQ(Of("signal"), "ok: -73 dBm") << "needs no card";
 }
 
-TEST_F(ModemCheck, ACardThatIsNotReadyIsTold) {
+TEST_F(ModemCheck, WhatNeedsTheCardIsNotBlamed) {
+  answers_["AT+CMGF=0"] = "+CMS ERROR: 311";
+  AfterAnswer("AT+CPIN?", "+CPIN: SIM PIN", "SIM card");
+  EXPECT_EQ(Of("messages"), "no such line");
+}
+
+TEST_F(ModemCheck, ARadioThatIsOffIsSwitchedOn) {
+  answers_["AT+CFUN?"] = "+CFUN: 4";
+  EXPECT_EQ(AfterAnswer("AT+CREG?", "+CREG: 0,0", "network"),
+            "error: the radio is off (AT+CFUN=4); write init=AT+CFUN=1");
+  EXPECT_THAT(AfterAnswer("AT+CFUN?", "+CFUN: 1", "network"), HasSubstr("not searching"));
+}
+
+TEST_F(ModemCheck, ACardThatIsNotReadyIsReported) {
   EXPECT_THAT(AfterAnswer("AT+CPIN?", "+CPIN: PH-NET PIN", "SIM card"),
               HasSubstr("error: the modem takes only another operator's cards"));
   EXPECT_THAT(AfterAnswer("AT+CPIN?", "+CME ERROR: 10", "SIM card"), HasSubstr("there is none"));
