@@ -33,7 +33,7 @@ using std::chrono::steady_clock;
 
 constexpr milliseconds kTick(30);  // between two looks at the input
 constexpr milliseconds kWriteTime(2000);
-constexpr seconds kAnswerTime(30);
+constexpr seconds kCommandTime(30);
 constexpr seconds kNetworkTime(180);
 constexpr std::size_t kMostLine = 2048;
 constexpr char kEndOfInput = '\x04';
@@ -178,7 +178,7 @@ class AtConsole {
       ended_ = true;
     } else if (!line.empty()) {
       request_ = ModemRequest(line + "\r");
-      Send(request_.octets, kAnswerTime);
+      Send(request_.octets, kCommandTime);
     }
   }
 
@@ -186,7 +186,7 @@ class AtConsole {
     SetText(false);
     request_ = ModemRequest(text + kCtrlZ);
     if (text.empty()) {
-      Send(kLeavePrompt, kAnswerTime);
+      Send(kLeavePrompt, kCommandTime);
     } else {
       Send(request_.octets, kNetworkTime);
     }
