@@ -1,14 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include "runtime/program_test/modbus_double.h"
 
+#include <utility>
+
 #include "runtime/program_test/world.h"
 
 DEFINE_FUNCTION_BLOCK(ModbusDouble, "MODBUS_TCP")
 
 namespace corvane::program_test {
 
-SimulatedTransfer::SimulatedTransfer(const modbus::Plan& plan)
-    : plan_(plan), begin_(World::The().time().clock) {}
+SimulatedTransfer::SimulatedTransfer(modbus::Plan plan)
+    : plan_(std::move(plan)), begin_(World::The().time().clock) {}
 
 std::optional<modbus::Outcome> SimulatedTransfer::Poll() {
   World& world = World::The();

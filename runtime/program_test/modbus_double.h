@@ -14,7 +14,7 @@ namespace corvane::program_test {
 /// A request to a simulated server.
 class SimulatedTransfer {
  public:
-  explicit SimulatedTransfer(const modbus::Plan& plan);
+  explicit SimulatedTransfer(modbus::Plan plan);
   [[nodiscard]] std::optional<modbus::Outcome> Poll();
 
  private:
