@@ -71,9 +71,13 @@ std::string DropNotice(std::uint64_t lines) {
 
 }  // namespace
 
+CLI::Validator LogLevel() {
+  return OneOf({"trace", "debug", "info", "warning", "error", "off"});
+}
+
 void AddLogLevelOption(CLI::App& command, std::string& level) {
   command.add_option("--log-level", level, "Lowest level that is logged")
-      ->check(OneOf({"trace", "debug", "info", "warning", "error", "off"}))
+      ->check(LogLevel())
       ->capture_default_str();
 }
 

@@ -7,6 +7,9 @@
 
 namespace corvane::cli {
 
+/// The names of the levels.
+[[nodiscard]] CLI::Validator LogLevel();
+
 /// Adds `--log-level` to a subcommand; its value is stored in `level`.
 void AddLogLevelOption(CLI::App& command, std::string& level);
 

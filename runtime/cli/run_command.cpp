@@ -26,6 +26,7 @@
 #include "runtime/cli/log_setup.h"
 #include "runtime/cli/messages.h"
 #include "runtime/cli/process_setup.h"
+#include "runtime/cli/running_bench.h"
 #include "runtime/cli/service_manager.h"
 #include "runtime/cli/terminal_guard.h"
 #include "runtime/cli/watch_view.h"
@@ -50,6 +51,7 @@ struct RunOptions {
   std::string log_level = "info";
   bool check = false;
   bool watch = false;
+  BenchOptions bench;
 };
 
 /// Empty when `path` is a program that can be read, else what is wrong with it.
@@ -183,11 +185,23 @@ int Check(const RunOptions& options) {
   return kSuccess;
 }
 
+/// The bench, with its page's address open; null after an error, which is printed.
+std::unique_ptr<RunningBench> OpenBench(const RunOptions& options) {
+  try {
+    return std::make_unique<RunningBench>(options.bench);
+  } catch (const bench::BenchError& error) {
+    PrintError(error.what());
+    return nullptr;
+  }
+}
+
 int Run(const RunOptions& options) {
   using Hangup = SystemScanClock::Hangup;
   const Hangup hangup = IsIgnored(SIGHUP) ? Hangup::kNothing : Hangup::kStop;  // by nohup
   SetUpProcess();
   ServiceManager service;
+  const auto bench = OpenBench(options);
+  if (bench == nullptr) return kUsage;
   std::unique_ptr<WatchView> view;
   if (options.watch) {
     if (const std::string problem = WatchProblem(); !problem.empty()) {
@@ -200,6 +214,7 @@ int Run(const RunOptions& options) {
   SetUpLog(options.log_level);
   // Output to a file or a pipe is written line by line, too, so a failing program loses none of it.
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+  bench->Start({options.program, *ParseDuration(options.period)});
   SetStateFolder(StateFolder(options.program));
   const auto addins = LoadAddins(options.addins);
   const ModemPortDriver modems(ParseModemTargets(options.modems), TheScanLock(),
@@ -261,6 +276,7 @@ void AddRunCommand(CLI::App& app, const std::vector<std::string>& words, Action&
       ->configurable(false);
   command->add_flag("--watch", options->watch,
                     "Show the blocks' variables, the modems and the cycle times in the terminal");
+  AddBenchOptions(*command, options->bench);
   AddConfigOption(*command);
   command->footer(
       "Example: corvane run disk_watch.lua --cycle 500ms -- /var\n"

@@ -35,11 +35,6 @@ fs::path Home() {
   return found == nullptr ? "" : entry.pw_dir;
 }
 
-std::string ProgramName(const fs::path& program) {
-  const bool is_lua = program.extension() == ".lua";
-  return is_lua ? program.stem().string() : program.filename().string();
-}
-
 [[noreturn]] void Fail(const char* what, const fs::path& path) {
   throw fs::filesystem_error(what, path, {errno, std::generic_category()});
 }
@@ -66,6 +61,11 @@ std::string& ProgramFolder() {
 }
 
 }  // namespace
+
+std::string ProgramName(const fs::path& program) {
+  const bool is_lua = program.extension() == ".lua";
+  return is_lua ? program.stem().string() : program.filename().string();
+}
 
 StateHome FindStateHome() {
   if (const std::string folders = Environment("STATE_DIRECTORY"); !folders.empty()) {

@@ -4,9 +4,13 @@
 #pragma once
 
 #include <filesystem>
+#include <string>
 #include <string_view>
 
 namespace corvane {
+
+/// The name of a program: its file's, without ".lua".
+[[nodiscard]] std::string ProgramName(const std::filesystem::path& program);
 
 /// $STATE_DIRECTORY (systemd's; the first of several), else $XDG_STATE_HOME/corvane/PROGRAM, else
 /// ~/.local/state/corvane/PROGRAM, where PROGRAM is the program's file name without ".lua". Empty:
