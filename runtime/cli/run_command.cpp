@@ -141,7 +141,7 @@ CycleWatchdog::Options WatchdogOptions(const RunOptions& options, RetainStore& r
 
 /// Loads and runs the program; returns its exit status. Throws LuaError.
 int RunProgram(const RunOptions& options, Scan& scan, RetainStore& retained,
-               ServiceManager& service, WatchView* view) {
+               ServiceManager& service, RunningBench& bench, WatchView* view) {
   std::unique_lock lock(TheScanLock());  // the program is created, loaded and closed under it, too
   ControlProgram program(options.program, options.arguments, &retained);
   if (view != nullptr) view->Follow(program.lua());
@@ -151,6 +151,7 @@ int RunProgram(const RunOptions& options, Scan& scan, RetainStore& retained,
   service.TellReady();
   if (!program.stop_status()) {
     const Unlocked unlocked(lock);
+    const RunningBench::Serving serving(bench, {options.program, *ParseDuration(options.period)});
     scan.Run(
         [&program, &scan, &watchdog, view](std::uint64_t number) {
           const CycleWatchdog::Cycle cycle(watchdog, number);
@@ -212,9 +213,9 @@ int Run(const RunOptions& options) {
   }
   SystemScanClock clock(hangup);  // from here on the key q, which sends a signal, ends properly
   SetUpLog(options.log_level);
+  bench->FollowLog();
   // Output to a file or a pipe is written line by line, too, so a failing program loses none of it.
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
-  bench->Start({options.program, *ParseDuration(options.period)});
   SetStateFolder(StateFolder(options.program));
   const auto addins = LoadAddins(options.addins);
   const ModemPortDriver modems(ParseModemTargets(options.modems), TheScanLock(),
@@ -224,7 +225,7 @@ int Run(const RunOptions& options) {
   RetainStore retained(StateFolder(options.program));
   int status = kProgramFailed;
   try {
-    status = RunProgram(options, scan, retained, service, view.get());
+    status = RunProgram(options, scan, retained, service, *bench, view.get());
   } catch (const LuaError& error) {
     view.reset();  // the message belongs on the restored terminal
     status = Fail(error);

@@ -70,15 +70,18 @@ RunningBench::RunningBench(const BenchOptions& options) : write_(options.write) 
   tcp_ = bench::ListenOnTcp(*address_);
 }
 
-RunningBench::~RunningBench() {
+RunningBench::~RunningBench() = default;
+
+void RunningBench::FollowLog() {
+  spdlog::default_logger()->sinks().push_back(log_);
+}
+
+void RunningBench::Stop() {
   server_.reset();
-  if (log_ != nullptr) std::erase(spdlog::default_logger()->sinks(), log_);
 }
 
 void RunningBench::Start(const ServedProgram& program) {
   program_ = program;
-  log_ = std::make_shared<bench::LogTap>();
-  spdlog::default_logger()->sinks().push_back(log_);
   bench::HttpService service;
   service.machine = MachineName();
   service.token = token_;
@@ -91,6 +94,10 @@ void RunningBench::Start(const ServedProgram& program) {
   bench::Services services;
   services.http = std::move(service);
   services.topics["log"] = std::make_unique<bench::LogTopic>(log_);
+  store_ = std::make_shared<bench::StoreReader>(StateFolder(program.file) / "messages.db");
+  store_requests_ = std::make_unique<bench::StoreRequests>(store_);
+  services.topics["messages"] = std::make_unique<bench::MessagesTopic>(store_);
+  services.poll = [this] { store_requests_->Poll(); };
   services.hello = [this] { return Hello(); };
   services.handler = [this](const auto& request, const auto& done) { Handle(request, done); };
   server_ = std::make_unique<bench::BenchServer>(bench::Listeners{std::move(tcp_), ListenLocally()},
@@ -128,13 +135,25 @@ bench::Frame RunningBench::Hello() const {
 }
 
 void RunningBench::Handle(const bench::ClientRequest& request, const bench::RequestDone& done) {
+  const bench::ClientMessage& message = request.message;
   if (!write_ && !request.is_local) return done(kProtected, {});
-  const auto* const level = std::get_if<bench::LogLevelRequest>(&request.message.what);
-  if (level == nullptr) return done("this program does not do that", {});
-  const std::string problem = LogLevel()(level->level);
+  if (const auto* const level = std::get_if<bench::LogLevelRequest>(&message.what)) {
+    SetLogLevel(request.who, *level, done);
+  } else if (const auto* const wish = std::get_if<bench::MessageRequest>(&message.what)) {
+    spdlog::info("bench: {} asks to {} message {}", request.who, wish->retry ? "retry" : "cancel",
+                 wish->message);
+    store_requests_->Ask(*wish, done);
+  } else {
+    done("this program does not do that", {});
+  }
+}
+
+void RunningBench::SetLogLevel(const std::string& who, const bench::LogLevelRequest& request,
+                               const bench::RequestDone& done) {
+  const std::string problem = LogLevel()(request.level);
   if (!problem.empty()) return done(problem, {});
-  spdlog::info("bench: {} sets the log level to {}", request.who, level->level);
-  spdlog::set_level(spdlog::level::from_str(level->level));
+  spdlog::info("bench: {} sets the log level to {}", who, request.level);
+  spdlog::set_level(spdlog::level::from_str(request.level));
   done({}, {});
   server_->GreetAll();
 }

@@ -11,6 +11,8 @@
 
 #include "runtime/bench/server/bench_server.h"
 #include "runtime/bench/server/log_tap.h"
+#include "runtime/bench/server/messages_topic.h"
+#include "runtime/bench/server/store_requests.h"
 
 namespace corvane::cli {
 
@@ -37,22 +39,42 @@ class RunningBench {
   RunningBench& operator=(const RunningBench&) = delete;
   ~RunningBench();
 
-  /// Serves the page and the Unix socket from now on; the log has been set up, and no other thread
-  /// logs yet.
-  void Start(const ServedProgram& program);
+  /// Keeps what is logged from now on for the clients; no other thread logs yet.
+  void FollowLog();
+
+  /// Serves the page and the Unix socket while it lives. The scan lock must not be held when it
+  /// ends.
+  class Serving {
+   public:
+    Serving(RunningBench& bench, const ServedProgram& program) : bench_(bench) {
+      bench_.Start(program);
+    }
+    Serving(const Serving&) = delete;
+    Serving& operator=(const Serving&) = delete;
+    ~Serving() { bench_.Stop(); }
+
+   private:
+    RunningBench& bench_;
+  };
 
  private:
+  void Start(const ServedProgram& program);
+  void Stop();
   [[nodiscard]] std::unique_ptr<bench::UnixListener> ListenLocally() const;
   [[nodiscard]] bench::Frame Hello() const;
   void Handle(const bench::ClientRequest& request, const bench::RequestDone& done);
+  void SetLogLevel(const std::string& who, const bench::LogLevelRequest& request,
+                   const bench::RequestDone& done);
 
   std::optional<bench::WebAddress> address_;
   std::string token_;
   bool write_;
   Descriptor tcp_;
   ServedProgram program_;
-  std::shared_ptr<bench::LogTap> log_;
+  std::shared_ptr<bench::LogTap> log_ = std::make_shared<bench::LogTap>();
   std::chrono::system_clock::time_point started_ = std::chrono::system_clock::now();
+  std::shared_ptr<bench::StoreReader> store_;
+  std::unique_ptr<bench::StoreRequests> store_requests_;
   std::unique_ptr<bench::BenchServer> server_;
 };
 

@@ -76,6 +76,38 @@ def writing_needs_leave_or_the_unix_socket():
             other.expect("hello", lambda hello: hello["level"] == "error")
 
 
+OUTBOX = """
+local alarm = SMS_OUTBOX.new { Port = 1, Receiver = "+15550101234", Text = "Pump 3: Насос 🚰" }
+function cycle() alarm.Execute = true alarm() end
+"""
+
+
+def messages_of_the_store_are_shown_and_cancelled():
+    with Program(corvane, OUTBOX, "--modem", "1=/dev/ttyNONE") as program:
+        with WebSocket(program.port) as client, WebSocket(program.socket) as local:
+            client.send(type="subscribe", topics=["messages"])
+            shown = client.expect("messages", lambda message: message["total"] == 1)
+            row = shown["rows"][0]
+            assert shown["store"].endswith("/program/messages.db"), shown
+            assert (row["kind"], row["to"], row["state"]) == ("sms", "+15550101234", "waiting"), row
+            assert row["text"] == "Pump 3: Насос 🚰" and row["next"] > 1e9, row
+            assert "--web-write" in client.ask(1, type="cancel", message=row["id"])["error"]
+            assert local.ask(1, type="cancel", message=row["id"] + 1)["error"] == f"there is no message {row['id'] + 1}"
+            assert local.ask(2, type="cancel", message=row["id"])["ok"]
+            client.expect("messages", lambda message: message["rows"][0]["state"] == "cancelled")
+            again = local.ask(3, type="cancel", message=row["id"])
+            assert not again["ok"] and "no longer waiting" in again["error"], again
+        assert f"process {os.getpid()} asks to cancel message {row['id']}" in program.log()
+
+
+def a_program_without_a_store_has_no_messages():
+    with Program(corvane, PLAIN) as program:
+        with WebSocket(program.socket) as client:
+            client.send(type="subscribe", topics=["messages"])
+            assert client.expect("messages")["rows"] == []
+            assert client.ask(1, type="retry", message=1)["error"] == "the program has no store of messages"
+
+
 def wrong_messages_get_an_answer_and_do_not_end_the_connection():
     with Program(corvane, PLAIN) as program:
         with WebSocket(program.port) as client:
@@ -278,7 +310,8 @@ def without_a_folder_the_program_runs_on():
 
 scratch = tempfile.TemporaryDirectory()
 TESTS = [the_greeting_tells_program_and_protocol, the_log_is_complete_first_and_then_continues,
-         writing_needs_leave_or_the_unix_socket, wrong_messages_get_an_answer_and_do_not_end_the_connection,
+         writing_needs_leave_or_the_unix_socket, messages_of_the_store_are_shown_and_cancelled,
+         a_program_without_a_store_has_no_messages, wrong_messages_get_an_answer_and_do_not_end_the_connection,
          hostile_web_sockets_are_disconnected, other_names_and_other_pages_are_refused,
          every_answer_has_the_safeguards, broken_http_ends_the_connection_only,
          idle_connections_do_not_keep_others_out, sixteen_clients_and_no_more, the_token_opens_the_page,

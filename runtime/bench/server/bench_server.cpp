@@ -27,6 +27,7 @@ class BenchServer::Core {
   Core(Listeners listeners, Services services)
       : http_(std::move(services.http)),
         hub_(std::move(services.topics), std::move(services.hello), std::move(services.handler)),
+        poll_(std::move(services.poll)),
         local_(std::move(listeners.local)) {
     if (listeners.tcp.get() >= 0) Listen(std::move(listeners.tcp));
     if (local_ != nullptr) Listen(local_->Take());
@@ -66,11 +67,13 @@ class BenchServer::Core {
       if (error) return;
       Tick();
       hub_.Tick();
+      poll_();
     });
   }
 
   HttpService http_;
   Hub hub_;
+  std::function<void()> poll_;
   std::unique_ptr<UnixListener> local_;
   boost::asio::io_context context_{1};
   boost::asio::steady_timer tick_{context_};

@@ -26,6 +26,7 @@ struct Services {
   HttpService http;
   std::function<Frame()> hello;
   Hub::RequestHandler handler;
+  std::function<void()> poll;  ///< five times a second
 };
 
 class BenchServer {
