@@ -141,7 +141,8 @@ CycleWatchdog::Options WatchdogOptions(const RunOptions& options, RetainStore& r
 
 /// Loads and runs the program; returns its exit status. Throws LuaError.
 int RunProgram(const RunOptions& options, Scan& scan, RetainStore& retained,
-               ServiceManager& service, RunningBench& bench, WatchView* view) {
+               ServiceManager& service, const ModemPortDriver& modems, RunningBench& bench,
+               WatchView* view) {
   std::unique_lock lock(TheScanLock());  // the program is created, loaded and closed under it, too
   ControlProgram program(options.program, options.arguments, &retained);
   if (view != nullptr) view->Follow(program.lua());
@@ -151,11 +152,13 @@ int RunProgram(const RunOptions& options, Scan& scan, RetainStore& retained,
   service.TellReady();
   if (!program.stop_status()) {
     const Unlocked unlocked(lock);
-    const RunningBench::Serving serving(bench, {options.program, *ParseDuration(options.period)});
+    const RunningBench::Serving serving(bench,
+                                        {options.program, *ParseDuration(options.period), &modems});
     scan.Run(
-        [&program, &scan, &watchdog, view](std::uint64_t number) {
+        [&program, &scan, &watchdog, &bench, view](std::uint64_t number) {
           const CycleWatchdog::Cycle cycle(watchdog, number);
           program.Cycle(number);
+          bench.NoteCycle(number, scan.statistics().overruns());
           if (view != nullptr) view->Update(scan.statistics());
           return !program.stop_status();
         },
@@ -225,7 +228,7 @@ int Run(const RunOptions& options) {
   RetainStore retained(StateFolder(options.program));
   int status = kProgramFailed;
   try {
-    status = RunProgram(options, scan, retained, service, *bench, view.get());
+    status = RunProgram(options, scan, retained, service, modems, *bench, view.get());
   } catch (const LuaError& error) {
     view.reset();  // the message belongs on the restored terminal
     status = Fail(error);

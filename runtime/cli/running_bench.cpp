@@ -5,6 +5,7 @@
 #include <spdlog/spdlog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <exception>
 #include <utility>
@@ -12,6 +13,7 @@
 
 #include "runtime/bench/server/json_text.h"
 #include "runtime/bench/server/log_topic.h"
+#include "runtime/bench/server/metrics_text.h"
 #include "runtime/bench/server/socket_path.h"
 #include "runtime/bench/server/token_file.h"
 #include "runtime/cli/commands.h"
@@ -21,6 +23,7 @@
 namespace corvane::cli {
 namespace {
 
+constexpr std::chrono::seconds kLongestCycle(5);
 constexpr const char* kProtected =
     "this needs --web-write, or the Unix socket of the program on its own machine";
 
@@ -35,6 +38,22 @@ std::string CheckAddress(const std::string& text) {
     return {};
   } catch (const bench::BenchError& error) {
     return error.what();
+  }
+}
+
+void AddModemMetrics(bench::MetricsText& metrics, std::vector<bench::ObservedModem>& modems) {
+  for (bench::ObservedModem& modem : modems) modem.UpdateFacts();
+  metrics.Begin("corvane_modem_signal_dbm", "gauge", "Signal strength; absent while unknown.");
+  for (const bench::ObservedModem& modem : modems) {
+    const auto signal = modem.facts().signal();
+    if (signal) metrics.Add(*signal, {{"port", std::to_string(modem.number())}});
+  }
+  metrics.Begin("corvane_modem_registered", "gauge",
+                "Whether the modem is registered in its network or a foreign one.");
+  for (const bench::ObservedModem& modem : modems) {
+    const std::string& registration = modem.facts().registration();
+    metrics.Add(registration == "home" || registration == "roaming" ? 1 : 0,
+                {{"port", std::to_string(modem.number())}});
   }
 }
 
@@ -85,8 +104,8 @@ void RunningBench::Start(const ServedProgram& program) {
   bench::HttpService service;
   service.machine = MachineName();
   service.token = token_;
-  service.metrics = [] { return std::string(); };
-  service.problem = [] { return std::string(); };
+  service.metrics = [this] { return Metrics(); };
+  service.problem = [this] { return Problem(); };
   if (address_) {
     service.cookie_name = fmt::format("corvane-{}", address_->port);  // cookies ignore ports
     spdlog::info("bench: http://{}/", address_->Text());
@@ -97,7 +116,15 @@ void RunningBench::Start(const ServedProgram& program) {
   store_ = std::make_shared<bench::StoreReader>(StateFolder(program.file) / "messages.db");
   store_requests_ = std::make_unique<bench::StoreRequests>(store_);
   services.topics["messages"] = std::make_unique<bench::MessagesTopic>(store_);
-  services.poll = [this] { store_requests_->Poll(); };
+  store_metrics_ = std::make_unique<bench::StoreMetrics>(store_);
+  if (program.modems != nullptr) {
+    for (const auto& port : program.modems->Observe()) {
+      modems_.emplace_back(port.number, *port.status);
+    }
+  }
+  services.topics["modem"] = std::make_unique<bench::ModemTopic>(modems_);
+  last_progress_ = std::chrono::steady_clock::now();
+  services.poll = [this] { Poll(); };
   services.hello = [this] { return Hello(); };
   services.handler = [this](const auto& request, const auto& done) { Handle(request, done); };
   server_ = std::make_unique<bench::BenchServer>(bench::Listeners{std::move(tcp_), ListenLocally()},
@@ -116,6 +143,41 @@ std::unique_ptr<bench::UnixListener> RunningBench::ListenLocally() const {
     spdlog::info("bench: corvane watch cannot show this program: {}", error.what());
     return nullptr;
   }
+}
+
+void RunningBench::Poll() {
+  store_requests_->Poll();
+  const std::uint64_t cycles = cycles_.load(std::memory_order_relaxed);
+  if (std::exchange(seen_cycles_, cycles) != cycles) {
+    last_progress_ = std::chrono::steady_clock::now();
+  }
+}
+
+std::string RunningBench::Problem() const {
+  const auto longest = std::max<std::chrono::nanoseconds>(kLongestCycle, 3 * program_.period);
+  const auto stands = std::chrono::steady_clock::now() - last_progress_;
+  if (stands <= longest) return {};
+  return fmt::format("no cycle has ended for {} s",
+                     std::chrono::duration_cast<std::chrono::seconds>(stands).count());
+}
+
+std::string RunningBench::Metrics() {
+  bench::MetricsText metrics;
+  metrics.Begin("corvane_program_info", "gauge", "The program that runs; always 1.");
+  metrics.Add(1, {{"program", ProgramName(program_.file)}, {"version", CORVANE_VERSION}});
+  metrics.Begin("corvane_start_time_seconds", "gauge", "When the program was started, since 1970.");
+  metrics.Add(std::chrono::duration<double>(started_.time_since_epoch()).count());
+  metrics.Begin("corvane_cycles_total", "counter", "Cycles that have ended.");
+  metrics.Add(static_cast<double>(cycles_.load(std::memory_order_relaxed)));
+  metrics.Begin("corvane_cycle_overruns_total", "counter",
+                "Cycles that were still running when the next one was due.");
+  metrics.Add(static_cast<double>(overruns_.load(std::memory_order_relaxed)));
+  metrics.Begin("corvane_cycle_period_seconds", "gauge",
+                "Time from one cycle to the next; 0: no pause.");
+  metrics.Add(std::chrono::duration<double>(program_.period).count());
+  AddModemMetrics(metrics, modems_);
+  store_metrics_->AddTo(metrics);
+  return metrics.text();
 }
 
 bench::Frame RunningBench::Hello() const {

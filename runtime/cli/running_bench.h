@@ -3,16 +3,22 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "runtime/bench/server/bench_server.h"
 #include "runtime/bench/server/log_tap.h"
 #include "runtime/bench/server/messages_topic.h"
+#include "runtime/bench/server/modem_topic.h"
+#include "runtime/bench/server/store_metrics.h"
 #include "runtime/bench/server/store_requests.h"
+#include "runtime/modem_driver/modem_port_driver.h"
 
 namespace corvane::cli {
 
@@ -29,6 +35,7 @@ void AddBenchOptions(CLI::App& command, BenchOptions& options);
 struct ServedProgram {
   std::filesystem::path file;
   std::chrono::nanoseconds period{};
+  const ModemPortDriver* modems = nullptr;  ///< outlives the Serving
 };
 
 class RunningBench {
@@ -41,6 +48,12 @@ class RunningBench {
 
   /// Keeps what is logged from now on for the clients; no other thread logs yet.
   void FollowLog();
+
+  /// Called by the PLC task after each cycle.
+  void NoteCycle(std::uint64_t number, std::uint64_t overruns) {
+    cycles_.store(number, std::memory_order_relaxed);
+    overruns_.store(overruns, std::memory_order_relaxed);
+  }
 
   /// Serves the page and the Unix socket while it lives. The scan lock must not be held when it
   /// ends.
@@ -62,6 +75,10 @@ class RunningBench {
   void Stop();
   [[nodiscard]] std::unique_ptr<bench::UnixListener> ListenLocally() const;
   [[nodiscard]] bench::Frame Hello() const;
+  [[nodiscard]] std::string Metrics();
+  /// Why the program is not well; empty: it is.
+  [[nodiscard]] std::string Problem() const;
+  void Poll();
   void Handle(const bench::ClientRequest& request, const bench::RequestDone& done);
   void SetLogLevel(const std::string& who, const bench::LogLevelRequest& request,
                    const bench::RequestDone& done);
@@ -75,6 +92,12 @@ class RunningBench {
   std::chrono::system_clock::time_point started_ = std::chrono::system_clock::now();
   std::shared_ptr<bench::StoreReader> store_;
   std::unique_ptr<bench::StoreRequests> store_requests_;
+  std::unique_ptr<bench::StoreMetrics> store_metrics_;
+  std::vector<bench::ObservedModem> modems_;
+  std::atomic<std::uint64_t> cycles_{0};
+  std::atomic<std::uint64_t> overruns_{0};
+  std::uint64_t seen_cycles_ = 0;  // when they were looked at last
+  std::chrono::steady_clock::time_point last_progress_{};
   std::unique_ptr<bench::BenchServer> server_;
 };
 

@@ -66,6 +66,7 @@ ExchangeResult ModemExchange::Transact(ModemRequest request, milliseconds timeou
   // Whatever follows, the modem is out of step until its answer has come.
   SetState(State::kUnknown);
   status_.Set(sent.shown + " -> ...");
+  status_.NoteLine(true, sent.shown);
   const bool written = line_.Write(sent.octets, timeout);
   if (written) line_.Collect(answer, sent.octets.size(), timeout);
   if (answer.state() == AtAnswer::State::kOpen) {
@@ -105,12 +106,15 @@ ExchangeResult ModemExchange::Transact(ModemRequest request, milliseconds timeou
 }
 
 LineKind ModemExchange::ResultOf(const ModemRequest& command, milliseconds timeout) {
+  status_.NoteLine(true, command.shown);
   if (!line_.Write(command.octets, timeout)) return LineKind::kUnknown;
   AtAnswer answer(command,
                   [this](std::string_view line, LineKind kind) { OnForeignLine(line, kind); });
   line_.Collect(answer, command.octets.size(), timeout);
   const std::string beginning = answer.line();
-  if (answer.End() == AtAnswer::State::kFinal) return answer.final_kind();
+  const bool is_final = answer.End() == AtAnswer::State::kFinal;
+  status_.NoteAnswer(command.WithoutPin(answer.text()));
+  if (is_final) return answer.final_kind();
   answers_owed_ = true;
   line_.KeepBeginning(beginning);
   return LineKind::kUnknown;
@@ -119,6 +123,7 @@ LineKind ModemExchange::ResultOf(const ModemRequest& command, milliseconds timeo
 ExchangeResult ModemExchange::Finished(PendingAnswer& pending) {
   AtAnswer& answer = pending.answer;
   advice_.NoteAnswer();
+  status_.NoteAnswer(pending.request.WithoutPin(answer.text()));
   CompareEcho(answer.echoed());
   const bool is_text = pending.request.kind == RequestKind::kText;
   if (is_text && answer.final_kind() == LineKind::kOk && answer.lines() == 0) {
@@ -130,6 +135,7 @@ ExchangeResult ModemExchange::Finished(PendingAnswer& pending) {
 ExchangeResult ModemExchange::Unfinished(PendingAnswer& pending) {
   if (stopped()) return {};
   AtAnswer& answer = pending.answer;
+  status_.NoteAnswer(pending.request.WithoutPin(answer.text()));
   const bool has_lines = answer.lines() > 0;
   // The number shows that the network has the message; without the OK it would be sent again.
   if (pending.request.kind == RequestKind::kText && has_lines) {
@@ -166,11 +172,13 @@ void ModemExchange::BecomeReady() {
 
 void ModemExchange::Write(const ModemRequest& request) {
   spdlog::debug("modem port {}: {} while an answer is late", target_.port, request.shown);
+  status_.NoteLine(true, request.shown);
   (void)line_.Write(request.octets, kEscapeTimeout);
 }
 
 void ModemExchange::EndLate(State next, std::string_view how) {
   const auto time = FormatDuration(steady_clock::now() - late_->since);
+  status_.NoteAnswer(late_->request.WithoutPin(late_->answer.text()));
   Report(fmt::format("{} -> {} after {}", late_->request.shown, how, time));
   if (late_->answer.state() == AtAnswer::State::kOpen) line_.KeepBeginning(late_->answer.line());
   if (next == State::kPrompt && (prompt_ended_ || needs_init_)) next = State::kUnknown;
@@ -192,6 +200,7 @@ void ModemExchange::SetState(State state) {
   if (state == state_) return;
   spdlog::trace("modem port {}: state {} -> {}", target_.port, Name(state_), Name(state));
   state_ = state;
+  status_.SetState(Name(state));
 }
 
 void ModemExchange::OnForeignLine(std::string_view line, LineKind kind) {
@@ -203,6 +212,7 @@ void ModemExchange::OnForeignLine(std::string_view line, LineKind kind) {
     NoteStart();
     SetState(State::kUnknown);
   }
+  status_.NoteLine(false, line);
   news_.Take(line, kind, steady_clock::now());
   advice_.NoteForeignLine(line);
 }

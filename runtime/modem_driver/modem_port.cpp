@@ -19,6 +19,12 @@ using std::chrono::steady_clock;
 
 constexpr milliseconds kReopenPause(200);
 
+// 3GPP TS 27.007 clauses 8.5, 7.2 and 7.3: signal, registration, operator.
+constexpr std::array kInquiries{"AT+CSQ\r", "AT+CREG?\r", "AT+COPS?\r"};
+constexpr std::uint64_t kInquirer = 0;  // no client's number
+constexpr milliseconds kInquiryTimeout(3000);
+constexpr std::chrono::seconds kInquiryPause(10);
+
 /// Calls a client's function; what it throws must not end the thread.
 template <class Function>
 void CallClient(int port, Function function) {
@@ -97,6 +103,7 @@ void ModemPort::Run() {
       continue;
     }
     if (ServeOne()) continue;
+    Inquire();
     const auto next_poll = steady_clock::now() + target_.poll;
     if (open_) {
       Idle(next_poll);
@@ -153,6 +160,16 @@ void ModemPort::Idle(SteadyTime until) {
     spdlog::error("modem port {}: no memory for a late answer; it is lost", target_.port);
     dialogue_.LeavePrompt();  // the next exchange sets the modem up again
   }
+}
+
+void ModemPort::Inquire() {
+  const bool is_free = open_ && !dialogue_.busy() &&
+                       dialogue_.state() != ModemDialogue::State::kPrompt && !loop_.stopped();
+  if (!is_free || !status_.wanted() || steady_clock::now() < next_inquiry_) return;
+  const ModemRequest request(kInquiries.at(inquiry_));
+  inquiry_ = (inquiry_ + 1) % kInquiries.size();
+  const bool answered = dialogue_.Exchange(kInquirer, request, kInquiryTimeout).answered;
+  if (inquiry_ == 0 || !answered) next_inquiry_ = steady_clock::now() + kInquiryPause;
 }
 
 bool ModemPort::ServeOne() {

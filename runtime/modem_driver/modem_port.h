@@ -38,6 +38,7 @@ class ModemPort {
   [[nodiscard]] int number() const { return target_.port; }
   /// The state in one line: the device's fault, or the last exchange.
   [[nodiscard]] std::string Status() const { return status_.Get(); }
+  [[nodiscard]] ModemStatus& status() { return status_; }
   /// Refuses while the device is not open. A context that is already registered gets the new
   /// functions. Needs the lock.
   [[nodiscard]] bool Register(void* context, PortDriverPriorityFunction priority,
@@ -85,6 +86,8 @@ class ModemPort {
   void TellNews();
   /// Takes what the modem sends meanwhile, until there is news.
   void Idle(SteadyTime until);
+  /// Asks the modem for signal and network, one command at a time, while somebody wants to know.
+  void Inquire();
   /// An open prompt belongs to the client that asked for it, whatever the others want.
   [[nodiscard]] std::optional<Request> PromptOwnersRequest();
   [[nodiscard]] std::optional<Request> NextRequest();
@@ -112,6 +115,8 @@ class ModemPort {
   std::uint64_t turn_ = 0;
   std::uint64_t prompt_owner_ = 0;  // client whose command opened the prompt
   SteadyTime next_attempt_;
+  SteadyTime next_inquiry_;
+  std::size_t inquiry_ = 0;   // index of the next command
   std::string last_problem_;  // why the device could not be opened, as logged
   std::atomic<bool> open_{false};
   std::binary_semaphore attempted_{0};

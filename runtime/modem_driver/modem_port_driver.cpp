@@ -64,6 +64,12 @@ bool ModemPortDriver::Listen(void* context, PortDriverLineFunction hear) {
   return found;
 }
 
+std::vector<ModemPortDriver::ObservedPort> ModemPortDriver::Observe() const {
+  std::vector<ObservedPort> observed;
+  for (const auto& port : ports_) observed.push_back({port->number(), &port->status()});
+  return observed;
+}
+
 std::vector<std::string> ModemPortDriver::Status() const {
   std::vector<std::string> lines;
   for (const auto& port : ports_) {

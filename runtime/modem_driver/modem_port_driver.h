@@ -37,6 +37,12 @@ class ModemPortDriver {
   [[nodiscard]] bool HasPort(int number) const;
   /// As ModemPortDriverListen; false: the context is not a client of any port.
   bool Listen(void* context, PortDriverLineFunction hear);
+  /// A port as people look at it. Any thread.
+  struct ObservedPort {
+    int number;
+    ModemStatus* status;  ///< valid as long as the driver
+  };
+  [[nodiscard]] std::vector<ObservedPort> Observe() const;
   /// One line per port about its state. Any thread.
   [[nodiscard]] std::vector<std::string> Status() const;
 

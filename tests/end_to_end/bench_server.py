@@ -2,6 +2,7 @@
 # SPDX-License-Identifier: MIT
 """bench_server.py CORVANE: what `corvane run --web` and the Unix socket of a program serve, and whom they refuse."""
 import os
+import re
 import socket
 import stat
 import subprocess
@@ -9,6 +10,7 @@ import sys
 import tempfile
 
 from bench_client import Closed, Program, WebSocket, connect, raw_request, request, wait_for
+from simulated_modem import SimulatedModem
 
 corvane = sys.argv[1]
 PLAIN = "function cycle() end"
@@ -98,6 +100,60 @@ def messages_of_the_store_are_shown_and_cancelled():
             again = local.ask(3, type="cancel", message=row["id"])
             assert not again["ok"] and "no longer waiting" in again["error"], again
         assert f"process {os.getpid()} asks to cancel message {row['id']}" in program.log()
+
+
+def the_dialogue_with_the_modem_is_shown_without_secrets():
+    with SimulatedModem(corvane, "--pin", "4711") as modem:
+        with Program(corvane, OUTBOX, "--modem", f"1={modem.device},init=AT+CPIN=4711") as program:
+            with WebSocket(program.port) as client:
+                client.send(type="subscribe", topics=["modem"])
+                lines = []
+
+                def known(message):
+                    lines.extend(message["lines"])
+                    assert message["port"] == "1", message
+                    return message["signal"] is not None and message["operator"] and message["registration"] == "home"
+
+                shown = client.expect("modem", known)
+                assert -113 <= shown["signal"] <= -51, shown
+                sent = [line["text"] for line in lines if line["sent"]]
+                assert any(text.startswith("AT+CMGS=") for text in sent), sent
+                assert any(text.startswith("text of ") for text in sent), sent
+                assert any("(secret)" in text for text in sent), sent
+                assert any(line["text"].startswith("+CSQ: ") for line in lines if not line["sent"]), lines
+                assert "4711" not in str(lines), lines
+                # Whoever comes later sees the same.
+                with WebSocket(program.port) as later:
+                    later.send(type="subscribe", topics=["modem"])
+                    first = later.expect("modem")
+                    assert first["lines"][:len(lines)] == lines, first
+
+
+def prometheus_accepts_the_metrics():
+    with SimulatedModem(corvane) as modem:
+        with Program(corvane, OUTBOX, "--modem", f"1={modem.device}") as program:
+            def metrics():
+                answer = request(program.port, "/metrics")
+                assert answer.headers["content-type"].startswith("text/plain; version=0.0.4"), answer.headers
+                return answer.body.decode()
+
+            text = wait_for(lambda: next((t for t in [metrics()] if "corvane_modem_signal_dbm{" in t
+                                          and 'channel="sms",result="sent"} 1' in t), None), "signal, and a sent SMS")
+            assert 'corvane_modem_registered{port="1"} 1' in text, text
+            cycles = float(re.search(r"^corvane_cycles_total (\d+)$", text, re.M)[1])
+            assert cycles > 0
+            check = subprocess.run(["promtool", "check", "metrics"], input=text, capture_output=True, text=True,
+                                   check=False)
+            assert check.returncode == 0 and not check.stdout + check.stderr, (check, text)
+            assert 'corvane_outbox_waiting{channel="sms"} 0' in text, text
+
+
+def health_ends_with_the_cycles():
+    with Program(corvane, "function cycle() if plc.cycle == 5 then os.execute('sleep 8') end end") as program:
+        wait_for(lambda: request(program.port, "/healthz").status == 503, "a cycle that hangs")
+        answer = request(program.port, "/healthz")
+        assert answer.body.startswith(b"no cycle has ended for "), answer.body
+        wait_for(lambda: request(program.port, "/healthz").status == 200, "the next cycle")
 
 
 def a_program_without_a_store_has_no_messages():
@@ -311,7 +367,8 @@ def without_a_folder_the_program_runs_on():
 scratch = tempfile.TemporaryDirectory()
 TESTS = [the_greeting_tells_program_and_protocol, the_log_is_complete_first_and_then_continues,
          writing_needs_leave_or_the_unix_socket, messages_of_the_store_are_shown_and_cancelled,
-         a_program_without_a_store_has_no_messages, wrong_messages_get_an_answer_and_do_not_end_the_connection,
+         the_dialogue_with_the_modem_is_shown_without_secrets, prometheus_accepts_the_metrics,
+         health_ends_with_the_cycles, a_program_without_a_store_has_no_messages, wrong_messages_get_an_answer_and_do_not_end_the_connection,
          hostile_web_sockets_are_disconnected, other_names_and_other_pages_are_refused,
          every_answer_has_the_safeguards, broken_http_ends_the_connection_only,
          idle_connections_do_not_keep_others_out, sixteen_clients_and_no_more, the_token_opens_the_page,

@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: MIT
+#include "runtime/bench/server/store_metrics.h"
+
+#include <algorithm>
+#include <exception>
+#include <iterator>
+
+namespace corvane::bench {
+namespace {
+
+using messages::Outgoing;
+using messages::OutgoingState;
+using messages::WallTime;
+
+const char* ResultOf(OutgoingState state) {
+  switch (state) {
+    case OutgoingState::kWaiting: return "waiting";
+    case OutgoingState::kSent: return "sent";
+    case OutgoingState::kFailed: return "failed";
+    case OutgoingState::kExpired: return "expired";
+    case OutgoingState::kCancelled: return "cancelled";
+  }
+  return "";
+}
+
+}  // namespace
+
+/// A message counts once for each time that it has ended, since a retry may end it again.
+void StoreMetrics::Count(const Outgoing& row) {
+  Channel& channel = channels_[row.channel];
+  if (row.state == OutgoingState::kWaiting) {
+    const auto age = std::chrono::system_clock::now() - row.created;
+    ++channel.waiting;
+    channel.oldest = std::max(channel.oldest, std::chrono::duration<double>(age).count());
+  } else if (row.finished >= started_ && counted_.emplace(row.finished, row.id).second) {
+    ++channel.ended[ResultOf(row.state)];
+  }
+}
+
+void StoreMetrics::Read() {
+  for (auto& [name, channel] : channels_) channel.waiting = channel.oldest = 0;
+  try {
+    messages::StoreView* const store = store_->Open();
+    if (store == nullptr) return;
+    for (const Outgoing& row : store->OutgoingMessages(kMostCounted)) Count(row);
+  } catch (const std::exception&) {
+    store_->Close();
+  }
+  while (std::ssize(counted_) > 2 * kMostCounted) counted_.erase(counted_.begin());
+}
+
+void StoreMetrics::AddTo(MetricsText& metrics) {
+  for (const char* const name : {"sms", "mail"}) channels_.try_emplace(name);
+  Read();
+  metrics.Begin("corvane_outbox_waiting", "gauge", "Messages that wait to be sent.");
+  for (const auto& [name, channel] : channels_) metrics.Add(channel.waiting, {{"channel", name}});
+  metrics.Begin("corvane_outbox_oldest_seconds", "gauge",
+                "Age of the oldest message that waits to be sent; 0: none.");
+  for (const auto& [name, channel] : channels_) metrics.Add(channel.oldest, {{"channel", name}});
+  metrics.Begin("corvane_messages_ended_total", "counter",
+                "Messages of the outbox that have ended since the program started, by result.");
+  for (const auto& [name, channel] : channels_) {
+    for (const char* const result : {"sent", "failed", "expired", "cancelled"}) {
+      const auto found = channel.ended.find(result);
+      metrics.Add(found == channel.ended.end() ? 0 : found->second,
+                  {{"channel", name}, {"result", result}});
+    }
+  }
+}
+
+}  // namespace corvane::bench
