@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 
+#include "runtime/corvane/cycle_facts.h"
 #include "runtime/corvane/cycle_statistics.h"
 #include "runtime/corvane/duration.h"
 #include "runtime/corvane/overrun_log.h"
@@ -32,12 +33,17 @@ class Scan {
   /// @param cycle called with the number of the cycle, from 1; false ends the scan. An
   ///   exception from it ends the scan, too, with the lock released and the cycle counted.
   /// @param report called when the clock says that statistics are wanted
-  void Run(const std::function<bool(std::uint64_t)>& cycle, const std::function<void()>& report);
+  /// @param after called at the end of each cycle, with the lock held; what it takes is not in the
+  ///   duration of the cycle, but in the time to the next one
+  void Run(
+      const std::function<bool(std::uint64_t)>& cycle, const std::function<void()>& report,
+      const std::function<void(const CycleFacts&)>& after = [](const CycleFacts&) {});
 
   [[nodiscard]] const CycleStatistics& statistics() const { return statistics_; }
 
  private:
   [[nodiscard]] bool RunCycle(const std::function<bool(std::uint64_t)>& cycle,
+                              const std::function<void(const CycleFacts&)>& after,
                               ScanClock::TimePoint deadline);
   /// The next start after `now`; counts and logs an overrun.
   [[nodiscard]] ScanClock::TimePoint NextDeadline(ScanClock::TimePoint deadline,

@@ -71,15 +71,17 @@ class Bench {
     std::string error;
   };
 
-  void Sample(const CycleFacts& facts);
-  void Serve(Request& request) noexcept;
+  void ServeRequests();
+  void Sample(const CycleFacts& facts, unsigned wanted);
+  void HandOver(const CycleFacts& facts);
+  void Ask(Request request);
 
   static constexpr std::size_t kMostBatches = 16;
   static constexpr std::size_t kMostRequests = 256;
   static constexpr std::uint8_t kWatched = 1;    // somebody looks
   static constexpr std::uint8_t kRestart = 2;    // and knows nothing yet
   static constexpr std::uint8_t kRequested = 4;  // there are requests
-  static constexpr std::uint8_t kSampling = 8;   // the sampler holds something
+  static constexpr std::uint8_t kSampling = 8;   // nobody looks any more: the sampler may forget
 
   std::atomic<std::uint8_t> wanted_{0};
   std::atomic<std::int64_t> last_end_{0};
@@ -88,6 +90,8 @@ class Bench {
   // The PLC task's.
   std::unique_ptr<VariableSampler> sampler_;
   VariableChanges pending_;
+  bool is_sampling_ = false;
+  bool pass_ended_ = true;
   ScanClock::TimePoint next_pass_{};
   ScanClock::TimePoint next_batch_{};
 

@@ -4,6 +4,7 @@
 namespace corvane::bench {
 
 void VariableModel::Apply(const VariableChanges& changes) {
+  if (changes.complete) entries_.clear();
   for (const Node& node : changes.added) entries_[node.id] = {node, {}};
   for (const auto& [id, value] : changes.values) {
     if (const auto found = entries_.find(id); found != entries_.end()) found->second.value = value;
@@ -23,6 +24,7 @@ VariableChanges VariableModel::Complete() const {
     all.added.push_back(entry.node);
     if (entry.node.kind == NodeKind::kValue) all.values.emplace_back(id, entry.value);
   }
+  all.complete = true;
   all.truncated = truncated_;
   return all;
 }

@@ -83,21 +83,22 @@ class VariableSampler {
   void BeginPass(lua_State* L);
   void RunPass(lua_State* L);
   bool VisitWork(lua_State* L);
-  bool VisitTable(lua_State* L);
+  bool VisitFields(lua_State* L, void (VariableSampler::*visit)(lua_State*));
   bool VisitFunction(lua_State* L);
   bool VisitUnreached(lua_State* L);
   void VisitField(lua_State* L);
   void VisitUnreachedBlock(lua_State* L);
-  void Visit(lua_State* L, const Place& place);
+  void Visit(lua_State* L, Place place);
   void VisitPlain(lua_State* L, const Place& place);
-  void VisitTableValue(lua_State* L, const Place& place);
+  void VisitTable(lua_State* L, const Place& place);
   void VisitBlock(lua_State* L, const Place& place, BlockClass& block_class);
   void VisitClosure(lua_State* L, const Place& place);
   void ReadBlock(lua_State* L, Entry& entry);
   bool Sweep();
-  Entry* Touch(const Place& place, NodeKind kind, const std::string& type, const void* object);
-  Entry* Add(const Place& place, NodeKind kind, const std::string& type);
-  Entry* AddBlock(lua_State* L, const Place& place, BlockClass& block_class);
+  void Remove(const Entry& entry);
+  Entry* Touch(const Place& place, NodeKind kind, std::string_view type);
+  Entry* Add(const Place& place, NodeKind kind, std::string_view type);
+  Entry* AddBlock(const Place& place, BlockClass& block_class);
   void Refer(lua_State* L, const void* object);
   void PushReferred(lua_State* L, const void* object);
   [[nodiscard]] bool OutOfTime() const;
@@ -124,7 +125,9 @@ class VariableSampler {
   std::size_t next_work_ = 0;
   int next_upvalue_ = 1;
   bool incomplete_ = false;  // something may not have been seen, so nothing is removed
-  bool truncated_ = false;
+  bool truncating_ = false;  // in this pass
+  bool truncated_ = false;   // in the last one
+  bool resume_ = false;      // the table at work has been begun in an earlier cycle
   int swept_ = 0;
   std::unordered_set<const void*> seen_;
   ScanClock::TimePoint deadline_{};

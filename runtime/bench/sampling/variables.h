@@ -42,6 +42,7 @@ struct VariableChanges {
   std::vector<Node> added;  ///< parents before their children
   std::vector<std::pair<int, Value>> values;
   std::vector<int> removed;
+  bool complete = false;   ///< what was known before is void
   bool truncated = false;  ///< there are more variables than are sampled
 
   [[nodiscard]] bool empty() const { return added.empty() && values.empty() && removed.empty(); }

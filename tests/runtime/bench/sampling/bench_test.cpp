@@ -1,0 +1,191 @@
+// SPDX-License-Identifier: MIT
+#include "runtime/bench/sampling/bench.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "runtime/bench/sampling/variable_model.h"
+#include "tests/support/lua_host.h"
+
+namespace {
+
+using corvane::CycleFacts;
+using corvane::bench::Bench;
+using corvane::bench::CycleReport;
+using corvane::bench::Value;
+using corvane::bench::VariableChanges;
+using corvane::bench::VariableModel;
+using namespace std::chrono_literals;
+
+class BenchTest : public test_support::LuaHost {
+ protected:
+  BenchTest() { bench_.Follow(L()); }
+
+  void Cycle(std::chrono::nanoseconds later = 10ms) {
+    facts_.end += later;
+    bench_.AfterCycle(facts_);
+  }
+  /// What a second of cycles reports.
+  VariableChanges AfterASecond() {
+    for (int i = 0; i < 100; ++i) Cycle();
+    return bench_.TakeVariables();
+  }
+
+  Bench bench_;
+  CycleFacts facts_{std::chrono::steady_clock::now(), 1ms, 0ms, 0};
+};
+
+TEST_F(BenchTest, SamplesOnlyWhileSomebodyLooks) {
+  Run("a = 1");
+  EXPECT_TRUE(AfterASecond().empty());
+  bench_.SetWatched(true);
+  const VariableChanges first = AfterASecond();
+  EXPECT_TRUE(first.complete);
+  EXPECT_EQ(first.added.size(), 1u);
+  Run("a = 2");
+  const VariableChanges second = AfterASecond();
+  EXPECT_FALSE(second.complete);
+  ASSERT_EQ(second.values.size(), 1u);
+  EXPECT_EQ(second.values[0].second, Value(2.0));
+  bench_.SetWatched(false);
+  Run("a = 3");
+  EXPECT_TRUE(AfterASecond().empty());
+  bench_.SetWatched(true);
+  EXPECT_EQ(AfterASecond().added.size(), 1u);
+}
+
+TEST_F(BenchTest, SamplesFiveTimesASecond) {
+  bench_.SetWatched(true);
+  Run("n = 0");
+  Cycle();
+  static_cast<void>(bench_.TakeVariables());
+  int changes = 0;
+  for (int i = 0; i < 1000; ++i) {
+    Run("n = n + 1");
+    Cycle(1ms);
+    if (!bench_.TakeVariables().empty()) ++changes;
+  }
+  EXPECT_GE(changes, 4);
+  EXPECT_LE(changes, 6);
+}
+
+TEST_F(BenchTest, AServerThatTakesNothingForLongGetsTheLastValues) {
+  bench_.SetWatched(true);
+  Run("n = 0 t = {}");
+  for (int i = 0; i < 1000; ++i) {
+    Run("n = n + 1 t = {[n] = n}");
+    Cycle();
+  }
+  VariableModel model;
+  for (int i = 0; i < 3; ++i) model.Apply(AfterASecond());
+  const VariableChanges all = model.Complete();
+  EXPECT_EQ(all.added.size(), 3u);
+  ASSERT_EQ(all.values.size(), 2u);
+  EXPECT_EQ(all.values[0].second, Value(1000.0));
+  EXPECT_EQ(all.values[1].second, Value(1000.0));
+}
+
+TEST_F(BenchTest, WritesAtTheEndOfTheNextCycle) {
+  Run("a = 1");
+  bench_.SetWatched(true);
+  const int id = AfterASecond().added.at(0).id;
+  std::string error = "none";
+  bench_.Write(id, Value(5.0), [&error](const std::string& text, const Value&) { error = text; });
+  bench_.Poll();
+  EXPECT_EQ(error, "none");
+  EXPECT_EQ(Eval("a"), "1");
+  Cycle(1us);
+  EXPECT_EQ(Eval("a"), "5");
+  bench_.Poll();
+  EXPECT_EQ(error, "");
+}
+
+TEST_F(BenchTest, ReadsAWholeText) {
+  Run("text = ('x'):rep(40000)");
+  bench_.SetWatched(true);
+  const int id = AfterASecond().added.at(0).id;
+  Value read;
+  bench_.Get(id, [&read](const std::string&, const Value& value) { read = value; });
+  Cycle();
+  bench_.Poll();
+  EXPECT_EQ(read, Value(std::string(40000, 'x')));
+}
+
+TEST_F(BenchTest, RequestsToAProgramThatEndsGetAnError) {
+  std::vector<std::string> errors;
+  const auto note = [&errors](const std::string& error, const Value&) { errors.push_back(error); };
+  bench_.Write(1, Value(5.0), note);
+  bench_.Forget();
+  bench_.Get(1, note);
+  bench_.Poll();
+  EXPECT_THAT(errors, testing::ElementsAre("the program has ended", "the program has ended"));
+  Cycle();
+}
+
+TEST_F(BenchTest, CyclesAreCountedAlsoWhileNobodyLooks) {
+  for (int i = 0; i < 1000; ++i) {
+    facts_.duration = i % 10 == 0 ? 3ms : 1ms;
+    facts_.lateness = 50us;
+    if (i == 500) ++facts_.overruns;
+    Cycle();
+  }
+  const CycleReport report = bench_.Cycles();
+  EXPECT_GE(report.cycles, 980u);
+  EXPECT_EQ(report.overruns, 1u);
+  ASSERT_GE(report.last.size(), 48u);
+  EXPECT_LE(report.last.size(), 50u);
+  EXPECT_NEAR(report.last[10].mean, 0.0012, 1e-4);
+  EXPECT_NEAR(report.last[10].longest, 0.003, 1e-9);
+  EXPECT_NEAR(report.last[10].latest, 50e-6, 1e-9);
+  // At most 1 ms: the seventh class; 2 to 5 ms: the ninth.
+  EXPECT_EQ(report.histogram[6] + report.histogram[8], report.cycles);
+  EXPECT_NEAR(static_cast<double>(report.histogram[8]), 100, 3);
+}
+
+TEST_F(BenchTest, KeepsTenMinutesOfCycles) {
+  for (int i = 0; i < 4000; ++i) Cycle(200ms);
+  EXPECT_EQ(bench_.Cycles().last.size(), 3000u);
+}
+
+TEST_F(BenchTest, TellsHowLongAgoTheLastCycleEnded) {
+  EXPECT_EQ(bench_.SecondsSinceCycle(), 0);
+  facts_.end = std::chrono::steady_clock::now() - 5s;
+  Cycle(0ms);
+  EXPECT_GE(bench_.SecondsSinceCycle(), 5);
+}
+
+TEST_F(BenchTest, ServerAndCyclesWorkAtTheSameTime) {
+  Run("n = 0 t = {}");
+  std::atomic<bool> stop = false;
+  std::atomic<int> answers = 0;
+  std::thread server([&] {
+    const auto note = [&answers](const std::string&, const Value&) { ++answers; };
+    while (!stop) {
+      bench_.SetWatched(true);
+      for (int seen = 0; seen == 0 && !stop; std::this_thread::yield()) {
+        for (const auto& node : bench_.TakeVariables().added) {
+          bench_.Write(node.id, Value(1.0), note);
+          ++seen;
+        }
+        static_cast<void>(bench_.Cycles());
+        bench_.Poll();
+      }
+      bench_.Poll();
+      bench_.SetWatched(false);
+    }
+  });
+  while (answers < 20) {
+    Run("n = n + 1 t[n % 10] = n");
+    Cycle();
+  }
+  stop = true;
+  server.join();
+}
+
+}  // namespace
