@@ -70,6 +70,30 @@ TEST_F(ScanTest, KeepsThePeriodWhateverTheCyclesTake) {
   EXPECT_EQ(scan.statistics().overruns(), 0u);
 }
 
+TEST_F(ScanTest, TellsAfterEachCycleWhatItTook) {
+  clock_.lateness = milliseconds(5);
+  Scan scan({milliseconds(100), 3}, clock_, lock_);
+  std::vector<corvane::CycleFacts> cycles;
+  const std::deque<int> durations{10, 150, 30};
+  scan.Run(
+      [&](std::uint64_t number) {
+        clock_.Pass(milliseconds(durations.at(number - 1)));
+        return true;
+      },
+      [] {},
+      [&](const corvane::CycleFacts& facts) {
+        EXPECT_EQ(facts.end, clock_.Now());
+        cycles.push_back(facts);
+        clock_.Pass(milliseconds(1));
+      });
+  ASSERT_EQ(cycles.size(), 3u);
+  EXPECT_EQ(cycles[0].duration, milliseconds(10));
+  EXPECT_EQ(cycles[0].lateness, milliseconds(5));
+  EXPECT_EQ(cycles[1].duration, milliseconds(150));
+  EXPECT_EQ(cycles[1].overruns, 0u);
+  EXPECT_EQ(cycles[2].overruns, 1u);
+}
+
 TEST_F(ScanTest, ALateWakeDoesNotDriftThePeriod) {
   clock_.lateness = milliseconds(5);
   Scan scan({milliseconds(100), 0}, clock_, lock_);
