@@ -145,6 +145,7 @@ int RunProgram(const RunOptions& options, Scan& scan, RetainStore& retained,
                WatchView* view) {
   std::unique_lock lock(TheScanLock());  // the program is created, loaded and closed under it, too
   ControlProgram program(options.program, options.arguments, &retained);
+  const RunningBench::Following following(bench, program.lua());
   if (view != nullptr) view->Follow(program.lua());
   CycleWatchdog watchdog(program.lua(), WatchdogOptions(options, retained, service));
   Load(program, watchdog);
@@ -155,14 +156,14 @@ int RunProgram(const RunOptions& options, Scan& scan, RetainStore& retained,
     const RunningBench::Serving serving(bench,
                                         {options.program, *ParseDuration(options.period), &modems});
     scan.Run(
-        [&program, &scan, &watchdog, &bench, view](std::uint64_t number) {
+        [&program, &scan, &watchdog, view](std::uint64_t number) {
           const CycleWatchdog::Cycle cycle(watchdog, number);
           program.Cycle(number);
-          bench.NoteCycle(number, scan.statistics().overruns());
           if (view != nullptr) view->Update(scan.statistics());
           return !program.stop_status();
         },
-        [&scan] { spdlog::info("{}", scan.statistics().Summary()); });
+        [&scan] { spdlog::info("{}", scan.statistics().Summary()); },
+        [&bench](const CycleFacts& facts) { bench.samples().AfterCycle(facts); });
   }
   return program.stop_status().value_or(kSuccess);
 }

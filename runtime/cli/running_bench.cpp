@@ -11,11 +11,15 @@
 #include <utility>
 #include <variant>
 
+#include "libs/base/printable.h"
+#include "runtime/bench/server/cycle_topic.h"
 #include "runtime/bench/server/json_text.h"
 #include "runtime/bench/server/log_topic.h"
 #include "runtime/bench/server/metrics_text.h"
 #include "runtime/bench/server/socket_path.h"
 #include "runtime/bench/server/token_file.h"
+#include "runtime/bench/server/variable_json.h"
+#include "runtime/bench/server/variables_topic.h"
 #include "runtime/cli/commands.h"
 #include "runtime/cli/log_setup.h"
 #include "runtime/corvane/state_folder.h"
@@ -24,6 +28,7 @@ namespace corvane::cli {
 namespace {
 
 constexpr std::chrono::seconds kLongestCycle(5);
+constexpr std::size_t kLongestShownValue = 200;
 constexpr const char* kProtected =
     "this needs --web-write, or the Unix socket of the program on its own machine";
 
@@ -39,6 +44,24 @@ std::string CheckAddress(const std::string& text) {
   } catch (const bench::BenchError& error) {
     return error.what();
   }
+}
+
+void AddCycleMetrics(bench::MetricsText& metrics, const bench::CycleReport& report) {
+  metrics.Begin("corvane_cycles_total", "counter", "Cycles that have ended.");
+  metrics.Add(static_cast<double>(report.cycles));
+  metrics.Begin("corvane_cycle_overruns_total", "counter",
+                "Cycles that were still running when the next one was due.");
+  metrics.Add(static_cast<double>(report.overruns));
+  metrics.Begin("corvane_cycle_seconds", "histogram", "How long the cycles took.");
+  std::uint64_t below = 0;
+  for (std::size_t i = 0; i < bench::kCycleBounds.size(); ++i) {
+    below += report.histogram.at(i);
+    metrics.Add(static_cast<double>(below), {{"le", fmt::format("{}", bench::kCycleBounds.at(i))}},
+                "_bucket");
+  }
+  metrics.Add(static_cast<double>(report.cycles), {{"le", "+Inf"}}, "_bucket");
+  metrics.Add(report.sum, {}, "_sum");
+  metrics.Add(static_cast<double>(report.cycles), {}, "_count");
 }
 
 void AddModemMetrics(bench::MetricsText& metrics, std::vector<bench::ObservedModem>& modems) {
@@ -123,7 +146,10 @@ void RunningBench::Start(const ServedProgram& program) {
     }
   }
   services.topics["modem"] = std::make_unique<bench::ModemTopic>(modems_);
-  last_progress_ = std::chrono::steady_clock::now();
+  const std::chrono::duration<double> period = program.period;
+  services.topics["variables"] = std::make_unique<bench::VariablesTopic>(samples_, variables_);
+  services.topics["cycle"] = std::make_unique<bench::CycleTopic>(samples_, period.count());
+  serving_since_ = std::chrono::steady_clock::now();
   services.poll = [this] { Poll(); };
   services.hello = [this] { return Hello(); };
   services.handler = [this](const auto& request, const auto& done) { Handle(request, done); };
@@ -147,18 +173,16 @@ std::unique_ptr<bench::UnixListener> RunningBench::ListenLocally() const {
 
 void RunningBench::Poll() {
   store_requests_->Poll();
-  const std::uint64_t cycles = cycles_.load(std::memory_order_relaxed);
-  if (std::exchange(seen_cycles_, cycles) != cycles) {
-    last_progress_ = std::chrono::steady_clock::now();
-  }
+  samples_.Poll();
 }
 
 std::string RunningBench::Problem() const {
-  const auto longest = std::max<std::chrono::nanoseconds>(kLongestCycle, 3 * program_.period);
-  const auto stands = std::chrono::steady_clock::now() - last_progress_;
-  if (stands <= longest) return {};
-  return fmt::format("no cycle has ended for {} s",
-                     std::chrono::duration_cast<std::chrono::seconds>(stands).count());
+  const std::chrono::duration<double> longest =
+      std::max<std::chrono::nanoseconds>(kLongestCycle, 3 * program_.period);
+  const std::chrono::duration<double> runs = std::chrono::steady_clock::now() - serving_since_;
+  const double silent = std::min(samples_.SecondsSinceCycle(), runs.count());
+  if (silent <= longest.count()) return {};
+  return fmt::format("no cycle has ended for {:.0f} s", silent);
 }
 
 std::string RunningBench::Metrics() {
@@ -167,11 +191,7 @@ std::string RunningBench::Metrics() {
   metrics.Add(1, {{"program", ProgramName(program_.file)}, {"version", CORVANE_VERSION}});
   metrics.Begin("corvane_start_time_seconds", "gauge", "When the program was started, since 1970.");
   metrics.Add(std::chrono::duration<double>(started_.time_since_epoch()).count());
-  metrics.Begin("corvane_cycles_total", "counter", "Cycles that have ended.");
-  metrics.Add(static_cast<double>(cycles_.load(std::memory_order_relaxed)));
-  metrics.Begin("corvane_cycle_overruns_total", "counter",
-                "Cycles that were still running when the next one was due.");
-  metrics.Add(static_cast<double>(overruns_.load(std::memory_order_relaxed)));
+  AddCycleMetrics(metrics, samples_.Cycles());
   metrics.Begin("corvane_cycle_period_seconds", "gauge",
                 "Time from one cycle to the next; 0: no pause.");
   metrics.Add(std::chrono::duration<double>(program_.period).count());
@@ -198,6 +218,9 @@ bench::Frame RunningBench::Hello() const {
 
 void RunningBench::Handle(const bench::ClientRequest& request, const bench::RequestDone& done) {
   const bench::ClientMessage& message = request.message;
+  if (const auto* const get = std::get_if<bench::GetRequest>(&message.what)) {
+    return Get(*get, done);
+  }
   if (!write_ && !request.is_local) return done(kProtected, {});
   if (const auto* const level = std::get_if<bench::LogLevelRequest>(&message.what)) {
     SetLogLevel(request.who, *level, done);
@@ -205,9 +228,38 @@ void RunningBench::Handle(const bench::ClientRequest& request, const bench::Requ
     spdlog::info("bench: {} asks to {} message {}", request.who, wish->retry ? "retry" : "cancel",
                  wish->message);
     store_requests_->Ask(*wish, done);
-  } else {
-    done("this program does not do that", {});
+  } else if (const auto* const write = std::get_if<bench::WriteRequest>(&message.what)) {
+    Write(request.who, *write, done);
   }
+}
+
+void RunningBench::Write(const std::string& who, const bench::WriteRequest& request,
+                         const bench::RequestDone& done) {
+  const bench::Node* const node = variables_.Find(request.id);
+  const auto value = bench::ValueOfJson(request.value);
+  if (node == nullptr) return done(fmt::format("there is no variable {}", request.id), {});
+  if (!value) return done("null is not a value of a variable", {});
+  const std::string shown =
+      node->secret ? "(secret)"
+                   : PrintableBeginning(bench::JsonText(request.value), kLongestShownValue);
+  const std::string what =
+      fmt::format("bench: {} sets {} to {}", who, Printable(variables_.Path(request.id)), shown);
+  samples_.Write(request.id, *value, [what, done](const std::string& error, const auto&) {
+    if (error.empty()) {
+      spdlog::info("{}", what);
+    } else {
+      spdlog::info("{}; refused: {}", what, error);
+    }
+    done(error, {});
+  });
+}
+
+void RunningBench::Get(const bench::GetRequest& request, const bench::RequestDone& done) {
+  samples_.Get(request.id, [id = request.id, done](const std::string& error, const auto& value) {
+    if (!error.empty()) return done(error, {});
+    done({}, bench::JsonOfChanges({.added = {}, .values = {{id, value}}, .removed = {}},
+                                  bench::SecondsNow()));
+  });
 }
 
 void RunningBench::SetLogLevel(const std::string& who, const bench::LogLevelRequest& request,

@@ -3,15 +3,15 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
-#include <atomic>
 #include <chrono>
-#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "runtime/bench/sampling/bench.h"
+#include "runtime/bench/sampling/variable_model.h"
 #include "runtime/bench/server/bench_server.h"
 #include "runtime/bench/server/log_tap.h"
 #include "runtime/bench/server/messages_topic.h"
@@ -49,11 +49,21 @@ class RunningBench {
   /// Keeps what is logged from now on for the clients; no other thread logs yet.
   void FollowLog();
 
-  /// Called by the PLC task after each cycle.
-  void NoteCycle(std::uint64_t number, std::uint64_t overruns) {
-    cycles_.store(number, std::memory_order_relaxed);
-    overruns_.store(overruns, std::memory_order_relaxed);
-  }
+  /// What the PLC task tells of the program.
+  [[nodiscard]] bench::Bench& samples() { return samples_; }
+
+  /// Shows the variables of this state, in which no program has been loaded yet, while it lives;
+  /// the scan lock is held when it begins and ends. Throws LuaError when memory runs out.
+  class Following {
+   public:
+    Following(RunningBench& bench, lua_State* L) : bench_(bench) { bench_.samples_.Follow(L); }
+    Following(const Following&) = delete;
+    Following& operator=(const Following&) = delete;
+    ~Following() { bench_.samples_.Forget(); }
+
+   private:
+    RunningBench& bench_;
+  };
 
   /// Serves the page and the Unix socket while it lives. The scan lock must not be held when it
   /// ends.
@@ -80,6 +90,9 @@ class RunningBench {
   [[nodiscard]] std::string Problem() const;
   void Poll();
   void Handle(const bench::ClientRequest& request, const bench::RequestDone& done);
+  void Write(const std::string& who, const bench::WriteRequest& request,
+             const bench::RequestDone& done);
+  void Get(const bench::GetRequest& request, const bench::RequestDone& done);
   void SetLogLevel(const std::string& who, const bench::LogLevelRequest& request,
                    const bench::RequestDone& done);
 
@@ -94,10 +107,9 @@ class RunningBench {
   std::unique_ptr<bench::StoreRequests> store_requests_;
   std::unique_ptr<bench::StoreMetrics> store_metrics_;
   std::vector<bench::ObservedModem> modems_;
-  std::atomic<std::uint64_t> cycles_{0};
-  std::atomic<std::uint64_t> overruns_{0};
-  std::uint64_t seen_cycles_ = 0;  // when they were looked at last
-  std::chrono::steady_clock::time_point last_progress_{};
+  bench::Bench samples_;
+  bench::VariableModel variables_;
+  std::chrono::steady_clock::time_point serving_since_{};
   std::unique_ptr<bench::BenchServer> server_;
 };
 

@@ -78,6 +78,52 @@ def writing_needs_leave_or_the_unix_socket():
             other.expect("hello", lambda hello: hello["level"] == "error")
 
 
+TREE = """
+level = 1.5
+big = ("x"):rep(40000)
+local timer = TON.new { PT = 2 }
+local settings = { Password = "s3cret-word", limits = { low = 1 } }
+function cycle()
+  timer()
+  level = level + 1
+  if settings.limits.low == 9 then plc.log("the limit is nine") settings.limits.low = 1 end
+end
+"""
+
+
+def variables_are_shown_and_written():
+    with Program(corvane, TREE) as program:
+        with WebSocket(program.port) as client, WebSocket(program.socket) as local:
+            client.send(type="subscribe", topics=["variables", "cycle"])
+            nodes = {}
+            values = {}
+
+            def complete(message):
+                nodes.update({node["name"]: node for node in message["add"]})
+                values.update(dict(message["set"]))
+                return {"level", "big", "timer", "PT", "low", "Password"} <= set(nodes)
+
+            client.expect("variables", complete)
+            assert (nodes["timer"]["kind"], nodes["timer"]["type"], nodes["PT"]["direction"]) == ("block", "TON", "input")
+            assert nodes["PT"]["parent"] == nodes["timer"]["id"] and values[nodes["PT"]["id"]] == 2, values
+            assert nodes["Password"]["secret"] and values.get(nodes["Password"]["id"]) is None, values
+            assert values[nodes["big"]["id"]] == {"text": "x" * 4096, "length": 40000}
+            level = nodes["level"]["id"]
+            before = dict(client.expect("variables", lambda m: level in dict(m["set"]))["set"])[level]
+            client.expect("variables", lambda m: dict(m["set"]).get(level, 0) > before)
+            client.expect("cycle", lambda m: m["count"] > 0 and sum(n for _, n in m["histogram"]) == m["count"])
+            client.send(type="get", request=1, id=nodes["big"]["id"])
+            client.expect("variables", lambda m: dict(m["set"]).get(nodes["big"]["id"]) == "x" * 40000)
+            low = nodes["low"]["id"]
+            assert "--web-write" in client.ask(2, type="write", id=low, value=9)["error"]
+            assert not local.ask(3, type="write", id=low, value="text")["ok"]
+            assert not local.ask(4, type="write", id=nodes["Password"]["id"], value="other")["ok"]
+            assert local.ask(5, type="write", id=low, value=9)["ok"]
+            wait_for(lambda: "the limit is nine" in program.log(), "the written value")
+            assert "sets settings.limits.low to 9" in program.log(), program.log()
+            assert "s3cret" not in program.log() and "other" not in program.log(), program.log()
+
+
 OUTBOX = """
 local alarm = SMS_OUTBOX.new { Port = 1, Receiver = "+15550101234", Text = "Pump 3: Насос 🚰" }
 function cycle() alarm.Execute = true alarm() end
@@ -366,7 +412,7 @@ def without_a_folder_the_program_runs_on():
 
 scratch = tempfile.TemporaryDirectory()
 TESTS = [the_greeting_tells_program_and_protocol, the_log_is_complete_first_and_then_continues,
-         writing_needs_leave_or_the_unix_socket, messages_of_the_store_are_shown_and_cancelled,
+         writing_needs_leave_or_the_unix_socket, variables_are_shown_and_written, messages_of_the_store_are_shown_and_cancelled,
          the_dialogue_with_the_modem_is_shown_without_secrets, prometheus_accepts_the_metrics,
          health_ends_with_the_cycles, a_program_without_a_store_has_no_messages, wrong_messages_get_an_answer_and_do_not_end_the_connection,
          hostile_web_sockets_are_disconnected, other_names_and_other_pages_are_refused,

@@ -12,11 +12,11 @@ namespace corvane::bench {
 
 /// What a request says about where it comes from. Views of the request's header.
 struct RequestOrigin {
-  std::string_view host;           ///< "127.0.0.1:8080"
-  std::string_view origin;         ///< empty: not a browser, or a request of the user's own
-  std::string_view authorization;  ///< "Bearer TOKEN"
-  std::string_view cookie;
-  std::string_view target;  ///< "/ws?token=TOKEN"
+  std::string_view host = {};           ///< "127.0.0.1:8080"
+  std::string_view origin = {};         ///< empty: not a browser, or a request of the user's own
+  std::string_view authorization = {};  ///< "Bearer TOKEN"
+  std::string_view cookie = {};
+  std::string_view target = {};  ///< "/ws?token=TOKEN"
 };
 
 /// Whether `host`, a Host header, names this machine: localhost, an IP address, or `machine` (also
