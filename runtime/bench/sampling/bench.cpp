@@ -73,8 +73,15 @@ void Bench::AfterCycle(const CycleFacts& facts) noexcept {
 void Bench::ServeRequests() {
   std::unique_lock lock(mutex_, std::try_to_lock);
   if (!lock || requests_.empty()) return;
-  wanted_.fetch_and(static_cast<std::uint8_t>(~kRequested), std::memory_order_relaxed);
-  std::vector<Request> requests = std::exchange(requests_, {});
+  // The others wait for the next cycles: many clients that ask at once must not hold this one.
+  const auto served = std::min(requests_.size(), kRequestsACycle);
+  const auto end = requests_.begin() + static_cast<std::ptrdiff_t>(served);
+  std::vector<Request> requests(std::make_move_iterator(requests_.begin()),
+                                std::make_move_iterator(end));
+  requests_.erase(requests_.begin(), end);
+  if (requests_.empty()) {
+    wanted_.fetch_and(static_cast<std::uint8_t>(~kRequested), std::memory_order_relaxed);
+  }
   lock.unlock();
   for (Request& request : requests) {
     request.error = request.is_write ? sampler_->Write(request.id, request.value)

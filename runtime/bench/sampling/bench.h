@@ -78,6 +78,7 @@ class Bench {
 
   static constexpr std::size_t kMostBatches = 16;
   static constexpr std::size_t kMostRequests = 256;
+  static constexpr std::size_t kRequestsACycle = 8;
   static constexpr std::uint8_t kWatched = 1;    // somebody looks
   static constexpr std::uint8_t kRestart = 2;    // and knows nothing yet
   static constexpr std::uint8_t kRequested = 4;  // there are requests

@@ -117,6 +117,32 @@ TEST_F(BenchTest, ReadsAWholeText) {
   EXPECT_EQ(read, Value(std::string(40000, 'x')));
 }
 
+TEST_F(BenchTest, ManyRequestsAreServedOverSeveralCycles) {
+  Run("a = 1");
+  bench_.SetWatched(true);
+  const int id = AfterASecond().added.at(0).id;
+  std::vector<double> read;
+  for (int i = 0; i < 20; ++i) {
+    bench_.Get(
+        id, [&read](const std::string&, const Value& v) { read.push_back(std::get<double>(v)); });
+  }
+  for (const std::size_t served : {8U, 16U, 20U, 20U}) {
+    Cycle(1us);
+    bench_.Poll();
+    EXPECT_EQ(read.size(), served);
+  }
+}
+
+TEST_F(BenchTest, TooManyRequestsAreRefused) {
+  std::vector<std::string> errors;
+  for (int i = 0; i < 300; ++i) {
+    bench_.Get(1, [&errors](const std::string& error, const Value&) { errors.push_back(error); });
+  }
+  bench_.Poll();
+  EXPECT_EQ(errors.size(), 44u);
+  EXPECT_EQ(errors.at(0), "too many requests wait for the end of a cycle");
+}
+
 TEST_F(BenchTest, RequestsToAProgramThatEndsGetAnError) {
   std::vector<std::string> errors;
   const auto note = [&errors](const std::string& error, const Value&) { errors.push_back(error); };
