@@ -301,6 +301,18 @@ def idle_connections_do_not_keep_others_out():
             connection.close()
 
 
+def a_client_that_reads_nothing_is_disconnected_and_holds_up_no_cycle():
+    text = "function cycle() for i = 1, 200 do plc.log(('x'):rep(3000)) end end"
+    with Program(corvane, text, cycle="100ms") as program:
+        with WebSocket(program.port) as stalled, WebSocket(program.socket) as other:
+            stalled.send(type="subscribe", topics=["log"])
+            other.send(type="subscribe", topics=["cycle"])
+            wait_for(lambda: "reads too slowly and was disconnected" in program.log(), "the end of a stalled client")
+            counts = [other.expect("cycle")["count"] for _ in range(3)]
+            assert counts[0] < counts[-1], counts
+            assert request(program.port, "/healthz").status == 200
+
+
 def sixteen_clients_and_no_more():
     with Program(corvane, PLAIN) as program:
         clients = [WebSocket(program.port) for _ in range(16)]
@@ -417,7 +429,8 @@ TESTS = [the_greeting_tells_program_and_protocol, the_log_is_complete_first_and_
          health_ends_with_the_cycles, a_program_without_a_store_has_no_messages, wrong_messages_get_an_answer_and_do_not_end_the_connection,
          hostile_web_sockets_are_disconnected, other_names_and_other_pages_are_refused,
          every_answer_has_the_safeguards, broken_http_ends_the_connection_only,
-         idle_connections_do_not_keep_others_out, sixteen_clients_and_no_more, the_token_opens_the_page,
+         idle_connections_do_not_keep_others_out,
+         a_client_that_reads_nothing_is_disconnected_and_holds_up_no_cycle, sixteen_clients_and_no_more, the_token_opens_the_page,
          bad_options_are_errors, bad_token_files_are_errors,
          the_unix_socket_is_for_owner_and_group_and_goes_with_the_program,
          a_second_program_of_the_same_name_has_a_socket_of_its_own, without_a_folder_the_program_runs_on]
