@@ -12,7 +12,7 @@
 namespace corvane::bench {
 namespace {
 
-constexpr std::size_t kLongestName = 32;
+constexpr std::size_t kLongestTopicName = 32;
 
 std::shared_ptr<const Frame> Shared(Frame frame) {
   return std::make_shared<const Frame>(std::move(frame));
@@ -56,7 +56,7 @@ void Hub::Subscribe(Member& member, const SubscribeRequest& request) {
   for (const std::string& topic : request.topics) {
     if (!topics_.contains(topic)) {
       throw ClientMessageError(
-          fmt::format("\"{}\" is not a topic", PrintableBeginning(topic, kLongestName)), {});
+          fmt::format("\"{}\" is not a topic", PrintableBeginning(topic, kLongestTopicName)), {});
     }
   }
   member.topics.clear();
