@@ -1,0 +1,92 @@
+// SPDX-License-Identifier: MIT
+// The WebSocket to the program (docs/bench.md), opened again whenever it is lost.
+
+const kTopics = ["variables", "cycle", "modem", "messages", "log"];
+const kProtocol = 1;
+const kShortestWait = 300; // milliseconds until the next try, doubled up to kLongestWait
+const kLongestWait = 3000;
+const kAnswerWithin = 15000; // milliseconds; the program answers a request within five seconds
+
+/**
+ * Events: "open", "lost", "mismatch" (detail: the program's protocol), and for each message of the program one with
+ * its type (detail: the message).
+ */
+export class Connection extends EventTarget {
+  #socket = null;
+  #wait = kShortestWait;
+  #timer = null;
+  #requests = new Map();
+  #lastRequest = 0;
+  #clock = null; // the program's time minus performance.now(), in seconds
+
+  start() {
+    addEventListener("online", () => this.#openSoon(0));
+    document.addEventListener("visibilitychange", () => {
+      if (!document.hidden && !this.#socket) this.#openSoon(0);
+    });
+    this.#open();
+  }
+
+  /** The program's time now, in Unix seconds: the reader's clock may differ. */
+  now() {
+    return this.#clock === null ? Date.now() / 1000 : this.#clock + performance.now() / 1000;
+  }
+
+  /** Asks for something. Resolves when it is done; rejects with the program's reason. */
+  request(message) {
+    return new Promise((resolve, reject) => {
+      if (this.#socket?.readyState !== WebSocket.OPEN) {
+        reject(new Error("There is no connection to the program."));
+        return;
+      }
+      const request = ++this.#lastRequest;
+      const timer = setTimeout(() => this.#answer(request, "The program did not answer."), kAnswerWithin);
+      this.#requests.set(request, { resolve, reject, timer });
+      this.#socket.send(JSON.stringify({ ...message, request }));
+    });
+  }
+
+  #open() {
+    const socket = new WebSocket(new URL("ws", location.href.replace(/^http/, "ws")));
+    this.#socket = socket;
+    socket.onopen = () => {
+      this.#wait = kShortestWait;
+      this.dispatchEvent(new Event("open"));
+      socket.send(JSON.stringify({ type: "subscribe", topics: kTopics }));
+    };
+    socket.onmessage = (event) => this.#receive(JSON.parse(event.data));
+    socket.onclose = () => this.#lose(socket);
+  }
+
+  #receive(message) {
+    if (message.type === "hello" && message.protocol !== kProtocol) {
+      this.dispatchEvent(new CustomEvent("mismatch", { detail: message.protocol }));
+    }
+    if (typeof message.time === "number") this.#clock = message.time - performance.now() / 1000;
+    if (message.type === "result") this.#answer(message.request, message.ok ? "" : message.error || "It was refused.");
+    else this.dispatchEvent(new CustomEvent(message.type, { detail: message }));
+  }
+
+  #answer(request, error) {
+    const waiting = this.#requests.get(request);
+    if (!waiting) return;
+    this.#requests.delete(request);
+    clearTimeout(waiting.timer);
+    if (error) waiting.reject(new Error(error));
+    else waiting.resolve();
+  }
+
+  #lose(socket) {
+    if (socket !== this.#socket) return;
+    this.#socket = null;
+    for (const request of [...this.#requests.keys()]) this.#answer(request, "The connection was lost before the answer.");
+    this.dispatchEvent(new Event("lost"));
+    this.#openSoon(this.#wait);
+    this.#wait = Math.min(2 * this.#wait, kLongestWait);
+  }
+
+  #openSoon(wait) {
+    clearTimeout(this.#timer);
+    this.#timer = setTimeout(() => this.#socket || this.#open(), wait);
+  }
+}

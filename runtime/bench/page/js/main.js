@@ -1,0 +1,54 @@
+// SPDX-License-Identifier: MIT
+// The bench: what a running program does, from its messages (docs/bench.md).
+import { Connection } from "./connection.js";
+import { CycleTab } from "./cycle_tab.js";
+import { byId, setText } from "./dom.js";
+import { age, duration } from "./format.js";
+import { LogTab } from "./log_tab.js";
+import { MessagesTab } from "./messages_tab.js";
+import { ModemTab } from "./modem_tab.js";
+import { startTabs } from "./tabs.js";
+import { startTheme } from "./theme.js";
+import { VariablesTab } from "./variables_tab.js";
+
+const connection = new Connection();
+let hello = null;
+
+function show(state, text) {
+  byId("connection").dataset.state = state;
+  setText(byId("connection"), text);
+  document.body.classList.toggle("stale", state !== "live");
+}
+
+function greet(detail) {
+  // A program of another version brings another page.
+  if (hello && hello.version !== detail.version) location.reload();
+  hello = detail;
+  setText(byId("program"), hello.name ?? hello.program);
+  document.title = `${hello.name ?? hello.program} – Corvane`;
+  show("live", hello.write ? "Live, writing allowed" : "Live, read only");
+  showFacts();
+}
+
+function showFacts() {
+  if (!hello) return;
+  const facts = [hello.program, hello.cycle && `cycle ${duration(hello.cycle)}`, `Corvane ${hello.version}`,
+    `process ${hello.pid}`, hello.started && `runs for ${age(connection.now() - hello.started)}`];
+  setText(byId("facts"), facts.filter(Boolean).join(" · "));
+}
+
+startTheme();
+const tabs = {
+  variables: new VariablesTab(connection),
+  cycle: new CycleTab(connection),
+  modem: new ModemTab(connection),
+  messages: new MessagesTab(connection),
+  log: new LogTab(connection),
+};
+startTabs((name) => tabs[name].opened());
+connection.addEventListener("hello", ({ detail }) => greet(detail));
+connection.addEventListener("lost", () => show("lost", "No connection; trying again…"));
+connection.addEventListener("mismatch", ({ detail }) =>
+  show("lost", `The program speaks protocol ${detail}, which this page does not know; load the page again.`));
+setInterval(showFacts, 1000);
+connection.start();
