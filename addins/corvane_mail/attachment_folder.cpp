@@ -118,7 +118,8 @@ struct AttachmentFolder::Source {
     std::array<char, kPiece> piece{};
     std::uint64_t done = 0;
     while (done < size) {
-      const std::size_t most = std::min<std::uint64_t>(piece.size(), size - done);
+      const auto most =
+          static_cast<std::size_t>(std::min<std::uint64_t>(piece.size(), size - done));
       const ssize_t count = pread(file.get(), piece.data(), most, static_cast<off_t>(done));
       if (count < 0 && errno == EINTR) continue;
       if (count < 0) Refuse(path, "cannot be read: " + Reason(errno) + "; check its disk");

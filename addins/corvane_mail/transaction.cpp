@@ -174,7 +174,7 @@ Transaction::Next Transaction::OnData(const Reply& reply) {
 }
 
 Transaction::Content Transaction::Fill(std::string& wire) {
-  piece_.resize(std::min<std::size_t>(kPiece, size_ + 1));
+  piece_.resize(static_cast<std::size_t>(std::min<std::uint64_t>(kPiece, size_ + 1)));
   try {
     while (!is_read_ && wire.size() < kPiece) {
       const std::size_t octets = attempt_.read(piece_);

@@ -49,7 +49,7 @@ AddressPart ReadLocalWord(const std::string& word) {
 
 AddressPart ReadQuotedLocal(const std::string& text) {
   const bool printable =
-      std::none_of(text.begin(), text.end(), [](char c) { return c >= 0 && c < ' '; });
+      std::none_of(text.begin(), text.end(), [](char c) { return IsAscii(c) && c < ' '; });
   if (!printable) return {{}, "there is a tab or line break before the @; remove it"};
   return {IsDotAtom(text) ? text : Quoted(text), {}};
 }

@@ -35,13 +35,13 @@ constexpr std::uint64_t Base64Size(std::uint64_t octets) {
 }  // namespace
 
 std::string Base64(std::string_view octets) {
-  std::string text(Base64Size(octets.size()), '\0');
+  std::string text(static_cast<std::size_t>(Base64Size(octets.size())), '\0');
   Write(octets, text.data());
   return text;
 }
 
 std::string Base64Lines(std::string_view octets) {
-  std::string text(Base64LinesSize(octets.size()), '\0');
+  std::string text(static_cast<std::size_t>(Base64LinesSize(octets.size())), '\0');
   char* out = text.data();
   while (!octets.empty()) {
     out = Write(octets.substr(0, kOctetsOfLine), out);

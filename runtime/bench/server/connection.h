@@ -61,7 +61,9 @@ class Connection : public Client, public std::enable_shared_from_this<Connection
   std::shared_ptr<ConnectionsShared> shared_;
   boost::beast::flat_buffer buffer_;
   std::optional<Stream> stream_;
-  std::optional<boost::beast::websocket::stream<Stream>> socket_;  // after the upgrade
+  /// After the upgrade. Without compression: it would cost memory for each client, and the PLC's
+  /// core.
+  std::optional<boost::beast::websocket::stream<Stream, false>> socket_;
   std::optional<boost::beast::http::request_parser<boost::beast::http::empty_body>> parser_;
   HttpResponse response_;
   bool is_client_ = false;   // counted, and in the hub

@@ -32,8 +32,8 @@ std::vector<DialogueLine> ObservedModem::Update() {
 
 std::vector<DialogueLine> ObservedModem::AllLines() const {
   ModemStatus::Part part = status_.From(0);
-  const std::uint64_t too_new = part.next - next_;  // they come with the changes
-  part.lines.resize(part.lines.size() - std::min<std::size_t>(too_new, part.lines.size()));
+  const auto too_new = static_cast<std::size_t>(part.next - next_);  // they come with the changes
+  part.lines.resize(part.lines.size() - std::min(too_new, part.lines.size()));
   return std::move(part.lines);
 }
 
