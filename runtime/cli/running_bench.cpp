@@ -157,16 +157,20 @@ void RunningBench::Start(const ServedProgram& program) {
                                                  std::move(services));
 }
 
-/// A program runs on without it.
+/// A program runs on without it. Without a user's runtime folder (in cron, under su) it is not
+/// worth a line in every log; a folder that cannot be used is.
 std::unique_ptr<bench::UnixListener> RunningBench::ListenLocally() const {
   const std::filesystem::path folder = bench::SocketFolder();
+  if (folder.empty()) {
+    spdlog::debug(
+        "bench: corvane watch cannot show this program: neither RUNTIME_DIRECTORY nor "
+        "XDG_RUNTIME_DIR is set");
+    return nullptr;
+  }
   try {
-    if (folder.empty()) {
-      throw bench::BenchError("neither RUNTIME_DIRECTORY nor XDG_RUNTIME_DIR is set");
-    }
     return std::make_unique<bench::UnixListener>(folder, ProgramName(program_.file));
   } catch (const bench::BenchError& error) {
-    spdlog::info("bench: corvane watch cannot show this program: {}", error.what());
+    spdlog::warn("bench: corvane watch cannot show this program: {}", error.what());
     return nullptr;
   }
 }

@@ -414,6 +414,8 @@ def a_second_program_of_the_same_name_has_a_socket_of_its_own():
 
 def without_a_folder_the_program_runs_on():
     status, err = run()
+    assert status == 0 and "corvane watch" not in err, err
+    status, err = run("--log-level", "debug")
     assert status == 0, err
     assert err.count("corvane watch cannot show this program: neither RUNTIME_DIRECTORY nor XDG_RUNTIME_DIR") == 1, err
     status, err = run(environment={"RUNTIME_DIRECTORY": "/proc/none"})

@@ -100,7 +100,7 @@ class Page:
         os.symlink(corvane, binaries + "/corvane")
         with socket.create_server(("127.0.0.1", 0)) as free:
             self.modbus_port = str(free.getsockname()[1])
-        self.environment = {**os.environ, "HOME": folder, "PATH": binaries + ":" + os.environ["PATH"]}
+        self.environment = {**os.environ, "HOME": folder, "XDG_RUNTIME_DIR": folder, "PATH": binaries + ":" + os.environ["PATH"]}
 
     def real(self, text):
         """The page's text with this test's folder instead of the page's."""

@@ -319,7 +319,7 @@ def test_marks_what_has_changed_lately():
 
 def test_fits_every_size_and_follows_a_resize():
     terminal = Terminal(PROGRAM, lines=10, columns=40)
-    terminal.wait_for("alarm: SEND_SMS", " cycles, ", "q: end", "from the shell")
+    terminal.wait_for("alarm: SEND_SMS", " cycles, ", "q: end", "Output")
     for lines, columns in ((5, 20), (60, 200), (24, 80), (10, 40), (3, 80)):
         terminal.resize(lines, columns)
         block = [] if lines == 3 else ["alarm: SEND_SMS"]
