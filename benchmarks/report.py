@@ -21,6 +21,8 @@ project = pathlib.Path(__file__).parent.parent
 sys.dont_write_bytecode = True
 sys.path.append(str(project / "tests/end_to_end"))
 import mail_servers
+import resident_memory
+from simulated_modem import SimulatedModem
 REPETITIONS = 7
 rows = []
 
@@ -258,28 +260,6 @@ end
 """
 
 
-class SimulatedModem:
-    """`corvane modem` without network delay."""
-
-    def __init__(self, folder):
-        self.device = folder + "/modem"
-        self.process = subprocess.Popen(
-            [f"{build}/bin/corvane", "modem", "--link", self.device, "--store-size", "1000"], stdin=subprocess.PIPE,
-            stdout=subprocess.PIPE, text=True)
-        assert self.process.stdout.readline().startswith("ready")
-
-    def receive(self, messages):
-        for number in range(messages):
-            self.process.stdin.write(f"receive +4915112345678 Pump {number} has stopped\n")
-        self.process.stdin.flush()
-        while not self.process.stdout.readline().startswith(f"received, place {messages}:"):
-            pass
-
-    def end(self):
-        self.process.terminate()
-        return self.process.communicate()[0]
-
-
 def durable_messages_per_second(program, table, condition):
     """Through the simulated modem, from the start of the program to its end. What the disk then has is counted."""
     messages = 200
@@ -287,7 +267,7 @@ def durable_messages_per_second(program, table, condition):
         path = folder + "/program.lua"
         with open(path, "w", encoding="utf-8") as file:
             file.write(program.replace("MESSAGES", str(messages)))
-        modem = SimulatedModem(folder)
+        modem = SimulatedModem([f"{build}/bin/corvane"], folder)
         try:
             if program is DURABLE_RECEIVER:
                 modem.receive(messages)
@@ -316,43 +296,9 @@ def durable_sending():
                      "at least 20", median(rates) >= 20))
 
 
-def resident(program, *options):
-    """Resident memory of `corvane run` with a program that has printed a line, in bytes: its own, and of files."""
-    with tempfile.TemporaryDirectory(dir=build) as folder:
-        path = folder + "/program.lua"
-        with open(path, "w", encoding="utf-8") as file:
-            file.write('io.stdout:setvbuf("no")\n' + program)
-        modem = SimulatedModem(folder)
-        process = subprocess.Popen([f"{build}/bin/corvane", "run", path, "--modem", f"1={modem.device}", *options],
-                                   stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True,
-                                   env={**os.environ, "STATE_DIRECTORY": folder})
-        try:
-            assert process.stdout.readline() == "measure\n"
-            status = pathlib.Path(f"/proc/{process.pid}/status").read_text(encoding="ascii")
-        finally:
-            process.terminate()
-            process.communicate()
-            modem.end()
-    return [1024 * int(re.search(rf"{name}:\s+(\d+) kB", status)[1]) for name in ("VmRSS", "RssAnon")]
-
-
 def sms_add_in():
-    idle = "function cycle() if plc.cycle == 10 then print('measure') end end\n"
-    used = """
-sms = SMS_OUTBOX.new { Port = 1, Receiver = "+4915112345678", Text = "Pump 3 has stopped" }
-inbox = SMS_INBOX.new { Port = 1, Enable = true }
-function cycle()
-  sms.Execute = true
-  local was_done = sms.Done
-  sms() inbox()
-  if sms.Done and not was_done then print('measure') end
-end
-"""
-    without = resident(idle, "--addin", f"{build}/lib/corvane_fb_lib.so")
-    for what, program in (("loaded, no block used", idle), ("one SMS_OUTBOX that has sent, one SMS_INBOX", used)):
-        added, anonymous = (a - b for a, b in zip(resident(program), without))
-        rows.append((f"resident memory that corvane_sms.so adds: {what}", f"{added / 1e6:.1f} MB",
-                     f"{anonymous / 1e6:.1f} MB of it its own, the rest code of files", "", None))
+    for what, added, own in resident_memory.added_by_sms([f"{build}/bin/corvane"], f"{build}/lib"):
+        rows.append((what, f"{added / 1e6:.1f} MB", f"{own / 1e6:.1f} MB of it its own, the rest code of files", "", None))
 
 
 def base64():
