@@ -64,6 +64,13 @@ void AddCycleMetrics(bench::MetricsText& metrics, const bench::CycleReport& repo
   metrics.Add(static_cast<double>(report.cycles), {}, "_count");
 }
 
+void AddBlockMetrics(bench::MetricsText& metrics, const bench::BlockCounts& blocks) {
+  metrics.Begin("corvane_blocks", "gauge", "Live function blocks by type.");
+  for (const auto& [type, count] : blocks) {
+    metrics.Add(static_cast<double>(count), {{"type", type}});
+  }
+}
+
 void AddModemMetrics(bench::MetricsText& metrics, std::vector<bench::ObservedModem>& modems) {
   for (bench::ObservedModem& modem : modems) modem.UpdateFacts();
   metrics.Begin("corvane_modem_signal_dbm", "gauge", "Signal strength; absent while unknown.");
@@ -199,6 +206,7 @@ std::string RunningBench::Metrics() {
   metrics.Begin("corvane_cycle_period_seconds", "gauge",
                 "Time from one cycle to the next; 0: no pause.");
   metrics.Add(std::chrono::duration<double>(program_.period).count());
+  AddBlockMetrics(metrics, samples_.Blocks());
   AddModemMetrics(metrics, modems_);
   store_metrics_->AddTo(metrics);
   return metrics.text();

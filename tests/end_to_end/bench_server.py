@@ -13,6 +13,7 @@ from bench_client import Closed, Program, WebSocket, connect, raw_request, reque
 from simulated_modem import SimulatedModem
 
 corvane = sys.argv[1]
+PAGE = os.path.join(os.path.dirname(__file__), "../../docs/bench.md")
 PLAIN = "function cycle() end"
 TOKEN = "0123456789abcdef/+="
 
@@ -188,9 +189,18 @@ def prometheus_accepts_the_metrics():
             assert 'corvane_modem_registered{port="1"} 1' in text, text
             cycles = float(re.search(r"^corvane_cycles_total (\d+)$", text, re.M)[1])
             assert cycles > 0
-            check = subprocess.run(["promtool", "check", "metrics"], input=text, capture_output=True, text=True,
-                                   check=False)
-            assert check.returncode == 0 and not check.stdout + check.stderr, (check, text)
+            assert 'corvane_blocks{type="SMS_OUTBOX"} 1' in text, text
+            page = open(PAGE, encoding="utf-8").read()
+            documented = set(re.findall(r"`(corvane_[a-z_]+)[{`]", page))
+            assert set(re.findall(r"^# TYPE (\S+)", text, re.M)) == documented, (documented, text)
+
+            def complaints(metrics_text):
+                check = subprocess.run(["promtool", "check", "metrics"], input=metrics_text, capture_output=True,
+                                       text=True, check=False)
+                return f"{check.returncode or ''}{check.stdout}{check.stderr}"
+
+            assert not complaints(text), (complaints(text), text)
+            assert complaints(text.replace("_total", "")) and complaints(text + "corvane_blocks 1 2 3\n")
             assert 'corvane_outbox_waiting{channel="sms"} 0' in text, text
 
 

@@ -24,17 +24,17 @@ void Append(VariableChanges& changes, VariableChanges&& later) {
 
 /// Leaves the last value of each node, and nothing of nodes that have gone since.
 void Condense(VariableChanges& changes) {
-  const std::unordered_set<int> gone(changes.removed.begin(), changes.removed.end());
-  std::map<int, Value> last;
+  const std::unordered_set<NodeId> gone(changes.removed.begin(), changes.removed.end());
+  std::map<NodeId, Value> last;
   for (auto& [id, value] : changes.values) {
     if (!gone.contains(id)) last.insert_or_assign(id, std::move(value));
   }
   changes.values.assign(std::make_move_iterator(last.begin()), std::make_move_iterator(last.end()));
-  std::unordered_set<int> never_known;
+  std::unordered_set<NodeId> never_known;
   std::erase_if(changes.added, [&](const Node& node) {
     return gone.contains(node.id) && never_known.insert(node.id).second;
   });
-  std::erase_if(changes.removed, [&](int id) { return never_known.contains(id); });
+  std::erase_if(changes.removed, [&](NodeId id) { return never_known.contains(id); });
 }
 
 }  // namespace
@@ -43,17 +43,25 @@ void Bench::Follow(lua_State* L) {
   sampler_ = std::make_unique<VariableSampler>(L);
   const std::lock_guard guard(mutex_);
   ended_ = false;
+  blocks_.clear();
+  next_count_ = {};
+  wanted_.fetch_or(kBlocks, std::memory_order_release);
 }
 
 void Bench::Forget() {
   sampler_.reset();
   const std::lock_guard guard(mutex_);
   ended_ = true;
-  for (Request& request : requests_) {
+  std::ranges::move(served_, std::back_inserter(done_));
+  std::ranges::move(requests_, std::back_inserter(serving_));
+  for (Request& request : serving_) {
     request.error = kNoProgram;
     done_.push_back(std::move(request));
   }
+  served_.clear();
+  serving_.clear();
   requests_.clear();
+  unserved_ = 0;
 }
 
 void Bench::AfterCycle(const CycleFacts& facts) noexcept {
@@ -62,47 +70,69 @@ void Bench::AfterCycle(const CycleFacts& facts) noexcept {
     cycles_.Add(facts);
     const unsigned wanted = wanted_.load(std::memory_order_acquire);
     if (wanted == 0 || sampler_ == nullptr) return;
-    if ((wanted & kRequested) != 0) ServeRequests();
-    Sample(facts, wanted);
+    const ScanClock::TimePoint deadline = std::chrono::steady_clock::now() + kBudget;
+    if ((wanted & kRequested) != 0) ServeRequests(deadline);
+    if ((wanted & kBlocks) != 0 && CountBlocks(facts, deadline)) return;  // samples have time
+    if ((wanted & (kWatched | kSampling)) != 0) Sample(facts, wanted, deadline);
   } catch (const std::exception&) {
     // Out of memory: what was sampled now is lost. Everything is reported again.
     wanted_.fetch_or(kRestart, std::memory_order_relaxed);
   }
 }
 
-void Bench::ServeRequests() {
-  std::unique_lock lock(mutex_, std::try_to_lock);
-  if (!lock || requests_.empty()) return;
-  // The others wait for the next cycles: many clients that ask at once must not hold this one.
-  const auto served = std::min(requests_.size(), kRequestsACycle);
-  const auto end = requests_.begin() + static_cast<std::ptrdiff_t>(served);
-  std::vector<Request> requests(std::make_move_iterator(requests_.begin()),
-                                std::make_move_iterator(end));
-  requests_.erase(requests_.begin(), end);
-  if (requests_.empty()) {
-    wanted_.fetch_and(static_cast<std::uint8_t>(~kRequested), std::memory_order_relaxed);
+/// @return whether it has used time of this cycle
+bool Bench::CountBlocks(const CycleFacts& facts, ScanClock::TimePoint deadline) {
+  if (facts.end < next_count_) return false;
+  BlockCounts counts;
+  if (!sampler_->CountBlocks(counts, deadline)) return true;
+  next_count_ = facts.end + kCountInterval;
+  const std::unique_lock lock(mutex_, std::try_to_lock);
+  if (!lock) return true;  // with the next count, then
+  blocks_ = std::move(counts);
+  if (facts.end - blocks_asked_ > kCountTime) {
+    wanted_.fetch_and(static_cast<std::uint8_t>(~kBlocks), std::memory_order_relaxed);
   }
-  lock.unlock();
-  for (Request& request : requests) {
-    request.error = request.is_write ? sampler_->Write(request.id, request.value)
-                                     : sampler_->Read(request.id, request.value);
-  }
-  lock.lock();
-  std::ranges::move(requests, std::back_inserter(done_));
+  return true;
 }
 
-void Bench::Sample(const CycleFacts& facts, unsigned wanted) {
+void Bench::ServeRequests(ScanClock::TimePoint deadline) {
+  ExchangeRequests();
+  // The others wait for the next cycles: many clients that ask at once must not hold this one.
+  for (std::size_t served = 0; served < kRequestsACycle && !serving_.empty(); ++served) {
+    if (served != 0 && std::chrono::steady_clock::now() >= deadline) break;
+    Request& request = serving_.front();
+    request.error = request.is_write ? sampler_->Write(request.id, request.value)
+                                     : sampler_->Read(request.id, request.value);
+    served_.push_back(std::move(request));
+    serving_.pop_front();
+  }
+  ExchangeRequests();
+}
+
+/// Hands over what has been served and takes what has come, unless the server is doing so.
+void Bench::ExchangeRequests() {
+  const std::unique_lock lock(mutex_, std::try_to_lock);
+  if (!lock) return;
+  unserved_ -= served_.size();
+  std::ranges::move(served_, std::back_inserter(done_));
+  served_.clear();
+  std::ranges::move(requests_, std::back_inserter(serving_));
+  requests_.clear();
+  if (serving_.empty()) {
+    wanted_.fetch_and(static_cast<std::uint8_t>(~kRequested), std::memory_order_relaxed);
+  }
+}
+
+void Bench::Sample(const CycleFacts& facts, unsigned wanted, ScanClock::TimePoint deadline) {
   if ((wanted & kWatched) == 0) {
-    if (is_sampling_) sampler_->Reset();
-    pending_ = {};
+    if (is_sampling_ && !ForgetSamples()) return;
     is_sampling_ = false;
     wanted_.fetch_and(static_cast<std::uint8_t>(~kSampling), std::memory_order_relaxed);
     return;
   }
   if ((wanted & kRestart) != 0) {
+    if (!ForgetSamples()) return;
     wanted_.fetch_and(static_cast<std::uint8_t>(~kRestart), std::memory_order_relaxed);
-    sampler_->Reset();
-    pending_ = {};
     pending_.complete = true;
     next_pass_ = facts.end;
     pass_ended_ = true;
@@ -114,8 +144,18 @@ void Bench::Sample(const CycleFacts& facts, unsigned wanted) {
     if (pending_.added.size() + pending_.values.size() > kMostPending) return;
     next_pass_ = facts.end + kInterval;
   }
-  pass_ended_ = sampler_->Sample(pending_, std::chrono::steady_clock::now() + kBudget);
+  pass_ended_ = sampler_->Sample(pending_, deadline);
   if (pass_ended_ || facts.end >= next_batch_) HandOver(facts);
+}
+
+/// Leaves what was sampled to the server's thread, since freeing it takes milliseconds.
+/// @return false: to be tried again after the next cycle
+bool Bench::ForgetSamples() {
+  const std::unique_lock lock(mutex_, std::try_to_lock);
+  if (!lock) return false;
+  remains_.push_back(std::make_shared<VariableChanges>(std::exchange(pending_, {})));
+  remains_.push_back(sampler_->Reset());
+  return true;
 }
 
 void Bench::HandOver(const CycleFacts& facts) {
@@ -159,6 +199,13 @@ CycleReport Bench::Cycles() const {
   return cycles_.Report();
 }
 
+BlockCounts Bench::Blocks() {
+  const std::lock_guard guard(mutex_);
+  blocks_asked_ = std::chrono::steady_clock::now();
+  wanted_.fetch_or(kBlocks, std::memory_order_release);
+  return blocks_;
+}
+
 double Bench::SecondsSinceCycle() const {
   const std::int64_t end = last_end_.load(std::memory_order_relaxed);
   if (end == 0) return 0;
@@ -166,30 +213,33 @@ double Bench::SecondsSinceCycle() const {
   return std::chrono::duration<double>(now - ScanClock::TimePoint::duration(end)).count();
 }
 
-void Bench::Write(int id, Value value, Done done) {
+void Bench::Write(NodeId id, Value value, Done done) {
   Ask({id, true, std::move(value), std::move(done), {}});
 }
 
-void Bench::Get(int id, Done done) {
+void Bench::Get(NodeId id, Done done) {
   Ask({id, false, {}, std::move(done), {}});
 }
 
 void Bench::Ask(Request request) {
   const std::lock_guard guard(mutex_);
-  if (ended_ || requests_.size() >= kMostRequests) {
+  if (ended_ || unserved_ >= kMostRequests) {
     request.error = ended_ ? kNoProgram : "too many requests wait for the end of a cycle";
     done_.push_back(std::move(request));
     return;
   }
   requests_.push_back(std::move(request));
+  ++unserved_;
   wanted_.fetch_or(kRequested, std::memory_order_release);
 }
 
 void Bench::Poll() {
   std::vector<Request> done;
+  std::vector<std::shared_ptr<void>> remains;
   {
     const std::lock_guard guard(mutex_);
     done.swap(done_);
+    remains.swap(remains_);
   }
   for (const Request& request : done) request.done(request.error, request.value);
 }

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <lua.hpp>
 #include <memory>
@@ -12,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "runtime/bench/sampling/block_catalogue.h"
 #include "runtime/bench/sampling/cycle_log.h"
 #include "runtime/bench/sampling/cycle_report.h"
 #include "runtime/bench/sampling/variable_sampler.h"
@@ -49,14 +51,17 @@ class Bench {
   [[nodiscard]] VariableChanges TakeVariables();
   /// A copy, some milliseconds old; complete also when nobody looked.
   [[nodiscard]] CycleReport Cycles() const;
+  /// The live blocks, counted once a second while this is called at least every few minutes, and
+  /// once when the program starts.
+  [[nodiscard]] BlockCounts Blocks();
   /// Seconds since the end of the last cycle; 0 before the first.
   [[nodiscard]] double SecondsSinceCycle() const;
   /// Sets a variable at the end of a cycle. The value is of the variable's kind: a boolean, a
   /// number (double or integer) or a text; otherwise, or out of range: an error.
-  void Write(int id, Value value, Done done);
+  void Write(NodeId id, Value value, Done done);
   /// The whole value of a variable at the end of a cycle.
-  void Get(int id, Done done);
-  /// Calls the functions of requests that are done, on this thread.
+  void Get(NodeId id, Done done);
+  /// Calls the functions of requests that are done, on this thread. Several times a second.
   void Poll();
 
   static constexpr Nanoseconds kInterval{200'000'000};  ///< between two samples
@@ -64,16 +69,19 @@ class Bench {
 
  private:
   struct Request {
-    int id = 0;
+    NodeId id = 0;
     bool is_write = false;
     Value value;
     Done done;
     std::string error;
   };
 
-  void ServeRequests();
-  void Sample(const CycleFacts& facts, unsigned wanted);
+  void ServeRequests(ScanClock::TimePoint deadline);
+  void ExchangeRequests();
+  bool CountBlocks(const CycleFacts& facts, ScanClock::TimePoint deadline);
+  void Sample(const CycleFacts& facts, unsigned wanted, ScanClock::TimePoint deadline);
   void HandOver(const CycleFacts& facts);
+  [[nodiscard]] bool ForgetSamples();
   void Ask(Request request);
 
   static constexpr std::size_t kMostBatches = 16;
@@ -83,6 +91,9 @@ class Bench {
   static constexpr std::uint8_t kRestart = 2;    // and knows nothing yet
   static constexpr std::uint8_t kRequested = 4;  // there are requests
   static constexpr std::uint8_t kSampling = 8;   // nobody looks any more: the sampler may forget
+  static constexpr std::uint8_t kBlocks = 16;    // blocks are counted
+  static constexpr Nanoseconds kCountInterval{1'000'000'000};
+  static constexpr Nanoseconds kCountTime{300'000'000'000};  // after the last question
 
   std::atomic<std::uint8_t> wanted_{0};
   std::atomic<std::int64_t> last_end_{0};
@@ -91,15 +102,22 @@ class Bench {
   // The PLC task's.
   std::unique_ptr<VariableSampler> sampler_;
   VariableChanges pending_;
+  std::deque<Request> serving_;
+  std::vector<Request> served_;
   bool is_sampling_ = false;
   bool pass_ended_ = true;
   ScanClock::TimePoint next_pass_{};
   ScanClock::TimePoint next_batch_{};
+  ScanClock::TimePoint next_count_{};
 
   std::mutex mutex_;  // what follows; held for moments
   std::vector<VariableChanges> batches_;
+  BlockCounts blocks_;
+  ScanClock::TimePoint blocks_asked_{};
   std::vector<Request> requests_;
+  std::size_t unserved_ = 0;  // requests that are not in done_ yet
   std::vector<Request> done_;
+  std::vector<std::shared_ptr<void>> remains_;  // for the server's thread to free
   bool ended_ = false;
 };
 

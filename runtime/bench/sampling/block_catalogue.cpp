@@ -74,6 +74,14 @@ BlockClass* BlockCatalogue::Find(lua_State* L, int index) const {
   return found == classes_.end() ? nullptr : found->second.get();
 }
 
+void BlockCatalogue::TakeCounts(BlockCounts& counts) {
+  for (const auto& [metatable, block_class] : classes_) {
+    block_class->has_lived = block_class->has_lived || block_class->counted != 0;
+    if (block_class->has_lived) counts[block_class->type] = block_class->counted;
+    block_class->counted = 0;
+  }
+}
+
 /// What a block keeps across restarts are all its variables but the secrets.
 void BlockCatalogue::LearnSecrets(lua_State* L, int table, int block, BlockClass& block_class) {
   if (block_class.secrets_known) return;

@@ -4,7 +4,9 @@
 // Threads: the one that runs the Lua state.
 #pragma once
 
+#include <cstdint>
 #include <lua.hpp>
+#include <map>
 #include <memory>
 #include <string>
 #include <unordered_map>
@@ -25,7 +27,12 @@ struct BlockClass {
   std::vector<BlockVariable> variables;  ///< in the order of their declaration
   int functions = 0;                     ///< where its functions and names are in the Lua table
   bool secrets_known = false;            ///< the type itself has been asked
+  std::uint64_t counted = 0;             ///< live blocks, as far as they have been counted
+  bool has_lived = false;                ///< some were counted before
 };
+
+/// Live blocks by type; only types of which there has been one.
+using BlockCounts = std::map<std::string, std::uint64_t>;
 
 class BlockCatalogue {
  public:
@@ -34,6 +41,8 @@ class BlockCatalogue {
   void Open(lua_State* L);
   /// The type of the value at `index`; null if it is not a block.
   [[nodiscard]] BlockClass* Find(lua_State* L, int index) const;
+  /// What has been counted. The next count begins at zero.
+  void TakeCounts(BlockCounts& counts);
 
   // `table` is the absolute index of the table that Open pushed, `block` that of a block. They
   // raise the block's Lua errors.

@@ -8,13 +8,15 @@
 #include <string>
 #include <string_view>
 
+#include "runtime/bench/sampling/variables.h"
+
 namespace corvane::bench {
 
 /// Where the variable is, as seen from its parent.
 enum class PlaceKind : std::uint8_t { kText, kNumber, kBoolean, kUpvalue, kUnreached };
 
 struct VariableKeyView {
-  int parent = 0;
+  NodeId parent = 0;
   PlaceKind place = PlaceKind::kText;
   int lua_type = 0;        ///< of the value: a variable of another type is another one
   std::uint64_t bits = 0;  ///< of the number, boolean, upvalue's identity or block's number
@@ -23,7 +25,7 @@ struct VariableKeyView {
 };
 
 struct VariableKey {
-  int parent = 0;
+  NodeId parent = 0;
   PlaceKind place = PlaceKind::kText;
   int lua_type = 0;
   std::uint64_t bits = 0;

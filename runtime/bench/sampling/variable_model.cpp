@@ -9,7 +9,7 @@ void VariableModel::Apply(const VariableChanges& changes) {
   for (const auto& [id, value] : changes.values) {
     if (const auto found = entries_.find(id); found != entries_.end()) found->second.value = value;
   }
-  for (const int id : changes.removed) entries_.erase(id);
+  for (const NodeId id : changes.removed) entries_.erase(id);
   truncated_ = changes.truncated;
 }
 
@@ -29,12 +29,12 @@ VariableChanges VariableModel::Complete() const {
   return all;
 }
 
-const Node* VariableModel::Find(int id) const {
+const Node* VariableModel::Find(NodeId id) const {
   const auto found = entries_.find(id);
   return found == entries_.end() ? nullptr : &found->second.node;
 }
 
-std::string VariableModel::Path(int id) const {
+std::string VariableModel::Path(NodeId id) const {
   const Node* const node = Find(id);
   if (node == nullptr) return {};
   const std::string parent = Path(node->parent);

@@ -16,16 +16,16 @@ class VariableModel {
   /// All of them, as additions.
   [[nodiscard]] VariableChanges Complete() const;
   /// Null: there is no such node.
-  [[nodiscard]] const Node* Find(int id) const;
+  [[nodiscard]] const Node* Find(NodeId id) const;
   /// "recipe.steps[3].time"; empty if there is no such node.
-  [[nodiscard]] std::string Path(int id) const;
+  [[nodiscard]] std::string Path(NodeId id) const;
 
  private:
   struct Entry {
     Node node;
     Value value;
   };
-  std::map<int, Entry> entries_;  // a parent has a smaller number than its children
+  std::map<NodeId, Entry> entries_;  // a parent has a smaller number than its children
   bool truncated_ = false;
 };
 

@@ -14,15 +14,15 @@ namespace {
 
 constexpr const char* kGone = "the variable has gone";
 
-/// The Lua value on top as a value, whole.
+/// The Lua value on top as a value; texts up to kLongestRead are whole.
 Value WholeValue(lua_State* L) {
   Value value;
   std::size_t length = 0;
-  if (lua_type(L, -1) != LUA_TSTRING) {
+  const char* const text = lua_type(L, -1) == LUA_TSTRING ? lua_tolstring(L, -1, &length) : nullptr;
+  if (text == nullptr || length > kLongestRead) {
     Update(value, L, -1);
     return value;
   }
-  const char* const text = lua_tolstring(L, -1, &length);
   return std::string(text, length);
 }
 
@@ -39,18 +39,18 @@ void PushKey(lua_State* L, const VariableKey& key) {
 }  // namespace
 
 struct VariableSampler::Request {
-  int id = 0;
+  NodeId id = 0;
   const Value* write = nullptr;  ///< null: a read
   Value read;
   std::string error;
 };
 
-std::string VariableSampler::Write(int id, const Value& value) noexcept {
+std::string VariableSampler::Write(NodeId id, const Value& value) noexcept {
   Request request{id, &value, {}, {}};
   return RunRequest(request);
 }
 
-std::string VariableSampler::Read(int id, Value& value) noexcept {
+std::string VariableSampler::Read(NodeId id, Value& value) noexcept {
   Request request{id, nullptr, {}, {}};
   std::string error = RunRequest(request);
   value = std::move(request.read);

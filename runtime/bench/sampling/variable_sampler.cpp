@@ -6,6 +6,8 @@
 #include <array>
 #include <bit>
 #include <chrono>
+#include <utility>
+#include <variant>
 
 #include "runtime/bench/sampling/lua_reading.h"
 #include "runtime/bench/sampling/sampler_stack.h"
@@ -134,13 +136,14 @@ void VariableSampler::BeginPass(lua_State* L) {
   truncating_ = false;
   resume_ = false;
   next_upvalue_ = 1;
-  seen_.clear();
+  seen_.Clear();
   work_.clear();
+  by_key_.reserve(kMostNodes);  // it would be arranged again within a cycle
   next_work_ = 0;
   lua_pushglobaltable(L);
   const void* const globals = lua_topointer(L, -1);
   Refer(L, globals);
-  seen_.insert(globals);
+  seen_.Insert(globals);
   work_.push_back({globals, 0, 0});
   lua_pop(L, 1);
 }
@@ -165,7 +168,7 @@ bool VariableSampler::VisitFields(lua_State* L, void (VariableSampler::*visit)(l
   for (int visited = 1; lua_next(L, kObject) != 0; ++visited) {
     (this->*visit)(L);
     lua_settop(L, kKey);
-    if (visited % kFieldsPerLook != 0 || !OutOfTime()) continue;
+    if (!OutOfTimeAfter(visited)) continue;
     lua_rawseti(L, kTables, kResumeKey);
     resume_ = true;
     return false;
@@ -175,16 +178,18 @@ bool VariableSampler::VisitFields(lua_State* L, void (VariableSampler::*visit)(l
 
 bool VariableSampler::VisitFunction(lua_State* L) {
   const Work work = work_[next_work_];
-  for (; const char* name = lua_getupvalue(L, kObject, next_upvalue_); ++next_upvalue_) {
+  for (int visited = 1; const char* name = lua_getupvalue(L, kObject, next_upvalue_); ++visited) {
     const void* const identity = lua_upvalueid(L, kObject, next_upvalue_);
     const std::string_view text(name);
-    if (!text.empty() && text != "_ENV" && seen_.insert(identity).second) {
+    if (!text.empty() && text != "_ENV" && SeesFirst(identity)) {
       VariableKeyView key{work.parent, PlaceKind::kUpvalue, 0,
                           static_cast<std::uint64_t>(std::bit_cast<std::uintptr_t>(identity)),
                           text};
       Visit(L, {key, text, work.depth, work.object, next_upvalue_});
     }
     lua_settop(L, kObject);
+    ++next_upvalue_;
+    if (OutOfTimeAfter(visited)) return false;
   }
   next_upvalue_ = 1;
   return true;
@@ -201,7 +206,7 @@ bool VariableSampler::VisitUnreached(lua_State* L) {
 void VariableSampler::VisitUnreachedBlock(lua_State* L) {
   BlockClass* const block_class = catalogue_.Find(L, kValue);
   if (block_class == nullptr || lua_type(L, kKey) != LUA_TNUMBER) return;
-  if (seen_.contains(lua_topointer(L, kValue))) return;
+  if (seen_.Contains(lua_topointer(L, kValue))) return;
   const Place group{{0, PlaceKind::kUnreached, LUA_TTABLE, 0, {}}, kNotReached};
   const Entry* const parent = Touch(group, NodeKind::kTable, "");
   if (parent == nullptr) return;
@@ -266,8 +271,8 @@ void VariableSampler::Visit(lua_State* L, Place place) {
 
 void VariableSampler::VisitPlain(lua_State* L, const Place& place) {
   Entry* const entry = Touch(place, NodeKind::kValue, lua_typename(L, place.key.lua_type));
-  if (entry == nullptr || entry->secret || !Update(entry->values[0], L, -1)) return;
-  changes_->values.emplace_back(entry->id, entry->values[0]);
+  if (entry == nullptr || entry->secret) return;
+  Report(L, entry->id, entry->values[0]);
 }
 
 void VariableSampler::VisitTable(lua_State* L, const Place& place) {
@@ -277,7 +282,7 @@ void VariableSampler::VisitTable(lua_State* L, const Place& place) {
     Touch(place, NodeKind::kValue, "table");
     return;
   }
-  if (!seen_.insert(table).second) return;
+  if (!SeesFirst(table)) return;
   Entry* const entry = Touch(place, NodeKind::kTable, "table");
   if (entry == nullptr) return;
   entry->object = table;
@@ -293,14 +298,14 @@ void VariableSampler::VisitTable(lua_State* L, const Place& place) {
 void VariableSampler::VisitClosure(lua_State* L, const Place& place) {
   if (lua_iscfunction(L, -1) != 0) return;
   const void* const function = lua_topointer(L, -1);
-  if (place.depth >= kDeepest || !seen_.insert(function).second) return;
+  if (place.depth >= kDeepest || !SeesFirst(function)) return;
   Refer(L, function);
   work_.push_back({function, place.key.parent, place.depth + 1});
 }
 
 void VariableSampler::VisitBlock(lua_State* L, const Place& place, BlockClass& block_class) {
   const void* const block = lua_topointer(L, -1);
-  if (!seen_.insert(block).second) return;
+  if (!SeesFirst(block)) return;
   const int top = lua_gettop(L);
   BlockCatalogue::LearnSecrets(L, kClassTables, top, block_class);
   Entry* entry = nullptr;
@@ -327,11 +332,15 @@ void VariableSampler::ReadBlock(lua_State* L, Entry& entry) {
   for (std::size_t i = 0; i < entry.values.size(); ++i) {
     if (entry.block_class->variables[i].secret) continue;
     BlockCatalogue::PushValue(L, kClassTables, block, *entry.block_class, i);
-    if (Update(entry.values[i], L, -1)) {
-      changes_->values.emplace_back(entry.id + 1 + static_cast<int>(i), entry.values[i]);
-    }
+    Report(L, entry.id + 1 + static_cast<NodeId>(i), entry.values[i]);
     lua_settop(L, block);
   }
+}
+
+/// The value on top is that of this node.
+void VariableSampler::Report(lua_State* L, NodeId id, Value& value) {
+  if (Update(value, L, -1)) changes_->values.emplace_back(id, value);
+  has_read_long_text_ = has_read_long_text_ || std::holds_alternative<LongText>(value);
 }
 
 /// Removes nodes that this pass has not seen. @return false: it goes on in the next cycle
@@ -353,7 +362,7 @@ bool VariableSampler::Sweep() {
 
 void VariableSampler::Remove(const Entry& entry) {
   const auto variables = entry.block_class == nullptr ? 0 : entry.values.size();
-  for (int id = entry.id; id <= entry.id + static_cast<int>(variables); ++id) {
+  for (NodeId id = entry.id; id <= entry.id + static_cast<NodeId>(variables); ++id) {
     changes_->removed.push_back(id);
   }
   nodes_ -= variables + 1;
@@ -378,7 +387,7 @@ VariableSampler::Entry* VariableSampler::Add(const Place& place, NodeKind kind,
                                              std::string_view type) {
   if (!Fits(1)) return nullptr;
   const bool secret = kind == NodeKind::kValue && IsSecretName(place.name);
-  const int id = last_id_ + 1;
+  const NodeId id = last_id_ + 1;
   Entry& entry = entries_[id];
   entry.id = id;
   entry.key = VariableKey(place.key);
@@ -416,6 +425,13 @@ bool VariableSampler::Fits(std::size_t nodes) {
   return false;
 }
 
+/// Whether the object has not been seen in this pass. @return false also if there are too many
+bool VariableSampler::SeesFirst(const void* object) {
+  const ObjectSet::Added added = seen_.Insert(object);
+  if (added == ObjectSet::Added::kRefused) truncating_ = true;
+  return added == ObjectSet::Added::kNew;
+}
+
 /// Remembers the object on top.
 void VariableSampler::Refer(lua_State* L, const void* object) {
   lua_pushvalue(L, -1);
@@ -426,18 +442,31 @@ void VariableSampler::PushReferred(lua_State* L, const void* object) {
   lua_rawgetp(L, kObjectTable, object);
 }
 
+/// `visited`: how many variables of a table or function.
+bool VariableSampler::OutOfTimeAfter(int visited) {
+  const bool look = std::exchange(has_read_long_text_, false) || visited % kFieldsPerLook == 0;
+  return look && OutOfTime();
+}
+
 bool VariableSampler::OutOfTime() const {
   return std::chrono::steady_clock::now() >= deadline_;
 }
 
-void VariableSampler::Reset() noexcept {
-  entries_.clear();
-  by_key_.clear();
-  seen_.clear();
+std::shared_ptr<void> VariableSampler::Reset() {
+  struct Known {
+    decltype(entries_) entries;
+    decltype(by_key_) by_key;
+    ObjectSet seen;
+  };
+  auto known = std::make_shared<Known>();
+  entries_.swap(known->entries);
+  by_key_.swap(known->by_key);
+  std::swap(seen_, known->seen);
   work_.clear();
   nodes_ = 0;
   phase_ = Phase::kIdle;
   resume_ = false;
+  return known;
 }
 
 }  // namespace corvane::bench

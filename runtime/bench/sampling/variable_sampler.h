@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <lua.hpp>
 #include <map>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -15,6 +16,7 @@
 #include <vector>
 
 #include "runtime/bench/sampling/block_catalogue.h"
+#include "runtime/bench/sampling/object_set.h"
 #include "runtime/bench/sampling/variable_key.h"
 #include "runtime/bench/sampling/variables.h"
 #include "runtime/corvane/scan_clock.h"
@@ -34,12 +36,17 @@ class VariableSampler {
   /// Goes on with the pass over all variables until about `deadline`, and appends what has changed
   /// since the last pass. @return whether the pass has ended; the next call begins another
   bool Sample(VariableChanges& changes, ScanClock::TimePoint deadline) noexcept;
-  /// Forgets everything: the next pass reports all variables, as new nodes.
-  void Reset() noexcept;
+  /// Forgets everything: the next pass reports all variables, as new nodes. @return what was known,
+  /// which takes milliseconds to free: another thread should
+  [[nodiscard]] std::shared_ptr<void> Reset();
   /// Sets a variable; @return what is wrong, or empty
-  [[nodiscard]] std::string Write(int id, const Value& value) noexcept;
+  [[nodiscard]] std::string Write(NodeId id, const Value& value) noexcept;
   /// Reads a variable, texts whole; @return what is wrong, or empty
-  [[nodiscard]] std::string Read(int id, Value& value) noexcept;
+  [[nodiscard]] std::string Read(NodeId id, Value& value) noexcept;
+
+  /// Goes on counting the live blocks until about `deadline`. @return whether the count has ended;
+  /// `counts` then has it, and the next call begins another
+  bool CountBlocks(BlockCounts& counts, ScanClock::TimePoint deadline);
 
   static constexpr int kMostNodes = 10000;
   static constexpr int kDeepest = 8;  ///< tables in one another
@@ -47,7 +54,7 @@ class VariableSampler {
  private:
   /// One node; that of a block stands for its variables, too, whose numbers follow its own.
   struct Entry {
-    int id = 0;
+    NodeId id = 0;
     VariableKey key;
     NodeKind kind = NodeKind::kValue;
     std::uint32_t pass = 0;  ///< in which it was seen last
@@ -61,7 +68,7 @@ class VariableSampler {
   /// A table or function whose variables are still to be looked at.
   struct Work {
     const void* object;
-    int parent;  ///< number of the node that its variables belong to
+    NodeId parent;  ///< number of the node that its variables belong to
     int depth;
   };
   /// Where a value is.
@@ -78,6 +85,7 @@ class VariableSampler {
   static int Open(lua_State* L);
   static int Continue(lua_State* L);
   static int Serve(lua_State* L);
+  static int Count(lua_State* L);
   void NoteLibraries(lua_State* L);
 
   void BeginPass(lua_State* L);
@@ -95,6 +103,7 @@ class VariableSampler {
   void VisitClosure(lua_State* L, const Place& place);
   void ReadBlock(lua_State* L, Entry& entry);
   bool Sweep();
+  void Report(lua_State* L, NodeId id, Value& value);
   void Remove(const Entry& entry);
   Entry* Touch(const Place& place, NodeKind kind, std::string_view type);
   Entry* Add(const Place& place, NodeKind kind, std::string_view type);
@@ -102,7 +111,9 @@ class VariableSampler {
   void Refer(lua_State* L, const void* object);
   void PushReferred(lua_State* L, const void* object);
   [[nodiscard]] bool OutOfTime() const;
+  bool OutOfTimeAfter(int visited);
   bool Fits(std::size_t nodes);
+  bool SeesFirst(const void* object);
   void ServeRequest(lua_State* L, Request& request);
   void ServeBlock(lua_State* L, const Entry& entry, std::size_t variable, Request& request);
   void ServePlain(lua_State* L, const Entry& entry, Request& request);
@@ -114,9 +125,9 @@ class VariableSampler {
   BlockCatalogue catalogue_;
   std::unordered_set<const void*> libraries_;
 
-  std::map<int, Entry> entries_;
+  std::map<NodeId, Entry> entries_;
   std::unordered_map<VariableKey, Entry*, VariableKeyHash, VariableKeyEqual> by_key_;
-  int last_id_ = 0;
+  NodeId last_id_ = 0;
   std::size_t nodes_ = 0;
 
   Phase phase_ = Phase::kIdle;
@@ -128,8 +139,10 @@ class VariableSampler {
   bool truncating_ = false;  // in this pass
   bool truncated_ = false;   // in the last one
   bool resume_ = false;      // the table at work has been begun in an earlier cycle
-  int swept_ = 0;
-  std::unordered_set<const void*> seen_;
+  NodeId swept_ = 0;
+  lua_Number count_from_ = 0;  // where the count of the blocks goes on; 0: at the beginning
+  ObjectSet seen_;
+  bool has_read_long_text_ = false;  // which takes as long as many other variables
   ScanClock::TimePoint deadline_{};
   VariableChanges* changes_ = nullptr;
 };

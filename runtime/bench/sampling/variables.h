@@ -11,11 +11,14 @@
 
 namespace corvane::bench {
 
+/// From 1. A program that makes new tables all the time uses up 32 bits within a day.
+using NodeId = std::int64_t;
+
 enum class NodeKind : std::uint8_t { kBlock, kTable, kValue };
 
 struct Node {
-  int id = 0;      ///< from 1; never used again for another node
-  int parent = 0;  ///< 0: a global or an upvalue of the program
+  NodeId id = 0;      ///< never used again for another node
+  NodeId parent = 0;  ///< 0: a global or an upvalue of the program
   std::string name;
   NodeKind kind = NodeKind::kValue;
   std::string type;       ///< block type, IEC 61131-3 type of a block's variable, or Lua's type
@@ -32,6 +35,8 @@ struct LongText {
   bool operator==(const LongText&) const = default;
 };
 inline constexpr std::size_t kLongestText = 4096;
+/// Texts up to this length can be read whole; copying a longer one would lengthen the cycle.
+inline constexpr std::size_t kLongestRead = std::size_t{128} * 1024;
 
 /// monostate: nil, or a secret. Texts are octets as the program has them, not always UTF-8.
 using Value = std::variant<std::monostate, bool, double, std::int64_t, std::string, LongText>;
@@ -40,8 +45,8 @@ using Value = std::variant<std::monostate, bool, double, std::int64_t, std::stri
 /// `added`.
 struct VariableChanges {
   std::vector<Node> added;  ///< parents before their children
-  std::vector<std::pair<int, Value>> values;
-  std::vector<int> removed;
+  std::vector<std::pair<NodeId, Value>> values;
+  std::vector<NodeId> removed;
   bool complete = false;   ///< what was known before is void
   bool truncated = false;  ///< there are more variables than are sampled
 

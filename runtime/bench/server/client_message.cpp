@@ -38,14 +38,11 @@ class Reader {
     if (!member.is_string()) Fail(fmt::format("\"{}\" is not a text", name));
     return member.get<std::string>();
   }
-  template <class Number>
-  [[nodiscard]] Number Integer(const char* name) const {
+  [[nodiscard]] std::int64_t Integer(const char* name) const {
     const json& member = Member(name);
     const auto number = member.is_number_integer() ? IntegerOf(member) : std::nullopt;
-    if (!number || *number < 0 || *number > std::numeric_limits<Number>::max()) {
-      Fail(fmt::format("\"{}\" is not a number of one", name));
-    }
-    return static_cast<Number>(*number);
+    if (!number || *number < 0) Fail(fmt::format("\"{}\" is not a number of one", name));
+    return *number;
   }
 
  private:
@@ -85,7 +82,7 @@ WriteRequest ReadWrite(const Reader& reader) {
   if (value.is_array() || (value.is_object() && !IsSpecial(value))) {
     reader.Fail("\"value\" is not a number, a boolean, a text or null");
   }
-  return {reader.Integer<int>("id"), value};
+  return {reader.Integer("id"), value};
 }
 
 }  // namespace
@@ -97,10 +94,9 @@ ClientMessage ParseClientMessage(std::string_view text) {
   const std::string type = reader.Text("type");
   if (type == "subscribe") return {reader.request(), ReadSubscribe(reader)};
   if (type == "write") return {reader.request(), ReadWrite(reader)};
-  if (type == "get") return {reader.request(), GetRequest{reader.Integer<int>("id")}};
+  if (type == "get") return {reader.request(), GetRequest{reader.Integer("id")}};
   if (type == "cancel" || type == "retry") {
-    return {reader.request(),
-            MessageRequest{type == "retry", reader.Integer<std::int64_t>("message")}};
+    return {reader.request(), MessageRequest{type == "retry", reader.Integer("message")}};
   }
   if (type == "log-level") return {reader.request(), LogLevelRequest{reader.Text("level")}};
   reader.Fail(

@@ -20,11 +20,11 @@ struct SubscribeRequest {
   std::vector<std::string> topics;
 };
 struct WriteRequest {
-  int id = 0;
+  std::int64_t id = 0;
   nlohmann::json value;  ///< number, boolean, text, null or {"special":"nan"|"inf"|"-inf"}
 };
 struct GetRequest {
-  int id = 0;
+  std::int64_t id = 0;
 };
 struct MessageRequest {
   bool retry = false;  ///< else cancel

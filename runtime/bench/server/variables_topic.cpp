@@ -18,7 +18,7 @@ std::vector<Frame> VariablesTopic::Changes() {
   if (changes.empty()) return {};
   model_.Apply(changes);
   // A client is not told of what has come and gone meanwhile.
-  const std::set<int> gone(changes.removed.begin(), changes.removed.end());
+  const std::set<NodeId> gone(changes.removed.begin(), changes.removed.end());
   std::erase_if(changes.added, [&gone](const Node& node) { return gone.contains(node.id); });
   std::erase_if(changes.values, [&gone](const auto& entry) { return gone.contains(entry.first); });
   return {JsonOfChanges(changes, SecondsNow())};

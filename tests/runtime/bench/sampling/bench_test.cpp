@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "runtime/bench/sampling/variable_model.h"
+#include "runtime/corvane/addin.h"
 #include "tests/support/lua_host.h"
 
 namespace {
@@ -25,6 +26,8 @@ using namespace std::chrono_literals;
 
 class BenchTest : public test_support::LuaHost {
  protected:
+  static void SetUpTestSuite() { static const corvane::Addin addin(ADDIN_FILE); }
+
   BenchTest() { bench_.Follow(L()); }
 
   void Cycle(std::chrono::nanoseconds later = 10ms) {
@@ -94,7 +97,7 @@ TEST_F(BenchTest, AServerThatTakesNothingForLongGetsTheLastValues) {
 TEST_F(BenchTest, WritesAtTheEndOfTheNextCycle) {
   Run("a = 1");
   bench_.SetWatched(true);
-  const int id = AfterASecond().added.at(0).id;
+  const auto id = AfterASecond().added.at(0).id;
   std::string error = "none";
   bench_.Write(id, Value(5.0), [&error](const std::string& text, const Value&) { error = text; });
   bench_.Poll();
@@ -109,7 +112,7 @@ TEST_F(BenchTest, WritesAtTheEndOfTheNextCycle) {
 TEST_F(BenchTest, ReadsAWholeText) {
   Run("text = ('x'):rep(40000)");
   bench_.SetWatched(true);
-  const int id = AfterASecond().added.at(0).id;
+  const auto id = AfterASecond().added.at(0).id;
   Value read;
   bench_.Get(id, [&read](const std::string&, const Value& value) { read = value; });
   Cycle();
@@ -120,7 +123,7 @@ TEST_F(BenchTest, ReadsAWholeText) {
 TEST_F(BenchTest, ManyRequestsAreServedOverSeveralCycles) {
   Run("a = 1");
   bench_.SetWatched(true);
-  const int id = AfterASecond().added.at(0).id;
+  const auto id = AfterASecond().added.at(0).id;
   std::vector<double> read;
   for (int i = 0; i < 20; ++i) {
     bench_.Get(
@@ -152,6 +155,40 @@ TEST_F(BenchTest, RequestsToAProgramThatEndsGetAnError) {
   bench_.Poll();
   EXPECT_THAT(errors, testing::ElementsAre("the program has ended", "the program has ended"));
   Cycle();
+}
+
+TEST_F(BenchTest, ManyRequestsForLongTextsAreSpreadOverCycles) {
+  Run("for i = 1, 8 do _G['text' .. i] = ('x'):rep(128 * 1024) end");
+  bench_.SetWatched(true);
+  int read = 0;
+  for (const auto& node : AfterASecond().added) {
+    bench_.Get(node.id, [&](const std::string& error, const Value& value) {
+      EXPECT_EQ(error, "");
+      EXPECT_EQ(std::get<std::string>(value).size(), 128u * 1024);
+      ++read;
+    });
+  }
+  for (int i = 0; i < 8; ++i) Cycle(1us);  // one a cycle at least
+  bench_.Poll();
+  EXPECT_EQ(read, 8);
+}
+
+TEST_F(BenchTest, CountsTheBlocksWhenTheProgramStartsAndWhileSomebodyAsks) {
+  Run("timer = SEND_SMS.new() other = SEND_SMS.new()");
+  Cycle();
+  EXPECT_THAT(bench_.Blocks(), testing::UnorderedElementsAre(testing::Pair("SEND_SMS", 2)));
+  Run("other = nil");
+  Collect();
+  Cycle(1s);
+  EXPECT_THAT(bench_.Blocks(), testing::UnorderedElementsAre(testing::Pair("SEND_SMS", 1)));
+  Run("timer = nil");
+  Collect();
+  Cycle(1s);
+  EXPECT_THAT(bench_.Blocks(), testing::UnorderedElementsAre(testing::Pair("SEND_SMS", 0)));
+  Cycle(400s);  // nobody has asked for a while: this count is the last
+  Run("timer = SEND_SMS.new()");
+  Cycle(2s);
+  EXPECT_THAT(bench_.Blocks(), testing::UnorderedElementsAre(testing::Pair("SEND_SMS", 0)));
 }
 
 TEST_F(BenchTest, CyclesAreCountedAlsoWhileNobodyLooks) {

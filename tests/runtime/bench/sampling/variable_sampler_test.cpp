@@ -49,7 +49,7 @@ class VariableSamplerTest : public test_support::LuaHost {
     }
     return nullptr;
   }
-  int IdOf(const std::string& path) {
+  corvane::bench::NodeId IdOf(const std::string& path) {
     const Node* const node = NodeAt(path);
     return node == nullptr ? 0 : node->id;
   }
@@ -120,7 +120,7 @@ TEST_F(VariableSamplerTest, RemovesWhatHasGone) {
 TEST_F(VariableSamplerTest, AVariableOfAnotherTypeIsAnotherNode) {
   Run("v = 1");
   Pass();
-  const int before = IdOf("v");
+  const auto before = IdOf("v");
   Run("v = 'one'");
   Pass();
   EXPECT_NE(IdOf("v"), before);
@@ -147,7 +147,7 @@ TEST_F(VariableSamplerTest, ShowsABlockWithItsDeclaredVariables) {
 TEST_F(VariableSamplerTest, ANewBlockInTheSameVariableIsAnotherNode) {
   Run("sms = SEND_SMS.new() old = {sms}");
   Pass();
-  const int before = IdOf("sms");
+  const auto before = IdOf("sms");
   Run("sms = SEND_SMS.new{Port = 5}");
   Pass();
   EXPECT_NE(IdOf("sms"), before);
@@ -308,12 +308,85 @@ TEST_F(VariableSamplerTest, RefusesWritesOfAnotherTypeOutOfRangeOrToWhatHasGone)
   EXPECT_EQ(sampler_.Write(IdOf("t"), Value(1.0)), "this is not a single variable");
   EXPECT_EQ(sampler_.Write(0, Value(1.0)), "the variable has gone");
   EXPECT_EQ(sampler_.Write(99999, Value(1.0)), "the variable has gone");
-  const int gone = IdOf("t.x");
+  const auto gone = IdOf("t.x");
   Run("t.x = nil");
   EXPECT_EQ(sampler_.Write(gone, Value(1.0)), "the variable has gone");
   EXPECT_EQ(Eval("level"), "1");
   EXPECT_EQ(Eval("sms.Port"), "2");
   EXPECT_EQ(Eval("t.x"), "nil");
+}
+
+TEST_F(VariableSamplerTest, ATextOfMegabytesIsNotReadWhole) {
+  Run("big = ('x'):rep(1048576)");
+  Pass();
+  Value value;
+  EXPECT_EQ(sampler_.Read(IdOf("big"), value), "");
+  ASSERT_TRUE(std::holds_alternative<LongText>(value));
+  EXPECT_EQ(std::get<LongText>(value).length, 1u << 20U);
+}
+
+TEST_F(VariableSamplerTest, AFunctionWithLongTextsIsReadOverSeveralCycles) {
+  Run("local a, b, c = ('x'):rep(5000), ('y'):rep(5000), ('z'):rep(5000)\n"
+      "function cycle() return a, b, c end");
+  VariableChanges changes;
+  int cycles = 1;
+  while (!sampler_.Sample(changes, kAtOnce)) ++cycles;
+  EXPECT_GE(cycles, 4);
+  EXPECT_EQ(changes.values.size(), 3u);
+}
+
+TEST_F(VariableSamplerTest, TablesThatAreMadeInEachCycleAreShownWithinTheLimits) {
+  Run("n = 0 function cycle() t = {} for i = 1, 5000 do n = n + 1 t[n] = {x = n} end end cycle()");
+  Pass();
+  EXPECT_NE(IdOf("t"), 0);
+  for (int pass = 0; pass < 5; ++pass) {
+    VariableChanges changes;
+    bool ended = false;
+    for (int i = 0; i < 20 && !ended; ++i) {
+      Run("cycle()");
+      ended = sampler_.Sample(changes, std::chrono::steady_clock::now());
+    }
+    model_.Apply(changes);
+    ASSERT_LE(model_.Complete().added.size(), 10000u);
+  }
+  Run("t = nil");
+  for (int pass = 0; pass < 2; ++pass) {
+    VariableChanges changes;
+    while (!sampler_.Sample(changes, kNever)) {
+    }
+    model_.Apply(changes);
+  }
+  EXPECT_EQ(model_.Complete().added.size(), 1u) << "n";
+}
+
+TEST_F(VariableSamplerTest, WhatIsForgottenIsFreedByTheCaller) {
+  Run("for i = 1, 9000 do _G['v' .. i] = i end");
+  Pass();
+  const std::shared_ptr<void> known = sampler_.Reset();
+  EXPECT_EQ(known.use_count(), 1);
+  EXPECT_EQ(Pass().added.size(), 9000u);
+}
+
+TEST_F(VariableSamplerTest, CountsBlocksOverSeveralCycles) {
+  Run("for i = 1, 200 do _G['b' .. i] = SEND_SMS.new() end");
+  corvane::bench::BlockCounts counts;
+  int cycles = 1;
+  while (!sampler_.CountBlocks(counts, kAtOnce)) ++cycles;
+  EXPECT_GE(cycles, 3);
+  EXPECT_EQ(counts["SEND_SMS"], 200u);
+}
+
+TEST_F(VariableSamplerTest, BlocksThatComeAndGoDoNotDisturbTheCount) {
+  Run("b = {} function cycle() b = {} for i = 1, 500 do b[i] = SEND_SMS.new() end end cycle()");
+  corvane::bench::BlockCounts counts;
+  for (int cycle = 0; cycle < 50; ++cycle) {
+    static_cast<void>(sampler_.CountBlocks(counts, kAtOnce));
+    Run("cycle() collectgarbage()");
+  }
+  while (!sampler_.CountBlocks(counts, kNever)) {
+  }
+  static_cast<void>(sampler_.CountBlocks(counts, kNever));
+  EXPECT_EQ(counts["SEND_SMS"], 500u);
 }
 
 TEST_F(VariableSamplerTest, KeepsNoBlockAlive) {
@@ -334,7 +407,7 @@ TEST_F(VariableSamplerTest, KeepsNoBlockAlive) {
 TEST_F(VariableSamplerTest, AfterAResetEverythingIsReportedAgain) {
   Run("a = 1 sms = SEND_SMS.new()");
   const VariableChanges first = Pass();
-  sampler_.Reset();
+  static_cast<void>(sampler_.Reset());
   const VariableChanges second = Pass();
   EXPECT_EQ(second.added.size(), first.added.size());
   EXPECT_EQ(second.values.size(), first.values.size());

@@ -39,7 +39,8 @@ TEST(ClientMessageTest, SaysWhatIsWrong) {
   EXPECT_EQ(ProblemOf("{"), "-1 not a JSON object");
   EXPECT_EQ(ProblemOf(R"({"request":5})"), R"(5 "type" is missing)");
   EXPECT_EQ(ProblemOf(R"({"type":"fly","request":5})"), R"(5 "fly" is not a type of message)");
-  EXPECT_EQ(ProblemOf(R"({"type":"get","id":2147483648})"), R"(-1 "id" is not a number of one)");
+  EXPECT_EQ(ProblemOf(R"({"type":"get","id":9223372036854775808})"),
+            R"(-1 "id" is not a number of one)");
   EXPECT_EQ(ProblemOf(R"({"type":"get","id":18446744073709551615})"),
             R"(-1 "id" is not a number of one)");
   EXPECT_EQ(ProblemOf(R"({"type":"write","id":1,"value":[]})"),
