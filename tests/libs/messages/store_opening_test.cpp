@@ -290,7 +290,7 @@ TEST_F(StoreOpening, BeginsAgainWhenTheFileIsDamagedWhileItIsInUse) {
   ASSERT_GT(fs::file_size(file()), 1000000U);
   {
     std::fstream out(file(), std::ios::binary | std::ios::in | std::ios::out);
-    out << std::string(fs::file_size(file()), '\xA5');
+    out << std::string(static_cast<std::size_t>(fs::file_size(file())), '\xA5');
   }
   std::int64_t id = kFirstNewId;
   ASSERT_TRUE(test_support::WaitFor([&] {

@@ -77,7 +77,7 @@ TEST_F(ScanTest, TellsAfterEachCycleWhatItTook) {
   const std::deque<int> durations{10, 150, 30};
   scan.Run(
       [&](std::uint64_t number) {
-        clock_.Pass(milliseconds(durations.at(number - 1)));
+        clock_.Pass(milliseconds(durations.at(static_cast<std::size_t>(number) - 1)));
         return true;
       },
       [] {},
