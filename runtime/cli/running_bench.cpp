@@ -143,7 +143,7 @@ void RunningBench::Start(const ServedProgram& program) {
   bench::Services services;
   services.http = std::move(service);
   services.topics["log"] = std::make_unique<bench::LogTopic>(log_);
-  store_ = std::make_shared<bench::StoreReader>(StateFolder(program.file) / "messages.db");
+  store_ = std::make_shared<bench::StoreThread>(StateFolder(program.file) / "messages.db");
   store_requests_ = std::make_unique<bench::StoreRequests>(store_);
   services.topics["messages"] = std::make_unique<bench::MessagesTopic>(store_);
   store_metrics_ = std::make_unique<bench::StoreMetrics>(store_);

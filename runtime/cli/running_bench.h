@@ -18,6 +18,7 @@
 #include "runtime/bench/server/modem_topic.h"
 #include "runtime/bench/server/store_metrics.h"
 #include "runtime/bench/server/store_requests.h"
+#include "runtime/bench/server/store_thread.h"
 #include "runtime/modem_driver/modem_port_driver.h"
 
 namespace corvane::cli {
@@ -103,7 +104,7 @@ class RunningBench {
   ServedProgram program_;
   std::shared_ptr<bench::LogTap> log_ = std::make_shared<bench::LogTap>();
   std::chrono::system_clock::time_point started_ = std::chrono::system_clock::now();
-  std::shared_ptr<bench::StoreReader> store_;
+  std::shared_ptr<bench::StoreThread> store_;
   std::unique_ptr<bench::StoreRequests> store_requests_;
   std::unique_ptr<bench::StoreMetrics> store_metrics_;
   std::vector<bench::ObservedModem> modems_;

@@ -1,17 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include "runtime/bench/server/bench_server.h"
 
-#include <pthread.h>
 #include <spdlog/spdlog.h>
 
 #include <boost/asio/post.hpp>
 #include <chrono>
-#include <csignal>
 #include <exception>
 #include <utility>
 #include <vector>
 
 #include "runtime/bench/server/acceptor.h"
+#include "runtime/bench/server/background_thread.h"
 #include "runtime/bench/server/connection.h"
 
 namespace corvane::bench {
@@ -38,10 +37,7 @@ class BenchServer::Core {
   [[nodiscard]] boost::asio::io_context& context() { return context_; }
 
   void Run() {
-    pthread_setname_np(pthread_self(), "bench");
-    sigset_t all;  // signals are for the other threads
-    sigfillset(&all);
-    pthread_sigmask(SIG_BLOCK, &all, nullptr);
+    BecomeBackgroundThread("bench");
     Tick();
     while (!context_.stopped()) {
       try {

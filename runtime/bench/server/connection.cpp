@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "runtime/bench/server/connection.h"
 
+#include <fmt/format.h>
 #include <spdlog/spdlog.h>
 
 #include <boost/beast/http/read.hpp>
@@ -31,6 +32,11 @@ websocket::stream_base::timeout SocketTimes() {
 }
 
 }  // namespace
+
+void ConnectionsShared::Warn(WarningLimit& limit, const std::string& text) {
+  const std::string line = limit.Pass(text, std::chrono::steady_clock::now());
+  if (!line.empty()) spdlog::warn("{}", line);
+}
 
 Connection::Connection(Arrival arrival, std::shared_ptr<ConnectionsShared> shared)
     : who_(std::move(arrival.who)),
@@ -82,8 +88,9 @@ void Connection::Respond(HttpResponse response) {
 
 void Connection::Upgrade(const HttpRequest& request) {
   if (static_cast<std::size_t>(shared_->clients) >= ConnectionsShared::kMostClients) {
-    spdlog::warn("bench: {} was refused: there are {} clients already", who_,
-                 ConnectionsShared::kMostClients);
+    shared_->Warn(shared_->refused,
+                  fmt::format("bench: {} was refused: there are {} clients already", who_,
+                              ConnectionsShared::kMostClients));
     Respond(PlainAnswer(request, 503, "There are too many clients; close a page."));
     return;
   }
@@ -125,7 +132,8 @@ void Connection::Send(const std::shared_ptr<const Frame>& frame) {
 
 /// The hub may be going through its clients, so this one leaves it when its read has ended.
 void Connection::Drop() {
-  spdlog::warn("bench: {} reads too slowly and was disconnected", who_);
+  shared_->Warn(shared_->slow,
+                fmt::format("bench: {} reads too slowly and was disconnected", who_));
   is_dropped_ = true;
   Error ignored;
   beast::get_lowest_layer(*socket_).socket().shutdown(StreamSocket::shutdown_both, ignored);

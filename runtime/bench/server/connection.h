@@ -15,6 +15,7 @@
 #include "runtime/bench/server/acceptor.h"
 #include "runtime/bench/server/http_answer.h"
 #include "runtime/bench/server/hub.h"
+#include "runtime/bench/server/warning_limit.h"
 
 namespace corvane::bench {
 
@@ -27,6 +28,10 @@ struct ConnectionsShared {
   const HttpService& service;
   int connections = 0;  ///< open ones
   int clients = 0;      ///< those of them that are in the hub
+  WarningLimit refused = {};
+  WarningLimit slow = {};
+
+  static void Warn(WarningLimit& limit, const std::string& text);
 };
 
 class Connection : public Client, public std::enable_shared_from_this<Connection> {

@@ -71,19 +71,21 @@ ordered_json JsonOf(const ListedIncoming& row) {
           {"text", PrintableBeginning(row.message.text, MessagesTopic::kLongestText)}};
 }
 
-}  // namespace
+using Rows = std::vector<std::pair<std::int64_t, ordered_json>>;
 
-messages::StoreView* StoreReader::Open() {
-  std::error_code error;
-  if (view_ == nullptr && std::filesystem::exists(file_, error)) {
-    try {
-      view_ = std::make_unique<messages::StoreView>(file_);
-    } catch (const std::exception&) {  // not yet complete, or damaged: the blocks say so
-      return nullptr;
-    }
+Rows ReadRows(messages::StoreView* store) {
+  Rows rows;
+  if (store == nullptr) return rows;
+  for (const auto& row : store->OutgoingMessages(MessagesTopic::kHistory)) {
+    rows.emplace_back(row.id, JsonOf(row));
   }
-  return view_.get();
+  for (const auto& row : store->IncomingMessages(MessagesTopic::kHistory)) {
+    rows.emplace_back(row.message.id, JsonOf(row));
+  }
+  return rows;
 }
+
+}  // namespace
 
 void MessagesTopic::SetWatched(bool /*watched*/) {
   read_ = {};
@@ -105,18 +107,11 @@ std::vector<Frame> MessagesTopic::Complete() {
 }
 
 Frame MessagesTopic::Read() {
-  std::vector<std::pair<std::int64_t, ordered_json>> rows;
+  Rows rows;
   std::string error;
   try {
-    if (messages::StoreView* const store = store_->Open()) {
-      for (const auto& row : store->OutgoingMessages(kHistory))
-        rows.emplace_back(row.id, JsonOf(row));
-      for (const auto& row : store->IncomingMessages(kHistory)) {
-        rows.emplace_back(row.message.id, JsonOf(row));
-      }
-    }
+    rows = store_->Ask(ReadRows);
   } catch (const std::exception& problem) {
-    store_->Close();
     error = problem.what();
   }
   std::ranges::sort(rows, std::greater(), [](const auto& row) { return row.first; });

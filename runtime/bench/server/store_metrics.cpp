@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <exception>
 #include <iterator>
+#include <vector>
 
 namespace corvane::bench {
 namespace {
@@ -38,13 +39,14 @@ void StoreMetrics::Count(const Outgoing& row) {
 }
 
 void StoreMetrics::Read() {
-  for (auto& [name, channel] : channels_) channel.waiting = channel.oldest = 0;
   try {
-    messages::StoreView* const store = store_->Open();
-    if (store == nullptr) return;
-    for (const Outgoing& row : store->OutgoingMessages(kMostCounted)) Count(row);
-  } catch (const std::exception&) {
-    store_->Close();
+    const auto rows = store_->Ask([](messages::StoreView* store) {
+      return store == nullptr ? std::vector<Outgoing>() : store->OutgoingMessages(kMostCounted);
+    });
+    for (auto& [name, channel] : channels_) channel.waiting = channel.oldest = 0;
+    for (const Outgoing& row : rows) Count(row);
+  } catch (const std::exception&) {  // the last ones stay
+    return;
   }
   while (std::ssize(counted_) > 2 * kMostCounted) counted_.erase(counted_.begin());
 }

@@ -11,15 +11,15 @@
 #include <string>
 #include <utility>
 
-#include "runtime/bench/server/messages_topic.h"
 #include "runtime/bench/server/metrics_text.h"
+#include "runtime/bench/server/store_thread.h"
 
 namespace corvane::bench {
 
 class StoreMetrics {
  public:
   /// Counts what ends from now on, as other counters of a program begin with its start.
-  explicit StoreMetrics(std::shared_ptr<StoreReader> store) : store_(std::move(store)) {}
+  explicit StoreMetrics(std::shared_ptr<StoreThread> store) : store_(std::move(store)) {}
 
   /// Adds the messages that wait, the oldest, and those that were sent or have failed.
   void AddTo(MetricsText& metrics);
@@ -37,7 +37,7 @@ class StoreMetrics {
   void Read();
   void Count(const messages::Outgoing& row);
 
-  std::shared_ptr<StoreReader> store_;
+  std::shared_ptr<StoreThread> store_;
   messages::WallTime started_ =
       std::chrono::time_point_cast<std::chrono::milliseconds>(std::chrono::system_clock::now());
   std::map<std::string, Channel> channels_;

@@ -10,13 +10,13 @@
 #include <vector>
 
 #include "runtime/bench/server/hub.h"
-#include "runtime/bench/server/messages_topic.h"
+#include "runtime/bench/server/store_thread.h"
 
 namespace corvane::bench {
 
 class StoreRequests {
  public:
-  explicit StoreRequests(std::shared_ptr<StoreReader> store) : store_(std::move(store)) {}
+  explicit StoreRequests(std::shared_ptr<StoreThread> store) : store_(std::move(store)) {}
 
   /// Leaves a request; `done` is called when the program has answered, or after 5 seconds without
   /// an answer, when the request is taken back.
@@ -34,7 +34,7 @@ class StoreRequests {
   /// What to say to the client: whether there is an answer, and its error.
   [[nodiscard]] std::pair<bool, std::string> Look(const Pending& pending);
 
-  std::shared_ptr<StoreReader> store_;
+  std::shared_ptr<StoreThread> store_;
   std::vector<Pending> pending_;
 };
 
