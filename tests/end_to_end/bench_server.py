@@ -184,9 +184,9 @@ def prometheus_accepts_the_metrics():
                 assert answer.headers["content-type"].startswith("text/plain; version=0.0.4"), answer.headers
                 return answer.body.decode()
 
-            text = wait_for(lambda: next((t for t in [metrics()] if "corvane_modem_signal_dbm{" in t
-                                          and 'channel="sms",result="sent"} 1' in t), None), "signal, and a sent SMS")
-            assert 'corvane_modem_registered{port="1"} 1' in text, text
+            wanted = ('corvane_modem_signal_dbm{port="1"} -', 'corvane_modem_registered{port="1"} 1',
+                      'corvane_messages_ended_total{channel="sms",result="sent"} 1')
+            text = wait_for(lambda: next((t for t in [metrics()] if all(line in t for line in wanted)), None), str(wanted))
             cycles = float(re.search(r"^corvane_cycles_total (\d+)$", text, re.M)[1])
             assert cycles > 0
             assert 'corvane_blocks{type="SMS_OUTBOX"} 1' in text, text
