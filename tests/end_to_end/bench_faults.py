@@ -172,7 +172,7 @@ def the_bench_gives_way_to_the_cycles():
 
         nice, _ = thread("corvane")
         for name in ("bench", "bench-store"):
-            assert thread(name) == (min(nice + 10, 19), os.SCHED_BATCH), (name, thread(name))
+            assert thread(name) == (min(nice + 5, 19), os.SCHED_BATCH), (name, thread(name))
 
 
 def half_a_request_is_not_waited_for_for_ever():

@@ -18,7 +18,7 @@ void BecomeBackgroundThread(const char* name) {
   pthread_setschedparam(pthread_self(), SCHED_BATCH, &none);
   // On Linux the nice value is that of the thread. Without it, a client that keeps this thread busy
   // would delay the cycles of a machine with a single processor.
-  constexpr int kNicer = 10;
+  constexpr int kNicer = 5;
   [[maybe_unused]] const int nice_value = nice(kNicer);
 }
 
