@@ -1,6 +1,7 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
 """bench_server.py CORVANE: what `corvane run --web` and the Unix socket of a program serve, and whom they refuse."""
+import json
 import os
 import re
 import socket
@@ -174,6 +175,65 @@ def the_dialogue_with_the_modem_is_shown_without_secrets():
                     later.send(type="subscribe", topics=["modem"])
                     first = later.expect("modem")
                     assert first["lines"][:len(lines)] == lines, first
+
+
+SECRET = "s3cr3t-w0rd"
+PIN = "40719258"
+SECRETS = f"""
+SmtpPassword = "{SECRET}"
+API_TOKEN = "{SECRET}"
+plain = "not a secret"
+local user_token = "{SECRET}"
+settings = {{ Password = "{SECRET}", nested = {{ {{ apiToken = "{SECRET}" }}, deep = {{ SIM_PIN = "{SECRET}" }} }},
+             secrets = {{ "{SECRET}", mail = "{SECRET}" }} }}
+local kept = plc.retain("kept", {{ password = "{SECRET}", list = {{ {{ token = "{SECRET}" }} }} }})
+mail = SEND_EMAIL.new {{ Password = "{SECRET}" }}
+local box = MAIL_OUTBOX.new {{ Server = "127.0.0.1", User = "user", Password = "{SECRET}", To = "a@example.com",
+                              From = "b@example.com", Subject = "x", Text = "y" }}
+function cycle()
+  box.Execute = true
+  box()
+  user_token = user_token .. ""
+  kept.count = plc.cycle
+end
+"""
+
+
+def no_secret_leaves_the_program():
+    with SimulatedModem(corvane, "--pin", PIN) as modem:
+        with Program(corvane, SECRETS, "--web-write", "--modem", f"1={modem.device},init=AT+CPIN={PIN}") as program:
+            received = []
+            with WebSocket(program.port) as client:
+                client.send(type="subscribe", topics=["variables", "cycle", "modem", "messages", "log"])
+                nodes = {}
+
+                def take(message):
+                    received.append(json.dumps(message))
+                    nodes.update({node["id"]: node for node in message.get("add", [])})
+
+                def complete():
+                    seen = "".join(received)
+                    return ({"apiToken", "SIM_PIN", "user_token", "password", "plain"} <= {n["name"] for n in nodes.values()}
+                            and all(f'"type": "{kind}"' in seen for kind in ("modem", "log", "messages", "cycle"))
+                            and "AT+CPIN=" in seen and "a@example.com" in seen)
+
+                while not complete():
+                    take(client.receive())
+                for number, node in enumerate(list(nodes), 1):
+                    for message in ({"type": "get"}, {"type": "write", "value": "other"}):
+                        if message["type"] == "write" and not nodes[node].get("secret"):
+                            continue
+                        client.send(request=number, id=node, **message)
+                        while received[-1:] == [] or not received[-1].startswith(f'{{"type": "result", "request": {number},'):
+                            take(client.receive())
+                        received.append("")
+            received.append(request(program.port, "/metrics").body.decode())
+            hidden = {node["name"] for node in nodes.values() if node.get("secret")}
+            assert hidden >= {"SmtpPassword", "API_TOKEN", "user_token", "Password", "apiToken", "SIM_PIN", "secrets",
+                              "password", "token"}, hidden
+            everything = "\n".join(received) + program.log()
+            assert "not a secret" in everything and "plain" in everything
+            assert SECRET not in everything and not re.search(rf"(?<![\d.]){PIN}(?!\d)", everything), everything
 
 
 def prometheus_accepts_the_metrics():
@@ -437,7 +497,7 @@ def without_a_folder_the_program_runs_on():
 scratch = tempfile.TemporaryDirectory()
 TESTS = [the_greeting_tells_program_and_protocol, the_log_is_complete_first_and_then_continues,
          writing_needs_leave_or_the_unix_socket, variables_are_shown_and_written, messages_of_the_store_are_shown_and_cancelled,
-         the_dialogue_with_the_modem_is_shown_without_secrets, prometheus_accepts_the_metrics,
+         the_dialogue_with_the_modem_is_shown_without_secrets, no_secret_leaves_the_program, prometheus_accepts_the_metrics,
          health_ends_with_the_cycles, a_program_without_a_store_has_no_messages, wrong_messages_get_an_answer_and_do_not_end_the_connection,
          hostile_web_sockets_are_disconnected, other_names_and_other_pages_are_refused,
          every_answer_has_the_safeguards, broken_http_ends_the_connection_only,

@@ -9,8 +9,10 @@ using corvane::bench::IsSecretName;
 
 TEST(SecretNames, PasswordsTokensAndPinsInAnyCase) {
   for (const char* name :
-       {"PIN", "pin", "Pin", "sim_pin", "simPin", "SIM_PIN", "simPIN", "Password", "smtp_password",
-        "MailPassword", "Token", "apiToken", "client_secret"}) {
+       {"PIN",     "pin",         "Pin",           "sim_pin",       "simPin",
+        "SIM_PIN", "simPIN",      "Password",      "smtp_password", "MailPassword",
+        "Token",   "apiToken",    "client_secret", "passwort",      "pwd",
+        "SIM_PUK", "credentials", "ApiKey",        "api_key",       "passphrase"}) {
     EXPECT_TRUE(IsSecretName(name)) << name;
   }
 }
