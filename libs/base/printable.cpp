@@ -55,11 +55,16 @@ std::string Printable(std::string_view text, std::string_view kept) {
   return shown;
 }
 
-std::string PrintableBeginning(std::string_view text, std::size_t limit) {
-  if (text.size() <= limit) return Printable(text);
+std::string_view WholeCharacters(std::string_view text, std::size_t limit) {
+  if (text.size() <= limit) return text;
   const auto continues = [text](std::size_t i) { return (text[i] & 0xC0) == 0x80; };
   for (int i = 0; i < 3 && limit > 0 && continues(limit); ++i) --limit;
-  return Printable(text.substr(0, limit)) + "...";
+  return text.substr(0, limit);
+}
+
+std::string PrintableBeginning(std::string_view text, std::size_t limit) {
+  if (text.size() <= limit) return Printable(text);
+  return Printable(WholeCharacters(text, limit)) + "...";
 }
 
 }  // namespace corvane

@@ -13,6 +13,9 @@ namespace corvane {
 /// Control characters in `kept` stay as they are.
 [[nodiscard]] std::string Printable(std::string_view text, std::string_view kept = {});
 
+/// The first `limit` octets of `text`, or up to three fewer, so that no character is cut.
+[[nodiscard]] std::string_view WholeCharacters(std::string_view text, std::size_t limit);
+
 /// The first `limit` octets of `text` made printable, or up to three fewer, so that no character is
 /// cut; "..." follows if there are more.
 [[nodiscard]] std::string PrintableBeginning(std::string_view text, std::size_t limit);

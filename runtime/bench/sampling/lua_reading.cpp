@@ -6,6 +6,8 @@
 #include <functional>
 #include <string_view>
 
+#include "libs/base/printable.h"
+
 namespace corvane::bench {
 namespace {
 
@@ -29,7 +31,7 @@ LongText Shortened(std::string_view text) {
   const std::hash<std::string_view> hash;
   const std::size_t digest =
       hash(text.substr(0, kDigested)) + 31 * hash(text.substr(text.size() - kLongestText));
-  return {std::string(text.substr(0, kLongestText)), text.size(), digest};
+  return {std::string(WholeCharacters(text, kLongestText)), text.size(), digest};
 }
 
 bool ReplaceText(Value& value, std::string_view now) {

@@ -51,7 +51,7 @@ class ObjectSet {
   /// The object's slot, or the empty one that it would take.
   [[nodiscard]] std::size_t Find(const void* object) const {
     const auto address = std::uint64_t{std::bit_cast<std::uintptr_t>(object)};
-    std::size_t slot = (address * 0x9E3779B97F4A7C15U) >> 49U;  // the upper 15 bits
+    auto slot = static_cast<std::size_t>((address * 0x9E3779B97F4A7C15U) >> 49U);  // the upper 15
     while (slots_[slot].round == round_ && slots_[slot].object != object) {
       slot = (slot + 1) % kSlots;
     }

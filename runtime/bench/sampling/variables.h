@@ -29,7 +29,7 @@ struct Node {
 
 /// A text above kLongestText octets.
 struct LongText {
-  std::string beginning;   ///< kLongestText octets
+  std::string beginning;   ///< up to kLongestText octets, whole characters
   std::size_t length = 0;  ///< of the whole text, in octets
   std::size_t digest = 0;  ///< of its octets
   bool operator==(const LongText&) const = default;

@@ -11,7 +11,6 @@ export class DetailView {
   #actions;
   #node = null;
   #parts = null;
-  #whole = null; // { changed, text }: a long text that was asked for, and which change it belongs to
 
   constructor(actions) {
     this.#actions = actions;
@@ -32,24 +31,17 @@ export class DetailView {
   }
 
   focus() {
-    this.#panel.querySelector("input, select, textarea, button:not(.close)")?.focus();
-  }
-
-  /** The whole of a long text has come. */
-  takeWhole(path, text) {
-    if (this.#node?.path !== path || typeof text !== "string") return;
-    this.#whole = { changed: this.#node.changed, text };
-    this.draw();
+    const first = [...this.#panel.querySelectorAll("input, select, textarea, button:not(.close)")].find((one) => one.offsetParent);
+    (first ?? this.#panel.querySelector(".whole")).focus();
   }
 
   draw() {
     const node = this.#node;
     if (!node || this.#panel.hidden) return;
     const { value, changed, more, plot } = this.#parts;
-    if (this.#whole && this.#whole.changed !== node.changed) this.#whole = null;
     setText(value, this.#text(node));
     setAttribute(value, "data-type", node.secret ? "secret" : typeof node.value);
-    more.hidden = typeof node.value?.length !== "number" || typeof node.value === "string" || this.#whole !== null;
+    more.hidden = typeof node.value?.length !== "number" || typeof node.value === "string";
     if (!more.hidden) setText(more, `Show all ${count(node.value.length)} octets`);
     setText(changed, node.changed === null ? "not since this page looks" :
       `${dateAndTime(node.changed)}, ${ago(this.#actions.now() - node.changed)}`);
@@ -60,13 +52,11 @@ export class DetailView {
   #text(node) {
     if (node.kind !== "value") return `${node.children.length} variables`;
     if (node.secret) return "hidden: passwords, PINs and tokens never leave the program";
-    if (this.#whole) return this.#whole.text;
     if (typeof node.value === "string") return node.value;
     return node.value?.text !== undefined ? `${node.value.text}…` : typeof node.value === "number" ? String(node.value) : shortValue(node);
   }
 
   #build(node) {
-    this.#whole = null;
     const close = element("button", { class: "close", "aria-label": "Close", onclick: () => this.#actions.close() }, "×");
     const value = element("pre", { class: "whole", tabIndex: 0, dir: "auto", role: "region", "aria-label": "Value" });
     const more = element("button", { onclick: () => this.#ask({ type: "get" }) });

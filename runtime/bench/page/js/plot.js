@@ -30,9 +30,10 @@ export function newPlot(place, options, moved) {
     cursor: { drag: { x: false, y: false }, points: { show: false } },
     padding: [8, 12, 0, 4],
     ...options,
-    hooks: { setCursor: [(self) => moved(self.cursor.idx ?? null)] },
+    hooks: { setCursor: [(self) => moved(self.cursor.idx ?? null)], destroy: [() => resized.disconnect()] },
   }, options.data, place);
-  new ResizeObserver(() => plot.setSize(size())).observe(place);
+  const resized = new ResizeObserver(() => plot.setSize(size()));
+  resized.observe(place);
   return plot;
 }
 

@@ -61,7 +61,7 @@ export class Variables {
     const node = { ...described, parent, children: [], value: null, seen: false, changed: null };
     node.level = parent ? parent.level + 1 : 1;
     node.path = this.#freePath(parent ? `${parent.path}.${node.name}` : node.name);
-    (parent?.children ?? this.roots).push(node);
+    insert(parent?.children ?? this.roots, node, parent?.kind !== "block");
     this.#nodes.set(node.id, node);
     this.#paths.set(node.path, node);
     this.structure++;
@@ -85,6 +85,20 @@ export class Variables {
   }
 }
 
+const byName = new Intl.Collator("en", { numeric: true });
+
+/** Lua's tables have no order, so theirs is by name; that of a block is how it declares its variables. */
+function insert(siblings, node, isByName) {
+  let low = isByName ? 0 : siblings.length;
+  let high = siblings.length;
+  while (low < high) {
+    const middle = (low + high) >> 1;
+    if (byName.compare(siblings[middle].name, node.name) <= 0) low = middle + 1;
+    else high = middle;
+  }
+  siblings.splice(low, 0, node);
+}
+
 function setValue(node, value, time, known) {
   const before = node.seen ? node : known?.byPath(node.path);
   if (before?.seen) node.changed = same(before.value, value) ? before.changed : time;
@@ -97,7 +111,18 @@ function fromWire(value) {
   return special ? { nan: NaN, inf: Infinity, "-inf": -Infinity }[special] ?? null : value;
 }
 
+/** A long text is the same as its beginning: one is what came by itself, the other what was asked for. */
 function same(one, other) {
-  if (one === null || other === null || typeof one !== "object") return Object.is(one, other);
-  return one.text === other.text && one.length === other.length;
+  const [a, b] = [beginning(one), beginning(other)];
+  return a === null || b === null ? Object.is(one, other) : a.length === b.length && isPrefix(a.text, b.text);
 }
+
+const octets = new TextEncoder();
+
+/** A text as { text, length in octets }; null: not a text. */
+function beginning(value) {
+  if (typeof value === "string") return { text: value, length: octets.encode(value).length };
+  return value !== null && typeof value === "object" ? value : null;
+}
+
+const isPrefix = (one, other) => one.startsWith(other) || other.startsWith(one);

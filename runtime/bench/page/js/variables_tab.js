@@ -20,6 +20,7 @@ export class VariablesTab {
   #pausedAt = null;
   #isFirst = true; // the next message describes everything
   #opened = new Set(); // paths
+  #isUntouched = true; // the reader has opened and closed nothing yet
   #rowsOf = null; // what the rows were made from
   #mayWrite = false;
   #program = null;
@@ -90,7 +91,7 @@ export class VariablesTab {
     }
     this.#latest.apply(message, known, (node) => this.#histories.record(node.path, message.time, node.value));
     if (this.#pausedAt === null) this.#shown = this.#latest;
-    if (known?.size === 0 && this.#latest.size <= kOpenedAtFirst) this.#openAll();
+    this.#openAtFirst();
     this.#drawSoon();
   }
 
@@ -110,7 +111,16 @@ export class VariablesTab {
     this.#drawSoon();
   }
 
+  /** The variables of a large program come in several messages. */
+  #openAtFirst() {
+    if (!this.#isUntouched) return;
+    this.#isUntouched = this.#latest.size <= kOpenedAtFirst;
+    if (this.#isUntouched) this.#openAll();
+    else this.#opened.clear();
+  }
+
   #open(node, opens) {
+    this.#isUntouched = false;
     if (opens) this.#opened.add(node.path);
     else this.#opened.delete(node.path);
     this.#rowsOf = null;
@@ -126,6 +136,7 @@ export class VariablesTab {
   }
 
   #fold() {
+    this.#isUntouched = false;
     if (this.#opened.size > 0) this.#opened.clear();
     else this.#openAll();
     this.#rowsOf = null;

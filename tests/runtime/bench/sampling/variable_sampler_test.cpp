@@ -325,6 +325,14 @@ TEST_F(VariableSamplerTest, ATextOfMegabytesIsNotReadWhole) {
   EXPECT_EQ(std::get<LongText>(value).length, 1u << 20U);
 }
 
+TEST_F(VariableSamplerTest, ALongTextIsNotCutWithinACharacter) {
+  Run("long = 'x' .. ('🌊'):rep(2000)");
+  Pass();
+  const auto value = At("long");
+  ASSERT_TRUE(value && std::holds_alternative<LongText>(*value));
+  EXPECT_EQ(std::get<LongText>(*value).beginning.size(), 4093u);
+}
+
 TEST_F(VariableSamplerTest, AFunctionWithLongTextsIsReadOverSeveralCycles) {
   Run("local a, b, c = ('x'):rep(5000), ('y'):rep(5000), ('z'):rep(5000)\n"
       "function cycle() return a, b, c end");
