@@ -108,9 +108,11 @@ class Browser:
         return [f"{fault['id']}: {node['html']}: {node['failureSummary']}" for fault in result["violations"]
                 if fault["impact"] in ("serious", "critical") for node in fault["nodes"]]
 
-    def picture(self, path):
-        """Saves what can be seen as a PNG."""
-        self.driver.save_screenshot(path)
+    def picture(self, name):
+        """Saves what can be seen as a PNG in the folder BENCH_PICTURES, if there is one: that is how those of
+        docs/bench are made."""
+        if folder := os.environ.get("BENCH_PICTURES"):
+            self.driver.save_screenshot(os.path.join(folder, name + ".png"))
 
     def __enter__(self):
         return self

@@ -1,7 +1,9 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
 """bench_page.py CORVANE [TEST...]: the bench's page in a browser: its frame, and the tabs Variables and Cycle."""
+import os
 import sys
+import time
 
 from bench_browser import DESK, PHONE, Browser
 from bench_client import Program
@@ -254,6 +256,48 @@ def the_tab_cycle_marks_overruns(browser):
         assert abs(sum(shares) - 100) < 1, shares
 
 
+PUMP = """
+local limit = 260
+level, flow, running = 200, 0, false
+delay = TON.new { PT = 2 }
+starts = CTU.new { PV = 1000 }
+limits = { low = 150, high = 260 }
+alarm = SEND_SMS.new { Port = 7, Receiver = "+15550101234", Message = "Pump 2: level above 260 cm" }
+function cycle()
+  level = 200 + 60 * math.sin(plc.cycle / 150)
+  running = level > 215
+  flow = running and 42 + 3 * math.sin(plc.cycle / 20) or 0
+  delay.IN, starts.CU = level > limit, running
+  delay() starts()
+  if plc.cycle % 300 == 200 then local till = os.clock() + 0.03 while os.clock() < till do end end
+end
+"""
+
+
+def a_pump_has_its_picture_taken(browser):
+    seconds = 45 if "BENCH_PICTURES" in os.environ else 1
+    with Program(corvane, PUMP, cycle="20ms", name="pump") as program:
+        with browser.page(program):
+            for path in ("level", "flow", "running"):
+                plot(browser, path)
+            browser.one("#trend-span").send_keys("minute")
+            select(browser, "level")
+            filter_by(browser, "")
+            end = time.monotonic() + seconds
+            browser.wait(lambda: time.monotonic() > end, "something to see", seconds + 10)
+            browser.picture("variables")
+        with browser.page(program, "cycle", dark=True):
+            browser.wait(lambda: browser.all("#cycle tbody tr"), "the histogram")
+            browser.picture("cycle_dark")
+        with browser.page(program, size=PHONE):
+            browser.wait(lambda: browser.one("#tree").is_displayed() and rows(browser), "the variables")
+            for path in ("level", "running"):
+                plot(browser, path)
+            filter_by(browser, "")
+            browser.wait(lambda: len(rows(browser)) > 10, "all rows")
+            browser.picture("variables_phone")
+
+
 def every_tab_is_accessible_on_desk_and_phone(browser):
     with Program(corvane, STATION) as program:
         for size, dark in ((DESK, False), (DESK, True), (PHONE, False), (PHONE, True)):
@@ -292,7 +336,7 @@ TESTS = [
     a_pause_keeps_what_is_shown, numbers_and_bools_share_a_trend, the_tree_is_used_with_the_keyboard,
     variables_are_written_with_leave_only, five_hundred_blocks_are_shown_as_one_is,
     a_long_text_is_fetched_when_it_is_wanted, the_tab_cycle_marks_overruns, every_tab_is_accessible_on_desk_and_phone,
-    nothing_comes_from_elsewhere, the_chosen_colours_are_kept,
+    a_pump_has_its_picture_taken, nothing_comes_from_elsewhere, the_chosen_colours_are_kept,
 ]
 chosen = sys.argv[2:]
 with Browser() as browser:

@@ -87,7 +87,8 @@ export class CycleTab {
 
   #data() {
     const column = (at) => this.#last.map((one) => one[at]);
-    const overruns = this.#last.map((one) => (one[4] > 0 ? one[2] : null));
+    // A cycle overruns since it takes long, or since it starts late.
+    const overruns = this.#last.map((one) => (one[4] > 0 ? Math.max(one[2], one[3]) : null));
     const limit = this.#last.map(() => this.#cycle.cycle);
     return [column(0), column(2), column(1), column(3), overruns, limit];
   }

@@ -75,9 +75,9 @@ export class DetailView {
   #writing(node) {
     if (node.kind !== "value" || node.secret) return [];
     if (!this.#actions.mayWrite()) {
-      return [element("p", { class: "note" }, "Read only: the program was started without --web-write.")];
+      return [element("p", { class: "note" }, "Read only: the program was started without ", element("code", {}, "--web-write"), ".")];
     }
-    if (!node.writable) return [element("p", { class: "note" }, "This variable cannot be written.")];
+    if (!node.writable) return [element("p", { class: "note" }, node.direction === "output" ? "An output: its block sets it." : "This variable cannot be written.")];
     const input = newInput(node);
     const result = element("p", { class: "note", role: "status" });
     const write = (event) => {

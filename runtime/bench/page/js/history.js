@@ -16,6 +16,10 @@ class History {
     return this.times.length - this.first;
   }
 
+  get start() {
+    return this.times[this.first] ?? Infinity;
+  }
+
   get last() {
     return this.values[this.values.length - 1];
   }
@@ -82,6 +86,11 @@ export class Histories {
     this.#all.clear();
     this.plotted.clear();
     this.#points = 0;
+  }
+
+  /** From when on one of `paths` is known. */
+  since(paths) {
+    return Math.min(...paths.map((path) => this.#all.get(path)?.start ?? Infinity));
   }
 
   /**

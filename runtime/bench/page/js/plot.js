@@ -18,7 +18,7 @@ export function axis(more = {}) {
   };
 }
 
-export const timeAxis = () => axis({ values: (_, times) => times.map((time) => timeOfDay(time)), space: 80 });
+export const timeAxis = () => axis({ values: (_, times) => times.map((time) => timeOfDay(time)), space: 80, size: 30 });
 
 /** A plot as wide as `place`, which it follows, with its time axis; cursor moves show values through `moved(index)`. */
 export function newPlot(place, options, moved) {

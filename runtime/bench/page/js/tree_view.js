@@ -93,8 +93,8 @@ export class TreeView {
     if (at < 0) return;
     const { node, opens, open } = this.#rows[at];
     this.#activate(at);
-    if (event.target.closest("button")) this.#actions.plot(node);
-    else if (opens) this.#actions.open(node, !open);
+    if (event.target.closest("button")) return this.#actions.plot(node);
+    if (opens) this.#actions.open(node, !open);
     this.#actions.select(node);
   }
 

@@ -7,6 +7,7 @@ import { axis, legendItem, newPlot, redrawWithTheme, stepped, timeAxis } from ".
 
 /** So many variables in one plot; there are as many colours. */
 export const kMostPlotted = 8;
+const kShortestSpan = 20; // seconds
 const kLane = 0.12; // part of the height for a BOOL
 
 /** @param actions { now(), isBool(path), removed() } */
@@ -99,8 +100,10 @@ export class TrendView {
 
   #data() {
     const to = this.#actions.now();
-    const from = to - Number(byId("trend-span").value);
-    return this.#histories.aligned(this.#lines.map((line) => line.path), from, to);
+    const paths = this.#lines.map((line) => line.path);
+    const known = Math.min(this.#histories.since(paths), to - kShortestSpan);
+    const from = Math.max(known, to - Number(byId("trend-span").value));
+    return this.#histories.aligned(paths, from, to);
   }
 
   #draw() {
