@@ -36,6 +36,11 @@ _corvane() {
         _corvane_files '*.lua'
     elif [[ $subcommand == check-modem ]]; then
         _corvane_files '/dev/*'
+    elif [[ $subcommand == log-level && $previous != log-level ]]; then
+        choices=$(sed -nE 's/^ *LEVEL [A-Z]+:\{([^}]*)\}.*/\1/p' <<<"$help")
+        mapfile -t COMPREPLY < <(compgen -W "${choices//,/ }" -- "$word")
+    elif [[ $subcommand == watch || $subcommand == log-level ]]; then
+        mapfile -t COMPREPLY < <(compgen -W "$("${COMP_WORDS[0]}" list 2>/dev/null | sed -nE '2,$ s/ .*//p')" -- "$word")
     elif [[ $subcommand == blocks ]]; then
         mapfile -t COMPREPLY < <(compgen -W "$("${COMP_WORDS[0]}" blocks 2>/dev/null | sed '/^ /d')" -- "$word")
     fi

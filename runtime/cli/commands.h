@@ -35,9 +35,12 @@ using Action = std::function<int()>;
 void AddRunCommand(CLI::App& app, const std::vector<std::string>& words, Action& action);
 void AddBlocksCommand(CLI::App& app, Action& action);
 void AddCheckModemCommand(CLI::App& app, Action& action);
+void AddListCommand(CLI::App& app, Action& action);
+void AddLogLevelCommand(CLI::App& app, Action& action);
 void AddMessagesCommand(CLI::App& app, Action& action);
 void AddModemCommand(CLI::App& app, Action& action);
 void AddPduCommand(CLI::App& app, Action& action);
 void AddTestCommand(CLI::App& app, Action& action);
+void AddWatchCommand(CLI::App& app, Action& action);
 
 }  // namespace corvane::cli

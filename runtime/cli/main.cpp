@@ -48,10 +48,13 @@ int Main(int argc, char** argv) {
   corvane::cli::AddRunCommand(app, words, action);
   corvane::cli::AddBlocksCommand(app, action);
   corvane::cli::AddCheckModemCommand(app, action);
+  corvane::cli::AddListCommand(app, action);
+  corvane::cli::AddLogLevelCommand(app, action);
   corvane::cli::AddMessagesCommand(app, action);
   corvane::cli::AddModemCommand(app, action);
   corvane::cli::AddPduCommand(app, action);
   corvane::cli::AddTestCommand(app, action);
+  corvane::cli::AddWatchCommand(app, action);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

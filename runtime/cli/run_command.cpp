@@ -29,6 +29,7 @@
 #include "runtime/cli/running_bench.h"
 #include "runtime/cli/service_manager.h"
 #include "runtime/cli/terminal_guard.h"
+#include "runtime/cli/watch_terminal.h"
 #include "runtime/cli/watch_view.h"
 #include "runtime/corvane/control_program.h"
 #include "runtime/corvane/cycle_watchdog.h"
@@ -209,7 +210,7 @@ int Run(const RunOptions& options) {
   if (bench == nullptr) return kUsage;
   std::unique_ptr<WatchView> view;
   if (options.watch) {
-    if (const std::string problem = WatchProblem(); !problem.empty()) {
+    if (const std::string problem = TerminalProblem("--watch"); !problem.empty()) {
       PrintError(problem);
       return kUsage;
     }

@@ -138,7 +138,7 @@ void RunningBench::Start(const ServedProgram& program) {
   service.problem = [this] { return Problem(); };
   if (address_) {
     service.cookie_name = fmt::format("corvane-{}", address_->port);  // cookies ignore ports
-    spdlog::info("bench: http://{}/", address_->Text());
+    spdlog::info("bench: {}", PageAddress());
   }
   bench::Services services;
   services.http = std::move(service);
@@ -212,6 +212,10 @@ std::string RunningBench::Metrics() {
   return metrics.text();
 }
 
+std::string RunningBench::PageAddress() const {
+  return fmt::format("http://{}/", address_->Text());
+}
+
 bench::Frame RunningBench::Hello() const {
   const auto level = spdlog::level::to_string_view(spdlog::get_level());
   const std::chrono::duration<double> started = started_.time_since_epoch();
@@ -225,7 +229,8 @@ bench::Frame RunningBench::Hello() const {
                           {"cycle", cycle.count()},
                           {"write", write_},
                           {"level", std::string_view(level.data(), level.size())},
-                          {"started", started.count()}});
+                          {"started", started.count()},
+                          {"page", address_ ? PageAddress() : ""}});
 }
 
 void RunningBench::Handle(const bench::ClientRequest& request, const bench::RequestDone& done) {
@@ -278,8 +283,10 @@ void RunningBench::SetLogLevel(const std::string& who, const bench::LogLevelRequ
                                const bench::RequestDone& done) {
   const std::string problem = LogLevel()(request.level);
   if (!problem.empty()) return done(problem, {});
+  const auto level = spdlog::level::from_str(request.level);
+  spdlog::set_level(std::min(spdlog::get_level(), spdlog::level::info));  // this is always logged
   spdlog::info("bench: {} sets the log level to {}", who, request.level);
-  spdlog::set_level(spdlog::level::from_str(request.level));
+  spdlog::set_level(level);
   done({}, {});
   server_->GreetAll();
 }

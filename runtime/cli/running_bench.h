@@ -86,6 +86,8 @@ class RunningBench {
   void Stop();
   [[nodiscard]] std::unique_ptr<bench::UnixListener> ListenLocally() const;
   [[nodiscard]] bench::Frame Hello() const;
+  /// "http://127.0.0.1:8080/"; only if there is a page.
+  [[nodiscard]] std::string PageAddress() const;
   [[nodiscard]] std::string Metrics();
   /// Why the program is not well; empty: it is.
   [[nodiscard]] std::string Problem() const;

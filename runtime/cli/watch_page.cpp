@@ -21,7 +21,7 @@ using ScreenLines = std::vector<ScreenLine>;
 constexpr std::size_t kFilterOctets = 200;
 
 /// No line has more than 38 cells, to fit narrow screens.
-constexpr std::array<const char*, 11> kHelp{
+constexpr std::array<const char*, 10> kHelp{
     " Up, Down    one line",
     " PgUp, PgDn  one page",
     " Home, End   first, last line",
@@ -31,7 +31,6 @@ constexpr std::array<const char*, 11> kHelp{
     " p           pause the display only",
     " Ctrl-L      redraw the screen",
     " ?           these keys, or back",
-    " q, Ctrl-C   end the program",
     " *           changed in the last 2 s",
 };
 
@@ -79,9 +78,10 @@ void AddFirst(ScreenLines& to, ScreenLines lines, int rows) {
 }
 
 /// The heading and the newest lines, `rows` in all.
-void AddOutput(ScreenLines& to, const std::vector<std::string>& output, int rows) {
+void AddOutput(ScreenLines& to, const std::string& heading, const std::vector<std::string>& output,
+               int rows) {
   if (rows == 0) return;
-  to.push_back({" Output", Style::kUnderline});
+  to.push_back({" " + heading, Style::kUnderline});
   const auto count = std::min(output.size(), static_cast<std::size_t>(rows - 1));
   for (std::size_t i = output.size() - count; i < output.size(); ++i) {
     to.push_back({" " + output[i]});
@@ -168,8 +168,7 @@ std::vector<ScreenLine> WatchPage::Lines(const std::shared_ptr<const WatchPictur
   }
   const WatchPicture& shown = paused_ != nullptr ? *paused_ : *picture;
   std::vector<ScreenLine> lines = Body(shown, size);
-  const std::string title = pause_ ? " corvane  paused  " : " corvane  ";
-  lines.insert(lines.begin(), {title + ScreenText(program_), Style::kReverse});
+  lines.insert(lines.begin(), {TitleLine(*picture), Style::kReverse});
   lines.resize(static_cast<std::size_t>(size.rows));
   lines.back() = {KeyLine(), Style::kReverse};
   for (ScreenLine& line : lines) {
@@ -182,9 +181,10 @@ std::vector<ScreenLine> WatchPage::Lines(const std::shared_ptr<const WatchPictur
 std::vector<ScreenLine> WatchPage::Body(const WatchPicture& picture, TerminalScreen::Size size) {
   const int rows = std::max(0, size.rows - 2);
   if (help_) {
-    count_ = static_cast<int>(kHelp.size());
     ScreenLines help;
     for (const char* line : kHelp) help.push_back({line});
+    help.push_back({" q, Ctrl-C   " + texts_.quit_meaning});
+    count_ = static_cast<int>(help.size());
     return help_lines_.Cut(help, rows);
   }
   auto lines =
@@ -199,14 +199,19 @@ std::vector<ScreenLine> WatchPage::Body(const WatchPicture& picture, TerminalScr
   auto blocks = blocks_.Cut(lines, arrangement.blocks);
   blocks.resize(static_cast<std::size_t>(arrangement.blocks));
   std::move(blocks.begin(), blocks.end(), std::back_inserter(body));
-  AddOutput(body, picture.output, arrangement.output);
+  AddOutput(body, texts_.output, picture.output, arrangement.output);
   return body;
+}
+
+std::string WatchPage::TitleLine(const WatchPicture& picture) const {
+  const std::string notice = picture.notice.empty() ? "" : ScreenText(picture.notice) + "  ";
+  return (pause_ ? " corvane  paused  " : " corvane  ") + notice + ScreenText(texts_.program);
 }
 
 std::string WatchPage::KeyLine() const {
   const std::string filter = ScreenText(filter_);
   if (editing_) return " /" + filter + "_  Enter: keep  Esc: show all";
-  std::string text = help_ ? " ?: back" : " q: end  ?: keys";
+  std::string text = help_ ? " ?: back" : " q: " + texts_.quit_word + "  ?: keys";
   if (!filter.empty() && !help_) text += "  /" + filter;
   const Scroll& scroll = help_ ? help_lines_ : blocks_;
   if (count_ > scroll.window) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What `corvane run --watch` shows on a screen of any size, and how keys change it. It knows
-// neither terminal nor clock. Threads: one at a time.
+// What `corvane run --watch` and `corvane watch` show on a screen of any size, and how keys change
+// it. It knows neither terminal nor clock. Threads: one at a time.
 #pragma once
 
 #include <cstdint>
@@ -21,6 +21,15 @@ struct WatchPicture {
   std::vector<std::string> modems;
   std::vector<BlockState> blocks;
   std::vector<std::string> output;  ///< the last lines, as ScreenText
+  std::string notice;               ///< why the picture is not up to date; empty: it is
+};
+
+/// What differs between the two views.
+struct WatchTexts {
+  std::string program;
+  std::string quit_word = "end";
+  std::string quit_meaning = "end the program";  ///< at most 25 cells
+  std::string output = "Output";
 };
 
 class WatchPage {
@@ -30,7 +39,7 @@ class WatchPage {
   /// What a key asks the caller to do.
   enum class Wish : std::uint8_t { kNothing, kEnd, kRedraw };
 
-  explicit WatchPage(std::string program) : program_(std::move(program)) {}
+  explicit WatchPage(WatchTexts texts) : texts_(std::move(texts)) {}
 
   [[nodiscard]] Wish Press(const KeyPress& key);
   /// At most `size.rows` lines. While the display pauses, those of the picture at which it paused.
@@ -53,8 +62,9 @@ class WatchPage {
   [[nodiscard]] std::vector<ScreenLine> Body(const WatchPicture& picture,
                                              TerminalScreen::Size size);
   [[nodiscard]] std::string KeyLine() const;
+  [[nodiscard]] std::string TitleLine(const WatchPicture& picture) const;
 
-  std::string program_;
+  WatchTexts texts_;
   std::shared_ptr<const WatchPicture> paused_;  // null: the display follows the program
   bool pause_ = false;
   bool help_ = false;

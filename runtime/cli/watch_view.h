@@ -11,27 +11,21 @@
 #include <optional>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "libs/base/descriptor.h"
 #include "runtime/cli/captured_output.h"
 #include "runtime/cli/change_marks.h"
-#include "runtime/cli/terminal_guard.h"
-#include "runtime/cli/terminal_keys.h"
-#include "runtime/cli/terminal_screen.h"
 #include "runtime/cli/watch_page.h"
+#include "runtime/cli/watch_terminal.h"
 #include "runtime/corvane/block_observer.h"
 #include "runtime/corvane/cycle_statistics.h"
 #include "runtime/modem_driver/modem_port_driver.h"
 
 namespace corvane::cli {
 
-/// Why this process cannot show anything; empty when it can.
-[[nodiscard]] std::string WatchProblem();
-
 /// Takes the terminal in its constructor, and restores it in its destructor or when a signal other
 /// than SIGKILL ends the process. Construct it before anything else catches signals or logs. One at
-/// a time, and only if WatchProblem() is empty.
+/// a time, and only if TerminalProblem() is empty.
 class WatchView {
  public:
   explicit WatchView(std::string program);
@@ -54,14 +48,9 @@ class WatchView {
   void Draw();
   [[nodiscard]] Picture Last();
   void Show();
-  void Press(const std::vector<KeyPress>& keys);
 
-  TerminalDescription description_;
-  TerminalGuard guard_;
+  WatchTerminal terminal_;
   CapturedOutput output_;
-  TerminalScreen screen_;
-  KeyDecoder keys_;
-  WatchPage page_;
   ChangeMarks marks_;
   Descriptor wake_;  // eventfd: the view ends
   std::optional<BlockObserver> observer_;

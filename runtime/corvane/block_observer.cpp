@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "runtime/corvane/block_observer.h"
 
-#include <fmt/chrono.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -11,8 +10,8 @@
 #include "runtime/corvane/declared_variables.h"
 #include "runtime/corvane/lua_environment.h"
 #include "runtime/corvane/st_library.h"
+#include "runtime/corvane/value_text.h"
 #include "runtime/corvaneshare/live_blocks.h"
-#include "share/date_time.h"
 
 namespace corvane {
 namespace {
@@ -81,13 +80,6 @@ class NameSearch {
   std::set<const void*> seen_;
 };
 
-/// A text in quotation marks, cut if nobody would read it to its end: copying a program's longest
-/// texts would take time from its cycle.
-std::string Quoted(std::string_view text) {
-  if (text.size() <= VariableState::kMaximumValue - 2) return fmt::format("'{}'", text);
-  return fmt::format("'{}...", text.substr(0, VariableState::kMaximumValue - 4));
-}
-
 std::string NumberText(const std::string& type, const std::string& variable, lua_Number number,
                        const char* text) {
   const std::string meaning = ValueMeaning(type, variable, number);
@@ -97,24 +89,18 @@ std::string NumberText(const std::string& type, const std::string& variable, lua
 /// The value on top, a variable of a block of type `type`, as people read it.
 std::string ValueText(lua_State* L, const std::string& type, const DeclaredVariable& declaration) {
   if (declaration.name == "Password" || declaration.name == "Token")
-    return lua_rawlen(L, -1) == 0 ? "''" : "......";
+    return lua_rawlen(L, -1) == 0 ? "''" : kHiddenValue;
   if (lua_isnil(L, -1)) return "-";
   if (lua_isboolean(L, -1)) return lua_toboolean(L, -1) != 0 ? "TRUE" : "FALSE";
   if (declaration.type == "DATE_AND_TIME" && lua_type(L, -1) == LUA_TNUMBER) {
-    const lua_Number seconds = lua_tonumber(L, -1);
-    // Years 1601 to 9999; other times stay numbers.
-    if (seconds == 0) return "-";
-    if (seconds > -static_cast<lua_Number>(kUnixEpochSeconds) && seconds < 253402300800.0) {
-      return fmt::format("{:%Y-%m-%d %H:%M:%S} UTC",
-                         fmt::gmtime(static_cast<std::time_t>(seconds)));
-    }
+    if (auto date = DateText(lua_tonumber(L, -1))) return *std::move(date);
   }
   const bool quoted = lua_type(L, -1) == LUA_TSTRING;
   const lua_Number number = lua_tonumber(L, -1);
   std::size_t length = 0;
   const char* text = lua_tolstring(L, -1, &length);
   if (text == nullptr) return luaL_typename(L, -1);
-  return quoted ? Quoted({text, length}) : NumberText(type, declaration.name, number, text);
+  return quoted ? QuotedText({text, length}) : NumberText(type, declaration.name, number, text);
 }
 
 /// The registered type of the block on top; empty if the value is not a block, or no longer is one.

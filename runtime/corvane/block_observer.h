@@ -13,11 +13,9 @@ namespace corvane {
 struct VariableState {
   std::string name;
   /// As text: TRUE, 5, 'text', 2026-11-21 03:00:00, 17 announcing the next PDU; never a password.
-  /// At most kMaximumValue octets, with three dots if there were more.
+  /// At most kLongestValueText octets, with three dots if there were more.
   std::string value;
   bool changed = false;  ///< lately; set by code that compares readings
-
-  static constexpr std::size_t kMaximumValue = 1024;
 };
 
 struct BlockState {

@@ -38,6 +38,10 @@ expect "--check" run --che
 expect "--json" blocks --j
 expect "" blocks --cyc
 expect "test" t
+expect "list|log-level" l
+expect "watch" w
+expect "--once" watch --on
+expect "debug" log-level pump d
 expect "check-modem" c
 expect "/dev/null" check-modem /dev/nul
 expect "--send" check-modem /dev/null --se
@@ -55,4 +59,17 @@ expect "programs|pump.conf" run --config ""
 expect "messages.db|programs" messages --store ""
 expect "" run pump.lua -- --
 expect "--help|--version" fly --
+
+# The names of the programs that run.
+export XDG_RUNTIME_DIR=$folder
+echo 'function cycle() end' >running_pump.lua
+"$corvane" run running_pump.lua 2>/dev/null &
+program=$!
+trap 'kill $program; wait; rm -rf "$folder"' EXIT
+for ((tries = 0; tries < 600; ++tries)); do
+    [ ! -S corvane/running_pump.sock ] || break
+    sleep 0.1
+done
+expect "running_pump" watch runn
+expect "running_pump" log-level runn
 exit $failed

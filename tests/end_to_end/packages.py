@@ -182,6 +182,9 @@ def check_service(pages):
     assert "\nProtectSystem=strict\n" in unit and "ReadWritePaths" not in unit
     assert "\nStateDirectory=corvane/%i\n" in unit, "a program could write to the folders of others"
     assert "\nStateDirectoryMode=0750\n" in unit, "others could read what the runtime keeps"
+    # The group corvane may watch the program: the socket has mode 0660, and its folder must let the group in.
+    assert "\nRuntimeDirectory=corvane/%i\nRuntimeDirectoryMode=0750\n" in unit
+    assert "\nGroup=corvane\n" in unit and "AF_UNIX" in unit.split("RestrictAddressFamilies=")[1].split("\n")[0]
     pathlib.Path("/etc/corvane/pump.lua").write_text(PROGRAM, encoding="utf-8")
     config = "cycle = 1ms\ncycles = 2\nargs = from the file\n"
     pathlib.Path("/etc/corvane/pump.conf").write_text(config, encoding="utf-8")

@@ -1,21 +1,17 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
 """watch.py CORVANE [TEST...]: looks at `corvane run --watch` through a terminal, usually of 80 x 24 cells."""
-import fcntl
 import os
 import pty
-import select
 import signal
-import struct
 import subprocess
 import sys
 import tempfile
 import termios
 import time
 
-import pyte
-
 from simulated_modem import SimulatedModem
+from terminal import Terminal
 
 corvane = sys.argv[1]
 folder = tempfile.TemporaryDirectory()
@@ -35,114 +31,19 @@ end
 """
 
 
-class Screen(pyte.Screen):
-    """pyte's screen with SU and SD of ECMA-48, which pyte lacks."""
+class WatchedProgram(Terminal):
+    """`corvane run --watch`."""
 
-    def _scroll(self, count, row, step):
-        kept, (top, bottom) = self.cursor.y, self.margins or (0, self.lines - 1)
-        self.cursor.y = top if row == "top" else bottom
-        for _ in range(count):
-            step()
-        self.cursor.y = kept
-
-    def scroll_up(self, count=1):
-        self._scroll(count, "bottom", self.index)
-
-    def scroll_down(self, count=1):
-        self._scroll(count, "top", self.reverse_index)
-
-
-class Stream(pyte.ByteStream):
-    csi = {**pyte.ByteStream.csi, "S": "scroll_up", "T": "scroll_down"}
-    events = pyte.ByteStream.events | {"scroll_up", "scroll_down"}
-
-
-class Terminal:
-    """A program on a pseudo-terminal, and what it shows there."""
-
-    def __init__(self, program, *options, term="screen", lines=24, columns=80, user=()):
+    def __init__(self, program, *options, **terminal):
         os.chmod(folder.name, 0o755)  # for any user
         path = folder.name + "/program.lua"
         with open(path, "w", encoding="utf-8") as file:
             file.write(program)
-        self.screen = Screen(columns, lines)
-        self.stream = Stream(self.screen)
-        self.raw = b""
-        self.master, self.slave = pty.openpty()
-        self.set_size(lines, columns)
-        self.before = termios.tcgetattr(self.slave)
-        # Its controlling terminal, so that keys such as Ctrl-C are signals.
-        self.process = subprocess.Popen(
-            ["setsid", "--ctty", "setpriv", "--pdeathsig", "KILL", *user,
-             corvane, "run", path, "--watch", "--cycle", "10ms", *options],
-            stdin=self.slave, stdout=self.slave, stderr=self.slave,
-            env={"TERM": term, "PATH": os.environ["PATH"], "LANG": "C.UTF-8"})
-
-    def set_size(self, lines, columns):
-        fcntl.ioctl(self.slave, termios.TIOCSWINSZ, struct.pack("HHHH", lines, columns, 0, 0))
-
-    def resize(self, lines, columns):
-        """Resizes the way a terminal emulator does: first its own cells, then the kernel's record."""
-        self.screen.resize(lines, columns)
-        self.screen.erase_in_display(2)
-        self.set_size(lines, columns)
-
-    def take(self, seconds):
-        while select.select([self.master], [], [], seconds)[0]:
-            octets = os.read(self.master, 65536)
-            self.raw += octets
-            self.stream.feed(octets)
-            seconds = 0
-
-    def text(self):
-        return "\n".join(self.screen.display)
-
-    def wait_for(self, *parts, gone=()):
-        end = time.monotonic() + 60
-        while not all(part in self.text() for part in parts) or any(part in self.text() for part in gone):
-            assert time.monotonic() < end, f"no {parts} in\n{self.text()}"
-            assert self.process.poll() is None, f"ended\n{self.text()}"
-            self.take(0.05)
-
-    def wait_for_end(self):
-        """Returns the exit status; the terminal must be as it was before."""
-        end = time.monotonic() + 60
-        while self.process.poll() is None:
-            assert time.monotonic() < end, "it does not end"
-            self.take(0.05)
-        self.take(0.1)
-        assert termios.tcgetattr(self.slave) == self.before, "the settings have changed"
-        # In the end the alternate screen has been left, and the cursor is shown.
-        assert self.raw.rfind(b"\x1b[?1049l") > self.raw.rfind(b"\x1b[?1049h"), self.raw[-300:]
-        assert not self.screen.cursor.hidden
-        os.close(self.master)
-        os.close(self.slave)
-        return self.process.returncode
-
-    def press(self, keys):
-        os.write(self.master, keys)
-
-    def fill(self):
-        """Fills the kernel's buffers, which nobody reads from now on: writing to them would wait."""
-        end = os.open(os.ttyname(self.slave), os.O_WRONLY | os.O_NOCTTY | os.O_NONBLOCK)
-        while select.select([], [end], [], 0.3)[1]:  # for the octets that the kernel moves in the background
-            try:
-                os.write(end, b"." * 4096)
-            except BlockingIOError:
-                pass
-        os.close(end)
-
-    def stop_output(self):
-        """Stops the output, as Ctrl-S does."""
-        self.press(b"\x13")
-        end = time.monotonic() + 60
-        while select.select([], [self.slave], [], 0)[1]:
-            assert time.monotonic() < end, "it still accepts output"
-            self.take(0.05)
+        super().__init__([corvane, "run", path, "--watch", "--cycle", "10ms", *options], {}, **terminal)
 
 
 def test_shows_blocks_and_statistics():
-    terminal = Terminal(PROGRAM)
+    terminal = WatchedProgram(PROGRAM)
     terminal.wait_for("Port         ", " cycles, ", "from the shell")
     rows = terminal.screen.display
     assert rows[0].startswith(" corvane  " + folder.name), rows
@@ -176,7 +77,7 @@ def test_shows_blocks_and_statistics():
 
 
 def test_hides_the_token_of_a_mail_account():
-    terminal = Terminal("""local mail = MAIL_OUTBOX.new { Server = "localhost", User = "plc", Token = "t0ken" }
+    terminal = WatchedProgram("""local mail = MAIL_OUTBOX.new { Server = "localhost", User = "plc", Token = "t0ken" }
                            function cycle() end""", lines=40)
     terminal.wait_for("User         'plc'", "Token        ......", "Password     ''")
     terminal.press(b"q")
@@ -187,7 +88,7 @@ def test_hides_the_token_of_a_mail_account():
 def test_shows_what_the_modems_do():
     reader = "local read = READ_SMS.new { Port = 1, Read = true } function cycle() read() end"
     with SimulatedModem(corvane) as modem:
-        terminal = Terminal(reader, "--modem", f"1={modem.device}", "--modem", f"2={modem.device}-2")
+        terminal = WatchedProgram(reader, "--modem", f"1={modem.device}", "--modem", f"2={modem.device}-2")
         terminal.wait_for(" modem 1: AT+CMGL=0 -> OK in ", f" modem 2: {modem.device}-2 does not exist; is the modem")
         rows = terminal.screen.display
         assert rows[4].startswith(" modem 1: ") and rows[5].startswith(" modem 2: "), rows
@@ -199,21 +100,21 @@ def test_shows_what_the_modems_do():
 
 
 def test_leaves_the_terminal_on_every_end():
-    terminal = Terminal("function cycle() if plc.cycle == 50 then error('no sensor') end end")
+    terminal = WatchedProgram("function cycle() if plc.cycle == 50 then error('no sensor') end end")
     assert terminal.wait_for_end() == 1
     assert b"no sensor" in terminal.raw[terminal.raw.rfind(b"\x1b[?1049l"):]
 
-    terminal = Terminal("function cycle() end", "--cycles", "5")
+    terminal = WatchedProgram("function cycle() end", "--cycles", "5")
     assert terminal.wait_for_end() == 0
 
-    terminal = Terminal("x = = 1")
+    terminal = WatchedProgram("x = = 1")
     assert terminal.wait_for_end() == 2
 
-    terminal = Terminal("function cycle() end", "--addin", __file__)  # which is not a library
+    terminal = WatchedProgram("function cycle() end", "--addin", __file__)  # which is not a library
     assert terminal.wait_for_end() == 2
 
     for ending in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP):
-        terminal = Terminal("function cycle() end")
+        terminal = WatchedProgram("function cycle() end")
         terminal.wait_for("cycle time min")
         terminal.process.send_signal(ending)
         assert terminal.wait_for_end() == 0
@@ -222,7 +123,7 @@ def test_leaves_the_terminal_on_every_end():
 def test_leaves_the_terminal_when_a_signal_ends_the_process():
     stuck = "function cycle() if plc.cycle == 3 then print('stuck') while true do end end end"
     for ending in (signal.SIGTERM, signal.SIGINT, signal.SIGQUIT, signal.SIGABRT):
-        terminal = Terminal(stuck)
+        terminal = WatchedProgram(stuck)
         terminal.wait_for(" stuck")
         while terminal.process.poll() is None:  # the second SIGTERM or SIGINT ends it
             terminal.process.send_signal(ending)
@@ -244,7 +145,7 @@ function cycle() count.Args = "cycle " .. plc.cycle end
 
 
 def test_moves_through_many_blocks_with_every_key():
-    terminal = Terminal(MANY, *QUIET)
+    terminal = WatchedProgram(MANY, *QUIET)
     terminal.wait_for("blocks[1]: SysProcessCreate", "lines 1 to 19 of ")
     total = int(terminal.screen.display[23].split(" of ")[1])
     assert total >= 1000, total
@@ -268,7 +169,7 @@ def test_moves_through_many_blocks_with_every_key():
 
 
 def test_filters_lists_its_keys_and_pauses():
-    terminal = Terminal(MANY, *QUIET)
+    terminal = WatchedProgram(MANY, *QUIET)
     terminal.wait_for("blocks[1]: ")
     terminal.press(b"/cOunt")
     terminal.wait_for(" /cOunt_  Enter: keep  Esc: show all", "count: SysProcessCreateWithResult", gone=["blocks[1]: "])
@@ -304,7 +205,7 @@ def test_filters_lists_its_keys_and_pauses():
 
 
 def test_marks_what_has_changed_lately():
-    terminal = Terminal("""
+    terminal = WatchedProgram("""
         fb = SEND_SMS.new { Port = 7 }
         function cycle()
           if plc.cycle % 500 == 100 then fb.Message = "cycle " .. plc.cycle end
@@ -318,7 +219,7 @@ def test_marks_what_has_changed_lately():
 
 
 def test_fits_every_size_and_follows_a_resize():
-    terminal = Terminal(PROGRAM, lines=10, columns=40)
+    terminal = WatchedProgram(PROGRAM, lines=10, columns=40)
     terminal.wait_for("alarm: SEND_SMS", " cycles, ", "q: end", "Output")
     for lines, columns in ((5, 20), (60, 200), (24, 80), (10, 40), (3, 80)):
         terminal.resize(lines, columns)
@@ -336,7 +237,7 @@ def test_fits_every_size_and_follows_a_resize():
 
 def test_wide_characters_do_not_break_rows():
     text = "水位 e\u0301\u0323 😀 ｱ"
-    terminal = Terminal(f"""
+    terminal = WatchedProgram(f"""
         local pumps = {{ ["水\\27[2J\\n"] = SEND_SMS.new {{ Receiver = "{text}", Message = "short" }} }}
         long = SEND_SMS.new {{ Message = ("水"):rep(20000) }}
         odd = SEND_SMS.new {{ Message = "a\\200\\255\\0\\7\\226\\128\\174b" }}
@@ -359,7 +260,7 @@ def test_wide_characters_do_not_break_rows():
 
 def test_survives_a_flood_of_output():
     flood = "line = ('x'):rep(99) function cycle() for i = 1, 10000 do print(line) end end"
-    terminal = Terminal(flood)
+    terminal = WatchedProgram(flood)
     terminal.wait_for("xxxxx...")
     stdout = f"/proc/{terminal.process.pid}/fd/1"
     for cycles in range(20, 401, 20):  # a megabyte each
@@ -382,14 +283,14 @@ def must_end(terminal, status):
 
 def test_ends_on_a_terminal_that_nobody_reads():
     for ending in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP, b"q", b"\x03"):
-        terminal = Terminal(PROGRAM)
+        terminal = WatchedProgram(PROGRAM)
         terminal.wait_for("alarm: SEND_SMS")
         terminal.fill()
         terminal.press(ending) if isinstance(ending, bytes) else terminal.process.send_signal(ending)
         must_end(terminal, 0)
 
     # Even after an error in the program, though nobody can see it.
-    terminal = Terminal("function cycle() if io.open('%s') then error('late') end end" % (folder.name + "/fail"))
+    terminal = WatchedProgram("function cycle() if io.open('%s') then error('late') end end" % (folder.name + "/fail"))
     terminal.wait_for("cycle time")
     terminal.fill()
     with open(folder.name + "/fail", "w", encoding="utf-8"):
@@ -398,7 +299,7 @@ def test_ends_on_a_terminal_that_nobody_reads():
 
 
 def test_a_signal_that_ends_the_process_does_so_on_a_terminal_that_nobody_reads():
-    terminal = Terminal("function cycle() if plc.cycle == 3 then print('stuck') while true do end end end")
+    terminal = WatchedProgram("function cycle() if plc.cycle == 3 then print('stuck') while true do end end end")
     terminal.wait_for(" stuck")
     terminal.fill()
     terminal.process.send_signal(signal.SIGTERM)
@@ -408,7 +309,7 @@ def test_a_signal_that_ends_the_process_does_so_on_a_terminal_that_nobody_reads(
 
 def test_ends_on_a_terminal_that_is_stopped():
     for ending in (signal.SIGTERM, b"q"):
-        terminal = Terminal(PROGRAM)
+        terminal = WatchedProgram(PROGRAM)
         terminal.wait_for("alarm: SEND_SMS")
         terminal.stop_output()
         terminal.press(ending) if isinstance(ending, bytes) else terminal.process.send_signal(ending)
@@ -423,7 +324,7 @@ def test_works_on_a_terminal_of_another_user():
     if tried.returncode != 0:
         print("skipped, since corvane cannot be run as nobody here:", tried.stderr.strip())
         return
-    terminal = Terminal(PROGRAM, user=user)
+    terminal = WatchedProgram(PROGRAM, user=user)
     terminal.wait_for("alarm: SEND_SMS")
     assert not os.get_blocking(terminal.slave)
     terminal.fill()
@@ -433,7 +334,7 @@ def test_works_on_a_terminal_of_another_user():
 
 
 def test_continues_when_a_stopped_terminal_is_started():
-    terminal = Terminal(PROGRAM)
+    terminal = WatchedProgram(PROGRAM)
     terminal.wait_for("alarm: SEND_SMS")
     terminal.stop_output()
     terminal.press(b"?\x11")
@@ -443,7 +344,7 @@ def test_continues_when_a_stopped_terminal_is_started():
 
 
 def test_ends_when_the_terminal_is_closed():
-    terminal = Terminal(PROGRAM)
+    terminal = WatchedProgram(PROGRAM)
     terminal.wait_for("alarm: SEND_SMS")
     os.close(terminal.slave)
     os.close(terminal.master)  # which sends SIGHUP
@@ -452,7 +353,7 @@ def test_ends_when_the_terminal_is_closed():
 
 def test_works_on_terminals_of_many_types():
     for term in ("xterm-256color", "linux", "vt100", "tmux", "rxvt"):
-        terminal = Terminal(PROGRAM, term=term)
+        terminal = WatchedProgram(PROGRAM, term=term)
         terminal.wait_for("alarm: SEND_SMS", " q: end")
         terminal.press(b"q")
         while terminal.process.poll() is None:

@@ -9,8 +9,6 @@
 #include <cstring>
 #include <string_view>
 
-#include "libs/base/descriptor.h"
-
 namespace corvane::bench {
 namespace {
 
@@ -28,15 +26,28 @@ std::filesystem::path SocketFolder() {
   return home.empty() ? std::filesystem::path() : std::filesystem::path(home) / "corvane";
 }
 
-bool IsListening(const std::filesystem::path& socket) {
+Descriptor ConnectLocally(const std::filesystem::path& socket) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
-  if (socket.native().size() >= sizeof address.sun_path) return false;
+  if (socket.native().size() >= sizeof address.sun_path) {
+    errno = ENAMETOOLONG;
+    return {};
+  }
   std::memcpy(address.sun_path, socket.c_str(), socket.native().size());
-  const Descriptor probe(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  Descriptor connection(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (connection.get() < 0) return {};
   const int result =
-      connect(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
-  return result == 0 || errno == EAGAIN || errno == EACCES;  // busy, or another user's
+      connect(connection.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+  if (result == 0) return connection;
+  const int error = errno;
+  connection = {};  // closing it may change errno
+  errno = error;
+  return {};
+}
+
+bool IsListening(const std::filesystem::path& socket) {
+  const bool is_connected = ConnectLocally(socket).get() >= 0;
+  return is_connected || errno == EAGAIN || errno == EACCES;  // busy, or another user's
 }
 
 }  // namespace corvane::bench

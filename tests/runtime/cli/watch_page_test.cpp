@@ -46,7 +46,7 @@ class WatchPageTest : public testing::Test {
   }
 
   static constexpr int kRows = 18;
-  WatchPage page_{"pumps.lua"};
+  WatchPage page_{{.program = "pumps.lua"}};
   WatchPicture picture_;
 };
 

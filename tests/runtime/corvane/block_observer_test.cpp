@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "runtime/corvane/addin.h"
+#include "runtime/corvane/value_text.h"
 #include "tests/support/lua_host.h"
 
 namespace {
@@ -87,7 +88,7 @@ TEST_F(BlockObserverTest, ShowsWhatAStateMeans) {
 
 TEST_F(BlockObserverTest, CutsATextThatIsTooLongToBeRead) {
   BlockObserver observer(L());
-  constexpr std::size_t kMaximum = corvane::VariableState::kMaximumValue;
+  constexpr std::size_t kMaximum = corvane::kLongestValueText;
   Run("fits = SEND_SMS.new{Message = ('x'):rep(1022)} long = SEND_SMS.new{Message = "
       "('x'):rep(40000)}");
   const auto blocks = observer.Read();
