@@ -60,8 +60,8 @@ TEST(UsageMessage, ForAMissingWord) {
 TEST(UsageMessage, ForASubcommand) {
   Expect({}, "a subcommand is missing (try corvane --help)");
   Expect({"fly"},
-         "'fly' is not a subcommand; the subcommands are run, blocks, check-modem, messages, "
-         "modem, pdu, test (try corvane --help)");
+         "'fly' is not a subcommand; the subcommands are run, blocks, check-modem, list, "
+         "log-level, messages, modem, pdu, test, watch (try corvane --help)");
   Expect({"pdu"},
          "a subcommand is missing; the subcommands are decode, encode (try corvane pdu --help)");
   Expect({"pdu", "fly"},
