@@ -1,8 +1,9 @@
 -- SPDX-License-Identifier: MIT
 -- A pump station: alarms by SMS and e-mail; an operator asks and acknowledges by SMS.
 --
---   corvane run pump_station.lua --modem 1=/dev/ttyUSB0 -- MAILSERVER PORT LOGIN PASSWORD SENDER RECIPIENT
+--   corvane run pump_station.lua --modem 1=/dev/ttyUSB0 -- MAILSERVER PORT LOGIN PASSWORD SENDER RECIPIENT [stay]
 --
+-- It ends when its story has been told; with `stay` it goes on, so that it can be watched.
 -- Every user of a machine can see a command line. Keep a real password in a file that only the program's
 -- user may read: `corvane run --config FILE`, with a line `args = WORD` for each word.
 --
@@ -33,6 +34,7 @@ local alarm_text = "ТРЕВОГА! Насосная станция 3: уров�
 if #plc.args < 6 then
   error("required: MAILSERVER PORT LOGIN PASSWORD SENDER RECIPIENT (after --)", 0)
 end
+local stays = plc.args[7] == "stay"
 
 ---------------------------------------------------------------------------------------------------
 -- The blocks
@@ -77,12 +79,18 @@ end
 
 -- The process. There is no sensor here: the water rises by itself, and falls when pump 2 runs.
 local station = { level = 350, pump_2 = false, alarm = "none" } -- alarm: none, active, acknowledged
-local levels = {} -- the lines of the report: one per second
+local levels = {} -- the lines of the report: one per second, of the last hour
 
 local function process()
+  if station.alarm == "over" then -- from now on pump 2 keeps the level between 350 and 380 cm
+    station.pump_2 = station.level > (station.pump_2 and 350 or 380)
+  end
   station.level = station.level + (station.pump_2 and -1.5 or 1)
   if plc.cycle % 10 == 1 then
     levels[#levels + 1] = string.format("%.1f;%d", plc.cycle / 10, station.level)
+    if #levels > 3600 then
+      table.remove(levels, 1)
+    end
   end
 end
 
@@ -248,6 +256,8 @@ local function watch_level()
   end
 end
 
+local has_ended_well = false
+
 function cycle()
   start_pump.Run = false
 
@@ -259,8 +269,12 @@ function cycle()
   send_mail()
   start_pump()
 
-  if station.alarm == "over" and not alarm_sms.Execute and #answers == 0 and not alarm_mail.Execute then
+  local is_idle = not alarm_sms.Execute and #answers == 0 and not alarm_mail.Execute
+  if station.alarm == "over" and is_idle and not has_ended_well then
+    has_ended_well = true
     say("%d SMS and %d e-mail sent, %d message refused, nothing lost", sms_sent, mails_sent, refused)
-    plc.stop()
+    if not stays then
+      plc.stop()
+    end
   end
 end

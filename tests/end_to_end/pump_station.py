@@ -1,14 +1,16 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
 """pump_station.py PROJECT CORVANE: the example tells its whole story, as README shows it, and leaves nothing behind,
-even after Ctrl-C. Killed when the alarm is stored, it sends the alarm after the restart, once. What answers to a
+even after Ctrl-C. Its page can be opened; with --web it goes on until Ctrl-C. Killed when the alarm is stored, it sends the alarm after the restart, once. What answers to a
 forged number may cost is limited."""
 import os
 import re
 import signal
+import socket
 import subprocess
 import sys
 import tempfile
+import urllib.request
 
 sys.dont_write_bytecode = True
 from process_group import await_end
@@ -61,10 +63,20 @@ def without_numbers(line):
     return re.sub(r"\d+", "0", line)
 
 
-def interrupt_at(moment):
-    """Ctrl-C when a line with this text appears: no process and no file is left."""
+def page_of(output):
+    """The address that the script has printed."""
+    return re.search(r"^The program's page: (http://127\.0\.0\.1:\d+/) ", output, re.MULTILINE)[1]
+
+
+def answers(page):
+    with urllib.request.urlopen(page + "healthz", timeout=20) as answer:
+        return answer.read() == b"ok\n"
+
+
+def interrupt_at(moment, *options, status=130):
+    """Ctrl-C when a line with this text appears: no process and no file is left. The page works until then."""
     with tempfile.TemporaryDirectory() as folder:
-        example = subprocess.Popen([project + "/examples/pump_station.sh"], stdout=subprocess.PIPE,
+        example = subprocess.Popen([project + "/examples/pump_station.sh", *options], stdout=subprocess.PIPE,
                                    stderr=subprocess.DEVNULL, text=True, start_new_session=True,
                                    env={**os.environ, "CORVANE": corvane, "TMPDIR": folder})
         output = ""
@@ -72,11 +84,14 @@ def interrupt_at(moment):
             line = example.stdout.readline()
             assert line, f"it ended before {moment!r}: {output}"
             output += line
+        if "controller" in moment:
+            assert answers(page_of(output)), output
         os.killpg(example.pid, signal.SIGINT)
         example.stdout.read()  # to its end: no process of the group is left to write
-        assert example.wait(timeout=60) == 130, example.returncode
+        assert example.wait(timeout=60) == status, example.returncode
         await_end(example.pid)
         assert os.listdir(folder) == [], os.listdir(folder)
+    return page_of(output)
 
 
 class Station:
@@ -139,9 +154,19 @@ def answers_have_a_limit():
 
 an_alarm_survives_kill_9()
 answers_have_a_limit()
-interrupt_at("A pump station with a modem")
-interrupt_at("Anna asks for the status")
+interrupt_at("The program's page")
+interrupt_at("controller | Anna asks for the status")
 interrupt_at("unplugged for 3s")
+try:
+    used = socket.create_server(("127.0.0.1", 8080))
+except OSError:
+    used = None  # by somebody else, which serves as well
+assert not interrupt_at("controller | 4 SMS and 1 e-mail sent", "--web", status=0).endswith(":8080/")
+if used is not None:
+    used.close()
+refused = subprocess.run([project + "/examples/pump_station.sh", "--wbe"], capture_output=True, text=True, check=False,
+                         env={**os.environ, "CORVANE": corvane})
+assert refused.returncode == 2 and "the only option is --web" in refused.stderr, refused
 
 with tempfile.TemporaryDirectory() as folder:
     result = subprocess.run([project + "/examples/pump_station.sh"], capture_output=True, text=True, timeout=100,
