@@ -3,17 +3,17 @@
 
 local ANNA, BORIS, STRANGER = "+15550101234", "+15550105678", "+15559998877"
 
-local function start()
+local function start(...)
   local program = test.load("pump_station.lua", {
-    args = { "mail.example", "25", "plc", "s3cret", "pump3@plant.example", "operator@plant.example" },
+    args = { "mail.example", "25", "plc", "s3cret", "pump3@plant.example", "operator@plant.example", ... },
   })
   program.processes:answer("df --output=pcent", { output = "7200\n 42%\n" })
   return program
 end
 
 -- The water is just below the limit, and rises.
-local function start_with_high_water()
-  local program = start()
+local function start_with_high_water(...)
+  local program = start(...)
   program.vars.station.level = 399
   program:run(1)
   return program
@@ -115,6 +115,19 @@ test("ends when the alarm is over and everything is sent", function()
   program:run_until(function() return program.status end, 60)
   test.equal(program.status, 0)
   test.contains(program.output, "3 SMS and 1 e-mail sent, 0 message refused, nothing lost")
+end)
+
+test("goes on if it is to stay, with the level below the limit", function()
+  local program = start_with_high_water("stay")
+  program.modem:receive(ANNA, "ACK")
+  program:run_until(function() return program.vars.station.alarm == "over" end, 60)
+  for _ = 1, 60 do
+    program:run(10)
+    test.equal(program.vars.station.level > 340 and program.vars.station.level < 400, true)
+  end
+  test.equal(program.status, nil)
+  test.equal(#program.mail.sent, 1)
+  test.contains(program.output, "3 SMS and 1 e-mail sent, 0 message refused, nothing lost\n")
 end)
 
 test("says what is missing on its command line", function()
