@@ -127,7 +127,7 @@ test("goes on if it is to stay, with the level below the limit", function()
   end
   test.equal(program.status, nil)
   test.equal(#program.mail.sent, 1)
-  test.contains(program.output, "3 SMS and 1 e-mail sent, 0 message refused, nothing lost\n")
+  test.contains(program.output, "3 SMS and 1 e-mail sent, 0 message refused, nothing lost")
 end)
 
 test("says what is missing on its command line", function()
