@@ -20,6 +20,7 @@ build = sys.argv[1]
 project = pathlib.Path(__file__).parent.parent
 sys.dont_write_bytecode = True
 sys.path.append(str(project / "tests/end_to_end"))
+import bench_process
 import mail_servers
 import resident_memory
 from simulated_modem import SimulatedModem
@@ -111,6 +112,21 @@ def bench_sampling():
                  f"{time_text(max(entry['worst'] for entry in runs))}; a sample takes "
                  f"{median([entry['cycles_a_sample'] for entry in runs]):.0f} cycles; of 1000 cycles "
                  f"{median([entry['preempted'] for entry in runs]):.0f} were preempted and do not count", "below 0.2 ms", p99 < 2e-4))
+
+
+def bench_clients():
+    """What clients of the bench cost a program that runs."""
+    corvane = f"{build}/bin/corvane"
+    share, of_cycles, rate = bench_process.cost_of_a_browser(corvane)
+    rows.append(("a client of all topics of the bench, 500 blocks that change in each cycle of 10 ms", f"{share:.1%} of a core",
+                 f"{of_cycles:.1%} of it in the cycles; {rate / 1e3:.0f} KB a second", "below 5 %", 0 < share < 0.05))
+    alone, watched = zip(*[[bench_process.lateness(corvane, clients) for clients in (0, 16)] for _ in range(3)])
+    rows.append(("99 of 100 cycles of 1 ms with 50 blocks start late by at most, with 16 clients of all topics",
+                 time_text(median(watched)), f"{time_text(median(alone))} without clients", "at most twice",
+                 median(watched) <= 2 * median(alone)))
+    paints = bench_process.first_paints(corvane, REPETITIONS)
+    rows.append(("first paint of the bench's page in chromium, over loopback", time_text(median(paints)),
+                 f"{time_text(min(paints))} to {time_text(max(paints))}, 500 blocks", "below 1 s", median(paints) < 1))
 
 
 def sms_codec():
@@ -478,6 +494,7 @@ load_before = os.getloadavg()[0]
 blocks()
 standard_blocks()
 bench_sampling()
+bench_clients()
 sms_codec()
 modem_driver()
 sending()

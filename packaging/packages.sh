@@ -19,7 +19,8 @@ exim4-daemon-light mpack mutt openssl prometheus python3-aiosmtpd spamassassin s
     [arm]="g++-aarch64-linux-gnu g++-arm-linux-gnueabihf qemu-user"
     [coverage]="gcovr"
     [example]="python3 python3-aiosmtpd"
-    [bench]="exim4-daemon-light gammu libbenchmark-dev libgammu-dev"
+    [bench]="chromium chromium-driver exim4-daemon-light gammu libbenchmark-dev libgammu-dev
+             python3-selenium"
     [package]="dpkg-dev file lintian python3"
     [fuzz]="clang libclang-rt-14-dev libgammu-dev"
 )

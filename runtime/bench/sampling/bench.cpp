@@ -145,7 +145,8 @@ void Bench::Sample(const CycleFacts& facts, unsigned wanted, ScanClock::TimePoin
     next_pass_ = facts.end + kInterval;
   }
   pass_ended_ = sampler_->Sample(pending_, deadline);
-  if (pass_ended_ || facts.end >= next_batch_) HandOver(facts);
+  const bool is_long = pending_.added.size() >= kManyAdded;
+  if (pass_ended_ || is_long || facts.end >= next_batch_) HandOver(facts);
 }
 
 /// Leaves what was sampled to the server's thread, since freeing it takes milliseconds.

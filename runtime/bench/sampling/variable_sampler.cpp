@@ -324,6 +324,7 @@ void VariableSampler::VisitBlock(lua_State* L, const Place& place, BlockClass& b
     Refer(L, block);
   }
   ReadBlock(L, *entry);
+  was_long_ = true;
 }
 
 /// The block is on top.
@@ -340,7 +341,7 @@ void VariableSampler::ReadBlock(lua_State* L, Entry& entry) {
 /// The value on top is that of this node.
 void VariableSampler::Report(lua_State* L, NodeId id, Value& value) {
   if (Update(value, L, -1)) changes_->values.emplace_back(id, value);
-  has_read_long_text_ = has_read_long_text_ || std::holds_alternative<LongText>(value);
+  was_long_ = was_long_ || std::holds_alternative<LongText>(value);
 }
 
 /// Removes nodes that this pass has not seen. @return false: it goes on in the next cycle
@@ -444,7 +445,7 @@ void VariableSampler::PushReferred(lua_State* L, const void* object) {
 
 /// `visited`: how many variables of a table or function.
 bool VariableSampler::OutOfTimeAfter(int visited) {
-  const bool look = std::exchange(has_read_long_text_, false) || visited % kFieldsPerLook == 0;
+  const bool look = std::exchange(was_long_, false) || visited % kFieldsPerLook == 0;
   return look && OutOfTime();
 }
 

@@ -142,7 +142,7 @@ class VariableSampler {
   NodeId swept_ = 0;
   lua_Number count_from_ = 0;  // where the count of the blocks goes on; 0: at the beginning
   ObjectSet seen_;
-  bool has_read_long_text_ = false;  // which takes as long as many other variables
+  bool was_long_ = false;  // a block or a long text takes as long as many other variables
   ScanClock::TimePoint deadline_{};
   VariableChanges* changes_ = nullptr;
 };
