@@ -98,9 +98,11 @@ ClientMessage ParseClientMessage(std::string_view text) {
   if (type == "cancel" || type == "retry") {
     return {reader.request(), MessageRequest{type == "retry", reader.Integer("message")}};
   }
-  if (type == "log-level") return {reader.request(), LogLevelRequest{reader.Text("level")}};
-  reader.Fail(
-      fmt::format("\"{}\" is not a type of message", PrintableBeginning(type, kLongestName)));
+  if (type != "log-level") {
+    reader.Fail(
+        fmt::format("\"{}\" is not a type of message", PrintableBeginning(type, kLongestName)));
+  }
+  return {reader.request(), LogLevelRequest{reader.Text("level")}};
 }
 
 std::string ResultJson(std::optional<std::int64_t> request, const std::string& error) {

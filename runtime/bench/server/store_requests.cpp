@@ -41,13 +41,13 @@ std::optional<messages::AnswerRequest> AnswerTo(messages::StoreView* store, std:
 
 void StoreRequests::Ask(const MessageRequest& request, RequestDone done) {
   if (pending_.size() >= kMostPending) return done("too many requests wait for the program", {});
+  std::int64_t number = 0;
   try {
-    const std::int64_t number =
-        store_->Ask([request](messages::StoreView* store) { return Leave(store, request); });
-    pending_.push_back({number, std::chrono::steady_clock::now() + kAnswerTime, std::move(done)});
+    number = store_->Ask([request](messages::StoreView* store) { return Leave(store, request); });
   } catch (const std::exception& error) {
-    done(error.what(), {});
+    return done(error.what(), {});
   }
+  pending_.push_back({number, std::chrono::steady_clock::now() + kAnswerTime, std::move(done)});
 }
 
 void StoreRequests::Poll() {
