@@ -23,6 +23,7 @@ constexpr std::chrono::milliseconds kTick(200);
 /// The connections refer to the hub, and end with the context.
 class BenchServer::Core {
  public:
+  // cppcheck-suppress passedByValue ; its members are moved
   Core(Listeners listeners, Services services)
       : http_(std::move(services.http)),
         hub_(std::move(services.topics), std::move(services.hello), std::move(services.handler)),

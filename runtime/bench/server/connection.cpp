@@ -38,6 +38,7 @@ void ConnectionsShared::Warn(WarningLimit& limit, const std::string& text) {
   if (!line.empty()) spdlog::warn("{}", line);
 }
 
+// cppcheck-suppress passedByValue ; its members are moved
 Connection::Connection(Arrival arrival, std::shared_ptr<ConnectionsShared> shared)
     : who_(std::move(arrival.who)),
       is_local_(arrival.is_local),

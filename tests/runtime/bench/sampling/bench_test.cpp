@@ -193,7 +193,7 @@ TEST_F(BenchTest, CountsTheBlocksWhenTheProgramStartsAndWhileSomebodyAsks) {
 
 TEST_F(BenchTest, CyclesAreCountedAlsoWhileNobodyLooks) {
   for (int i = 0; i < 1000; ++i) {
-    facts_.duration = i % 10 == 0 ? 3ms : 1ms;
+    facts_.duration = i % 10 == 0 ? std::chrono::milliseconds(3) : 1ms;
     facts_.lateness = 50us;
     if (i == 500) ++facts_.overruns;
     Cycle();

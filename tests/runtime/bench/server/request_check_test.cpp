@@ -30,7 +30,7 @@ TEST(RequestCheckTest, OnlyOurOwnPageMayAsk) {
   }
 }
 
-TokenUse Find(RequestOrigin request) {
+TokenUse Find(const RequestOrigin& request) {
   return FindToken(request, kToken, "corvane-80");
 }
 
