@@ -21,6 +21,7 @@ export class MessagesTab {
   #body = this.#table.querySelector(".body");
   #rows = new Map(); // key: { shown, json, row }
   #total = 0;
+  #error = "";
   #mayWrite = false;
 
   constructor(connection) {
@@ -38,6 +39,7 @@ export class MessagesTab {
   #take(message) {
     const gone = new Set(this.#rows.keys());
     this.#total = message.total ?? message.rows.length;
+    this.#error = message.error ?? "";
     // The newest first: what has just happened is what people look for.
     const ordered = [...message.rows].sort((one, other) => other.id - one.id);
     ordered.forEach((row, at) => {
@@ -69,12 +71,14 @@ export class MessagesTab {
 
   #fill(shown, row) {
     const [id, state, to, text, attempts, next, reason, actions] = shown.children;
-    setText(id, String(row.id));
+    setText(id.firstChild, String(row.id));
+    setText(id.lastChild, row.time ? dateAndTime(row.time) : "");
     setText(state.firstChild, row.state);
     setAttribute(state.firstChild, "data-state", row.state);
     setText(to, `${kKinds[row.kind] ?? row.kind} ${row.to ?? ""}`);
     setText(text, row.text ?? "");
     setText(attempts, row.kind === "in" ? "" : String(row.attempts ?? ""));
+    setAttribute(attempts, "data-unit", row.attempts === 1 ? "attempt" : "attempts");
     setText(next, row.next ? dateAndTime(row.next) : "");
     setText(reason, row.reason ?? "");
     actions.replaceChildren(...this.#buttons(row));
@@ -115,7 +119,7 @@ export class MessagesTab {
     this.#table.hidden = shownRows === 0;
     const empty = byId("messages").querySelector(".empty");
     empty.hidden = shownRows > 0;
-    setText(empty, this.#rows.size === 0 ? "The store has no messages." : "No such messages.");
+    setText(empty, this.#error || (this.#rows.size === 0 ? "The store has no messages." : "No such messages."));
     const all = `${count(this.#total)} in the store`;
     setText(byId("message-count"), shownRows === this.#total ? all : `${count(shownRows)} shown, ${all}`);
   }
@@ -123,6 +127,6 @@ export class MessagesTab {
 
 function newRow() {
   const cell = (name, ...children) => element("span", { role: "cell", class: name }, ...children);
-  return element("div", { role: "row" }, cell("id"), cell("state", element("b")), cell("to"),
+  return element("div", { role: "row" }, cell("id", element("b"), " ", element("time")), cell("state", element("b")), cell("to"),
     element("span", { role: "cell", class: "text", dir: "auto" }), cell("attempts"), cell("next"), cell("reason"), cell("actions"));
 }

@@ -27,6 +27,7 @@ export class ModemTab {
       this.#isFirst = false;
     }
     const port = this.#ports.get(message.port) ?? this.#newPort(message.port);
+    setText(port.status, message.status ?? "");
     for (const [field] of kFacts) if (field in message) showFact(port.facts.get(field), field, message[field]);
     appendLines(port.lines, (message.lines ?? []).map(newLine), kMostLines);
   }
@@ -34,12 +35,13 @@ export class ModemTab {
   #newPort(name) {
     this.#panel.querySelector(".empty").hidden = true;
     const facts = new Map(kFacts.map(([field]) => [field, element("dd", {}, "–")]));
-    const lines = element("ol", { class: "lines", tabIndex: 0, "aria-label": `Dialogue with the modem of ${name}` });
+    const lines = element("ol", { class: "lines", tabIndex: 0, "aria-label": `Dialogue with the modem of port ${name}` });
     const tiles = kFacts.map(([field, title]) => element("div", {}, element("dt", {}, title), facts.get(field)));
-    const card = element("article", { class: "port" }, element("h2", {}, element("bdi", {}, String(name))),
-      element("dl", { class: "tiles" }, ...tiles), lines);
+    const status = element("p", { class: "note" });
+    const card = element("article", { class: "port" }, element("h2", {}, `Modem port ${name}`),
+      status, element("dl", { class: "tiles" }, ...tiles), lines);
     this.#panel.append(card);
-    const port = { card, facts, lines };
+    const port = { card, status, facts, lines };
     this.#ports.set(name, port);
     return port;
   }
