@@ -193,8 +193,8 @@ TEST_F(BenchTest, CountsTheBlocksWhenTheProgramStartsAndWhileSomebodyAsks) {
 
 TEST_F(BenchTest, CyclesAreCountedAlsoWhileNobodyLooks) {
   for (int i = 0; i < 1000; ++i) {
-    facts_.duration = i % 10 == 0 ? std::chrono::milliseconds(3) : 1ms;
-    facts_.lateness = 50us;
+    facts_.duration = std::chrono::milliseconds(i % 10 == 0 ? 3 : 1);
+    facts_.lateness = std::chrono::microseconds(50);
     if (i == 500) ++facts_.overruns;
     Cycle();
   }
