@@ -6,7 +6,8 @@ import tempfile
 import time
 
 from selenium import webdriver
-from selenium.common.exceptions import NoSuchElementException, StaleElementReferenceException
+from selenium.common.exceptions import (ElementClickInterceptedException, ElementNotInteractableException,
+                                        NoSuchElementException, StaleElementReferenceException)
 from selenium.webdriver.chrome.options import Options
 from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
@@ -14,6 +15,8 @@ from selenium.webdriver.common.by import By
 PATIENCE = 30.0
 DESK = (1280, 800)
 PHONE = (390, 844)
+NOT_YET = (ElementClickInterceptedException, ElementNotInteractableException, NoSuchElementException,
+           StaleElementReferenceException)
 AXE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "axe_core", "axe.min.js")
 OPTIONS = [
     "--headless=new", "--disable-gpu", "--disable-quic", "--no-first-run", "--disable-background-networking",
@@ -82,7 +85,7 @@ class Browser:
         while True:
             try:
                 result = condition()
-            except (NoSuchElementException, StaleElementReferenceException):
+            except NOT_YET:
                 result = None
             if result:
                 return result

@@ -54,13 +54,18 @@ def row(browser, path):
         (row) => row.path === arguments[0])""", path), f"the row of {path}")
 
 
+def click(browser, path, part):
+    """Rows come and go until all variables are there."""
+    browser.wait(lambda: row(browser, path).find_element("css selector", part).click() or True, f"{part} of {path}")
+
+
 def select(browser, path):
-    row(browser, path).find_element("css selector", ".value").click()
+    click(browser, path, ".value")
     browser.wait(lambda: browser.text("#detail h2") == path, f"the details of {path}")
 
 
 def plot(browser, path):
-    row(browser, path).find_element("css selector", ".plot-button").click()
+    click(browser, path, ".plot-button")
 
 
 def drawing(browser, place):

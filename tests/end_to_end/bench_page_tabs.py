@@ -76,12 +76,12 @@ def messages_come_and_go(browser):
             assert received["text"] == "Стоп? 🛑" and received["state"] == "offered", received
             browser.one("#message-kind").send_keys("received")
             browser.wait(lambda: len(messages(browser)) == 1, "the filter")
-            assert browser.text("#message-count") == "1 shown, 2 in the store"
+            assert browser.text("#message-count") == "1 of 2 messages"
 
 
 def press(browser, text):
-    browser.wait(lambda: next((one for one in browser.all("#messages .actions button") if one.text == text), None),
-                 f"the button {text}").click()
+    browser.wait(lambda: any(one.click() is None for one in browser.all("#messages .actions button") if one.text == text),
+                 f"the button {text}")
 
 
 def messages_are_cancelled_and_tried_again_with_leave(browser):
@@ -168,7 +168,9 @@ def the_tabs_are_accessible_on_desk_and_phone(browser):
                 for tab in ("modem", "messages", "log"):
                     with browser.page(program, tab, size, dark):
                         if tab == "modem":
-                            browser.wait(lambda: dialogue(browser), "the dialogue")
+                            browser.wait(lambda: len(dialogue(browser)) > 20, "the dialogue")
+                            left = "return (({scrollHeight, scrollTop, clientHeight}) => scrollHeight - scrollTop - clientHeight)"
+                            browser.wait(lambda: browser.run(left + "(document.querySelector('#modem .lines'))") < 40, "its end")
                         if tab == "messages":
                             message(browser, state="sent")
                             message(browser, to="+4915112345678")

@@ -18,7 +18,7 @@ namespace beast = boost::beast;
 namespace http = beast::http;
 using Error = beast::error_code;
 
-constexpr std::size_t kLongestAnswer = 16 * 1024;
+constexpr std::size_t kLongestAnswer = std::size_t{16} * 1024;
 constexpr std::size_t kLongestReason = 200;
 constexpr unsigned kHttp11 = 11;
 

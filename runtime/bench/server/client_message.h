@@ -14,7 +14,7 @@
 namespace corvane::bench {
 
 /// Size of the longest message that a client may send, in octets.
-inline constexpr std::size_t kLongestClientMessage = 64 * 1024;
+inline constexpr std::size_t kLongestClientMessage = std::size_t{64} * 1024;
 
 struct SubscribeRequest {
   std::vector<std::string> topics;

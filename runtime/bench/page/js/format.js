@@ -65,8 +65,9 @@ export function timeOfDay(time, withMilliseconds = false) {
 }
 
 /** Date and time; the date only when it is not today. */
-export function dateAndTime(time) {
+export function dateAndTime(time, withMilliseconds = false) {
   const date = new Date(time * 1000);
-  if (date.toDateString() === new Date().toDateString()) return timeOfDay(time);
-  return `${date.getFullYear()}-${two(date.getMonth() + 1)}-${two(date.getDate())} ${timeOfDay(time)}`;
+  const ofDay = timeOfDay(time, withMilliseconds);
+  if (date.toDateString() === new Date().toDateString()) return ofDay;
+  return `${date.getFullYear()}-${two(date.getMonth() + 1)}-${two(date.getDate())} ${ofDay}`;
 }

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
 // The tab Log: the program's lines as they come; levels and words choose what is shown.
 import { appendLines, byId, element, notify, setText } from "./dom.js";
-import { count, timeOfDay } from "./format.js";
+import { count, dateAndTime } from "./format.js";
 
 const kLevels = ["trace", "debug", "info", "warning", "error", "critical"];
+const kSettable = [...kLevels.slice(0, 5), "off"];
 const kMostLines = 5000;
 
 export class LogTab {
@@ -20,7 +21,7 @@ export class LogTab {
     connection.addEventListener("log", ({ detail }) => this.#take(detail));
     byId("log-search").addEventListener("input", () => this.#showAll());
     byId("log-least").addEventListener("change", () => this.#showAll());
-    byId("log-level").append(...kLevels.slice(0, 5).map((level) => element("option", {}, level)));
+    byId("log-level").append(...kSettable.map((level) => element("option", {}, level)));
     byId("log-level").addEventListener("change", (event) => this.#setLevel(event.target));
   }
 
@@ -39,7 +40,7 @@ export class LogTab {
     try {
       await this.#connection.request({ type: "log-level", level: select.value });
       select.dataset.now = select.value;
-      byId("log-least").value = String(Math.min(Number(byId("log-least").value), kLevels.indexOf(select.value)));
+      byId("log-least").value = String(Math.min(Number(byId("log-least").value), kSettable.indexOf(select.value)));
       this.#showAll();
     } catch (error) {
       select.value = select.dataset.now;
@@ -88,5 +89,5 @@ function rankOf(level) {
 }
 
 function newLine({ time, level, text }) {
-  return element("p", { "data-level": level }, element("time", {}, timeOfDay(time, true)), element("b", {}, level), element("bdi", {}, text));
+  return element("p", { "data-level": level }, element("time", {}, dateAndTime(time, true)), element("b", {}, level), element("bdi", {}, text));
 }

@@ -120,8 +120,8 @@ export class MessagesTab {
     const empty = byId("messages").querySelector(".empty");
     empty.hidden = shownRows > 0;
     setText(empty, this.#error || (this.#rows.size === 0 ? "The store has no messages." : "No such messages."));
-    const all = `${count(this.#total)} in the store`;
-    setText(byId("message-count"), shownRows === this.#total ? all : `${count(shownRows)} shown, ${all}`);
+    const all = `${count(this.#total)} ${this.#total === 1 ? "message" : "messages"}`;
+    setText(byId("message-count"), shownRows === this.#total ? all : `${count(shownRows)} of ${all}`);
   }
 }
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The tab Modem: for each port its state, and the dialogue as it happens. The program has hidden what is secret.
 import { appendLines, byId, element, setText } from "./dom.js";
-import { timeOfDay } from "./format.js";
+import { dateAndTime } from "./format.js";
 
 const kMostLines = 1000;
 const kFacts = [["state", "State"], ["operator", "Operator"], ["registration", "Network"], ["signal", "Signal"]];
@@ -9,10 +9,9 @@ const kFacts = [["state", "State"], ["operator", "Operator"], ["registration", "
 export class ModemTab {
   #ports = new Map();
   #panel = byId("modem");
-  #isFirst = true;
 
   constructor(connection) {
-    connection.addEventListener("open", () => (this.#isFirst = true));
+    connection.addEventListener("open", () => this.#clear());
     connection.addEventListener("modem", ({ detail }) => this.#take(detail));
   }
 
@@ -21,15 +20,17 @@ export class ModemTab {
   }
 
   #take(message) {
-    if (this.#isFirst) {
-      for (const { card } of this.#ports.values()) card.remove();
-      this.#ports.clear();
-      this.#isFirst = false;
-    }
     const port = this.#ports.get(message.port) ?? this.#newPort(message.port);
     setText(port.status, message.status ?? "");
     for (const [field] of kFacts) if (field in message) showFact(port.facts.get(field), field, message[field]);
     appendLines(port.lines, (message.lines ?? []).map(newLine), kMostLines);
+  }
+
+  /** The program may have restarted, with other modems. */
+  #clear() {
+    for (const { card } of this.#ports.values()) card.remove();
+    this.#ports.clear();
+    this.#panel.querySelector(".empty").hidden = false;
   }
 
   #newPort(name) {
@@ -66,7 +67,7 @@ function strengthOf(signal) {
 
 function newLine({ time, sent, text }) {
   return element("li", { class: sent ? "sent" : "received" },
-    element("time", {}, timeOfDay(time, true)), element("span", { class: "way" },
+    element("time", {}, dateAndTime(time, true)), element("span", { class: "way" },
       element("span", { "aria-hidden": "true" }, sent ? "→" : "←"), element("span", { class: "unseen" }, sent ? "sent" : "received")),
     element("bdi", {}, text));
 }
