@@ -62,9 +62,9 @@ std::string_view WholeCharacters(std::string_view text, std::size_t limit) {
   return text.substr(0, limit);
 }
 
-std::string PrintableBeginning(std::string_view text, std::size_t limit) {
-  if (text.size() <= limit) return Printable(text);
-  return Printable(WholeCharacters(text, limit)) + "...";
+std::string PrintableBeginning(std::string_view text, std::size_t limit, std::string_view kept) {
+  if (text.size() <= limit) return Printable(text, kept);
+  return Printable(WholeCharacters(text, limit), kept) + "...";
 }
 
 }  // namespace corvane

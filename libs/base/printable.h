@@ -17,7 +17,8 @@ namespace corvane {
 [[nodiscard]] std::string_view WholeCharacters(std::string_view text, std::size_t limit);
 
 /// The first `limit` octets of `text` made printable, or up to three fewer, so that no character is
-/// cut; "..." follows if there are more.
-[[nodiscard]] std::string PrintableBeginning(std::string_view text, std::size_t limit);
+/// cut; "..." follows if there are more. Control characters in `kept` stay as they are.
+[[nodiscard]] std::string PrintableBeginning(std::string_view text, std::size_t limit,
+                                             std::string_view kept = {});
 
 }  // namespace corvane

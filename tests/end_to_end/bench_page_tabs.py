@@ -2,6 +2,7 @@
 # SPDX-License-Identifier: MIT
 """bench_page_tabs.py CORVANE [TEST...]: the bench's page in a browser: modem, messages, log, and the connection."""
 import os
+import signal
 import sys
 import tempfile
 
@@ -13,7 +14,7 @@ from simulated_modem import SimulatedModem
 corvane = sys.argv[1]
 TOKEN = "0123456789abcdef0123456789abcdef"
 STATION = """
-sms = SMS_OUTBOX.new { Port = 1, Receiver = "+15550101234", Text = "Pump 3: Насос 🚰" }
+sms = SMS_OUTBOX.new { Port = 1, Receiver = "+15550101234", Text = "Pump 3:\\nНасос 🚰" }
 inbox = SMS_INBOX.new { Port = 1, Enable = true }
 function cycle()
   sms.Execute = true
@@ -69,7 +70,7 @@ def messages_come_and_go(browser):
     with SimulatedModem(corvane) as modem, Program(corvane, STATION, "--modem", f"1={modem.device}") as program:
         with browser.page(program, "messages"):
             sent = message(browser, state="sent")
-            assert sent["to"] == "SMS +15550101234" and sent["text"] == "Pump 3: Насос 🚰" and sent["attempts"] == "1", sent
+            assert sent["to"] == "SMS +15550101234" and sent["text"] == "Pump 3:\nНасос 🚰" and sent["attempts"] == "1", sent
             assert browser.all("#messages .actions button") == [], "nobody may write"
             modem.do("receive +4915112345678 Стоп? 🛑")
             received = message(browser, to="+4915112345678")
@@ -142,6 +143,14 @@ def the_page_goes_on_after_a_restart(browser):
     assert all("ERR_CONNECTION" in line or "Connection closed" in line for line in lines), lines
 
 
+def a_program_that_is_stopped_is_not_live(browser):
+    with Program(corvane, STATION, "--modem", NO_MODEM) as program, browser.page(program):
+        program.process.send_signal(signal.SIGSTOP)
+        browser.wait(lambda: browser.connection() == "lost", "the end of the connection")
+        program.process.send_signal(signal.SIGCONT)
+        browser.wait(lambda: browser.connection() == "live", "a connection again")
+
+
 def a_token_opens_the_page_once(browser):
     with tempfile.TemporaryDirectory() as folder:
         file = folder + "/token"
@@ -185,7 +194,7 @@ def the_tabs_are_accessible_on_desk_and_phone(browser):
 
 TESTS = [
     the_dialogue_with_the_modem_is_live, messages_come_and_go, messages_are_cancelled_and_tried_again_with_leave,
-    the_log_is_searched_and_its_level_set, the_page_goes_on_after_a_restart, a_token_opens_the_page_once,
+    the_log_is_searched_and_its_level_set, the_page_goes_on_after_a_restart, a_program_that_is_stopped_is_not_live, a_token_opens_the_page_once,
     the_tabs_are_accessible_on_desk_and_phone,
 ]
 chosen = sys.argv[2:]

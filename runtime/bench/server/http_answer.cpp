@@ -65,8 +65,8 @@ HttpResponse TokenToCookie(const HttpRequest& request, const HttpService& servic
   const bool is_ours = FindPageFile(path) != nullptr;
   response.set(http::field::location, BoostView(is_ours ? path : "/"));
   response.set(http::field::set_cookie,
-               fmt::format("{}={}; Path=/; Max-Age={}; HttpOnly; SameSite=Strict",
-                           service.cookie_name, service.token, kCookieSeconds));
+               fmt::format("{}={}; Path=/; Max-Age={}; HttpOnly; SameSite=Lax", service.cookie_name,
+                           service.token, kCookieSeconds));
   response.set(http::field::cache_control, "no-store");
   return response;
 }

@@ -43,7 +43,7 @@ std::string TextOf(const Outgoing& row) {
     if (!content.is_object() || !content.contains(name) || !content[name].is_string()) continue;
     text += (text.empty() ? "" : "\n") + content[name].get<std::string>();
   }
-  return PrintableBeginning(text, MessagesTopic::kLongestText);
+  return PrintableBeginning(text, MessagesTopic::kLongestText, "\n");
 }
 
 ordered_json JsonOf(const Outgoing& row) {
@@ -68,7 +68,7 @@ ordered_json JsonOf(const ListedIncoming& row) {
           {"time", Seconds(row.message.received)},
           {"next", nullptr},
           {"reason", ""},
-          {"text", PrintableBeginning(row.message.text, MessagesTopic::kLongestText)}};
+          {"text", PrintableBeginning(row.message.text, MessagesTopic::kLongestText, "\n")}};
 }
 
 using Rows = std::vector<std::pair<std::int64_t, ordered_json>>;

@@ -44,6 +44,7 @@ TEST(PrintableBeginning, CutsALongTextBetweenCharacters) {
   EXPECT_EQ(PrintableBeginning("12🚰4", 5), "12...");
   EXPECT_EQ(PrintableBeginning("\x80\x80\x80\x80\x80\x80", 5), "\\x80\\x80...");
   EXPECT_EQ(PrintableBeginning("a\nb", 2), "a\\n...");
+  EXPECT_EQ(PrintableBeginning("a\nb", 2, "\n"), "a\n...");
 }
 
 }  // namespace

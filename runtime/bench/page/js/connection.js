@@ -5,6 +5,8 @@ const kTopics = ["variables", "cycle", "modem", "messages", "log"];
 const kProtocol = 1;
 const kShortestWait = 300; // milliseconds until the next try, doubled up to kLongestWait
 const kLongestWait = 3000;
+const kSilent = 5000; // milliseconds without a message, after which the program is asked whether it is there
+const kGone = 10000; // and after which it is not
 const kAnswerWithin = 15000; // milliseconds; the program answers a request within five seconds
 
 /**
@@ -15,6 +17,7 @@ export class Connection extends EventTarget {
   #socket = null;
   #wait = kShortestWait;
   #timer = null;
+  #heard = 0; // when the last message came
   #requests = new Map();
   #lastRequest = 0;
   #clock = null; // the program's time minus performance.now(), in seconds
@@ -24,7 +27,16 @@ export class Connection extends EventTarget {
     document.addEventListener("visibilitychange", () => {
       if (!document.hidden && !this.#socket) this.#openSoon(0);
     });
+    setInterval(() => this.#listen(), 1000);
     this.#open();
+  }
+
+  /** A program that is stopped, or a network that drops everything, closes no connection. */
+  #listen() {
+    if (this.#socket?.readyState !== WebSocket.OPEN) return;
+    const silent = performance.now() - this.#heard;
+    if (silent > kGone) this.#lose(this.#socket);
+    else if (silent > kSilent) this.#socket.send(JSON.stringify({ type: "get", request: 0, id: 0 }));
   }
 
   /** The program's time now, in Unix seconds: the reader's clock may differ. */
@@ -51,14 +63,16 @@ export class Connection extends EventTarget {
     this.#socket = socket;
     socket.onopen = () => {
       this.#wait = kShortestWait;
+      this.#heard = performance.now();
       this.dispatchEvent(new Event("open"));
       socket.send(JSON.stringify({ type: "subscribe", topics: kTopics }));
     };
-    socket.onmessage = (event) => this.#receive(JSON.parse(event.data));
+    socket.onmessage = (event) => socket === this.#socket && this.#receive(JSON.parse(event.data));
     socket.onclose = () => this.#lose(socket);
   }
 
   #receive(message) {
+    this.#heard = performance.now();
     if (message.type === "hello" && message.protocol !== kProtocol) {
       this.dispatchEvent(new CustomEvent("mismatch", { detail: message.protocol }));
     }
@@ -79,6 +93,7 @@ export class Connection extends EventTarget {
   #lose(socket) {
     if (socket !== this.#socket) return;
     this.#socket = null;
+    socket.close();
     for (const request of [...this.#requests.keys()]) this.#answer(request, "The connection was lost before the answer.");
     this.dispatchEvent(new Event("lost"));
     this.#openSoon(this.#wait);

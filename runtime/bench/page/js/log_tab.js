@@ -50,13 +50,14 @@ export class LogTab {
 
   #take(message) {
     const lines = message.lines.map((line) => ({ ...line, rank: rankOf(line.level) }));
-    this.#dropped += message.dropped ?? 0;
     if (this.#isFirst) {
+      this.#dropped = 0; // what is older than the first lines has not come too fast
       this.#lines = lines.slice(-kMostLines);
       this.#isFirst = false;
       this.#showAll();
       return;
     }
+    this.#dropped += message.dropped ?? 0;
     this.#lines.push(...lines);
     if (this.#lines.length > kMostLines) this.#lines.splice(0, this.#lines.length - kMostLines);
     appendLines(this.#list, lines.filter(this.#choice()).map(newLine), kMostLines);
