@@ -24,6 +24,18 @@ enum class OutgoingState : std::uint8_t {
   kCancelled = 4,  ///< somebody cancelled it
 };
 
+/// The name that users see: "waiting", "sent" ...
+[[nodiscard]] inline const char* NameOf(OutgoingState state) {
+  switch (state) {
+    case OutgoingState::kWaiting: return "waiting";
+    case OutgoingState::kSent: return "sent";
+    case OutgoingState::kFailed: return "failed";
+    case OutgoingState::kExpired: return "expired";
+    case OutgoingState::kCancelled: return "cancelled";
+  }
+  return "";
+}
+
 /// One message to one receiver.
 struct Outgoing {
   std::int64_t id = 0;   ///< from Store::NewId, or as loaded

@@ -19,17 +19,6 @@ using messages::OutgoingState;
 using messages::WallTime;
 using nlohmann::ordered_json;
 
-const char* NameOf(OutgoingState state) {
-  switch (state) {
-    case OutgoingState::kWaiting: return "waiting";
-    case OutgoingState::kSent: return "sent";
-    case OutgoingState::kFailed: return "failed";
-    case OutgoingState::kExpired: return "expired";
-    case OutgoingState::kCancelled: return "cancelled";
-  }
-  return "";
-}
-
 const char* StateOf(const ListedIncoming& row) {
   return row.accepted.has_value() ? "accepted" : "offered";
 }

@@ -123,3 +123,12 @@ class Browser:
     def __exit__(self, *_):
         self.driver.quit()
         self.folder.cleanup()
+
+
+def run_in_browser(tests, chosen):
+    """Runs the tests one after the other in one browser; all of them, or those with a chosen name."""
+    with Browser() as browser:
+        for test in tests:
+            if not chosen or test.__name__ in chosen:
+                test(browser)
+                print(test.__name__.replace("_", " "), flush=True)

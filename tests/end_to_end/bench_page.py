@@ -5,7 +5,7 @@ import os
 import sys
 import time
 
-from bench_browser import DESK, PHONE, Browser
+from bench_browser import DESK, PHONE, run_in_browser
 from bench_client import Program
 from selenium.webdriver.common.keys import Keys
 
@@ -343,9 +343,4 @@ TESTS = [
     a_long_text_is_fetched_when_it_is_wanted, the_tab_cycle_marks_overruns, every_tab_is_accessible_on_desk_and_phone,
     a_pump_has_its_picture_taken, nothing_comes_from_elsewhere, the_chosen_colours_are_kept,
 ]
-chosen = sys.argv[2:]
-with Browser() as browser:
-    for test in TESTS:
-        if not chosen or test.__name__ in chosen:
-            test(browser)
-            print(test.__name__.replace("_", " "), flush=True)
+run_in_browser(TESTS, sys.argv[2:])

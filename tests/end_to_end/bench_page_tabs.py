@@ -6,7 +6,7 @@ import signal
 import sys
 import tempfile
 
-from bench_browser import DESK, PHONE, Browser
+from bench_browser import DESK, PHONE, run_in_browser
 from bench_client import Program, wait_for
 from selenium.webdriver.common.keys import Keys
 from simulated_modem import SimulatedModem
@@ -197,9 +197,4 @@ TESTS = [
     the_log_is_searched_and_its_level_set, the_page_goes_on_after_a_restart, a_program_that_is_stopped_is_not_live, a_token_opens_the_page_once,
     the_tabs_are_accessible_on_desk_and_phone,
 ]
-chosen = sys.argv[2:]
-with Browser() as browser:
-    for test in TESTS:
-        if not chosen or test.__name__ in chosen:
-            test(browser)
-            print(test.__name__.replace("_", " "), flush=True)
+run_in_browser(TESTS, sys.argv[2:])

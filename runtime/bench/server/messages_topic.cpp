@@ -20,14 +20,8 @@ using nlohmann::ordered_json;
 constexpr std::chrono::seconds kReadEvery(1);
 
 const char* StateOf(const Outgoing& row) {
-  switch (row.state) {
-    case OutgoingState::kWaiting: return row.in_transfer ? "sending" : "waiting";
-    case OutgoingState::kSent: return "sent";
-    case OutgoingState::kFailed: return "failed";
-    case OutgoingState::kExpired: return "expired";
-    case OutgoingState::kCancelled: return "cancelled";
-  }
-  return "";
+  const bool is_sending = row.state == OutgoingState::kWaiting && row.in_transfer;
+  return is_sending ? "sending" : NameOf(row.state);
 }
 
 ordered_json Seconds(messages::WallTime time) {

@@ -13,17 +13,6 @@ using messages::Outgoing;
 using messages::OutgoingState;
 using messages::WallTime;
 
-const char* ResultOf(OutgoingState state) {
-  switch (state) {
-    case OutgoingState::kWaiting: return "waiting";
-    case OutgoingState::kSent: return "sent";
-    case OutgoingState::kFailed: return "failed";
-    case OutgoingState::kExpired: return "expired";
-    case OutgoingState::kCancelled: return "cancelled";
-  }
-  return "";
-}
-
 }  // namespace
 
 /// A message counts once for each time that it has ended, since a retry may end it again.
@@ -34,7 +23,7 @@ void StoreMetrics::Count(const Outgoing& row) {
     ++channel.waiting;
     channel.oldest = std::max(channel.oldest, std::chrono::duration<double>(age).count());
   } else if (row.finished >= started_ && counted_.emplace(row.finished, row.id).second) {
-    ++channel.ended[ResultOf(row.state)];
+    ++channel.ended[NameOf(row.state)];
   }
 }
 
