@@ -286,7 +286,10 @@ void MailWorker::WithdrawExpired(const Now& now) {
 }
 
 bool MailWorker::MayFinish(MailTransfer& transfer) {
-  if (transfer.marked == 0) transfer.marked = outbox_.HandOver(transfer.id(), Now::Get());
+  if (transfer.marked == 0) {
+    transfer.marked = outbox_.HandOver(transfer.id(), Now::Get());
+    store_.Hurry();
+  }
   return store_.IsOnDisk(transfer.marked) || !store_.problem().empty();
 }
 

@@ -39,6 +39,7 @@ int SendTask::Priority(const Now& now) {
 void SendTask::Begin(std::int64_t id, const Now& now) {
   id_ = id;
   marked_ = outbox_.Begin(id, now);
+  store_.Hurry();
   const messages::Outgoing& row = *outbox_.Find(id);
   content_ = ReadContent(row.content).value_or(SmsContent{});
   progress_ = ReadProgress(row.progress);

@@ -65,13 +65,25 @@ std::int64_t Store::Number(std::int64_t id) const noexcept {
 
 std::uint64_t Store::Write(const std::vector<Change>& changes) {
   std::uint64_t sequence = 0;
+  bool is_gathering = false;
   {
     const std::scoped_lock lock(shared_->mutex);
     for (const Change& change : changes) shared_->queue.Push(change);
     sequence = ++shared_->queued;
+    is_gathering = shared_->gathering;
   }
-  shared_->changed.notify_all();  // without the lock, which the writer takes when it wakes up
+  // Without the lock, which the writer takes when it wakes up.
+  if (!is_gathering) shared_->changed.notify_all();
   return sequence;
+}
+
+void Store::Hurry() noexcept {
+  {
+    const std::scoped_lock lock(shared_->mutex);
+    if (shared_->queue.empty()) return;
+    shared_->hurried = true;
+  }
+  shared_->changed.notify_all();
 }
 
 bool Store::IsOnDisk(std::uint64_t sequence) const noexcept {
@@ -128,6 +140,7 @@ void Store::OnNews(std::function<void()> wake) {
 }
 
 bool Store::Flush(std::chrono::milliseconds limit) {
+  Hurry();
   std::unique_lock lock(shared_->mutex);
   const std::uint64_t wanted = shared_->queued;
   return shared_->changed.wait_for(lock, limit, [&] { return shared_->on_disk >= wanted; });

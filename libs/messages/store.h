@@ -78,6 +78,8 @@ struct StoreOptions {
   std::chrono::milliseconds first_retry{1000};     ///< after a failure; doubles each time ...
   std::chrono::milliseconds longest_retry{30000};  ///< ... up to this
   std::chrono::milliseconds request_poll{500};
+  /// After a transaction changes gather for so long, so that a burst of them needs few.
+  std::chrono::milliseconds gather{2};
   /// How long one attempt may last before problem() reports that the disk does not answer.
   std::chrono::milliseconds stall{10000};
   /// How long the destructor waits for the writer thread.
@@ -120,6 +122,8 @@ class Store {
   /// the last is kept.
   /// @return the sequence number for IsOnDisk; at least 1, rising.
   std::uint64_t Write(const std::vector<Change>& changes);
+  /// Somebody waits for what has been written: it goes to the disk without gathering.
+  void Hurry() noexcept;
   /// Whether these changes and all earlier ones would survive a power cut.
   [[nodiscard]] bool IsOnDisk(std::uint64_t sequence) const noexcept;
 

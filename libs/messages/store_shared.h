@@ -71,6 +71,8 @@ class StoreShared : public std::enable_shared_from_this<StoreShared> {
   std::condition_variable changed;
   ChangeQueue queue;
   std::uint64_t queued = 0;     ///< sequence number of the last of `queue`
+  bool gathering = false;       ///< the writer lets changes gather, which do not wake it
+  bool hurried = false;         ///< it is to stop that
   bool content_wanted = false;  ///< of a channel that has been joined again
   bool stopping = false;
   bool ended = false;  ///< the writer thread is about to return

@@ -42,6 +42,10 @@ void StoreWriter::Run() {
 
 bool StoreWriter::Wait() {
   std::unique_lock lock(shared_->mutex);
+  shared_->gathering = true;
+  shared_->changed.wait_for(lock, shared_->options.gather,
+                            [&] { return shared_->hurried || shared_->stopping; });
+  shared_->gathering = false;
   const bool failed = retry_.count() > 0;
   shared_->changed.wait_until(lock, next_attempt_, [&] {
     return shared_->stopping || (!failed && (shared_->content_wanted || !shared_->queue.empty()));
@@ -54,6 +58,7 @@ void StoreWriter::TakeQueue() {
   {
     const std::scoped_lock lock(shared_->mutex);
     queue.Swap(shared_->queue);
+    shared_->hurried = false;
     pending_sequence_ = shared_->queued;
   }
   queue.MoveTo(pending_);

@@ -6,6 +6,10 @@
 #include <gmock/gmock.h>
 #include <sqlite3.h>
 
+#include <optional>
+#include <string>
+#include <utility>
+
 #include "tests/libs/messages/store_tools.h"
 
 namespace messages {
@@ -67,6 +71,51 @@ TEST(Store, NumbersNewMessagesAfterThoseOfEarlierRuns) {
     ASSERT_TRUE(store.Flush(kPatience)) << store.problem();
     EXPECT_EQ(store.Number(row.id), run);
   }
+}
+
+/// A store that has just written, so that what comes gathers for long.
+class GatheringStore : public testing::Test {
+ protected:
+  GatheringStore() : store_(std::in_place, folder_.path(), "sms", Slow()) {
+    WriteMessages(*store_, {"1"});
+  }
+  static StoreOptions Slow() {
+    StoreOptions options;
+    options.gather = hours(1);
+    return options;
+  }
+  std::uint64_t Write(const std::string& receiver) {
+    return store_->Write({NewMessage(*store_, receiver)});
+  }
+
+  const test_support::TemporaryFolder folder_;
+  std::optional<Store> store_;
+};
+
+TEST_F(GatheringStore, WritesAtOnceWhatSomebodyWaitsForAndAllBeforeIt) {
+  Write("2");
+  const std::uint64_t awaited = Write("3");
+  EXPECT_FALSE(store_->IsOnDisk(awaited));
+  store_->Hurry();
+  ASSERT_TRUE(WaitFor([&] { return store_->IsOnDisk(awaited); })) << store_->problem();
+  const std::uint64_t later = Write("4");
+  EXPECT_FALSE(store_->IsOnDisk(later)) << "the hurry was for what came before it";
+}
+
+TEST_F(GatheringStore, WritesAtOnceWhenItIsFlushedAndAtTheEnd) {
+  Write("2");
+  EXPECT_TRUE(store_->Flush(kPatience)) << store_->problem();
+  Write("3");
+  store_.reset();
+  EXPECT_THAT(Receivers(ContentOf(folder_.path())), ElementsAre("1", "2", "3"));
+}
+
+TEST(Store, WritesWhatHasGatheredWithoutBeingAsked) {
+  const test_support::TemporaryFolder folder;
+  Store store(folder.path(), "sms");
+  WriteMessages(store, {"1"});
+  const std::uint64_t sequence = store.Write({NewMessage(store, "2")});
+  EXPECT_TRUE(WaitFor([&] { return store.IsOnDisk(sequence); })) << store.problem();
 }
 
 TEST(Store, KnowsNoNumberBeforeItIsLoaded) {
