@@ -185,15 +185,21 @@ std::unique_ptr<bench::UnixListener> RunningBench::ListenLocally() const {
 void RunningBench::Poll() {
   store_requests_->Poll();
   samples_.Poll();
+  const bool hangs = SecondsOfHang().has_value();
+  if (std::exchange(hangs_, hangs) != hangs) server_->GreetAll();
 }
 
-std::string RunningBench::Problem() const {
+std::optional<double> RunningBench::SecondsOfHang() const {
   const std::chrono::duration<double> longest =
       std::max<std::chrono::nanoseconds>(kLongestCycle, 3 * program_.period);
   const std::chrono::duration<double> runs = std::chrono::steady_clock::now() - serving_since_;
   const double silent = std::min(samples_.SecondsSinceCycle(), runs.count());
-  if (silent <= longest.count()) return {};
-  return fmt::format("no cycle has ended for {:.0f} s", silent);
+  return silent > longest.count() ? std::optional(silent) : std::nullopt;
+}
+
+std::string RunningBench::Problem() const {
+  const auto silent = SecondsOfHang();
+  return silent ? fmt::format("no cycle has ended for {:.0f} s", *silent) : std::string();
 }
 
 std::string RunningBench::Metrics() {
@@ -220,17 +226,20 @@ bench::Frame RunningBench::Hello() const {
   const auto level = spdlog::level::to_string_view(spdlog::get_level());
   const std::chrono::duration<double> started = started_.time_since_epoch();
   const std::chrono::duration<double> cycle = program_.period;
-  return bench::JsonText({{"type", "hello"},
-                          {"protocol", 1},
-                          {"program", program_.file.filename().string()},
-                          {"name", ProgramName(program_.file)},
-                          {"version", CORVANE_VERSION},
-                          {"pid", getpid()},
-                          {"cycle", cycle.count()},
-                          {"write", write_},
-                          {"level", std::string_view(level.data(), level.size())},
-                          {"started", started.count()},
-                          {"page", address_ ? PageAddress() : ""}});
+  const auto silent = SecondsOfHang();
+  return bench::JsonText(
+      {{"type", "hello"},
+       {"protocol", 1},
+       {"program", program_.file.filename().string()},
+       {"name", ProgramName(program_.file)},
+       {"version", CORVANE_VERSION},
+       {"pid", getpid()},
+       {"cycle", cycle.count()},
+       {"write", write_},
+       {"level", std::string_view(level.data(), level.size())},
+       {"started", started.count()},
+       {"hangs", silent ? nlohmann::json(bench::SecondsNow() - *silent) : nullptr},
+       {"page", address_ ? PageAddress() : ""}});
 }
 
 void RunningBench::Handle(const bench::ClientRequest& request, const bench::RequestDone& done) {

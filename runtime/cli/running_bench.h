@@ -90,6 +90,8 @@ class RunningBench {
   [[nodiscard]] std::string PageAddress() const;
   [[nodiscard]] std::string Metrics();
   /// Why the program is not well; empty: it is.
+  /// How long no cycle has ended, if that is too long.
+  [[nodiscard]] std::optional<double> SecondsOfHang() const;
   [[nodiscard]] std::string Problem() const;
   void Poll();
   void Handle(const bench::ClientRequest& request, const bench::RequestDone& done);
@@ -113,6 +115,7 @@ class RunningBench {
   bench::Bench samples_;
   bench::VariableModel variables_;
   std::chrono::steady_clock::time_point serving_since_{};
+  bool hangs_ = false;  ///< as the clients have been told; used by the server's thread
   std::unique_ptr<bench::BenchServer> server_;
 };
 

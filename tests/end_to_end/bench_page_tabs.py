@@ -2,12 +2,13 @@
 # SPDX-License-Identifier: MIT
 """bench_page_tabs.py CORVANE [TEST...]: the bench's page in a browser: modem, messages, log, and the connection."""
 import os
+import re
 import signal
 import sys
 import tempfile
 
 from bench_browser import DESK, PHONE, run_in_browser
-from bench_client import Program, wait_for
+from bench_client import Program, WebSocket, wait_for
 from selenium.webdriver.common.keys import Keys
 from simulated_modem import SimulatedModem
 
@@ -151,6 +152,31 @@ def a_program_that_is_stopped_is_not_live(browser):
         browser.wait(lambda: browser.connection() == "live", "a connection again")
 
 
+def a_cycle_that_hangs_is_not_live(browser):
+    with tempfile.TemporaryDirectory() as folder:
+        sleeping = folder + "/sleeping"
+        lua = f"function cycle() while io.open('{sleeping}') do os.execute('sleep 0.1') end end"
+        with Program(corvane, lua) as program, browser.page(program):
+            with open(sleeping, "w", encoding="ascii"):
+                pass
+            browser.wait(lambda: browser.connection() == "hangs", "the hang on the page")
+            text = browser.text("#connection")
+            assert re.fullmatch(r"No cycle has ended for \d+ s", text), text
+            os.remove(sleeping)
+            browser.wait(lambda: browser.connection() == "live", "the next cycle")
+
+
+def a_page_that_is_one_too_many_says_so(browser):
+    with Program(corvane, STATION, "--modem", NO_MODEM) as program:
+        others = [WebSocket(program.port) for _ in range(16)]
+        browser.driver.get(f"http://127.0.0.1:{program.port}/")
+        browser.wait(lambda: browser.text("#connection") == "There are too many clients; close a page.", "the reason")
+        others.pop().close()
+        browser.wait(lambda: browser.connection() == "live", "a connection when there is room")
+        browser.driver.get("about:blank")
+    browser.console()  # the browser tells of each refusal
+
+
 def a_token_opens_the_page_once(browser):
     with tempfile.TemporaryDirectory() as folder:
         file = folder + "/token"
@@ -194,7 +220,8 @@ def the_tabs_are_accessible_on_desk_and_phone(browser):
 
 TESTS = [
     the_dialogue_with_the_modem_is_live, messages_come_and_go, messages_are_cancelled_and_tried_again_with_leave,
-    the_log_is_searched_and_its_level_set, the_page_goes_on_after_a_restart, a_program_that_is_stopped_is_not_live, a_token_opens_the_page_once,
+    the_log_is_searched_and_its_level_set, the_page_goes_on_after_a_restart, a_program_that_is_stopped_is_not_live,
+    a_cycle_that_hangs_is_not_live, a_page_that_is_one_too_many_says_so, a_token_opens_the_page_once,
     the_tabs_are_accessible_on_desk_and_phone,
 ]
 run_in_browser(TESTS, sys.argv[2:])

@@ -388,9 +388,11 @@ def sixteen_clients_and_no_more():
         clients = [WebSocket(program.port) for _ in range(16)]
         assert all(client.status == 101 for client in clients)
         assert WebSocket(program.port).status == 503
+        assert b"too many clients" in request(program.port, "/ws").body
         assert WebSocket(program.socket).status == 101  # those on the machine are counted apart
         clients.pop().close()
         wait_for(lambda: WebSocket(program.port).status == 101, "room for a client")
+        assert request(program.port, "/ws").status == 426
 
 
 def the_token_opens_the_page():

@@ -70,8 +70,7 @@ void Connection::ReadRequest() {
 void Connection::Handle(const HttpRequest& request) {
   if (auto refusal = Refusal(request, shared_->service, is_local_)) {
     Respond(std::move(*refusal));
-  } else if (websocket::is_upgrade(request) &&
-             PathOf({request.target().data(), request.target().size()}) == "/ws") {
+  } else if (PathOf({request.target().data(), request.target().size()}) == "/ws") {
     Upgrade(request);
   } else {
     Respond(AnswerTo(request, shared_->service));
@@ -93,6 +92,13 @@ void Connection::Upgrade(const HttpRequest& request) {
                   fmt::format("bench: {} was refused: there are {} clients already", who_,
                               ConnectionsShared::kMostClients));
     Respond(PlainAnswer(request, 503, "There are too many clients; close a page."));
+    return;
+  }
+  if (!websocket::is_upgrade(request)) {  // a page that asks why its WebSocket was refused
+    HttpResponse response = PlainAnswer(request, 426, "This is the address of a WebSocket.");
+    response.set(http::field::upgrade, "websocket");
+    response.set(http::field::connection, "upgrade");
+    Respond(std::move(response));
     return;
   }
   ++shared_->clients;

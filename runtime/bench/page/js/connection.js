@@ -10,7 +10,7 @@ const kGone = 10000; // and after which it is not
 const kAnswerWithin = 15000; // milliseconds; the program answers a request within five seconds
 
 /**
- * Events: "open", "lost", "mismatch" (detail: the program's protocol), and for each message of the program one with
+ * Events: "open", "lost", "refused" (detail: the program's reason), "mismatch" (detail: its protocol), and for each message of the program one with
  * its type (detail: the message).
  */
 export class Connection extends EventTarget {
@@ -60,15 +60,34 @@ export class Connection extends EventTarget {
 
   #open() {
     const socket = new WebSocket(new URL("ws", location.href.replace(/^http/, "ws")));
+    let hasOpened = false;
     this.#socket = socket;
     socket.onopen = () => {
+      hasOpened = true;
       this.#wait = kShortestWait;
       this.#heard = performance.now();
       this.dispatchEvent(new Event("open"));
       socket.send(JSON.stringify({ type: "subscribe", topics: kTopics }));
     };
     socket.onmessage = (event) => socket === this.#socket && this.#receive(JSON.parse(event.data));
-    socket.onclose = () => this.#lose(socket);
+    socket.onclose = () => {
+      this.#lose(socket);
+      if (!hasOpened) this.#askWhy();
+    };
+  }
+
+  /** A browser does not tell why a WebSocket was refused; the program tells a plain request. */
+  async #askWhy() {
+    try {
+      const answer = await fetch("ws", { cache: "no-store" });
+      const reason = (await answer.text()).trim();
+      const isRefusal = answer.status === 401 || answer.status === 503;
+      if (isRefusal && this.#socket?.readyState !== WebSocket.OPEN) {
+        this.dispatchEvent(new CustomEvent("refused", { detail: reason }));
+      }
+    } catch {
+      // It is not there.
+    }
   }
 
   #receive(message) {

@@ -13,6 +13,7 @@ import { VariablesTab } from "./variables_tab.js";
 
 const connection = new Connection();
 let hello = null;
+let isOpen = false;
 
 function show(state, text) {
   byId("connection").dataset.state = state;
@@ -26,12 +27,24 @@ function greet(detail) {
   hello = detail;
   setText(byId("program"), hello.name ?? hello.program);
   document.title = `${hello.name ?? hello.program} – Corvane`;
-  show("live", hello.write ? "Live, writing allowed" : "Live, read only");
+  isOpen = true;
+  showProgram();
+}
+
+function showProgram() {
+  if (!hello) return;
   showFacts();
+  if (!isOpen) return;
+  if (hello.hangs) show("hangs", `No cycle has ended for ${age(connection.now() - hello.hangs)}`);
+  else show("live", hello.write ? "Live, writing allowed" : "Live, read only");
+}
+
+function lose(text) {
+  isOpen = false;
+  show("lost", text);
 }
 
 function showFacts() {
-  if (!hello) return;
   const facts = [hello.program, hello.cycle && `cycle ${duration(hello.cycle)}`, `Corvane ${hello.version}`,
     `process ${hello.pid}`, hello.started && `runs for ${age(connection.now() - hello.started)}`];
   setText(byId("facts"), facts.filter(Boolean).join(" · "));
@@ -47,8 +60,9 @@ const tabs = {
 };
 startTabs((name) => tabs[name].opened());
 connection.addEventListener("hello", ({ detail }) => greet(detail));
-connection.addEventListener("lost", () => show("lost", "No connection; trying again…"));
+connection.addEventListener("lost", () => lose("No connection; trying again…"));
+connection.addEventListener("refused", ({ detail }) => lose(detail));
 connection.addEventListener("mismatch", ({ detail }) =>
-  show("lost", `The program speaks protocol ${detail}, which this page does not know; load the page again.`));
-setInterval(showFacts, 1000);
+  lose(`The program speaks protocol ${detail}, which this page does not know; load the page again.`));
+setInterval(showProgram, 1000);
 connection.start();

@@ -32,6 +32,9 @@ export class MessagesTab {
     });
     connection.addEventListener("messages", ({ detail }) => this.#take(detail));
     byId("message-kind").addEventListener("change", () => this.#filter());
+    setInterval(() => {
+      for (const { shown, row } of this.#rows.values()) if (row.next) this.#showNext(shown.querySelector(".next"), row);
+    }, 1000);
   }
 
   opened() {}
@@ -79,9 +82,16 @@ export class MessagesTab {
     setText(text, row.text ?? "");
     setText(attempts, row.kind === "in" ? "" : String(row.attempts ?? ""));
     setAttribute(attempts, "data-unit", row.attempts === 1 ? "attempt" : "attempts");
-    setText(next, row.next ? dateAndTime(row.next) : "");
+    this.#showNext(next, row);
     setText(reason, row.reason ?? "");
-    actions.replaceChildren(...this.#buttons(row));
+    const buttons = this.#buttons(row);
+    const labels = (all) => [...all].map((button) => button.textContent).join();
+    if (labels(buttons) !== labels(actions.children)) actions.replaceChildren(...buttons); // or the focus would be lost
+  }
+
+  /** A try that is due waits for the modem, the server, or its turn. */
+  #showNext(place, { next }) {
+    setText(place, !next ? "" : next > this.#connection.now() ? dateAndTime(next) : "due");
   }
 
   #buttons(row) {

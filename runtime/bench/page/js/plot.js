@@ -28,7 +28,7 @@ export function newPlot(place, options, moved) {
     ...size(),
     legend: { show: false },
     cursor: { drag: { x: false, y: false }, points: { show: false } },
-    padding: [8, 12, 0, 4],
+    padding: [8, 32, 0, 4], // half of the last time is right of the plot
     ...options,
     hooks: { setCursor: [(self) => moved(self.cursor.idx ?? null)], destroy: [() => resized.disconnect()] },
   }, options.data, place);
