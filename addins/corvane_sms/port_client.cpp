@@ -138,6 +138,7 @@ std::optional<AtRequest> PortClient::Request(const Now& now) {
   if (step_ == Step::kAnnounce) {
     return AtRequest{std::string(kAnnouncements[announcement_]), kCommandTimeout};
   }
+  step_ = Step::kTask;
   auto request = running_->Next(now);
   if (!request) running_ = nullptr;
   return request;
@@ -158,7 +159,7 @@ bool PortClient::TakeOwnAnswer(std::string_view answer, int status, const Now& n
       running_->OnNotReady(answer, status, now);
       return false;
     }
-    step_ = announcement_ < kAnnouncements.size() ? Step::kAnnounce : Step::kTask;
+    step_ = announcement_ < kAnnouncements.size() ? Step::kAnnounce : Step::kSetUp;
     return true;
   }
   if (ok) {
@@ -167,7 +168,7 @@ bool PortClient::TakeOwnAnswer(std::string_view answer, int status, const Now& n
     ++announcement_;
   }
   // Without an answer it is tried again with the next sequence.
-  if (status < 0 || announcement_ >= kAnnouncements.size()) step_ = Step::kTask;
+  if (status < 0 || announcement_ >= kAnnouncements.size()) step_ = Step::kSetUp;
   return true;
 }
 
@@ -175,6 +176,8 @@ void PortClient::TakeLine(std::string_view line, std::string_view pdu, const Now
   if (line == kPortDriverRestart) {
     announcement_ = 0;
     device_is_there_ = true;
+    // Not with a task's first request: a report of what is sent before AT+CNMI would be dropped.
+    if (step_ == Step::kSetUp) step_ = Step::kSetMode;
   }
   for (ModemTask* const task : tasks_) task->OnLine(line, pdu, now);
 }

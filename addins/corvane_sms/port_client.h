@@ -42,6 +42,7 @@ class PortClient {
   enum class Step : std::uint8_t {
     kSetMode,   ///< AT+CMGF=0
     kAnnounce,  ///< AT+CNMI, its first form that the modem has not refused
+    kSetUp,     ///< the modem is set up for the task, which has not asked for anything yet
     kTask,      ///< what the task asks for
   };
 

@@ -176,6 +176,19 @@ TEST_F(PortClientTest, AnnouncesAgainAfterARestartOfTheModem) {
   SetUpModem();
 }
 
+TEST_F(PortClientTest, SetsTheModemUpAgainIfItRestartsBeforeTheTasksFirstRequest) {
+  Register();
+  one_.requests = {"AT+ONE\r"};
+  SetUpModem();
+  port_.Exchange("OK\r\n");
+  one_.requests = {"AT+TWO\r"};
+  // The driver carries this request when the device is back, and tells of it afterwards.
+  EXPECT_EQ(port_.Exchange("OK\r\n"), "AT+CMGF=0\r");
+  port_.Say(kPortDriverRestart);
+  SetUpModem();
+  EXPECT_EQ(port_.Exchange("OK\r\n"), "AT+TWO\r");
+}
+
 TEST_F(PortClientTest, AnAnnouncementWithoutAnAnswerIsTriedAgainWithTheNextSequence) {
   Register();
   one_.requests = {"AT+ONE\r"};
