@@ -7,6 +7,7 @@ that it prints is "READY" and its port. Ctrl-C or SIGTERM ends it.
 """
 import argparse
 import asyncio
+import contextlib
 import email
 import email.policy
 import hmac
@@ -14,6 +15,7 @@ import json
 import logging
 import os
 import signal
+import socket
 import ssl
 import warnings
 
@@ -78,6 +80,14 @@ def authenticator(user, password):
     return check
 
 
+async def be_away(door, seconds, stopped):
+    """The port is known, but every connection is refused."""
+    print("READY", door.getsockname()[1], flush=True)
+    print(f"the mail server is away for {seconds:g} s", flush=True)
+    with contextlib.suppress(asyncio.TimeoutError):
+        await asyncio.wait_for(stopped.wait(), seconds)
+
+
 async def serve(options):
     os.makedirs(options.folder, exist_ok=True)
     sink = MailSink(options.folder)
@@ -86,16 +96,20 @@ async def serve(options):
     if options.certificate:
         tls = ssl.create_default_context(ssl.Purpose.CLIENT_AUTH)
         tls.load_cert_chain(options.certificate)
+    door = socket.socket()
+    door.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+    door.bind(("127.0.0.1", options.port))  # from now on the port is ours, but nobody can connect yet
     loop = asyncio.get_running_loop()
-    server = await loop.create_server(
-        lambda: SMTP(sink, hostname="mail-sink.example", authenticator=check, auth_required=True,
-                     auth_require_tls=bool(tls), tls_context=tls, require_starttls=bool(tls),
-                     data_size_limit=MAX_MESSAGE),
-        "127.0.0.1", options.port)
     stopped = asyncio.Event()
     for number in signal.SIGINT, signal.SIGTERM:
         loop.add_signal_handler(number, stopped.set)
-    print("READY", server.sockets[0].getsockname()[1], flush=True)
+    if options.away:
+        await be_away(door, options.away, stopped)
+    server = await loop.create_server(
+        lambda: SMTP(sink, hostname="mail-sink.example", authenticator=check, auth_required=True,
+                     auth_require_tls=bool(tls), tls_context=tls, require_starttls=bool(tls),
+                     data_size_limit=MAX_MESSAGE), sock=door)
+    print("the mail server is back" if options.away else f"READY {door.getsockname()[1]}", flush=True)
     await stopped.wait()
     server.close()
 
@@ -107,6 +121,7 @@ def main():
     parser.add_argument("--port", type=int, default=0, help="TCP port; 0: a free one (default)")
     parser.add_argument("--user", default="plc", help="for AUTH LOGIN (default: plc)")
     parser.add_argument("--password", default="s3cret", help="(default: s3cret)")
+    parser.add_argument("--away", type=float, default=0, help="refuses connections for so many seconds at first")
     parser.add_argument("--certificate", help="file with certificate and key: insist on STARTTLS")
     asyncio.run(serve(parser.parse_args()))
 

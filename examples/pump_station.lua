@@ -28,8 +28,7 @@ local operators = {
 -- Who gets the alarm.
 local alarm_numbers = "+1 555 010-1234; +1 555 010-5678"
 
-local alarm_text = "ТРЕВОГА! Насосная станция 3: уровень воды %d см, предел %d см. "
-  .. "Насос 2 не работает. Ответьте ACK."
+local alarm_text = "ТРЕВОГА! Насосная станция 3: вода %d см, предел %d см. Ответ: ACK."
 
 if #plc.args < 6 then
   error("required: MAILSERVER PORT LOGIN PASSWORD SENDER RECIPIENT (after --)", 0)
@@ -43,8 +42,10 @@ local stays = plc.args[7] == "stay"
 local inbox = SMS_INBOX.new { Port = 1, Enable = true }
 -- The alarm goes first. Its key makes it one of its kind: a station that restarts while the water is high
 -- does not send it again within the hour.
-local alarm_sms = SMS_OUTBOX.new { Port = 1, Receiver = alarm_numbers, Urgent = true, Key = "level", ValidFor = 3600 }
-local answer_sms = SMS_OUTBOX.new { Port = 1, ValidFor = 600 } -- after ten minutes nobody wants the answer
+local alarm_sms = SMS_OUTBOX.new {
+  Port = 1, Receiver = alarm_numbers, Urgent = true, Report = true, Key = "level", ValidFor = 3600,
+}
+local answer_sms = SMS_OUTBOX.new { Port = 1, Report = true, ValidFor = 600 } -- after ten minutes nobody wants the answer
 -- A mail server on this machine needs no TLS.
 local is_local = plc.args[1] == "127.0.0.1" or plc.args[1] == "localhost"
 local alarm_mail = MAIL_OUTBOX.new {
@@ -61,14 +62,10 @@ local alarm_mail = MAIL_OUTBOX.new {
   ValidFor = 3600,
 }
 -- The state of the machine itself. The command contains only our own text, nothing from an SMS.
--- The cycle waits for it; if a disk hangs, `timeout` ends it.
-local machine = SysProcessCreateWithResult.new {
-  Command = "cut -d. -f1 /proc/uptime;",
-  Args = "timeout 2 df --output=pcent / | tail -n 1",
-}
+local machine = PROCESS.new { Command = "cut -d. -f1 /proc/uptime; df --output=pcent / | tail -n 1", Timeout = 5 }
 -- What happens when an operator has acknowledged.
 local here = debug.getinfo(1, "S").source:match("^@(.*/)") or "./"
-local start_pump = SysProcessCreate.new { Command = "'" .. here:gsub("'", "'\\''") .. "start_pump.sh'", Args = "2" }
+local start_pump = PROCESS.new { Program = here .. "start_pump.sh", Arguments = "2", Timeout = 10 }
 
 ---------------------------------------------------------------------------------------------------
 -- What the station does
@@ -77,15 +74,17 @@ local function say(text, ...)
   print(string.format(text, ...))
 end
 
--- The process. There is no sensor here: the water rises by itself, and falls when pump 2 runs.
-local station = { level = 350, pump_2 = false, alarm = "none" } -- alarm: none, active, acknowledged
+-- What must survive a restart. alarm: none, active, acknowledged, over
+local station = plc.retain("station", { level = 350, pump_2 = false, alarm = "none" })
+say("the station starts: %d cm, alarm %s", station.level, station.alarm)
 local levels = {} -- the lines of the report: one per second, of the last hour
 
+-- The process. There is no sensor here: the water rises by itself, and falls when pump 2 runs.
 local function process()
   if station.alarm == "over" then -- from now on pump 2 keeps the level between 350 and 380 cm
     station.pump_2 = station.level > (station.pump_2 and 350 or 380)
   end
-  station.level = station.level + (station.pump_2 and -1.5 or 1)
+  station.level = math.min(station.level + (station.pump_2 and -1.5 or 1), 420) -- there it overflows
   if plc.cycle % 10 == 1 then
     levels[#levels + 1] = string.format("%.1f;%d", plc.cycle / 10, station.level)
     if #levels > 3600 then
@@ -94,58 +93,19 @@ local function process()
   end
 end
 
----------------------------------------------------------------------------------------------------
--- Sending SMS: a rising edge of Execute hands a message over, and Done or Error reports how it ended
-
-local sms_sent = 0
-
--- True once, when the block has finished with its message.
-local function has_ended(block, what)
-  if not block.Execute or not (block.Done or block.Error) then
-    return false
+local function run_start_pump()
+  start_pump.Execute = station.alarm == "acknowledged" -- after a restart in this state, too
+  local was_busy = start_pump.Busy
+  start_pump()
+  if was_busy and not start_pump.Busy then
+    say("%s", start_pump.Done and start_pump.Output:gsub("\n$", "") or start_pump.ErrorText)
   end
-  block.Execute = false
-  sms_sent = sms_sent + block.Sent
-  if block.ErrorText ~= "" then
-    say("%s: %s", what, block.ErrorText)
-  end
-  return true
 end
+
+---------------------------------------------------------------------------------------------------
+-- The alarm: a rising edge of Execute hands a message over, and Done or Error reports how it ended
 
 local alarm_stored = false
-
-local function send_alarm(text)
-  alarm_sms.Text = text
-  alarm_sms.Execute = true
-  alarm_stored = false
-end
-
-local answers = {} -- { number, text }; the first one is being sent
-
-local function send_messages()
-  -- The next edge comes after a call with Execute FALSE, which also clears Done and Error.
-  if answers[1] and not (answer_sms.Execute or answer_sms.Done or answer_sms.Error) then
-    answer_sms.Receiver, answer_sms.Text = answers[1].number, answers[1].text
-    answer_sms.Execute = true
-  end
-  alarm_sms()
-  answer_sms()
-  if alarm_sms.Stored and not alarm_stored then
-    alarm_stored = true
-    say("the alarm is stored: it goes out, whatever happens now")
-  end
-  if has_ended(alarm_sms, "alarm") and alarm_sms.Sent == 0 and not alarm_sms.Error then
-    say("this alarm was queued before the restart: it is not sent again")
-  end
-  if has_ended(answer_sms, "answer") then
-    table.remove(answers, 1)
-  end
-end
-
----------------------------------------------------------------------------------------------------
--- Sending e-mail
-
-local mails_sent = 0
 
 local function write_report()
   local file = assert(io.open("levels.csv", "w"))
@@ -153,46 +113,60 @@ local function write_report()
   file:close()
 end
 
-local function mail_alarm(text)
+local function raise_alarm()
+  say("ALARM: %d cm, the limit is %d cm", station.level, limit)
+  alarm_sms.Text = alarm_text:format(station.level, limit)
+  alarm_sms.Execute = true
+  alarm_stored = false
   write_report()
-  alarm_mail.Text = text
+  alarm_mail.Text =
+    string.format("The water level is %d cm, the limit is %d cm. Pump 2 is not running.", station.level, limit)
   alarm_mail.Execute = true
 end
 
--- As with SMS. Without a network the mail waits on the disk, and nothing else waits for it.
-local function send_mail()
-  alarm_mail()
-  if not alarm_mail.Execute or not (alarm_mail.Done or alarm_mail.Error) then
-    return
-  end
-  alarm_mail.Execute = false
-  if alarm_mail.Done then
-    mails_sent = mails_sent + 1
-  end
-  if alarm_mail.ErrorText ~= "" then
-    say("e-mail: %s", alarm_mail.ErrorText)
+-- Execute falls when the block has finished with its message, so that the next alarm is an edge again.
+local function call(block, what)
+  block()
+  if block.Execute and (block.Done or block.Error) then
+    block.Execute = false
+    if block.ErrorText ~= "" then
+      say("%s: %s", what, block.ErrorText)
+    end
+    return true
   end
 end
 
----------------------------------------------------------------------------------------------------
--- Receiving SMS
+local function send_alarm()
+  local has_ended = call(alarm_sms, "alarm")
+  if alarm_sms.Stored and not alarm_stored then
+    alarm_stored = true
+    say("the alarm is stored: it goes out, whatever happens now")
+  end
+  if has_ended and alarm_sms.Sent == 0 and not alarm_sms.Error then
+    say("this alarm was queued before the restart: it is not sent again")
+  end
+  call(alarm_mail, "e-mail") -- without a network it waits on the disk, and nothing else waits for it
+end
 
-local refused = 0
-local asked = {} -- numbers to be answered with the state of the machine
+---------------------------------------------------------------------------------------------------
+-- Receiving and answering SMS
 
 -- A number can be forged, so what answers may cost is limited: a fixed number of them per hour.
 local answers_left, next_hour = 0, 0
 
-local function answer(number, text)
+-- The key belongs to the message that is answered: if the power fails before this message is accepted, it is
+-- offered again after the restart, but not answered again.
+local function answer(text)
   if plc.clock() >= next_hour then
     answers_left, next_hour = 20, plc.clock() + 3600
   end
   if answers_left == 0 then
-    say("no answer to %s: the limit for this hour is reached", number)
+    say("no answer to %s: the limit for this hour is reached", inbox.From)
     return
   end
   answers_left = answers_left - 1
-  answers[#answers + 1] = { number = number, text = text }
+  answer_sms.Receiver, answer_sms.Text, answer_sms.Key = inbox.From, text, "answer to " .. inbox.Id
+  answer_sms.Execute = true
 end
 
 -- A text from a phone is data: it is compared with the words that we know, and never becomes part of a
@@ -201,44 +175,46 @@ local function handle(number, text)
   local word = text:upper()
   local name = operators[number]
   if not name then
-    refused = refused + 1
     say("refused: a message from the unknown number %s", (number:gsub("%c", "?"))) -- it may be a name
   elseif word == "STATUS" then
     say("%s asks for the status", name)
-    asked[#asked + 1] = number
-  elseif word == "ACK" and station.alarm == "active" then
+    machine.Execute = true
+  elseif word == "ACK" and (station.alarm == "active" or station.alarm == "acknowledged") then
     say("%s has acknowledged the alarm: pump 2 is started", name)
     station.alarm = "acknowledged"
     station.pump_2 = true
-    start_pump.Run = true
-    answer(number, "Thank you. Pump 2 is started.")
+    answer("Thank you. Pump 2 is started.")
   else
     say("%s wrote something that is not a command", name)
-    answer(number, "Commands: STATUS, ACK")
+    answer("Commands: STATUS, ACK")
   end
 end
 
+local function answer_question()
+  machine()
+  if machine.Execute and not machine.Busy then
+    machine.Execute = false
+    local seconds, disk = machine.Output:match("^(%d+)%s+(%S+)")
+    answer(string.format("Level %d/%d cm, alarm %s, disk %s full, up %d min",
+      station.level, limit, station.alarm, disk or "?", (seconds or 0) / 60))
+  end
+end
+
+local handled -- the Id of the message that was handled last
+
+-- Accept confirms that our work with this message is done: what follows from it is on the disk.
 local function receive_messages()
   inbox()
-  -- Accept confirms that our work with this message is done. If the power fails before, it is offered again.
-  inbox.Accept = inbox.Ready and not inbox.Accept
-  if inbox.Accept then
+  if inbox.Ready and inbox.Id ~= handled then
+    handled = inbox.Id
     handle(inbox.From, inbox.Text)
   end
-end
-
-local function answer_questions()
-  machine.Run = #asked > 0
-  machine()
-  if machine.Run then
-    local seconds, disk = machine.Output:match("^(%d+)%s+(%S+)")
-    local state = string.format("Level %d/%d cm, alarm %s, disk %s full, up %d min",
-      station.level, limit, station.alarm, disk or "?", (seconds or 0) / 60)
-    for _, number in ipairs(asked) do
-      answer(number, state)
-    end
-    asked = {}
+  answer_question()
+  answer_sms()
+  if answer_sms.Stored or not answer_sms.Busy then -- whatever becomes of it, the outbox does it
+    answer_sms.Execute = false
   end
+  inbox.Accept = inbox.Ready and not machine.Execute and not answer_sms.Execute
 end
 
 ---------------------------------------------------------------------------------------------------
@@ -247,34 +223,23 @@ end
 local function watch_level()
   if station.level > limit and station.alarm == "none" then -- a rising edge: one alarm
     station.alarm = "active"
-    say("ALARM: %d cm, the limit is %d cm", station.level, limit)
-    send_alarm(alarm_text:format(station.level, limit))
-    mail_alarm(string.format("The water level is %d cm, the limit is %d cm. Pump 2 is not running.", station.level, limit))
+    raise_alarm()
   elseif station.level < limit - 10 and station.alarm == "acknowledged" then
     station.alarm = "over"
     say("the alarm is over: %d cm", station.level)
   end
 end
 
-local has_ended_well = false
-
 function cycle()
-  start_pump.Run = false
-
   process()
   receive_messages()
-  answer_questions()
   watch_level()
-  send_messages()
-  send_mail()
-  start_pump()
+  send_alarm()
+  run_start_pump()
 
-  local is_idle = not alarm_sms.Execute and #answers == 0 and not alarm_mail.Execute
-  if station.alarm == "over" and is_idle and not has_ended_well then
-    has_ended_well = true
-    say("%d SMS and %d e-mail sent, %d message refused, nothing lost", sms_sent, mails_sent, refused)
-    if not stays then
-      plc.stop()
-    end
+  local is_idle = not inbox.Ready and alarm_sms.Waiting == 0 and alarm_mail.Waiting == 0
+  if station.alarm == "over" and is_idle and not stays then
+    say("no message waits")
+    plc.stop()
   end
 end

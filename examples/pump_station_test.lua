@@ -52,9 +52,20 @@ test("does not send the alarm again after a restart", function()
   program:run(2)
   test.equal(#program.modem.sent, 2)
   program:restart { off = 10 }
-  program.vars.station.level = 399
+  program:run(5)
+  test.equal(program.vars.station.alarm, "active") -- it is retained
+  test.equal(#program.modem.sent, 2)
+  test.equal(#program.mail.sent, 1)
+end)
+
+test("does not send the alarm again if the restart came before its state was kept", function()
+  local program = start_with_high_water()
+  program:run(2)
+  program:restart { off = 10 }
+  program.vars.station.alarm = "none"
   program:run(5)
   test.equal(#program.modem.sent, 2)
+  test.equal(#program.mail.sent, 1)
   test.contains(program.output, "it is not sent again")
 end)
 
@@ -77,9 +88,27 @@ test("starts pump 2 when an operator acknowledges", function()
   test.equal(program.vars.station.pump_2, true)
   test.equal(program.vars.station.alarm, "acknowledged")
   local started = program.processes.started
-  test.contains(started[#started].command, "start_pump.sh' 2")
+  test.contains(started[#started].command, "start_pump.sh 2")
   local texts = texts_to(program, ANNA)
   test.equal(texts[#texts], "Thank you. Pump 2 is started.")
+end)
+
+test("switches pump 2 on again after a restart", function()
+  local program = start_with_high_water()
+  program.modem:receive(ANNA, "ACK")
+  program:run(1)
+  local before = #program.processes.started
+  program:restart { off = 10 }
+  program:run(1)
+  test.equal(#program.processes.started, before + 1)
+end)
+
+test("says so if pump 2 cannot be started", function()
+  local program = start_with_high_water()
+  program.processes:answer("start_pump.sh", { not_started = "permission denied" })
+  program.modem:receive(ANNA, "ACK")
+  program:run(1)
+  test.contains(program.output, "permission denied")
 end)
 
 test("answers a question about its state", function()
@@ -99,6 +128,18 @@ test("ignores strangers", function()
   test.contains(program.output, "refused: a message from the unknown number " .. STRANGER)
 end)
 
+test("accepts a message only when its answer is on the disk", function()
+  local program = start()
+  program.vars.station.level = 300 -- no alarm today
+  program.processes:answer("df --output=pcent", { output = "7200\n 42%\n", duration = 2 })
+  program.modem:receive(ANNA, "STATUS")
+  program:run(1)
+  program:restart { off = 1 }
+  program:run(5)
+  test.equal(#texts_to(program, ANNA), 1)
+  test.contains(texts_to(program, ANNA)[1], "disk 42% full")
+end)
+
 test("answers at most 20 times in an hour", function()
   local program = start()
   program.vars.limit = 1e9 -- no alarm today
@@ -114,7 +155,22 @@ test("ends when the alarm is over and everything is sent", function()
   program.modem:receive(ANNA, "ACK")
   program:run_until(function() return program.status end, 60)
   test.equal(program.status, 0)
-  test.contains(program.output, "3 SMS and 1 e-mail sent, 0 message refused, nothing lost")
+  test.equal(#program.modem.sent, 3)
+  test.equal(#program.mail.sent, 1)
+end)
+
+test("does not end while the mail server is away", function()
+  local program = start()
+  program.mail.away = true
+  program.vars.station.level = 399
+  program:run(1)
+  program.modem:receive(ANNA, "ACK")
+  program:run(30)
+  test.equal(program.vars.station.alarm, "over")
+  test.equal(program.status, nil)
+  program.mail.away = false
+  program:run_until(function() return program.status end, 120)
+  test.equal(#program.mail.sent, 1)
 end)
 
 test("goes on if it is to stay, with the level below the limit", function()
@@ -127,7 +183,6 @@ test("goes on if it is to stay, with the level below the limit", function()
   end
   test.equal(program.status, nil)
   test.equal(#program.mail.sent, 1)
-  test.contains(program.output, "3 SMS and 1 e-mail sent, 0 message refused, nothing lost")
 end)
 
 test("says what is missing on its command line", function()
