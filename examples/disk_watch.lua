@@ -9,31 +9,25 @@
 local folder = plc.args[1] or "/"
 local limit = tonumber(plc.args[2] or 1)
 local measurements = tonumber(plc.args[3] or 5)
-local interval = 1 -- seconds from one measurement to the next
 
 if not limit or not measurements then
   error("LIMIT and MEASUREMENTS must be numbers", 0)
 end
-
--- Quotes a text for the shell, which then reads it as one word, whatever it contains.
-local function quoted(text)
-  return "'" .. text:gsub("'", "'\\''") .. "'"
+if folder:find("\n", 1, true) then
+  error("FOLDER must be a single line", 0)
 end
 
 -- The script is in the same folder as this program.
 local here = debug.getinfo(1, "S").source:match("^@(.*/)") or "./"
 
--- The blocks. `df` answers within milliseconds, so the cycle can wait for it; if a disk hangs,
--- `timeout` ends it. The script may take a while, so it is started in the background.
-local df = SysProcessCreateWithResult.new {
-  Command = "timeout 2 df -P --", -- what follows is not an option, whatever it begins with
-  Args = quoted(folder) .. " 2>&1",
-}
-local alarm = SysProcessCreate.new { Command = quoted(here .. "disk_alarm.sh") }
+-- The blocks. A program gets its arguments one a line, as they are: no shell reads them, whatever
+-- characters they have. The cycle never waits; if a disk hangs, Timeout ends `df`.
+local df = PROCESS.new { Program = "df", Arguments = "-P\n--\n" .. folder, Timeout = 2 }
+local alarm = PROCESS.new { Program = here .. "disk_alarm.sh", Timeout = 60 }
+local second = TON.new { PT = 1 } -- from one measurement to the next
+local is_full = R_TRIG.new() -- once when the limit is reached, not at every measurement
 
 local count = 0
-local next_time = plc.clock()
-local above = false -- was the disk above its limit at the last measurement?
 
 -- The percentage in the output of `df -P`: the number before the % sign in the second line.
 local function parse_percent(output)
@@ -43,38 +37,49 @@ end
 -- Called for each measurement.
 local function check(percent)
   print(string.format("%s is %d %% full (limit %d %%)", folder, percent, limit))
-  if percent >= limit and not above then -- a rising edge: once, not at every measurement
+  is_full.CLK = percent >= limit
+  is_full()
+  if is_full.Q then
     plc.log(string.format("%s has reached its limit: %d %%", folder, percent))
-    alarm.Args = quoted(folder) .. " " .. percent .. " " .. limit
-    alarm.Run = true
+    alarm.Arguments = string.format("%s\n%d\n%d", folder, percent, limit)
+    alarm.Execute = true -- the rising edge starts it
   end
-  above = percent >= limit
+end
+
+-- True in the cycle in which the block has ended. Execute falls, so that the next job is an edge again.
+local function has_ended(block)
+  block()
+  if block.Execute and not block.Busy then
+    block.Execute = false
+    return true
+  end
+  return false
 end
 
 -- The runtime calls this once per cycle (100 ms, unless --cycle says otherwise).
 function cycle()
-  -- A block acts on the rising edge of its input, so the input must be false in between.
-  df.Run = false
-  alarm.Run = false
-
-  if plc.clock() >= next_time then
-    next_time = next_time + interval
-    df.Run = true
+  second.IN = not second.Q -- begins again whenever the second is over
+  second()
+  if plc.cycle == 1 or (second.Q and (measurements == 0 or count < measurements)) then
+    df.Execute = true
   end
 
-  df()
-  if df.Run then
-    local percent = parse_percent(df.Output)
+  if has_ended(df) then
+    local percent = df.Done and parse_percent(df.Output)
     if percent then
       check(percent)
     else
-      print("df printed no percentage: " .. df.Output)
+      print("df printed no percentage: " .. df.ErrorOutput .. df.ErrorText)
     end
     count = count + 1
-    if count == measurements then
-      print("Done: " .. count .. " measurements.")
-      plc.stop()
-    end
   end
-  alarm()
+
+  if has_ended(alarm) then
+    io.write(alarm.Output, alarm.ErrorOutput, alarm.ErrorText)
+  end
+
+  if count == measurements and measurements > 0 and not alarm.Execute then
+    print("Done: " .. count .. " measurements.")
+    plc.stop()
+  end
 end

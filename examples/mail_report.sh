@@ -8,41 +8,10 @@ corvane=$(command -v "${CORVANE:-corvane}") || {
     exit 1
 }
 corvane=$(realpath "$corvane")
-here=$(realpath "$(dirname "$0")")
+# shellcheck source=examples/mail_server.sh
+. "$(dirname "$0")/mail_server.sh"
 
-python=/usr/bin/python3 # Debian's, which finds Debian's modules
-$python -c 'import aiosmtpd' 2>/dev/null || {
-    if [ -x "$here/../packaging/packages.sh" ]; then
-        "$here/../packaging/packages.sh" example
-    else
-        echo "mail_report: please install python3-aiosmtpd" >&2
-        exit 1
-    fi
-}
-
-folder=$(mktemp -d)
-sink=
-clean_up() {
-    [ -z "$sink" ] || kill "$sink" 2>/dev/null || true
-    wait
-    rm -rf "$folder"
-}
-trap clean_up EXIT
-trap 'exit 130' INT
-trap 'exit 143' TERM
-
-mkfifo "$folder/sink-output"
-setpriv --pdeathsig TERM $python "$here/mail_sink.py" "$folder/mails" >"$folder/sink-output" &
-sink=$!
-exec 3<"$folder/sink-output"
-word=
-read -r word port <&3 || true
-if [ "$word" != READY ]; then
-    echo "mail_report: the mail server did not start" >&2
-    exit 1
-fi
-cat <&3 & # shows the messages that arrive
-
+start_mail_server
 echo "The mail server is listening on port $port."
 cd "$folder" # where the report is written
 export STATE_DIRECTORY=$folder/state # the store of messages: each run of the example begins with an empty one

@@ -8,13 +8,6 @@ corvane=$(realpath "$(command -v "${CORVANE:-corvane}")") || {
     echo "pump_station: command '${CORVANE:-corvane}' not found; set CORVANE to its path" >&2
     exit 1
 }
-here=$(realpath "$(dirname "$0")")
-python=/usr/bin/python3 # Debian's, which finds Debian's modules
-$python -c 'import aiosmtpd' 2>/dev/null || {
-    [ -x "$here/../packaging/packages.sh" ] || {
-        echo "pump_station: please install python3-aiosmtpd" >&2
-        exit 1
-    }
-    "$here/../packaging/packages.sh" example
-}
-exec $python "$here/pump_station_story.py" "$corvane" "$@"
+# shellcheck source=examples/mail_server.sh
+. "$(dirname "$0")/mail_server.sh"
+exec "$python" "$here/pump_station_story.py" "$corvane" "$@"

@@ -24,4 +24,5 @@ until [ -e "$folder/modem" ]; do
     kill -0 "$simulator" 2>/dev/null || exit 1
     sleep 0.05
 done
-"$CORVANE" run "$here/sms_echo.lua" --cycle 20ms --modem "1=$folder/modem,patience=60s" -- "$@"
+export STATE_DIRECTORY=$folder/state # the store of messages: each run of the example begins with an empty one
+"$CORVANE" run "$here/sms_echo.lua" --cycle 20ms --modem "1=$folder/modem" -- "$@"
