@@ -1,0 +1,179 @@
+#!/usr/bin/python3
+# SPDX-License-Identifier: MIT
+"""mutation.py [--sample N] [--seed S] FILE...: changes one token of a source at a time, builds the test programs of the
+folder that mirrors it under tests/, runs them, and lists the changes that no test has noticed.
+
+It works on a copy in build/mutation, so the sources stay as they are, and later runs build little. Changes that do not
+compile do not count. Those that nothing can notice are explained in tests/mutation_explained.txt. The exit status is 1
+if there are others, or an explanation that explains nothing any more."""
+import argparse
+import os
+import pathlib
+import random
+import re
+import shutil
+import signal
+import subprocess
+import sys
+import time
+
+from mutants import mutants
+
+PROJECT = pathlib.Path(__file__).resolve().parent.parent
+COPY = PROJECT / "build/mutation/source"
+BUILD = PROJECT / "build/mutation/build"
+EXPLAINED = PROJECT / "tests/mutation_explained.txt"
+OPTIONS = ["-G", "Ninja", "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_FLAGS_DEBUG=-O0",
+           "-DCMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE=PRE_TEST"]
+
+
+def copy_sources():
+    """Brings the copy up to date; what has not changed keeps its time, so that it is not built again."""
+    listed = subprocess.run(["git", "ls-files", "-z", "--cached", "--others", "--exclude-standard"], cwd=PROJECT,
+                            check=True, capture_output=True, text=True).stdout.split("\0")
+    for name in filter(None, listed):
+        source, copy = PROJECT / name, COPY / name
+        if not source.is_file():
+            continue
+        if copy.exists() and copy.read_bytes() == source.read_bytes():
+            continue
+        copy.parent.mkdir(parents=True, exist_ok=True)
+        shutil.copy(source, copy)
+
+
+def build(targets):
+    """@return the output, if it fails; None if it is built"""
+    result = subprocess.run(["ninja", "-C", BUILD, *targets], capture_output=True, text=True)
+    return None if result.returncode == 0 else result.stdout
+
+
+def test_programs(file):
+    """The test programs that have a source in the folder that mirrors that of `file`, or the nearest one above."""
+    rules = subprocess.run(["ninja", "-C", BUILD, "-t", "targets", "all"], check=True, capture_output=True, text=True).stdout
+    programs = re.findall(r"^(tests/\w+): CXX_EXECUTABLE_LINKER", rules, re.MULTILINE)
+    inputs = {program: subprocess.run(["ninja", "-C", BUILD, "-t", "inputs", program], check=True, capture_output=True,
+                                      text=True).stdout for program in programs}
+    folder = COPY / "tests" / file.parent
+    while folder != COPY / "tests":
+        here = [program for program in programs if f"{folder}/" in inputs[program]]
+        if here:
+            return here
+        folder = folder.parent
+    sys.exit(f"mutation.py: no test program has a source in tests/{file.parent}")
+
+
+def passes(program, seconds):
+    """Whether the program's tests pass within this time."""
+    process = subprocess.Popen([BUILD / program, "--gtest_brief=1", "--gtest_fail_fast"], cwd=BUILD / "tests",
+                               stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                               start_new_session=True)
+    try:
+        return process.wait(seconds) == 0
+    except subprocess.TimeoutExpired:
+        return False
+    finally:
+        # Its group, since a test may have left children.
+        try:
+            os.killpg(process.pid, signal.SIGKILL)
+        except ProcessLookupError:
+            pass
+        process.wait()
+
+
+def explanations():
+    """The changes that nothing can notice: (file, line as it is, change), each with the reason."""
+    explained = {}
+    if not EXPLAINED.exists():
+        return explained
+    for number, line in enumerate(EXPLAINED.read_text(encoding="utf-8").splitlines(), 1):
+        if not line.strip() or line.startswith("#"):
+            continue
+        fields = [field.strip() for field in line.split("\t")]
+        if len(fields) != 4 or not all(fields):
+            sys.exit(f"{EXPLAINED.name}:{number}: it takes four fields, separated by tabs: file, line, old -> new, reason")
+        explained[tuple(fields[:3])] = fields[3]
+    return explained
+
+
+def key(file, mutant):
+    return str(file), mutant.context, f"{mutant.old.strip()} -> {mutant.new.strip() or 'nothing'}"
+
+
+class Run:
+    """The mutants of one file after the other, and what became of them."""
+
+    def __init__(self, explained):
+        self.explained = explained
+        self.killed = self.survived = self.excused = self.invalid = 0
+
+    def file(self, file, chosen):
+        programs = test_programs(file)
+        if output := build(programs):
+            sys.exit(f"mutation.py: the tests cannot be built\n{output[-2000:]}")
+        limits = {}
+        for program in programs:
+            begin = time.monotonic()
+            if not passes(program, 600):
+                sys.exit(f"mutation.py: {program} fails without any change")
+            limits[program] = 10 + 4 * (time.monotonic() - begin)
+        copy = COPY / file
+        source = copy.read_text(encoding="utf-8")
+        try:
+            for mutant in chosen:
+                copy.write_text(mutant.apply(source), encoding="utf-8")
+                self.one(file, mutant, programs, limits)
+        finally:
+            copy.write_text(source, encoding="utf-8")
+
+    def one(self, file, mutant, programs, limits):
+        if key(file, mutant) in self.explained:
+            self.excused += 1
+        elif build(programs) is not None:
+            self.invalid += 1
+        elif all(passes(program, limits[program]) for program in programs):
+            self.survived += 1
+            print(f"survived {file}:{mutant}", flush=True)
+        else:
+            self.killed += 1
+
+    def summary(self):
+        valid = self.killed + self.survived
+        share = f", {100 * self.killed / valid:.0f} %" if valid else ""
+        return (f"{self.killed} of {valid} changes noticed{share}; {self.excused} explained, {self.invalid} did not compile")
+
+
+def stale(files, explained):
+    """Explanations of changes that these files do not allow any more."""
+    possible = {key(file, mutant) for file in files for mutant in mutants((PROJECT / file).read_text(encoding="utf-8"))}
+    names = {str(file) for file in files}
+    return [entry for entry in explained if entry[0] in names and entry not in possible]
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("files", nargs="+", type=pathlib.Path, metavar="FILE")
+    parser.add_argument("--sample", type=int, metavar="N", help="at most N changes of each file, chosen by the seed")
+    parser.add_argument("--seed", type=int, default=1, metavar="S")
+    arguments = parser.parse_args()
+    files = [file.resolve().relative_to(PROJECT) for file in arguments.files]
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
+    copy_sources()
+    subprocess.run(["cmake", "-S", COPY, "-B", BUILD, *OPTIONS], check=True, stdout=subprocess.DEVNULL)
+    explained = explanations()
+    run = Run(explained)
+    for file in files:
+        chosen = mutants((PROJECT / file).read_text(encoding="utf-8"))
+        if arguments.sample and len(chosen) > arguments.sample:
+            chosen = sorted(random.Random(f"{arguments.seed} {file}").sample(chosen, arguments.sample),
+                            key=lambda mutant: mutant.offset)
+        if chosen:
+            run.file(file, chosen)
+    old = stale(files, explained)
+    for name, line, change in old:
+        print(f"{EXPLAINED.name}: {name} has no such change any more: {line}: {change}")
+    print(run.summary())
+    return 1 if run.survived or old else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
