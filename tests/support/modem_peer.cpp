@@ -71,10 +71,7 @@ void ModemPeer::OpenTerminal() {
   std::array<char, 128> name{};
   Checked(-ptsname_r(master, name.data(), name.size()));
   const int slave = Checked(open(name.data(), O_RDWR | O_NOCTTY | O_CLOEXEC));
-  termios settings{};
-  Checked(tcgetattr(slave, &settings));
-  cfmakeraw(&settings);
-  Checked(tcsetattr(slave, TCSANOW, &settings));
+  // Not raw: whoever opens it as a serial line makes it so.
   std::filesystem::create_symlink(name.data(), folder_.path() / "modem");
   const std::lock_guard guard(mutex_);
   line_ = master;

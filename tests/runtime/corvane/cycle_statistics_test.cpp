@@ -46,6 +46,14 @@ TEST(DurationHistogram, TheQuantileSeparatesTheSlowestHundredth) {
   EXPECT_GE(histogram.Quantile(0.995), Nanoseconds(1'000'000));
 }
 
+TEST(DurationHistogram, TheQuantileOfFewIsOneOfThem) {
+  DurationHistogram histogram;
+  for (const int value : {10, 20, 30}) histogram.Add(Nanoseconds(value));
+  EXPECT_EQ(histogram.Quantile(0.1), Nanoseconds(10)) << "a tenth of three is the first";
+  EXPECT_EQ(histogram.Quantile(0.4), Nanoseconds(20));
+  EXPECT_EQ(histogram.Quantile(0), Nanoseconds(10)) << "no class without a duration";
+}
+
 TEST(CycleStatistics, IsSummedUpInOneLine) {
   CycleStatistics statistics;
   statistics.AddCycle(std::chrono::milliseconds(1), std::chrono::microseconds(10));

@@ -104,7 +104,20 @@ TEST_F(LuaValue, IntegersRefuseOtherTextAndTypes) {
 }
 
 TEST_F(LuaValue, ARefusalRepeatsOnlyPartOfALongText) {
-  EXPECT_LT(Refusal("DINT", "('x'):rep(100000)").length(), 100u);
+  const auto refused = [](const std::string& text) {
+    return "test:1: DINT: DINT cannot hold the text \"" + text + "\"";
+  };
+  EXPECT_EQ(Refusal("DINT", "('x'):rep(40)"), refused(std::string(40, 'x')));
+  EXPECT_EQ(Refusal("DINT", "('x'):rep(41)"), refused(std::string(40, 'x') + "..."));
+  EXPECT_EQ(Refusal("DINT", "('x'):rep(100000)"), refused(std::string(40, 'x') + "..."));
+}
+
+TEST_F(LuaValue, ARefusalShowsTheValueAsTheProgramHasIt) {
+  EXPECT_EQ(Refusal("DATE_AND_TIME", "true"),
+            "test:1: DATE_AND_TIME: DATE_AND_TIME cannot hold true");
+  EXPECT_EQ(Refusal("DATE_AND_TIME", "false"),
+            "test:1: DATE_AND_TIME: DATE_AND_TIME cannot hold false");
+  EXPECT_THAT(Refusal("SINT", "1000"), testing::HasSubstr("SINT: SINT cannot hold 1000"));
 }
 
 TEST_F(LuaValue, RealsKeepTheirFraction) {

@@ -30,6 +30,11 @@ TEST(Utf16, PutsTheHighOctetFirst) {
 
 TEST(Utf16, BeyondTheBasicPlaneNeedsASurrogatePair) {
   EXPECT_EQ(Convert("😀").octets, (std::vector<unsigned char>{0xD8, 0x3D, 0xDE, 0x00}));
+  EXPECT_EQ(Convert("😁").octets, (std::vector<unsigned char>{0xD8, 0x3D, 0xDE, 0x01}));
+  EXPECT_EQ(Convert("🚰").octets, (std::vector<unsigned char>{0xD8, 0x3D, 0xDE, 0xB0}));
+  EXPECT_EQ(Convert("𐀀").octets, (std::vector<unsigned char>{0xD8, 0x00, 0xDC, 0x00}));
+  EXPECT_EQ(Convert("\U000103FF").octets, (std::vector<unsigned char>{0xD8, 0x00, 0xDF, 0xFF}));
+  EXPECT_EQ(Convert("\U0010FFFF").octets, (std::vector<unsigned char>{0xDB, 0xFF, 0xDF, 0xFF}));
 }
 
 TEST(Utf16, AnEmptyTextYieldsNothing) {

@@ -51,6 +51,31 @@ TEST(ModemTarget, EverySettingIsAccepted) {
   EXPECT_THAT(target.init, ElementsAre("AT+CPIN=1234", "AT+CNMI=2,0"));
 }
 
+TEST(ModemTarget, TheBaudRatesAreThoseOfSerialLines) {
+  for (const unsigned baud :
+       {300U, 600U, 1200U, 2400U, 4800U, 9600U, 19200U, 38400U, 57600U, 115200U, 230400U, 460800U,
+        500000U, 576000U, 921600U, 1000000U, 1500000U}) {
+    const std::string option = "1=/dev/ttyUSB0,baud=";
+    EXPECT_EQ(ParseModemTarget(option + std::to_string(baud)).baud, baud);
+    EXPECT_THAT(ErrorOf(option + std::to_string(baud - 1)), HasSubstr("is not a baud rate"));
+    EXPECT_THAT(ErrorOf(option + std::to_string(baud + 1)), HasSubstr("is not a baud rate"));
+  }
+}
+
+TEST(ModemTarget, TimesAreAcceptedFromTheirLeastToTheirMost) {
+  EXPECT_EQ(ParseModemTarget("1=/dev/a,poll=1ms").poll, milliseconds(1));
+  EXPECT_EQ(ParseModemTarget("1=/dev/a,poll=1min").poll, milliseconds(60'000));
+  EXPECT_THAT(ErrorOf("1=/dev/a,poll=999us"),
+              HasSubstr("poll=999us is not a time from 1ms to 60s"));
+  EXPECT_THAT(ErrorOf("1=/dev/a,poll=60001ms"), HasSubstr("is not a time from 1ms to 60s"));
+  EXPECT_EQ(ParseModemTarget("1=/dev/a,patience=0s").patience, milliseconds(0));
+  EXPECT_EQ(ParseModemTarget("1=/dev/a,patience=10min").patience, milliseconds(600'000));
+  EXPECT_THAT(ErrorOf("1=/dev/a,patience=600001ms"), HasSubstr("is not a time from 0s to 600s"));
+  EXPECT_EQ(ParseModemTarget("1=/dev/a,prompt-pause=0s").prompt_pause, milliseconds(0));
+  EXPECT_EQ(ParseModemTarget("1=/dev/a,prompt-pause=5s").prompt_pause, milliseconds(5'000));
+  EXPECT_THAT(ErrorOf("1=/dev/a,prompt-pause=5001ms"), HasSubstr("is not a time from 0s to 5s"));
+}
+
 TEST(ModemTarget, InitMayHaveLostItsQuotesInTheShell) {
   const ModemTarget target =
       ParseModemTarget("1=/dev/ttyUSB0,init=AT+CPIN=1234;AT+CNMI=2,0,baud=9600");

@@ -4,14 +4,20 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 
+#include "libs/base/descriptor.h"
 #include "runtime/modem_driver/read_allowance.h"
 #include "tests/support/modem_peer.h"
 #include "tests/support/temporary_folder.h"
@@ -118,6 +124,7 @@ TEST_F(SerialLineTest, TheLineIsRawWithTheGivenSpeed) {
   EXPECT_EQ(settings.c_cflag & CSIZE, static_cast<tcflag_t>(CS8));
   EXPECT_EQ(settings.c_cflag & (PARENB | CSTOPB), 0U);
   EXPECT_NE(settings.c_cflag & CRTSCTS, 0U);
+  EXPECT_EQ(settings.c_cflag & (CREAD | CLOCAL), static_cast<tcflag_t>(CREAD | CLOCAL));
 }
 
 TEST_F(SerialLineTest, NoDescriptorReachesAStartedCommand) {
@@ -134,6 +141,57 @@ TEST_F(SerialLineTest, NoDescriptorReachesAStartedCommand) {
     if (target.rfind("/dev/pts/", 0) != 0 && target.rfind("socket:", 0) != 0) continue;
     EXPECT_NE(flags & FD_CLOEXEC, 0) << target;
   }
+}
+
+/// The status with which a child process ends in which `does` has run: 0 if it returned true.
+template <class Does>
+int InChild(const Does& does) {
+  const pid_t child = fork();
+  if (child == 0) _exit(does() ? 0 : 1);
+  int status = -1;
+  return waitpid(child, &status, 0) == child ? status : -1;
+}
+
+TEST_F(SerialLineTest, ATerminalDoesNotBecomeThatOfTheProgram) {
+  ModemPeer peer([](ModemPeer&, const std::string&) {});
+  const auto opens = [&] {
+    setsid();  // whoever has no terminal gets the first that is opened without O_NOCTTY
+    const auto line = OpenLine(ParseModemTarget("1=" + peer.Target()), loop_);
+    return line != nullptr && open("/dev/tty", O_RDWR | O_CLOEXEC) < 0 && errno == ENXIO;
+  };
+  EXPECT_EQ(InChild(opens), 0);
+}
+
+TEST_F(SerialLineTest, ALineMayHaveDescriptorZero) {
+  ModemPeer terminal([](ModemPeer&, const std::string&) {});
+  ModemPeer server([](ModemPeer&, const std::string&) {}, PeerKind::kTcp);
+  for (const std::string& target : {terminal.Target(), server.Target()}) {
+    const auto opens = [&] {
+      close(0);
+      const auto line = OpenLine(ParseModemTarget("1=" + target), loop_);
+      return line != nullptr && fcntl(0, F_GETFD) >= 0;
+    };
+    EXPECT_EQ(InChild(opens), 0) << target;
+  }
+}
+
+TEST_F(SerialLineTest, ASerialDeviceServerThatGoesAwayIsFoundByProbes) {
+  ModemPeer peer([](ModemPeer&, const std::string&) {}, PeerKind::kTcp);
+  const corvane::Descriptor unused(open("/dev/null", O_RDONLY | O_CLOEXEC));
+  const int expected = fcntl(unused.get(), F_DUPFD_CLOEXEC, 0);  // the lowest free number
+  close(expected);
+  const auto line = OpenLine(ParseModemTarget("1=" + peer.Target()), loop_);
+  const auto option = [expected](int level, int name) {
+    int value = -1;
+    socklen_t size = sizeof value;
+    EXPECT_EQ(getsockopt(expected, level, name, &value, &size), 0);
+    return value;
+  };
+  EXPECT_NE(option(SOL_SOCKET, SO_KEEPALIVE), 0);
+  EXPECT_EQ(option(IPPROTO_TCP, TCP_KEEPIDLE), 10) << "seconds";
+  EXPECT_EQ(option(IPPROTO_TCP, TCP_KEEPINTVL), 5) << "seconds";
+  EXPECT_EQ(option(IPPROTO_TCP, TCP_KEEPCNT), 3);
+  EXPECT_NE(option(IPPROTO_TCP, TCP_NODELAY), 0) << "a command is not held back";
 }
 
 TEST_F(SerialLineTest, OctetsPassUnchangedInBothDirections) {
