@@ -6,6 +6,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
@@ -95,6 +96,11 @@ int __wrap_connect(int descriptor, const sockaddr* address, socklen_t length) {
   const auto& replaced = calls.connect ? calls.connect : connect_elsewhere;
   if (!replaced) return __real_connect(descriptor, address, length);
   return Fail(replaced(*reinterpret_cast<const sockaddr_in*>(address)));
+}
+
+ssize_t __real_send(int descriptor, const void* octets, std::size_t size, int flags);
+ssize_t __wrap_send(int descriptor, const void* octets, std::size_t size, int flags) {
+  return __real_send(descriptor, octets, std::min(size, calls.longest_send), flags);
 }
 
 int __real_getservbyname_r(const char* name, const char* protocol, servent* entry, char* buffer,

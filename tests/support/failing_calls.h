@@ -4,6 +4,8 @@
 // Threads: a CallsGuard affects only the calls of the thread that created it.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <ctime>
 #include <functional>
 #include <optional>
@@ -30,6 +32,8 @@ struct FailingCalls {
   bool mail_service_never_fits = false;
   /// What connect() does; the result is its errno.
   std::function<int(const sockaddr_in&)> connect = {};
+  /// How many octets one send() takes.
+  std::size_t longest_send = SIZE_MAX;
   /// How many allocations with new (std::nothrow) T[n] succeed; negative: all.
   int array_allocations = -1;
 };

@@ -130,6 +130,14 @@ TEST_F(SendSms, TheFirstPriorityQueryStartsAQueuedMessage) {
   EXPECT_EQ(port.AskRequest().text, "AT+CMGF=0\r");
 }
 
+TEST_F(SendSms, ShowsTheStateOfTheMomentAtTheEdge) {
+  Send();
+  EXPECT_EQ(port.Priority(), 16);
+  EXPECT_EQ(State(), "1") << "as it was at the last edge";
+  Send();
+  EXPECT_EQ(State(), "16");
+}
+
 TEST_F(SendSms, SendsAOnePartMessageInThreeExchanges) {
   Send();
   EXPECT_EQ(Queue(), "1");

@@ -8,6 +8,9 @@
 #include <unistd.h>
 
 #include <array>
+#include <filesystem>
+#include <string>
+#include <system_error>
 
 #include "tests/addins/corvane_fb_lib/csmtp_v1_8a/smtp_test_tools.h"
 
@@ -31,6 +34,27 @@ TEST(AttachmentFile, IsReadFromItsStartAfterItWasMeasured) {
   EXPECT_EQ(file.Read(block), 3U);
   EXPECT_EQ(block[0], '7');
   EXPECT_EQ(file.Read(block), 0U);
+  file.Close();
+}
+
+TEST(AttachmentFile, OfWhichTheSystemGivesLessThanWantedIsReadOn) {
+  AttachmentFile file("/proc/self/smaps");  // an ordinary file, of which it gives a page at a time
+  std::array<unsigned char, 16384> block;
+  EXPECT_EQ(file.Read(block), block.size());
+  file.Close();
+}
+
+TEST(AttachmentFile, IsNotPassedOnToAStartedCommand) {
+  const TemporaryFolder folder;
+  AttachmentFile file(folder.Write("file", "0123456789"));
+  int found = 0;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    std::error_code gone;
+    if (std::filesystem::read_symlink(entry.path(), gone) != folder.path() / "file") continue;
+    ++found;
+    EXPECT_NE(fcntl(std::stoi(entry.path().filename()), F_GETFD) & FD_CLOEXEC, 0);
+  }
+  EXPECT_EQ(found, 1);
   file.Close();
 }
 

@@ -433,7 +433,13 @@ TEST(SmtpBody, LinesAreSentInOrderAndAsTheyAre) {
 }
 
 TEST(SmtpBody, ADotAloneOnALineEndsTheMessageEarly) {
-  const ScriptedSmtpServer server([](SmtpPeer& peer) { Serve(peer, {}); });
+  const ScriptedSmtpServer server([](SmtpPeer& peer) {
+    test_support::ServeUpToMessage(peer);
+    peer.HearUntil("\r\n.\r\n");
+    peer.Say("250 the message has ended\r\n");
+    peer.HearUntil("QUIT\r\n");
+    peer.Say("221 bye\r\n");
+  });
   const auto mail = SmallMail(server.port());
   mail->AddMsgLine(".");
   mail->AddMsgLine("lost");
@@ -590,6 +596,16 @@ TEST_F(SmtpAttachment, CountsTowardsOneLimitForAllOfThem) {
   EXPECT_TRUE(heard_.ends_with(end));
 }
 
+TEST(SmtpAttachments, ThatAreDeletedAreNotSent) {
+  const TemporaryFolder folder;
+  const ScriptedSmtpServer server;
+  const auto mail = SmallMail(server.port());
+  mail->AddAttachment(folder.Write("file", "content").c_str());
+  mail->DelAttachments();
+  EXPECT_EQ(CodeOf([&] { mail->Send(); }), 0);
+  EXPECT_EQ(BodyOf(server.heard()), "Level too high\r\n");
+}
+
 TEST_F(SmtpAttachment, ThatIsMissingIs404AfterItsHeader) {
   const std::string path = folder_.path() / "missing";
   EXPECT_EQ(Send({path}, PartHeader(path)), 404);
@@ -614,6 +630,18 @@ TEST(SmtpSending, ToAPeerThatHasClosedIs102AndDoesNotEndTheProcess) {
   mail->DelMsgLines();
   mail->AddMsgLine(std::string(20 << 20, 'x').c_str());
   EXPECT_EQ(CodeOf([&] { mail->Send(); }), 102);
+}
+
+TEST(SmtpSending, GoesOnWhereTheSystemTookOnlyAPart) {
+  const ScriptedSmtpServer server;
+  const auto mail = SmallMail(server.port());
+  mail->DelMsgLines();
+  mail->AddMsgLine(std::string(1000, 'x').c_str());
+  {
+    const CallsGuard guard({.longest_send = 7});
+    EXPECT_EQ(CodeOf([&] { mail->Send(); }), 0);
+  }
+  EXPECT_EQ(BodyOf(server.heard()), std::string(1000, 'x') + "\r\n");
 }
 
 TEST(SmtpSending, OfALineThatDoesNotFitInMemoryIs408) {
