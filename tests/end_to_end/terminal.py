@@ -44,9 +44,10 @@ class Terminal:
         self.master, self.slave = pty.openpty()
         self.set_size(lines, columns)
         self.before = termios.tcgetattr(self.slave)
-        # Its controlling terminal, so that keys such as Ctrl-C are signals.
+        # Its controlling terminal, so that keys such as Ctrl-C are signals; with their default effect, which a
+        # shell in the background, or a service, may have taken from this process.
         self.process = subprocess.Popen(
-            ["setsid", "--ctty", "setpriv", "--pdeathsig", "KILL", *user, *words],
+            ["setsid", "--ctty", "setpriv", "--pdeathsig", "KILL", *user, "env", "--default-signal", *words],
             stdin=self.slave, stdout=self.slave, stderr=self.slave,
             env={"TERM": term, "PATH": os.environ["PATH"], "LANG": "C.UTF-8", **variables})
 

@@ -125,7 +125,9 @@ def test_leaves_the_terminal_when_a_signal_ends_the_process():
     for ending in (signal.SIGTERM, signal.SIGINT, signal.SIGQUIT, signal.SIGABRT):
         terminal = WatchedProgram(stuck)
         terminal.wait_for(" stuck")
+        end = time.monotonic() + 60
         while terminal.process.poll() is None:  # the second SIGTERM or SIGINT ends it
+            assert time.monotonic() < end, f"{ending} does not end it"
             terminal.process.send_signal(ending)
             terminal.take(0.05)
         assert terminal.wait_for_end() == -ending
