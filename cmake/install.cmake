@@ -27,6 +27,7 @@ install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DATADIR}/corvane
 # The pages, to be read without a network. Their links to examples go through a symbolic link.
 set(pages_dir ${CMAKE_INSTALL_DATADIR}/doc/corvane)
 install(DIRECTORY docs DESTINATION ${pages_dir} COMPONENT runtime)
+install(FILES CHANGELOG.md DESTINATION ${pages_dir} COMPONENT runtime)
 file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/doc)
 file(CREATE_LINK ../../corvane/examples ${CMAKE_BINARY_DIR}/doc/examples SYMBOLIC)
 install(FILES ${CMAKE_BINARY_DIR}/doc/examples DESTINATION ${pages_dir} COMPONENT runtime)

@@ -35,6 +35,7 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY
 # Python runs the mail server of two of the examples; the server's library is only recommended.
 set(CPACK_DEBIAN_CORVANE_PACKAGE_DEPENDS "adduser, python3:any")
 set(CPACK_DEBIAN_CORVANE_PACKAGE_RECOMMENDS python3-aiosmtpd)
+set(CPACK_DEBIAN_CORVANE_PACKAGE_SUGGESTS corvane-mail)
 set(CPACK_DEBIAN_CORVANE_DESCRIPTION
 "Runs control programs written in Lua 5.2 in cycles, as a PLC does.
 Function blocks receive and send SMS through a GSM modem, keep messages
@@ -43,7 +44,8 @@ commands. The service corvane@NAME runs /etc/corvane/NAME.lua.")
 set(CPACK_DEBIAN_CORVANE_PACKAGE_CONTROL_EXTRA
   ${CMAKE_CURRENT_LIST_DIR}/debian/postinst
   ${CMAKE_CURRENT_LIST_DIR}/debian/prerm
-  ${CMAKE_CURRENT_LIST_DIR}/debian/postrm)
+  ${CMAKE_CURRENT_LIST_DIR}/debian/postrm
+  ${CMAKE_CURRENT_LIST_DIR}/debian/triggers)
 set(CPACK_DEBIAN_CORVANE_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
 set(CPACK_DEBIAN_MAIL_PACKAGE_NAME corvane-mail)
@@ -51,6 +53,9 @@ set(CPACK_DEBIAN_MAIL_PACKAGE_SECTION electronics)
 set(CPACK_DEBIAN_MAIL_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_MAIL_PACKAGE_DEPENDS
   "corvane (= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}), ca-certificates")
+# The add-in was in the package corvane before.
+set(CPACK_DEBIAN_MAIL_PACKAGE_BREAKS "corvane (<< 0.2.0~)")
+set(CPACK_DEBIAN_MAIL_PACKAGE_REPLACES "corvane (<< 0.2.0~)")
 set(CPACK_DEBIAN_MAIL_DESCRIPTION
 "Function block MAIL_OUTBOX for Corvane's control programs.
 It keeps e-mail on the disk until a mail server has taken it, over TLS with
