@@ -3,19 +3,23 @@
 # shellcheck shell=bash
 
 _corvane() {
-    local word=$2 previous=$3 index subcommand="" help choices
+    local word=$2 previous=$3 index subcommand="" help choices words=()
     COMPREPLY=()
+    help=$("${COMP_WORDS[0]}" --help 2>/dev/null) || return
     for ((index = 1; index < COMP_CWORD; ++index)); do
         [[ ${COMP_WORDS[index]} == -- ]] && return # what follows is for the control program
-        [[ -z $subcommand && ${COMP_WORDS[index]} != -* ]] && subcommand=${COMP_WORDS[index]}
+        if _corvane_subcommands | grep -qxFe "${COMP_WORDS[index]}"; then
+            words+=("${COMP_WORDS[index]}") # `corvane messages show` has help of its own
+            help=$("${COMP_WORDS[0]}" "${words[@]}" --help 2>/dev/null) || return
+        fi
     done
-    # shellcheck disable=SC2086 # not even an empty word while there is no subcommand
-    help=$("${COMP_WORDS[0]}" $subcommand --help 2>/dev/null) || return
+    subcommand=${words[0]:-}
 
     case $previous in
     --addin) _corvane_files '*.so' && return ;;
     --config) _corvane_files '*.conf' && return ;;
     --store) _corvane_files '*.db' && return ;;
+    --web-token-file | --scenario) _corvane_files '*' && return ;;
     --*)
         # The help shows an option's choices: --log-level TEXT:{trace,debug,...}
         choices=$(sed -nE "s/^ *(-.,)?$previous [A-Z]+:\{([^}]*)\}.*/\2/p" <<<"$help")
@@ -30,8 +34,8 @@ _corvane() {
 
     if [[ $word == -* ]]; then
         mapfile -t COMPREPLY < <(compgen -W "$(sed -nE 's/^ *(-.,)?(--[a-z-]+).*/\2/p' <<<"$help")" -- "$word")
-    elif [[ -z $subcommand ]]; then
-        mapfile -t COMPREPLY < <(compgen -W "$(sed -nE '/^Subcommands:/,$ s/^  ([a-z-]+) .*/\1/p' <<<"$help")" -- "$word")
+    elif [[ $help == *$'\nSubcommands:\n'* ]]; then
+        mapfile -t COMPREPLY < <(compgen -W "$(_corvane_subcommands)" -- "$word")
     elif [[ $subcommand == run || $subcommand == test ]]; then
         _corvane_files '*.lua'
     elif [[ $subcommand == check-modem ]]; then
@@ -44,6 +48,11 @@ _corvane() {
     elif [[ $subcommand == blocks ]]; then
         mapfile -t COMPREPLY < <(compgen -W "$("${COMP_WORDS[0]}" blocks 2>/dev/null | sed '/^ /d')" -- "$word")
     fi
+}
+
+# The subcommands that $help lists.
+_corvane_subcommands() {
+    sed -nE '/^Subcommands:/,/^$/ s/^  ([a-z-]+) .*/\1/p' <<<"$help"
 }
 
 # Files that match a pattern, and folders that may lead to them.

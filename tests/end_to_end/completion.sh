@@ -57,6 +57,12 @@ expect "programs|pump.lua" run --check p
 expect "addin.so|programs" run --addin ""
 expect "programs|pump.conf" run --config ""
 expect "messages.db|programs" messages --store ""
+expect "notes.txt" run --web-token-file not
+expect "cancel|limit|list|retry|show" messages ""
+expect "list" messages --store messages.db lis
+expect "--all|--help" messages list --
+expect "decode|encode" pdu ""
+expect "--help|--json|--to" pdu encode --
 expect "" run pump.lua -- --
 expect "--help|--version" fly --
 
