@@ -86,9 +86,11 @@ void Inbox::LoadMessage(Incoming message) {
 }
 
 void Inbox::LoadPart(Part part, const Now& now) {
-  if (!MakesSense(part)) return;
+  // The file may have anything; what makes no sense stays there.
+  if (!MakesSense(part) || part.group < 1 || part.group >= kFirstNewId) return;
   const Key key(part.route, part.sender, part.reference, part.wide, part.total);
   const auto [group, is_new] = groups_.try_emplace(part.group);
+  if (!is_new && group->second.key != key) return;
   if (is_new) {
     group->second = {key, {}, now.steady + Remaining(part.first_seen, now.wall)};
     group_of_[key] = part.group;
@@ -199,8 +201,8 @@ Inbox::Groups::iterator Inbox::GroupOf(const Part& part, const Now& now,
 }
 
 void Inbox::Insert(Groups::iterator group, Part part) {
-  ++At(part.route).parts;
-  group->second.parts.insert_or_assign(part.sequence, std::move(part));
+  Route& route = At(part.route);
+  if (group->second.parts.insert_or_assign(part.sequence, std::move(part)).second) ++route.parts;
 }
 
 PartsText Inbox::Text(const Group& group) const {

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <concepts>
 #include <cstdint>
+#include <limits>
 #include <string>
 
 #include "libs/messages/row.h"
@@ -45,8 +46,9 @@ class ColumnWriter {
   int index_ = 0;
 };
 
-/// The end of the year 9999.
-inline constexpr std::int64_t kLatest = 253402300799999;
+/// The beginning of the year 2200. Clocks count nanoseconds, which end in 2262.
+inline constexpr std::int64_t kLatest =
+    WallTime(std::chrono::sys_days(std::chrono::year(2200) / 1 / 1)).time_since_epoch().count();
 
 /// Reads the columns of a result row one after the other.
 class ColumnReader {
@@ -67,9 +69,12 @@ class ColumnReader {
     flag = statement_.getColumn(index_++).getInt64() != 0;
     return *this;
   }
+  /// What is too large for the type becomes its limit, whatever is in the file.
   template <std::integral Number>
   ColumnReader& operator>>(Number& number) {
-    number = static_cast<Number>(statement_.getColumn(index_++).getInt64());
+    using Limits = std::numeric_limits<Number>;
+    const std::int64_t value = statement_.getColumn(index_++).getInt64();
+    number = static_cast<Number>(std::clamp<std::int64_t>(value, Limits::min(), Limits::max()));
     return *this;
   }
   /// Whether the next column is empty.

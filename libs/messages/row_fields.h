@@ -3,6 +3,7 @@
 // that takes or gives them one after the other, with << and >>. Pure functions.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 
 #include "libs/messages/row.h"
@@ -35,6 +36,9 @@ void WriteFields(To& to, const Held& row) {
   to << row.route << row.index << row.digest;
 }
 
+/// More attempts than a message can have.
+inline constexpr int kMostCounted = 1'000'000'000;
+
 template <class From>
 void ReadFields(From& from, Outgoing& row) {
   int state = 0;
@@ -44,6 +48,9 @@ void ReadFields(From& from, Outgoing& row) {
       row.report_awaited >> row.error_id >> row.reason;
   const bool is_known = state >= 0 && state <= static_cast<int>(OutgoingState::kCancelled);
   row.state = is_known ? static_cast<OutgoingState>(state) : OutgoingState::kFailed;
+  // Whatever is in the file, they can be counted on.
+  row.attempts = std::clamp(row.attempts, 0, kMostCounted);
+  row.unknown_ends = std::clamp(row.unknown_ends, 0, kMostCounted);
 }
 
 template <class From>

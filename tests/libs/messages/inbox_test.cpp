@@ -518,9 +518,26 @@ TEST_F(InboxTest, WritesAlsoWhatIsNotLoadedYetWhenTheFileWasCreatedAgain) {
 
 TEST_F(InboxTest, LeavesOutRowsThatMakeNoSense) {
   inbox_.emplace(disk_.Hooks());
-  inbox_->Load({}, {Of(0, 2), Of(3, 2), Of(1, 1000)}, {});
+  Part numbered = Of(1, 2);
+  numbered.group = INT64_MAX;
+  inbox_->Load({}, {Of(0, 2), Of(3, 2), Of(1, 1000), numbered}, {});
   Pass(hours(25));
   EXPECT_THAT(All(), IsEmpty());
+}
+
+TEST_F(InboxTest, APartOfAnotherMessageDoesNotDisturbTheOneWhoseNumberItHas) {
+  inbox_.emplace(disk_.Hooks());
+  Part own = Of(1, 3);
+  Part other = Of(2, 3);
+  other.route = "2";
+  own.group = other.group = 7;
+  inbox_->Load({}, {own, other}, {});
+  Pass(hours(1));
+  Take(Of(2, 3));
+  Pass(hours(1));
+  EXPECT_THAT(All(), IsEmpty()) << "two of three";
+  Take(Of(3, 3));
+  EXPECT_THAT(All(), testing::SizeIs(1));
 }
 
 TEST_F(InboxTest, KilledAtAnyMomentDeliversEachMessageOnce) {

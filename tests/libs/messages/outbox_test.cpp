@@ -134,6 +134,23 @@ TEST_F(OutboxTest, AJobEndsWhenEveryReceiverHasTheMessage) {
   EXPECT_EQ(outbox_.Find(job->id), nullptr) << "what has ended takes memory";
 }
 
+TEST_F(OutboxTest, ANumberThatTheStoreHasTwiceIsOneMessage) {
+  Outgoing row;
+  row.id = row.job = 1;
+  row.channel = "sms";
+  row.route = "1";
+  row.receiver = "a";
+  row.created = kNoon;
+  row.expires = kNoon + 1h;
+  Outgoing again = row;
+  again.urgent = true;
+  outbox_.Load({row, again}, {}, {}, std::nullopt, now_);
+  outbox_.Tick(now_);
+  Send();
+  EXPECT_EQ(Next(), "");
+  EXPECT_EQ(outbox_.Waiting("1"), 0U);
+}
+
 TEST_F(OutboxTest, UrgentMessagesGoFirstAndOthersInTheirOrder) {
   Open();
   Add({"a", "b"});

@@ -210,17 +210,29 @@ TEST_F(StoreOpening, RunsNothingThatIsDefinedInTheFile) {
 }
 
 TEST_F(StoreOpening, LimitsImpossibleValues) {
-  MakeStoreIn(folder());
+  MakeStoreIn(folder(), {"112", "110"});
   SQLite::Database(file().string(), kReadWrite)
       .exec(
-          "UPDATE outgoing SET state = 77, report_awaited = 5, attempts = 5000000000, "
-          "expires = 9223372036854775807, created = -9223372036854775808");
+          "UPDATE outgoing SET state = 77, attempts = 5000000000, unknown_ends = 4294967295, "
+          "expires = 9223372036854775807, created = -9223372036854775808 WHERE id = 1;"
+          "UPDATE outgoing SET state = 4294967296, attempts = -9, unknown_ends = -1, "
+          "expires = -1 WHERE id = 2;"
+          "UPDATE outgoing SET report_awaited = 5");
   const Content content = ContentOf(folder());
-  ASSERT_THAT(content.waiting, SizeIs(1));
-  const Outgoing& row = content.waiting.front();
-  EXPECT_EQ(row.state, OutgoingState::kFailed);
-  EXPECT_EQ(row.created, WallTime());
-  EXPECT_GT(row.expires - row.created, std::chrono::years(5000));
+  ASSERT_THAT(content.waiting, SizeIs(2));
+  const Outgoing& large = content.waiting.front();
+  EXPECT_EQ(large.state, OutgoingState::kFailed);
+  EXPECT_EQ(large.attempts, 1'000'000'000) << "one more must not overflow";
+  EXPECT_EQ(large.unknown_ends, 1'000'000'000);
+  EXPECT_EQ(large.created, WallTime());
+  EXPECT_GT(large.expires - large.created, std::chrono::years(200));
+  const auto now = std::chrono::steady_clock::now();
+  EXPECT_GT(now + (large.expires - large.created), now) << "a clock cannot add it";
+  const Outgoing& small = content.waiting.back();
+  EXPECT_EQ(small.state, OutgoingState::kFailed) << "not a state, so it must not be sent";
+  EXPECT_EQ(small.attempts, 0);
+  EXPECT_EQ(small.unknown_ends, 0);
+  EXPECT_EQ(small.expires, WallTime());
 }
 
 TEST_F(StoreOpening, LeavesOutMessagesWithImpossibleNumbers) {
