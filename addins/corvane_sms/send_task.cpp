@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "addins/corvane_sms/port_client.h"
+#include "libs/gsm/address.h"
 #include "libs/gsm/hexadecimal.h"
 #include "share/log.h"
 
@@ -44,7 +45,12 @@ void SendTask::Begin(std::int64_t id, const Now& now) {
   content_ = ReadContent(row.content).value_or(SmsContent{});
   progress_ = ReadProgress(row.progress);
   parts_ = CountParts(content_);
-  if (content_.text.empty() || NextPart() >= parts_) {
+  if (!gsm::IsNumber(row.receiver)) {
+    outbox_.FailForGood(id, messages::kRefusedError, "its receiver in the store cannot be read",
+                        now);
+    return;
+  }
+  if (content_.text.empty() || NextPart() >= parts_ || parts_ > gsm::kMaxParts) {
     outbox_.FailForGood(id, messages::kRefusedError, "its text in the store cannot be read", now);
     return;
   }

@@ -41,6 +41,13 @@ class SendTaskTest : public testing::Test {
         {"+15550101234", ToJson({.text = text, .reference = 9, .flash = false, .report = report})});
     return outbox_.Add(std::move(job), now_);
   }
+  /// A message as somebody else may have written it into the store.
+  std::shared_ptr<const OutboxJob> AddRow(const std::string& receiver, const std::string& content) {
+    messages::NewJob job{
+        .route = "1", .key = {}, .urgent = false, .valid_for = 24h, .messages = {}};
+    job.messages.push_back({receiver, content});
+    return outbox_.Add(std::move(job), now_);
+  }
   /// The next request of the task, once its attempt is on the disk.
   std::string Ask() {
     if (task_.Priority(now_) > 0) task_.OnBegin(now_);
@@ -245,11 +252,26 @@ TEST_F(SendTaskTest, AReportAboutAPartComesWhileTheNextOneIsSent) {
 }
 
 TEST_F(SendTaskTest, WhatIsNotATextInTheStoreFailsForGood) {
-  messages::NewJob job{.route = "1", .key = {}, .urgent = false, .valid_for = 24h, .messages = {}};
-  job.messages.push_back({"+15550101234", "{}"});
-  const auto progress = outbox_.Add(std::move(job), now_);
-  EXPECT_EQ(task_.Priority(now_), 0);
-  EXPECT_EQ(progress->error_id, 21);
+  for (const std::string& content :
+       {std::string("{}"), ToJson({.text = std::string(20 * 153 + 1, 'a'),
+                           .reference = 9,
+                           .flash = false,
+                           .report = false})}) {
+    const auto progress = AddRow("+15550101234", content);
+    EXPECT_EQ(task_.Priority(now_), 0);
+    EXPECT_EQ(progress->error_id, 21);
+  }
+}
+
+TEST_F(SendTaskTest, WhatIsNotANumberInTheStoreFailsForGood) {
+  for (const char* const receiver :
+       {"", "Anna", "+", "123456789012345678901", "1\r\nAT+CMGD=1,4"}) {
+    const auto progress = AddRow(
+        receiver, ToJson({.text = "Hello", .reference = 9, .flash = false, .report = false}));
+    EXPECT_EQ(task_.Priority(now_), 0) << receiver;
+    EXPECT_EQ(progress->error_id, 21);
+    EXPECT_THAT(progress->errors, HasSubstr("its receiver in the store cannot be read"));
+  }
 }
 
 }  // namespace
