@@ -16,6 +16,8 @@ using std::chrono::milliseconds;
 constexpr std::array<const char*, 3> kSecurityNames = {"starttls", "tls", "none"};
 constexpr std::array<const char*, 3> kStateNames = {"waiting", "taken", "refused"};
 constexpr std::size_t kShownMailboxes = 3;
+constexpr std::int64_t kLatestDate = 253402300799;  // the end of the year 9999
+constexpr int kLargestZone = 24 * 60 - 1;
 
 template <std::size_t kCount>
 std::size_t IndexOf(const std::array<const char*, kCount>& names, const std::string& name) {
@@ -72,17 +74,30 @@ void AddAccount(const Account& account, ordered_json& object) {
   object["final_timeout_ms"] = account.final_timeout.count();
 }
 
+/// A whole number, or the limit that it exceeds: the file may have any. Throws an exception for
+/// what is not a whole number, whose conversion may be undefined.
+std::int64_t WholeFrom(const ordered_json& object, const char* name, std::int64_t least,
+                       std::int64_t most) {
+  const auto number = object.at(name).get_ref<const ordered_json::number_integer_t&>();
+  return std::clamp(number, least, most);
+}
+
+milliseconds TimeFrom(const ordered_json& object, const char* name) {
+  constexpr milliseconds kLongest = std::chrono::years(100);
+  return milliseconds(WholeFrom(object, name, 0, kLongest.count()));
+}
+
 Account AccountFrom(const ordered_json& object) {
   Account account;
   account.server = object.at("server").get<std::string>();
-  account.port = object.at("port").get<int>();
+  account.port = static_cast<int>(WholeFrom(object, "port", 1, 65535));
   account.security =
       static_cast<Security>(IndexOf(kSecurityNames, object.at("security").get<std::string>()));
   account.user = object.at("user").get<std::string>();
   account.ca_file = object.at("ca_file").get<std::string>();
   account.insecure = object.at("insecure").get<bool>();
-  account.timeout = milliseconds(object.at("timeout_ms").get<std::int64_t>());
-  account.final_timeout = milliseconds(object.at("final_timeout_ms").get<std::int64_t>());
+  account.timeout = TimeFrom(object, "timeout_ms");
+  account.final_timeout = TimeFrom(object, "final_timeout_ms");
   return account;
 }
 
@@ -100,13 +115,15 @@ MailContent ContentFrom(const ordered_json& object) {
   message.html = object.at("html").get<std::string>();
   message.message_id = object.at("message_id").get<std::string>();
   message.date =
-      std::chrono::sys_seconds(std::chrono::seconds(object.at("date").get<std::int64_t>()));
-  message.zone_minutes = object.at("zone_minutes").get<int>();
+      std::chrono::sys_seconds(std::chrono::seconds(WholeFrom(object, "date", 0, kLatestDate)));
+  message.zone_minutes =
+      static_cast<int>(WholeFrom(object, "zone_minutes", -kLargestZone, kLargestZone));
   for (const ordered_json& one : object.at("attachments")) {
-    content.attachments.push_back({.name = one.at("name").get<std::string>(),
-                                   .size = one.at("size").get<std::uint64_t>(),
-                                   .file = one.at("file").get<std::string>(),
-                                   .memory = nullptr});
+    content.attachments.push_back(
+        {.name = one.at("name").get<std::string>(),
+         .size = static_cast<std::uint64_t>(WholeFrom(one, "size", 0, INT64_MAX)),
+         .file = one.at("file").get<std::string>(),
+         .memory = nullptr});
   }
   return content;
 }

@@ -66,6 +66,36 @@ TEST(MailContent, ComesBackFromJsonWithAllThatItHad) {
   EXPECT_EQ(read->attachments[0].file, "1/1");
 }
 
+TEST(MailContent, NumbersThatCannotBeAreLimitedAndFractionsRefused) {
+  // Each as it is in the JSON of Complete().
+  const std::pair<const char*, const char*> numbers[] = {
+      {"\"port\":", "2525"},       {"\"timeout_ms\":", "1500"},   {"\"final_timeout_ms\":", "2500"},
+      {"\"date\":", "1800000000"}, {"\"zone_minutes\":", "-210"}, {"\"size\":", "1099511627776"}};
+  for (const auto& [name, value] : numbers) {
+    const auto with = [&name = name, &value = value](const char* other) {
+      std::string json = ToJson(Complete());
+      const std::string now = std::string(name) + value;
+      json.replace(json.find(now), now.size(), name + std::string(other));
+      return ReadMailContent(json);
+    };
+    EXPECT_FALSE(with("1e300")) << name;
+    EXPECT_FALSE(with("1.5")) << name;
+    EXPECT_FALSE(with("null")) << name;
+    for (const char* const extreme : {"9223372036854775807", "-9223372036854775808"}) {
+      const auto read = with(extreme);
+      ASSERT_TRUE(read) << name;
+      EXPECT_GE(read->account.port, 1);
+      EXPECT_LE(read->account.port, 65535);
+      EXPECT_GE(read->account.timeout.count(), 0);
+      EXPECT_LE(read->account.timeout, std::chrono::years(100));
+      EXPECT_LE(read->account.final_timeout, std::chrono::years(100));
+      EXPECT_LT(read->message.date, std::chrono::sys_days(std::chrono::year(10000) / 1 / 1));
+      EXPECT_LT(std::abs(read->message.zone_minutes), 24 * 60);
+      EXPECT_EQ(ToJson(*ReadMailContent(ToJson(*read))), ToJson(*read));
+    }
+  }
+}
+
 TEST(MailContent, KeepsEachKindOfSecurity) {
   for (const Security security : {Security::kStartTls, Security::kTls, Security::kNone}) {
     MailContent content = Complete();
