@@ -26,6 +26,13 @@ std::string TextOf(const json& object, const char* name, std::size_t longest) {
   return object.at(name).get_ref<const std::string&>().substr(0, longest);
 }
 
+/// Throws json::exception unless it is a whole number: to convert any other is undefined when the
+/// result cannot hold it.
+template <class Number>
+Number WholeOf(const json& number) {
+  return static_cast<Number>(number.get_ref<const json::number_integer_t&>());
+}
+
 std::string Seconds(double seconds) {
   constexpr double kYear = 366.0 * 86400;
   const std::chrono::duration<double> time(seconds >= 0 && seconds < kYear ? seconds : 0);
@@ -53,10 +60,10 @@ std::string ValueText(const json& value, const std::string& type) {
 /// The least bound that 99 of 100 cycles do not exceed; the longest cycle if that is less.
 double NinetyNinth(const json& histogram, double longest) {
   std::uint64_t total = 0;
-  for (const json& row : histogram) total += row.at(1).get<std::uint64_t>();
+  for (const json& row : histogram) total += WholeOf<std::uint64_t>(row.at(1));
   std::uint64_t seen = 0;
   for (const json& row : histogram) {
-    seen += row.at(1).get<std::uint64_t>();
+    seen += WholeOf<std::uint64_t>(row.at(1));
     if (seen < total - total / 100) continue;
     return row.at(0).is_null() ? longest : std::min(longest, row.at(0).get<double>());
   }
@@ -79,9 +86,9 @@ void RemotePicture::Take(const json& message, TimePoint now) {
 
 void RemotePicture::TakeVariables(const json& message, TimePoint now) {
   truncated_ = message.contains("truncated") && message.at("truncated") == true;
-  for (const json& id : message.at("remove")) nodes_.erase(id.get<int>());
+  for (const json& id : message.at("remove")) nodes_.erase(WholeOf<int>(id));
   for (const json& node : message.at("add")) Add(node);
-  for (const json& pair : message.at("set")) Set(pair.at(0).get<int>(), pair.at(1), now);
+  for (const json& pair : message.at("set")) Set(WholeOf<int>(pair.at(0)), pair.at(1), now);
 }
 
 void RemotePicture::Add(const json& node) {
@@ -92,14 +99,14 @@ void RemotePicture::Add(const json& node) {
   Entry entry;
   entry.name = TextOf(node, "name", kLongestName);
   entry.type = TextOf(node, "type", kLongestName);
-  entry.parent = node.at("parent").get<int>();
+  entry.parent = WholeOf<int>(node.at("parent"));
   entry.is_value = node.at("kind") == "value";
   entry.is_secret = node.contains("secret") && node.at("secret") == true;
   const auto parent = nodes_.find(entry.parent);
   const std::string above = parent == nodes_.end() ? "" : parent->second.path;
   const bool is_joined = above.empty() || entry.name.starts_with('[');
   entry.path = (above + (is_joined ? "" : ".") + entry.name).substr(0, kLongestLine);
-  nodes_[node.at("id").get<int>()] = std::move(entry);
+  nodes_[WholeOf<int>(node.at("id"))] = std::move(entry);
 }
 
 void RemotePicture::Set(int id, const json& value, TimePoint now) {
@@ -124,8 +131,9 @@ void RemotePicture::TakeCycle(const json& message) {
   const std::string mean = last.empty() ? "-" : Seconds(last.back().at(1).get<double>());
   statistics_ = fmt::format(
       "{} cycles, {} overruns; cycle time now {} p99 {} max {}; started late at most {} in 10 min",
-      message.at("count").get<std::uint64_t>(), message.at("overruns").get<std::uint64_t>(), mean,
-      Seconds(NinetyNinth(message.at("histogram"), longest)), Seconds(longest), Seconds(latest));
+      WholeOf<std::uint64_t>(message.at("count")), WholeOf<std::uint64_t>(message.at("overruns")),
+      mean, Seconds(NinetyNinth(message.at("histogram"), longest)), Seconds(longest),
+      Seconds(latest));
 }
 
 void RemotePicture::TakeModem(const json& message) {
@@ -135,7 +143,7 @@ void RemotePicture::TakeModem(const json& message) {
   const std::string network = TextOf(message, "operator", kLongestName);
   if (!network.empty()) line += ", " + network;
   const json& signal = message.at("signal");
-  if (signal.is_number()) line += fmt::format(", {} dBm", signal.get<int>());
+  if (signal.is_number_integer()) line += fmt::format(", {} dBm", WholeOf<int>(signal));
   modems_[port] = std::move(line);
 }
 

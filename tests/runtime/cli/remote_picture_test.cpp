@@ -128,6 +128,30 @@ TEST_F(RemotePictureTest, WhatIsNotTheProtocolIsRefusedAndUnknownTypesAreIgnored
   EXPECT_THROW(Take({{"type", "log"}, {"lines", {1}}}), json::exception);
 }
 
+TEST_F(RemotePictureTest, WhatMustBeAWholeNumberIsRefusedIfItIsNotOne) {
+  const auto variables = [](const json& remove, const json& id) {
+    return json{{"type", "variables"},
+                {"remove", remove},
+                {"add", json::array()},
+                {"set", json::array({json::array({id, 1})})}};
+  };
+  EXPECT_NO_THROW(Take(variables(json::array(), 1)));
+  EXPECT_THROW(Take(variables(json::array({1e300}), 1)), json::exception);
+  EXPECT_THROW(Take(variables(json::array(), 1e300)), json::exception);
+  json cycle{{"type", "cycle"},       {"count", 1},
+             {"overruns", 0},         {"longest", 0.5},
+             {"last", json::array()}, {"histogram", json::array()}};
+  EXPECT_NO_THROW(Take(cycle));
+  cycle["count"] = 1e300;
+  EXPECT_THROW(Take(cycle), json::exception);
+  cycle["count"] = 1;
+  cycle["histogram"] = {{0.1, 1.8e19}};
+  EXPECT_THROW(Take(cycle), json::exception);
+  Take(
+      {{"type", "modem"}, {"port", "1"}, {"status", "ready"}, {"operator", ""}, {"signal", 1e300}});
+  EXPECT_THAT(picture_.Get(now_)->modems, ElementsAre("modem 1: ready"));
+}
+
 TEST_F(RemotePictureTest, TheNumberOfVariablesIsLimited) {
   Nodes nodes;
   const int count = static_cast<int>(RemotePicture::kMostNodes) + 5;
