@@ -43,8 +43,13 @@ std::string AskHealth(const std::filesystem::path& socket, std::chrono::millisec
   http::async_write(stream, request, [&](const Error& error, std::size_t) {
     result = error;
     if (error) return;
-    http::async_read(stream, buffer, answer,
-                     [&result](const Error& read_error, std::size_t) { result = read_error; });
+    // The header by itself: when it reads all at once, Beast ignores the limit of the body.
+    http::async_read_header(stream, buffer, answer, [&](const Error& header_error, std::size_t) {
+      result = header_error;
+      if (header_error) return;
+      http::async_read(stream, buffer, answer,
+                       [&result](const Error& read_error, std::size_t) { result = read_error; });
+    });
   });
   context.run();
   Check(result);
