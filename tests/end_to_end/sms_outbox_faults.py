@@ -14,6 +14,7 @@ import time
 import traceback
 
 sys.dont_write_bytecode = True
+from bench_client import wait_for
 from simulated_modem import PATIENCE, SimulatedModem
 from sms_outbox_program import MANY_JOBS, NO_EDGE, ONE_JOB, Programs
 from tiny_disk import TinyDisk, can_mount
@@ -21,6 +22,7 @@ from tiny_disk import TinyDisk, can_mount
 [corvane, addin] = sys.argv[1:]
 TEXT = "Tank 2 is full"
 SENT = "sent to +15550101234: " + TEXT
+NEVER_ENDS = NO_EDGE.replace("idle == 100", "false")
 
 
 def job(inputs=""):
@@ -46,7 +48,11 @@ def killed_at(milliseconds):
             time.sleep(milliseconds / 1000)  # the moment of the kill is what this test varies
             process.kill()
             process.communicate()
-            programs.run(NO_EDGE, "--modem", "1=" + modem.device)
+            process = programs.start(NEVER_ENDS, "--modem", "1=" + modem.device)
+            wait_for(lambda: programs.rows("state, in_transfer") == [(1, 0)], "the message to be sent", 90)
+            process.send_signal(signal.SIGINT)
+            programs.finish(process)
+            programs.run(NO_EDGE, "--modem", "1=" + modem.device)  # nothing is left to be sent
             modem.end()
         [(state, unknown_ends, in_transfer)] = programs.rows("state, unknown_ends, in_transfer")
         sent = modem.output.count(SENT)
@@ -70,7 +76,7 @@ def without_coverage(programs):
 def a_dead_modem(programs):
     with SimulatedModem(corvane) as modem:
         modem.do("mute 10min")
-        output, _ = programs.run(job("ValidFor = 3"), "--modem", "1=" + modem.device)
+        output, _ = programs.run(job("ValidFor = 5"), "--modem", "1=" + modem.device)
     assert output[-2] == "false false true 20 true 0 1 0", output
     assert output[-1].startswith("text: +15550101234: not sent within ValidFor"), output
 
@@ -88,7 +94,7 @@ def plugged_in_later(programs):
 
 
 def a_missing_modem(programs):
-    output, _ = programs.run(job("ValidFor = 1"), "--modem", f"1={programs.folder}/modem")
+    output, _ = programs.run(job("ValidFor = 5"), "--modem", f"1={programs.folder}/modem")
     assert output[-2] == "false false true 20 true 0 1 0", output
 
 
@@ -99,11 +105,8 @@ def a_port_that_nobody_configured(programs):
 
 
 def a_second_program_with_one_store(programs):
-    first = programs.start(NO_EDGE.replace("idle == 100", "false"), "--modem", f"1={programs.folder}/none")
-    deadline = time.monotonic() + PATIENCE
-    while not os.path.exists(programs.folder + "/state/messages.db"):
-        assert time.monotonic() < deadline
-        time.sleep(0.01)
+    first = programs.start(NEVER_ENDS, "--modem", f"1={programs.folder}/none")
+    wait_for(lambda: os.path.exists(programs.folder + "/state/messages.db"), "the store")
     with SimulatedModem(corvane) as modem:
         output, log = programs.run(job(), "--modem", "1=" + modem.device)
         modem.end()
@@ -140,10 +143,7 @@ def a_full_disk(programs):
         assert failures and all("messages.db" in line for line in failures), lines
         assert not any(line.split()[2] == "true" or line.split()[4] == "true" for line in lines[1:]), lines
         disk.make_room()
-        deadline = time.monotonic() + PATIENCE
-        while disk.states(corvane) != ["sent", "sent"]:
-            assert time.monotonic() < deadline, "the second message is not in the store"
-            time.sleep(0.05)
+        wait_for(lambda: disk.states(corvane) == ["sent", "sent"], "the second message in the store")
         begin(3, "after")
         assert read_until(process, "false true ")[-1] == "false true false 0 true 1 0 "
         assert disk.states(corvane) == ["sent"] * 3, disk.states(corvane)
@@ -172,10 +172,7 @@ def a_check_of_a_program_makes_no_file(programs):
 def the_modem_restarts_before_it_confirms(programs):
     with SimulatedModem(corvane, "--network-delay", "3s", "--trace") as modem:
         process = programs.start(job(), "--modem", "1=" + modem.device)
-        deadline = time.monotonic() + PATIENCE
-        while not programs.rows("id") or programs.rows("in_transfer") != [(1,)]:
-            assert time.monotonic() < deadline
-            time.sleep(0.01)
+        wait_for(lambda: programs.rows("id") and programs.rows("in_transfer") == [(1,)], "an attempt")
         time.sleep(1)  # past the prompt
         modem.do("restart")
         modem.do("delay 0 network")

@@ -17,6 +17,7 @@
 #include "addins/corvane_standard/process_runner.h"
 #include "tests/addins/corvane_standard/standard_block_test.h"
 #include "tests/addins/corvane_standard/timing_diagram.h"
+#include "tests/support/spawning.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/support/wait_for.h"
 
@@ -178,6 +179,8 @@ TEST_F(Process, ReadsAndDropsAGigabyte) {
 }
 
 TEST_F(Process, SaysWhyItWasNotStarted) {
+  if (!test_support::SpawnReportsFailure())
+    GTEST_SKIP() << "the emulator's posix_spawn reports no failure";
   const std::string file = FileName("file");
   std::ofstream(file) << "x";
   const auto expect = [this](const std::string& inputs, const std::string& error) {
@@ -311,7 +314,7 @@ TEST_F(Process, CollectingTheBlockEndsItsProcesses) {
   EXPECT_TRUE(CallUntil("not fb.Busy"));
   Run("fb.Execute = false fb() fb.Command = 'sleep 1001' fb.Execute = true fb()");
   EXPECT_TRUE(CallUntil("fb.Pid > 0"));
-  EXPECT_GE(Left(), 2);
+  EXPECT_TRUE(WaitFor([this] { return Left() >= 2; }));
   Run("fb = nil");
   Collect();
   EXPECT_TRUE(NothingLeft());
@@ -357,8 +360,9 @@ TEST_F(Process, HasItsOwnGroupOrdinarySignalsAndNoDescriptorOfOurs) {
   std::istringstream lines(Eval("fb.Output"));
   std::string text;
   for (std::string word; lines >> word;) text += word + " ";
-  EXPECT_THAT(text, testing::MatchesRegex("0 1 2 3 SigBlk: 0+ SigIgn: 0000000[01][08]0000000 "
-                                          "([0-9]+) [0-9]+ "));  // 32 and 33 are the library's
+  // The C library's own two signals may be ignored: 32 and 33, under qemu 34 and 35.
+  EXPECT_THAT(text, testing::MatchesRegex("0 1 2 3 SigBlk: 0+ SigIgn: 0000000([01][08]|60)0000000 "
+                                          "([0-9]+) [0-9]+ "));
   std::istringstream end(text.substr(text.rfind("SigIgn")));
   std::string name, mask, group, pid;
   end >> name >> mask >> group >> pid;

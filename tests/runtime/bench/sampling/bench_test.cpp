@@ -129,11 +129,15 @@ TEST_F(BenchTest, ManyRequestsAreServedOverSeveralCycles) {
     bench_.Get(
         id, [&read](const std::string&, const Value& v) { read.push_back(std::get<double>(v)); });
   }
-  for (const std::size_t served : {8U, 16U, 20U, 20U}) {
+  std::size_t served = 0;
+  while (served < 20) {
     Cycle(1us);
     bench_.Poll();
-    EXPECT_EQ(read.size(), served);
+    ASSERT_GT(read.size(), served);
+    EXPECT_LE(read.size(), served + 8);  // fewer if they take long
+    served = read.size();
   }
+  EXPECT_EQ(served, 20u);
 }
 
 TEST_F(BenchTest, TooManyRequestsAreRefused) {
