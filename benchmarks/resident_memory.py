@@ -1,14 +1,18 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""How much resident memory an add-in adds to `corvane run`. As a program: for the release build for 32-bit ARM, in
-the emulator, whose own memory is not counted."""
+"""How much resident memory an add-in adds to `corvane run`. As a program: for the release builds for ARM that there
+are, in the emulator, whose own memory is not counted."""
 import os
 import pathlib
 import re
+import socket
 import subprocess
+import sys
 import tempfile
 
+sys.path.append(str(pathlib.Path(__file__).parent.parent / "tests/end_to_end"))
 from simulated_modem import SimulatedModem
+from smtp_peer import SmtpPeer
 
 IDLE = "function cycle() if plc.cycle == 10 then print('measure') end end\n"
 SMS = """
@@ -19,6 +23,38 @@ function cycle()
   local was_done = sms.Done
   sms() inbox()
   if sms.Done and not was_done then print('measure') end
+end
+"""
+FIVE = """
+local sender = SEND_SMS.new { Port = 1, Receiver = "4915112345678", Message = "Pump 3 has stopped" }
+local reader = READ_SMS.new { Port = 1, Read = true }
+sender.Send = true
+function cycle()
+  sender() reader()
+  if sender.Sent and not told then told = true print('measure') end
+end
+"""
+STANDARD = """
+local timer = TON.new { PT = 0.01, IN = true }
+local process = PROCESS.new { Program = "true", Execute = true }
+function cycle()
+  timer() process()
+  if timer.Q and process.Done and not told then told = true print('measure') end
+end
+"""
+MAIL = """
+local mail = MAIL_OUTBOX.new { Server = "127.0.0.1", Port = PORT, Security = "none", From = "pump3@plant.example",
+                               To = "a@plant.example", Subject = "Pump 3", Text = "It has stopped.", Execute = true }
+function cycle()
+  mail()
+  if mail.Done and not told then told = true print('measure') end
+end
+"""
+MODBUS = """
+local meter = MODBUS_TCP.new { Server = "127.0.0.1", Port = PORT, Execute = true }
+function cycle()
+  meter()
+  if meter.Error and not told then told = true print('measure') end
 end
 """
 
@@ -48,40 +84,66 @@ def resident(corvane, program, *options, measure=of_process):
             modem.end()
 
 
+def added_by(add_in, uses, corvane, library, measure=of_process):
+    """Rows for an add-in: what is done with it, bytes added, and bytes of them that are not a file's.
+    uses: what a program does with its blocks, and the program. library: the folder of the add-ins."""
+    besides = "corvane_standard.so" if add_in == "corvane_fb_lib.so" else "corvane_fb_lib.so"
+    base = ["--addin", f"{library}/{besides}"]
+    without = resident(corvane, IDLE, *base, measure=measure)
+    for what, program in ("loaded, no block used", IDLE), uses:
+        found = resident(corvane, program, *base, "--addin", f"{library}/{add_in}", measure=measure)
+        added, own = (a - b for a, b in zip(found, without))
+        yield f"resident memory that {add_in} adds: {what}", added, own
+
+
 def added_by_sms(corvane, library, measure=of_process):
-    """Rows for corvane_sms.so: what is done with it, bytes added, and bytes of them that are not a file's.
-    library: the folder of the add-ins."""
-    five_blocks = ["--addin", f"{library}/corvane_fb_lib.so"]
-    with_sms = [*five_blocks, "--addin", f"{library}/corvane_sms.so"]
-    without = resident(corvane, IDLE, *five_blocks, measure=measure)
-    for what, program in (("loaded, no block used", IDLE), ("one SMS_OUTBOX that has sent, one SMS_INBOX", SMS)):
-        added, own = (a - b for a, b in zip(resident(corvane, program, *with_sms, measure=measure), without))
-        yield f"resident memory that corvane_sms.so adds: {what}", added, own
+    return added_by("corvane_sms.so", ("one SMS_OUTBOX that has sent, one SMS_INBOX", SMS), corvane, library, measure)
 
 
-GUEST = 1 << 32  # where the emulator puts the program's first address; nothing else is above it for 32 bits
+def added_by_each(corvane, library, measure):
+    """The rows of added_by for all our add-ins."""
+    yield from added_by("corvane_fb_lib.so", ("one SEND_SMS that has sent, one READ_SMS", FIVE), corvane, library, measure)
+    yield from added_by_sms(corvane, library, measure)
+    with SmtpPeer() as peer:
+        mail = MAIL.replace("PORT", str(peer.port))
+        yield from added_by("corvane_mail.so", ("one MAIL_OUTBOX that has sent", mail), corvane, library, measure)
+    with socket.socket() as nobody:  # bound, but not listening: a connection is refused
+        nobody.bind(("127.0.0.1", 0))
+        modbus = MODBUS.replace("PORT", str(nobody.getsockname()[1]))
+        yield from added_by("corvane_modbus.so", ("one MODBUS_TCP without a server", modbus), corvane, library, measure)
+    yield from added_by("corvane_standard.so", ("one TON, one PROCESS that has run", STANDARD), corvane, library, measure)
 
 
-def of_guest(pid):
-    """As of_process, of a 32-bit program in the emulator."""
-    total = own = 0
-    is_guest = False
-    for line in pathlib.Path(f"/proc/{pid}/smaps").read_text(encoding="utf-8").splitlines():
-        if mapping := re.match(r"([0-9a-f]+)-[0-9a-f]+ \S+ \S+ \S+ (\d+)", line):
-            is_guest = GUEST <= int(mapping[1], 16) < 2 * GUEST
-        elif is_guest and (match := re.match(r"Rss: +(\d+) kB", line)):
-            total += 1024 * int(match[1])
-        elif is_guest and (match := re.match(r"Anonymous: +(\d+) kB", line)):
-            own += 1024 * int(match[1])
-    return total, own
+# Where the emulator puts the first address of the program, and how many it keeps for it.
+GUEST_BASE, GUEST_SIZE = 0x100000000000, {"armhf": 1 << 32, "arm64": 0x6000000000}
+
+
+def of_guest(size):
+    """As of_process, of a program with so many addresses, in the emulator."""
+    def measure(pid):
+        total = own = 0
+        is_guest = False
+        for line in pathlib.Path(f"/proc/{pid}/smaps").read_text(encoding="utf-8").splitlines():
+            if mapping := re.match(r"([0-9a-f]+)-[0-9a-f]+ \S+ \S+ \S+ (\d+)", line):
+                is_guest = GUEST_BASE <= int(mapping[1], 16) < GUEST_BASE + size
+            elif is_guest and (match := re.match(r"Rss: +(\d+) kB", line)):
+                total += 1024 * int(match[1])
+            elif is_guest and (match := re.match(r"Anonymous: +(\d+) kB", line)):
+                own += 1024 * int(match[1])
+        return total, own
+    return measure
 
 
 def main():
     build = pathlib.Path(__file__).parent.parent / "build"
-    emulator = ["qemu-arm", "-B", hex(GUEST), "-L", str(build / "sysroot/armhf")]
-    release = build / "armhf-release"
-    for what, added, own in added_by_sms([*emulator, str(release / "bin/corvane")], release / "lib", of_guest):
-        print(f"{what}: {added / 1e6:.1f} MB, {own / 1e6:.1f} MB of it its own, the rest code of files")
+    for architecture, emulator in ("armhf", ["qemu-arm"]), ("arm64", ["qemu-aarch64", "-R", hex(GUEST_SIZE["arm64"])]):
+        release = build / f"{architecture}-release"
+        if not release.exists():
+            continue
+        command = [*emulator, "-B", hex(GUEST_BASE), "-L", str(build / "sysroot" / architecture), str(release / "bin/corvane")]
+        for what, added, own in added_by_each(command, release / "lib", of_guest(GUEST_SIZE[architecture])):
+            print(f"{architecture}: {what}: {added / 1e6:.1f} MB, {own / 1e6:.1f} MB of it its own, the rest code of files",
+                  flush=True)
 
 
 if __name__ == "__main__":

@@ -5,6 +5,7 @@ import os
 import tempfile
 import time
 
+from patience import TIME_FACTOR
 from selenium import webdriver
 from selenium.common.exceptions import (ElementClickInterceptedException, ElementNotInteractableException,
                                         NoSuchElementException, StaleElementReferenceException)
@@ -12,7 +13,7 @@ from selenium.webdriver.chrome.options import Options
 from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
 
-PATIENCE = 30.0
+PATIENCE = 30.0 * TIME_FACTOR
 DESK = (1280, 800)
 PHONE = (390, 844)
 NOT_YET = (ElementClickInterceptedException, ElementNotInteractableException, NoSuchElementException,

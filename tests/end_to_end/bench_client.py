@@ -11,7 +11,9 @@ import subprocess
 import tempfile
 import time
 
-PATIENCE = 20.0
+from patience import TIME_FACTOR
+
+PATIENCE = 20.0 * TIME_FACTOR
 
 
 def wait_for(condition, what, seconds=PATIENCE):

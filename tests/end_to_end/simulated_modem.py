@@ -7,7 +7,9 @@ import subprocess
 import tempfile
 import time
 
-PATIENCE = 30  # seconds; a longer wait is a failure
+from patience import TIME_FACTOR
+
+PATIENCE = 30 * TIME_FACTOR  # seconds; a longer wait is a failure
 
 
 class SimulatedModem:

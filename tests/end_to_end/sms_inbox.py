@@ -19,12 +19,14 @@ import threading
 import time
 
 sys.dont_write_bytecode = True
+from bench_client import wait_for
+from patience import TIME_FACTOR
 from simulated_modem import SimulatedModem, await_empty_store, store_of
 from tiny_disk import TinyDisk, can_mount
 
 corvane, addin = sys.argv[1:3]
 only = sys.argv[3:]
-LIMIT = 90  # seconds; only a failing test waits this long
+LIMIT = 90 * TIME_FACTOR  # seconds; only a failing test waits this long
 SENDER = "+4915112345678"
 
 # Prints each message that is offered, accepts it if told to, and prints when it has left the store.
@@ -204,7 +206,7 @@ def parts_come_in_any_order_across_restarts(place):
 
 
 def killed_at_any_moment_nothing_is_lost_or_taken_twice(place):
-    count, seed = 120, random.randrange(1 << 30)
+    count, seed = 120 if TIME_FACTOR == 1 else 40, random.randrange(1 << 30)
     print("kill: seed", seed)
     chance = random.Random(seed)
     wanted = [f"message {number} " + "x" * chance.choice((5, 5, 5, 170)) for number in range(count)]
@@ -218,7 +220,7 @@ def killed_at_any_moment_nothing_is_lost_or_taken_twice(place):
                 if left:
                     modem.do(f"receive {SENDER} {left.pop(0)}")
             with Program(place, modem, "accept", str(chance.randrange(3))) as program:
-                time.sleep(0.05 + chance.random() * 0.6)
+                time.sleep((0.05 + chance.random() * 0.6) * TIME_FACTOR)
                 lines = program.kill()
                 kills += 1
             for line in lines:
@@ -328,7 +330,8 @@ def a_modem_that_cannot_delete_offers_each_message_once(place):
         for _ in range(2):
             with Program(place, modem, "accept") as program:
                 program.wait_for("^state true false 0 $")
-                time.sleep(1)
+                wait_for(lambda p=program: any("does not delete" in str(line) for line in p.log), "a warning")
+                time.sleep(0.5)
                 assert texts(program.kill()) == [], program.seen
                 assert sum("does not delete" in str(line) for line in program.log) == 1, program.log
         assert store_of(modem) == 6
