@@ -170,7 +170,7 @@ def the_bench_gives_way_to_the_cycles():
                     return int(fields.split()[16]), int(fields.split()[38])  # nice value, scheduling policy
             return None
 
-        nice, _ = thread("corvane")
+        nice = os.getpriority(os.PRIO_PROCESS, program.process.pid)
         for name in ("bench", "bench-store"):
             assert thread(name) == (min(nice + 5, 19), os.SCHED_BATCH), (name, thread(name))
 

@@ -340,8 +340,8 @@ def watch_goes_on_after_a_stop_and_a_restart():
         pump.process.send_signal(signal.SIGCONT)
         terminal.wait_for("alarm: SEND_SMS", "* level", gone=["waiting for it"])
     terminal.wait_for(" corvane  it has ended", "alarm: SEND_SMS")  # the last picture stays
-    with folder.start(text=PROGRAM.replace("level = 5", "level = 700000")) as again:
-        terminal.wait_for("level        7000", gone=["waiting for it"])
+    with folder.start(text=PROGRAM.replace("level = 5", "level = 987000000")) as again:
+        terminal.wait_for("level        987", gone=["waiting for it"])
         again.process.kill()
         again.process.wait()
         terminal.wait_for("it has ended")

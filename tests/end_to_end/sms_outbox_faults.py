@@ -50,8 +50,8 @@ def killed_at(milliseconds):
             process.communicate()
             process = programs.start(NEVER_ENDS, "--modem", "1=" + modem.device)
             wait_for(lambda: programs.rows("state, in_transfer") == [(1, 0)], "the message to be sent", 90)
-            process.send_signal(signal.SIGINT)
-            programs.finish(process)
+            process.kill()
+            process.communicate()
             programs.run(NO_EDGE, "--modem", "1=" + modem.device)  # nothing is left to be sent
             modem.end()
         [(state, unknown_ends, in_transfer)] = programs.rows("state, unknown_ends, in_transfer")

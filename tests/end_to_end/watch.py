@@ -44,7 +44,7 @@ class WatchedProgram(Terminal):
 
 def test_shows_blocks_and_statistics():
     terminal = WatchedProgram(PROGRAM)
-    terminal.wait_for("Port         ", " cycles, ", "from the shell")
+    terminal.wait_for("Port         ", " cycles, ", "from the shell", " q: end  ?: keys  lines 1 to ")
     rows = terminal.screen.display
     assert rows[0].startswith(" corvane  " + folder.name), rows
     assert "cycle time min" in rows[2] and "started late p99" in rows[3], rows
