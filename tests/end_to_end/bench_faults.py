@@ -172,7 +172,7 @@ def the_bench_gives_way_to_the_cycles():
 
         nice = os.getpriority(os.PRIO_PROCESS, program.process.pid)
         for name in ("bench", "bench-store"):
-            assert thread(name) == (min(nice + 5, 19), os.SCHED_BATCH), (name, thread(name))
+            wait_for(lambda n=name: thread(n) == (min(nice + 5, 19), os.SCHED_BATCH), f"{name} to give way")
 
 
 def half_a_request_is_not_waited_for_for_ever():
