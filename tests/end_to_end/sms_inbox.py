@@ -220,7 +220,8 @@ def killed_at_any_moment_nothing_is_lost_or_taken_twice(place):
                 if left:
                     modem.do(f"receive {SENDER} {left.pop(0)}")
             with Program(place, modem, "accept", str(chance.randrange(3))) as program:
-                time.sleep((0.05 + chance.random() * 0.6) * TIME_FACTOR)
+                # Longer and longer: a machine on which a program starts slowly must get somewhere, too.
+                time.sleep((0.05 + chance.random() * (0.6 + kills / 50)) * TIME_FACTOR)
                 lines = program.kill()
                 kills += 1
             for line in lines:
