@@ -107,6 +107,13 @@ TEST_F(ModemDialogueTest, AnnouncementsSurviveAnExchangeThatBeginsInThemAnywhere
   }
 }
 
+TEST_F(ModemDialogueTest, WithoutItsLineHasNoPrompt) {
+  EXPECT_EQ(Exchange("AT+CMGS=18\r").text, ">");
+  ASSERT_EQ(dialogue_.state(), ModemDialogue::State::kPrompt);
+  dialogue_.Detach();
+  EXPECT_EQ(dialogue_.state(), ModemDialogue::State::kNoLine) << "nothing to leave with ESC";
+}
+
 TEST_F(ModemDialogueTest, SendsNoTextToAModemThatHasRestartedAfterItsPrompt) {
   ASSERT_EQ(Exchange("AT+CMGS=18\r").text, ">");
   wire_.coming = "\r\nRDY\r\n";

@@ -4,12 +4,19 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/inotify.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
+#include <chrono>
+#include <ctime>
+#include <mutex>
 #include <optional>
 #include <thread>
 
+#include "libs/base/descriptor.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/driver_test.h"
 #include "tests/support/memory_limit.h"
@@ -617,6 +624,74 @@ TEST_F(DriverTest, ADeviceThatIsNotThereIsRefusedUntilItComes) {
   ExpectReply(second.Exchange(kSetPduMode, 5000), "OK\r\n");
 }
 
+/// Counts how often a file is opened.
+class Openings {
+ public:
+  explicit Openings(const std::string& path) {
+    EXPECT_GE(inotify_add_watch(events_.get(), path.c_str(), IN_OPEN), 0);
+  }
+  std::size_t Count() {
+    std::array<char, 4096> room{};
+    const ssize_t octets = read(events_.get(), room.data(), room.size());
+    if (octets > 0) count_ += static_cast<std::size_t>(octets) / sizeof(inotify_event);
+    return count_;
+  }
+
+ private:
+  corvane::Descriptor events_{inotify_init1(IN_NONBLOCK | IN_CLOEXEC)};
+  std::size_t count_ = 0;
+};
+
+TEST_F(DriverTest, WhyADeviceCannotBeOpenedIsLoggedOnce) {
+  const TemporaryFolder folder;
+  const std::string path = folder.Write("modem", "an ordinary file");
+  Openings openings(path);
+  TakeLog();
+  const ModemPortDriver driver(ParseModemTargets({"1=" + path}), TheScanLock());
+  ASSERT_TRUE(WaitFor([&] { return openings.Count() >= 3; }));
+  EXPECT_THAT(Logged("error"),
+              ElementsAre("error modem port 1: " + path + " is not a serial device"));
+}
+
+/// CPU time of the whole process.
+std::chrono::nanoseconds CpuTime() {
+  timespec time{};
+  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+  return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
+
+TEST_F(DriverTest, WaitingForADeviceThatIsAwayCostsNoTimeOfTheProcessor) {
+  const auto running = Start(Obey);
+  ExpectReply(client_.Exchange(kSetPduMode), "OK\r\n");
+  peer_->Unplug();
+  ExpectNoAnswer(client_.Exchange(kSetPduMode, 20));  // by now it is known to be away
+  const auto before = CpuTime();
+  ExpectNoAnswer(client_.Exchange(kSetPduMode, 1000));
+  EXPECT_LT(CpuTime() - before, std::chrono::milliseconds(250));
+}
+
+TEST_F(DriverTest, AClientWithoutARequestSendsNothing) {
+  const auto running = Start(Obey);
+  std::atomic<int> asked{0};
+  PortDriverRequestFunction nothing = [](void* context, char*, PortDriverRequestData*,
+                                         PortDriverReplyFunction*) {
+    ++*static_cast<std::atomic<int>*>(context);
+    return 0;
+  };
+  PortDriverPriorityFunction always = [](void*) { return 50; };
+  {
+    const std::lock_guard guard(TheScanLock());
+    ASSERT_EQ(ModemPortDriverRegister(1, &asked, always, nothing, nullptr), 0);
+  }
+  ASSERT_TRUE(WaitFor([&asked] { return asked >= 3; }));
+  {
+    const std::lock_guard guard(TheScanLock());
+    ModemPortDriverUnregister(&asked);
+  }
+  ExpectReply(client_.Exchange(kSetPduMode), "OK\r\n");
+  EXPECT_THAT(peer_->Requests(), ElementsAre(kSetPduMode));
+}
+
 TEST_F(DriverTest, TheHighestPriorityGoesFirst) {
   const auto running = Start(Obey);
   DriverClient urgent(34);
@@ -716,10 +791,11 @@ TEST_F(DriverTest, AClientThatRegistersAgainIsAskedOnce) {
 
 TEST_F(DriverTest, ARequestThatIsTooLongIsNotSent) {
   const auto running = Start(Obey);
-  client_.Queue(std::string(kPortDriverRequestSize + 1, 'A'));
-  client_.Queue(kSetPduMode);
+  const std::string longest = std::string(kPortDriverRequestSize - 1, 'A') + '\r';
+  client_.Queue('A' + longest);
+  client_.Queue(longest);
   ExpectReply(client_.WaitForReply(), "OK\r\n");
-  EXPECT_THAT(peer_->Requests(), ElementsAre(kSetPduMode));
+  EXPECT_THAT(peer_->Requests(), ElementsAre(longest));
 }
 
 TEST_F(DriverTest, EndsAtOnceInTheMiddleOfAnExchange) {
