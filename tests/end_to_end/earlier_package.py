@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
-"""The package corvane 0.1.0, for tests of the upgrade: one package with every file, corvane_mail.so included, with
-the maintainer scripts, the service and its start script as 0.1.0 had them (the folder earlier_package). The programs
-are today's: building those of then would take minutes."""
+"""The package corvane 0.1.0, for tests of the upgrade: one package with every file, corvane_mail.so included, as it was
+built before corvane-mail. The maintainer scripts, the service and its start script are those of 0.1.0 (the folder
+earlier_package); the programs are today's, since building those of then would take minutes."""
 import os
 import pathlib
 import re

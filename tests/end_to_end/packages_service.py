@@ -191,7 +191,7 @@ def check_every_block():
 def check_watched():
     """A runtime that stands still, or is killed, is started again, and knows its values; commands go on."""
     command = int(run("pgrep", "--oldest", "--full", "^sleep 1000$"))
-    change_unit("WatchdogSec=1s\nRestartSec=100ms\n")
+    change_unit("WatchdogSec=5s\nRestartSec=100ms\n")
     run("systemctl", "restart", "corvane@blocks")
     for number, stop in enumerate(("STOP", "KILL"), start=1):
         process = shown("blocks", "MainPID")
