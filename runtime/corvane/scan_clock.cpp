@@ -30,13 +30,8 @@ extern "C" void OnSignal(int signal) {
     statistics_requested = true;
   } else if (signal != SIGHUP && stop_demanded.exchange(true)) {
     // Asked twice: the running cycle does not end. Now the signal gets back the effect that it had
-    // before, or its ordinary one if it was ignored.
-    const struct sigaction& old = signal == SIGINT ? old_int : old_term;
-    if (old.sa_handler == SIG_IGN) {
-      std::signal(signal, SIG_DFL);
-    } else {
-      sigaction(signal, &old, nullptr);
-    }
+    // before.
+    sigaction(signal, signal == SIGINT ? &old_int : &old_term, nullptr);
     raise(signal);
   } else {
     stop_requested = true;

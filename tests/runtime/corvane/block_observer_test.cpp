@@ -141,6 +141,14 @@ TEST_F(BlockObserverTest, NamesABlockAfterTheProgramsVariable) {
                                                    "pumps[1]", "station.north", "#7"));
 }
 
+TEST_F(BlockObserverTest, NamesABlockInFiveTablesAndNotInSix) {
+  BlockObserver observer(L());
+  Run("t = {a = {b = {c = {d = {fb = SEND_SMS.new(), e = {fb = SEND_SMS.new()}}}}}}");
+  std::vector<std::string> names;
+  for (const auto& block : observer.Read()) names.push_back(block.name);
+  EXPECT_THAT(names, testing::UnorderedElementsAre("t.a.b.c.d.fb", testing::StartsWith("#")));
+}
+
 TEST_F(BlockObserverTest, KeepsNoBlockAlive) {
   BlockObserver observer(L());
   Run("fb = SEND_SMS.new() other = SEND_SMS.new()");

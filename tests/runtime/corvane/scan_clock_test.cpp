@@ -62,6 +62,18 @@ TEST(SystemScanClock, ManyHangupsDoNotEndTheProcess) {
   EXPECT_EQ(clock.WaitUntil(Never()), Wake::kStop);
 }
 
+TEST(SystemScanClockDeathTest, ASecondStopSignalHasItsOrdinaryEffect) {
+  for (const int signal : {SIGINT, SIGTERM}) {
+    const auto twice = [signal] {
+      std::signal(signal, SIG_DFL);
+      const SystemScanClock clock;
+      raise(signal);
+      raise(signal);
+    };
+    EXPECT_EXIT(twice(), testing::KilledBySignal(signal), "");
+  }
+}
+
 TEST(SystemScanClock, LeavesAHangupAloneWhenToldTo) {
   const auto before = std::signal(SIGHUP, SIG_IGN);
   {

@@ -145,6 +145,16 @@ TEST(AtAnswer, TheEchoOfATextWithItsCtrlZIsNotPartOfIt) {
   EXPECT_EQ(TextAfterPrompt(kText), "");
 }
 
+TEST(AtAnswer, AnEchoMayHaveOtherCapitalsAndLackOctets) {
+  for (const std::string echo :
+       {"0001000b915155101032f4000005e8329bfd06", "0001000B915155101032F4"}) {
+    const Outcome outcome = Answer(kText, echo + "\r\n+CMGS: 7\r\n\r\nOK\r\n", "+CMGS");
+    EXPECT_EQ(outcome.text, "+CMGS: 7\r\nOK\r\n");
+    EXPECT_TRUE(outcome.echoed) << echo;
+    EXPECT_THAT(outcome.foreign, ElementsAre()) << echo;
+  }
+}
+
 TEST(AtAnswer, AnEchoOfATextIsNotAPduOfAList) {
   EXPECT_EQ(Text(kList, kText + "\r\n\r\nOK\r\n"), "OK\r\n");
 }
@@ -325,6 +335,20 @@ TEST(AtAnswer, ALineWithoutEndFailsWithBoundedMemory) {
   EXPECT_EQ(outcome.octets, AtAnswer::kMaxLine + 1);
   EXPECT_EQ(Answer("AT+CMGF=0\r", megabytes.substr(0, 512)).text,
             megabytes.substr(0, 512) + "\r\n");
+}
+
+TEST(AtAnswer, APduInManyLinesFailsWithBoundedMemory) {
+  const ModemRequest list(kList);
+  AtAnswer answer(list, [](std::string_view, LineKind) {});
+  const auto feed = [&answer](const std::string& line) {
+    for (const char c : line + "\r\n") answer.Feed(c);
+    return answer.state();
+  };
+  feed("+CMGL: 1,0,,9999");
+  for (std::size_t size = 0; size < AtAnswer::kMaxLine; size += 512) {
+    EXPECT_EQ(feed(std::string(512, '0')), AtAnswer::State::kOpen) << size;
+  }
+  EXPECT_EQ(feed("0000000000"), AtAnswer::State::kTooLong);
 }
 
 TEST(AtAnswer, AListThatNeverEndsFailsWithBoundedMemory) {
