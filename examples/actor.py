@@ -1,5 +1,7 @@
 # SPDX-License-Identifier: MIT
 """The programs that play in a story: what they say is shown with their names, kept, and waited for."""
+import os
+import signal
 import subprocess
 import sys
 import threading
@@ -13,8 +15,13 @@ class StoryEnds(Exception):
 
 
 def show(text):
-    sys.stdout.write(text)
-    sys.stdout.flush()
+    """When nobody reads any more, the program ends as after SIGTERM, and cleans up."""
+    try:
+        sys.stdout.write(text)
+        sys.stdout.flush()
+    except BrokenPipeError:
+        sys.stdout = open(os.devnull, "w", encoding="utf-8")
+        os.kill(os.getpid(), signal.SIGTERM)
 
 
 class Actor:

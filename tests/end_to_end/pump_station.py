@@ -92,10 +92,10 @@ def without_numbers(line):
     return re.sub(r"\d+", "0", line)
 
 
-def tell(*options, command=corvane, folder=None):
+def tell(*options, command=corvane, folder=None, errors=subprocess.DEVNULL):
     """The story, as it is started by ./run; its processes are a group."""
     return subprocess.Popen([project + "/examples/pump_station.sh", *options], stdout=subprocess.PIPE,
-                            stderr=subprocess.DEVNULL, text=True, start_new_session=True,
+                            stderr=errors, text=True, start_new_session=True,
                             env={**os.environ, "CORVANE": command, "TMPDIR": folder})
 
 
@@ -132,6 +132,18 @@ def is_interrupted_at(moment, *options, status=130):
         os.killpg(story.pid, signal.SIGINT)
         assert (found := ended(story, folder)[0]) == status, found
     return output
+
+
+def ends_when_nobody_reads_it():
+    with tempfile.TemporaryDirectory() as folder:
+        story = tell(folder=folder, errors=subprocess.PIPE)
+        story.stdout.readline()
+        story.stdout.close()
+        assert (errors := story.stderr.read()) == "", errors
+        story.stderr.close()
+        assert story.wait(60) == 128 + signal.SIGTERM, story.returncode
+        await_end(story.pid)
+        assert os.listdir(folder) == [], os.listdir(folder)
 
 
 def goes_on_with_its_page():
@@ -247,6 +259,7 @@ except OSError:
 # They wait most of the time, so they do it together.
 with concurrent.futures.ThreadPoolExecutor(20) as pool:
     tests = [pool.submit(test) for test in (is_told_to_its_end, finds_what_is_missing, goes_on_with_its_page,
+                                            ends_when_nobody_reads_it,
                                             an_alarm_survives_kill_9, answers_have_a_limit)]
     tests += [pool.submit(is_interrupted_at, moment) for moment in moments]
     for test in tests:
