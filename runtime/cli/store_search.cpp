@@ -55,7 +55,7 @@ fs::path FindStore(const std::string& given) {
   if (!fs::exists(store, error)) {
     throw std::runtime_error(fmt::format("there is no store {}", store.string()));
   }
-  return store;
+  return fs::absolute(store);  // the store also needs its folder
 }
 
 }  // namespace corvane::cli

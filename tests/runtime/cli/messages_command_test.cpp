@@ -75,6 +75,13 @@ class MessagesCommand : public testing::Test {
   test_support::TemporaryFolder folder_;
 };
 
+TEST_F(MessagesCommand, FindsAStoreThatIsNamedWithoutItsFolder) {
+  MakeStore();
+  const auto result = In("--chdir=" + folder().string(), "--store messages.db");
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_THAT(result.out, HasSubstr("+491711234567"));
+}
+
 TEST_F(MessagesCommand, ListsStateAttemptsNextTryAndReason) {
   MakeStore();
   const auto result = Messages({});
