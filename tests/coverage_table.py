@@ -7,8 +7,27 @@ import json
 import os
 import sys
 
-# The percentage that must have run.
-TARGETS = {"addins/": {"line": 98.0, "branch": 90.0}, "libs/": {"line": 92.0}, "runtime/": {"line": 92.0}}
+# The percentage that must have run: of everything below a name that ends with a slash, and of single
+# folders, so that a large folder does not hide what a small one lacks.
+TARGETS = {
+    "addins/": {"line": 98.0, "branch": 90.0},
+    "addins/corvane_fb_lib": {"line": 98.0},
+    "addins/corvane_modbus": {"line": 95.0},
+    "addins/corvane_sms": {"line": 96.0},
+    "addins/corvane_standard": {"line": 96.0},
+    "libs/": {"line": 92.0},
+    "libs/base": {"line": 98.0},
+    "libs/gsm": {"line": 97.0},
+    "libs/mail": {"line": 98.0},
+    "libs/modbus": {"line": 98.0},
+    "runtime/": {"line": 92.0},
+    "runtime/bench/client": {"line": 88.0},
+    "runtime/bench/sampling": {"line": 95.0},
+    "runtime/corvane": {"line": 97.0},
+    "runtime/corvaneshare": {"line": 97.0},
+    "runtime/modem_driver": {"line": 96.0},
+    "runtime/modem_simulator": {"line": 94.0},
+}
 PLURALS = {"line": "lines", "branch": "branches"}
 
 
