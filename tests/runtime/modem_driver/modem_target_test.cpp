@@ -83,6 +83,10 @@ TEST(ModemTarget, InitMayHaveLostItsQuotesInTheShell) {
   EXPECT_EQ(target.baud, 9600U);
 }
 
+TEST(ModemTarget, AnEmptyParameterOfInitIsNotASetting) {
+  EXPECT_THAT(ParseModemTarget("1=/dev/ttyUSB0,init=AT+X=1,=2").init, ElementsAre("AT+X=1,=2"));
+}
+
 TEST(ModemTarget, AQuotedInitMayContainCommasAndBeFollowedBySettings) {
   const ModemTarget target =
       ParseModemTarget("1=/dev/ttyUSB0,init=\"AT+CNMI=2,0,baud=1\",baud=9600");
