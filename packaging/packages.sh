@@ -14,7 +14,7 @@ declare -A packages=(
     [test]="clang-format clang-tidy cppcheck groff-base shellcheck python3 python3-pymodbus
             python3-pyte python3-serial python3-serial-asyncio libgtest-dev libgmock-dev
             gammu gammu-smsd gnokii-cli libgammu-dev
-            exim4-daemon-light mpack mutt openssl procps prometheus python3-aiosmtpd spamassassin
+            exim4-daemon-light libfaketime mpack mutt openssl procps prometheus python3-aiosmtpd spamassassin
             swaks systemd
             chromium chromium-driver fonts-noto-color-emoji python3-selenium"
     [arm]="g++-aarch64-linux-gnu g++-arm-linux-gnueabihf qemu-user"

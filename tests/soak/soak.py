@@ -54,14 +54,12 @@ class Soak:
             self.corvane, "modem", "--link", folder + "/modem", "--store-size", "255",
             "--network-delay", "20ms", "--baud", "115200", "--seed", str(self.seed))
         self.modem.await_line("ready ")
-        # Otherwise the memory would grow until the sanitizer's store of freed blocks is full.
-        sanitizer = "quarantine_size_mb=1:thread_local_quarantine_size_kb=64"
         self.program = Process(
             self.corvane, "run", HERE + "/soak.lua", "--cycle", "0",
             "--modem", f"1={folder}/modem,patience={excuses.PATIENCE}s,poll=1ms",
             "--", folder, str(self.server.port), str(self.seed), preexec_fn=more_descriptors,
             env={**os.environ,
-                 "ASAN_OPTIONS": os.environ.get("ASAN_OPTIONS", "") + ":" + sanitizer})
+                 "ASAN_OPTIONS": os.environ.get("ASAN_OPTIONS", "") + ":" + excuses.SANITIZER})
 
     def note(self, kind, start, end, times=1):
         self.faults.append(excuses.Span(kind, start, end, times))
