@@ -55,6 +55,11 @@ void Outbox::Retry(const Request& request, const Now& now) {
   if (request.message.state == OutgoingState::kSent || entry != nullptr) {
     return Answer(request, false, "not tried again: it was sent");
   }
+  if (request.message.state == OutgoingState::kWaiting) {
+    // It waited when the request was read, and has ended since: perhaps it was sent.
+    return Answer(request, false,
+                  "not tried again: it has just ended; 'corvane messages' shows how");
+  }
   Entry again;
   again.row = request.message;
   const auto valid_for = again.row.expires - again.row.created;

@@ -87,7 +87,8 @@ void Outbox::SetDeadlines(Entry& entry, const Now& now) const {
   entry.clock_was_wrong = row.created >= kClockIsSet && !now.clock_is_set();
   entry.created = now.steady - Age(row.created, now);
   entry.expires = now.steady + (known ? std::min(row.expires - now.wall, valid_for) : valid_for);
-  const milliseconds wait = known ? row.next_try - now.wall : milliseconds(0);
+  const bool never_tried = row.attempts == 0 && row.error_id == 0;  // so only a clock makes it wait
+  const milliseconds wait = known && !never_tried ? row.next_try - now.wall : milliseconds(0);
   constexpr milliseconds kLongestWait = std::chrono::minutes(15);
   entry.next_try = now.steady + std::clamp(wait, milliseconds(0), kLongestWait);
 }

@@ -797,6 +797,14 @@ TEST_F(OutboxTest, AMessageFromAClockThatWasAheadIsNotKeptLongerThanItsValidity)
   EXPECT_EQ(Next(), "");
 }
 
+TEST_F(OutboxTest, AMessageThatWasNeverTriedGoesOutAtOnceAlthoughTheClockWasSetBack) {
+  Open();
+  Add({"a"});
+  now_.wall -= 10min;
+  Restart();
+  EXPECT_EQ(Next(), "a");
+}
+
 TEST_F(OutboxTest, AMessageThatExpiredBetweenTwoRunsIsEndedAtLoading) {
   Open();
   const auto job = Add({"a"}, false, "", 1h);
@@ -882,6 +890,18 @@ TEST_F(OutboxTest, ARetryOfAFailedMessageQueuesItAgain) {
   Send();
   outbox_.Apply(About(RequestKind::kRetry, job->id), now_);
   EXPECT_FALSE(answer_->done) << "what was sent is not sent again";
+}
+
+TEST_F(OutboxTest, ARetryThatWasAskedForWhileTheMessageWaitedDoesNotSendItTwice) {
+  Open();
+  const auto job = Add({"a"});
+  const Request request = About(RequestKind::kRetry, job->id);
+  ASSERT_EQ(request.message.state, OutgoingState::kWaiting);
+  Send();
+  outbox_.Apply(request, now_);
+  EXPECT_FALSE(answer_->done);
+  EXPECT_EQ(OnDisk(job->id).state, OutgoingState::kSent);
+  EXPECT_EQ(Next(), "");
 }
 
 TEST_F(OutboxTest, ARequestAboutAMessageThatIsGoneChangesNothing) {
