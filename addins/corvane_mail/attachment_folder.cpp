@@ -102,6 +102,11 @@ class FileOctets : public mail::Octets {
   off_t offset_ = 0;
 };
 
+/// Below the folder of attachments.
+std::string PlaceOf(const std::string& mail, std::size_t index) {
+  return fs::path(mail) / std::to_string(index + 1);
+}
+
 std::string NameOf(const std::string& path) {
   return corvane::Printable(fs::path(path).filename().string());
 }
@@ -147,12 +152,12 @@ AttachmentFolder::Taken AttachmentFolder::Take(const std::string& mail,
       }
       sources.push_back(std::move(source));
     }
-    if (keep == Keep::kInMemory) return {Remember(sources), ""};
+    if (keep == Keep::kInMemory) return {Remember(mail, sources), ""};
     try {
       return {Write(mail, sources), ""};
     } catch (const fs::filesystem_error&) {
       Remove(mail);
-      return {Remember(sources), ""};
+      return {Remember(mail, sources), ""};
     }
   } catch (const AttachmentProblem& problem) {
     if (keep == Keep::kOnDisk) Remove(mail);
@@ -167,7 +172,7 @@ std::vector<StoredAttachment> AttachmentFolder::Write(const std::string& mail,
   corvane::MakePrivateFolder(own);
   std::vector<StoredAttachment> stored;
   for (const Source& source : sources) {
-    const fs::path file = own / std::to_string(stored.size() + 1);
+    const fs::path file = folder_ / PlaceOf(mail, stored.size());
     const Descriptor copy(
         open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
     if (copy.get() < 0) FailToWrite(file, errno);
@@ -175,7 +180,7 @@ std::vector<StoredAttachment> AttachmentFolder::Write(const std::string& mail,
     if (fsync(copy.get()) != 0) FailToWrite(file, errno);
     stored.push_back({.name = NameOf(source.path),
                       .size = source.size,
-                      .file = fs::path(mail) / file.filename(),
+                      .file = PlaceOf(mail, stored.size()),
                       .memory = nullptr});
   }
   corvane::SyncFolder(own);
@@ -183,7 +188,23 @@ std::vector<StoredAttachment> AttachmentFolder::Write(const std::string& mail,
   return stored;
 }
 
-std::vector<StoredAttachment> AttachmentFolder::Remember(std::vector<Source>& sources) {
+bool AttachmentFolder::Save(const std::string& mail,
+                            const std::vector<StoredAttachment>& in_memory) const {
+  std::vector<Source> sources;
+  for (const StoredAttachment& one : in_memory) {
+    Descriptor copy(fcntl(one.memory->get(), F_DUPFD_CLOEXEC, 0));
+    sources.push_back({.path = one.name, .file = std::move(copy), .size = one.size});
+  }
+  try {
+    return Write(mail, sources).size() == in_memory.size();
+  } catch (const std::exception&) {  // the disk, or no descriptor is left
+    Remove(mail);
+    return false;
+  }
+}
+
+std::vector<StoredAttachment> AttachmentFolder::Remember(const std::string& mail,
+                                                         std::vector<Source>& sources) {
   std::uint64_t total = 0;
   for (const Source& source : sources) total += source.size;
   if (*in_memory_ + total > kMaxMemory) {
@@ -207,7 +228,7 @@ std::vector<StoredAttachment> AttachmentFolder::Remember(std::vector<Source>& so
     };
     stored.push_back({.name = NameOf(source.path),
                       .size = source.size,
-                      .file = "",
+                      .file = PlaceOf(mail, stored.size()),
                       .memory = {new Descriptor(std::move(copy)), forget}});
   }
   return stored;
@@ -230,7 +251,7 @@ std::unique_ptr<mail::Octets> AttachmentFolder::Open(const StoredAttachment& att
   return std::make_unique<FileOctets>(std::move(file));
 }
 
-void AttachmentFolder::Remove(const std::string& mail) noexcept {
+void AttachmentFolder::Remove(const std::string& mail) const noexcept {
   std::error_code ignored;
   if (!folder_.empty() && !mail.empty()) fs::remove_all(folder_ / mail, ignored);
 }

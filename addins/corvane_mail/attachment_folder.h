@@ -40,10 +40,14 @@ class AttachmentFolder {
   /// @param mail a name for the mail: letters and digits
   [[nodiscard]] Taken Take(const std::string& mail, const std::vector<std::string>& paths,
                            Keep keep = Keep::kOnDisk);
+  /// Writes attachments that are in memory, under the names that they have already.
+  /// @return whether the copies would survive a power cut
+  [[nodiscard]] bool Save(const std::string& mail,
+                          const std::vector<StoredAttachment>& in_memory) const;
   /// From the beginning; null: it is no longer there, or not as long as it was.
   [[nodiscard]] std::unique_ptr<mail::Octets> Open(const StoredAttachment& attachment) const;
   /// Removes the copies of a mail, if there are any.
-  void Remove(const std::string& mail) noexcept;
+  void Remove(const std::string& mail) const noexcept;
   /// Removes all copies but those of these mails.
   void RemoveOthers(const std::set<std::string>& mails) noexcept;
 
@@ -52,7 +56,8 @@ class AttachmentFolder {
 
   [[nodiscard]] std::vector<StoredAttachment> Write(const std::string& mail,
                                                     std::vector<Source>& sources) const;
-  [[nodiscard]] std::vector<StoredAttachment> Remember(std::vector<Source>& sources);
+  [[nodiscard]] std::vector<StoredAttachment> Remember(const std::string& mail,
+                                                       std::vector<Source>& sources);
 
   const std::filesystem::path folder_;
   std::shared_ptr<std::atomic<std::uint64_t>> in_memory_ =

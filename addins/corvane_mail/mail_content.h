@@ -20,7 +20,7 @@ namespace corvane_mail {
 struct StoredAttachment {
   std::string name;        ///< as the receiver sees it
   std::uint64_t size = 0;  ///< octets
-  std::string file;        ///< relative to the folder of attachments; empty: in memory only
+  std::string file;  ///< relative to the folder of attachments, also while it is only in memory
   std::shared_ptr<const corvane::Descriptor> memory;  ///< not kept in the store
 };
 

@@ -25,6 +25,10 @@ void MailDesk::Give(AttachmentsTaken taken) {
   Push(std::move(taken));
 }
 
+void MailDesk::Give(AttachmentsSaved saved) {
+  Push(saved);
+}
+
 void MailDesk::Push(MailCommand command) {
   const std::scoped_lock lock(mutex_);
   commands_.push_back(std::move(command));

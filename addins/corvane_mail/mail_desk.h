@@ -65,7 +65,13 @@ struct AttachmentsTaken {
   AttachmentFolder::Taken taken;
 };
 
-using MailCommand = std::variant<Submission, Credentials, AttachmentsTaken>;
+/// The attachments of a mail, which were in memory only, have been written, or not.
+struct AttachmentsSaved {
+  std::int64_t id = 0;  ///< the mail's
+  bool saved = false;
+};
+
+using MailCommand = std::variant<Submission, Credentials, AttachmentsTaken, AttachmentsSaved>;
 
 class MailDesk {
  public:
@@ -84,6 +90,7 @@ class MailDesk {
   // For the thread of files
 
   void Give(AttachmentsTaken taken);
+  void Give(AttachmentsSaved saved);
 
   // For the thread of mails
 

@@ -19,6 +19,7 @@ constexpr milliseconds kPauseIdle(5000);
 constexpr milliseconds kLongestWithdrawal(250);
 constexpr milliseconds kLongestEndOfStore(600);
 constexpr std::chrono::minutes kAccountPause(15);  // so that the provider does not lock it
+constexpr std::chrono::seconds kPauseOfSaving(2);
 constexpr std::size_t kMostConnections = 32;
 constexpr const char* kOnlyInMemory =
     "its attachments are in memory only, since the folder for their copies could not be written "
@@ -94,6 +95,7 @@ void MailWorker::Step() {
   if (store_.TakeBegunAgain()) outbox_.WriteAgain();
   outbox_.Tick(now);
   AssignFiles();
+  SaveFiles(now);
   BeginAttempts(now);
   WithdrawExpired(now);
   LogNews();
@@ -120,7 +122,7 @@ void MailWorker::TakeContent(const Now& now) {
   if (!content) return;
   for (const messages::Outgoing& row : content->waiting) {
     if (std::string folder = FolderOfRow(row); !folder.empty()) {
-      copies_[row.id] = {std::move(folder), {}};
+      copies_[row.id] = {.folder = std::move(folder), .in_memory = {}};
     }
   }
   outbox_.Load(std::move(content->waiting), std::move(content->keys), std::move(content->recent),
@@ -133,6 +135,8 @@ void MailWorker::TakeCommands(const Now& now) {
       Handle(*credentials, now);
     } else if (auto* const submission = std::get_if<Submission>(&command)) {
       Handle(std::move(*submission), now);
+    } else if (const auto* const saved = std::get_if<AttachmentsSaved>(&command)) {
+      Handle(*saved, now);
     } else {
       Handle(std::move(std::get<AttachmentsTaken>(command)), now);
     }
@@ -170,6 +174,15 @@ void MailWorker::Handle(AttachmentsTaken taken, const Now& /*now*/) {
   Queue(std::move(taken.submission), std::move(taken.taken.attachments));
 }
 
+void MailWorker::Handle(const AttachmentsSaved& saved, const Now& now) {
+  const auto place = copies_.find(saved.id);
+  if (place == copies_.end()) return;  // the mail has ended
+  place->second.next_save = now.steady + kPauseOfSaving;
+  if (!saved.saved) return;
+  place->second.in_memory.clear();
+  for (Live& live : live_) live.in_memory = live.in_memory && live.job->id != saved.id;
+}
+
 void MailWorker::Handle(const Credentials& credentials, const Now& now) {
   const auto [place, is_new] = credentials_.try_emplace(credentials.route, credentials);
   if (is_new) return;
@@ -200,7 +213,7 @@ void MailWorker::Queue(Submission submission, std::vector<StoredAttachment> atta
   const bool has_attachments = !order.content.attachments.empty();
   const bool in_memory = has_attachments && order.content.attachments.front().memory != nullptr;
   if (has_attachments) {
-    Files files{FolderOf(order.content.message.message_id), {}};
+    Files files{.folder = FolderOf(order.content.message.message_id), .in_memory = {}};
     if (in_memory) files.in_memory = std::move(order.content.attachments);
     undecided_.push_back({progress, std::move(files)});
   }
@@ -418,6 +431,18 @@ void MailWorker::AssignFiles() {
     }
     return true;
   });
+}
+
+void MailWorker::SaveFiles(const Now& now) {
+  if (!store_.loaded() || !store_.problem().empty()) return;
+  for (auto& [id, files] : copies_) {
+    if (files.in_memory.empty() || now.steady < files.next_save) continue;
+    files.next_save = messages::SteadyTime::max();  // until it is known what became of this
+    files_.Post([desk = desk_, folder = attachments_, id = id, name = files.folder,
+                 in_memory = files.in_memory] {
+      desk->Give(AttachmentsSaved{id, folder->Save(name, in_memory)});
+    });
+  }
 }
 
 void MailWorker::NoteFilesOfEnded() {

@@ -59,6 +59,7 @@ class MailWorker {
   struct Files {
     std::string folder;
     std::vector<StoredAttachment> in_memory;  // if the folder could not be written
+    messages::SteadyTime next_save{};         // when to try that again
   };
   /// A job that may turn out to be a duplicate of another one.
   struct Undecided {
@@ -75,6 +76,7 @@ class MailWorker {
   void TakeAttachments();
   void Handle(const Credentials& credentials, const Now& now);
   void Handle(AttachmentsTaken taken, const Now& now);
+  void Handle(const AttachmentsSaved& saved, const Now& now);
   void Queue(Submission submission, std::vector<StoredAttachment> attachments);
   void Reject(const Submission& submission, ErrorId error, std::string text);
 
@@ -99,6 +101,8 @@ class MailWorker {
   [[nodiscard]] MailState StateOf(const Live& live) const;
   void LogNews();
   void AssignFiles();
+  /// Has attachments that are in memory written, now that the disk may take them.
+  void SaveFiles(const Now& now);
   void NoteFilesOfEnded();
   void RemoveFilesOfEnded();
   void RemoveOrphans();

@@ -262,10 +262,23 @@ TEST_F(AttachmentsInMemory, AreWholeAlthoughTheirFilesAreGone) {
   const auto stored = Take({path, files_.Write("empty", "")});
   fs::remove(path);
   EXPECT_NE(stored[0].memory, nullptr);
-  EXPECT_EQ(stored[0].file, "");
+  EXPECT_EQ(stored[0].file, "mail1/1") << "where it belongs once the disk takes it";
   EXPECT_EQ(ContentOf(folder_, stored[0]), "all of it");
   EXPECT_EQ(ContentOf(folder_, stored[0]), "all of it") << "each time from the start";
   EXPECT_EQ(ContentOf(folder_, stored[1]), "");
+}
+
+TEST_F(AttachmentsInMemory, AreSavedOnceTheFolderCanBeWritten) {
+  const auto stored = Take({files_.Write("report.csv", "all of it"), files_.Write("b", "more")});
+  EXPECT_FALSE(folder_.Save("mail1", stored));
+  fs::remove(state_.path() / "attachments");
+  ASSERT_TRUE(folder_.Save("mail1", stored));
+  const AttachmentFolder next_run(state_.path());
+  for (StoredAttachment one : stored) {
+    const std::string content = ContentOf(folder_, one);
+    one.memory = nullptr;  // as the store has it
+    EXPECT_EQ(ContentOf(next_run, one), content);
+  }
 }
 
 TEST_F(AttachmentsInMemory, ShrinkingOnesAreRefusedAllTheSame) {

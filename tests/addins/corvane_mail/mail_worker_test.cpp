@@ -588,6 +588,27 @@ TEST_F(Worker, IsNotStoredWhileItsAttachmentIsInMemoryOnly) {
   EXPECT_THAT(server.heard(), HasSubstr("report.csv"));
 }
 
+TEST_F(Worker, SavesAnAttachmentFromMemoryAsSoonAsTheDiskTakesIt) {
+  const ScriptedSmtpServer server(TakeAll);
+  MailOrder order = OrderOfUser(server.port());
+  const test_support::TemporaryFolder files;
+  order.attachments = {files.Write("report.csv", "x")};
+  const std::string obstacle = folder_.Write("attachments", "not a folder");
+  {
+    RunningWorker worker(folder_.path());
+    const auto ticket = Submit(worker, order);
+    ASSERT_TRUE(WaitFor([&] { return worker.StateOf(ticket).progress.id == ErrorId::kStore; }));
+    fs::remove(obstacle);
+    ASSERT_TRUE(worker.WaitForStored(ticket));
+  }
+  RunningWorker worker(folder_.path());
+  Bring(worker, order, "pw");
+  ASSERT_TRUE(WaitForRow([](const messages::Outgoing& row) {
+    return row.state == messages::OutgoingState::kSent;
+  })) << "the next run has the attachment";
+  EXPECT_THAT(server.heard(), HasSubstr("report.csv"));
+}
+
 TEST_F(Worker, ASecondProgramLeavesTheCopiesOfTheFirstAloneAndWritesNone) {
   MailOrder order = OrderOfUser(25);
   const test_support::TemporaryFolder files;
