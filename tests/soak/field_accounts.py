@@ -74,8 +74,9 @@ class Delivery:
     refused: bool = False  # the peer has said that it never takes it
 
     def touches(self, spans):
+        """How many of them can have lost or doubled it."""
         times = self.order.times + self.arrivals
-        return any(span.start <= time <= span.end for span in spans for time in times)
+        return sum(any(span.start <= time <= span.end for time in times) for span in spans)
 
 
 def check_delivery(delivery, lawless):
