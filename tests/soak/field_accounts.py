@@ -76,7 +76,7 @@ class Delivery:
     def touches(self, spans):
         """How many of them can have lost or doubled it."""
         times = self.order.times + self.arrivals
-        return sum(any(span.start <= time <= span.end for time in times) for span in spans)
+        return sum(span.start <= max(times) and min(times) <= span.end for span in spans) if times else 0
 
 
 def check_delivery(delivery, lawless):
@@ -188,7 +188,7 @@ def check_mails(orders, rows, attempts, faults, kills):
             # A row that has failed for one recipient only has been sent to the other.
             complaints += check_delivery(partly_refused(delivery, tried), lawless_spans(faults))
             delivered += len(delivery.arrivals)
-        complaints += check_unknown_ends(mail, rows.get(mail, []), by_mail[mail], kills)
+        complaints += check_unknown_ends(mail, rows.get(mail, []), by_mail[mail], kills, lawless_spans(faults))
     complaints += [f"the mail {mail}, which nobody ordered" for mail in (by_mail.keys() | rows.keys()) - known.keys()]
     return complaints, {"mails ordered": len(known), "mails delivered": delivered,
                         "mails that were refused for good": sum(any(a.refused for a in tried) for tried in by_mail.values()),
@@ -205,10 +205,11 @@ def partly_refused(delivery, tried):
     return dataclasses.replace(delivery, rows=[Row(SENT, row.unknown_ends)])
 
 
-def check_unknown_ends(mail, rows, tried, kills):
+def check_unknown_ends(mail, rows, tried, kills, lawless):
     """The store may call an end unknown only if the reply to the final dot can have been lost."""
     lost = sum(attempt.fault[1] in ("text", "middle") and attempt.fault[0] in ("close", "hang")
-               or any(attempt.start - 1 <= kill <= attempt.end + 1 for kill in kills) for attempt in tried)
+               or any(attempt.start - 1 <= kill <= attempt.end + 1 for kill in kills)
+               or any(span.start - 1 <= attempt.end and attempt.start <= span.end for span in lawless) for attempt in tried)
     return [f"the mail {mail}: {row.unknown_ends} unknown ends, but {lost} lost replies"
             for row in rows if row.unknown_ends > lost]
 
