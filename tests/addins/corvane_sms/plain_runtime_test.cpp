@@ -2,10 +2,12 @@
 // The blocks in a runtime with the contract alone: no announcements, no list of ports, no way to
 // withdraw from the driver, no state folder.
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <map>
 #include <string>
@@ -30,6 +32,15 @@ extern "C" {
 std::chrono::steady_clock::time_point __real__ZNSt6chrono3_V212steady_clock3nowEv();
 std::chrono::steady_clock::time_point __wrap__ZNSt6chrono3_V212steady_clock3nowEv() {
   return __real__ZNSt6chrono3_V212steady_clock3nowEv() + std::chrono::seconds(clock_is_ahead);
+}
+// The system waits by its own clock, which is not ahead.
+int __real_pthread_cond_clockwait(pthread_cond_t* changed, pthread_mutex_t* mutex, clockid_t clock,
+                                  const timespec* until);
+int __wrap_pthread_cond_clockwait(pthread_cond_t* changed, pthread_mutex_t* mutex, clockid_t clock,
+                                  const timespec* until) {
+  timespec of_system = *until;
+  if (clock == CLOCK_MONOTONIC) of_system.tv_sec -= clock_is_ahead;
+  return __real_pthread_cond_clockwait(changed, mutex, clock, &of_system);
 }
 // NOLINTEND
 }
