@@ -153,6 +153,7 @@ class Outbox {
   struct Loading {
     std::deque<Outgoing> rows;
     std::deque<SentKey> keys;
+    std::int64_t last = 0;  ///< number of the last row
   };
 
   static RouteQueue::Message Queued(const Outgoing& row);

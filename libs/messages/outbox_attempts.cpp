@@ -198,9 +198,9 @@ void Outbox::ReleaseRoute(const std::string& route, const Now& now) {
   const std::set<std::int64_t> ids = std::move(kept->second);
   kept_.erase(kept);
   for (const std::int64_t id : ids) {
-    if (Entry* const entry = FindEntry(id); entry != nullptr && !entry->in_attempt) {
-      Delay(*entry, now.steady, now);
-    }
+    Entry* const entry = FindEntry(id);
+    const bool waits = entry != nullptr && entry->row.state == OutgoingState::kWaiting;
+    if (waits && !entry->in_attempt) Delay(*entry, now.steady, now);
   }
 }
 

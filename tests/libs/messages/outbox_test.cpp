@@ -151,6 +151,41 @@ TEST_F(OutboxTest, ANumberThatTheStoreHasTwiceIsOneMessage) {
   EXPECT_EQ(outbox_.Waiting("1"), 0U);
 }
 
+TEST_F(OutboxTest, ANumberThatTheStoreHasTwiceHasEndedOnce) {
+  Outgoing row;
+  row.id = row.job = 1;
+  row.channel = "sms";
+  row.route = "1";
+  row.receiver = "a";
+  row.created = kNoon;
+  row.expires = kNoon + 1h;
+  Outgoing again = row;
+  row.in_transfer = true;  // for the second time: it ends
+  row.unknown_ends = 1;
+  outbox_.Load({row, again}, {}, {}, std::nullopt, now_);
+  outbox_.Tick(now_);
+  EXPECT_EQ(Next(), "") << "what has ended is not sent again";
+}
+
+TEST_F(OutboxTest, WhatHasEndedAndAwaitsAReportIsNotSentAgainWhenItsRouteWorks) {
+  Outgoing row;
+  row.id = row.job = 1;
+  row.channel = "sms";
+  row.route = "1";
+  row.receiver = "a";
+  row.created = kNoon;
+  row.expires = kNoon + 1h;
+  Outgoing ends = row;
+  ends.id = ends.job = 2;
+  ends.error_id = 30;  // it was kept since its account did not work
+  ends.in_transfer = ends.report_awaited = true;
+  ends.unknown_ends = 1;
+  outbox_.Load({row, ends}, {}, {}, std::nullopt, now_);
+  outbox_.Tick(now_);
+  Send();
+  EXPECT_EQ(Next(), "");
+}
+
 TEST_F(OutboxTest, UrgentMessagesGoFirstAndOthersInTheirOrder) {
   Open();
   Add({"a", "b"});
