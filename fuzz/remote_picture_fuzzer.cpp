@@ -27,14 +27,18 @@ class Secrets {
   void Hide(json& message) {
     if (message.value("type", json()) != "variables") return;
     for (const json& node : message.at("add")) {
-      secret_[node.at("id").get<int>()] = node.contains("secret") && node.at("secret") == true;
+      secret_[Id(node.at("id"))] = node.contains("secret") && node.at("secret") == true;
     }
     for (json& pair : message.at("set")) {
-      if (secret_[pair.at(0).get<int>()]) pair.at(1) = kSecret;
+      if (secret_[Id(pair.at(0))]) pair.at(1) = kSecret;
     }
   }
 
  private:
+  static int Id(const json& number) {
+    return static_cast<int>(number.get_ref<const json::number_integer_t&>());
+  }
+
   std::map<int, bool> secret_;
 };
 
