@@ -159,8 +159,10 @@ class Program {
 
  private:
   void Run(std::size_t rows, Content content) {
+    std::set<std::int64_t> known;  // without keys a table may have a number twice: the first counts
     for (const Outgoing& row : content.waiting) {
-      if (row.channel == "sms" && row.state == OutgoingState::kWaiting) waiting_.insert(row.id);
+      if (row.channel != "sms" || !known.insert(row.id).second) continue;
+      if (row.state == OutgoingState::kWaiting) waiting_.insert(row.id);
     }
     inbox_.Load(std::move(content.inbox), std::move(content.parts), std::move(content.held));
     outbox_.Load(std::move(content.waiting), std::move(content.keys), std::move(content.recent),
