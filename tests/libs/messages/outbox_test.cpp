@@ -134,7 +134,8 @@ TEST_F(OutboxTest, AJobEndsWhenEveryReceiverHasTheMessage) {
   EXPECT_EQ(outbox_.Find(job->id), nullptr) << "what has ended takes memory";
 }
 
-TEST_F(OutboxTest, ANumberThatTheStoreHasTwiceIsOneMessage) {
+/// A message as a store may have it.
+Outgoing StoredWaitingRow() {
   Outgoing row;
   row.id = row.job = 1;
   row.channel = "sms";
@@ -142,6 +143,11 @@ TEST_F(OutboxTest, ANumberThatTheStoreHasTwiceIsOneMessage) {
   row.receiver = "a";
   row.created = kNoon;
   row.expires = kNoon + 1h;
+  return row;
+}
+
+TEST_F(OutboxTest, ANumberThatTheStoreHasTwiceIsOneMessage) {
+  const Outgoing row = StoredWaitingRow();
   Outgoing again = row;
   again.urgent = true;
   outbox_.Load({row, again}, {}, {}, std::nullopt, now_);
@@ -152,13 +158,7 @@ TEST_F(OutboxTest, ANumberThatTheStoreHasTwiceIsOneMessage) {
 }
 
 TEST_F(OutboxTest, ANumberThatTheStoreHasTwiceHasEndedOnce) {
-  Outgoing row;
-  row.id = row.job = 1;
-  row.channel = "sms";
-  row.route = "1";
-  row.receiver = "a";
-  row.created = kNoon;
-  row.expires = kNoon + 1h;
+  Outgoing row = StoredWaitingRow();
   Outgoing again = row;
   row.in_transfer = true;  // for the second time: it ends
   row.unknown_ends = 1;
@@ -168,13 +168,7 @@ TEST_F(OutboxTest, ANumberThatTheStoreHasTwiceHasEndedOnce) {
 }
 
 TEST_F(OutboxTest, WhatHasEndedAndAwaitsAReportIsNotSentAgainWhenItsRouteWorks) {
-  Outgoing row;
-  row.id = row.job = 1;
-  row.channel = "sms";
-  row.route = "1";
-  row.receiver = "a";
-  row.created = kNoon;
-  row.expires = kNoon + 1h;
+  const Outgoing row = StoredWaitingRow();
   Outgoing ends = row;
   ends.id = ends.job = 2;
   ends.error_id = 30;  // it was kept since its account did not work
