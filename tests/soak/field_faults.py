@@ -28,7 +28,7 @@ class Watcher(faults.Troublemaker):
         try:
             with WebSocket(self.soak.folder + "/sockets/field_soak.sock") as bench:
                 bench.send(type="subscribe", topics=["variables", "cycle", "modem", "messages", "log"])
-                reads = self.random.random() < 0.7
+                reads = not self.count or self.random.random() < 0.7
                 while time.monotonic() < end and not self.stopping.wait(0 if reads else 0.5):
                     self.count += reads and bench.receive() is not None
         except (Closed, OSError):
