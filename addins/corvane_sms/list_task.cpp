@@ -290,6 +290,7 @@ void ListTask::TakeEntry(const ListedPdu& entry, const Now& now) {
   if (!inbox_.IsHeld(route_, place)) {
     stuck_.erase(entry.index);
     deleted_.erase(entry.index);
+    cleared_.erase(entry.index);  // its announcement may be late, and is not of another one
     if (is_report) {
       hooks_.on_report(incoming.report, now);
       inbox_.Hold(route_, place);

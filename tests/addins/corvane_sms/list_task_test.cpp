@@ -270,6 +270,19 @@ TEST_F(ListTaskTest, TakesTheSameTextAgainWhenItIsAnnouncedDuringTheDeletion) {
   EXPECT_THAT(store_, IsEmpty());
 }
 
+TEST_F(ListTaskTest, DoesNotTakeAgainWhatIsAnnouncedOnlyAfterItWasListed) {
+  store_ = {{1, {PduOf("before")}}};
+  Run();
+  prompt_disk_ = false;  // so that it is still there when it is announced
+  store_ = {{1, {PduOf("tick")}}};
+  Pass(seconds(30));
+  task_.OnLine("+CMTI: \"SM\",1", {}, now_);
+  Run();
+  prompt_disk_ = true;
+  Pass(seconds(30));
+  EXPECT_THAT(All(), ElementsAre("before", "tick"));
+}
+
 TEST_F(ListTaskTest, DoesNotTakeAgainWhatIsAnnouncedWhereNothingWasCleared) {
   store_ = {{1, {PduOf("stuck")}}};
   delete_answer_ = "ERROR\r\n";
