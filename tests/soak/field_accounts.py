@@ -16,7 +16,8 @@ WAITING, SENT, FAILED, EXPIRED = range(4)  # states in the store
 ATTACHMENT, REFUSED_MAIL, REFUSED_RECIPIENT, UNKNOWN_END = 15, 34, 30, 23
 RETAIN_LAG = 5  # seconds that retained values may be old: one that is allowed, and a busy machine's
 COUNT_EVERY = 20  # cycles, as in field_soak.lua
-KILL, FULL, FULL_AND_KILLED = "killed", "disk full", "killed while the disk was full"
+MAILS = ("plain", "login", "tls")  # the blocks for mails
+FULL, FULL_AND_KILLED = "disk full", "killed while the disk was full"
 
 
 @dataclasses.dataclass
@@ -52,6 +53,11 @@ def orders_of(program):
             else:
                 setattr(order, match[1], True)
     return orders
+
+
+def is_durable(name):
+    """Whether this block keeps what it is given."""
+    return name in MAILS or name.startswith("sms")
 
 
 def has_key(number):
@@ -175,7 +181,7 @@ def check_mails(orders, rows, attempts, faults, kills):
         by_mail[attempt.mail].append(attempt)
     known = {}
     for name, numbers in orders.items():
-        if name in ("plain", "login", "tls"):
+        if name in MAILS:
             known |= {f"{name}-{number}": (number, order) for number, order in numbers.items()}
     delivered = 0
     for mail, (number, order) in known.items():
@@ -198,7 +204,7 @@ def check_mails(orders, rows, attempts, faults, kills):
 def partly_refused(delivery, tried):
     """A mail that failed for one of its recipients has been sent to the other."""
     [row] = delivery.rows if len(delivery.rows) == 1 else [Row(WAITING, 0)]
-    if row.state != FAILED or row.error_id != REFUSED_RECIPIENT or delivery.refused:
+    if row.state != FAILED or row.error_id not in (REFUSED_MAIL, REFUSED_RECIPIENT) or delivery.refused:
         return delivery
     if not any(attempt.refused for attempt in tried):
         return delivery

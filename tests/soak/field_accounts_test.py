@@ -135,6 +135,12 @@ class Mails(unittest.TestCase):
         self.assertRegex(mails(program, rows, [nobody])[0], "op-tls-6 arrived 0 times")
         self.assertRegex(mails(MAIL, {"tls-1": (books.FAILED, 0, 34)}, [])[0], "state 2")
 
+    def test_a_mail_that_is_refused_for_the_second_recipient_has_reached_the_first(self):
+        program, rows = ["order tls 6", "stored tls 6"], {"tls-6": (books.FAILED, 0, 34)}
+        refused = attempt("tls-6", ("never", "text"), refused=("chief-",), recipients=(), start=3.0)
+        self.assertEqual(mails(program, rows, [attempt("tls-6"), refused]), [])
+        self.assertRegex(mails(program, rows, [refused])[0], "op-tls-6 arrived 0 times")
+
     def test_an_attachment_may_be_lost_only_if_the_block_said_so(self):
         rows = {"tls-1": (books.FAILED, 0, 15)}
         self.assertEqual(mails(["order tls 1", "unstored tls 1 the disk is full"], rows, []), [])

@@ -1,7 +1,6 @@
 # SPDX-License-Identifier: MIT
 """What goes wrong around a program that is killed and restarted (field_soak.py), in addition to faults.py."""
 import os
-import re
 import signal
 import sys
 import time
@@ -95,7 +94,7 @@ class FullDisk(faults.Troublemaker):
             if killed:
                 self.soak.start()
             else:
-                await_state("the store to have caught up", self.has_caught_up)
+                self.catch_up()
             self.note(field_accounts.FULL_AND_KILLED if killed else field_accounts.FULL, start, time.monotonic())
 
     def filling(self):
@@ -110,17 +109,13 @@ class FullDisk(faults.Troublemaker):
                 except OSError:
                     pass  # there is no room for so much
 
-    def has_caught_up(self):
-        """Whether nothing of this run is only in memory."""
+    def catch_up(self):
+        """Waits until nothing of this run is only in memory."""
+        await_state("the orders to be stored", self.all_are_settled)
+        # The answer to a request reaches the disk after all that was written before.
+        self.soak.limit()
+
+    def all_are_settled(self):
         orders = field_accounts.orders_of(self.soak.program.output)
-        unstored = {(name, number) for name, numbers in orders.items() for number, order in numbers.items()
-                    if order.unstored and not order.stored}
-        if not unstored:
-            return True
-        rows = self.soak.store("SELECT channel, receiver, content, state FROM outgoing")
-        known = {receiver.lstrip("+")[4:]: state for channel, receiver, content, state in rows if channel == "sms"}
-        known |= {re.search(r"order (\w+-\d+)", content)[1]: state
-                  for channel, receiver, content, state in rows if channel != "sms"}
-        names = {f"{name[3:]}{number:06d}" if name.startswith("sms") else f"{name}-{number}": orders[name][number]
-                 for name, number in unstored}
-        return all(name in known and (not order.ends or known[name]) for name, order in names.items())
+        return all(order.settled for name, numbers in orders.items() if field_accounts.is_durable(name)
+                   for order in numbers.values())

@@ -87,7 +87,7 @@ class FieldSoak:
         orders = field_accounts.orders_of(self.output)
         for name, numbers in orders.items():
             lines.append(f"{name} next {max(numbers) + 1}\n")
-            if name in MAILS or name.startswith("sms"):
+            if field_accounts.is_durable(name):
                 lines += [f"{name} again {number}\n" for number in field_accounts.open_orders(numbers)]
         with open(self.folder + "/resume", "w", encoding="ascii") as file:
             file.writelines(lines)
@@ -260,7 +260,7 @@ class FieldSoak:
         events = self.everything()
         orders = field_accounts.orders_of(events)
         left = [f"order {name} {number}" for name, numbers in orders.items() for number in
-                (field_accounts.open_orders(numbers) if name in MAILS or name.startswith("sms") else [])]
+                (field_accounts.open_orders(numbers) if field_accounts.is_durable(name) else [])]
         left += [f"row {row}" for row in self.store("SELECT id, attempts, reason FROM outgoing WHERE state = 0")]
         got = {match[1] for event in events if (match := re.match(r"got \d+ \d+ \S+ (.*)$", event.line))}
         return left + [f"to be offered: {text}" for text in self.given if text not in got]
@@ -319,9 +319,6 @@ class FieldSoak:
             file.writelines(f"{kill:.3f} killed\n" for kill in self.kills)
         with open(self.folder + "/attempts", "w", encoding="utf-8") as file:
             file.writelines(f"{attempt}\n" for attempt in self.mail.attempts + self.tls.attempts)
-
-
-MAILS = ("plain", "login", "tls")
 
 
 def die_with_parent():
