@@ -132,7 +132,7 @@ def check_sms(orders, rows, modem, faults, kills):
             if match[2] != text_of(match[1]):
                 complaints.append(f"another text: {event.line}")
         elif match := re.match(r"part (\d+) of (\d+) to \+(\d+)$", event.line):
-            parts[match[3]].append(int(match[1]))
+            parts[match[3]].append((int(match[1]), event.time))
     deliveries = {}
     for name, numbers in orders.items():
         for number, order in numbers.items():
@@ -149,13 +149,20 @@ def check_sms(orders, rows, modem, faults, kills):
     if unknown > explained:
         complaints.append(f"{unknown} unknown ends of messages, but at most {explained} that anything explains")
     for receiver, found in parts.items():
-        [row, *_] = rows.get(receiver) or [Row(SENT, 2)]
-        most = 1 + row.unknown_ends + (receiver in deliveries and deliveries[receiver].touches(lawless_spans(faults)))
-        complaints += [f"part {part} to +{receiver} went out {times} times, not at most {most}"
-                       for part, times in collections.Counter(found).items() if times > most]
+        if receiver in deliveries:
+            complaints += check_parts(deliveries[receiver], found, lawless_spans(faults))
     return complaints, {"messages ordered": len(deliveries), "messages sent": sum(map(len, arrivals.values())),
                         "messages whose end was unknown": unknown,
                         "messages sent again": sum(len(times) > 1 for times in arrivals.values())}
+
+
+def check_parts(delivery, parts, lawless):
+    """parts: [(number, time)] of a message that consists of several."""
+    [row, *_] = delivery.rows or [Row(SENT, 2)]
+    delivery = dataclasses.replace(delivery, arrivals=[time for _, time in parts])
+    most = 1 + row.unknown_ends + delivery.touches(lawless)
+    return [f"part {part} of {delivery.what} went out {times} times, not at most {most}"
+            for part, times in collections.Counter(part for part, _ in parts).items() if times > most]
 
 
 def receivers_of(digit, number):

@@ -78,7 +78,11 @@ class Messages(unittest.TestCase):
                 f"sent to +{three} in 2 parts: {books.text_of(three)}"]
         program = ["order sms1 3", "stored sms1 3"]
         self.assertEqual(sms(program, {three: (books.SENT, 0)}, once), [])
-        self.assertRegex(sms(program, {three: (books.SENT, 0)}, once[:1] + once)[0], "part 1 .* went out 2 times")
+        twice = once[:1] + once
+        self.assertRegex(sms(program, {three: (books.SENT, 0)}, twice)[0], "part 1 .* went out 2 times")
+        late = once + [""] * 9 + once[:1]
+        self.assertRegex(sms(program, {three: (books.SENT, 0)}, late)[0], "part 1 .* went out 2 times")
+        self.assertEqual(sms(program, {three: (books.SENT, 0)}, late, [Span(books.FULL_AND_KILLED, 11, 13)]), [])
 
     def test_what_waits_or_fails_without_a_cause_is_noticed(self):
         for row in (books.WAITING, 0), (books.EXPIRED, 0, 20), (books.FAILED, 0, 21), (books.FAILED, 1, 23):
