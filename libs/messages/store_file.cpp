@@ -147,18 +147,24 @@ void StoreFile::Make(const fs::path& file, const std::string& vfs) {
   database.exec("PRAGMA journal_mode=WAL");
 }
 
-StoreFile::StoreFile(const fs::path& file, const std::string& vfs)
+StoreFile::StoreFile(const fs::path& file, const std::string& vfs, Sharing sharing)
     : file_(file),
       identity_(IdentityOf(file)),
       database_(FollowedFolder(file), kFlags, kBusyMilliseconds, vfs) {
   Distrust(database_);
+  // The index of the log is then in this process, and not in a file of its own.
+  if (sharing == Sharing::kAlone) database_.exec("PRAGMA locking_mode=EXCLUSIVE");
   database_.exec("PRAGMA synchronous=FULL; PRAGMA cache_size=-1024; PRAGMA temp_store=MEMORY");
   version_ = VersionOf(database_);
 }
 
-void StoreFile::Prepare() {
+void StoreFile::Check() {
   const std::string verdict = database_.execAndGet("PRAGMA quick_check(1)").getString();
   if (verdict != "ok") throw StoreDamaged(verdict);
+}
+
+void StoreFile::Prepare() {
+  Check();
   if (version_ < kSchemaVersion) Migrate(database_);
   version_ = kSchemaVersion;
   CheckTables(database_);

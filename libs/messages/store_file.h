@@ -24,12 +24,20 @@ class StoreFile {
  public:
   /// Makes the tables in an empty file.
   static void Make(const std::filesystem::path& file, const std::string& vfs);
+  /// How others can use the file meanwhile.
+  enum class Sharing : std::uint8_t {
+    kShared,
+    kAlone,  ///< not at all; SQLite then needs no room on the disk to read it
+  };
   /// Opens a file that exists. @throws StoreError as VersionOf does
-  StoreFile(const std::filesystem::path& file, const std::string& vfs);
+  StoreFile(const std::filesystem::path& file, const std::string& vfs,
+            Sharing sharing = Sharing::kShared);
 
   /// Version of the tables, at most kSchemaVersion.
   [[nodiscard]] int version() const { return version_; }
-  /// Looks for damage, and brings the tables to kSchemaVersion. For the writer, once, at the start.
+  /// Looks for damage. @throws StoreDamaged
+  void Check();
+  /// Checks it, and brings the tables to kSchemaVersion. For the writer, once, at the start.
   /// @throws StoreDamaged
   void Prepare();
   /// Merges the log into the file when that is closed. Without it, closing changes nothing on the

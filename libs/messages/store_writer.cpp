@@ -9,7 +9,7 @@
 
 #include "libs/base/private_folder.h"
 #include "libs/messages/store_error.h"
-#include "libs/messages/store_opening.h"
+#include "libs/messages/store_schema.h"
 
 namespace messages {
 namespace {
@@ -70,7 +70,7 @@ void StoreWriter::Attempt() {
     if (file_ != nullptr) CheckPlace();
     if (file_ == nullptr) Open();
     WritePending();
-    if (IsContentWanted()) LoadContent();
+    if (IsContentWanted()) LoadContent(*file_);
     if (Clock::now() >= next_poll_) PollRequests();
     if (Clock::now() >= next_clean_up_) CleanUp();
     SetProblem({});
@@ -108,8 +108,7 @@ void StoreWriter::Open() {
   }
   corvane::MakePrivateFolder(folder);
   if (!lock_.has_value()) lock_.emplace(shared_->file);
-  OpenedStore opened =
-      OpenStore(shared_->file, shared_->options.vfs, shared_->options.now(), damage_);
+  OpenedStore opened = OpenFile();
   {
     const std::scoped_lock lock(shared_->mutex);
     std::ranges::move(opened.notices, std::back_inserter(shared_->notices));
@@ -119,14 +118,34 @@ void StoreWriter::Open() {
   data_version_ = -1;
   if (opened.is_new) last_request_ = 0;
   if (IsLoaded() && opened.is_new) ++shared_->times_begun_again;
-  if (!IsLoaded()) LoadContent();
+  if (!IsLoaded()) LoadContent(*file_);
 }
 
-void StoreWriter::LoadContent() {
-  Content content = file_->Load(shared_->options.now());
+OpenedStore StoreWriter::OpenFile() {
+  try {
+    return OpenStore(shared_->file, shared_->options.vfs, shared_->options.now(), damage_);
+  } catch (const std::exception&) {
+    if (!IsLoaded()) LoadWhatCanBeRead();
+    throw;
+  }
+}
+
+void StoreWriter::LoadWhatCanBeRead() {
+  try {
+    StoreFile file(shared_->file, shared_->options.vfs, StoreFile::Sharing::kAlone);
+    if (file.version() != kSchemaVersion) return;
+    file.Check();
+    LoadContent(file);
+  } catch (const std::exception&) {
+    return;  // the failure before this one is reported
+  }
+}
+
+void StoreWriter::LoadContent(StoreFile& file) {
+  Content content = file.Load(shared_->options.now());
   const auto limit_per_hour = content.limit_per_hour;
   if (!IsLoaded()) {
-    const std::int64_t first = file_->FirstFreeNumber();
+    const std::int64_t first = file.FirstFreeNumber();
     SetProblem({});  // who gets the content must not see the problem of an earlier attempt
     auto parts = DivideByChannel(std::move(content));
     const std::scoped_lock lock(shared_->mutex);

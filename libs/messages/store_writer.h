@@ -13,6 +13,7 @@
 #include "libs/messages/store.h"
 #include "libs/messages/store_file.h"
 #include "libs/messages/store_lock.h"
+#include "libs/messages/store_opening.h"
 #include "libs/messages/store_shared.h"
 
 namespace messages {
@@ -36,7 +37,11 @@ class StoreWriter {
   void Attempt();
   void NoteFailure(const std::exception& error);
   void Open();
-  void LoadContent();
+  [[nodiscard]] OpenedStore OpenFile();
+  /// Reads what is in a file that cannot be written, as on a full disk: what waits goes out, and
+  /// keys are known.
+  void LoadWhatCanBeRead();
+  void LoadContent(StoreFile& file);
   [[nodiscard]] bool IsContentWanted();
   /// The number in the file as the models know it.
   [[nodiscard]] std::int64_t NumberOfRun(std::int64_t number) const;

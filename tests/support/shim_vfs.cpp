@@ -87,7 +87,8 @@ int DeviceCharacteristics(sqlite3_file* file) {
 }
 
 int ShmMap(sqlite3_file* file, int page, int size, int extend, void volatile** to) {
-  return Methods(file).xShmMap(Real(file), page, size, extend, to);
+  const int answer = Shim(file).shim->Ask({Kind::kShare, *Shim(file).path, 0, {}});
+  return answer != SQLITE_OK ? answer : Methods(file).xShmMap(Real(file), page, size, extend, to);
 }
 
 int ShmLock(sqlite3_file* file, int offset, int count, int flags) {

@@ -11,9 +11,9 @@
 
 namespace test_support {
 
-/// What SQLite is about to do with a file.
+/// What SQLite is about to do with a file. kShare: make the memory that its users share.
 struct DiskCall {
-  enum class Kind : std::uint8_t { kWrite, kTruncate, kSync, kDelete };
+  enum class Kind : std::uint8_t { kWrite, kTruncate, kSync, kDelete, kShare };
   Kind kind = Kind::kWrite;
   std::string path;
   std::int64_t at = 0;  ///< kWrite: offset; kTruncate: the new size

@@ -119,6 +119,37 @@ TEST(StoreOnAFullDisk, LosesNothingWhereverTheRoomEnds) {
   }
 }
 
+/// What a killed program leaves: its log is not merged into the file.
+void CopyInUse(const Store& store, const std::filesystem::path& folder) {
+  for (const std::string suffix : {"", "-wal"}) {
+    std::filesystem::copy_file(store.file().string() + suffix, folder / ("messages.db" + suffix));
+  }
+}
+
+TEST(StoreOnAFullDisk, GivesWhatItHasBeforeThereIsRoom) {
+  for (const auto without_room : {DiskCall::Kind::kWrite, DiskCall::Kind::kShare}) {
+    const test_support::TemporaryFolder before, folder;
+    {
+      Store store(before.path(), "sms", Quick());
+      WriteMessages(store, {"112"});
+      CopyInUse(store, folder.path());
+    }
+    std::atomic<bool> is_full = true;
+    const ShimVfs disk([&](const DiskCall& call) {
+      return is_full && call.kind == without_room ? SQLITE_FULL : SQLITE_OK;
+    });
+    {
+      Store store(folder.path(), "sms", Through(disk));
+      EXPECT_THAT(Receivers(LoadedFrom(store)), ElementsAre("112"));
+      EXPECT_THAT(ProblemOf(store), HasSubstr("is full"));
+      store.Write({NewMessage(store, "110")});
+      is_full = false;
+      EXPECT_TRUE(store.Flush(kPatience)) << store.problem();
+    }
+    EXPECT_THAT(Receivers(ContentOf(folder.path())), ElementsAre("112", "110"));
+  }
+}
+
 /// Limits the size of the files that the process may write, as a quota does.
 class FileSizeLimit {
  public:
