@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "addins/corvane_mail/data_encoder.h"
 
+#include <algorithm>
 #include <cstddef>
 
 namespace corvane_mail {
@@ -12,14 +13,17 @@ void DataEncoder::Encode(std::string_view octets, std::string& wire) {
       if (octets.front() == '\n') octets.remove_prefix(1);
       continue;
     }
-    const std::size_t end = octets.find_first_of("\r\n");
+    // Not find_first_of, which calls a function for each octet.
+    const auto end = static_cast<std::size_t>(
+        std::ranges::find_if(octets, [](char c) { return c == '\r' || c == '\n'; }) -
+        octets.begin());
     const std::string_view text = octets.substr(0, end);
     if (!text.empty()) {
       if (at_line_begin_ && text.front() == '.') wire += '.';
       wire += text;
       at_line_begin_ = false;
     }
-    if (end == std::string_view::npos) return;
+    if (end == octets.size()) return;
     if (octets[end] == '\r') {
       after_cr_ = true;
     } else {
