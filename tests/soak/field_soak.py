@@ -25,7 +25,9 @@ import faults
 import field_accounts
 import field_faults
 import field_peers
+import harness
 import watch
+from accounts import Event
 from processes import PATIENCE, Process, Violated, await_state
 
 HERE = os.path.dirname(os.path.abspath(__file__))
@@ -39,14 +41,13 @@ LONG_TEXT = "давление в котле выше допустимого, н�
 FAKETIME = glob.glob("/usr/lib/*/faketime/libfaketimeMT.so.1")  # gives the program, and nobody else, another clock
 
 
-class FieldSoak:
+class FieldSoak(harness.Harness):
     def __init__(self, options, folder):
-        self.options, self.folder = options, folder
-        self.corvane, self.seconds, self.seed = options.corvane, options.seconds, options.seed
+        super().__init__(options, folder)
+        self.options = options
         self.random = random.Random(f"{self.seed} kills")
-        self.stopping = threading.Event()
         self.quiet = threading.Lock()  # held by what must not meet a kill
-        self.faults, self.kills, self.violations = [], [], []
+        self.kills = []
         self.output, self.log = [], []  # of the runs that have ended
         self.given, self.runs, self.growth = [], 0, []
         self.state = folder + "/state"
@@ -70,9 +71,6 @@ class FieldSoak:
         self.watcher = field_faults.Watcher(self)
         self.starter = concurrent.futures.ThreadPoolExecutor(1)
         self.start()
-
-    def note(self, kind, start, end, times=1):
-        self.faults.append(excuses.Span(kind, start, end, times))
 
     def everything(self):
         """What the program has printed in all its runs."""
@@ -150,17 +148,6 @@ class FieldSoak:
             raise Violated(f"{count} descriptors: {watch.descriptors_of(self.program.pid)}")
         if not self.warm and time.monotonic() - self.began > WARM:
             self.warm = watch.memory_of(self.program.pid)
-
-    def thread(self, work):
-        def run():
-            try:
-                work()
-            except Exception as error:  # whatever it is, the whole run has failed
-                self.violations.append(f"{type(error).__name__}: {error}")
-                self.stopping.set()
-        thread = threading.Thread(target=run, daemon=True)
-        thread.start()
-        return thread
 
     def feed(self):
         """Sends messages to the modem, about two a second."""
@@ -251,10 +238,6 @@ class FieldSoak:
             file.write(f"{seconds:+d}\n")
         os.rename(self.folder + "/clock.new", self.folder + "/clock")
 
-    def leave(self, name):
-        with open(f"{self.folder}/{name}", "w", encoding="ascii"):
-            pass
-
     def under_way(self):
         """What the program still has to do."""
         events = self.everything()
@@ -308,15 +291,11 @@ class FieldSoak:
         for name, value in rows.items():
             print(f"{name}: {value}")
 
-    def save(self):
-        histories = {"program.out": self.output + list(self.program.output), "program.log": self.log + list(self.program.log),
-                     "modem.out": self.modem.output, "modem.log": self.modem.log}
-        for name, history in histories.items():
-            with open(f"{self.folder}/{name}", "w", encoding="utf-8") as file:
-                file.writelines(f"{event.time:.3f} {event.line}\n" for event in history)
-        with open(self.folder + "/faults", "w", encoding="utf-8") as file:
-            file.writelines(f"{span.start:.3f} {span.end:.3f} {span.kind}\n" for span in self.faults)
-            file.writelines(f"{kill:.3f} killed\n" for kill in self.kills)
+    def save_all(self):
+        self.save({"program.out": self.output + list(self.program.output),
+                   "program.log": self.log + list(self.program.log),
+                   "modem.out": self.modem.output, "modem.log": self.modem.log,
+                   "kills": [Event(kill, "killed") for kill in self.kills]})
         with open(self.folder + "/attempts", "w", encoding="utf-8") as file:
             file.writelines(f"{attempt}\n" for attempt in self.mail.attempts + self.tls.attempts)
 
@@ -327,12 +306,7 @@ def die_with_parent():
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("corvane", help="the command")
-    parser.add_argument("--seconds", type=float, default=45, help="(default: 45)")
-    parser.add_argument("--seed", type=int, default=random.SystemRandom().randrange(1 << 31),
-                        help="for the choice of faults (default: a random one)")
-    parser.add_argument("--growth", type=float, default=8, help="megabytes by which a run's memory may grow (default: 8)")
+    parser = harness.parser(__doc__, 45, 8)
     parser.add_argument("--steady-clock", action="store_true", help="do not set the program's clock")
     parser.add_argument("--within", action="store_true", help=argparse.SUPPRESS)
     options = parser.parse_args()
@@ -352,15 +326,12 @@ def main():
     except Violated as violation:
         complaints = [str(violation)]
     finally:
-        soak.save()
+        soak.save_all()
         for process in (soak.program, soak.modem):
             process.process.kill()
-    for complaint in complaints[:20]:
-        print("NOT ALLOWED:", complaint)
-    if complaints:
-        if soak.own_disk:
-            shutil.copytree(soak.state, folder + "/state-at-the-end", ignore=shutil.ignore_patterns("filling"))
-        sys.exit(f"{len(complaints)} complaints; seed {options.seed}; all lines are in {folder}")
+    if complaints and soak.own_disk:
+        shutil.copytree(soak.state, folder + "/state-at-the-end", ignore=shutil.ignore_patterns("filling"))
+    harness.report(complaints, options.seed, folder)
     if soak.own_disk:
         subprocess.run(["umount", "-l", soak.state], check=True)
     shutil.rmtree(folder)

@@ -3,7 +3,6 @@
 """Runs all five blocks at full speed, for a given time, while modem, mail server and system fail at
 random. At the end the books must balance (accounts.py), and memory, descriptors, threads and
 processes must be what they were."""
-import argparse
 import collections
 import ctypes
 import os
@@ -11,7 +10,6 @@ import random
 import re
 import resource
 import shutil
-import sys
 import tempfile
 import threading
 import time
@@ -20,6 +18,7 @@ import accounts
 import excuses
 import faults
 import faulty_mail_server
+import harness
 import message_accounts
 import messages
 import watch
@@ -39,13 +38,11 @@ def more_descriptors():
     resource.setrlimit(resource.RLIMIT_NOFILE, (wanted, most))
 
 
-class Soak:
+class Soak(harness.Harness):
     def __init__(self, options, folder):
-        self.corvane, self.folder = options.corvane, folder
-        self.seconds, self.seed = options.seconds, options.seed
+        super().__init__(options, folder)
         self.most_growth = options.growth * MEGABYTE
-        self.stopping, self.over = threading.Event(), threading.Event()
-        self.faults, self.violations = [], []
+        self.over = threading.Event()
         attachment = random.Random(self.seed).randbytes(200_000)
         with open(folder + "/attachment.bin", "wb") as file:
             file.write(attachment)
@@ -60,25 +57,6 @@ class Soak:
             "--", folder, str(self.server.port), str(self.seed), preexec_fn=more_descriptors,
             env={**os.environ,
                  "ASAN_OPTIONS": os.environ.get("ASAN_OPTIONS", "") + ":" + excuses.SANITIZER})
-
-    def note(self, kind, start, end, times=1):
-        self.faults.append(excuses.Span(kind, start, end, times))
-
-    def leave(self, name):
-        """Creates a file for which soak.lua waits."""
-        with open(f"{self.folder}/{name}", "w", encoding="ascii"):
-            pass
-
-    def thread(self, work):
-        def run():
-            try:
-                work()
-            except Exception as error:  # whatever it is, the whole run has failed
-                self.violations.append(f"{type(error).__name__}: {error}")
-                self.stopping.set()
-        thread = threading.Thread(target=run, daemon=True)
-        thread.start()
-        return thread
 
     def run(self):
         self.program.await_line("ready$")
@@ -221,26 +199,13 @@ class Soak:
         for name, value in rows.items():
             print(f"{name}: {value}")
 
-    def save(self):
-        histories = {"program.out": self.program.output, "program.log": self.program.log,
-                     "modem.out": self.modem.output, "modem.log": self.modem.log}
-        for name, history in histories.items():
-            with open(f"{self.folder}/{name}", "w", encoding="utf-8") as file:
-                file.writelines(f"{event.time:.3f} {event.line}\n" for event in history)
-        with open(self.folder + "/faults", "w", encoding="utf-8") as file:
-            file.writelines(f"{span.start:.3f} {span.end:.3f} {span.kind}\n"
-                            for span in self.faults)
+    def save_all(self):
+        self.save({"program.out": self.program.output, "program.log": self.program.log,
+                   "modem.out": self.modem.output, "modem.log": self.modem.log})
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("corvane", help="the command")
-    parser.add_argument("--seconds", type=float, default=60, help="(default: 60)")
-    parser.add_argument("--seed", type=int, default=random.SystemRandom().randrange(1 << 31),
-                        help="for the choice of faults (default: a random one)")
-    parser.add_argument("--growth", type=float, default=4,
-                        help="megabytes by which the memory may grow (default: 4)")
-    options = parser.parse_args()
+    options = harness.parser(__doc__, 60, 4).parse_args()
     print(f"seed {options.seed}", flush=True)
     ctypes.CDLL(None).prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0)
     folder = tempfile.mkdtemp(prefix="soak-")
@@ -253,13 +218,10 @@ def main():
     except Violated as violation:
         complaints = [str(violation)]
     finally:
-        soak.save()
+        soak.save_all()
         for process in (soak.program, soak.modem):
             process.process.kill()
-    for complaint in complaints[:20]:
-        print("NOT ALLOWED:", complaint)
-    if complaints:
-        sys.exit(f"{len(complaints)} complaints; seed {options.seed}; all lines are in {folder}")
+    harness.report(complaints, options.seed, folder)
     shutil.rmtree(folder)
     print("the books balance")
 
