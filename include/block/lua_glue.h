@@ -86,6 +86,7 @@ int NewFB(lua_State* L) {
 template <class T>
 int Call(lua_State* L) {
   T* block = CheckFB<T>(L);
+  if constexpr (requires { block->NoteCall(); }) block->NoteCall();
   return Guarded(L, [=] { return block->call(L); });
 }
 
@@ -100,6 +101,7 @@ int Get(lua_State* L) {
 template <class T>
 int Set(lua_State* L) {
   T* block = CheckFBAndName<T>(L, -2, 3);
+  if constexpr (requires { block->NoteInput(L); }) block->NoteInput(L);
   return Guarded(L, [=] { return block->setField(L); });
 }
 

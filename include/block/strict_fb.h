@@ -7,6 +7,7 @@
 
 #include "block/base_fb.h"
 #include "block/program_line.h"
+#include "share/log.h"
 
 /// Octets of a name that messages show.
 inline constexpr int kShownNameOctets = 60;
@@ -52,6 +53,16 @@ inline void CheckInitialKey(lua_State* L, int index, const char* type_name) {
   RaiseAtProgramLine(L, message);
 }
 
+/// Logs that the program sets inputs of a block that it does not call.
+inline void WarnOfForgottenCall(lua_State* L, const char* type_name, int times) {
+  lua_Debug record;
+  const bool is_known = FindProgramLine(L, &record);
+  logMsg(
+      "%s:%d: the inputs of this %s have been set %d times without a call; a block works only when "
+      "it is called: call it in each cycle",
+      is_known ? record.short_src : "?", is_known ? record.currentline : 0, type_name, times);
+}
+
 /// As BaseFB, but a program that reads or assigns a name that is not declared gets a Lua error
 /// which names the nearest one, and one that assigns an output gets a Lua error; both also in the
 /// table of `new`. `EnO` and `__Internal` are as in BaseFB. The block's own code is not checked.
@@ -62,6 +73,19 @@ class StrictFB : public BaseFB<T> {
  public:
   static constexpr bool kStatesDirections = true;  ///< its table does
   using BaseFB<T>::BaseFB;
+
+  /// Inputs set without a call in between that make a warning, one for each block.
+  static constexpr int kForgottenCall = 100;
+
+  /// To be called whenever the program has set an input.
+  void NoteInput(lua_State* L) {
+    if (inputs_since_call_ == kForgottenCall || ++inputs_since_call_ < kForgottenCall) return;
+    WarnOfForgottenCall(L, FBUtil<T>().typeName, kForgottenCall);
+  }
+  /// To be called whenever the program calls the block.
+  void NoteCall() {
+    if (inputs_since_call_ < kForgottenCall) inputs_since_call_ = 0;
+  }
 
   /// As BaseFB::Init; a key that is not a string is a Lua error.
   int Init(lua_State* L) override {
@@ -109,6 +133,8 @@ class StrictFB : public BaseFB<T> {
   }
 
  private:
+  int inputs_since_call_ = 0;
+
   /// The declared variable of this name if programs see it, otherwise null.
   FBInput* FindVisible(std::string_view name) {
     FBInput* variable = this->FindDeclared(name);

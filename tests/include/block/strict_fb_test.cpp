@@ -47,6 +47,16 @@ TEST_F(StrictFb, NothingChangesAndNothingIsLoggedByARefusal) {
   EXPECT_EQ(Eval("fb.Sent"), "0");
 }
 
+TEST_F(StrictFb, AForgottenCallIsReportedOnceForEachBlock) {
+  Run("for i = 1, 99 do fb.Receiver = 'x' end fb() for i = 1, 99 do fb.Receiver = 'x' end");
+  EXPECT_THAT(test_support::TakeLog(), testing::IsEmpty());
+  Run("\nfor i = 1, 300 do fb.Receiver = 'x' end fb() for i = 1, 300 do fb.Receiver = 'x' end");
+  EXPECT_THAT(
+      test_support::TakeLog(),
+      testing::ElementsAre(testing::HasSubstr(
+          "test:2: the inputs of this FAKE_OUTBOX have been set 100 times without a call")));
+}
+
 TEST_F(StrictFb, NamesAreCaseSensitiveAndTheNearestOneIsSuggested) {
   EXPECT_THAT(ErrorOf("fb.receiver = 'x'"), testing::EndsWith("did you mean 'Receiver'?"));
   EXPECT_THAT(ErrorOf("fb.Errortext = 'x'"), testing::EndsWith("did you mean 'ErrorText'?"));
