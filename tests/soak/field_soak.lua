@@ -156,8 +156,9 @@ end
 
 -- The standard blocks, against what their inputs say.
 local ton, tof, rise, fall = TON.new { PT = 0.2 }, TOF.new { PT = 0.2 }, R_TRIG.new(), F_TRIG.new()
-local up, both, latch = CTU.new { PV = 1e9 }, CTUD.new { PV = 1e9 }, SR.new()
-local was, ups, downs = false, 0, 0
+local tp, rs, hysteresis = TP.new { PT = 0.1 }, RS.new(), HYSTERESIS.new { High = 30, Low = 10 }
+local up, down, both, latch = CTU.new { PV = 1e9 }, CTD.new(), CTUD.new { PV = 1e9 }, SR.new()
+local was, ups, downs, high = false, 0, 0, false
 
 local function expect(what, is_right)
   if not is_right then print("wrong: " .. what .. " in cycle " .. plc.cycle) end
@@ -167,14 +168,20 @@ local function count()
   local now = math.floor(plc.cycle / 40) % 2 == 1
   ton.IN, tof.IN, rise.CLK, fall.CLK, up.CU = now, now, now, now, now
   both.CU, both.CD, latch.S1, latch.R = now, not now, now, not now
-  for _, block in ipairs { ton, tof, rise, fall, up, both, latch } do block() end
+  tp.IN, down.CD, rs.S, rs.R1, hysteresis.IN = now, now, now, not now, plc.cycle % 40
+  for _, block in ipairs { ton, tof, tp, rise, fall, up, down, both, latch, rs, hysteresis } do block() end
   ups, downs = ups + (now and not was and 1 or 0), downs + (not now and (was or plc.cycle == 1) and 1 or 0)
   expect("TON", ton.Q == (now and ton.ET >= ton.PT))
   expect("TOF", tof.Q == (now or tof.Q and tof.ET < tof.PT))
   expect("R_TRIG", rise.Q == (now and not was))
   expect("CTU", up.CV == ups)
   expect("CTUD " .. both.CV .. " " .. ups .. " " .. downs, both.CV == ups - downs or plc.cycle < 3)
+  expect("CTD", down.CV == -ups)
+  expect("TP", tp.Q == (tp.ET > 0 and tp.ET < tp.PT) or rise.Q)
   expect("SR", latch.Q1 == now)
+  expect("RS", rs.Q1 == now)
+  if plc.cycle % 40 > 30 then high = true elseif plc.cycle % 40 < 10 then high = false end
+  expect("HYSTERESIS", hysteresis.Q == high)
   if plc.cycle > 1 then expect("F_TRIG", fall.Q == (was and not now)) end
   was = now
 end
