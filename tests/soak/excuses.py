@@ -9,8 +9,8 @@ LAG = 2  # seconds from an event to the line that reports it, on a slow machine
 STEP = 2  # seconds that the port allows an exchange, and a lost device to come back
 PATIENCE = 10  # seconds that it allows a text and a list; set in soak.py
 MAIL_WAIT = 11  # seconds for which a dead mail server holds the program's cycle, and a little more
-# Otherwise the memory would grow until the sanitizer's store of freed blocks is full, and the search for leaks may
-# crash in the memory of threads that have ended.
+# Otherwise the memory would grow until the sanitizer's store of freed blocks is full, and the leak check of GCC 12
+# takes thread-local memory at some addresses for another format, and crashes.
 SANITIZER = "quarantine_size_mb=1:thread_local_quarantine_size_kb=64:intercept_tls_get_addr=0"
 STALLED = "machine stalled"  # long enough for an answer to have been late
 SILENCES = ("unplugged", "muted", "output held", "restarted", STALLED)
