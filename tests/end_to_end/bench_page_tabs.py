@@ -112,12 +112,13 @@ def the_log_is_searched_and_its_level_set(browser):
           while os.clock() < till do end
         end"""
     with Program(corvane, text, "--web-write") as program, browser.page(program, "log"):
-        browser.wait(lambda: any("overrun: cycle 70" in line for line in log(browser)), "a warning")
-        assert any("valve <b>3</b> stuck" in line for line in log(browser)), log(browser)
+        # On a busy machine, a cycle before the 70th may overrun; then the log has no line for that one.
+        browser.wait(lambda: any("overrun: cycle " in line for line in log(browser)), "a warning")
+        browser.wait(lambda: any("valve <b>3</b> stuck" in line for line in log(browser)), "a line with markup")
         browser.one("#log-search").send_keys("НАСОС")
         browser.wait(lambda: log(browser) and all("насос" in line for line in log(browser)), "the search")
         known = len(log(browser))
-        browser.wait(lambda: len(log(browser)) > known, "another line", seconds=5)
+        browser.wait(lambda: len(log(browser)) > known, "another line")
         browser.one("#log-search").send_keys(Keys.CONTROL, "a")
         browser.one("#log-search").send_keys(Keys.DELETE)
         browser.one("#log-least").send_keys("warning")

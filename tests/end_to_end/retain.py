@@ -12,11 +12,12 @@ import tempfile
 import time
 
 sys.dont_write_bytecode = True
+from patience import TIME_FACTOR
 from tiny_disk import TinyDisk, can_mount
 
 corvane = sys.argv[1]
 KILLS = 8
-LATEST = 1.5  # seconds: one that may be lost, and what a busy machine needs for a write
+LATEST = 1 + 0.5 * TIME_FACTOR  # seconds: one that may be lost, and what a busy machine needs for a write
 # Both counters have the same value at the end of each cycle, and different ones within it.
 COUNTING = """
 local t = plc.retain("counters", { first = 0, runs = 0, second = 0, last = {}, text = string.rep("x", 20000) })
@@ -68,7 +69,7 @@ def killed_at_any_moment():
         started = int(process.stdout.readline().split()[1])
         assert started >= last, f"{started} instead of at least {last}: a run was lost"
         seen = []  # the runtime's clock, and the counter
-        end = time.monotonic() + random.uniform(0.05, 3)
+        end = time.monotonic() + random.uniform(0.05, 2 * LATEST)
         while time.monotonic() < end:
             clock, counter = process.stdout.readline().split()
             seen.append((float(clock), int(counter)))

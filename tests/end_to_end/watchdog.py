@@ -9,8 +9,12 @@ import sys
 import tempfile
 import time
 
+sys.dont_write_bytecode = True
+from patience import TIME_FACTOR
+
 corvane = sys.argv[1]
-PATIENCE = 60
+PATIENCE = 60 * TIME_FACTOR
+LIMIT = f"{300 * TIME_FACTOR}ms"  # longer than the first cycle of a program takes
 HANGS = {
     "an endless loop": ("while true do end", ["hang.lua:2 in function 'hang'", "hang.lua:4 in function <hang.lua:4>"]),
     "errors that are swallowed": ("while true do pcall(error, 'x') end", ["hang.lua:2 in function 'hang'"]),
@@ -57,7 +61,7 @@ def end(process):
 def every_hang_ends_with_status_3():
     for name, (hang, expected) in HANGS.items():
         text = f"local function hang()\n {hang} end\nt = plc.retain('t', {{n = 0}})\nfunction cycle() t.n = t.n + 1 if plc.cycle == 3 then hang() end end\n"
-        process = start(text, "--watchdog", "300ms", "--cycle", "1ms")
+        process = start(text, "--watchdog", LIMIT, "--cycle", "1ms")
         status = process.wait(timeout=PATIENCE)  # its standard input is still open
         if os.path.exists("child"):  # the command goes on, and has our end of the log
             with open("child", encoding="ascii") as file:
@@ -105,7 +109,7 @@ function cycle()
     fresh()
     collectgarbage()
   end
-end""", "--watchdog", "300ms", "--cycle", "1ms", CORVANE_TEST_OF=folder)
+end""", "--watchdog", LIMIT, "--cycle", "1ms", CORVANE_TEST_OF=folder)
     process.stdout.readline()
     running = processes_with("CORVANE_TEST_OF=" + folder)
     assert len(running) >= 4, running  # corvane, two shells, and what they have started
@@ -121,8 +125,8 @@ def a_short_cycle_goes_on():
     status, out, err = end(start("function cycle() if plc.cycle == 3 then print('ok') plc.stop(5) end end",
                                  "--watchdog", "5s", "--cycle", "1ms"))
     assert (status, out) == (5, "ok\n"), (status, out, err)
-    slow_file = "local t = plc.clock() while plc.clock() - t < 0.5 do end function cycle() plc.stop() end"
-    status, out, err = end(start(slow_file, "--watchdog", "200ms"))
+    slow_file = f"local t = plc.clock() while plc.clock() - t < {0.5 * TIME_FACTOR} do end function cycle() plc.stop() end"
+    status, out, err = end(start(slow_file, "--watchdog", LIMIT))
     assert status == 0, err
 
 
@@ -138,7 +142,7 @@ def the_configuration_file_sets_it():
 
 def a_service_tells_systemd():
     systemd = Systemd("notify")
-    environment = {"NOTIFY_SOCKET": folder + "/notify", "WATCHDOG_USEC": "1000000"}
+    environment = {"NOTIFY_SOCKET": folder + "/notify", "WATCHDOG_USEC": str(1000000 * TIME_FACTOR)}
     process = start("os.execute('echo [$NOTIFY_SOCKET$WATCHDOG_USEC]') function cycle() end", "--cycle", "1ms",
                     **environment)
     assert process.stdout.readline() == "[]\n", "commands are not the service"
@@ -147,7 +151,7 @@ def a_service_tells_systemd():
     begin = time.monotonic()
     for _ in range(5):
         systemd.await_message("WATCHDOG=1")
-    assert time.monotonic() - begin < 5, "less than a second apart"
+    assert time.monotonic() - begin < 5 * TIME_FACTOR, "less than WATCHDOG_USEC apart"
     process.send_signal(signal.SIGTERM)
     systemd.await_message("STOPPING=1")
     assert end(process)[0] == 0
