@@ -58,6 +58,7 @@ class MailTransfer {
   [[nodiscard]] std::string route() const { return RouteOf(content_.account); }
 
   std::uint64_t marked = 0;  ///< sequence number of the change that says "handed over"; 0: not yet
+  bool finishes = false;     ///< whether it may be finished has been asked: soon the server has it
   std::shared_ptr<const Secret> secret;  ///< that the attempt shows; null: none
   bool expired = false;  ///< it is being withdrawn, since the time of ValidFor is over
 

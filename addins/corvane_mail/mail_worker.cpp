@@ -283,26 +283,32 @@ void MailWorker::Begin(std::int64_t id, const Now& now) {
   }
   desk_->SetCarrier(carrier_.get());
   const auto credentials = credentials_.find(route);
-  carrier_->Begin(
+  Attempt attempt =
       transfer->MakeAttempt(credentials == credentials_.end() ? nullptr : &credentials->second,
-                            [this, found = transfer.get()] { return MayFinish(*found); }));
+                            [this, found = transfer.get()] { return MayFinish(*found); });
+  attempt.will_finish = [this, found = transfer.get()] { Mark(*found); };
+  carrier_->Begin(std::move(attempt));
   transfers_[id] = std::move(transfer);
 }
 
 void MailWorker::WithdrawExpired(const Now& now) {
   for (const auto& [id, transfer] : transfers_) {
-    const bool is_handed_over = transfer->marked != 0;  // then its end decides
-    if (is_handed_over || transfer->expired || outbox_.ValidFor(id, now).count() > 0) continue;
+    // Once it finishes, its end decides.
+    if (transfer->finishes || transfer->expired || outbox_.ValidFor(id, now).count() > 0) continue;
     transfer->expired = true;
     carrier_->Abort(id);
   }
 }
 
+void MailWorker::Mark(MailTransfer& transfer) {
+  if (transfer.marked != 0) return;
+  transfer.marked = outbox_.HandOver(transfer.id(), Now::Get());
+  store_.Hurry();
+}
+
 bool MailWorker::MayFinish(MailTransfer& transfer) {
-  if (transfer.marked == 0) {
-    transfer.marked = outbox_.HandOver(transfer.id(), Now::Get());
-    store_.Hurry();
-  }
+  transfer.finishes = true;
+  Mark(transfer);
   return store_.IsOnDisk(transfer.marked) || !store_.problem().empty();
 }
 
@@ -484,7 +490,7 @@ void MailWorker::Finish() {
     }
   }
   for (const auto& [id, transfer] : transfers_) {
-    if (transfer->marked == 0) outbox_.Withdraw(id, Now::Get());
+    if (!transfer->finishes) outbox_.Withdraw(id, Now::Get());
   }
   desk_->SetCarrier(nullptr);
   carrier_.reset();

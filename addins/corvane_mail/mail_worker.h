@@ -87,6 +87,7 @@ class MailWorker {
   [[nodiscard]] std::optional<MailContent> ContentOf(const messages::Outgoing& row);
   /// Ends attempts of which the server has not got the whole mail in time.
   void WithdrawExpired(const Now& now);
+  void Mark(MailTransfer& transfer);
   [[nodiscard]] bool MayFinish(MailTransfer& transfer);
   void Poll();
   void HandleOutcome(const Outcome& outcome, const Now& now);

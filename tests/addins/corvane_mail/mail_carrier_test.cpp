@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 
+#include <array>
 #include <atomic>
 #include <thread>
 
@@ -102,24 +103,28 @@ TEST_F(CarrierTest, TheFinalDotWaitsForPermission) {
   EXPECT_EQ(Ends(1).front().end, End::kTaken);
 }
 
-TEST_F(CarrierTest, PermissionForASmallMailIsAskedForBeforeTheServerHasAnsweredData) {
+TEST_F(CarrierTest, TheEndOfASmallMailIsAnnouncedBeforeItsLastRecipientIsNamed) {
   for (const std::size_t size : {100U, 100'000U}) {
-    std::atomic<int> asked = 0;
-    std::atomic<int> asked_at_data = -1;
+    std::atomic<int> announced = 0;
+    std::array<std::atomic<int>, 3> at{};  // when the server has heard MAIL, RCPT, RCPT
     ScriptedSmtpServer server([&](SmtpPeer& peer) {
       Greet(peer);
-      TakeEnvelope(peer);
-      asked_at_data = asked.load();
-      peer.Say("354 go ahead\r\n");
-      peer.HearUntil("\r\n.\r\n");
-      peer.Say("250 queued\r\n");
-      peer.Idle();
+      for (std::atomic<int>& seen : at) {
+        peer.HearLine();
+        seen = announced.load();
+        peer.Say("250 ok\r\n");
+      }
+      ServeCommands(peer);
     });
     Attempt attempt = MakeAttempt(1, LocalAccount(server.port()));
+    attempt.recipients = {"anna@plant.example", "carl@plant.example"};
     Carry(std::string(size, 'x'), attempt);
-    attempt.may_finish = [&] { return ++asked > 0; };
+    attempt.will_finish = [&] { ++announced; };
     EXPECT_EQ(Send(std::move(attempt)).end, End::kTaken);
-    EXPECT_EQ(asked_at_data, size < 1000 ? 1 : 0);
+    EXPECT_EQ(at[0], 0);
+    EXPECT_EQ(at[1], 0);
+    EXPECT_EQ(at[2], size < 1000 ? 1 : 0);
+    EXPECT_EQ(announced, at[2]);
   }
 }
 

@@ -382,6 +382,33 @@ TEST_F(Worker, AnAttemptThatASilentServerHoldsEndsWhenTheMailExpires) {
   EXPECT_THAT(state.progress.text, HasSubstr("the server had not taken it when"));
 }
 
+TEST_F(Worker, TheMarkOfASmallMailIsOnTheDiskBeforeTheServerAnswersItsRecipient) {
+  const ScriptedSmtpServer server([](SmtpPeer& peer) {
+    Greet(peer, kTakes);
+    peer.HearLine();
+    peer.Say("250 ok\r\n");
+    peer.Idle();
+  });
+  RunningWorker worker(folder_.path());
+  Submit(worker, OrderFor(server.port()));
+  EXPECT_TRUE(WaitForRow([](const messages::Outgoing& row) { return row.in_transfer; }));
+}
+
+TEST_F(Worker, AMarkedMailOfWhichTheServerHasNothingYetStillExpires) {
+  const ScriptedSmtpServer server([](SmtpPeer& peer) {
+    Greet(peer, kTakes);
+    peer.HearLine();
+    peer.Say("250 ok\r\n");
+    peer.Idle();
+  });
+  MailOrder order = OrderFor(server.port());
+  order.valid_for = std::chrono::milliseconds(300);
+  RunningWorker worker(folder_.path());
+  EXPECT_EQ(worker.EndOf(Submit(worker, order)).progress.id, ErrorId::kExpired);
+  EXPECT_TRUE(WaitForRow([](const messages::Outgoing& row) { return !row.in_transfer; }));
+  EXPECT_EQ(Rows().back().unknown_ends, 0);
+}
+
 TEST_F(Worker, ALostReplyIsTriedOnceMoreWithTheSameMessageIdAndThenError23) {
   const ScriptedSmtpServer server([](SmtpPeer& peer) {
     Greet(peer, kTakes);
