@@ -14,8 +14,11 @@ namespace benchmarks {
 /// Sends messages to one server of this machine, which it logs into with LOGIN.
 class CurlPeer {
  public:
-  explicit CurlPeer(int port)
-      : curl_(curl_easy_init()), recipients_(curl_slist_append(nullptr, "operator@plant.example")) {
+  /// @param states_size in MAIL FROM (RFC 1870), which takes a server time to read
+  CurlPeer(int port, bool states_size)
+      : states_size_(states_size),
+        curl_(curl_easy_init()),
+        recipients_(curl_slist_append(nullptr, "operator@plant.example")) {
     const std::string url = "smtp://127.0.0.1:" + std::to_string(port) + "/plc.example";
     curl_easy_setopt(curl_, CURLOPT_URL, url.c_str());
     curl_easy_setopt(curl_, CURLOPT_USERNAME, "plc");
@@ -37,6 +40,8 @@ class CurlPeer {
   /// Sends a message, over the connection of the one before if there was one.
   void Send(std::string_view message) {
     rest_ = message;
+    const auto size = static_cast<curl_off_t>(message.size());
+    if (states_size_) curl_easy_setopt(curl_, CURLOPT_INFILESIZE_LARGE, size);
     if (curl_easy_perform(curl_) != CURLE_OK) std::abort();
   }
 
@@ -48,6 +53,7 @@ class CurlPeer {
     return length;
   }
 
+  bool states_size_;
   CURL* curl_;
   curl_slist* recipients_;
   std::string_view rest_;

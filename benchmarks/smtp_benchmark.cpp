@@ -222,7 +222,7 @@ std::string ReadyMessage(const Server& server, std::size_t attachment_size) {
 void MailPeer(benchmark::State& state) {
   const Server server;
   const std::string message = ReadyMessage(server, static_cast<std::size_t>(state.range(0)));
-  for (auto _ : state) benchmarks::CurlPeer(server.port()).Send(message);
+  for (auto _ : state) benchmarks::CurlPeer(server.port(), false).Send(message);
   state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(MailPeer)->Name("Mail/peer")->Arg(0)->Arg(5 << 20)->UseRealTime();
@@ -230,7 +230,7 @@ BENCHMARK(MailPeer)->Name("Mail/peer")->Arg(0)->Arg(5 << 20)->UseRealTime();
 void RealMailPeer(benchmark::State& state) {
   const std::string message = ReadyMessage(Server(), static_cast<std::size_t>(state.range(0)));
   const unsigned short port = RealServerPort();
-  for (auto _ : state) benchmarks::CurlPeer(port).Send(message);
+  for (auto _ : state) benchmarks::CurlPeer(port, false).Send(message);
   state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(RealMailPeer)->Name("RealMail/peer")->Arg(0)->Arg(5 << 20)->UseRealTime();
