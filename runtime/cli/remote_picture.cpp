@@ -33,9 +33,9 @@ Number WholeOf(const json& number) {
   return static_cast<Number>(number.get_ref<const json::number_integer_t&>());
 }
 
-std::string Seconds(double seconds) {
+std::string Seconds(double number) {
   constexpr double kYear = 366.0 * 86400;
-  const std::chrono::duration<double> time(seconds >= 0 && seconds < kYear ? seconds : 0);
+  const std::chrono::duration<double> time(number >= 0 && number < kYear ? number : 0);
   return FormatDuration(std::chrono::duration_cast<Nanoseconds>(time));
 }
 

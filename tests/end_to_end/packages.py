@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: MIT
 """packages.py PROJECT: builds the Debian packages, installs, uses, upgrades and removes them, with the commands of the
 pages (packages_inside.py says which), on a machine of its own with systemd (own_machine.py). That needs root.
-The release build is reused, as ./run leaves it.
+./run then uses their release build, unless it has made one of its own before.
 """
 import os
 import pathlib
@@ -18,8 +18,8 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 
 def check_build(project, pages):
     """What a user does with the clone."""
-    assert "Done: 3 messages answered.\n" in shell(pages.command("./run"), cwd=project)
     shell(pages.command("packaging/"), cwd=project)
+    assert "Done: 3 messages answered.\n" in shell(pages.command("./run"), cwd=project)
     with tempfile.TemporaryDirectory() as folder:
         install = shell(pages.command("cmake --install"), cwd=project, env={**os.environ, "DESTDIR": folder})
         assert "SysProcessCreate\n" in run(folder + "/usr/local/bin/corvane", "blocks"), install

@@ -98,7 +98,7 @@ class Page:
         self.running = []  # programs that keep running, the oldest first
         self.modems = []   # simulated, instead of real ones
         self.printed = None  # by the program in the preceding block, if there was one
-        binaries = folder + "/build/release/bin"
+        binaries = folder + "/build/run/bin"
         os.makedirs(binaries)
         os.symlink(corvane, binaries + "/corvane")
         with socket.create_server(("127.0.0.1", 0)) as free:
