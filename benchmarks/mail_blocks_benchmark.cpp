@@ -93,24 +93,13 @@ class Host {
     lua_pop(L, 1);
     return result;
   }
-  /// Sends a mail and waits until the server has it. @return how long that takes
-  Clock::duration Send(int block) const {
+  /// Sends a mail and waits until the server has it. Looks once a `pause`, and does not guess when
+  /// it may be done, since a guess that is too long would be what is measured.
+  void Send(int block, std::chrono::microseconds pause) const {
     prctl(PR_SET_TIMERSLACK, 1000UL);  // ns; by default a pause of 20 us takes 70
-    const auto begin = Clock::now();
     Call("call", block);
     Call("edge", block);
-    // Looks often only when it may be done: a core that is busy with looking slows the server down.
-    std::this_thread::sleep_for(shortest_ * 3 / 4);
-    const auto pause = std::max<Clock::duration>(std::chrono::microseconds(20), shortest_ / 200);
     while (!Call("is_done", block)) std::this_thread::sleep_for(pause);
-    return Clock::now() - begin;
-  }
-  /// Opens store and connection, and finds out how long a mail takes.
-  void WarmUp(int block) {
-    Send(block);
-    Clock::duration shortest = Send(block);
-    for (int i = 0; i < 4; ++i) shortest = std::min(shortest, Send(block));
-    shortest_ = shortest;
   }
   /// Ends the program. @return how long that takes, in seconds
   double End() {
@@ -124,7 +113,6 @@ class Host {
 
  private:
   std::unique_ptr<corvane::LuaEnvironment> environment_;
-  Clock::duration shortest_{};  // time a mail takes; 0: not known
 };
 
 /// 3000 cycles of a millisecond, with a server that accepts and is silent. Every tenth queues a
@@ -192,12 +180,18 @@ std::string Attachment(const test_support::TemporaryFolder& folder, std::int64_t
                    : folder.Write("report.bin", std::string(static_cast<std::size_t>(size), 'x'));
 }
 
+/// How often to look for the end of a mail: more often, and a large one is slowed down by that.
+std::chrono::microseconds PauseFor(std::int64_t size) {
+  return std::chrono::microseconds(size == 0 ? 20 : 500);
+}
+
 void MailOurs(benchmark::State& state) {
   const test_support::TemporaryFolder folder;
   Host host(StoreFolder(), ServerPort());
   host.Make(1, Attachment(folder, state.range()));
-  host.WarmUp(1);
-  for (auto _ : state) host.Send(1);
+  const std::chrono::microseconds pause = PauseFor(state.range());
+  for (int i = 0; i < 3; ++i) host.Send(1, pause);  // opens store and connection
+  for (auto _ : state) host.Send(1, pause);
   state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(MailOurs)->Name("Mail/ours")->Arg(0)->Arg(5 << 20)->UseRealTime();
@@ -210,7 +204,7 @@ void MailPeer(benchmark::State& state) {
     const test_support::TemporaryFolder folder;
     Host host(StoreFolder(), ServerPort());
     host.Make(1, Attachment(folder, state.range()));
-    host.Send(1);
+    host.Send(1, PauseFor(state.range()));
     mail = LastMail();
   }
   benchmarks::CurlPeer peer(ServerPort(), true);
@@ -235,11 +229,11 @@ void Memory(benchmark::State& state) {
   Host host(StoreFolder(), ServerPort());
   host.Make(1);
   host.Make(1, Attachment(folder, 25 << 20));
-  host.Send(1);
+  host.Send(1, PauseFor(0));
   for (auto _ : state) {
     std::ofstream("/proc/self/clear_refs") << 5;  // the peak is measured from here
     const double before = Resident();
-    host.Send(2);
+    host.Send(2, PauseFor(25 << 20));
     state.counters["bytes_of_growth"] = Status("VmHWM:") - before;
   }
 }
