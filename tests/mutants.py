@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""The small changes of a C++ source that a test should notice. Each changes one token, or takes out one call."""
+"""The small changes of a C++ source that a test should notice. Each changes one token, takes out one call, or
+empties one value."""
 import dataclasses
 import re
 
@@ -20,6 +21,12 @@ TOKENS = re.compile(
     r"|(?P<bool>\b(?:true|false)\b)|(?P<not>(?<=[(\s,])!(?=[\w(]))|(?P<step>\+\+|--)"
     r"|(?P<leave>\b(?:break|continue);)")
 CALL = re.compile(r"^[ \t]+(?:[A-Za-z_][\w:]*(?:\(\))?(?:\.|->))*[A-Za-z_][\w:]*\((?:[^;{}])*\);$", re.MULTILINE)
+# `return X;` and `x = X;` give the empty value of their type instead; `auto` has none.
+VALUE = re.compile(
+    r"(?:\breturn |^(?![^\n]*\bauto\b)[ \t]*(?!(?:return|using)\b)[A-Za-z_][\w:<>,&*.\[\] ]* = )"
+    r"(?P<value>[^;{}]+);", re.MULTILINE)
+# Empty already, or changed as a number or a bool.
+NO_VALUES = re.compile(r"\s*(?:true|false|nullptr|std::nullopt|std::string\(\)|\"\"|(?:0x)?[\d.'a-fA-F]+)\s*")
 NO_CALLS = re.compile(r"\s*(?:return|throw|delete|case|else|co_\w+)\b|[^(]*\bstatic_cast\b")
 
 
@@ -45,11 +52,16 @@ def blank(source):
     return SKIPPED.sub(lambda match: re.sub(r"[^\n]", " ", match[0]), source)
 
 
+def value_of(number):
+    digits = number.replace("'", "")
+    return int(digits, 8 if re.fullmatch(r"0\d+", digits) else 0)
+
+
 def replacements(match):
     text = match[0]
     match match.lastgroup:
         case "operator": return OPERATORS[text]
-        case "number": return [str(int(text.replace("'", ""), 0) + 1)]
+        case "number": return [str(value_of(text) + 1)]
         case "bool": return ["false" if text == "true" else "true"]
         case "not": return [""]
         case "step": return ["--" if text == "++" else "++"]
@@ -74,4 +86,8 @@ def mutants(source):
         if not NO_CALLS.match(match[0]):
             indent = len(match[0]) - len(match[0].lstrip())
             add(match.start() + indent, len(match[0]) - indent, ";")
+    for match in VALUE.finditer(code):
+        begin, end = match.span("value")
+        if not NO_VALUES.fullmatch(source, begin, end):
+            add(begin, end - begin, "{}")
     return sorted(found, key=lambda mutant: (mutant.offset, mutant.new))

@@ -1,12 +1,14 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""mutation.py [--sample N] [--seed S] FILE...: changes one token of a source at a time, builds the test programs of the
-folder that mirrors it under tests/, runs them, and lists the changes that no test has noticed.
+"""mutation.py [--sample N] [--seed S] [--folder FOLDER] FILE...: changes one token of a source at a time, builds the
+test programs of the folder that mirrors it under tests/, runs them, and lists the changes that no test has noticed.
 
-It works on a copy in build/mutation, so the sources stay as they are, and later runs build little. Changes that do not
-compile do not count. Those that nothing can notice are explained in tests/mutation_explained.txt. The exit status is 1
-if there are others, or an explanation that explains nothing any more."""
+It works on a copy in build/mutation, so the sources stay as they are, and later runs build little; runs beside each
+other need a folder each. Changes that do not compile do not count, nor do those that leave the programs as they were,
+octet for octet. Those that nothing can notice are explained in tests/mutation_explained.txt. The exit status is 1 if
+there are others, or an explanation that explains nothing any more."""
 import argparse
+import hashlib
 import os
 import pathlib
 import random
@@ -20,11 +22,17 @@ import time
 from mutants import mutants
 
 PROJECT = pathlib.Path(__file__).resolve().parent.parent
-COPY = PROJECT / "build/mutation/source"
-BUILD = PROJECT / "build/mutation/build"
+FOLDER = PROJECT / "build/mutation"
+COPY = FOLDER / "source"
+BUILD = FOLDER / "build"
 EXPLAINED = PROJECT / "tests/mutation_explained.txt"
 OPTIONS = ["-G", "Ninja", "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_FLAGS_DEBUG=-O0",
            "-DCMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE=PRE_TEST"]
+if shutil.which("ld.lld"):
+    OPTIONS += [f"-DCMAKE_{kind}_LINKER_FLAGS=-fuse-ld=lld" for kind in ("EXE", "SHARED", "MODULE")]
+if shutil.which("ccache"):
+    OPTIONS += ["-DCMAKE_CXX_COMPILER_LAUNCHER=ccache"]
+PATIENCE = 10  # seconds that a test program gets beside four times what it needs without a change
 
 
 def copy_sources():
@@ -43,12 +51,13 @@ def copy_sources():
 
 def build(targets):
     """@return the output, if it fails; None if it is built"""
-    result = subprocess.run(["ninja", "-C", BUILD, *targets], capture_output=True, text=True)
+    result = subprocess.run(["ninja", "-j2", "-C", BUILD, *targets], capture_output=True, text=True)
     return None if result.returncode == 0 else result.stdout
 
 
 def test_programs(file):
-    """The test programs that have a source in the folder that mirrors that of `file`, or the nearest one above."""
+    """The test programs that have a source in the folder that mirrors that of `file`, or the nearest one above. The one
+    with the file's own test comes first."""
     rules = subprocess.run(["ninja", "-C", BUILD, "-t", "targets", "all"], check=True, capture_output=True, text=True).stdout
     programs = re.findall(r"^(tests/\w+): CXX_EXECUTABLE_LINKER", rules, re.MULTILINE)
     inputs = {program: subprocess.run(["ninja", "-C", BUILD, "-t", "inputs", program], check=True, capture_output=True,
@@ -57,14 +66,31 @@ def test_programs(file):
     while folder != COPY / "tests":
         here = [program for program in programs if f"{folder}/" in inputs[program]]
         if here:
-            return here
+            return sorted(here, key=lambda program: str(own_test(file)) not in inputs[program])
         folder = folder.parent
     sys.exit(f"mutation.py: no test program has a source in tests/{file.parent}")
 
 
-def passes(program, seconds):
-    """Whether the program's tests pass within this time."""
-    process = subprocess.Popen([BUILD / program, "--gtest_brief=1", "--gtest_fail_fast"], cwd=BUILD / "tests",
+def own_test(file):
+    return COPY / "tests" / file.parent / f"{file.stem}_test.cpp"
+
+
+def own_suites(file):
+    """A filter for the tests that the mirrored test file has; empty, if there are none."""
+    own = own_test(file)
+    text = own.read_text(encoding="utf-8") if own.exists() else ""
+    suites = set(re.findall(r"^TEST(?:_F)?\((\w+),", text, re.MULTILINE))
+    return ":".join(f"{suite}.*" for suite in sorted(suites))
+
+
+def digest(program):
+    return hashlib.sha256((BUILD / program).read_bytes()).digest()
+
+
+def passes(program, seconds, suites="*"):
+    """Whether these tests of the program pass within this time."""
+    command = [BUILD / program, "--gtest_brief=1", "--gtest_fail_fast", f"--gtest_filter={suites}"]
+    process = subprocess.Popen(command, cwd=BUILD / "tests",
                                stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
                                start_new_session=True)
     try:
@@ -104,42 +130,55 @@ class Run:
 
     def __init__(self, explained):
         self.explained = explained
-        self.killed = self.survived = self.excused = self.invalid = 0
+        self.killed = self.survived = self.excused = self.invalid = self.same = 0
 
     def file(self, file, chosen):
         programs = test_programs(file)
         if output := build(programs):
             sys.exit(f"mutation.py: the tests cannot be built\n{output[-2000:]}")
-        limits = {}
+        limits, digests = {}, {program: digest(program) for program in programs}
         for program in programs:
             begin = time.monotonic()
             if not passes(program, 600):
                 sys.exit(f"mutation.py: {program} fails without any change")
-            limits[program] = 10 + 4 * (time.monotonic() - begin)
+            limits[program] = PATIENCE + 4 * (time.monotonic() - begin)
         copy = COPY / file
         source = copy.read_text(encoding="utf-8")
         try:
             for mutant in chosen:
                 copy.write_text(mutant.apply(source), encoding="utf-8")
-                self.one(file, mutant, programs, limits)
+                self.one(file, mutant, limits, digests)
         finally:
             copy.write_text(source, encoding="utf-8")
 
-    def one(self, file, mutant, programs, limits):
+    def one(self, file, mutant, limits, digests):
         if key(file, mutant) in self.explained:
             self.excused += 1
-        elif build(programs) is not None:
-            self.invalid += 1
-        elif all(passes(program, limits[program]) for program in programs):
-            self.survived += 1
+            return
+        end = self.end(file, limits, digests)
+        setattr(self, end, getattr(self, end) + 1)
+        if end == "survived":
             print(f"survived {file}:{mutant}", flush=True)
-        else:
-            self.killed += 1
+
+    def end(self, file, limits, digests):
+        """What becomes of the change that the copy has now. Most changes fail a test of the file's own."""
+        changed = False
+        for program, limit in limits.items():
+            if build([program]) is not None:
+                return "invalid"
+            if digest(program) == digests[program]:
+                continue
+            changed = True
+            suites = own_suites(file)
+            if (suites and not passes(program, limit, suites)) or not passes(program, limit):
+                return "killed"
+        return "survived" if changed else "same"
 
     def summary(self):
         valid = self.killed + self.survived
         share = f", {100 * self.killed / valid:.0f} %" if valid else ""
-        return (f"{self.killed} of {valid} changes noticed{share}; {self.excused} explained, {self.invalid} did not compile")
+        return (f"{self.killed} of {valid} changes noticed{share}; {self.excused} explained, "
+                f"{self.invalid} did not compile, {self.same} changed nothing")
 
 
 def stale(files, explained):
@@ -149,14 +188,23 @@ def stale(files, explained):
     return [entry for entry in explained if entry[0] in names and entry not in possible]
 
 
+def end_by_signals():
+    """Lets SIGTERM and SIGINT end a run by an exception, so that the source is restored."""
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
+    signal.signal(signal.SIGINT, signal.default_int_handler)  # a shell starts jobs in the background with it ignored
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("files", nargs="+", type=pathlib.Path, metavar="FILE")
     parser.add_argument("--sample", type=int, metavar="N", help="at most N changes of each file, chosen by the seed")
     parser.add_argument("--seed", type=int, default=1, metavar="S")
+    parser.add_argument("--folder", type=pathlib.Path, default=FOLDER, help="for the copy and its build (%(default)s)")
     arguments = parser.parse_args()
+    global COPY, BUILD
+    COPY, BUILD = (arguments.folder.resolve() / part for part in ("source", "build"))
     files = [file.resolve().relative_to(PROJECT) for file in arguments.files]
-    signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
+    end_by_signals()
     copy_sources()
     subprocess.run(["cmake", "-S", COPY, "-B", BUILD, *OPTIONS], check=True, stdout=subprocess.DEVNULL)
     explained = explanations()
