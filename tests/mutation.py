@@ -88,7 +88,7 @@ def digest(program):
 
 
 def passes(program, seconds, suites="*"):
-    """Whether these tests of the program pass within this time."""
+    """Whether these tests of the program pass; None if they have not ended within this time."""
     command = [BUILD / program, "--gtest_brief=1", "--gtest_fail_fast", f"--gtest_filter={suites}"]
     process = subprocess.Popen(command, cwd=BUILD / "tests",
                                stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
@@ -96,7 +96,7 @@ def passes(program, seconds, suites="*"):
     try:
         return process.wait(seconds) == 0
     except subprocess.TimeoutExpired:
-        return False
+        return None
     finally:
         # Its group, since a test may have left children.
         try:
@@ -130,7 +130,7 @@ class Run:
 
     def __init__(self, explained):
         self.explained = explained
-        self.killed = self.survived = self.excused = self.invalid = self.same = 0
+        self.killed = self.hung = self.survived = self.excused = self.invalid = self.same = 0
 
     def file(self, file, chosen):
         programs = test_programs(file)
@@ -170,14 +170,16 @@ class Run:
                 continue
             changed = True
             suites = own_suites(file)
-            if (suites and not passes(program, limit, suites)) or not passes(program, limit):
-                return "killed"
+            passed = (not suites or passes(program, limit, suites)) and passes(program, limit)
+            if not passed:
+                return "hung" if passed is None else "killed"
         return "survived" if changed else "same"
 
     def summary(self):
-        valid = self.killed + self.survived
-        share = f", {100 * self.killed / valid:.0f} %" if valid else ""
-        return (f"{self.killed} of {valid} changes noticed{share}; {self.excused} explained, "
+        noticed = self.killed + self.hung
+        valid = noticed + self.survived
+        share = f", {100 * noticed / valid:.0f} %" if valid else ""
+        return (f"{noticed} of {valid} changes noticed{share} ({self.hung} by the time limit); {self.excused} explained, "
                 f"{self.invalid} did not compile, {self.same} changed nothing")
 
 
@@ -204,6 +206,7 @@ def main():
     global COPY, BUILD
     COPY, BUILD = (arguments.folder.resolve() / part for part in ("source", "build"))
     files = [file.resolve().relative_to(PROJECT) for file in arguments.files]
+    os.environ["CCACHE_BASEDIR"] = str(BUILD.parent)  # what one folder has compiled is known in the others, too
     end_by_signals()
     copy_sources()
     subprocess.run(["cmake", "-S", COPY, "-B", BUILD, *OPTIONS], check=True, stdout=subprocess.DEVNULL)

@@ -101,12 +101,15 @@ class Runs(unittest.TestCase):
     def test_a_change_that_fails_none_has_survived(self):
         run, output = self.run_file(self.program("exit 0"))
         self.assertEqual((run.killed, run.survived), (0, 1))
+        self.assertTrue(run.summary().startswith("0 of 1 changes noticed, 0 % "))
         self.assertEqual(output, "survived area/x.cpp:1: int x = 1;: `1` -> `2`\n")
 
     def test_a_program_that_hangs_is_ended_with_its_children(self):
         pid = self.folder / "pid"
         run, _ = self.run_file(self.program(f"sleep 1000 & echo $! > {pid}; wait"))
-        self.assertEqual(run.killed, 1)
+        self.assertEqual((run.hung, run.killed), (1, 0))
+        self.assertEqual(run.summary(), "1 of 1 changes noticed, 100 % (1 by the time limit); 0 explained, "
+                                        "0 did not compile, 0 changed nothing")
         state = pathlib.Path(f"/proc/{pid.read_text(encoding='utf-8').strip()}/stat")
         end = time.monotonic() + 30
         while state.exists() and state.read_text(encoding="utf-8").split()[2] != "Z" and time.monotonic() < end:
