@@ -133,6 +133,8 @@ class Run:
         self.killed = self.hung = self.survived = self.excused = self.invalid = self.same = 0
 
     def file(self, file, chosen):
+        if not chosen:
+            return
         programs = test_programs(file)
         if output := build(programs):
             sys.exit(f"mutation.py: the tests cannot be built\n{output[-2000:]}")
@@ -196,6 +198,14 @@ def end_by_signals():
     signal.signal(signal.SIGINT, signal.default_int_handler)  # a shell starts jobs in the background with it ignored
 
 
+def sample(file, arguments):
+    chosen = mutants((PROJECT / file).read_text(encoding="utf-8"))
+    if not arguments.sample or len(chosen) <= arguments.sample:
+        return chosen
+    return sorted(random.Random(f"{arguments.seed} {file}").sample(chosen, arguments.sample),
+                  key=lambda mutant: mutant.offset)
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("files", nargs="+", type=pathlib.Path, metavar="FILE")
@@ -212,17 +222,14 @@ def main():
     subprocess.run(["cmake", "-S", COPY, "-B", BUILD, *OPTIONS], check=True, stdout=subprocess.DEVNULL)
     explained = explanations()
     run = Run(explained)
-    for file in files:
-        chosen = mutants((PROJECT / file).read_text(encoding="utf-8"))
-        if arguments.sample and len(chosen) > arguments.sample:
-            chosen = sorted(random.Random(f"{arguments.seed} {file}").sample(chosen, arguments.sample),
-                            key=lambda mutant: mutant.offset)
-        if chosen:
-            run.file(file, chosen)
+    try:
+        for file in files:
+            run.file(file, sample(file, arguments))
+    finally:
+        print(run.summary())  # also of a run that is ended early
     old = stale(files, explained)
     for name, line, change in old:
         print(f"{EXPLAINED.name}: {name} has no such change any more: {line}: {change}")
-    print(run.summary())
     return 1 if run.survived or old else 0
 
 

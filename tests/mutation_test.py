@@ -77,19 +77,19 @@ class Runs(unittest.TestCase):
         """A test program that passes at once, or does `when_changed` if the source has its change."""
         return f'#!/bin/sh\nif grep -q 2 {self.source}; then {when_changed}; fi\n# '
 
-    def built(self, text, changes_program=True):
+    def built(self, text, changes_program=True, patience=600):
         """Patches what a run asks of the project: one program, with this text and (if told so) the source's."""
         def build(_):
             path = self.folder / "tests/x_test"
             path.write_text(text + (self.source.read_text(encoding="utf-8") if changes_program else ""), encoding="utf-8")
             path.chmod(0o755)
-        return mock.patch.multiple(mutation, COPY=self.folder, BUILD=self.folder, PATIENCE=0.5, build=build,
+        return mock.patch.multiple(mutation, COPY=self.folder, BUILD=self.folder, PATIENCE=patience, build=build,
                                    test_programs=lambda _: ["tests/x_test"])
 
-    def run_file(self, text, explained=(), changes_program=True):
+    def run_file(self, text, explained=(), **how):
         run = mutation.Run(explained)
         output = io.StringIO()
-        with self.built(text, changes_program), contextlib.redirect_stdout(output):
+        with self.built(text, **how), contextlib.redirect_stdout(output):
             run.file(pathlib.Path("area/x.cpp"), mutants("int x = 1;\n"))
         self.assertEqual(self.source.read_text(encoding="utf-8"), "int x = 1;\n")
         return run, output.getvalue()
@@ -106,7 +106,7 @@ class Runs(unittest.TestCase):
 
     def test_a_program_that_hangs_is_ended_with_its_children(self):
         pid = self.folder / "pid"
-        run, _ = self.run_file(self.program(f"sleep 1000 & echo $! > {pid}; wait"))
+        run, _ = self.run_file(self.program(f"sleep 1000 & echo $! > {pid}; wait"), patience=3)
         self.assertEqual((run.hung, run.killed), (1, 0))
         self.assertEqual(run.summary(), "1 of 1 changes noticed, 100 % (1 by the time limit); 0 explained, "
                                         "0 did not compile, 0 changed nothing")
@@ -146,7 +146,7 @@ class Runs(unittest.TestCase):
                     "import pathlib, sys\nimport mutation, mutation_test\nfrom mutants import mutants\n"
                     "test = mutation_test.Runs()\ntest.folder = pathlib.Path(sys.argv[1])\n"
                     "test.source = test.folder / 'area/x.cpp'\nmutation.end_by_signals()\n"
-                    "with test.built(sys.argv[2]):\n  mutation.PATIENCE = 1000\n"
+                    "with test.built(sys.argv[2]):\n"
                     "  mutation.Run({}).file(pathlib.Path('area/x.cpp'), mutants(test.source.read_text()))\n"),
                     self.folder, text], cwd=pathlib.Path(mutation.__file__).parent, stderr=subprocess.DEVNULL)
                 started.read_text(encoding="utf-8")  # waits until the changed program runs
