@@ -221,7 +221,7 @@ def failed_messages_do_not_lock_the_others_out(provider, exim):
 
     def small(text):
         text = replace(text, f"smtp_accept_max = {accept_max}", "smtp_accept_max = 2")
-        return replace(text, "smtp_receive_timeout = 1m", f"smtp_receive_timeout = {TIME_FACTOR}s")
+        return replace(text, "smtp_receive_timeout = 1m", f"smtp_receive_timeout = {5 * TIME_FACTOR}s")
 
     with relay("localhost", 1, "system", small) as full:
         silent = []
