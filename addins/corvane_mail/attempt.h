@@ -32,8 +32,8 @@ struct Attempt {
   /// The next octets of the mail, lines ended by CRLF, dots not doubled; 0 at its end.
   /// An exception ends the attempt with kForNow and its text.
   std::function<std::size_t(std::span<char>)> read;
-  /// Called before the last recipient of a small mail is named to the server: may_finish is asked
-  /// soon, and what its answer takes time for can begin. Throws nothing. May be empty.
+  /// Called before the command DATA of a small mail: may_finish is asked soon, and what its answer
+  /// takes time for can begin. Throws nothing. May be empty.
   std::function<void()> will_finish;
   /// Asked before the final dot; false: it waits, and asks again at each Poll. Throws nothing. May
   /// be empty.

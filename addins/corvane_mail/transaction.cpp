@@ -120,11 +120,6 @@ Transaction::Next Transaction::SayNextRecipient() {
   for (; recipient_ < attempt_.recipients.size(); ++recipient_) {
     const std::string& mailbox = attempt_.recipients[recipient_];
     if (!HasControls(mailbox) && (is_utf8_ || IsAscii(mailbox))) {
-      // Permission to finish takes a while, such as that of a write to the disk. If the mail goes
-      // out in one piece, it comes while the server answers the last two commands. For a larger one
-      // it is too early: the program may end long before the server has that.
-      const bool is_last = recipient_ + 1 == attempt_.recipients.size();
-      if (is_last && size_ < kPiece && attempt_.will_finish) attempt_.will_finish();
       return Say(Stage::kRecipients, "RCPT TO:<" + mailbox + ">");
     }
     // RFC 6531 clause 3.5: what a server without SMTPUTF8 would say.
@@ -133,7 +128,15 @@ Transaction::Next Transaction::SayNextRecipient() {
   const auto& replies = outcome_.recipients;
   const bool some = std::any_of(replies.begin(), replies.end(),
                                 [](const Reply& reply) { return reply.code / 100 == 2; });
-  return some ? Say(Stage::kData, "DATA") : EndWithoutRecipients();
+  return some ? SayData() : EndWithoutRecipients();
+}
+
+Transaction::Next Transaction::SayData() {
+  // Permission to finish takes a while, such as that of a write to the disk. If the mail goes out
+  // in one piece, it comes while the server answers. Earlier, or for a larger one, a program that
+  // is killed would take a mail of which the server has nothing for one whose end is not known.
+  if (size_ < kPiece && attempt_.will_finish) attempt_.will_finish();
+  return Say(Stage::kData, "DATA");
 }
 
 Transaction::Next Transaction::OnRecipient(const Reply& reply) {

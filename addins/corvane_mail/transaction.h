@@ -73,6 +73,7 @@ class Transaction {
   Next Finish(End end, std::string reason);
   Next SayMail();
   Next SayNextRecipient();
+  Next SayData();
   Next OnMail(const Reply& reply);
   Next OnRecipient(const Reply& reply);
   Next EndWithoutRecipients();
