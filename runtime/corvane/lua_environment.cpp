@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "runtime/corvane/lua_environment.h"
 
-#include <cstring>
 #include <string>
 #include <string_view>
 
+#include "runtime/corvane/error_advice.h"
 #include "runtime/corvane/os_execute.h"
 #include "runtime/corvane/st_library.h"
 #include "runtime/corvaneshare/elementary_types.h"
@@ -12,14 +12,6 @@
 
 namespace corvane {
 namespace {
-
-/// What to install for the error `message`; empty when nothing would help. MAIL_OUTBOX is in a
-/// package of its own, which may be missing where the program runs.
-const char* InstallAdvice(const char* message) {
-  const bool lacks_mail =
-      message != nullptr && std::strstr(message, "global 'MAIL_OUTBOX' (a nil value)") != nullptr;
-  return lacks_mail ? "; its add-in corvane_mail.so is not loaded: install corvane-mail" : "";
-}
 
 /// Message handler of ProtectedCall: any error value becomes a text followed by the traceback.
 int AddTraceback(lua_State* L) {
@@ -29,8 +21,9 @@ int AddTraceback(lua_State* L) {
     lua_pushfstring(L, "(error object is a %s)", luaL_typename(L, 1));
   }
   if (message == nullptr) message = lua_tostring(L, -1);
-  if (*InstallAdvice(message) != '\0') {
-    message = lua_pushfstring(L, "%s%s", message, InstallAdvice(message));
+  if (const std::string advice = ErrorAdvice(L, message != nullptr ? message : "");
+      !advice.empty()) {
+    message = lua_pushfstring(L, "%s%s", message, advice.c_str());
   }
   luaL_traceback(L, L, message, 1);
   return 1;

@@ -50,15 +50,6 @@ TEST_F(LuaEnvironmentTest, MetadataThatWouldAnswerDifferentlyTheSecondTimeIsAske
   EXPECT_EQ(Eval("asked"), "1");
 }
 
-TEST_F(LuaEnvironmentTest, AProgramThatNeedsMailSaysWhichPackageIsMissing) {
-  const std::string missing =
-      " (a nil value); its add-in corvane_mail.so is not loaded: install corvane-mail";
-  EXPECT_THAT(ErrorOf("mail = MAIL_OUTBOX.new{}"),
-              testing::EndsWith("attempt to index global 'MAIL_OUTBOX'" + missing));
-  EXPECT_THAT(ErrorOf("x = OTHER.new{}"), testing::Not(testing::HasSubstr("install")));
-  EXPECT_THAT(ErrorOf("error()"), testing::Not(testing::HasSubstr("install")));
-}
-
 TEST_F(LuaEnvironmentTest, AProtectedCallReturnsResultsAndKeepsTheStack) {
   lua_pushliteral(L(), "below");
   luaL_loadstring(L(), "local a, b = ... return a + b, a * b");
