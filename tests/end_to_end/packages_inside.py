@@ -50,7 +50,6 @@ def check_use(pages):
     as_user = ("setpriv", "--reuid=corvane", "--regid=corvane", "--init-groups")
     examples = "/usr/share/corvane/examples"
     output = run(*as_user, "corvane", "run", examples + "/disk_watch.lua", "--", "/", "0", "1")
-    # The script runs in the background, so either may come last.
     assert "disk_alarm.sh: / is " in output and "Done: 1 measurements.\n" in output, output
     assert "SysProcessCreate\n" in run(*as_user, "corvane", "blocks")
     [example] = [command for command in pages.examples if "disk_watch.lua" in command]
