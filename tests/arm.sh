@@ -16,7 +16,8 @@ for architecture in armhf arm64; do
     cmake --preset $architecture >/dev/null
     cmake --build --preset $architecture
     echo "== All tests for $architecture, in the emulator"
-    ctest --preset $architecture --parallel 2 "$@" || failed=1
+    # Four at once on two cores: most tests wait for something most of the time.
+    ctest --preset $architecture --parallel 4 "$@" || failed=1
 done
 
 stripped=$(mktemp)
