@@ -27,6 +27,7 @@ import threading
 
 sys.dont_write_bytecode = True
 from page import commands, output_pattern, read_blocks, shape
+from patience import TIME_FACTOR
 from simulated_modem import PATIENCE
 
 project, corvane, *pages = sys.argv[1:]
@@ -51,6 +52,7 @@ class Terminal:
 
     def __init__(self, script, page):
         self.page, self.text, self.taken, self.ended = page, "", 0, False
+        script = script.replace("corvane test ", f"corvane test --timeout {30 * TIME_FACTOR}s ")
         self.process = subprocess.Popen(
             ["setpriv", "--pdeathsig", "KILL", "bash", "-ec", page.real(script)], cwd=page.folder, env=page.environment,
             stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, start_new_session=True)
