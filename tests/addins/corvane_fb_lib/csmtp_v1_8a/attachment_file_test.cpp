@@ -4,15 +4,16 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
+#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <system_error>
 
 #include "tests/addins/corvane_fb_lib/csmtp_v1_8a/smtp_test_tools.h"
+#include "tests/support/in_child.h"
 
 namespace {
 
@@ -115,14 +116,12 @@ TEST(AttachmentFile, ThatMustNotBeReadIs404) {
   const std::string path = folder.Write("secret", "x");
   chmod(path.c_str(), 0);
   chmod(folder.path().c_str(), 0755);
-  const pid_t child = fork();
-  if (child == 0) {  // as a user without rights, since the administrator may read anything
-    if (getuid() == 0 && setuid(65534) != 0) _exit(255);
-    _exit(CodeOfOpening(path) == 404 ? 0 : 1);
-  }
-  int status = -1;
-  waitpid(child, &status, 0);
-  EXPECT_EQ(status, 0);
+  const auto refused = [&] {
+    // As a user without rights, since the administrator may read anything.
+    if (getuid() == 0 && setuid(65534) != 0) return false;
+    return CodeOfOpening(path) == 404;
+  };
+  EXPECT_EQ(test_support::InChild(refused), 0);
 }
 
 TEST(AttachmentFile, ThatIsAFolderIs404) {
@@ -142,6 +141,19 @@ TEST(AttachmentFile, ThatIsAPipeWithoutAWriterIs404AndDoesNotWait) {
 TEST(AttachmentFile, ThatIsADeviceIs404) {
   EXPECT_EQ(CodeOfOpening("/dev/zero"), 404);
   EXPECT_EQ(CodeOfOpening("/dev/null"), 404);
+}
+
+TEST(AttachmentFile, ThatIsATerminalIs404AndDoesNotBecomeThatOfTheProgram) {
+  const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+  ASSERT_EQ(grantpt(master), 0);
+  ASSERT_EQ(unlockpt(master), 0);
+  const std::string terminal = ptsname(master);
+  const auto opens = [&] {
+    setsid();  // whoever has no terminal gets the first that is opened without O_NOCTTY
+    return CodeOfOpening(terminal) == 404 && test_support::HasNoTerminal();
+  };
+  EXPECT_EQ(test_support::InChild(opens), 0);
+  close(master);
 }
 
 TEST(AttachmentFile, ThatGrowsAfterItWasMeasuredReturnsItsNewBytes) {
