@@ -26,10 +26,10 @@ const char* TypeName(OpcUa_BuiltInType type) {
   return "a variable";
 }
 
-/// The value as a message shows it: a long or binary text is not repeated whole.
+/// The value as a message shows it: a long or binary text is not repeated whole. Every type takes
+/// nil, so it is never refused.
 const char* Describe(lua_State* L, int index) {
   switch (lua_type(L, index)) {
-    case LUA_TNIL: return "nil";
     case LUA_TBOOLEAN: return lua_toboolean(L, index) != 0 ? "true" : "false";
     case LUA_TNUMBER:
       lua_pushvalue(L, index);  // lua_tostring would turn the caller's value into a string

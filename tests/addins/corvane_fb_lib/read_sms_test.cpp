@@ -7,6 +7,7 @@
 #include <limits>
 #include <random>
 
+#include "addins/corvane_fb_lib/read_sms.h"
 #include "tests/addins/corvane_fb_lib/block_test.h"
 #include "tests/support/deliver_pdu.h"
 #include "tests/support/fake_modem_port.h"
@@ -555,6 +556,13 @@ TEST_F(ReadSms, SharesAPortWithAnotherOne) {
   EXPECT_EQ(port.Exchange("OK\r\n"), "AT+CMGF=0\r");
   EXPECT_EQ(port.Exchange("OK\r\n"), "AT+CMGL=0\r");
   EXPECT_EQ(port.Poll(), "");
+}
+
+TEST(ReadSmsOctets, AreAppended) {
+  std::vector<unsigned char> octets;
+  ReadSMSFB::PDU_h2b("07f0", 4, octets);
+  ReadSMSFB::PDU_h2b("A1zz", 4, octets);
+  EXPECT_THAT(octets, ElementsAre(0x07, 0xF0, 0xA1, 0x00));
 }
 
 TEST_F(ReadSms, LogsNothing) {

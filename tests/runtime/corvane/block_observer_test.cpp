@@ -149,6 +149,15 @@ TEST_F(BlockObserverTest, NamesABlockInFiveTablesAndNotInSix) {
   EXPECT_THAT(names, testing::UnorderedElementsAre("t.a.b.c.d.fb", testing::StartsWith("#")));
 }
 
+TEST_F(BlockObserverTest, NamesNoBlockAfterAThousandTables) {
+  BlockObserver observer(L());
+  Run("t = {} for i = 1, 1100 do t[i] = {} end t[500].fb = SEND_SMS.new() t[1100].fb = "
+      "SEND_SMS.new()");
+  std::vector<std::string> names;
+  for (const auto& block : observer.Read()) names.push_back(block.name);
+  EXPECT_THAT(names, testing::UnorderedElementsAre("t[500].fb", testing::StartsWith("#")));
+}
+
 TEST_F(BlockObserverTest, KeepsNoBlockAlive) {
   BlockObserver observer(L());
   Run("fb = SEND_SMS.new() other = SEND_SMS.new()");

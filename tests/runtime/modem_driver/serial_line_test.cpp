@@ -8,7 +8,6 @@
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -19,6 +18,7 @@
 
 #include "libs/base/descriptor.h"
 #include "runtime/modem_driver/read_allowance.h"
+#include "tests/support/in_child.h"
 #include "tests/support/modem_peer.h"
 #include "tests/support/temporary_folder.h"
 
@@ -143,23 +143,14 @@ TEST_F(SerialLineTest, NoDescriptorReachesAStartedCommand) {
   }
 }
 
-/// The status with which a child process ends in which `does` has run: 0 if it returned true.
-template <class Does>
-int InChild(const Does& does) {
-  const pid_t child = fork();
-  if (child == 0) _exit(does() ? 0 : 1);
-  int status = -1;
-  return waitpid(child, &status, 0) == child ? status : -1;
-}
-
 TEST_F(SerialLineTest, ATerminalDoesNotBecomeThatOfTheProgram) {
   ModemPeer peer([](ModemPeer&, const std::string&) {});
   const auto opens = [&] {
     setsid();  // whoever has no terminal gets the first that is opened without O_NOCTTY
     const auto line = OpenLine(ParseModemTarget("1=" + peer.Target()), loop_);
-    return line != nullptr && open("/dev/tty", O_RDWR | O_CLOEXEC) < 0 && errno == ENXIO;
+    return line != nullptr && test_support::HasNoTerminal();
   };
-  EXPECT_EQ(InChild(opens), 0);
+  EXPECT_EQ(test_support::InChild(opens), 0);
 }
 
 TEST_F(SerialLineTest, ALineMayHaveDescriptorZero) {
@@ -171,7 +162,7 @@ TEST_F(SerialLineTest, ALineMayHaveDescriptorZero) {
       const auto line = OpenLine(ParseModemTarget("1=" + target), loop_);
       return line != nullptr && fcntl(0, F_GETFD) >= 0;
     };
-    EXPECT_EQ(InChild(opens), 0) << target;
+    EXPECT_EQ(test_support::InChild(opens), 0) << target;
   }
 }
 
