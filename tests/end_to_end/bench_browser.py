@@ -98,8 +98,10 @@ class Browser:
         self.wait(self.one(f"#{name}").is_displayed, f"the tab {name}")
 
     def console(self):
-        """The lines of the browser's console since the last call: errors, warnings, violations of the policy."""
-        return [entry["message"] for entry in self.driver.get_log("browser")]
+        """The lines of the browser's console since the last call: errors, warnings, violations of the policy. Where a
+        refusal is shown, the browser asks for an icon by itself, and reports at any time that this is refused, too."""
+        lines = [entry["message"] for entry in self.driver.get_log("browser")]
+        return [line for line in lines if "/favicon.ico - " not in line]
 
     def faults(self):
         """The serious and critical faults that axe-core finds on the page as it is, one text each."""
