@@ -124,6 +124,8 @@ void StoreWriter::Open() {
 OpenedStore StoreWriter::OpenFile() {
   try {
     return OpenStore(shared_->file, shared_->options.vfs, shared_->options.now(), damage_);
+  } catch (const StoreError&) {
+    throw;  // what is refused is left alone
   } catch (const std::exception&) {
     if (!IsLoaded()) LoadWhatCanBeRead();
     throw;

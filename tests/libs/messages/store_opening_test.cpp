@@ -171,6 +171,14 @@ TEST_F(StoreOpening, RefusesASymbolicLinkAndLeavesItAlone) {
   EXPECT_FALSE(fs::exists(folder() / "elsewhere"));
 }
 
+TEST_F(StoreOpening, RefusesALinkInThePlaceOfTheLogAndReadsNothing) {
+  MakeStoreIn(folder());
+  SetFileContent(folder() / "elsewhere", "another program's");
+  fs::create_symlink(folder() / "elsewhere", log());
+  ExpectRefused("is a symbolic link");
+  EXPECT_TRUE(fs::is_symlink(log()));
+}
+
 TEST_F(StoreOpening, RefusesANewerVersionAndLeavesItAlone) {
   MakeStoreIn(folder());
   // Another program has it open, so that the version is only in the log.
