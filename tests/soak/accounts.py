@@ -201,7 +201,7 @@ def check_log(log, program, faults, failed_mails):
             else:
                 warned[row].append(event)
     for row, events in warned.items():
-        complaints += check_warned(EXPLAINED[row], events, prolonged(faults, program))
+        complaints += check_warned(EXPLAINED[row], events, prolonged(faults, program, EXPLAINED[row].delay))
     complaints += [f"{failed_mails} mails failed, but the log has the {what} of {logged[what]}"
                    for what in ("error", "name") if logged[what] != failed_mails]
     return complaints

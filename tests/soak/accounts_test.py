@@ -457,6 +457,13 @@ class Log(unittest.TestCase):
         self.assertTrue(self.log([lost], unplugged))
         self.assertFalse(self.log([lost], unplugged, program=[(8, "mail 1 402")]))
 
+    def test_a_dead_mail_server_delays_the_report_of_a_late_answer(self):
+        silence = (19, self.port + "no answer to AT+CMGS=41 within 17s")
+        mute = [Span("muted", 0, 1)]
+        self.assertTrue(self.log([silence], mute))
+        self.assertTrue(self.log([silence], mute, program=[(30, "mail 1 402")]))
+        self.assertFalse(self.log([silence], mute, program=[(18, "mail 1 402")]))
+
     def test_each_refusal_needs_an_order_of_its_kind(self):
         refused = {"CMGL refused": "AT+CMGL=0 was refused: +CMS ERROR: 320",
                    "CMGD refused": "AT+CMGD=2 was refused: ERROR",

@@ -67,16 +67,17 @@ def mails_of(fault):
     return 2 + int((fault.end - fault.start) / 0.1)
 
 
-def prolonged(faults, program):
-    """The faults, extended by the time that the program may take to notice them. The port has to wait
-    for the cycle, which a dead mail server holds; without a descriptor no modem can be opened."""
+def prolonged(faults, program, delay=0):
+    """The faults, extended by the time that the program may take to notice them, beyond the delay with which
+    it always may. The port has to wait for the cycle, which a dead mail server holds; without a descriptor no
+    modem can be opened."""
     held = [Span("held", event.time - MAIL_WAIT, event.time) for event in program
             if re.match(r"mail \d+ 402$", event.line)]
     starved = [fault for fault in faults if fault.kind == "no descriptors"]
     result = []
     for fault in faults:
         end = latest_end(fault, starved if fault.kind == "unplugged" else [])
-        noticed = latest_end(dataclasses.replace(fault, end=end), held)
+        noticed = latest_end(dataclasses.replace(fault, end=end + delay), held) - delay
         result.append(dataclasses.replace(fault, end=noticed, idle=noticed - end))
     return result
 
