@@ -32,6 +32,13 @@ void DriverClient::Queue(const std::string& request, int timeout_ms, char end_ch
   requests_.push_back({request, timeout_ms, end_char});
 }
 
+void DriverClient::QueueMessage(const std::string& announcement, const std::string& text,
+                                int text_timeout_ms, int announcement_timeout_ms) {
+  const std::lock_guard guard(mutex_);
+  requests_.push_back({announcement, announcement_timeout_ms, 0});
+  requests_.push_back({text, text_timeout_ms, 13});
+}
+
 DriverReply DriverClient::WaitForReply() {
   std::unique_lock guard(mutex_);
   if (!replied_.wait_for(guard, kPatience, [this] { return !replies_.empty(); })) {

@@ -35,6 +35,10 @@ class DriverClient {
   /// Queues a request and waits for its reply; fails the test if there is none.
   DriverReply Exchange(const std::string& request, int timeout_ms = 500, char end_char = 13);
   void Queue(const std::string& request, int timeout_ms = 500, char end_char = 13);
+  /// Queues the announcement of a message and its text together: the driver asks for the text as
+  /// soon as the prompt is there, and leaves the prompt if there is none.
+  void QueueMessage(const std::string& announcement, const std::string& text,
+                    int text_timeout_ms = 500, int announcement_timeout_ms = 500);
   DriverReply WaitForReply();
   [[nodiscard]] std::size_t replies();
   void SetPriority(int priority);

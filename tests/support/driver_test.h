@@ -54,8 +54,7 @@ inline void ExpectPromptAndConfirmation(DriverClient& client) {
 }
 
 inline void ExpectMessageSent(DriverClient& client, int timeout_ms = 500) {
-  client.Queue(kAnnounce, 500, 0);
-  client.Queue(kText, timeout_ms);
+  client.QueueMessage(kAnnounce, kText, timeout_ms);
   ExpectPromptAndConfirmation(client);
 }
 

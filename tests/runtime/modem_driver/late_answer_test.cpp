@@ -37,8 +37,7 @@ class LateAnswerTest : public DriverTest {
  protected:
   /// Announces a message and sends its text, which is not answered in time.
   void SendInVain(const std::string& text = kText) {
-    client_.Queue(kAnnounce, 500, 0);
-    client_.Queue(text, 20);
+    client_.QueueMessage(kAnnounce, text, 20);
     ExpectReply(client_.WaitForReply(), ">");
     ExpectNoAnswer(client_.WaitForReply());
     // It is written, but on a busy machine the peer may not have read it yet.
@@ -81,8 +80,7 @@ TEST_F(LateAnswerTest, ARequestThatWaitsIsAnsweredWhenTheConfirmationComes) {
   times_.undisturbed = std::chrono::milliseconds(0);
   const auto running = Start(ObeyAllButTexts);
   SendInVain();
-  client_.Queue(kAnnounce, 600'000, 0);
-  client_.Queue(kText);
+  client_.QueueMessage(kAnnounce, kText, 500, 600'000);
   peer_->Send(kConfirmation);
   ExpectPromptAndConfirmation(client_);
   EXPECT_THAT(peer_->Requests(), ElementsAre(kAnnounce, kText));
@@ -116,8 +114,7 @@ TEST_F(LateAnswerTest, AnotherMessageEndsTheMemory) {
   });
   SendInVain();
   peer_->Send(kConfirmation);
-  client_.Queue("AT+CMGS=2\r", 500, 0);
-  client_.Queue("0102\x1A");
+  client_.QueueMessage("AT+CMGS=2\r", "0102\x1A");
   ExpectPromptAndConfirmation(client_);
   SendInVain();
 }
@@ -256,8 +253,7 @@ TEST_F(LateAnswerTest, APromptThatComesLateServesTheSameAnnouncement) {
     Obey(peer, request);
   });
   ExpectNoAnswer(client_.Exchange(kAnnounce, 20, 0));
-  client_.Queue(kAnnounce, 500, 0);
-  client_.Queue(kText);
+  client_.QueueMessage(kAnnounce, kText);
   peer_->Send("\r\n> ");
   ExpectPromptAndConfirmation(client_);
   EXPECT_THAT(peer_->Requests(), ElementsAre(kAnnounce, kText));

@@ -192,8 +192,7 @@ TEST_F(DriverTest, AnnouncementsAreHandedOverWhileAnAnswerIsLate) {
       ",poll=60s");
   ASSERT_EQ(client_.Listen(), 0);
   ExpectListening();
-  client_.Queue(kAnnounce, 500, 0);
-  client_.Queue(kText, 20);
+  client_.QueueMessage(kAnnounce, kText, 20);
   peer_->Send("\r\n+CMTI: \"SM\",3\r\n");  // so that the driver asks its client at once
   EXPECT_THAT(client_.WaitForHeard(1), testing::SizeIs(1));
   ExpectReply(client_.WaitForReply(), ">");
@@ -262,8 +261,7 @@ TEST_F(DriverTest, TheStatusSaysWhetherTheModemCanHaveTheRequest) {
     Obey(peer, request);
   });
   EXPECT_EQ(client_.Exchange(kText).status, kPortDriverNotWritten) << "a text without its prompt";
-  client_.Queue(kAnnounce, 500, 0);
-  client_.Queue(kText, 20);
+  client_.QueueMessage(kAnnounce, kText, 20);
   ExpectReply(client_.WaitForReply(), ">");
   EXPECT_EQ(client_.WaitForReply().status, kPortDriverNoAnswer) << "the modem has the text";
   peer_->Unplug();
@@ -295,8 +293,7 @@ TEST_F(DriverTest, ATextIsNotSentToADeviceThatCameBackSinceItsPrompt) {
         if (request == kAnnounce) peer.Unplug();
       },
       "", PeerKind::kTcp);
-  client_.Queue(kAnnounce, 500, 0);
-  client_.Queue(kText);
+  client_.QueueMessage(kAnnounce, kText);
   ExpectReply(client_.WaitForReply(), ">");
   ExpectNoAnswer(client_.WaitForReply());
   ExpectReply(client_.Exchange(kSetPduMode, 5000), "OK\r\n");
@@ -391,8 +388,7 @@ TEST_F(DriverTest, NoiseIsNeitherAListNorAConfirmation) {
     is_slow ? peer.Send("\r\n$GPGGA: LOOK OUT,1\r\n") : Obey(peer, request);
   });
   ExpectNoAnswer(client_.Exchange(kList, 50, 0));
-  client_.Queue(kAnnounce, 500, 0);
-  client_.Queue(kText, 50);
+  client_.QueueMessage(kAnnounce, kText, 50);
   ExpectReply(client_.WaitForReply(), ">");
   ExpectNoAnswer(client_.WaitForReply());
 }
@@ -429,8 +425,7 @@ TEST_F(DriverTest, WhatIsWholeBeforeNoiseIsHandedOver) {
     }
   });
   ExpectReply(client_.Exchange(kList, 500, 0), entry);
-  client_.Queue(kAnnounce, 10'000, 0);
-  client_.Queue(kText, 500);
+  client_.QueueMessage(kAnnounce, kText, 500, 10'000);
   ExpectPromptAndConfirmation(client_);
 }
 

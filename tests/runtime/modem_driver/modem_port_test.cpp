@@ -127,8 +127,7 @@ TEST_F(ModemPortTest, AnOkWithoutTheNumberOfTheMessageIsLogged) {
   const auto running = Start([](ModemPeer& peer, const std::string& request) {
     request == kText ? peer.Send(kOk) : Obey(peer, request);
   });
-  client_.Queue(kAnnounce, 500, 0);
-  client_.Queue(kText);
+  client_.QueueMessage(kAnnounce, kText);
   ExpectReply(client_.WaitForReply(), ">");
   ExpectReply(client_.WaitForReply(), "OK\r\n");
   EXPECT_THAT(
@@ -144,8 +143,7 @@ TEST_F(ModemPortTest, AMessageThatItsClientGivesUpIsLogged) {
     request == kText ? peer.Send("\r\n+CMS ERROR: 331\r\n") : Obey(peer, request);
   });
   for (int attempt = 0; attempt < 2; ++attempt) {  // a client with more to send does not give up
-    client_.Queue(kAnnounce, 500, 0);
-    client_.Queue(kText);
+    client_.QueueMessage(kAnnounce, kText);
     if (attempt == 0) client_.Queue("AT+CMGF=0\r");
     ExpectReply(client_.WaitForReply(), ">");
     ExpectReply(client_.WaitForReply(), "+CMS ERROR: 331\r\n");
@@ -166,8 +164,7 @@ TEST_F(ModemPortTest, AnOpenPromptBelongsToItsOwnerEvenWhileThatPauses) {
     if (request != kAnnounce) Obey(peer, request);
   });
   ExpectNoAnswer(client_.Exchange(kAnnounce, 20, 0));
-  client_.Queue(kAnnounce, 500, 0);
-  client_.Queue(kText);
+  client_.QueueMessage(kAnnounce, kText);
   peer_->Send("\r\n> ");
   ExpectPromptAndConfirmation(client_);
   EXPECT_THAT(peer_->Requests(), ElementsAre(kAnnounce, kText));
