@@ -13,6 +13,7 @@ import os
 import pathlib
 import random
 import re
+import resource
 import shutil
 import signal
 import subprocess
@@ -33,6 +34,7 @@ if shutil.which("ld.lld"):
 if shutil.which("ccache"):
     OPTIONS += ["-DCMAKE_CXX_COMPILER_LAUNCHER=ccache"]
 PATIENCE = 10  # seconds that a test program gets beside four times what it needs without a change
+LARGEST_FILE = 256 << 20  # octets; no test needs more
 
 
 def copy_sources():
@@ -87,12 +89,17 @@ def digest(program):
     return hashlib.sha256((BUILD / program).read_bytes()).digest()
 
 
+def limit_files():
+    """A change may make a program write without end."""
+    resource.setrlimit(resource.RLIMIT_FSIZE, (LARGEST_FILE, LARGEST_FILE))
+
+
 def passes(program, seconds, suites="*"):
     """Whether these tests of the program pass; None if they have not ended within this time."""
     command = [BUILD / program, "--gtest_brief=1", "--gtest_fail_fast", f"--gtest_filter={suites}"]
     process = subprocess.Popen(command, cwd=BUILD / "tests",
                                stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
-                               start_new_session=True)
+                               start_new_session=True, preexec_fn=limit_files)
     try:
         return process.wait(seconds) == 0
     except subprocess.TimeoutExpired:
