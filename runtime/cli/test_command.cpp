@@ -149,7 +149,7 @@ int Test(const TestOptions& options) {
 void AddTestCommand(CLI::App& app, Action& action) {
   auto options = std::make_shared<TestOptions>();
   CLI::App* command = app.add_subcommand("test", "Run unit tests of control programs");
-  command->add_option("files", options->files, "Files with tests, in Lua")->required();
+  command->add_option("file", options->files, "A file with tests, in Lua, or several")->required();
   command->add_option("--filter", options->filter, "Only tests whose names contain this text")
       ->check(CheckNotEmpty);
   command->add_flag("--tap", options->tap, "Print in the Test Anything Protocol, version 13");

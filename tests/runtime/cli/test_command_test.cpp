@@ -107,7 +107,7 @@ TEST_F(TestCommand, RunsTheTestsWhoseNamesContainAText) {
 }
 
 TEST_F(TestCommand, RefusesFilesThatCannotBeUsedBeforeItRunsAnything) {
-  EXPECT_THAT(RunCommand({CORVANE, "test"}).err, HasSubstr("files is missing"));
+  EXPECT_THAT(RunCommand({CORVANE, "test"}).err, HasSubstr("file is missing: A file with tests"));
   const auto missing = RunCommand({CORVANE, "test", folder_.path() / "pmup_test.lua"});
   EXPECT_EQ(missing.status, 2);
   EXPECT_THAT(missing.err, HasSubstr("pmup_test.lua cannot be read"));
