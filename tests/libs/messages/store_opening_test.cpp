@@ -171,7 +171,7 @@ TEST_F(StoreOpening, RefusesASymbolicLinkAndLeavesItAlone) {
   EXPECT_FALSE(fs::exists(folder() / "elsewhere"));
 }
 
-TEST_F(StoreOpening, RefusesALinkInThePlaceOfTheLogAndReadsNothing) {
+TEST_F(StoreOpening, RefusesALinkInThePlaceOfTheLogAndLeavesItAlone) {
   MakeStoreIn(folder());
   SetFileContent(folder() / "elsewhere", "another program's");
   fs::create_symlink(folder() / "elsewhere", log());
