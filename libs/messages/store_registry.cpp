@@ -6,25 +6,30 @@
 #include <utility>
 
 namespace messages {
-namespace CORVANE_STORE_REGISTRY_VERSION {
 
 /// A list by hand, so that it needs neither a constructor nor a destructor at run time.
-struct __attribute__((visibility("default"))) StoreRegistry {
+struct StoreRegistry {
   std::mutex mutex;
   StoreShared* first = nullptr;  // linked by next_open; each one lives as long as its handles
 };
 
-/// GCC emits an inline variable of default visibility as STB_GNU_UNIQUE: the dynamic linker keeps
-/// one of this name in the whole process, even among libraries that are loaded with RTLD_LOCAL. The
-/// name carries the version, since add-ins of different versions may differ in what StoreShared is.
-__attribute__((visibility("default"))) constinit inline StoreRegistry store_registry;
+/// The dynamic linker keeps one STB_GNU_UNIQUE symbol of a name in the whole process, even among
+/// libraries that are loaded with RTLD_LOCAL. No C++ yields one with every compiler: GCC makes
+/// inline variables unique, clang does not. The name carries the version, since add-ins of
+/// different versions may differ in what StoreShared is.
+extern StoreRegistry store_registry __asm__(CORVANE_STORE_REGISTRY)
+    __attribute__((visibility("default")));
 
-}  // namespace CORVANE_STORE_REGISTRY_VERSION
-namespace {
-
-using CORVANE_STORE_REGISTRY_VERSION::store_registry;
-
-}  // namespace
+// All zeros: an unlocked mutex of glibc, and no store.
+static_assert(sizeof(StoreRegistry) <= 64 && alignof(StoreRegistry) <= 16);
+__asm__(R"(
+.pushsection .bss
+.balign 16
+.type )" CORVANE_STORE_REGISTRY R"(, %gnu_unique_object
+.size )" CORVANE_STORE_REGISTRY R"(, 64
+)" CORVANE_STORE_REGISTRY R"(: .zero 64
+.popsection
+)");
 
 JoinedStore JoinStore(const std::filesystem::path& folder, const std::string& channel,
                       StoreOptions options) {

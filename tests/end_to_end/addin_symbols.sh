@@ -30,7 +30,7 @@ check_exports() {
     expected=$(printf '%s\n' DisposeAddin InitAddin \
         "${classes[@]/#/RegisterSTLibs}" "${classes[@]/#/luaopen_}" | LC_ALL=C sort)
     # Add-ins share one more thing (addins/exports.map), which is unique in the process.
-    exported=$("$nm" -D --defined-only "$1" | awk '!($2 == "u" && /store_registryE$/) {print $3}' | LC_ALL=C sort)
+    exported=$("$nm" -D --defined-only "$1" | awk '!($2 == "u" && / corvane_store_registry_/) {print $3}' | LC_ALL=C sort)
     if [ "$exported" != "$expected" ]; then
         echo "$1 exports:"
         diff <(echo "$expected") <(echo "$exported") || true
