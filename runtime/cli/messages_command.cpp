@@ -172,6 +172,20 @@ int Limit(StoreView& store, const std::filesystem::path& file, const MessagesOpt
 
 using Work = std::function<int(StoreView&, const std::filesystem::path&, const MessagesOptions&)>;
 
+/// Why the store cannot be opened, and what to do.
+std::string OpeningProblem(const std::filesystem::path& file, const std::exception& error) {
+  if (dynamic_cast<const messages::StoreError*>(&error) != nullptr) return error.what();
+  if (messages::MeansDamage(error)) {
+    return fmt::format(
+        "{} is not a store of messages, or is damaged ({}); name a file messages.db with --store",
+        file.string(), error.what());
+  }
+  return fmt::format(
+      "the store {} cannot be opened ({}); this user must be allowed to read and write it and its "
+      "folder",
+      file.string(), error.what());
+}
+
 /// Does the work with the store that the options name.
 int WithStore(const MessagesOptions& options, const Work& work) {
   std::filesystem::path file;
@@ -180,7 +194,7 @@ int WithStore(const MessagesOptions& options, const Work& work) {
     file = FindStore(options.store);
     store.emplace(file);
   } catch (const std::exception& error) {
-    PrintError(file.empty() ? error.what() : messages::ProblemSentence(file, error, 0));
+    PrintError(file.empty() ? error.what() : OpeningProblem(file, error));
     return kUsage;
   }
   return work(*store, file, options);

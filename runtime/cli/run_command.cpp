@@ -59,7 +59,9 @@ struct RunOptions {
 std::string CheckProgram(const std::string& path) {
   std::error_code error;
   const auto status = std::filesystem::status(path, error);
-  if (!std::filesystem::exists(status)) return "program '" + path + "' does not exist";
+  if (status.type() == std::filesystem::file_type::not_found) {
+    return "program '" + path + "' does not exist";
+  }
   if (std::filesystem::is_directory(status))
     return "'" + path + "' is a folder, not a control program";
   const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path.c_str(), "re"), std::fclose);

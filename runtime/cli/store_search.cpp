@@ -17,21 +17,41 @@ namespace fs = std::filesystem;
 
 constexpr const char* kStoreName = "messages.db";
 
-/// The stores of all programs of this user, in alphabetical order.
-std::vector<fs::path> StoresIn(const fs::path& home) {
-  std::vector<fs::path> stores;
+/// Whether the file is there. @throws std::runtime_error when that cannot be seen
+bool IsThere(const fs::path& store) {
+  std::error_code error;
+  const bool is_there = fs::exists(store, error);
+  if (error) {
+    throw std::runtime_error(
+        fmt::format("the store {} cannot be read: {}", store.string(), error.message()));
+  }
+  return is_there;
+}
+
+struct FoundStores {
+  std::vector<fs::path> stores;  ///< of all programs of this user, in alphabetical order
+  std::string unseen;            ///< why another one cannot be seen; empty: there is none
+};
+
+FoundStores StoresIn(const fs::path& home) {
+  FoundStores found;
   std::error_code error;
   for (const auto& folder : fs::directory_iterator(home, error)) {
     const fs::path store = folder.path() / kStoreName;
-    if (fs::exists(store, error)) stores.push_back(store);
+    try {
+      if (IsThere(store)) found.stores.push_back(store);
+    } catch (const std::runtime_error& unseen) {
+      found.unseen = unseen.what();
+    }
   }
-  std::ranges::sort(stores);
-  return stores;
+  std::ranges::sort(found.stores);
+  return found;
 }
 
 fs::path TheOnlyOne(const fs::path& home) {
-  const std::vector<fs::path> stores = StoresIn(home);
+  const auto [stores, unseen] = StoresIn(home);
   if (stores.size() == 1) return stores.front();
+  if (stores.empty() && !unseen.empty()) throw std::runtime_error(unseen);
   if (stores.empty()) {
     throw std::runtime_error(fmt::format(
         "no program has a store of messages in {}; name one with --store FILE", home.string()));
@@ -51,8 +71,7 @@ fs::path FindStore(const std::string& given) {
     if (!home.is_of_one_program) return TheOnlyOne(home.folder);
     store = home.folder / kStoreName;
   }
-  std::error_code error;
-  if (!fs::exists(store, error)) {
+  if (!IsThere(store)) {
     throw std::runtime_error(fmt::format("there is no store {}", store.string()));
   }
   return fs::absolute(store);  // the store also needs its folder

@@ -8,7 +8,9 @@
 #include <condition_variable>
 #include <csignal>
 #include <exception>
+#include <filesystem>
 #include <mutex>
+#include <string>
 #include <utility>
 
 #include "libs/base/printable.h"
@@ -36,6 +38,10 @@ void Merge(std::string_view snapshot, json& values) {
 }
 
 std::string Describe(const std::exception& error) {
+  if (const auto* const from_files =
+          dynamic_cast<const std::filesystem::filesystem_error*>(&error)) {
+    return Printable(from_files->path1().string() + ": " + from_files->code().message());
+  }
   return Printable(error.what());
 }
 

@@ -121,9 +121,13 @@ class TestState {
 TestFile::TestFile(const std::string& path)
     : path_(path), folder_(std::filesystem::absolute(path).parent_path()) {
   std::ifstream file(path, std::ios::binary);
-  std::error_code error;
-  if (!file || std::filesystem::is_directory(path, error)) {
-    throw LuaError(path + " cannot be read; name a file with tests, such as pump_test.lua");
+  std::error_code error(file ? 0 : errno, std::generic_category());
+  if (!error && std::filesystem::is_directory(path, error)) {
+    error = std::make_error_code(std::errc::is_a_directory);
+  }
+  if (error) {
+    throw LuaError(path + " cannot be read: " + error.message() +
+                   "; name a file with tests, such as pump_test.lua");
   }
   text_.assign(std::istreambuf_iterator<char>(file), {});
   if (text_.starts_with('#')) text_.insert(0, "--");

@@ -29,9 +29,11 @@ std::string ErrorText() {
 }
 
 [[noreturn]] void FailTcp(const WebAddress& address) {
-  const char* const advice = errno == EADDRINUSE ? "; another program uses it: choose another port"
-                             : errno == EADDRNOTAVAIL ? "; it is not an address of this machine"
-                                                      : "";
+  const char* const advice =
+      errno == EADDRINUSE      ? "; another program uses it: choose another port"
+      : errno == EADDRNOTAVAIL ? "; it is not an address of this machine"
+      : errno == EACCES ? "; ports below 1024 are reserved for root: choose another, such as 8080"
+                        : "";
   throw BenchError(
       fmt::format("the bench cannot listen on {}: {}{}", address.Text(), ErrorText(), advice));
 }

@@ -308,8 +308,23 @@ TEST_F(MessagesCommand, FindsTheOnlyStoreOfTheUserOrListsThem) {
 TEST_F(MessagesCommand, RefusesWhatIsNotAStore) {
   ExpectUsageError(Messages({}), "there is no store " + file().string());
   messages::SetFileContent(file(), std::string(3000, 'x'));
-  ExpectUsageError(Messages({}), "file is not a database");
+  ExpectUsageError(Messages({}), file().string() + " is not a store of messages, or is damaged " +
+                                     "(file is not a database); name a file messages.db");
   EXPECT_EQ(messages::FileContent(file()), std::string(3000, 'x'));
+}
+
+TEST_F(MessagesCommand, SaysWhyAStoreCannotBeSeenOrOpened) {
+  const std::string home = "XDG_STATE_HOME=" + folder().string();
+  const fs::path store = folder() / "corvane/pump/messages.db";
+  fs::create_directories(store.parent_path());
+  // As a folder without permission is for users other than root.
+  fs::create_symlink(store, store);
+  ExpectUsageError(In(home, ""),
+                   "the store " + store.string() + " cannot be read: Too many levels");
+  messages::MakeStoreIn(folder() / "corvane" / "gate");
+  EXPECT_THAT(In(home, "").out, HasSubstr("to 112"));
+  fs::create_directory(file());
+  ExpectUsageError(Messages({}), "the store " + file().string() + " cannot be opened (unable");
 }
 
 TEST_F(MessagesCommand, RefusesWrongUsage) {

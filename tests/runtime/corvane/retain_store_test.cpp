@@ -177,8 +177,9 @@ TEST_F(RetainStoreTest, AFolderThatCannotBeMadeIsReportedOnceAndTriedAgain) {
   Changing program(program_, store);
   program.Cycle();
   EXPECT_THAT(test_support::TakeLog(),
-              ElementsAre(testing::AllOf(HasSubstr("error retained values cannot be kept"),
-                                         HasSubstr("the program runs on"))));
+              ElementsAre(testing::AllOf(
+                  HasSubstr("error retained values cannot be kept: " + state().string() + ": "),
+                  HasSubstr("the program runs on"))));
   fs::remove(state());
   EXPECT_TRUE(WaitFor([&] { return fs::exists(file()); }));
   EXPECT_TRUE(WaitFor([] {

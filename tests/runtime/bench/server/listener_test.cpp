@@ -6,10 +6,12 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <fstream>
 #include <optional>
+#include <thread>
 
 #include "runtime/bench/server/socket_path.h"
 #include "tests/support/temporary_folder.h"
@@ -19,6 +21,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::AllOf;
+using testing::EndsWith;
 using testing::HasSubstr;
 
 bool IsListener(const Descriptor& socket) {
@@ -63,6 +66,21 @@ TEST(TcpListener, SaysWhatToDoAboutAPortThatIsInUse) {
   EXPECT_THAT(ErrorOf([&] { (void)ListenOnTcp(address); }),
               AllOf(HasSubstr("the bench cannot listen on " + address.Text()),
                     HasSubstr("another program uses it: choose another port")));
+}
+
+TEST(TcpListener, SaysWhichPortsAreForRootOnly) {
+  WebAddress address{"127.0.0.1", 81};
+  std::string error;
+  std::thread([&] {
+    // Without glibc's wrapper, so that only this thread is another user.
+    if (geteuid() == 0) {
+      ASSERT_EQ(syscall(SYS_setresuid, -1, 65534, -1), 0);
+    }
+    error = ErrorOf([&] { (void)ListenOnTcp(address); });
+  }).join();
+  if (error.empty()) GTEST_SKIP() << "net.ipv4.ip_unprivileged_port_start is below 82 here";
+  EXPECT_THAT(error, EndsWith("127.0.0.1:81: Permission denied; ports below 1024 are reserved for "
+                              "root: choose another, such as 8080"));
 }
 
 TEST(TcpListener, SaysThatAnAddressIsNotOneOfThisMachine) {
