@@ -65,11 +65,27 @@ bool ConstructFB(lua_State* L, void* memory, char* what, std::size_t size) {
   }
 }
 
+/// Raises a Lua error if the table of initial values is the block type itself, as `TYPE:new{...}`
+/// passes it. No variable can be a function, so no other table has this one.
+template <class T>
+void RefuseTheTypeItself(lua_State* L) {
+  lua_pushstring(L, "new");
+  lua_rawget(L, 1);
+  if (lua_type(L, -1) == LUA_TFUNCTION) {
+    const char* const type = FBUtil<T>().typeName;
+    luaL_error(L, "write %s.new { ... }, with a dot, not a colon", type);
+  }
+  lua_settop(L, 1);
+}
+
 /// Module function `new([table])`: a new block with the table's pairs as initial values.
 template <class T>
 int NewFB(lua_State* L) {
   lua_settop(L, 1);
-  if (!lua_isnil(L, 1)) luaL_checktype(L, 1, LUA_TTABLE);
+  if (!lua_isnil(L, 1)) {
+    luaL_checktype(L, 1, LUA_TTABLE);
+    RefuseTheTypeItself<T>(L);
+  }
   void* memory = lua_newuserdata(L, sizeof(T));
   char what[256];
   if (!ConstructFB<T>(L, memory, what, sizeof what)) {

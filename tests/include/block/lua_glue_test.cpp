@@ -74,6 +74,13 @@ TEST_F(LuaGlue, ANumberIsAVariableName) {
   EXPECT_EQ(Eval("fb[12]"), "twelve");
 }
 
+TEST_F(LuaGlue, NewWithAColonSaysHowItIsWritten) {
+  for (const char* call : {"PROBE:new{ DInt = 1 }", "PROBE:new()", "PROBE.new(PROBE)"}) {
+    EXPECT_EQ(ErrorOf("x = " + std::string(call)),
+              "test:1: write PROBE.new { ... }, with a dot, not a colon");
+  }
+}
+
 TEST_F(LuaGlue, NewWithoutTableOrWithNilHasNoInitialValues) {
   EXPECT_EQ(Eval("PROBE.new().DInt + PROBE.new(nil).DInt"), "0");
 }
