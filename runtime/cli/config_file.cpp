@@ -39,7 +39,9 @@ Setting ParseLine(const std::string& line) {
 CLI::Option& FindOption(CLI::App& command, const std::string& name) {
   CLI::Option* option = command.get_option_no_throw("--" + name);
   if (option == nullptr) option = command.get_option_no_throw(name);
-  if (option == nullptr) throw CLI::ConfigError("there is no option '" + name + "'");
+  if (option == nullptr) {
+    throw CLI::ConfigError("there is no option '" + name + "'" + MeantOption(command, name));
+  }
   if (!option->get_configurable()) {
     throw CLI::ConfigError("'" + name + "' belongs on the command line");
   }

@@ -4,7 +4,10 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <algorithm>
 #include <vector>
+
+#include "block/declaration.h"
 
 namespace corvane::cli {
 namespace {
@@ -15,9 +18,19 @@ std::string KnownSubcommands(const CLI::App& command) {
   return fmt::format("{}", fmt::join(names, ", "));
 }
 
+/// The first word that looks like an option and is none; empty: there is no such word.
+std::string UnknownOption(const CLI::App& app) {
+  const std::vector<std::string> words = app.remaining(true);
+  const auto found =
+      std::ranges::find_if(words, [](const std::string& word) { return word.starts_with('-'); });
+  return found == words.end() ? "" : *found;
+}
+
 /// The command line has a word that means nothing there.
 std::string ExtraWord(const CLI::App& chosen, const std::string& word) {
-  if (word.starts_with('-')) return fmt::format("there is no option {}", word);
+  if (word.starts_with('-')) {
+    return fmt::format("there is no option {}{}", word, MeantOption(chosen, word));
+  }
   if (const std::string known = KnownSubcommands(chosen); !known.empty()) {
     return fmt::format("'{}' is not a subcommand; the subcommands are {}", word, known);
   }
@@ -68,10 +81,33 @@ const CLI::App& ChosenCommand(const CLI::App& app) {
   return *chosen;
 }
 
+std::string MeantOption(const CLI::App& chosen, const std::string& name) {
+  const std::string without_value = name.substr(0, name.find('='));
+  const std::string bare =
+      without_value.substr(std::min(without_value.find_first_not_of('-'), without_value.size()));
+  std::string meant;
+  auto least = static_cast<unsigned>(bare.size());  // half of the letters may be wrong
+  for (const CLI::Option* option : chosen.get_options()) {
+    for (const std::string& known : option->get_lnames()) {
+      const unsigned distance = NameDistance(bare, known);
+      if (distance >= least) continue;
+      least = distance;
+      meant = known;
+    }
+  }
+  if (meant.empty()) return "";
+  return fmt::format("; did you mean {}{}?", name.starts_with('-') ? "--" : "", meant);
+}
+
 std::string UsageMessage(const CLI::App& app, const CLI::ParseError& error) {
   const CLI::App& chosen = ChosenCommand(app);
   if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr) {
     return ExtraWord(chosen, app.remaining(true).front());
+  }
+  // The value of a misspelt option is taken for the next thing that is expected, such as the
+  // program.
+  if (const std::string unknown = UnknownOption(app); !unknown.empty()) {
+    return ExtraWord(chosen, unknown);
   }
   if (dynamic_cast<const CLI::RequiredError*>(&error) != nullptr) return Missing(app);
   if (dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr) {

@@ -102,6 +102,7 @@ TEST_F(ConfigFileTest, AnUnknownNameIsReportedInOneLineWithTheName) {
   ExpectUsageError(RunWith("cycles = 1\ncolour = red\n"),
                    "options.conf:2: there is no option 'colour'");
   ExpectUsageError(RunWith("c = 1\n"), "options.conf:1: there is no option 'c'");
+  ExpectUsageError(RunWith("cylce = 1s\n"), "there is no option 'cylce'; did you mean cycle?");
   ExpectUsageError(RunWith("= 1\n"), "there is no option ''");
   ExpectUsageError(RunWith("a.b = 1\n"), "there is no option 'a.b'");
 }

@@ -51,6 +51,17 @@ TEST(UsageMessage, ForAWordTooMany) {
   Expect({"pdu", "decode", "--xml"}, "there is no option --xml (try corvane pdu decode --help)");
 }
 
+TEST(UsageMessage, ForAMisspeltOptionWhateverItsValueIsTakenFor) {
+  const std::string cycle =
+      "there is no option --cylce; did you mean --cycle? (try corvane run --help)";
+  Expect({"run", "--cylce", "5ms", "/no/such.lua"}, cycle);
+  Expect({"run", "--cylce"}, cycle);
+  Expect({"run", "/no/such.lua", "--", "--cylce"},
+         "program: program '/no/such.lua' does not exist (try corvane run --help)");
+  Expect({"test", "--flter=x"},
+         "there is no option --flter=x; did you mean --filter? (try corvane test --help)");
+}
+
 TEST(UsageMessage, ForAMissingWord) {
   Expect({"run"}, "program is missing: The control program, a Lua file (try corvane run --help)");
   Expect({"pdu", "encode", "x"},
