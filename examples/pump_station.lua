@@ -75,7 +75,7 @@ local function say(text, ...)
 end
 
 -- What must survive a restart. alarm: none, active, acknowledged, over
-local station = plc.retain("station", { level = 350, pump_2 = false, alarm = "none" })
+local station = plc.retain("station", { level = 370, pump_2 = false, alarm = "none" })
 say("the station starts: %d cm, alarm %s", station.level, station.alarm)
 local levels = {} -- the lines of the report: one per second, of the last hour
 

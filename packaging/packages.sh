@@ -1,17 +1,20 @@
 #!/bin/bash
 # SPDX-License-Identifier: MIT
 # packages.sh [--list] GROUP...: installs the Debian 12 packages that the groups need and the machine
-# lacks; with --list it only lists the packages. Groups: build (the programs); test, arm and coverage (what
-# ./test, ./test --arm and ./test --coverage need in addition); example (the servers of examples/*.sh),
-# bench (./benchmarks/run), fuzz (./fuzz/run), package (packaging/build_packages.sh).
+# lacks; with --list it only lists the packages. Groups: build (the programs), run (the same for ./run, by a
+# faster compiler); test, arm and coverage (what ./test, ./test --arm and ./test --coverage need in addition);
+# example (the servers of examples/*.sh), bench (./benchmarks/run), fuzz (./fuzz/run), package
+# (packaging/build_packages.sh).
 set -euo pipefail
 
+basis="cmake ninja-build pkg-config
+       libboost-dev libcli11-dev libcrypt-dev libcurl4-openssl-dev libidn2-dev liblua5.2-dev
+       libmodbus-dev libncurses-dev libspdlog-dev libsqlite3-dev libsqlitecpp-dev libssl-dev
+       libutfcpp-dev nlohmann-json3-dev"
 declare -A packages=(
-    [build]="g++ cmake ninja-build pkg-config
-             libboost-dev libcli11-dev libcrypt-dev libcurl4-openssl-dev libidn2-dev liblua5.2-dev
-             libmodbus-dev libncurses-dev libspdlog-dev libsqlite3-dev libsqlitecpp-dev libssl-dev
-             libutfcpp-dev nlohmann-json3-dev"
-    [test]="clang-format clang-tidy cppcheck groff-base shellcheck python3 python3-pymodbus
+    [build]="g++ $basis"
+    [run]="clang $basis"
+    [test]="clang clang-format clang-tidy cppcheck groff-base shellcheck python3 python3-pymodbus
             python3-pyte python3-serial python3-serial-asyncio libgtest-dev libgmock-dev
             gammu gammu-smsd gnokii-cli libgammu-dev
             exim4-daemon-light libfaketime mpack mutt openssl procps prometheus python3-aiosmtpd spamassassin

@@ -25,13 +25,13 @@ project, corvane = sys.argv[1:]
 ALARM = "ТРЕВОГА! Насосная станция 3: вода 401 см"
 STORIES = [
     [
-        ("controller", "the station starts: 350 cm, alarm none"),
+        ("controller", "the station starts: 370 cm, alarm none"),
         ("phone", "from +15550101234", "STATUS"),
         ("controller", "Anna asks for the status"),
         ("phone", "sent to +15550101234: Level ", " cm, alarm none, disk "),
         ("phone", "from +15559998877", "OPEN THE GATE"),
         ("controller", "refused: a message from the unknown number +15559998877"),
-        ("phone", "unplugged for 4s"),
+        ("phone", "unplugged for 2s"),
         ("phone", "plugged in again"),
         ("phone", "sent to +15550101234: " + ALARM),
         ("story", "kill -9 of the controller, while the network has the alarm for Boris; it is started again"),
