@@ -311,6 +311,14 @@ def what_is_not_offered_gets_no_mail(folder, paths):
         assert result.error == 33 and "does not offer STARTTLS" in result.text and peer.mails == [], result
         result = send(folder, Port=peer.port, Security="tls", **LOGIN)
         assert result.error == 33 and "does not begin with TLS" in result.text, result
+    # 0.0.0.0 leads to this machine, but is not an address of the loopback.
+    with Peer() as peer:
+        for secret in {"Password": mail_servers.PASSWORD}, {"Token": TOKEN}:
+            remote = {"Server": "0.0.0.0", "Port": peer.port, "Security": "none", "User": mail_servers.USER, **secret}
+            result = send(folder, **remote)
+            assert result.error == 33 and "is not secure" in result.text and peer.mails == [], result
+            assert send(folder, **remote, Insecure="true").done and len(peer.mails) == 1, peer.mails
+            peer.mails.clear()
     with Peer(auth_exclude_mechanism=["XOAUTH2"]) as peer:
         result = send(folder, Port=peer.port, Security="none", User=mail_servers.USER, Token=TOKEN)
         assert result.error == 33 and "XOAUTH2" in result.text and peer.mails == [], result
