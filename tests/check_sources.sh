@@ -1,7 +1,7 @@
 #!/bin/bash
 # SPDX-License-Identifier: MIT
 # Checks of the sources that need no build: format, self-contained headers, test files that no list
-# names, words, shell scripts.
+# names, cited standards, words, shell scripts.
 set -uo pipefail
 cd "$(dirname "$0")/.." || exit 1
 failed=0
@@ -39,6 +39,13 @@ while read -r file; do
         failed=1
     fi
 done < <(grep -E '^(tests/.*_test|(addins|libs|runtime|examples|benchmarks)/.*)\.cpp$' <<<"$files")
+
+while read -r cited; do
+    if ! grep -qwF "${cited##* }" docs/standards.md; then
+        echo "$cited is cited in a source, but docs/standards.md does not list it" >&2
+        failed=1
+    fi
+done < <(grep -ohE '(RFC [0-9]+|3GPP TS [0-9]+\.[0-9]+|ITU-T [A-Z]\.[0-9]+)' "${sources[@]}" | sort -u)
 
 # shellcheck disable=SC2016 # nothing here is to be expanded
 words=$(sed -n '/^```words$/,/^```$/{/^```/d;p}' CONTRIBUTING.md)
