@@ -181,8 +181,8 @@ std::string OpeningProblem(const std::filesystem::path& file, const std::excepti
         file.string(), error.what());
   }
   return fmt::format(
-      "the store {} cannot be opened ({}); this user must be allowed to read and write it and its "
-      "folder",
+      "the store {} cannot be opened ({}); name a file messages.db that this user may read and "
+      "write, as well as its folder",
       file.string(), error.what());
 }
 

@@ -44,6 +44,10 @@ FoundStores StoresIn(const fs::path& home) {
       found.unseen = unseen.what();
     }
   }
+  if (error && error != std::errc::no_such_file_or_directory) {
+    found.unseen = fmt::format("the folder {} cannot be read: {}; name a store with --store FILE",
+                               home.string(), error.message());
+  }
   std::ranges::sort(found.stores);
   return found;
 }

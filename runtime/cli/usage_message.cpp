@@ -86,7 +86,7 @@ std::string MeantOption(const CLI::App& chosen, const std::string& name) {
   const std::string bare =
       without_value.substr(std::min(without_value.find_first_not_of('-'), without_value.size()));
   std::string meant;
-  auto least = static_cast<unsigned>(bare.size());  // half of the letters may be wrong
+  auto least = static_cast<unsigned>(bare.size()) + 1;  // half of the letters may be wrong
   for (const CLI::Option* option : chosen.get_options()) {
     for (const std::string& known : option->get_lnames()) {
       const unsigned distance = NameDistance(bare, known);

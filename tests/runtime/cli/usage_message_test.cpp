@@ -56,6 +56,8 @@ TEST(UsageMessage, ForAMisspeltOptionWhateverItsValueIsTakenFor) {
       "there is no option --cylce; did you mean --cycle? (try corvane run --help)";
   Expect({"run", "--cylce", "5ms", "/no/such.lua"}, cycle);
   Expect({"run", "--cylce"}, cycle);
+  Expect({"run", "--hlep"},
+         "there is no option --hlep; did you mean --help? (try corvane run --help)");
   Expect({"run", "/no/such.lua", "--", "--cylce"},
          "program: program '/no/such.lua' does not exist (try corvane run --help)");
   Expect({"test", "--flter=x"},
