@@ -41,7 +41,7 @@ end)
 
 test("is silent below the limit", function()
   local program = start()
-  program:run(4)
+  program:run(2)
   test.equal(program.vars.station.alarm, "none")
   test.equal(program.modem.sent, {})
   test.equal(program.mail.sent, {})

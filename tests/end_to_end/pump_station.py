@@ -250,7 +250,7 @@ refused = subprocess.run([project + "/examples/pump_station.sh", "--wbe"], captu
                          env={**os.environ, "CORVANE": corvane})
 assert refused.returncode == 2 and "the only option is --web" in refused.stderr, refused
 
-moments = ["A pump station", "The program's page", "controller | Anna asks for the status", "unplugged for 4s",
+moments = ["A pump station", "The program's page", "controller | Anna asks for the status", "unplugged for 2s",
            "the network takes 10 s", "kill -9 of the controller", "alarm active", "the network is fast again"]
 try:
     used = socket.create_server(("127.0.0.1", 8080))
