@@ -20,11 +20,13 @@ struct StoreRegistry {
 extern StoreRegistry store_registry __asm__(CORVANE_STORE_REGISTRY)
     __attribute__((visibility("default")));
 
-// All zeros: an unlocked mutex of glibc, and no store.
+// All zeros: an unlocked mutex of glibc, and no store. The type makes the symbol unique; without
+// .globl before it, the assembler for 64-bit ARM would bind references to this library's own copy.
 static_assert(sizeof(StoreRegistry) <= 64 && alignof(StoreRegistry) <= 16);
 __asm__(R"(
 .pushsection .bss
 .balign 16
+.globl )" CORVANE_STORE_REGISTRY R"(
 .type )" CORVANE_STORE_REGISTRY R"(, %gnu_unique_object
 .size )" CORVANE_STORE_REGISTRY R"(, 64
 )" CORVANE_STORE_REGISTRY R"(: .zero 64

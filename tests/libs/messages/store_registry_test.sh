@@ -5,6 +5,7 @@
 # compiler that is not installed is reported, and skipped (status 77).
 set -euo pipefail
 source=$1 includes=$2
+nm=${NM:-nm}
 shift 2
 
 folder=$(mktemp -d)
@@ -16,11 +17,15 @@ for compiler in "$@"; do
         [ $status != 0 ] || status=77
         continue
     fi
-    "$compiler" -std=c++20 -fPIC -fvisibility=hidden -I"$includes" \
-        -DCORVANE_STORE_REGISTRY='"a_registry_v1_2_3"' -c "$source" -o "$folder/registry.o"
-    kind=$("${NM:-nm}" "$folder/registry.o" | awk '$NF ~ /registry(E|_v1_2_3)$/ {print $(NF - 1)}')
+    "$compiler" -std=c++20 -fPIC -fvisibility=hidden -I"$includes" -shared \
+        -DCORVANE_STORE_REGISTRY='"a_registry_v1_2_3"' "$source" -o "$folder/registry.so"
+    kind=$("$nm" -D "$folder/registry.so" | awk '$NF ~ /registry(E|_v1_2_3)$/ {print $(NF - 1)}')
     if [ "$kind" != u ]; then
         echo "$compiler: the symbol's type is '$kind', not 'u' (unique in the process)"
+        status=1
+    fi
+    if ! "${nm%nm}readelf" --relocs --wide "$folder/registry.so" | grep 'GLOB_DAT.*a_registry_v1_2_3' >/dev/null; then
+        echo "$compiler: the library uses its own copy, not that of the process"
         status=1
     fi
 done
