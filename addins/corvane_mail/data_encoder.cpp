@@ -3,8 +3,37 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 
 namespace corvane_mail {
+namespace {
+
+/// The index of the first CR or LF from `at` on, or the size. Eight octets are looked at in one go,
+/// since this is what most of the time for a large attachment would go to.
+std::size_t LineEnd(std::string_view octets, std::size_t at) {
+  constexpr std::uint64_t kEach = 0x0101010101010101;
+  for (std::uint64_t eight = 0; at + sizeof eight <= octets.size(); at += sizeof eight) {
+    std::memcpy(&eight, octets.data() + at, sizeof eight);
+    const bool has_control = ((eight - ('\r' + 1) * kEach) & ~eight & (0x80 * kEach)) != 0;
+    if (has_control) break;  // CR, LF, or another octet below them
+  }
+  const auto is_end = [](char c) { return c == '\r' || c == '\n'; };
+  return static_cast<std::size_t>(std::find_if(octets.begin() + at, octets.end(), is_end) -
+                                  octets.begin());
+}
+
+/// How many octets are the same in their wire form: the beginning of a line, and the lines after it
+/// that end with CRLF and have no dot in front.
+std::size_t RegularPart(std::string_view octets) {
+  std::size_t end = LineEnd(octets, 0);
+  while (end + 2 < octets.size() && octets.substr(end, 2) == "\r\n" && octets[end + 2] != '.') {
+    end = LineEnd(octets, end + 2);
+  }
+  return end;
+}
+
+}  // namespace
 
 void DataEncoder::Encode(std::string_view octets, std::string& wire) {
   while (!octets.empty()) {
@@ -13,10 +42,7 @@ void DataEncoder::Encode(std::string_view octets, std::string& wire) {
       if (octets.front() == '\n') octets.remove_prefix(1);
       continue;
     }
-    // Not find_first_of, which calls a function for each octet.
-    const auto end = static_cast<std::size_t>(
-        std::ranges::find_if(octets, [](char c) { return c == '\r' || c == '\n'; }) -
-        octets.begin());
+    const std::size_t end = RegularPart(octets);
     const std::string_view text = octets.substr(0, end);
     if (!text.empty()) {
       if (at_line_begin_ && text.front() == '.') wire += '.';

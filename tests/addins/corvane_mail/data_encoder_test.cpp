@@ -45,6 +45,11 @@ INSTANTIATE_TEST_SUITE_P(
                     Encoding{"BareReturnBeforeADot", "a\r.\rb", "a\r\n..\r\nb\r\n.\r\n"},
                     Encoding{"ReturnAtTheEnd", "a\r", "a\r\n.\r\n"},
                     Encoding{"TwoReturns", "a\r\r\nb", "a\r\n\r\nb\r\n.\r\n"},
+                    Encoding{"ManyLines",
+                             "0123456789\r\nabcdefgh\r\n.dot\tand tab\r\n\r\n\r\n.\r\n"
+                             "last \xF0\x9F\x98\x80 line\nbare\rcontrol \x01\x0B.\r\n",
+                             "0123456789\r\nabcdefgh\r\n..dot\tand tab\r\n\r\n\r\n..\r\n"
+                             "last \xF0\x9F\x98\x80 line\r\nbare\r\ncontrol \x01\x0B.\r\n.\r\n"},
                     Encoding{"SmuggledEnd", "a\r\n.\nMAIL", "a\r\n..\r\nMAIL\r\n.\r\n"}),
     [](const auto& parameter) { return parameter.param.name; });
 
